@@ -1,0 +1,78 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <utility>
+
+#include "platform/MainQueue.hpp"
+
+namespace fakes {
+
+// A queue whose events and whose time move only when the test moves them. Events that are due at
+// the same time run in the order in which they were given.
+class FakeMainQueue : public platform::MainQueue {
+ public:
+  using Duration = std::chrono::milliseconds;
+
+  // Runs what is due within `duration` from now, and what that brings within it; time then stands
+  // there.
+  void advance(Duration duration) {
+    const Duration end = now_ + duration;
+    isStopped_ = false;
+    while (!isStopped_ && !waiting_.empty() && waiting_.begin()->first <= end) {
+      runFirst();
+    }
+    if (!isStopped_) {
+      now_ = end;
+    }
+  }
+
+  // Runs all posted work, and what that posts in turn. Time stands still, so timers go on waiting.
+  void runAll() { advance(Duration{0}); }
+
+  // Runs everything, timers too, with time at their heels, until stop() or until nothing is left.
+  void run() override {
+    isStopped_ = false;
+    while (!isStopped_ && !waiting_.empty()) {
+      runFirst();
+    }
+  }
+
+  void stop() override { isStopped_ = true; }
+  void post(std::function<void()> work) override { postAfter(Duration{0}, std::move(work)); }
+  void postAfter(Duration delay, std::function<void()> work) override {
+    waiting_.emplace(now_ + delay, std::move(work));  // goes behind those of the same time
+  }
+  void setBeforeEvent(std::function<void()> beforeEvent) override {
+    beforeEvent_ = std::move(beforeEvent);
+  }
+
+  // How many events, posted ones and timers, have not run yet.
+  [[nodiscard]] std::size_t waitingEvents() const { return waiting_.size(); }
+
+  // The time since this queue was made.
+  [[nodiscard]] Duration now() const { return now_; }
+
+  // How long until the next event is due. Only if one waits.
+  [[nodiscard]] Duration untilNextEvent() const { return waiting_.begin()->first - now_; }
+
+ private:
+  void runFirst() {
+    auto first = waiting_.extract(waiting_.begin());
+    now_ = std::max(now_, first.key());
+    if (beforeEvent_) {
+      beforeEvent_();
+    }
+    first.mapped()();
+  }
+
+  Duration now_{0};
+  bool isStopped_ = false;
+  std::multimap<Duration, std::function<void()>> waiting_;
+  std::function<void()> beforeEvent_;
+};
+
+}  // namespace fakes
