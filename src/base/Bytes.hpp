@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace base {
+
+// Owned bytes, and bytes that are borrowed for the time of a call.
+using Bytes = std::vector<std::uint8_t>;
+using ByteView = std::span<const std::uint8_t>;
+
+// The bytes of a text, borrowed from it.
+[[nodiscard]] ByteView viewOf(std::string_view text);
+
+// A copy of the bytes of a text.
+[[nodiscard]] Bytes bytesOf(std::string_view text);
+
+// The bytes as a text, borrowed; nothing is checked or decoded.
+[[nodiscard]] std::string_view textOf(ByteView bytes);
+
+// True if both hold the same bytes. Not for secrets: see equalInConstantTime.
+[[nodiscard]] bool equal(ByteView left, ByteView right);
+
+}  // namespace base
+
+// Used on nearly every line of the system, hence without the folder's name.
+using base::Bytes;
+using base::ByteView;

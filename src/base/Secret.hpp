@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "base/Bytes.hpp"
+
+namespace base {
+
+// Overwrites memory in a way that the compiler does not remove.
+void cleanse(void *memory, std::size_t size);
+
+// An allocator that overwrites what it gives back.
+template <typename T>
+struct CleansingAllocator {
+  using value_type = T;
+
+  CleansingAllocator() = default;
+  template <typename U>
+  explicit CleansingAllocator(const CleansingAllocator<U> & /*other*/) {}
+
+  [[nodiscard]] T *allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+  void deallocate(T *memory, std::size_t count) {
+    cleanse(memory, count * sizeof(T));
+    std::allocator<T>().deallocate(memory, count);
+  }
+
+  friend bool operator==(const CleansingAllocator & /*left*/,
+                         const CleansingAllocator & /*right*/) {
+    return true;
+  }
+};
+
+// Bytes whose memory is overwritten whenever it is given back: for frames, which may carry a PIN or
+// a password, while they are received, built and sent. Used like a vector.
+using CleansedBytes = std::vector<std::uint8_t, CleansingAllocator<std::uint8_t>>;
+
+// A key, PIN or password in bytes. Cleansed when it goes; it has no ==, no log form, and reveal()
+// is the only way to its content, so that one search lists every place that touches a secret.
+class SecretBytes {
+ public:
+  SecretBytes() = default;
+  explicit SecretBytes(ByteView content) : content_(content.begin(), content.end()) {}
+  explicit SecretBytes(CleansedBytes content) : content_(std::move(content)) {}
+
+  // The content, borrowed as long as this object lives unchanged.
+  [[nodiscard]] ByteView reveal() const { return content_; }
+  [[nodiscard]] bool empty() const { return content_.empty(); }
+
+ private:
+  CleansedBytes content_;
+};
+
+// A PIN or password as UTF-8 text. Its characters stand in a SecretBytes, because a short
+// std::string lives inside its own object, where no allocator cleanses it.
+class SecretText {
+ public:
+  SecretText() = default;
+  explicit SecretText(std::string_view content) : content_(viewOf(content)) {}
+  explicit SecretText(CleansedBytes content) : content_(std::move(content)) {}
+
+  // The content, borrowed as long as this object lives unchanged.
+  [[nodiscard]] std::string_view reveal() const { return textOf(content_.reveal()); }
+  [[nodiscard]] bool empty() const { return content_.empty(); }
+
+ private:
+  SecretBytes content_;
+};
+
+// Compares without telling by its time where the two differ; the lengths are not hidden.
+[[nodiscard]] bool equalInConstantTime(ByteView left, ByteView right);
+
+}  // namespace base
+
+using base::CleansedBytes;
+using base::SecretBytes;
+using base::SecretText;

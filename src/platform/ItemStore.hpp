@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+#include "crypto/Identity.hpp"
+
+namespace platform {
+
+// The outcome of a keychain operation.
+enum ItemStatus : std::int32_t {
+  itemSuccess = 0,
+  itemStoreUnusable = -25291,
+  itemPINRefused = -25293,
+  itemDuplicate = -25299,
+  itemNotFound = -25300,
+};
+
+// The access group of identities on tokens.
+inline constexpr const char *kTokenAccessGroup = "token";
+
+// Which identities a search is for. What is not set restricts nothing.
+struct IdentityQuery {
+  std::optional<std::string> tokenID;          // only identities on that token
+  std::optional<std::string> accessGroup;      // only items of that group
+  std::optional<std::string> subjectContains;  // only certificates whose subject contains the text
+  bool returnAttributes = false;
+  bool returnReference = false;
+  const SecretText *pin = nullptr;  // carried by an authentication context; borrowed for the call
+};
+
+// One match of a search, with what was asked for.
+struct IdentityRecord {
+  std::shared_ptr<const crypto::Identity> reference;
+  std::optional<std::string> label;  // as stored
+  std::optional<Bytes> publicKeyHash;
+  bool canSign = false;
+  bool canDecrypt = false;
+  bool canUnwrap = false;
+};
+
+struct IdentityMatches {
+  ItemStatus status = itemNotFound;
+  std::vector<IdentityRecord> records;  // in a stable order; empty unless the status is success
+};
+
+// The machine's keychain. Every operation asks the store anew, may block on it, and leaves it whole
+// if the process dies at any instant.
+class ItemStore {
+ public:
+  virtual ~ItemStore() = default;
+
+  // All matches, or a status that says why there are none.
+  [[nodiscard]] virtual IdentityMatches searchIdentities(const IdentityQuery &query) = 0;
+
+  // Adds an identity with its attributes (`record.reference` must be set). Duplicate if one with
+  // the same certificate is there.
+  [[nodiscard]] virtual ItemStatus addIdentity(const IdentityRecord &record,
+                                               const std::optional<std::string> &accessGroup) = 0;
+
+  // Deletes the identity whose certificate has this SHA-1 digest.
+  [[nodiscard]] virtual ItemStatus deleteIdentity(ByteView certificateSHA1) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+#include "crypto/Identity.hpp"
+
+namespace platform {
+
+// One end of a connection, for people: an IPv4-mapped address is written as IPv4.
+struct Endpoint {
+  std::string host;
+  std::uint16_t port = 0;
+};
+
+// What a receive delivers.
+struct Chunk {
+  ByteView content;  // borrowed for the time of the call; empty when none came
+  bool isFinal =
+      false;            // the peer has ended its stream, or the connection is lost: nothing follows
+  int errorNumber = 0;  // an errno value; 0 when none came
+};
+
+enum class ConnectionState { waiting, preparing, ready, failed, cancelled };
+
+// An established TLS connection. All calls and all callbacks are on the main queue. Owned by
+// whoever holds it; dropping the last reference closes the connection after what was sent has left,
+// without a further callback.
+class Connection {
+ public:
+  using StateHandler = std::function<void(ConnectionState state, int errorNumber)>;
+  using ReceiveCompletion = std::function<void(const Chunk &chunk)>;
+  using SendCompletion = std::function<void(int errorNumber)>;
+
+  virtual ~Connection() = default;
+
+  [[nodiscard]] virtual Endpoint peer() const = 0;
+
+  // Whom to tell of every change of state, with the errno value that came with it (0: none).
+  // `ready` comes after start. A connection that is lost without a clean end first reports
+  // `failed`, then its receive completes with the error as the final one; no other event follows.
+  virtual void setStateHandler(StateHandler handler) = 0;
+
+  // Begins to report states and to deliver.
+  virtual void start() = 0;
+
+  // Asks for one chunk: the plaintext of one TLS record of at least one byte, and where that record
+  // is of full size (16,384 bytes) and one of 8 bytes or fewer directly follows and is already
+  // there, both together. At most one receive is outstanding. Never completes after cancel().
+  virtual void receive(ReceiveCompletion completion) = 0;
+
+  // Sends `unit` as one piece, after all that was sent before. Never blocks. Exactly one completion
+  // comes on a later event, when the unit was handed to the system or can't be sent any more.
+  virtual void send(CleansedBytes unit, SendCompletion completion) = 0;
+
+  // Ends the connection from this side. What was sent before is still delivered. `cancelled` comes
+  // on a later event; nothing more is received. A second call does nothing.
+  virtual void cancel() = 0;
+};
+
+enum class ListenerState { waiting, ready, failed, cancelled };
+
+struct ListenerParameters {
+  std::string host;                                  // a numeric address; "::" takes IPv4 as well
+  std::string port;                                  // decimal
+  std::shared_ptr<const crypto::Identity> identity;  // shown to every client
+  int keepaliveIdleSeconds = 0;
+  int keepaliveIntervalSeconds = 0;
+  int keepaliveCount = 0;
+  std::chrono::milliseconds handshakeTime{0};  // what one handshake may take
+};
+
+// Accepts TLS connections over TCP. All calls and callbacks are on the main queue.
+class Listener {
+ public:
+  using StateHandler = std::function<void(ListenerState state, int errorNumber)>;
+  using ConnectionHandler = std::function<void(std::shared_ptr<Connection> connection)>;
+  using FailedHandshakeHandler = std::function<void(const Endpoint &peer, int errorNumber)>;
+
+  virtual ~Listener() = default;
+
+  // The port that is listened on; before `ready` the one that was asked for.
+  [[nodiscard]] virtual std::uint16_t port() const = 0;
+
+  virtual void setStateHandler(StateHandler handler) = 0;
+
+  // Called for each connection when its handshake is done, in the order in which handshakes finish.
+  virtual void setConnectionHandler(ConnectionHandler handler) = 0;
+
+  // Called for each connection whose handshake failed or took too long; no connection comes of it.
+  virtual void setFailedHandshakeHandler(FailedHandshakeHandler handler) = 0;
+
+  // Binds and listens. What comes of it is told to the state handler on a later event: `ready`, or
+  // `failed` for good (a port in use, an address that is not this machine's).
+  virtual void start() = 0;
+};
+
+class Network {
+ public:
+  virtual ~Network() = default;
+
+  // A listener that has not started yet.
+  [[nodiscard]] virtual std::unique_ptr<Listener> createListener(
+      const ListenerParameters &parameters) = 0;
+};
+
+}  // namespace platform

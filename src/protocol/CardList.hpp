@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "support/CertificateInfo.hpp"
+
+namespace protocol {
+
+// One element of a card's certificate list, as it is passed on, with what the relay looks for
+// computed once, when the list arrives.
+struct CardEntry {
+  std::string json;             // compact JSON text, "/" escaped
+  bool hasCertificate = false;  // a dictionary with a text under "certificate"
+  Bytes certificateSHA1;        // of the DER bytes in that text; empty if it decodes to none
+};
+
+// The certificate list of a virtual card. Immutable and shared, so that keeping and passing on
+// copies nothing.
+class CardList {
+ public:
+  explicit CardList(std::vector<CardEntry> entries) : entries_(std::move(entries)) {}
+
+  [[nodiscard]] std::span<const CardEntry> entries() const { return entries_; }
+
+ private:
+  std::vector<CardEntry> entries_;
+};
+
+// What a list may be made of: the description of an identity, or bytes, which travel as Base64
+// text.
+using CardElement = std::variant<Bytes, support::CertificateInfo>;
+[[nodiscard]] std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements);
+
+// The identities that a list describes, in order; elements without a certificate text are skipped,
+// a missing boolean is false and a missing label empty.
+[[nodiscard]] std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list);
+
+// The text form for logs: "(a, b)".
+[[nodiscard]] std::string logText(const CardList &list);
+
+}  // namespace protocol

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string_view>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+
+namespace protocol {
+
+// Writes compact JSON text straight into a buffer. "/" is escaped, as all readers of the protocol
+// accept and some expect. The caller keeps the order of brackets and values; commas come by
+// themselves.
+class JSONWriter {
+ public:
+  explicit JSONWriter(CleansedBytes &output) : output_(output) {}
+
+  void beginObject() { open('{'); }
+  void endObject() { close('}'); }
+  void beginArray() { open('['); }
+  void endArray() { close(']'); }
+  void key(std::string_view name);
+  void text(std::string_view value);
+  void boolean(bool value);
+  // A text that is the Base64 form of the bytes, with CR LF after every 64 characters where
+  // `separateLines`.
+  void base64(ByteView bytes, bool separateLines);
+  // JSON text that stands as it is.
+  void raw(std::string_view json);
+
+ private:
+  void open(char bracket);
+  void close(char bracket);
+  void separate();
+  void put(std::string_view characters);
+  void putEscaped(std::string_view characters);
+
+  CleansedBytes &output_;
+  bool needsComma_ = false;
+};
+
+}  // namespace protocol

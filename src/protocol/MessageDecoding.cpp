@@ -1,0 +1,441 @@
+#include <algorithm>
+#include <array>
+#include <boost/json.hpp>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <new>
+
+#include "protocol/JSONWriter.hpp"
+#include "protocol/MessageFields.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+
+namespace protocol {
+namespace {
+
+namespace json = boost::json;
+
+// Deepest nesting of a message, the outermost object counted as 1.
+constexpr std::size_t kDeepestNesting = 32;
+
+// Memory for one parse. It is overwritten when it goes, since a message may carry a PIN or a
+// password.
+class CleansingResource final : public json::memory_resource {
+ private:
+  void *do_allocate(std::size_t size, std::size_t alignment) override {
+    return ::operator new(size, std::align_val_t(alignment));
+  }
+  void do_deallocate(void *memory, std::size_t size, std::size_t alignment) override {
+    base::cleanse(memory, size);
+    ::operator delete(memory, std::align_val_t(alignment));
+  }
+  [[nodiscard]] bool do_is_equal(const json::memory_resource &other) const noexcept override {
+    return this == &other;
+  }
+};
+
+class ParseMemory {
+ public:
+  ParseMemory() = default;
+  ~ParseMemory() {
+    pool_.release();
+    base::cleanse(first_.data(), first_.size());
+  }
+  ParseMemory(const ParseMemory &) = delete;
+  ParseMemory &operator=(const ParseMemory &) = delete;
+  [[nodiscard]] json::storage_ptr storage() { return &pool_; }
+
+ private:
+  alignas(std::max_align_t) std::array<unsigned char, 4096> first_;
+  CleansingResource upstream_;
+  json::monotonic_resource pool_{first_.data(), first_.size(), &upstream_};
+};
+
+bool hasInfinity(const json::value &value) {
+  if (const double *number = value.if_double()) {
+    return std::isinf(*number);
+  }
+  if (const json::array *array = value.if_array()) {
+    return std::ranges::any_of(*array, hasInfinity);
+  }
+  if (const json::object *object = value.if_object()) {
+    return std::ranges::any_of(*object,
+                               [](const auto &member) { return hasInfinity(member.value()); });
+  }
+  return false;
+}
+
+// A parsed text, or why it is none.
+struct Parsed {
+  json::value value;
+  std::string error;  // empty: parsed
+};
+
+Parsed parse(ByteView data, ParseMemory &memory) {
+  json::parse_options options;
+  options.max_depth = kDeepestNesting;
+  json::error_code code;
+  json::value value = json::parse(base::textOf(data), code, memory.storage(), options);
+  if (code) {
+    return {nullptr, code.message()};
+  }
+  // the parser reads a number that no double holds as infinity
+  if (hasInfinity(value)) {
+    return {nullptr, "number out of range"};
+  }
+  return {std::move(value), ""};
+}
+
+template <typename Number>
+void writeNumber(JSONWriter &writer, Number number) {
+  std::array<char, 40> text;
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
+  writer.raw({text.data(), end});
+}
+
+void writeValue(JSONWriter &writer, const json::value &value) {
+  switch (value.kind()) {
+    case json::kind::null:
+      writer.raw("null");
+      break;
+    case json::kind::bool_:
+      writer.boolean(value.get_bool());
+      break;
+    case json::kind::int64:
+      writeNumber(writer, value.get_int64());
+      break;
+    case json::kind::uint64:
+      writeNumber(writer, value.get_uint64());
+      break;
+    case json::kind::double_:
+      writeNumber(writer, value.get_double());
+      break;
+    case json::kind::string:
+      writer.text(std::string_view(value.get_string()));
+      break;
+    case json::kind::array:
+      writer.beginArray();
+      for (const json::value &element : value.get_array()) {
+        writeValue(writer, element);
+      }
+      writer.endArray();
+      break;
+    case json::kind::object:
+      writer.beginObject();
+      for (const json::key_value_pair &member : value.get_object()) {
+        writer.key(std::string_view(member.key()));
+        writeValue(writer, member.value());
+      }
+      writer.endObject();
+      break;
+  }
+}
+
+std::string compactText(const json::value &value) {
+  CleansedBytes text;
+  JSONWriter writer(text);
+  writeValue(writer, value);
+  return std::string(base::textOf(text));
+}
+
+// The text under a key; null counts as absent like a missing key or one of another type.
+const json::string *textUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  return value == nullptr ? nullptr : value->if_string();
+}
+
+CardEntry cardEntryOf(const json::value &element) {
+  CardEntry entry;
+  entry.json = compactText(element);
+  const json::object *dictionary = element.if_object();
+  const json::string *text =
+      dictionary == nullptr ? nullptr : textUnder(*dictionary, "certificate");
+  if (text != nullptr) {
+    entry.hasCertificate = true;
+    const Bytes der = support::dataFromBase64String(std::string_view(*text));
+    if (!der.empty()) {
+      entry.certificateSHA1 = support::sha1(der);
+    }
+  }
+  return entry;
+}
+
+support::ArrayElement arrayElementOf(const json::value &element) {
+  if (const json::string *text = element.if_string()) {
+    return std::string(std::string_view(*text));
+  }
+  return support::OtherValue{compactText(element)};
+}
+
+// Fills a field from a JSON value; false if the value is of another type and so counts as absent.
+class ValueReader {
+ public:
+  explicit ValueReader(const json::value &value) : value_(value) {}
+
+  bool operator()(std::optional<Bytes> &bytes) const {
+    return readText([&](std::string_view text) {
+      const auto decoded = support::dataFromBase64Field(text);
+      bytes = decoded ? std::optional(Bytes(decoded->begin(), decoded->end())) : std::nullopt;
+    });
+  }
+  bool operator()(std::optional<SecretBytes> &bytes) const {
+    return readText([&](std::string_view text) {
+      auto decoded = support::dataFromBase64Field(text);
+      bytes = decoded ? std::optional(SecretBytes(std::move(*decoded))) : std::nullopt;
+    });
+  }
+  bool operator()(std::optional<std::string> &text) const {
+    return readText([&](std::string_view content) { text = std::string(content); });
+  }
+  bool operator()(std::optional<SecretText> &text) const {
+    return readText([&](std::string_view content) { text = SecretText(content); });
+  }
+  bool operator()(std::optional<QuillMessage::CertificateArray> &array) const {
+    return readArray([&](const json::array &elements) {
+      QuillMessage::CertificateArray texts;
+      std::ranges::transform(elements, std::back_inserter(texts), arrayElementOf);
+      array = support::base64DecodedArray(texts);
+    });
+  }
+  bool operator()(QuillMessage::Certificates &list) const {
+    return readArray([&](const json::array &elements) {
+      std::vector<CardEntry> entries;
+      entries.reserve(elements.size());
+      std::ranges::transform(elements, std::back_inserter(entries), cardEntryOf);
+      list = std::make_shared<const CardList>(std::move(entries));
+    });
+  }
+
+ private:
+  template <typename Use>
+  bool readText(Use use) const {
+    const json::string *text = value_.if_string();
+    if (text != nullptr) {
+      use(std::string_view(*text));
+    }
+    return text != nullptr;
+  }
+  template <typename Use>
+  bool readArray(Use use) const {
+    const json::array *array = value_.if_array();
+    if (array != nullptr) {
+      use(*array);
+    }
+    return array != nullptr;
+  }
+
+  const json::value &value_;
+};
+
+void readField(const Field &field, const json::object &object, QuillMessage &message) {
+  if (field.tracedAlways) {
+    CVNLogDebug("%s", field.trace);
+  }
+  const json::value *value = object.if_contains(field.key);
+  if (value == nullptr) {
+    return;
+  }
+  const bool isRead =
+      std::visit([&](auto place) { return ValueReader{*value}(message.*place); }, field.place);
+  if (isRead && field.trace != nullptr && !field.tracedAlways) {
+    CVNLogDebug("%s", field.trace);
+  }
+}
+
+// True, or a number other than zero; nothing for any other type.
+std::optional<bool> truthValue(const json::value &value) {
+  if (value.is_bool()) {
+    return value.get_bool();
+  }
+  if (value.is_number()) {
+    return value.to_number<double>() != 0;
+  }
+  return std::nullopt;
+}
+
+void readStatus(const json::object &object, QuillMessage &message) {
+  const json::value *value = object.if_contains("status");
+  const std::optional<bool> status = value == nullptr ? std::nullopt : truthValue(*value);
+  if (status) {
+    CVNLogDebug("QuillMessageStatusString Received");
+    message.status = *status;
+  }
+}
+
+void readCommand(std::string_view text, QuillMessage &message) {
+  const auto *const known = std::ranges::find(kCommands, text, &Command::text);
+  if (known == kCommands.end()) {
+    CVNLog("invalid command--%s", text);
+    return;
+  }
+  CVNLogDebug("%s", known->trace);
+  message.command = known->command;
+}
+
+bool readType(std::string_view text, QuillMessage &message) {
+  if (text == "request") {
+    CVNLogDebug("Message Type: Request");
+    message.messageType = QuillMessageTypeRequest;
+    return true;
+  }
+  if (text == "response") {
+    CVNLogDebug("Message Type: Response");
+    message.messageType = QuillMessageTypeResponse;
+    return true;
+  }
+  CVNLog("Unknown message type received");
+  return false;
+}
+
+void logUnusable(const std::string &reason, ByteView data) {
+  const support::Hex payload{data};
+  CVNLog("%s : %@", reason, payload);
+  CVNLogDebug("%s : %@", reason, payload);
+}
+
+// The three texts without which there is no message.
+struct Head {
+  std::string_view type;
+  std::string_view messageID;
+  std::string_view command;
+};
+
+// Nothing if one is missing (in silence, null included) or is no text (with a log line).
+std::optional<Head> readHead(const json::object &object, ByteView data) {
+  std::array<std::string_view, 3> texts;
+  constexpr std::array<std::string_view, 3> kKeys{"type", "message_id", "command"};
+  std::string_view wrong;
+  for (std::size_t index = 0; index < kKeys.size(); ++index) {
+    const json::value *value = object.if_contains(kKeys[index]);
+    if (value == nullptr || value->is_null()) {
+      return std::nullopt;
+    }
+    if (!value->is_string()) {
+      wrong = kKeys[index];
+      continue;
+    }
+    texts[index] = std::string_view(value->get_string());
+  }
+  if (!wrong.empty()) {
+    logUnusable("\"" + std::string(wrong) + "\" is not text", data);
+    return std::nullopt;
+  }
+  return Head{texts[0], texts[1], texts[2]};
+}
+
+std::optional<QuillMessage> decode(ByteView data) {
+  ParseMemory memory;
+  const Parsed parsed = parse(data, memory);
+  if (!parsed.error.empty()) {
+    logUnusable(parsed.error, data);
+    return std::nullopt;
+  }
+  const json::object *object = parsed.value.if_object();
+  if (object == nullptr) {
+    logUnusable("not an object", data);
+    return std::nullopt;
+  }
+  const auto head = readHead(*object, data);
+  if (!head) {
+    return std::nullopt;
+  }
+  QuillMessage message;
+  message.messageID = UUID::fromText(head->messageID);
+  readCommand(head->command, message);
+  if (!readType(head->type, message)) {
+    return std::nullopt;
+  }
+  for (const Field *field : kFieldsAsRead) {
+    readField(*field, *object, message);
+  }
+  readStatus(*object, message);
+  return message;
+}
+
+bool booleanUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  return value != nullptr && truthValue(*value).value_or(false);
+}
+
+// Writes an element of a new list the way it travels.
+class ElementWriter {
+ public:
+  explicit ElementWriter(JSONWriter &writer) : writer_(writer) {}
+
+  void operator()(const Bytes &bytes) { writer_.base64(bytes, /*separateLines=*/false); }
+  void operator()(const support::CertificateInfo &info) {
+    writer_.beginObject();
+    writer_.key("certificate");
+    writer_.text(info.certificate);
+    writer_.key("canSign");
+    writer_.boolean(info.canSign);
+    writer_.key("canDecrypt");
+    writer_.boolean(info.canDecrypt);
+    writer_.key("canUnwrap");
+    writer_.boolean(info.canUnwrap);
+    writer_.key("label");
+    writer_.text(info.label);
+    if (info.publicKeyHash) {
+      writer_.key("publicKeyHash");
+      writer_.text(*info.publicKeyHash);
+    }
+    writer_.endObject();
+  }
+
+ private:
+  JSONWriter &writer_;
+};
+
+}  // namespace
+
+std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements) {
+  std::vector<CardEntry> entries;
+  entries.reserve(elements.size());
+  for (const CardElement &element : elements) {
+    CleansedBytes text;
+    JSONWriter writer(text);
+    std::visit(ElementWriter{writer}, element);
+    entries.push_back(cardEntryOf(json::parse(base::textOf(text))));
+  }
+  return std::make_shared<const CardList>(std::move(entries));
+}
+
+std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list) {
+  std::vector<support::CertificateInfo> infos;
+  for (const CardEntry &entry : list.entries()) {
+    if (!entry.hasCertificate) {
+      continue;
+    }
+    const json::value value = json::parse(entry.json);
+    const json::object &dictionary = value.get_object();
+    const auto text = [&](std::string_view key) {
+      const json::string *found = textUnder(dictionary, key);
+      return found == nullptr ? std::optional<std::string>()
+                              : std::optional(std::string(std::string_view(*found)));
+    };
+    infos.push_back({text("certificate").value_or(""), booleanUnder(dictionary, "canSign"),
+                     booleanUnder(dictionary, "canDecrypt"), booleanUnder(dictionary, "canUnwrap"),
+                     text("label").value_or(""), text("publicKeyHash")});
+  }
+  return infos;
+}
+
+std::string logText(const CardList &list) {
+  std::string text = "(";
+  for (const CardEntry &entry : list.entries()) {
+    text += (text.size() > 1 ? ", " : "") + entry.json;
+  }
+  return text + ")";
+}
+
+}  // namespace protocol
+
+std::optional<QuillMessage> QuillMessage::initWithJSONData(ByteView data) {
+  try {
+    return protocol::decode(data);
+  } catch (const std::exception &failure) {  // no memory, in a library that throws
+    CVNLog("%s : %@", failure.what(), support::Hex{data});
+    return std::nullopt;
+  }
+}

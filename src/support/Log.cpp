@@ -1,0 +1,139 @@
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "support/CVNLog.hpp"
+#include "support/CVNUnifiedLogger.hpp"
+#include "support/DebugMode.hpp"
+#include "support/LogPlatform.hpp"
+#include "support/StandardErrorLines.hpp"
+
+namespace support {
+namespace {
+
+// What is process-wide of logging: the platform in use, the logger on it, and what is known of
+// debug mode.
+struct Logging {
+  std::unique_ptr<LogPlatform> platform;
+  std::unique_ptr<CVNUnifiedLogger> logger;
+  bool inEvent = false;
+  std::optional<bool> debugMode;  // as looked up in the current event
+};
+
+// Never destroyed: a line may be written while the process ends, after static objects have gone.
+Logging &logging() {
+  static auto &state = *new Logging;  // NOLINT: see above
+  return state;
+}
+
+bool lookUpDebugMode(const LogPlatform &platform) {
+  return base::fileExists(base::rooted(kDebugMarker)) ||
+         platform.defaults.boolean(platform::kStandardDefaults, "debugLogging");
+}
+
+// An entry of the unified log is one line.
+std::string unifiedLogEntry(std::string_view message) {
+  std::string entry = "kfy:";
+  entry.reserve(entry.size() + message.size());
+  for (const char character : message) {
+    if (character == '\n') {
+      entry += "\\n";
+    } else {
+      entry += character;
+    }
+  }
+  return entry;
+}
+
+}  // namespace
+
+void useLogPlatform(std::unique_ptr<LogPlatform> platform) {
+  logging().logger.reset();
+  logging().debugMode.reset();
+  logging().inEvent = false;
+  logging().platform = std::move(platform);
+}
+
+LogPlatform *logPlatform() {
+  return logging().platform.get();
+}
+
+void flushLogs() {
+  if (LogPlatform *platform = logPlatform()) {
+    platform->unifiedLog.flush();
+    platform->standardError.flush();
+  }
+}
+
+bool debugModeOn() {
+  Logging &state = logging();
+  if (!state.platform) {
+    return false;
+  }
+  if (!state.inEvent) {
+    return lookUpDebugMode(*state.platform);
+  }
+  if (!state.debugMode) {
+    // Set before the look-up, which may itself report a broken settings file through CVNLog.
+    state.debugMode = false;
+    state.debugMode = lookUpDebugMode(*state.platform);
+  }
+  return *state.debugMode;
+}
+
+void eventBegins() {
+  logging().inEvent = true;
+  logging().debugMode.reset();
+}
+
+BlockingStep::BlockingStep() {
+  flushLogs();
+}
+
+BlockingStep::~BlockingStep() {
+  logging().debugMode.reset();
+}
+
+void writeLog(std::int64_t level, std::string_view format, std::span<const LogArgument> arguments) {
+  LogPlatform *platform = logPlatform();
+  if (platform == nullptr) {
+    return;
+  }
+  const std::string message = formatted(format, arguments);
+  if (platform->unifiedLog.accepts()) {
+    platform->unifiedLog.entry(unifiedLogEntry(message));
+  }
+  CVNUnifiedLogger::sharedLogger()->logString(message, level);
+}
+
+void logToFileAlone(std::string_view message) {
+  if (CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger()) {
+    logger->logString(message, kLogLevel);
+  }
+}
+
+void writeStandardError(std::string_view format, std::span<const LogArgument> arguments) {
+  if (LogPlatform *platform = logPlatform()) {
+    platform->standardError.write(formatted(format, arguments));
+  }
+}
+
+void writeWarning(int errorNumber, std::string_view format,
+                  std::span<const LogArgument> arguments) {
+  if (LogPlatform *platform = logPlatform()) {
+    platform->standardError.write(platform->processName + ": " + formatted(format, arguments) +
+                                  ": " + std::generic_category().message(errorNumber) + "\n");
+  }
+}
+
+}  // namespace support
+
+CVNUnifiedLogger *CVNUnifiedLogger::sharedLogger() {
+  support::Logging &state = support::logging();
+  if (!state.logger && state.platform) {
+    state.logger = std::make_unique<CVNUnifiedLogger>(*state.platform);
+  }
+  return state.logger.get();
+}

@@ -1,0 +1,44 @@
+#include "support/LogFormat.hpp"
+
+namespace support {
+namespace {
+
+struct AsText {
+  std::string operator()(long long value) const { return std::to_string(value); }
+  std::string operator()(unsigned long long value) const { return std::to_string(value); }
+  std::string operator()(std::string_view value) const { return std::string(value); }
+  template <typename Object>
+  std::string operator()(const Object &value) const {
+    return value.text(value.thing);
+  }
+};
+
+}  // namespace
+
+std::string LogArgument::text() const {
+  return std::visit(AsText{}, value_);
+}
+
+std::string formatted(std::string_view format, std::span<const LogArgument> arguments) {
+  std::string line;
+  std::size_t next = 0;
+  for (std::size_t index = 0; index < format.size(); ++index) {
+    if (format[index] != '%') {
+      line += format[index];
+      continue;
+    }
+    ++index;
+    if (format[index] == '%') {
+      line += '%';
+      continue;
+    }
+    if (format[index] == 'l') {
+      ++index;
+    }
+    line += arguments[next].text();
+    ++next;
+  }
+  return line;
+}
+
+}  // namespace support
