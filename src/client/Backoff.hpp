@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+
+namespace client {
+
+// How long to wait before the next attempt to connect: 1 s, doubled after each failure up to 60 s,
+// each time less up to a quarter by chance, so that many clients of a daemon that was restarted
+// don't come back at the same instant.
+class Backoff {
+ public:
+  // The wait before the next attempt. `chance` is uniform in [0, 1).
+  [[nodiscard]] std::chrono::milliseconds next(double chance);
+
+  // The same with a chance of its own.
+  [[nodiscard]] std::chrono::milliseconds next();
+
+  // After an attempt that went well: the next wait is the first one again.
+  void reset() { wait_ = kFirst; }
+
+  static constexpr std::chrono::milliseconds kFirst{1000};
+  static constexpr std::chrono::milliseconds kLongest{60000};
+
+ private:
+  std::chrono::milliseconds wait_ = kFirst;
+};
+
+}  // namespace client

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/Bytes.hpp"
+#include "base/Descriptor.hpp"
+#include "base/Error.hpp"
+#include "base/Secret.hpp"
+#include "base/UUID.hpp"
+#include "crypto/Certificate.hpp"
+#include "crypto/TlsChannel.hpp"
+#include "protocol/QuillMessage.hpp"
+
+namespace client {
+
+// Where a daemon listens: for remote clients on all addresses, for this machine on the loopback.
+inline constexpr std::uint16_t kPublicPort = 4116;
+inline constexpr std::uint16_t kLoopbackPort = 4117;
+inline constexpr const char *kLoopbackHost = "127.0.0.1";
+
+// The domain of this folder's errors, and their codes.
+inline constexpr const char *kErrorDomain = "client";
+enum ErrorCode : int {
+  cannotResolve = 1,    // the host's name has no address
+  unreachable = 2,      // refused, or no way to any of its addresses
+  handshakeFailed = 3,  // somebody answers, but TLS does not come about
+  keyNotPinned = 4,     // the judge did not accept the certificate; nothing was sent
+  timedOut = 5,         // the deadline has passed; the connection, if there was one, still stands
+  peerEnded = 6,        // the peer has ended the connection in order
+  connectionLost = 7,   // reset, keepalive, TLS error, or a frame beyond all bounds
+  stopped = 8,          // the stop descriptor ended the wait
+  notSendable = 9,      // the message lacks a field that its command requires
+  pinUnusable = 10,     // the file with the pinned certificate can't be read or holds none
+};
+
+// On the monotonic clock.
+using Deadline = std::chrono::steady_clock::time_point;
+
+// How long a call waits by default: a look-up of the pairing can hold the daemon's queue for half a
+// minute.
+inline constexpr std::chrono::seconds kDefaultWait{60};
+
+// How long a call may wait, and what else ends its wait.
+struct Patience {
+  Deadline deadline = std::chrono::steady_clock::now() + kDefaultWait;
+  int stopDescriptor = -1;  // the wait also ends when this can be read; borrowed, negative: none
+
+  [[nodiscard]] static Patience lasting(std::chrono::milliseconds time) {
+    return {std::chrono::steady_clock::now() + time, -1};
+  }
+};
+
+// Says whether a server that shows this certificate is the right one. Called on the opening thread,
+// after the handshake and before anything is sent; may block, which the deadline does not count.
+using Judge = std::function<bool(const crypto::Certificate &certificate)>;
+
+// One TLS connection to a daemon. Has no thread of its own and is used from one thread at a time:
+// whoever waits reads for all, and messages that are not waited for are kept for later. Never
+// raises SIGPIPE. Any end of a connection to the public port withdraws the card there.
+class Connection {
+ public:
+  // Resolves the host, connects, makes the handshake and asks the judge. Blocks; only a look-up of
+  // a name (not of a numeric address) may take longer than `patience` says.
+  [[nodiscard]] static std::unique_ptr<Connection> open(const std::string &host, std::uint16_t port,
+                                                        const Judge &judge,
+                                                        const Patience &patience = {},
+                                                        Error *error = nullptr);
+
+  // Says goodbye (close_notify) as far as that works without waiting, and closes.
+  ~Connection();
+  Connection(const Connection &) = delete;
+  Connection &operator=(const Connection &) = delete;
+
+  // Queues the message as one frame and sends what the socket takes at once; the rest leaves in
+  // later calls of any operation here. False if the message can't be written or the connection is
+  // at its end.
+  [[nodiscard]] bool send(const QuillMessage &message, Error *error = nullptr);
+
+  // Sends a request and waits for the response with its message ID.
+  [[nodiscard]] std::optional<QuillMessage> request(const QuillMessage &message,
+                                                    const Patience &patience = {},
+                                                    Error *error = nullptr);
+
+  // Waits for the response with this message ID, to a request that was sent before. Many requests
+  // may be in flight; their responses may be awaited in any order.
+  [[nodiscard]] std::optional<QuillMessage> await(const UUID &messageID,
+                                                  const Patience &patience = {},
+                                                  Error *error = nullptr);
+
+  // Waits for a message of any kind: the oldest that nobody has taken yet.
+  [[nodiscard]] std::optional<QuillMessage> receive(const Patience &patience = {},
+                                                    Error *error = nullptr);
+
+  // For programs with a poll loop of their own: call pump() when descriptor() can be read, or
+  // written while wantsWrite(), or at once while hasMore(); then take messages until none is left.
+  // pump() never blocks. False at the connection's end; what came before can still be taken.
+  bool pump();
+  [[nodiscard]] std::optional<QuillMessage> take();
+  [[nodiscard]] int descriptor() const { return socket_.get(); }
+  [[nodiscard]] bool wantsWrite() const { return !end_ && channel_.unsentBytes() > 0; }
+  [[nodiscard]] bool hasMore() const { return hasMore_; }
+
+  // Why the connection is at its end; nothing while it stands.
+  [[nodiscard]] const std::optional<Error> &end() const { return end_; }
+
+  // Ends it in order: what was sent before still leaves, then close_notify, then the write side is
+  // shut. Blocks at most as long as `patience` says.
+  void goodbye(const Patience &patience);
+
+  // Closes the descriptor without a word, for a process that got the connection through fork: one
+  // byte from it would spoil the other's stream.
+  void abandon();
+
+ private:
+  Connection(base::Descriptor socket, const crypto::TlsContext &context);
+
+  [[nodiscard]] bool handshake(const Patience &patience, Error *error);
+  [[nodiscard]] bool waitForPeer(const Patience &patience, Error *error);
+  [[nodiscard]] bool readChunk();
+  void collect(ByteView chunk);
+  void flush();
+  void endWith(ErrorCode code, std::string description);
+  [[nodiscard]] std::optional<QuillMessage> takeResponse(const UUID &messageID);
+
+  base::Descriptor socket_;
+  crypto::TlsChannel channel_;  // borrows the socket
+  CleansedBytes buffer_;        // for one chunk
+  CleansedBytes frame_;         // that is being collected
+  std::deque<QuillMessage> kept_;
+  std::optional<Error> end_;
+  bool hasMore_ = false;
+  bool isEstablished_ = false;
+};
+
+}  // namespace client
