@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "base/Bytes.hpp"
+
+namespace crypto {
+
+// The digests of FIPS 180-4 that programs sign and decrypt with.
+enum class HashAlgorithm { sha1, sha224, sha256, sha384, sha512 };
+
+// The algorithm with a name like "sha256"; nothing for any other text.
+[[nodiscard]] std::optional<HashAlgorithm> hashAlgorithmNamed(std::string_view name);
+
+// The name for people and for the library: "sha256".
+[[nodiscard]] const char *nameOf(HashAlgorithm algorithm);
+
+// How many bytes a digest has.
+[[nodiscard]] std::size_t digestSize(HashAlgorithm algorithm);
+
+// The digest of all bytes.
+[[nodiscard]] Bytes digestOf(HashAlgorithm algorithm, ByteView bytes);
+
+// The DER DigestInfo that RSA signs with PKCS #1 v1.5 padding (RFC 8017 9.2, note 1). `digest` must
+// have the algorithm's size.
+[[nodiscard]] Bytes digestInfo(HashAlgorithm algorithm, ByteView digest);
+
+}  // namespace crypto

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+#include "crypto/HashAlgorithm.hpp"
+
+namespace crypto {
+
+// Take the padding off a block that came out of the private RSA operation and is as long as the
+// modulus. Nothing if the padding is wrong; neither the time nor anything else tells what was wrong
+// with it, since whoever learns that can decrypt the block bit by bit.
+
+// Encryption padding of PKCS #1 v1.5 (RFC 8017 7.2.2). A caller that talks to strangers should go
+// on with random bytes instead of an error where it gets nothing (RFC 5246 7.4.7.1).
+[[nodiscard]] std::optional<SecretBytes> unpadPKCS1(ByteView block);
+
+// OAEP (RFC 8017 7.1.2). `maskHash` is the digest inside the mask generation function MGF1.
+[[nodiscard]] std::optional<SecretBytes> unpadOAEP(ByteView block, HashAlgorithm hash,
+                                                   HashAlgorithm maskHash, ByteView label = {});
+
+}  // namespace crypto
