@@ -1,6 +1,5 @@
 #include "crypto/PrivateKey.hpp"
 
-#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/encoder.h>
 #include <openssl/err.h>
@@ -37,22 +36,6 @@ std::optional<PrivateKey> keyOrReason(EVP_PKEY *key, Error *error, const std::st
   }
   ERR_clear_error();
   return PrivateKey(shared(key));
-}
-
-// A number of the private part that no public key or bare set of parameters has.
-bool hasPrivatePart(const EVP_PKEY *key) {
-  for (const char *name : {OSSL_PKEY_PARAM_PRIV_KEY, OSSL_PKEY_PARAM_RSA_D}) {
-    std::size_t length = 0;
-    BIGNUM *number = nullptr;
-    if (EVP_PKEY_get_bn_param(key, name, &number) == 1) {
-      BN_clear_free(number);
-      return true;
-    }
-    if (EVP_PKEY_get_octet_string_param(key, name, nullptr, 0, &length) == 1) {
-      return true;
-    }
-  }
-  return false;
 }
 
 struct PasswordRequest {
@@ -126,7 +109,7 @@ std::optional<PrivateKey> PrivateKey::fromPEM(ByteView pem, const SecretText *pa
       shared(text ? PEM_read_bio_PrivateKey_ex(text.get(), nullptr, givePassword, &request,
                                                libraryContext(), nullptr)
                   : nullptr);
-  if (key && hasPrivatePart(key.get())) {
+  if (key) {
     ERR_clear_error();
     return PrivateKey(key);
   }

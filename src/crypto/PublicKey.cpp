@@ -33,6 +33,12 @@ Bytes publicPoint(EVP_PKEY *key) {
   return taken(encoded, length);
 }
 
+Bytes rawPublicKey(const EVP_PKEY *key) {
+  Bytes bytes(32);
+  std::size_t length = bytes.size();
+  return EVP_PKEY_get_raw_public_key(key, bytes.data(), &length) == 1 ? bytes : Bytes();
+}
+
 }  // namespace
 
 KeyType PublicKey::type() const {
@@ -77,8 +83,10 @@ std::optional<Bytes> PublicKey::externalRepresentation(Error *error) const {
       exported = pkcs1PublicKey(native());
       break;
     case KeyType::ec:
-    case KeyType::ed25519:
       exported = publicPoint(native());
+      break;
+    case KeyType::ed25519:
+      exported = rawPublicKey(native());
       break;
     case KeyType::other:
       base::report(error, "crypto", 0, "a key of type " + description() + " has no exported form");

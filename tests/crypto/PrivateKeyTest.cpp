@@ -1,0 +1,106 @@
+#include "crypto/PrivateKey.hpp"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+
+#include "crypto/Digest.hpp"
+#include "crypto/MadeIdentities.hpp"
+
+namespace {
+
+Bytes bytesOfHex(std::string_view digits) {
+  Bytes bytes;
+  for (std::size_t index = 0; index < digits.size(); index += 2) {
+    bytes.push_back(
+        static_cast<std::uint8_t>(std::stoi(std::string(digits.substr(index, 2)), nullptr, 16)));
+  }
+  return bytes;
+}
+
+TEST(Digest, GivesTheValuesOfFIPS180) {
+  EXPECT_EQ(crypto::sha1Digest(base::viewOf("abc")),
+            bytesOfHex("a9993e364706816aba3e25717850c26c9cd0d89d"));
+  EXPECT_EQ(crypto::sha256Digest(base::viewOf("abc")),
+            bytesOfHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
+}
+
+TEST(PrivateKey, SignsThePaddedBlockThatItIsGiven) {
+  const crypto::PrivateKey key = madeKey("RSA");
+  const Bytes data(20, 0x77);
+  // RFC 8017 9.2: 00 01 FF … FF 00 data
+  Bytes block(256, 0xff);
+  block[0] = 0;
+  block[1] = 1;
+  block[235] = 0;
+  std::ranges::copy(data, block.begin() + 236);
+  EXPECT_TRUE(base::equal(key.rawRSA(block)->reveal(), key.signRawPKCS1(data).value()));
+}
+
+TEST(PrivateKey, RefusesDataThatDoesNotFitTheModulus) {
+  const crypto::PrivateKey key = madeKey("RSA");
+  EXPECT_TRUE(key.signRawPKCS1(Bytes(256 - 11)));
+  EXPECT_FALSE(key.signRawPKCS1(Bytes(256 - 10)));
+  EXPECT_FALSE(key.rawRSA(Bytes(255)));
+  EXPECT_FALSE(key.rawRSA(Bytes(257)));
+  EXPECT_FALSE(key.rawRSA(Bytes(256, 0xff)));  // above the modulus
+}
+
+TEST(PrivateKey, RefusesTheOperationsOfOtherTypes) {
+  const Bytes digest(32, 1);
+  EXPECT_FALSE(madeKey("EC").signRawPKCS1(digest));
+  EXPECT_FALSE(madeKey("EC").rawRSA(digest));
+  EXPECT_FALSE(madeKey("EC").signEd25519(digest));
+  EXPECT_FALSE(madeKey("RSA").signDigestECDSA(digest));
+  EXPECT_FALSE(madeKey("RSA").deriveECDH(digest));
+}
+
+TEST(PrivateKey, SignsADigestWithECDSA) {
+  const crypto::PrivateKey key = madeKey("EC");
+  const Bytes digest = crypto::sha256Digest(base::viewOf("abc"));
+  const Bytes signature = key.signDigestECDSA(digest).value();
+  EVP_MD_CTX *context = EVP_MD_CTX_new();
+  EVP_DigestVerifyInit(context, nullptr, EVP_sha256(), nullptr, key.native());
+  const Bytes message = base::bytesOf("abc");
+  EXPECT_EQ(EVP_DigestVerify(context, signature.data(), signature.size(), message.data(), 3), 1);
+  EVP_MD_CTX_free(context);
+}
+
+TEST(PrivateKey, SignsWithEd25519AsInRFC8032) {
+  const auto key = crypto::PrivateKey::fromPKCS8(
+      bytesOfHex("302e020100300506032b657004220420"
+                 "9d61b19deffd5a60ba844af492ec2cc44449c5697b326919703bac031cae7f60"));
+  ASSERT_TRUE(key);
+  EXPECT_EQ(key->publicKey().externalRepresentation(),
+            bytesOfHex("d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a"));
+  EXPECT_EQ(key->signEd25519({}),
+            bytesOfHex("e5564300c360ac729086e2cc806e828a84877f1eb8e5d974d873e065224901555fb88215"
+                       "90a33bacc61e39701cf9b46bd25bf5f0595bbe24655141438e7a100b"));
+}
+
+TEST(PrivateKey, AgreesWithAPeerOnOneCoordinate) {
+  const crypto::PrivateKey mine = madeKey("EC");
+  const crypto::PrivateKey theirs = *crypto::PrivateKey::generateP256();
+  const Bytes myPoint = *mine.publicKey().externalRepresentation();
+  Bytes theirPoint = *theirs.publicKey().externalRepresentation();
+  const SecretBytes shared = mine.deriveECDH(theirPoint).value();
+  EXPECT_EQ(shared.reveal().size(), 32u);
+  EXPECT_TRUE(base::equal(shared.reveal(), theirs.deriveECDH(myPoint)->reveal()));
+
+  theirPoint[64] ^= 1;
+  EXPECT_FALSE(mine.deriveECDH(theirPoint)) << "not on the curve";
+  theirPoint.resize(33);
+  theirPoint[0] = 2;
+  EXPECT_FALSE(mine.deriveECDH(theirPoint)) << "compressed";
+  EXPECT_FALSE(mine.deriveECDH({}));
+}
+
+TEST(PrivateKey, RefusesBytesBehindAPKCS8Key) {
+  const SecretBytes der = madeKey("EC").pkcs8();
+  Bytes longer(der.reveal().begin(), der.reveal().end());
+  ASSERT_TRUE(crypto::PrivateKey::fromPKCS8(longer));
+  longer.push_back(0);
+  EXPECT_FALSE(crypto::PrivateKey::fromPKCS8(longer));
+}
+
+}  // namespace
