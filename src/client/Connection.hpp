@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -13,6 +12,7 @@
 #include "base/Error.hpp"
 #include "base/Secret.hpp"
 #include "base/UUID.hpp"
+#include "client/Patience.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/TlsChannel.hpp"
 #include "protocol/QuillMessage.hpp"
@@ -23,38 +23,6 @@ namespace client {
 inline constexpr std::uint16_t kPublicPort = 4116;
 inline constexpr std::uint16_t kLoopbackPort = 4117;
 inline constexpr const char *kLoopbackHost = "127.0.0.1";
-
-// The domain of this folder's errors, and their codes.
-inline constexpr const char *kErrorDomain = "client";
-enum ErrorCode : int {
-  cannotResolve = 1,    // the host's name has no address
-  unreachable = 2,      // refused, or no way to any of its addresses
-  handshakeFailed = 3,  // somebody answers, but TLS does not come about
-  keyNotPinned = 4,     // the judge did not accept the certificate; nothing was sent
-  timedOut = 5,         // the deadline has passed; the connection, if there was one, still stands
-  peerEnded = 6,        // the peer has ended the connection in order
-  connectionLost = 7,   // reset, keepalive, TLS error, or a frame beyond all bounds
-  stopped = 8,          // the stop descriptor ended the wait
-  notSendable = 9,      // the message lacks a field that its command requires
-  pinUnusable = 10,     // the file with the pinned certificate can't be read or holds none
-};
-
-// On the monotonic clock.
-using Deadline = std::chrono::steady_clock::time_point;
-
-// How long a call waits by default: a look-up of the pairing can hold the daemon's queue for half a
-// minute.
-inline constexpr std::chrono::seconds kDefaultWait{60};
-
-// How long a call may wait, and what else ends its wait.
-struct Patience {
-  Deadline deadline = std::chrono::steady_clock::now() + kDefaultWait;
-  int stopDescriptor = -1;  // the wait also ends when this can be read; borrowed, negative: none
-
-  [[nodiscard]] static Patience lasting(std::chrono::milliseconds time) {
-    return {std::chrono::steady_clock::now() + time, -1};
-  }
-};
 
 // Says whether a server that shows this certificate is the right one. Called on the opening thread,
 // after the handshake and before anything is sent; may block, which the deadline does not count.
@@ -88,7 +56,8 @@ class Connection {
                                                     Error *error = nullptr);
 
   // Waits for the response with this message ID, to a request that was sent before. Many requests
-  // may be in flight; their responses may be awaited in any order.
+  // may be in flight; their responses may be awaited in any order. A response that nobody takes is
+  // kept until a thousand newer messages wait.
   [[nodiscard]] std::optional<QuillMessage> await(const UUID &messageID,
                                                   const Patience &patience = {},
                                                   Error *error = nullptr);
@@ -110,7 +79,7 @@ class Connection {
   [[nodiscard]] const std::optional<Error> &end() const { return end_; }
 
   // Ends it in order: what was sent before still leaves, then close_notify, then the write side is
-  // shut. Blocks at most as long as `patience` says.
+  // shut and the peer's own end awaited. Blocks at most as long as `patience` says.
   void goodbye(const Patience &patience);
 
   // Closes the descriptor without a word, for a process that got the connection through fork: one
@@ -118,12 +87,21 @@ class Connection {
   void abandon();
 
  private:
-  Connection(base::Descriptor socket, const crypto::TlsContext &context);
+  struct Opening {};  // so that open() alone makes connections
+
+ public:
+  Connection(Opening opening, base::Descriptor socket, const crypto::TlsContext &context);
+
+ private:
+  using Take = std::function<std::optional<QuillMessage>()>;
 
   [[nodiscard]] bool handshake(const Patience &patience, Error *error);
-  [[nodiscard]] bool waitForPeer(const Patience &patience, Error *error);
+  [[nodiscard]] std::optional<QuillMessage> waitUntil(const Take &take, const Patience &patience,
+                                                      Error *error);
+  [[nodiscard]] bool readChunks();
   [[nodiscard]] bool readChunk();
   void collect(ByteView chunk);
+  void keep(QuillMessage message);
   void flush();
   void endWith(ErrorCode code, std::string description);
   [[nodiscard]] std::optional<QuillMessage> takeResponse(const UUID &messageID);
@@ -135,7 +113,6 @@ class Connection {
   std::deque<QuillMessage> kept_;
   std::optional<Error> end_;
   bool hasMore_ = false;
-  bool isEstablished_ = false;
 };
 
 }  // namespace client

@@ -1,0 +1,265 @@
+#include "client/Connection.hpp"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "client/Dialing.hpp"
+#include "protocol/Frame.hpp"
+
+namespace client {
+namespace {
+
+using Result = crypto::TlsChannel::Result;
+
+// What readChunk of the channel asks for.
+constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + protocol::kDroppedChunkBytes;
+
+// A daemon takes and sends frames of 2 MiB at most by default.
+constexpr std::size_t kLargestFrame = std::size_t{16} * 1024 * 1024;
+constexpr std::size_t kMostKept = 1000;
+
+// Between two looks at the caller's deadline, or at the other descriptors of its loop.
+constexpr int kChunksPerPump = 64;
+
+}  // namespace
+
+std::unique_ptr<Connection> Connection::open(const std::string &host, std::uint16_t port,
+                                             const Judge &judge, const Patience &patience,
+                                             Error *error) {
+  Error reason;
+  const auto context = crypto::TlsContext::client(&reason);
+  if (!context) {
+    base::report(error, kErrorDomain, handshakeFailed, reason.description);
+    return nullptr;
+  }
+  base::Descriptor socket = dial(host, port, patience, error);
+  if (!socket.isOpen()) {
+    return nullptr;
+  }
+  auto connection = std::make_unique<Connection>(Opening{}, std::move(socket), *context);
+  if (!connection->handshake(patience, error)) {
+    return nullptr;
+  }
+  const auto certificate = connection->channel_.peerCertificate();
+  if (!certificate || !judge(*certificate)) {
+    base::report(error, kErrorDomain, keyNotPinned,
+                 "the server at " + host + " port " + std::to_string(port) +
+                     " is not the one that is trusted");
+    return nullptr;
+  }
+  return connection;
+}
+
+Connection::Connection(Opening /*opening*/, base::Descriptor socket,
+                       const crypto::TlsContext &context)
+    : socket_(std::move(socket)),
+      channel_(context, crypto::TlsChannel::Role::client, socket_.get()),
+      buffer_(kChunkBytes) {}
+
+Connection::~Connection() {
+  if (socket_.isOpen() && !end_) {
+    channel_.sayGoodbye();
+    (void)channel_.flush();
+  }
+}
+
+bool Connection::handshake(const Patience &patience, Error *error) {
+  Result result = channel_.handshake();
+  while (result == Result::wantsRead || result == Result::wantsWrite) {
+    if (!waitFor(socket_.get(), result == Result::wantsWrite, patience, error)) {
+      return false;
+    }
+    result = channel_.handshake();
+  }
+  if (result != Result::done) {
+    base::report(error, kErrorDomain, handshakeFailed,
+                 "the TLS handshake failed: " + channel_.errorText());
+    return false;
+  }
+  return true;
+}
+
+bool Connection::send(const QuillMessage &message, Error *error) {
+  const CleansedBytes frame = protocol::frameOf(message);
+  if (frame.size() == protocol::kFrameStart.size() + protocol::kFrameEnd.size()) {
+    base::report(error, kErrorDomain, notSendable, "the message lacks a field");
+    return false;
+  }
+  ByteView rest = frame;
+  while (!end_ && !rest.empty()) {
+    const std::size_t taken = channel_.encryptRecord(rest);
+    if (taken == 0) {
+      endWith(connectionLost, "connection lost: " + channel_.errorText());
+    }
+    rest = rest.subspan(taken);
+  }
+  flush();
+  if (end_ && error != nullptr) {
+    *error = *end_;
+  }
+  return !end_;
+}
+
+std::optional<QuillMessage> Connection::request(const QuillMessage &message,
+                                                const Patience &patience, Error *error) {
+  if (!message.messageID) {
+    base::report(error, kErrorDomain, notSendable, "the request has no message ID");
+    return std::nullopt;
+  }
+  return send(message, error) ? await(*message.messageID, patience, error) : std::nullopt;
+}
+
+std::optional<QuillMessage> Connection::await(const UUID &messageID, const Patience &patience,
+                                              Error *error) {
+  return waitUntil([&] { return takeResponse(messageID); }, patience, error);
+}
+
+std::optional<QuillMessage> Connection::receive(const Patience &patience, Error *error) {
+  return waitUntil([&] { return take(); }, patience, error);
+}
+
+std::optional<QuillMessage> Connection::waitUntil(const Take &take, const Patience &patience,
+                                                  Error *error) {
+  while (true) {
+    if (auto message = take()) {
+      return message;
+    }
+    if (end_) {
+      if (error != nullptr) {
+        *error = *end_;
+      }
+      return std::nullopt;
+    }
+    if (std::chrono::steady_clock::now() >= patience.deadline) {
+      base::report(error, kErrorDomain, timedOut, "no answer in time");
+      return std::nullopt;
+    }
+    // what TLS holds already does not make the socket readable
+    if (!hasMore_ && !waitFor(socket_.get(), wantsWrite(), patience, error)) {
+      return std::nullopt;
+    }
+    pump();
+  }
+}
+
+bool Connection::pump() {
+  hasMore_ = false;
+  flush();
+  if (end_) {
+    return false;
+  }
+  hasMore_ = readChunks();
+  flush();  // reading may have put something there: the answer to a key update, an alert
+  return !end_;
+}
+
+// True if there may be more.
+bool Connection::readChunks() {
+  int chunks = 0;
+  while (!end_ && chunks < kChunksPerPump && readChunk()) {
+    ++chunks;
+  }
+  return !end_ && chunks == kChunksPerPump;
+}
+
+// True if there was a chunk. A connection that can't send any more is still read to its end.
+bool Connection::readChunk() {
+  ByteView chunk;
+  switch (channel_.readChunk(buffer_, chunk)) {
+    case Result::done:
+      collect(chunk);
+      return true;
+    case Result::wantsRead:
+    case Result::wantsWrite:
+      return false;
+    case Result::ended:
+      endWith(peerEnded, "the peer has ended the connection");
+      return false;
+    case Result::failed:
+      endWith(connectionLost, "connection lost: " + channel_.errorText());
+      return false;
+  }
+  return false;
+}
+
+void Connection::collect(ByteView chunk) {
+  const auto collected = protocol::collectChunk(frame_, chunk);
+  if (frame_.size() > kLargestFrame) {
+    frame_ = CleansedBytes();
+    endWith(connectionLost, "connection dropped: the peer sent a frame of more than 16 MiB");
+  } else if (collected.outcome == protocol::ChunkOutcome::frame && !collected.payload.empty()) {
+    // an empty frame answers nothing
+    if (auto message = QuillMessage::initWithJSONData(collected.payload)) {
+      keep(std::move(*message));
+    }
+  }
+}
+
+void Connection::keep(QuillMessage message) {
+  if (kept_.size() == kMostKept) {
+    kept_.pop_front();
+  }
+  kept_.push_back(std::move(message));
+}
+
+std::optional<QuillMessage> Connection::take() {
+  if (kept_.empty()) {
+    return std::nullopt;
+  }
+  std::optional<QuillMessage> message(std::move(kept_.front()));
+  kept_.pop_front();
+  return message;
+}
+
+std::optional<QuillMessage> Connection::takeResponse(const UUID &messageID) {
+  const auto found = std::ranges::find_if(kept_, [&](const QuillMessage &message) {
+    return message.messageType == QuillMessageTypeResponse && message.messageID == messageID;
+  });
+  if (found == kept_.end()) {
+    return std::nullopt;
+  }
+  std::optional<QuillMessage> message(std::move(*found));
+  kept_.erase(found);
+  return message;
+}
+
+void Connection::flush() {
+  if (!end_ && channel_.flush() == Result::failed) {
+    // what has come in is read before the connection counts as lost: it may hold the answer
+    while (readChunks()) {
+    }
+    endWith(connectionLost, "connection lost: " + channel_.errorText());
+  }
+}
+
+void Connection::endWith(ErrorCode code, std::string description) {
+  if (!end_) {
+    end_ = Error{kErrorDomain, code, std::move(description)};
+  }
+}
+
+void Connection::goodbye(const Patience &patience) {
+  if (!socket_.isOpen() || end_) {
+    return;
+  }
+  channel_.sayGoodbye();
+  flush();
+  while (wantsWrite() && base::waitToWrite(socket_.get(), patience.deadline)) {
+    flush();
+  }
+  (void)::shutdown(socket_.get(), SHUT_WR);
+  // what is left unread at the close would make it a reset
+  while (!end_ && base::waitToRead(socket_.get(), patience.deadline)) {
+    (void)readChunks();
+  }
+  endWith(stopped, "the connection was ended from this side");
+}
+
+void Connection::abandon() {
+  socket_.close();
+  endWith(stopped, "the connection belongs to another process");
+}
+
+}  // namespace client

@@ -1,0 +1,118 @@
+#include "client/Dialing.hpp"
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <iterator>
+#include <memory>
+#include <system_error>
+#include <vector>
+
+namespace client {
+namespace {
+
+constexpr int kKeepaliveIdleSeconds = 15;
+constexpr int kKeepaliveIntervalSeconds = 15;
+constexpr int kKeepaliveCount = 3;
+constexpr int kUnacknowledgedMilliseconds = 60000;
+
+struct AddressReleaser {
+  void operator()(addrinfo *list) const { ::freeaddrinfo(list); }
+};
+using Addresses = std::unique_ptr<addrinfo, AddressReleaser>;
+
+Addresses resolve(const std::string &host, std::uint16_t port, Error *error) {
+  addrinfo wanted{};
+  wanted.ai_socktype = SOCK_STREAM;
+  wanted.ai_flags = AI_NUMERICSERV | AI_NUMERICHOST;
+  addrinfo *list = nullptr;
+  const std::string service = std::to_string(port);
+  // a numeric address first: that needs no name service, which other people's processes may not
+  // expect to be loaded into them
+  int failure = ::getaddrinfo(host.c_str(), service.c_str(), &wanted, &list);
+  if (failure == EAI_NONAME) {
+    wanted.ai_flags = AI_NUMERICSERV;
+    failure = ::getaddrinfo(host.c_str(), service.c_str(), &wanted, &list);
+  }
+  if (failure != 0) {
+    base::report(error, kErrorDomain, cannotResolve,
+                 "no address for \"" + host + "\": " + ::gai_strerror(failure));
+    return nullptr;
+  }
+  return Addresses(list);
+}
+
+void setOption(int socket, int level, int option, int value) {
+  // without it the connection works all the same
+  (void)::setsockopt(socket, level, option, &value, sizeof value);
+}
+
+void setOptions(int socket) {
+  setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+  setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+  setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepaliveIdleSeconds);
+  setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepaliveIntervalSeconds);
+  setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepaliveCount);
+  setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnacknowledgedMilliseconds);
+}
+
+// The errno value of a connection that was begun: 0 when it stands.
+int outcomeOf(int socket) {
+  int outcome = 0;
+  socklen_t size = sizeof outcome;
+  return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &outcome, &size) == 0 ? outcome : errno;
+}
+
+base::Descriptor dialAddress(const addrinfo &address, const Patience &patience, Error *error) {
+  base::Descriptor socket(::socket(
+      address.ai_family, address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address.ai_protocol));
+  int outcome = socket.isOpen() ? 0 : errno;
+  if (outcome == 0) {
+    setOptions(socket.get());
+    outcome = ::connect(socket.get(), address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
+  }
+  if (outcome == EINPROGRESS || outcome == EINTR) {
+    if (!waitFor(socket.get(), /*toWrite=*/true, patience, error)) {
+      return {};
+    }
+    outcome = outcomeOf(socket.get());
+  }
+  if (outcome != 0) {
+    base::report(error, kErrorDomain, unreachable, std::generic_category().message(outcome));
+    return {};
+  }
+  return socket;
+}
+
+}  // namespace
+
+base::Descriptor dial(const std::string &host, std::uint16_t port, const Patience &patience,
+                      Error *error) {
+  const Addresses list = resolve(host, port, error);
+  std::vector<const addrinfo *> addresses;
+  for (const addrinfo *address = list.get(); address != nullptr; address = address->ai_next) {
+    addresses.push_back(address);
+  }
+  for (std::size_t index = 0; index < addresses.size(); ++index) {
+    const auto now = std::chrono::steady_clock::now();
+    const auto share = (patience.deadline - now) / static_cast<int>(addresses.size() - index);
+    Error reason;
+    base::Descriptor socket =
+        dialAddress(*addresses[index], {now + share, patience.stopDescriptor}, &reason);
+    if (socket.isOpen()) {
+      return socket;
+    }
+    base::report(
+        error, reason.domain, reason.code,
+        "no connection to " + host + " port " + std::to_string(port) + ": " + reason.description);
+    if (reason.code == stopped) {
+      break;
+    }
+  }
+  return {};
+}
+
+}  // namespace client

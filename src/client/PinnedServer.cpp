@@ -1,0 +1,44 @@
+#include "client/PinnedServer.hpp"
+
+#include <string>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+
+namespace client {
+namespace {
+
+constexpr std::size_t kLargestPinFile = 1024 * 1024;
+
+}  // namespace
+
+Judge judgeByKeyOf(const crypto::Certificate &certificate) {
+  const auto key = certificate.publicKey();
+  return [pinned = key ? key->subjectPublicKeyInfo() : Bytes()](const crypto::Certificate &shown) {
+    const auto shownKey = shown.publicKey();
+    return !pinned.empty() && shownKey && base::equal(shownKey->subjectPublicKeyInfo(), pinned);
+  };
+}
+
+std::optional<Judge> loopbackJudge(Error *error) {
+  const std::string path = base::rooted(kServerCertificatePath);
+  Error reason;
+  const auto content = base::readFile(path, kLargestPinFile, &reason);
+  if (!content) {
+    base::report(error, kErrorDomain, pinUnusable, reason.description);
+    return std::nullopt;
+  }
+  const auto certificates = crypto::Certificate::allFromPEM(*content);
+  if (certificates.empty()) {
+    base::report(error, kErrorDomain, pinUnusable, path + " holds no certificate");
+    return std::nullopt;
+  }
+  return judgeByKeyOf(certificates.front());
+}
+
+std::unique_ptr<Connection> openLoopback(const Patience &patience, Error *error) {
+  const auto judge = loopbackJudge(error);
+  return judge ? Connection::open(kLoopbackHost, kLoopbackPort, *judge, patience, error) : nullptr;
+}
+
+}  // namespace client

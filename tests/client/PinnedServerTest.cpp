@@ -1,0 +1,42 @@
+#include "client/PinnedServer.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "client/TestServer.hpp"
+
+namespace client {
+namespace {
+
+TEST(PinnedServer, IsTheOneThatHoldsTheKeyInThePinFile) {
+  const std::string root = testing::TempDir() + "pinned-server";
+  std::filesystem::remove_all(root);
+  ASSERT_EQ(::setenv("KFYD_ROOT", root.c_str(), /*overwrite=*/1), 0);
+  const std::string path = base::rooted(kServerCertificatePath);
+  ASSERT_EQ(path, root + kServerCertificatePath) << "the root was read before this test";
+  ASSERT_TRUE(base::makeFolders(root + "/etc/keyferry", 0755));
+
+  Error error;
+  EXPECT_FALSE(loopbackJudge(&error));
+  EXPECT_EQ(error.code, pinUnusable);
+  ASSERT_TRUE(base::replaceFile(path, base::viewOf("no certificate"), 0644));
+  EXPECT_FALSE(loopbackJudge(&error));
+  EXPECT_EQ(error.code, pinUnusable);
+
+  const crypto::Identity server = makeIdentity("server");
+  ASSERT_TRUE(base::replaceFile(path, base::viewOf(server.certificate.pem()), 0644));
+  const auto renewed =
+      crypto::Certificate::selfSigned(server.key, "renewed", /*days=*/9, /*serverName=*/false);
+  const auto judge = loopbackJudge(&error);
+  ASSERT_TRUE(judge && renewed);
+  EXPECT_TRUE((*judge)(server.certificate));
+  EXPECT_TRUE((*judge)(*renewed));
+  EXPECT_FALSE((*judge)(makeIdentity("server").certificate));
+}
+
+}  // namespace
+}  // namespace client
