@@ -21,10 +21,10 @@ namespace {
 // A record that is no longer than this and follows a full one belongs to the same chunk.
 constexpr std::size_t kTailBytes = 8;
 
-// What one call may take from the socket. A record is a fraction of it: whoever needs more sends
-// nothing but key updates and the like, which would hold the caller's loop for as long as they
-// come.
-constexpr std::size_t kReceivedPerCall = 256 * 1024;
+// What one call may take from the socket. A record is a fraction of it and a chain of certificates
+// is at most 100 KiB: whoever needs more sends nothing but key updates and the like, which would
+// hold the caller's loop for as long as they come.
+constexpr std::size_t kReceivedPerCall = 128 * 1024;
 
 // The socket's side of the BIO.
 struct Transport {
