@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 namespace base {
@@ -39,5 +40,10 @@ class Descriptor {
  private:
   int value_ = -1;
 };
+
+// Waits until a descriptor can be read or written, or has ended or failed, which the next call on
+// it then tells. False when the deadline has passed or it can't be waited for.
+[[nodiscard]] bool waitToRead(int descriptor, std::chrono::steady_clock::time_point deadline);
+[[nodiscard]] bool waitToWrite(int descriptor, std::chrono::steady_clock::time_point deadline);
 
 }  // namespace base

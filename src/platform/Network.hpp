@@ -59,7 +59,8 @@ class Connection {
   virtual void send(CleansedBytes unit, SendCompletion completion) = 0;
 
   // Ends the connection from this side. What was sent before is still delivered. `cancelled` comes
-  // on a later event; nothing more is received. A second call does nothing.
+  // on a later event, even if the last reference is dropped meanwhile; nothing more is received. A
+  // second call does nothing.
   virtual void cancel() = 0;
 };
 

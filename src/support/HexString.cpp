@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 
+#include "base/UTF8.hpp"
 #include "crypto/Digest.hpp"
 #include "support/CVNLog.hpp"
 
@@ -40,12 +41,6 @@ int hexDigitValue(char character) {
     return character - 'a' + 10;
   }
   return kNoDigit;
-}
-
-// Characters of UTF-8 text: every byte that does not continue one.
-std::size_t characterCount(std::string_view text) {
-  return static_cast<std::size_t>(std::ranges::count_if(
-      text, [](char byte) { return (static_cast<std::uint8_t>(byte) & 0xC0) != 0x80; }));
 }
 
 // One group of up to four values, written to `output`; returns how many bytes it gave.
@@ -106,7 +101,7 @@ std::optional<Bytes> dataWithHexString(std::string_view text) {
   if (text.starts_with("0x") || text.starts_with("0X")) {
     text.remove_prefix(2);
   }
-  if (characterCount(text) % 2 != 0) {
+  if (base::characterCount(text) % 2 != 0) {
     return std::nullopt;
   }
   Bytes bytes(text.size() / 2);

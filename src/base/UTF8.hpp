@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "base/Bytes.hpp"
+
+namespace base {
+
+// True if the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
+[[nodiscard]] bool isUTF8(ByteView bytes);
+
+// Characters of well-formed UTF-8 text.
+[[nodiscard]] std::size_t characterCount(std::string_view text);
+
+// The first `count` characters of well-formed UTF-8 text; all of it if it has fewer.
+[[nodiscard]] std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+}  // namespace base

@@ -1,0 +1,213 @@
+#include "daemon/QuillNetworkManager.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "identity/PinnedCertificate.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+#include "support/StandardErrorLines.hpp"
+#include "worker/ConnectionLines.hpp"
+
+namespace {
+
+constexpr std::string_view kSettingsDomain = "com.corvane.kfyd";
+constexpr std::int32_t kPublicPort = 4116;
+constexpr std::int32_t kLoopbackPort = 4117;
+constexpr const char *kAllAddresses = "::";
+constexpr const char *kLoopbackAddress = "127.0.0.1";
+constexpr int kKeepaliveSeconds = 15;
+constexpr int kKeepaliveProbes = 15;
+constexpr std::chrono::seconds kHandshakeTime{10};
+
+std::optional<QuillNetworkManager::ManagerPlatform> &processPlatform() {
+  static std::optional<QuillNetworkManager::ManagerPlatform> platform;
+  return platform;
+}
+
+void reportListenerState(std::uint16_t port, platform::ListenerState state, int errorNumber) {
+  switch (state) {
+    case platform::ListenerState::waiting:
+      support::printToStandardError("Listener on port %u (%s) waiting\n", port, "tcp");
+      break;
+    case platform::ListenerState::ready:
+      support::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
+      break;
+    case platform::ListenerState::failed:
+      support::warn(errorNumber, "listener (%s) failed", "tcp");
+      break;
+    case platform::ListenerState::cancelled:
+      break;
+  }
+}
+
+// Clients on this machine pin what stands there; that it can't be written stops nobody else.
+void publish(const crypto::Certificate &certificate) {
+  Error error;
+  if (!identity::publishPinnedCertificate(certificate, &error)) {
+    CVNLog("certificate for local clients not published: %@", error.description);
+  }
+}
+
+}  // namespace
+
+QuillNetworkManager::QuillNetworkManager(const ManagerPlatform &platform)
+    : RequestProcessor(platform.processing), platform_(platform) {}
+
+void QuillNetworkManager::usePlatform(const ManagerPlatform &platform) {
+  processPlatform().emplace(platform);
+}
+
+QuillNetworkManager &QuillNetworkManager::manager() {
+  // Lives until the process ends, whatever ends before it.
+  static auto &shared = *new QuillNetworkManager(processPlatform().value());  // NOLINT: see above
+  return shared;
+}
+
+bool QuillNetworkManager::setupListener() {
+  CVNLogDebug("setting up listener");
+  const bool isSetUp = setupListenerOnPort(
+      kPublicPort, "::", /*localOnly=*/false, [] { CVNLogDebug("Local Listener Started"); },
+      [] { CVNLogDebug("local Listener setup complete"); });
+  if (!isSetUp) {
+    CVNLog("listener could not be set up.");
+  }
+  return isSetUp;
+}
+
+bool QuillNetworkManager::setupLocalListener() {
+  CVNLogDebug("setting up local listener");
+  const bool isSetUp = setupListenerOnPort(
+      kLoopbackPort, "::", /*localOnly=*/true, [] { CVNLogDebug("Local Listener Started"); },
+      [] { CVNLogDebug("local Listener setup complete"); });
+  if (!isSetUp) {
+    CVNLog("local listener could not be set up.");
+  }
+  return isSetUp;
+}
+
+bool QuillNetworkManager::setupListenerOnPort(std::int32_t port,
+                                              const std::string & /*bonjourName*/, bool localOnly,
+                                              const std::function<void()> & /*connectionStarted*/,
+                                              const std::function<void()> & /*completedBlock*/) {
+  if (localOnly) {
+    CVNLogDebug("Setting up local listener");
+  } else {
+    CVNLogDebug("Setting up listener");
+  }
+  std::unique_ptr<platform::Listener> &place = localOnly ? localListener : listener;
+  place = createAndStartListenerWithName(/*name=*/std::nullopt, std::to_string(port), localOnly);
+  return place != nullptr;
+}
+
+std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerWithName(
+    const std::optional<std::string> &name, const std::string &port, bool localOnly) {
+  CVNLogDebug("create and start listener");
+  workers.clear();
+  const CVNKeychain::IdentityReference identity = findServerIdentity();
+  if (!identity) {
+    return nullptr;
+  }
+  publish(identity->certificate);
+
+  platform::ListenerParameters parameters;
+  parameters.host = localOnly ? kLoopbackAddress : name.value_or(kAllAddresses);
+  parameters.port = port;
+  parameters.identity = identity;
+  parameters.keepaliveIdleSeconds = kKeepaliveSeconds;
+  parameters.keepaliveIntervalSeconds = kKeepaliveSeconds;
+  parameters.keepaliveCount = kKeepaliveProbes;
+  parameters.handshakeTime = kHandshakeTime;
+  std::unique_ptr<platform::Listener> created = platform_.network.createListener(parameters);
+  created->setStateHandler([self = created.get()](platform::ListenerState state, int errorNumber) {
+    reportListenerState(self->port(), state, errorNumber);
+  });
+  created->setConnectionHandler(
+      [this, localOnly](std::shared_ptr<platform::Connection> connection) {
+        accept(std::move(connection), localOnly);
+      });
+  created->setFailedHandshakeHandler(worker::warnConnectionFailed);
+  created->start();
+  return created;
+}
+
+CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
+  platform::UserDefaults &defaults = platform_.processing.defaults;
+  const CVNKeychain keychain(platform_.store, platform_.tokens, defaults);
+  const auto hashText = defaults.text(kSettingsDomain, "ssl_certificate_sha1_hash");
+  const auto name = defaults.text(kSettingsDomain, "ssl_certificate_common_name");
+  if (hashText && !hashText->empty()) {
+    const Bytes hash = support::dataWithHexString(*hashText).value_or(Bytes{});
+    auto identity =
+        keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, /*pin=*/std::nullopt);
+    if (!identity) {
+      CVNLog("SSL identity not found with sha1 hash of %@. exiting", support::Hex{hash});
+    }
+    return identity;
+  }
+  if (!name || name->empty()) {
+    CVNLog("SSL identity not specified");
+    return nullptr;
+  }
+  auto identity =
+      keychain.findIdentityWithSubjectName(*name, /*tokenOnly=*/false, /*pin=*/std::nullopt);
+  if (!identity) {
+    CVNLog("SSL identity not found with name of %@. exiting", *name);
+  }
+  return identity;
+}
+
+void QuillNetworkManager::accept(std::shared_ptr<platform::Connection> connection, bool isLocal) {
+  forgetDeadWorkers();
+  const QuillWorker::Shared worker = QuillWorker::initWithReceiveBlock(
+      [this](const QuillWorker::Shared &from, const QuillMessage &message) {
+        received(&message, from);
+      },
+      [this](const QuillWorker::Shared &from, const std::optional<std::string> &error) {
+        disconnected(from, error);
+      });
+  worker->postDisconnected = [this](const QuillWorker::Shared &from) {
+    connectionDisconnected(from);
+  };
+  worker->isLocal = isLocal;
+  workers.push_back(worker);
+  worker->startConnection(connection);
+  worker->receiveLoopWithConnection(connection);
+}
+
+// A worker whose connection the daemon cancelled stays registered; once nothing waits for it any
+// more it is forgotten, so that failed authentications do not pile up.
+void QuillNetworkManager::forgetDeadWorkers() {
+  std::erase_if(workers, [this](const QuillWorker::Shared &worker) {
+    return !worker->g_inbound_connection &&
+           std::ranges::none_of(pendingMessages, [&](const auto &entry) {
+             return entry.second.requester == worker || entry.second.holder == worker;
+           });
+  });
+}
+
+void QuillNetworkManager::received(const QuillMessage *message, const QuillWorker::Shared &worker) {
+  if (message == nullptr) {
+    CVNLogDebug("received message is blank");
+    return;
+  }
+  CVNLogDebug("Got message: %s", *message);
+  processRequest(message, worker);
+}
+
+void QuillNetworkManager::disconnected(const QuillWorker::Shared &worker,
+                                       const std::optional<std::string> &error) {
+  if (!worker->isLocal) {
+    CVNLog("worker is not local removing smartcard");
+    removeSmartcard();
+  }
+  CVNLogDebug("client disconnected:%s", error);
+}
+
+// The observer of "CVNNotificationConnectionDisconnected".
+void QuillNetworkManager::connectionDisconnected(const QuillWorker::Shared &worker) {
+  std::erase_if(pendingMessages,
+                [&](const auto &entry) { return entry.second.requester == worker; });
+  std::erase(workers, worker);
+}

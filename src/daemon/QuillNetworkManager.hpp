@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "identity/CVNKeychain.hpp"
+#include "platform/Network.hpp"
+#include "platform/UserDefaults.hpp"
+#include "requests/RequestProcessor.hpp"
+
+// The two TLS listeners and the registry of their connections: a public one on port 4116 for the
+// remote client, a loopback one on port 4117 for the token driver and local tools.
+class QuillNetworkManager : public RequestProcessor {
+ public:
+  // What the manager needs of the platform. The references outlive it.
+  struct ManagerPlatform {
+    RequestProcessor::Platform processing;
+    platform::Network &network;
+    platform::ItemStore &store;
+    platform::TokenWatcher &tokens;
+  };
+
+  // Everything but tests uses manager().
+  explicit QuillNetworkManager(const ManagerPlatform &platform);
+
+  // The process's one manager, made at the first call on the platform that usePlatform was given
+  // before.
+  [[nodiscard]] static QuillNetworkManager &manager();
+  static void usePlatform(const ManagerPlatform &platform);
+
+  // Set up the public and the loopback listener; false, with a log line, if that is not possible
+  // for want of a TLS identity. Whether the port could be had shows only later.
+  [[nodiscard]] bool setupListener();
+  [[nodiscard]] bool setupLocalListener();
+
+  // The Bonjour name and the two callbacks are not passed on.
+  [[nodiscard]] bool setupListenerOnPort(std::int32_t port, const std::string &bonjourName,
+                                         bool localOnly,
+                                         const std::function<void()> &connectionStarted,
+                                         const std::function<void()> &completedBlock);
+
+  // A started listener, or null, with a log line, if no TLS identity was found. `name`, if given,
+  // is the host that a public listener binds to. Forgets all workers.
+  [[nodiscard]] std::unique_ptr<platform::Listener> createAndStartListenerWithName(
+      const std::optional<std::string> &name, const std::string &port, bool localOnly);
+
+  std::unique_ptr<platform::Listener> listener;
+  std::unique_ptr<platform::Listener> localListener;
+
+ private:
+  [[nodiscard]] CVNKeychain::IdentityReference findServerIdentity() const;
+  void accept(std::shared_ptr<platform::Connection> connection, bool isLocal);
+  void forgetDeadWorkers();
+  void received(const QuillMessage *message, const QuillWorker::Shared &worker);
+  void disconnected(const QuillWorker::Shared &worker, const std::optional<std::string> &error);
+  void connectionDisconnected(const QuillWorker::Shared &worker);
+
+  ManagerPlatform platform_;
+};

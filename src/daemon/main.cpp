@@ -1,0 +1,93 @@
+// kfyd: lets a remote client act as a smart card for this machine.
+
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "base/Root.hpp"
+#include "daemon/QuillNetworkManager.hpp"
+#include "linux/clock/SystemClock.hpp"
+#include "linux/defaults/TomlUserDefaults.hpp"
+#include "linux/log/LogCollector.hpp"
+#include "linux/network/AsioMainQueue.hpp"
+#include "linux/network/TlsNetwork.hpp"
+#include "linux/process/SpawnToolRunner.hpp"
+#include "linux/store/SqliteItemStore.hpp"
+#include "linux/tokens/AbsentTokenWatcher.hpp"
+#include "support/CVNLog.hpp"
+#include "support/LogPlatform.hpp"
+
+namespace {
+
+constexpr int kCannotListen = -1;
+
+std::string processName() {
+  std::error_code unknown;
+  return std::filesystem::read_symlink("/proc/self/exe", unknown).filename().string();
+}
+
+// What the platform has to report of itself: settings and keychain files that can't be used.
+void reportFromPlatform(const std::string &line) {
+  CVNLog("%s", line);
+}
+
+// Memory holds relayed PINs and passwords: no core file, no debugger of another user. What the
+// process makes is for root alone, and a peer that goes away raises no signal.
+void prepareProcess() {
+  prctl(PR_SET_DUMPABLE, 0);
+  umask(077);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+int exitWith(const char *line) {
+  CVNLog("%s", line);
+  support::flushLogs();
+  return kCannotListen;
+}
+
+int runDaemon() {
+  prepareProcess();
+  platform_linux::AsioMainQueue queue;
+  platform_linux::SystemClock clock;
+  platform_linux::TomlUserDefaults defaults(reportFromPlatform);
+  platform_linux::LogCollector log(queue, processName());
+  platform_linux::SpawnToolRunner tools;
+  platform_linux::SqliteItemStore store(base::rooted("/var/lib/keyferry/keychain.db"),
+                                        reportFromPlatform);
+  platform_linux::AbsentTokenWatcher tokens;
+  platform_linux::TlsNetwork network(queue);
+  support::useLogPlatform(std::make_unique<support::LogPlatform>(support::LogPlatform{
+      clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));
+  queue.setBeforeEvent(support::eventBegins);
+  QuillNetworkManager::usePlatform({{tools, clock, defaults}, network, store, tokens});
+
+  support::logToFileAlone("Starting Listener");
+  QuillNetworkManager &manager = QuillNetworkManager::manager();
+  if (!manager.setupListener()) {
+    support::logToFileAlone("no");
+    return exitWith("error setting up listener. exiting.");
+  }
+  if (!manager.setupLocalListener()) {
+    return exitWith("error setting up local listener. exiting.");
+  }
+  queue.run();
+  return 0;
+}
+
+}  // namespace
+
+int main() {
+  try {
+    return runDaemon();
+  } catch (const std::exception &failure) {
+    CVNLog("kfyd ends: %s", failure.what());
+    support::flushLogs();
+    return 1;
+  }
+}

@@ -1,0 +1,184 @@
+#include "identity/CVNKeychain.hpp"
+
+#include <algorithm>
+
+#include "identity/LowerCase.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+
+namespace {
+
+using platform::IdentityQuery;
+using platform::IdentityRecord;
+using support::CertificateInfo;
+
+std::string textForm(const std::vector<std::string> &texts) {
+  std::string form = "(";
+  for (const std::string &text : texts) {
+    form += (form.size() > 1 ? ", " : "") + text;
+  }
+  return form + ")";
+}
+
+IdentityQuery queryWithAttributes() {
+  IdentityQuery query;
+  query.returnAttributes = true;
+  query.returnReference = true;
+  return query;
+}
+
+std::optional<Bytes> hashOfKey(const crypto::Certificate &certificate) {
+  const auto key = certificate.publicKey();
+  const auto exported = key ? key->externalRepresentation() : std::nullopt;
+  return exported ? std::optional(support::sha1(*exported)) : std::nullopt;
+}
+
+CertificateInfo describe(const IdentityRecord &record) {
+  CertificateInfo info;
+  info.certificate = support::base64EncodeBytes(record.reference->certificate.der(),
+                                                /*separateLines=*/false);
+  info.canSign = record.canSign;
+  info.canDecrypt = record.canDecrypt;
+  info.canUnwrap = record.canUnwrap;
+  info.label = record.label.value_or("");
+  return info;
+}
+
+CertificateInfo describeWithKeyHash(const IdentityRecord &record) {
+  CertificateInfo info = describe(record);
+  const std::optional<Bytes> hash =
+      record.publicKeyHash ? record.publicKeyHash : hashOfKey(record.reference->certificate);
+  info.publicKeyHash = support::hexString(hash.value_or(Bytes{}));
+  return info;
+}
+
+}  // namespace
+
+template <typename Matches>
+CVNKeychain::IdentityReference CVNKeychain::findFirst(bool tokenOnly,
+                                                      const std::optional<SecretText> &pin,
+                                                      Matches matches) const {
+  IdentityQuery query = queryWithAttributes();
+  if (tokenOnly) {
+    query.accessGroup = platform::kTokenAccessGroup;
+  }
+  if (pin && !pin->empty()) {
+    CVNLogDebug("using PIN in LAContext");
+    query.pin = &*pin;
+  }
+  const platform::IdentityMatches found = store_.searchIdentities(query);
+  if (found.status != platform::itemSuccess) {
+    CVNLog("SecIdentityCopyCertificate error");
+    return nullptr;
+  }
+  const auto first = std::ranges::find_if(found.records, matches);
+  return first == found.records.end() ? nullptr : first->reference;
+}
+
+CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSHA1Hash(
+    ByteView hash, bool tokenOnly, const std::optional<SecretText> &pin) const {
+  return findFirst(tokenOnly, pin, [&](const IdentityRecord &record) {
+    return base::equal(record.reference->certificate.sha1(), hash);
+  });
+}
+
+CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSubjectName(
+    const std::string &name, bool tokenOnly, const std::optional<SecretText> &pin) const {
+  const std::string lowered = identity::lowerCase(name);
+  return findFirst(tokenOnly, pin,
+                   [&](const IdentityRecord &record) { return record.label == lowered; });
+}
+
+CVNKeychain::IdentityReference CVNKeychain::findIdentityWithPubKeyHash(
+    ByteView hash, const std::optional<SecretText> &pin) const {
+  return findFirst(/*tokenOnly=*/true, pin, [&](const IdentityRecord &record) {
+    return record.publicKeyHash && base::equal(*record.publicKeyHash, hash);
+  });
+}
+
+std::optional<Bytes> CVNKeychain::publicKeyHashForCertificateWithSHA1Hash(
+    ByteView hash, const std::optional<SecretText> &pin) const {
+  const IdentityReference found = findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, pin);
+  return found ? hashOfKey(found->certificate) : std::nullopt;
+}
+
+CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSubject(
+    const std::string &subject) const {
+  IdentityQuery query;
+  query.subjectContains = subject;
+  const platform::IdentityMatches found = store_.searchIdentities(query);
+  return found.records.size() == 1 ? found.records.front().reference : nullptr;
+}
+
+std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain() const {
+  const std::vector<std::string> tokenIDs = tokens_.tokenIDs();
+  CVNLogDebug("token IDS: %@", textForm(tokenIDs));
+  std::vector<CertificateInfo> list;
+  for (const std::string &tokenID : tokenIDs) {
+    IdentityQuery query = queryWithAttributes();
+    query.tokenID = tokenID;
+    CVNLogDebug("querying for identities on %s", tokenID);
+    const platform::IdentityMatches found = store_.searchIdentities(query);
+    if (found.status == platform::itemNotFound) {
+      CVNLog("No identities found for %s", tokenID);
+      continue;
+    }
+    if (found.status != platform::itemSuccess) {
+      CVNLog("SecItemCopyMatching error: %i", static_cast<int>(found.status));
+      continue;
+    }
+    CVNLogDebug("found %li identities", found.records.size());
+    std::ranges::transform(found.records, std::back_inserter(list), describeWithKeyHash);
+  }
+  if (defaults_.boolean(platform::kStandardDefaults, "debugLogging")) {
+    CVNLogDebug("------certificate array from keychain------");
+    for (const CertificateInfo &info : list) {
+      CVNLogDebug("%@", info.certificate);
+    }
+  }
+  return list;
+}
+
+std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() const {
+  const bool isVerbose = defaults_.boolean(platform::kStandardDefaults, "verboseLogging");
+  CVNLogDebug("querying ios certificates");
+  const platform::IdentityMatches found = store_.searchIdentities(queryWithAttributes());
+  if (found.status == platform::itemNotFound) {
+    CVNLog("No identities found");
+  } else if (found.status != platform::itemSuccess) {
+    CVNLog("SecItemCopyMatching error: %i", static_cast<int>(found.status));
+  }
+  std::vector<CertificateInfo> list;
+  std::ranges::transform(found.records, std::back_inserter(list), describe);
+  if (isVerbose) {
+    CVNLogDebug("------certificate array from keychain------");
+    for (const CertificateInfo &info : list) {
+      CVNLogDebug("certificate in keychain:%@", info.certificate);
+    }
+  }
+  return list;
+}
+
+std::optional<std::vector<CVNKeychain::IdentityReference>> CVNKeychain::keychainIdentities() const {
+  IdentityQuery query;
+  query.returnReference = true;
+  const platform::IdentityMatches found = store_.searchIdentities(query);
+  if (found.status != platform::itemSuccess) {
+    CVNLog("SecIdentityCopyCertificate error");
+    return std::nullopt;
+  }
+  std::vector<IdentityReference> identities;
+  std::ranges::transform(found.records, std::back_inserter(identities), &IdentityRecord::reference);
+  return identities;
+}
+
+std::vector<CVNKeychain::IdentitySummary> CVNKeychain::availableIdentityInfo() const {
+  std::vector<IdentitySummary> summaries;
+  const auto identities = keychainIdentities();
+  for (const IdentityReference &identity : identities.value_or(std::vector<IdentityReference>{})) {
+    if (const auto name = identity->certificate.commonName()) {
+      summaries.push_back({*name, support::hexString(identity->certificate.sha1())});
+    }
+  }
+  return summaries;
+}

@@ -1,0 +1,128 @@
+#include "requests/ClientAuthentication.hpp"
+
+#include <algorithm>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "base/UUID.hpp"
+#include "crypto/Certificate.hpp"
+#include "requests/PairingListing.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+
+namespace requests {
+namespace {
+
+const std::string kNoUserText =
+    "There was no user matching on the remote machine mapped to the certificate on the smart card. "
+    "Please check the pairing and try again.";
+
+void select(Request &request, std::optional<Bytes> hash) {
+  request.worker->selectedCertificateHash = hash;
+  request.reply.selectedCertificateHash = std::move(hash);
+}
+
+void selectFirstListed(Request &request, const QuillMessage::CertificateArray &listed) {
+  CVNLogDebug(
+      "Skipping user verification because /Library/Application "
+      "Support/Keyferry/.disableuserverification was found");
+  CVNLogDebug(
+      "user certificate matching skipped. saving selected cert hash and sending back to client");
+  const Bytes *first = listed.empty() ? nullptr : std::get_if<Bytes>(&listed.front());
+  select(request, first == nullptr ? std::nullopt : std::optional(*first));
+}
+
+void selectPaired(Request &request, const QuillMessage::CertificateArray &listed) {
+  const std::optional<Bytes> paired = findPairedHash(request.processor.platform());
+  if (!paired) {
+    CVNLog("no user found matching pubkey hash returning error");
+    request.reply.status = false;
+    request.reply.selectedCertificateHash = Bytes{};
+    request.reply.errorMessage = kNoUserText;
+    request.worker->selectedCertificateHash.reset();
+    return;
+  }
+  // A client that does not hold the paired key is answered all the same and fails at
+  // `authenticate`.
+  if (std::ranges::find(listed, support::ArrayElement(*paired)) != listed.end()) {
+    CVNLogDebug("found user with pubkeyhash");
+  }
+  CVNLogDebug("saving selected certificate hash and sending back which one we selected");
+  select(request, paired);
+}
+
+void selectCertificate(Request &request) {
+  const auto &listed = request.message.certificateArray;
+  if (!listed) {
+    return;
+  }
+  request.reply.status = true;
+  CVNLogDebug("found certificate array.");
+  if (base::fileExists(base::rooted(kUserVerificationMarker))) {
+    return selectFirstListed(request, *listed);
+  }
+  selectPaired(request, *listed);
+}
+
+// The certificate's public-key hash; nothing, with a log line, if it has no key that can be
+// exported.
+std::optional<Bytes> publicKeyHashOf(const crypto::Certificate &certificate) {
+  Error error;
+  const auto key = certificate.publicKey(&error);
+  const auto exported = key ? key->externalRepresentation(&error) : std::nullopt;
+  if (!exported) {
+    CVNLog("SecKeyCopyExternalRepresentation error: %@", error.description);
+    return std::nullopt;
+  }
+  CVNLogDebug("getting pubkeyhash of certificate");
+  return support::sha1(*exported);
+}
+
+bool provesItself(const QuillMessage &message, const QuillWorker &worker) {
+  if (!message.challengeSignature || !message.certificateUsedToAuthenticate) {
+    return false;
+  }
+  const auto certificate = crypto::Certificate::fromDER(*message.certificateUsedToAuthenticate);
+  if (!certificate) {
+    return false;
+  }
+  CVNLogDebug("signed challenge and certificate found, so validating");
+  const auto hash = publicKeyHashOf(*certificate);
+  if (!hash || !worker.selectedCertificateHash || *hash != *worker.selectedCertificateHash) {
+    return false;
+  }
+  CVNLogDebug("validating signature");
+  return worker.challenge &&
+         certificate->publicKey()->verifyRawPKCS1(*message.challengeSignature, *worker.challenge);
+}
+
+}  // namespace
+
+void handleConnect(Request &request) {
+  selectCertificate(request);
+  const UUID random = UUID::random();
+  const Bytes challenge(random.bytes.begin(), random.bytes.end());
+  request.reply.challenge = challenge;
+  request.worker->challenge = challenge;
+  request.worker->sendMessage(request.reply);
+}
+
+void handleAuthenticate(Request &request) {
+  request.reply.status = false;
+  request.worker->isAuthenticated = false;
+  if (provesItself(request.message, *request.worker)) {
+    CVNLogDebug("signature good.");
+    request.worker->isAuthenticated = true;
+    request.worker->authCertificate = request.message.certificateUsedToAuthenticate;
+    request.reply.status = true;
+  }
+  if (request.worker->isAuthenticated) {
+    CVNLogDebug("Authenticated. Sending back success");
+    request.worker->sendMessage(request.reply);
+  } else {
+    CVNLogDebug("Not authenticated. Sending back failure");
+    request.worker->sendMessageAndDisconnect(request.reply);
+  }
+}
+
+}  // namespace requests

@@ -1,0 +1,95 @@
+#include <algorithm>
+
+#include "requests/ClientAuthentication.hpp"
+#include "requests/Relay.hpp"
+#include "requests/Request.hpp"
+#include "requests/ScreenSharingPassword.hpp"
+#include "requests/VirtualCard.hpp"
+#include "support/CVNLog.hpp"
+
+namespace requests {
+namespace {
+
+// Who may send a command.
+enum Sender { anyone, authenticated, local };
+
+struct Route {
+  QuillCommand command;
+  const char *trace;
+  Sender sender;
+  void (*handle)(Request &request);
+};
+
+constexpr Route kRoutes[] = {
+    {QuillCommandConnect, "Command: QuillCommandConnect", anyone, handleConnect},
+    {QuillCommandAuthenticate, "Command: QuillCommandAuthenticate", anyone, handleAuthenticate},
+    {QuillCommandInsert, "Command: QuillCommandInsert", anyone, handleInsert},
+    {QuillCommandRemove, "Command: QuillCommandRemove", authenticated, handleRemove},
+    {QuillCommandGetCertificates, "Command: QuillCommandGetCertificates", anyone,
+     handleGetCertificates},
+    {QuillCommandSignData, "Command: QuillCommandSignData or QuillCommandDecryptData", local,
+     handleRelay},
+    {QuillCommandDecryptData, "Command: QuillCommandSignData or QuillCommandDecryptData", local,
+     handleRelay},
+    {QuillCommandCreateEmphemeralUser, "Command: QuillCommandCreateEmphemeralUser", authenticated,
+     handleCreateUser},
+};
+
+bool maySend(Sender sender, const QuillWorker &worker) {
+  switch (sender) {
+    case anyone:
+      return true;
+    case authenticated:
+      return worker.isAuthenticated;
+    case local:
+      if (!worker.isLocal) {
+        CVNLogDebug("request from non-local client. rejecting");
+      }
+      return worker.isLocal;
+  }
+  return false;
+}
+
+void dispatchRequest(RequestProcessor &processor, const QuillMessage &message,
+                     const QuillWorker::Shared &worker) {
+  CVNLogDebug("Message Type: Request");
+  Request request{message, worker, processor,
+                  QuillMessage::initWithReplyMessageForCommand(message.command, /*status=*/false,
+                                                               message.messageID)};
+  const Route *route = std::ranges::find(kRoutes, message.command, &Route::command);
+  if (route == std::end(kRoutes)) {
+    CVNLog("invalid command:%li", message.command);
+    return;
+  }
+  CVNLogDebug("%s", route->trace);
+  if (!maySend(route->sender, *worker)) {
+    return refuse(request);
+  }
+  route->handle(request);
+}
+
+void dispatchResponse(RequestProcessor &processor, const QuillMessage &message) {
+  CVNLogDebug("Message Type: Response");
+  if (message.command != QuillCommandSignData && message.command != QuillCommandDecryptData) {
+    CVNLog("invalid command: %li.", message.command);
+    return;
+  }
+  CVNLogDebug("Command: Sign or Decrypt Data");
+  relayResponse(processor, message);
+}
+
+}  // namespace
+}  // namespace requests
+
+void RequestProcessor::processRequest(const QuillMessage *message,
+                                      const QuillWorker::Shared &worker) {
+  CVNLogDebug("Daemon processing request or response");
+  if (message == nullptr) {
+    CVNLogDebug("no message. skipping");
+    return;
+  }
+  if (message->messageType == QuillMessageTypeResponse) {
+    return requests::dispatchResponse(*this, *message);
+  }
+  requests::dispatchRequest(*this, *message, worker);
+}

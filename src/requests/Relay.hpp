@@ -1,0 +1,14 @@
+#pragma once
+
+#include "requests/Request.hpp"
+
+namespace requests {
+
+// `sign_data` and `decrypt_data`: passes the request on to the connection that holds the
+// certificate.
+void handleRelay(Request &request);
+
+// Passes the answer to such a request on to whoever asked.
+void relayResponse(RequestProcessor &processor, const QuillMessage &response);
+
+}  // namespace requests

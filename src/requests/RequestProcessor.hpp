@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "base/UUID.hpp"
+#include "platform/Clock.hpp"
+#include "platform/ToolRunner.hpp"
+#include "platform/UserDefaults.hpp"
+#include "protocol/QuillMessage.hpp"
+#include "worker/QuillWorker.hpp"
+
+// The daemon's protocol state machine: what it does with every message that a connection has sent.
+// All of it happens on the main queue, one message at a time.
+class RequestProcessor {
+ public:
+  // What processing needs of the platform. The references outlive the processor.
+  struct Platform {
+    platform::ToolRunner &tools;
+    platform::Clock &clock;
+    platform::UserDefaults &defaults;
+  };
+
+  // A relayed request that waits for its answer.
+  struct Pending {
+    QuillWorker::Shared requester;
+    QuillWorker::Shared holder;
+  };
+
+  explicit RequestProcessor(const Platform &platform) : platform_(platform) {}
+  virtual ~RequestProcessor() = default;
+  RequestProcessor(const RequestProcessor &) = delete;
+  RequestProcessor &operator=(const RequestProcessor &) = delete;
+
+  // Handles one message (null: none) of `worker`, which gets at most one reply at once. May block
+  // for as long as the pairing listing takes.
+  void processRequest(const QuillMessage *message, const QuillWorker::Shared &worker);
+
+  // Makes the card's marker file anew, or deletes it. Failures are ignored.
+  void insertSmartcard();
+  void removeSmartcard();
+
+  [[nodiscard]] const Platform &platform() const { return platform_; }
+
+  // Every accepted connection, in order of acceptance.
+  std::vector<QuillWorker::Shared> workers;
+  // The card's list from the latest insert that carried one; null before. Never cleared.
+  QuillMessage::Certificates certificates;
+  // By the message ID of the request.
+  std::unordered_map<UUID, Pending> pendingMessages;
+
+ private:
+  Platform platform_;
+};

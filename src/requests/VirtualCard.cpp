@@ -1,0 +1,55 @@
+#include "requests/VirtualCard.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <memory>
+#include <vector>
+
+#include "base/Descriptor.hpp"
+#include "base/Root.hpp"
+
+namespace requests {
+
+void handleInsert(Request &request) {
+  request.reply.status = true;
+  if (request.message.certificates) {
+    request.processor.certificates = request.message.certificates;
+    request.worker->certificates = request.message.certificates;
+  }
+  request.processor.insertSmartcard();
+  request.worker->sendMessage(request.reply);
+}
+
+void handleRemove(Request &request) {
+  request.reply.status = true;
+  request.processor.removeSmartcard();
+  request.worker->sendMessage(request.reply);
+}
+
+void handleGetCertificates(Request &request) {
+  request.reply.status = true;
+  request.reply.certificates = request.processor.certificates;
+  if (!request.reply.certificates) {
+    // an answer without a list could not be written
+    request.reply.certificates =
+        std::make_shared<const protocol::CardList>(std::vector<protocol::CardEntry>{});
+  }
+  request.worker->sendMessage(request.reply);
+}
+
+}  // namespace requests
+
+void RequestProcessor::insertSmartcard() {
+  // Deleted first even where it is created again at once: the token driver waits for the marker to
+  // go and come back before it reads the certificates anew.
+  removeSmartcard();
+  // Never through a link that somebody else has put there.
+  const base::Descriptor marker(::open(base::rooted(requests::kCardMarker).c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+}
+
+void RequestProcessor::removeSmartcard() {
+  // By name, and only a file: a folder in the marker's place is left alone.
+  ::unlink(base::rooted(requests::kCardMarker).c_str());
+}

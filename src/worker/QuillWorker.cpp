@@ -1,0 +1,141 @@
+#include "worker/QuillWorker.hpp"
+
+#include <utility>
+
+#include "protocol/Frame.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+#include "support/StandardErrorLines.hpp"
+#include "worker/ConnectionLines.hpp"
+
+using support::Hex;
+
+QuillWorker::Shared QuillWorker::initWithReceiveBlock(ReceiveBlock receiveBlock,
+                                                      DisconnectedBlock disconnected) {
+  const Shared worker(new QuillWorker);  // NOLINT: the constructor is private, make_shared can't
+  worker->receiveBlock = std::move(receiveBlock);
+  worker->disconnectedBlock = std::move(disconnected);
+  return worker;
+}
+
+void QuillWorker::startConnection(std::shared_ptr<platform::Connection> connection) {
+  g_inbound_connection = std::move(connection);
+  // The callbacks outlive the worker, and may come after the connection was forgotten.
+  g_inbound_connection->setStateHandler(
+      [weak = weak_from_this(), peer = g_inbound_connection->peer()](
+          platform::ConnectionState state, int errorNumber) {
+        if (const Shared worker = weak.lock()) {
+          worker->stateChanged(peer, state, errorNumber);
+        }
+      });
+  g_inbound_connection->start();
+}
+
+void QuillWorker::stateChanged(const platform::Endpoint &peer, platform::ConnectionState state,
+                               int errorNumber) {
+  switch (state) {
+    case platform::ConnectionState::waiting:
+      support::warn(errorNumber, "connect to %s port %u (%s) failed, is waiting", peer.host,
+                    peer.port, "tcp");
+      break;
+    case platform::ConnectionState::preparing:
+      break;
+    case platform::ConnectionState::ready:
+      support::printToStandardError("Connection to %s port %u (%s) succeeded!\n", peer.host,
+                                    peer.port, "tcp");
+      break;
+    case platform::ConnectionState::failed:
+      worker::warnConnectionFailed(peer, errorNumber);
+      break;
+    case platform::ConnectionState::cancelled:
+      CVNLog("connection cancelled");
+      disconnectedBlock(shared_from_this(), /*error=*/std::nullopt);
+      break;
+  }
+}
+
+void QuillWorker::receiveLoopWithConnection(
+    const std::shared_ptr<platform::Connection> &connection) {
+  connection->receive([weak = weak_from_this(),
+                       weakConnection = std::weak_ptr(connection)](const platform::Chunk &chunk) {
+    const Shared worker = weak.lock();
+    const std::shared_ptr<platform::Connection> from = weakConnection.lock();
+    if (worker && from) {
+      worker->received(from, chunk);
+    }
+  });
+}
+
+void QuillWorker::received(const std::shared_ptr<platform::Connection> &connection,
+                           const platform::Chunk &chunk) {
+  if (!chunk.content.empty()) {
+    if (chunk.errorNumber != 0) {
+      CVNLog("error receiving content");
+    }
+    receivedContent(chunk.content);
+  }
+  if (chunk.isFinal) {
+    return peerEndedStream();
+  }
+  if (chunk.errorNumber == 0) {
+    return receiveLoopWithConnection(connection);
+  }
+  CVNLog("error receiving");
+}
+
+void QuillWorker::receivedContent(ByteView content) {
+  CVNLogDebug("%@", Hex{content});
+  const protocol::CollectedChunk collected = protocol::collectChunk(dataBuffer, content);
+  switch (collected.outcome) {
+    case protocol::ChunkOutcome::tooSmall:
+      CVNLog("data too small. ignoring");
+      break;
+    case protocol::ChunkOutcome::collecting:
+      break;
+    case protocol::ChunkOutcome::frame:
+      if (const auto message = QuillMessage::initWithJSONData(collected.payload);
+          message && receiveBlock) {
+        receiveBlock(shared_from_this(), *message);
+      }
+      break;
+  }
+}
+
+void QuillWorker::peerEndedStream() {
+  const Shared self = shared_from_this();  // the registry lets go of it below
+  g_inbound_connection.reset();
+  CVNLogDebug("closing connection");
+  if (postDisconnected) {
+    postDisconnected(self);
+  }
+  disconnectedBlock(self, /*error=*/std::nullopt);
+}
+
+bool QuillWorker::sendMessage(const QuillMessage &message) {
+  CleansedBytes frame = protocol::frameOf(message);
+  CVNLog("sending message: %s", message);
+  if (!g_inbound_connection) {
+    CVNLog("connection dropped! Cannot send mesage : %s", Hex{frame});
+    return false;
+  }
+  g_inbound_connection->send(std::move(frame), [](int errorNumber) {
+    if (errorNumber != 0) {
+      support::warn(errorNumber, "write close error");
+    }
+  });
+  return true;
+}
+
+void QuillWorker::sendMessageAndDisconnect(const QuillMessage &message) {
+  sendMessage(message);
+  disconnect();
+}
+
+void QuillWorker::disconnect() {
+  if (g_inbound_connection) {
+    std::exchange(g_inbound_connection, nullptr)->cancel();
+    // Nothing reads these any more, while the worker itself stays registered.
+    certificates.reset();
+    dataBuffer = CleansedBytes();
+  }
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+#include "platform/Network.hpp"
+#include "protocol/QuillMessage.hpp"
+
+// One accepted connection: cuts its stream into messages, sends messages as frames, reports the
+// connection's end, and carries what the request processor keeps for this peer. Everything happens
+// on the main queue.
+class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
+ public:
+  using Shared = std::shared_ptr<QuillWorker>;
+  using ReceiveBlock = std::function<void(const Shared &worker, const QuillMessage &message)>;
+  using DisconnectedBlock =
+      std::function<void(const Shared &worker, const std::optional<std::string> &error)>;
+
+  // A worker without a connection yet.
+  [[nodiscard]] static Shared initWithReceiveBlock(ReceiveBlock receiveBlock,
+                                                   DisconnectedBlock disconnected);
+
+  // Takes the connection, reports its states and starts it.
+  void startConnection(std::shared_ptr<platform::Connection> connection);
+
+  // Asks for the next chunk, again and again until the stream ends.
+  void receiveLoopWithConnection(const std::shared_ptr<platform::Connection> &connection);
+
+  // Sends a message as one frame; false, with a log line, if there is no connection any more.
+  bool sendMessage(const QuillMessage &message);
+
+  // Sends a message and ends the connection; the message still arrives.
+  void sendMessageAndDisconnect(const QuillMessage &message);
+
+  // Ends the connection, if there is one.
+  void disconnect();
+
+  bool isLocal = false;  // came in on the loopback listener
+  bool isAuthenticated = false;
+  ReceiveBlock receiveBlock;  // called for every decoded message
+  QuillMessage::Certificates certificates;
+  std::optional<Bytes> challenge;
+  std::optional<Bytes> authCertificate;
+  std::optional<Bytes> selectedCertificateHash;
+  std::shared_ptr<platform::Connection> g_inbound_connection;  // null once closed or cancelled
+  DisconnectedBlock disconnectedBlock;                         // called when the connection ends
+  CleansedBytes dataBuffer;                                    // the frame being collected
+
+  // Posts "CVNNotificationConnectionDisconnected" with the worker as its object: the peer has ended
+  // its stream. Set by the manager, which observes it.
+  std::function<void(const Shared &worker)> postDisconnected;
+
+ private:
+  QuillWorker() = default;
+
+  void stateChanged(const platform::Endpoint &peer, platform::ConnectionState state,
+                    int errorNumber);
+  void received(const std::shared_ptr<platform::Connection> &connection,
+                const platform::Chunk &chunk);
+  void receivedContent(ByteView content);
+  void peerEndedStream();
+};
