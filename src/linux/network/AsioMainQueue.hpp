@@ -1,0 +1,28 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <chrono>
+#include <functional>
+
+#include "platform/MainQueue.hpp"
+
+namespace platform_linux {
+
+// The main queue on Boost.Asio's io_context.
+class AsioMainQueue final : public platform::MainQueue {
+ public:
+  void run() override;
+  void stop() override;
+  void post(std::function<void()> work) override;
+  void postAfter(std::chrono::milliseconds delay, std::function<void()> work) override;
+  void setBeforeEvent(std::function<void()> beforeEvent) override;
+
+  // For the sockets of this folder.
+  [[nodiscard]] boost::asio::io_context &context() { return context_; }
+
+ private:
+  boost::asio::io_context context_{1};  // one thread runs it
+  std::function<void()> beforeEvent_ = [] {};
+};
+
+}  // namespace platform_linux
