@@ -1,0 +1,96 @@
+#include "ctl/CommandLine.hpp"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <iostream>
+
+#include "base/Version.hpp"
+#include "ctl/JSONText.hpp"
+
+namespace ctl {
+namespace {
+
+// The names of the commands that the line has come to: "kfyctl identity use".
+std::string spelledCommand(const CLI::App &app) {
+  std::string text = app.get_name();
+  const auto chosen = app.get_subcommands();
+  return chosen.empty() ? text : text + " " + spelledCommand(*chosen.front());
+}
+
+// The parser's messages are sentences of its own.
+std::string loweredFirst(std::string text) {
+  if (text.size() > 1 && std::isupper(static_cast<unsigned char>(text[1])) == 0) {
+    text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  }
+  return text;
+}
+
+// An unknown word is what is wrong, even where the parser first misses a command.
+std::string whatIsWrong(const CLI::App &app, const CLI::ParseError &error) {
+  const std::vector<std::string> unknown = app.remaining(/*recurse=*/true);
+  return unknown.empty() ? loweredFirst(error.what())
+                         : "\"" + unknown.front() + "\" is not known here";
+}
+
+void say(const std::string &program, const Failure &failure, Session &session) {
+  if (session.json) {
+    session.notes << jsonObject([&](protocol::JSONWriter &writer) {
+      putText(writer, "error", failure.what);
+      putText(writer, "try", failure.next);
+    });
+    return;
+  }
+  session.notes << program << ": error: " << failure.what << '\n';
+  if (!failure.next.empty()) {
+    session.notes << program << ": try: " << failure.next << '\n';
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> argumentsOf(int count, char **values) {
+  return {values + std::min(count, 1), values + count};
+}
+
+Session sessionOnStandardStreams() {
+  return {std::cin, std::cout, std::cerr, ::isatty(STDIN_FILENO) == 1,
+          ::isatty(STDOUT_FILENO) == 1};
+}
+
+void describe(CLI::App &app, const std::string &description) {
+  app.description(description);
+  app.set_version_flag("--version", app.get_name() + " " + base::kVersion);
+  app.require_subcommand(1);
+  app.fallthrough();  // --version is known behind every command
+  app.get_formatter()->column_width(36);
+}
+
+void addJSONOption(CLI::App &command, Session &session) {
+  command.add_flag("--json", session.json, "write the result as JSON");
+}
+
+int runCommandLine(CLI::App &app, std::span<const std::string> arguments, Session &session) {
+  try {
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError &error) {
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+      return app.exit(error, session.output, session.notes);
+    }
+    session.outcome =
+        Failure{whatIsWrong(app, error), spelledCommand(app) + " --help", exitWrongCommandLine};
+  }
+  session.output.flush();
+  if (!session.outcome && !session.output) {
+    session.outcome = Failure{"the result cannot be written to standard output", ""};
+  }
+  if (!session.outcome) {
+    return exitDone;
+  }
+  say(app.get_name(), *session.outcome, session);
+  return session.outcome->status;
+}
+
+}  // namespace ctl

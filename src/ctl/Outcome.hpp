@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace ctl {
+
+// What the tools end with.
+enum ExitStatus {
+  exitDone = 0,
+  exitFailed = 1,
+  exitWrongCommandLine = 2,
+  exitNoAnswer = 3,  // the daemon did not answer
+};
+
+// Why a command did not do its work: one line in lower case without a full stop, and what to type
+// next, ready to paste (empty: nothing).
+struct Failure {
+  std::string what;
+  std::string next;
+  ExitStatus status = exitFailed;
+};
+
+// Of a command; nothing: it did its work.
+using Outcome = std::optional<Failure>;
+
+}  // namespace ctl

@@ -1,0 +1,82 @@
+#include "ctl/PairingHash.hpp"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "base/Files.hpp"
+#include "crypto/Certificate.hpp"
+#include "crypto/PublicKey.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr std::size_t kHashDigits = 40;
+constexpr std::size_t kSHA256Digits = 64;
+constexpr std::size_t kLargestFile = 1024 * 1024;
+
+std::string withoutDecoration(std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    text.remove_prefix(2);
+  }
+  std::string digits(text);
+  std::erase(digits, ':');
+  return digits;
+}
+
+bool isHexadecimal(std::string_view text) {
+  return text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
+std::string whyNot(std::string_view text, std::string_view digits) {
+  const std::string quoted = "\"" + std::string(text) + "\"";
+  if (!isHexadecimal(digits)) {
+    return quoted + " is not hexadecimal; pairing wants the 40 digits of the public key";
+  }
+  if (digits.size() == kSHA256Digits) {
+    return quoted +
+           " is a certificate's fingerprint (SHA-256); pairing wants the 40 digits of the public "
+           "key: kfy-remote keys";
+  }
+  return quoted + " has " + std::to_string(digits.size()) +
+         " digits; pairing wants the 40 digits of the public key";
+}
+
+}  // namespace
+
+std::optional<Bytes> publicKeyHashFromText(std::string_view text, Error *error) {
+  const std::string digits = withoutDecoration(text);
+  if (digits.size() != kHashDigits || !isHexadecimal(digits)) {
+    base::report(error, "pairing", 0, whyNot(text, digits));
+    return std::nullopt;
+  }
+  return support::dataWithHexString(digits);
+}
+
+std::optional<Bytes> publicKeyHashFromCertificate(const std::string &path, Error *error) {
+  const auto file = base::readFile(path, kLargestFile, error);
+  if (!file) {
+    return std::nullopt;
+  }
+  const auto fromPEM = crypto::Certificate::allFromPEM(*file);
+  const auto certificate =
+      fromPEM.empty() ? crypto::Certificate::fromDER(*file) : std::optional(fromPEM.front());
+  if (!certificate) {
+    base::report(error, "pairing", 0, path + " holds no certificate, neither as PEM nor as DER");
+    return std::nullopt;
+  }
+  const auto key = certificate->publicKey(error);
+  if (!key) {
+    return std::nullopt;
+  }
+  if (key->type() != crypto::KeyType::rsa) {
+    base::report(error, "pairing", 0,
+                 path + " holds a key of type " + key->description() +
+                     "; a client can authenticate with an RSA key alone");
+    return std::nullopt;
+  }
+  const auto exported = key->externalRepresentation(error);
+  return exported ? std::optional(support::sha1(*exported)) : std::nullopt;
+}
+
+}  // namespace ctl

@@ -1,0 +1,123 @@
+#include "ctl/Pairings.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+#include <variant>
+
+#include "base/Files.hpp"
+#include "linux/defaults/SettingsFile.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kHashBytes = 20;
+
+constexpr const char *kFirstLine =
+    "# Keys that may authenticate for a user of this machine; written by sc_auth pair and unpair\n";
+
+// In a sandboxed root nobody need be root.
+bool belongsToOthers(const struct stat &status) {
+  return (status.st_uid != 0 && status.st_uid != ::geteuid()) ||
+         (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+std::optional<Pairing> pairingFrom(const platform_linux::Setting &setting) {
+  const auto *const digits = std::get_if<std::string>(&setting.value);
+  auto hash = digits == nullptr ? std::nullopt : support::dataWithHexString(*digits);
+  if (!hash || hash->size() != kHashBytes) {
+    return std::nullopt;
+  }
+  return Pairing{setting.key, std::move(*hash)};
+}
+
+// Programs of all users look into the folder, whatever the umask says.
+bool makeFolderOf(const std::string &path, Error *error) {
+  const std::string folder = path.substr(0, path.rfind('/'));
+  if (base::fileExists(folder)) {
+    return true;
+  }
+  return base::makeFolders(folder, 0755, error) && ::chmod(folder.c_str(), 0755) == 0;
+}
+
+}  // namespace
+
+PairingFile::PairingFile(std::string path) : path_(std::move(path)) {}
+
+std::optional<std::string> PairingFile::readText(Error *error) const {
+  struct stat status{};
+  if (::lstat(path_.c_str(), &status) != 0) {
+    if (errno == ENOENT) {
+      return "";
+    }
+    base::reportErrno(error, errno, "cannot read " + path_);
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode) || belongsToOthers(status)) {
+    base::report(error, "pairings", 0,
+                 path_ + " is not a regular file that root alone can change, so it is not used");
+    return std::nullopt;
+  }
+  const auto content = base::readFile(path_, kLargestFile, error);
+  return content ? std::optional(std::string(base::textOf(*content))) : std::nullopt;
+}
+
+std::optional<std::vector<Pairing>> PairingFile::read(Error *error) const {
+  const auto text = readText(error);
+  const auto settings = text ? platform_linux::readSettings(*text, error) : std::nullopt;
+  if (!settings) {
+    if (text && error != nullptr) {
+      error->description = path_ + ", " + error->description;
+    }
+    return std::nullopt;
+  }
+  std::vector<Pairing> pairings;
+  for (const auto &setting : *settings) {
+    auto pairing = pairingFrom(setting);
+    if (!pairing) {
+      base::report(error, "pairings", 0,
+                   path_ + " holds no public-key hash of 40 digits for \"" + setting.key + "\"");
+      return std::nullopt;
+    }
+    pairings.push_back(std::move(*pairing));
+  }
+  return pairings;
+}
+
+bool PairingFile::write(std::span<const Pairing> pairings, Error *error) const {
+  auto text = readText(error);
+  const auto before = text ? read(error) : std::nullopt;
+  if (!before) {
+    return false;
+  }
+  if (text->empty()) {
+    text = kFirstLine;
+  }
+  for (const Pairing &old : *before) {
+    text = text ? platform_linux::withSetting(*text, old.user, std::nullopt, error) : text;
+  }
+  for (const Pairing &pairing : pairings) {
+    text = text ? platform_linux::withSetting(*text, pairing.user,
+                                              support::hexString(pairing.publicKeyHash), error)
+                : text;
+  }
+  return text && makeFolderOf(path_, error) &&
+         base::replaceFile(path_, base::viewOf(*text), 0600, error);
+}
+
+std::string listingOf(std::span<const Pairing> pairings) {
+  std::string listing = "SmartCard: com.corvane.keyferry.ctkextension\n";
+  if (!pairings.empty()) {
+    listing += "Paired identities which are used for authentication\n";
+  }
+  for (const Pairing &pairing : pairings) {
+    listing += support::hexString(pairing.publicKeyHash) + "\t" + pairing.user + "\n";
+  }
+  return listing;
+}
+
+}  // namespace ctl

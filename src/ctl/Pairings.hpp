@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "base/Error.hpp"
+
+namespace ctl {
+
+// A key that stands for a user of this machine: whoever holds it may authenticate as a remote
+// client.
+struct Pairing {
+  std::string user;
+  Bytes publicKeyHash;  // SHA-1 of the exported public key, 20 bytes
+
+  friend bool operator==(const Pairing &left, const Pairing &right) = default;
+};
+
+// Where the pairings are kept, on the system.
+inline constexpr const char *kPairingsPath = "/etc/keyferry/pairings.toml";
+
+// The file of pairings: a TOML file with lines `user = "40 hexadecimal digits"`.
+class PairingFile {
+ public:
+  // `path` is used as given (see base::rooted).
+  explicit PairingFile(std::string path);
+
+  // All pairings in the order of their lines; none if there is no file. Nothing, with the reason in
+  // *error, if it can't be read, does not parse, holds anything else, or could be changed by others
+  // than root: who writes it decides who gets in.
+  [[nodiscard]] std::optional<std::vector<Pairing>> read(Error *error = nullptr) const;
+
+  // Makes these the only pairings; comments stay. Atomic; the file is root's alone (0600).
+  [[nodiscard]] bool write(std::span<const Pairing> pairings, Error *error = nullptr) const;
+
+ private:
+  [[nodiscard]] std::optional<std::string> readText(Error *error) const;
+
+  std::string path_;
+};
+
+// What `sc_auth identities` prints, which is also what the daemon reads: a header, and if there are
+// pairings, a section line and a line for each.
+[[nodiscard]] std::string listingOf(std::span<const Pairing> pairings);
+
+}  // namespace ctl

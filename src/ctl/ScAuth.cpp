@@ -1,0 +1,141 @@
+#include "ctl/ScAuth.hpp"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <ostream>
+
+#include "base/Root.hpp"
+#include "ctl/AccountFile.hpp"
+#include "ctl/CommandLine.hpp"
+#include "ctl/JSONText.hpp"
+#include "ctl/PairingHash.hpp"
+#include "ctl/Pairings.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+struct PairOptions {
+  std::string user;
+  std::string hash;
+  std::string certificateFile;
+  bool replace = false;
+};
+
+PairingFile pairingFile() {
+  return PairingFile(base::rooted(kPairingsPath));
+}
+
+Failure unusable(const Error &error, const std::string &command) {
+  if (error.domain == "errno" && (error.code == EACCES || error.code == EPERM)) {
+    return {error.description, "sudo sc_auth " + command};
+  }
+  return {error.description, "sudo ls -l " + base::rooted(kPairingsPath)};
+}
+
+Outcome list(Session &session) {
+  Error error;
+  const auto pairings = pairingFile().read(&error);
+  if (!pairings) {
+    return unusable(error, "identities");
+  }
+  if (!session.json) {
+    session.output << listingOf(*pairings);
+    return std::nullopt;
+  }
+  session.output << jsonArray([&](protocol::JSONWriter &writer) {
+    for (const Pairing &pairing : *pairings) {
+      writer.beginObject();
+      putText(writer, "publicKeyHash", support::hexString(pairing.publicKeyHash));
+      putText(writer, "user", pairing.user);
+      writer.endObject();
+    }
+  });
+  return std::nullopt;
+}
+
+Outcome pair(const PairOptions &options, Session &session) {
+  Error error;
+  const auto hash = options.certificateFile.empty()
+                        ? publicKeyHashFromText(options.hash, &error)
+                        : publicKeyHashFromCertificate(options.certificateFile, &error);
+  if (!hash) {
+    return Failure{error.description, "kfy-remote keys"};
+  }
+  if (!accountFileHas(options.user)) {
+    return Failure{"no user \"" + options.user + "\" in the account file " +
+                       base::rooted("/etc/passwd") + "; users from the network cannot be paired",
+                   "cut -d: -f1 " + base::rooted("/etc/passwd")};
+  }
+  const Pairing wanted{options.user, *hash};
+  const std::string command =
+      "pair --user " + options.user + " --hash " + support::hexString(*hash);
+  const auto pairings = pairingFile().read(&error);
+  if (!pairings) {
+    return unusable(error, command);
+  }
+  const bool isOther = !pairings->empty() && (pairings->size() > 1 || pairings->front() != wanted);
+  if (isOther && !options.replace) {
+    return Failure{"this machine is already paired, key " +
+                       support::hexString(pairings->front().publicKeyHash) + " for user \"" +
+                       pairings->front().user + "\", and only one key can be",
+                   "sc_auth " + command + " --replace"};
+  }
+  if (!pairingFile().write(std::span(&wanted, 1), &error)) {
+    return unusable(error, command);
+  }
+  session.notes << "sc_auth: key " << support::hexString(*hash) << " is paired with user \""
+                << options.user << "\"\n";
+  return std::nullopt;
+}
+
+Outcome unpair(const std::string &user, Session &session) {
+  Error error;
+  auto pairings = pairingFile().read(&error);
+  if (!pairings) {
+    return unusable(error, "unpair --user " + user);
+  }
+  if (std::erase_if(*pairings, [&](const Pairing &pairing) { return pairing.user == user; }) == 0) {
+    return Failure{"no key is paired with user \"" + user + "\"", "sc_auth identities"};
+  }
+  if (!pairingFile().write(*pairings, &error)) {
+    return unusable(error, "unpair --user " + user);
+  }
+  session.notes << "sc_auth: no key is paired with user \"" << user << "\" any more\n";
+  return std::nullopt;
+}
+
+void addPairCommand(CLI::App &app, Session &session) {
+  const auto options = std::make_shared<PairOptions>();
+  CLI::App *const command = app.add_subcommand("pair", "let a key stand for a user");
+  command->add_option("--user", options->user, "a user of this machine")->required();
+  auto *const key = command->add_option_group("key", "the key, one of:");
+  key->add_option("--hash", options->hash, "the 40 digits of its public key");
+  key->add_option("--certificate", options->certificateFile, "a file with its certificate");
+  key->require_option(1);
+  command->add_flag("--replace", options->replace, "instead of the key that is paired now");
+  command->callback([options, &session] { session.outcome = pair(*options, session); });
+}
+
+}  // namespace
+
+int runScAuth(std::span<const std::string> arguments, Session &session) {
+  CLI::App app("", "sc_auth");
+  describe(app, "Pairs the key of a remote client with a user of this machine.");
+
+  CLI::App *const identities = app.add_subcommand("identities", "list what is paired");
+  addJSONOption(*identities, session);
+  identities->callback([&session] { session.outcome = list(session); });
+
+  addPairCommand(app, session);
+
+  std::string user;
+  CLI::App *const unpairing = app.add_subcommand("unpair", "end a user's pairing");
+  unpairing->add_option("--user", user, "the user")->required();
+  unpairing->callback([&session, &user] { session.outcome = unpair(user, session); });
+  return runCommandLine(app, arguments, session);
+}
+
+}  // namespace ctl

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+#include "ctl/Outcome.hpp"
+
+namespace platform {
+class ItemStore;
+}
+
+namespace ctl {
+
+// One run of a tool: where it reads and writes, and what became of the chosen command. Everything
+// here is borrowed.
+struct Session {
+  std::istream &input;
+  std::ostream &output;  // results alone
+  std::ostream &notes;   // what is said beside results, line by line
+  bool inputIsTerminal = false;
+  bool outputIsTerminal = false;
+  platform::ItemStore *keychain = nullptr;  // null in a tool without one
+
+  bool json = false;  // results and failures as JSON
+  Outcome outcome{};  // of the command that has run
+};
+
+}  // namespace ctl
