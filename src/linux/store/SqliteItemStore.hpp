@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "platform/ItemStore.hpp"
+
+namespace platform_linux {
+
+class Database;
+
+// The machine's keychain as an SQLite file, which is opened for each operation and closed behind
+// it. A file that is not there is an empty keychain; the first identity that is added makes it,
+// mode 0600, and its folder, 0700. Other programs may use the file at the same time: an operation
+// waits for them up to five seconds.
+//
+// The permissions are all that protects the keys, so a file that group or others can use in any
+// way, or that belongs to someone else, counts as unusable. So does one that is no database, is
+// damaged, cannot be written when it has to be, or was made by a newer version.
+//
+// Knows no tokens: searches for identities on tokens find nothing here.
+class SqliteItemStore : public platform::ItemStore {
+ public:
+  // Is given one line, with the file and the cause, for each operation that met an unusable store
+  // and for each identity in it that cannot be read (which counts as not there).
+  using Reporter = std::function<void(const std::string &line)>;
+
+  // `path` is used as given (see base::rooted).
+  SqliteItemStore(std::string path, Reporter reporter);
+
+  // In the order in which they were added. `subjectContains` ignores the case of ASCII letters. A
+  // query that asks for neither attributes nor references gets references.
+  [[nodiscard]] platform::IdentityMatches searchIdentities(
+      const platform::IdentityQuery &query) override;
+
+  // Computes the public-key hash if the record has none.
+  [[nodiscard]] platform::ItemStatus addIdentity(
+      const platform::IdentityRecord &record,
+      const std::optional<std::string> &accessGroup) override;
+
+  [[nodiscard]] platform::ItemStatus deleteIdentity(ByteView certificateSHA1) override;
+
+ private:
+  // Opens the file if it is there and fit to be used; the status tells why not.
+  [[nodiscard]] platform::ItemStatus open(Database &database) const;
+  [[nodiscard]] bool create() const;
+  [[nodiscard]] platform::ItemStatus insert(Database &database,
+                                            const platform::IdentityRecord &record,
+                                            const std::optional<std::string> &accessGroup) const;
+  // Reports the cause and gives the status of an unusable store.
+  platform::ItemStatus unusable(const std::string &cause) const;
+
+  std::string path_;
+  Reporter reporter_;
+};
+
+}  // namespace platform_linux

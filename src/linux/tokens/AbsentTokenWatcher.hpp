@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/TokenWatcher.hpp"
+
+namespace platform_linux {
+
+// The token watcher of a machine without smart-card tokens.
+class AbsentTokenWatcher : public platform::TokenWatcher {
+ public:
+  [[nodiscard]] std::vector<std::string> tokenIDs() override { return {}; }
+};
+
+}  // namespace platform_linux
