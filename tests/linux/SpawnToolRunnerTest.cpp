@@ -1,0 +1,125 @@
+#include "linux/process/SpawnToolRunner.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/Descriptor.hpp"
+#include "fakes/TemporaryFolder.hpp"
+
+namespace {
+
+using platform_linux::SpawnToolRunner;
+using namespace std::chrono_literals;
+
+constexpr platform::RunLimits kGenerous{60s, 1024 * 1024};
+constexpr platform::RunLimits kHasty{200ms, 1024 * 1024};
+
+std::optional<std::string> run(const std::string &script, platform::RunLimits limits,
+                               const std::string &folder = "/") {
+  const std::vector<std::string> arguments{"-c", script};
+  const auto output = SpawnToolRunner().outputOf("/bin/sh", arguments, folder, limits);
+  return output ? std::optional(std::string(base::textOf(*output))) : std::nullopt;
+}
+
+struct RunCase {
+  const char *name;
+  const char *script;
+  platform::RunLimits limits;
+  std::optional<std::string> output;
+};
+
+class ToolRun : public testing::TestWithParam<RunCase> {};
+
+TEST_P(ToolRun, GivesOutputOrNothing) {
+  EXPECT_EQ(run(GetParam().script, GetParam().limits), GetParam().output);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, ToolRun,
+    testing::Values(
+        RunCase{"BytesOfAllKinds", "printf 'a\\0\\377\\nb'", kGenerous,
+                std::string("a\0\377\nb", 5)},
+        RunCase{"ItFails", "echo x; exit 3", kGenerous, "x\n"},
+        RunCase{"ItDiesBySignal", "echo x; kill -9 $$", kGenerous, "x\n"},
+        RunCase{"ItLivesABitLongerThanItsOutput", "echo x; exec >&-; sleep 0.05", kGenerous, "x\n"},
+        RunCase{"ItLivesTooLongAfterItsOutput", "echo x; exec >&-; sleep 60", kHasty, std::nullopt},
+        RunCase{"ItIsTooSlow", "echo x; sleep 60", kHasty, std::nullopt},
+        RunCase{"ItIgnoresRequestsToEnd", "trap '' TERM INT HUP; sleep 60", kHasty, std::nullopt},
+        RunCase{"ItNeverStopsWriting", "yes", {60s, 100'000'000}, std::nullopt},
+        RunCase{"AHundredMegabytes", "head -c 100000000 /dev/zero", kGenerous, std::nullopt},
+        RunCase{"ExactlyTheLimit", "printf 12345", {60s, 5}, "12345"},
+        RunCase{"OneByteMore", "printf 123456", {60s, 5}, std::nullopt},
+        RunCase{"NoShellCommand", "exec /nonexistent 2>/dev/null", kGenerous, ""}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST(SpawnToolRunner, MissingProgramOrFolderGivesNothing) {
+  EXPECT_FALSE(SpawnToolRunner().outputOf("/nonexistent/tool", {}, "/", kGenerous));
+  EXPECT_FALSE(run("echo x", kGenerous, "/nonexistent"));
+}
+
+TEST(SpawnToolRunner, RunsInTheFolder) {
+  const fakes::TemporaryFolder folder;
+  EXPECT_EQ(run("pwd -P", kGenerous, folder.path()), folder.path() + "\n");
+}
+
+// The first process has ended by itself; the one it left behind holds our pipe.
+TEST(SpawnToolRunner, PastTheLimitWhatTheProgramLeftBehindEndsToo) {
+  const fakes::TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo((folder / "alive").c_str(), 0600), 0);
+  const base::Descriptor alive(::open((folder / "alive").c_str(), O_RDONLY | O_NONBLOCK));
+  EXPECT_FALSE(run("exec 9>alive; echo x >&9; sleep 60 & exit 0", kHasty, folder.path()));
+  char mark = 0;
+  ASSERT_EQ(::read(alive.get(), &mark, 1), 1);
+  ASSERT_EQ(::read(alive.get(), &mark, 1), 1);
+  ASSERT_TRUE(base::waitToRead(alive.get(), std::chrono::steady_clock::now() + 30s));
+  EXPECT_EQ(::read(alive.get(), &mark, 1), 0) << "somebody still holds the other end";
+}
+
+TEST(SpawnToolRunner, OnlyTheThreeStandardDescriptorsAreHandedOn) {
+  const base::Descriptor leak(::fcntl(STDERR_FILENO, F_DUPFD, 77));
+  ASSERT_GE(leak.get(), 77);
+  EXPECT_EQ(
+      run("for n in /proc/$$/fd/*; do [ -e $n ] && [ ${n##*/} -gt 9 ] && echo $n; done", kGenerous),
+      "");
+}
+
+class Signals : public testing::Test {
+ protected:
+  ~Signals() override {
+    ::setitimer(ITIMER_REAL, nullptr, nullptr);
+    std::signal(SIGALRM, SIG_DFL);
+    std::signal(SIGPIPE, SIG_DFL);
+    ::sigprocmask(SIG_SETMASK, &mask_, nullptr);
+  }
+  sigset_t mask_{};
+};
+
+TEST_F(Signals, AreUnblockedAndAtTheirDefaultsInTheProgram) {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGTERM);
+  ::sigprocmask(SIG_BLOCK, &blocked, &mask_);
+  std::signal(SIGPIPE, SIG_IGN);
+  EXPECT_EQ(run("kill -TERM $$; echo alive", kGenerous), "");
+  EXPECT_EQ(run("kill -PIPE $$; echo alive", kGenerous), "");
+}
+
+TEST_F(Signals, DoNotDisturbARun) {
+  struct sigaction action{};
+  action.sa_handler = [](int) {};
+  ::sigaction(SIGALRM, &action, nullptr);  // without SA_RESTART: calls end with EINTR
+  const itimerval often{{0, 500}, {0, 500}};
+  ::setitimer(ITIMER_REAL, &often, nullptr);
+  const auto output = run("head -c 300000 /dev/zero; exec >&-; sleep 0.05", kGenerous);
+  ASSERT_TRUE(output);
+  EXPECT_EQ(output->size(), 300000);
+}
+
+}  // namespace
