@@ -1,0 +1,34 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "platform/MainQueue.hpp"
+
+namespace platform_linux {
+
+// What one try to pass things on came to: nothing waits any more, some went, or none.
+enum class Passage { complete, partial, stuck };
+
+// Tries to pass things on from events of the main queue: 10 ms after it is armed and, while
+// something waits, again; after a try in which nothing went the pause doubles, up to 500 ms. The
+// queue need not run yet and may outlive the timer: what is armed then does nothing.
+class RetryTimer {
+ public:
+  RetryTimer(platform::MainQueue &queue, std::function<Passage()> attempt);
+
+  // Makes sure that a try is on its way.
+  void arm();
+
+ private:
+  void fire();
+
+  platform::MainQueue &queue_;
+  std::function<Passage()> attempt_;
+  std::chrono::milliseconds pause_;
+  bool isArmed_ = false;
+  std::shared_ptr<bool> life_ = std::make_shared<bool>(true);  // events hold it weakly
+};
+
+}  // namespace platform_linux
