@@ -1,0 +1,169 @@
+#include "linux/defaults/TomlUserDefaults.hpp"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+#include "base/Bytes.hpp"
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+
+namespace platform_linux {
+namespace {
+
+constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+// Two writes within one tick of the kernel's clock (up to 10 ms) leave the same time stamps.
+constexpr std::int64_t kTrustedAge = 20'000'000;
+
+constexpr const char *kKept = "the last good values stay in use";
+
+std::int64_t nanoseconds(const timespec &time) {
+  return time.tv_sec * kSecond + time.tv_nsec;
+}
+
+// How to tell that a file is another one, or changed, without reading it.
+struct Stamp {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  mode_t mode = 0;
+  std::int64_t modified = 0;
+  std::int64_t changed = 0;
+
+  friend bool operator==(const Stamp &left, const Stamp &right) = default;
+};
+
+std::optional<Stamp> stampOf(const std::string &path) {
+  struct stat status{};
+  if (::stat(path.c_str(), &status) != 0) {
+    return std::nullopt;
+  }
+  return Stamp{status.st_dev,
+               status.st_ino,
+               status.st_size,
+               status.st_mode,
+               nanoseconds(status.st_mtim),
+               nanoseconds(status.st_ctim)};
+}
+
+std::int64_t now() {
+  timespec time{};
+  ::clock_gettime(CLOCK_REALTIME, &time);
+  return nanoseconds(time);
+}
+
+}  // namespace
+
+// What is known of one domain's file.
+struct TomlUserDefaults::File {
+  std::string path;
+  std::optional<Stamp> stamp;          // when it was last looked at; nothing: it was not there
+  bool isTrusted = false;              // the same stamp means the same content
+  std::optional<std::string> content;  // as last read, whether it parses or not
+  std::map<std::string, SettingValue, std::less<>> values;
+
+  void forget() {
+    content.reset();
+    values.clear();
+  }
+};
+
+TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder)
+    : reporter_(std::move(reporter)), folder_(std::move(folder)) {}
+
+TomlUserDefaults::~TomlUserDefaults() = default;
+
+std::optional<std::string> TomlUserDefaults::text(std::string_view domain, std::string_view key) {
+  const SettingValue *value = find(domain, key);
+  const auto *text = value == nullptr ? nullptr : std::get_if<std::string>(value);
+  return text == nullptr ? std::nullopt : std::optional(*text);
+}
+
+bool TomlUserDefaults::boolean(std::string_view domain, std::string_view key) {
+  const SettingValue *value = find(domain, key);
+  if (value == nullptr) {
+    return false;
+  }
+  if (const auto *text = std::get_if<std::string>(value)) {
+    return *text == "YES" || *text == "true";
+  }
+  if (const auto *number = std::get_if<std::int64_t>(value)) {
+    return *number != 0;
+  }
+  return std::get<bool>(*value);
+}
+
+std::optional<std::int64_t> TomlUserDefaults::integer(std::string_view domain,
+                                                      std::string_view key) {
+  const SettingValue *value = find(domain, key);
+  const auto *number = value == nullptr ? nullptr : std::get_if<std::int64_t>(value);
+  return number == nullptr ? std::nullopt : std::optional(*number);
+}
+
+const SettingValue *TomlUserDefaults::find(std::string_view domain, std::string_view key) {
+  auto place = files_.find(domain);
+  if (place == files_.end()) {
+    auto file = std::make_unique<File>();
+    file->path = folder_ + "/" + std::string(domain) + ".toml";
+    place = files_.emplace(domain, std::move(file)).first;
+  }
+  File &file = *place->second;
+  const std::string complaint = refresh(file);
+  // only now that the file is up to date: the reporter may look up settings of the same file
+  if (!complaint.empty() && reporter_) {
+    reporter_(complaint);
+  }
+  const auto value = file.values.find(key);
+  return value == file.values.end() ? nullptr : &value->second;
+}
+
+std::string TomlUserDefaults::refresh(File &file) {
+  const std::string path = base::rooted(file.path);
+  const std::int64_t time = now();
+  const auto stamp = stampOf(path);
+  const bool isNew = stamp != file.stamp;
+  if (!isNew && (file.isTrusted || !stamp)) {
+    return {};
+  }
+  if (!stamp || (stamp->mode & (S_IWGRP | S_IWOTH)) != 0) {
+    file.stamp = stamp;
+    file.isTrusted = false;
+    file.forget();
+    return stamp && isNew ? file.path + " can be written by its group or others and is not used"
+                          : "";
+  }
+  Error error;
+  const auto content = base::readFile(path, kLargestFile, &error);
+  if (!content && (error.code == EMFILE || error.code == ENFILE)) {
+    return {};  // the stamp stays as it was, so the next look-up tries again
+  }
+  file.stamp = stamp;
+  file.isTrusted = content && time - stamp->changed >= kTrustedAge;
+  if (!content) {
+    return isNew ? error.description + "; " + kKept : "";
+  }
+  return take(file, base::textOf(*content));
+}
+
+std::string TomlUserDefaults::take(File &file, std::string_view content) {
+  if (file.content == content) {
+    return {};
+  }
+  file.content = content;
+  Error error;
+  auto settings = readSettings(content, &error);
+  if (!settings) {
+    return file.path + ", " + error.description + "; " + kKept;
+  }
+  file.values.clear();
+  for (Setting &setting : *settings) {
+    file.values.emplace(std::move(setting.key), std::move(setting.value));
+  }
+  return {};
+}
+
+}  // namespace platform_linux

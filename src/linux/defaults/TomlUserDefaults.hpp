@@ -1,0 +1,48 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "linux/defaults/TomlText.hpp"
+#include "platform/UserDefaults.hpp"
+
+namespace platform_linux {
+
+// Settings in TOML files, one per domain, named "<domain>.toml". Each look-up costs a stat of the
+// file; it is read again when its inode, size, mode or time stamps (nanoseconds) are new.
+//
+// What cannot be used is told to the reporter, once per change: a file that does not parse or can't
+// be read keeps the values it had before; one that its group or others can write counts as absent.
+// For want of descriptors the values stay as they are, silently.
+class TomlUserDefaults : public platform::UserDefaults {
+ public:
+  // Is given one line that names the file, the line and the cause. It may look settings up here
+  // itself.
+  using Reporter = std::function<void(const std::string &line)>;
+
+  // `folder` is an absolute path, mapped under the root.
+  explicit TomlUserDefaults(Reporter reporter, std::string folder = "/etc/keyferry");
+  ~TomlUserDefaults() override;
+
+  [[nodiscard]] std::optional<std::string> text(std::string_view domain,
+                                                std::string_view key) override;
+  [[nodiscard]] bool boolean(std::string_view domain, std::string_view key) override;
+  [[nodiscard]] std::optional<std::int64_t> integer(std::string_view domain,
+                                                    std::string_view key) override;
+
+ private:
+  struct File;
+
+  [[nodiscard]] const SettingValue *find(std::string_view domain, std::string_view key);
+  // Both bring a file up to date and return what is to be reported, if anything.
+  [[nodiscard]] static std::string refresh(File &file);
+  [[nodiscard]] static std::string take(File &file, std::string_view content);
+
+  Reporter reporter_;
+  std::string folder_;
+  std::map<std::string, std::unique_ptr<File>, std::less<>> files_;  // by domain
+};
+
+}  // namespace platform_linux

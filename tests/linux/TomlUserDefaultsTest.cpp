@@ -1,0 +1,131 @@
+#include "linux/defaults/TomlUserDefaults.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fakes/TemporaryFolder.hpp"
+
+namespace {
+
+using platform_linux::TomlUserDefaults;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class Defaults : public testing::Test {
+ protected:
+  std::optional<std::int64_t> number() { return defaults_.integer("kfyd", "n"); }
+
+  fakes::TemporaryFolder folder_;
+  std::vector<std::string> reports_;
+  TomlUserDefaults defaults_{[this](const std::string &line) {
+                               reports_.push_back(line);
+                               // as the log front ends do before they write the line
+                               seenByReporter_ = defaults_.integer("kfyd", "n");
+                             },
+                             folder_.path()};
+  std::optional<std::int64_t> seenByReporter_;
+};
+
+TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
+  EXPECT_EQ(number(), std::nullopt);
+  for (int round = 0; round < 200; ++round) {
+    folder_.write("kfyd.toml", "n = " + std::to_string(round % 10));
+    ASSERT_EQ(number(), round % 10) << "round " << round;
+  }
+  std::filesystem::remove(folder_ / "kfyd.toml");
+  EXPECT_EQ(number(), std::nullopt);
+  EXPECT_THAT(reports_, IsEmpty());
+}
+
+TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
+  folder_.write("kfyd.toml", "n = 1\n");
+  EXPECT_EQ(number(), 1);
+  folder_.write("kfyd.toml", "n = 2\n\noops\n");
+  EXPECT_EQ(number(), 1);
+  EXPECT_EQ(number(), 1);
+  EXPECT_THAT(reports_, ElementsAre(AllOf(StartsWith(folder_ / "kfyd.toml, line 3: "),
+                                          HasSubstr("expected '='"))));
+  EXPECT_EQ(seenByReporter_, 1);
+  folder_.write("kfyd.toml", "n = \n");
+  EXPECT_EQ(number(), 1);
+  EXPECT_EQ(reports_.size(), 2);
+  folder_.write("kfyd.toml", "n = 4\n");
+  EXPECT_EQ(number(), 4);
+  EXPECT_EQ(reports_.size(), 2);
+}
+
+TEST_F(Defaults, FileThatOthersCanWriteCountsAsAbsentUntilTheyCannot) {
+  for (const mode_t mode : {0664U, 0646U}) {
+    folder_.write("kfyd.toml", "n = 1\n");
+    ASSERT_EQ(::chmod((folder_ / "kfyd.toml").c_str(), 0644), 0);
+    EXPECT_EQ(number(), 1);
+    ASSERT_EQ(::chmod((folder_ / "kfyd.toml").c_str(), mode), 0);
+    EXPECT_EQ(number(), std::nullopt);
+    EXPECT_EQ(number(), std::nullopt);
+    EXPECT_THAT(reports_, ElementsAre(HasSubstr("can be written")));
+    reports_.clear();
+  }
+}
+
+TEST_F(Defaults, WantOfDescriptorsChangesNothing) {
+  folder_.write("kfyd.toml", "n = 1\n");
+  EXPECT_EQ(number(), 1);
+  folder_.write("kfyd.toml", "n = 2\n");
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{0, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(number(), 1);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(number(), 2);
+  EXPECT_THAT(reports_, IsEmpty());
+}
+
+TEST_F(Defaults, FolderInTheFilesPlaceIsReportedOnce) {
+  std::filesystem::create_directory(folder_ / "kfyd.toml");
+  EXPECT_EQ(number(), std::nullopt);
+  EXPECT_EQ(number(), std::nullopt);
+  EXPECT_THAT(reports_, ElementsAre(HasSubstr("not a regular file")));
+}
+
+struct TypeCase {
+  const char *value;
+  bool boolean;
+  std::optional<std::string> text;
+  std::optional<std::int64_t> integer;
+};
+
+TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
+  for (const TypeCase &row : std::initializer_list<TypeCase>{
+           {"true", true, {}, {}},
+           {"false", false, {}, {}},
+           {"1", true, {}, 1},
+           {"-7", true, {}, -7},
+           {"0", false, {}, 0},
+           {"\"YES\"", true, "YES", {}},
+           {"\"true\"", true, "true", {}},
+           {"\"yes\"", false, "yes", {}},
+           {"\"1\"", false, "1", {}},
+           {"1.0", false, {}, {}},
+           {"[true]", false, {}, {}},
+       }) {
+    SCOPED_TRACE(row.value);
+    folder_.write("other.toml", std::string("k = ") + row.value + "\n[table]\nn = 1\n");
+    EXPECT_EQ(defaults_.boolean("other", "k"), row.boolean);
+    EXPECT_EQ(defaults_.text("other", "k"), row.text);
+    EXPECT_EQ(defaults_.integer("other", "k"), row.integer);
+    EXPECT_EQ(defaults_.integer("other", "n"), std::nullopt) << "that is the table's";
+  }
+}
+
+}  // namespace
