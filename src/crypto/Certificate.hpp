@@ -19,7 +19,8 @@ namespace crypto {
 class Certificate {
  public:
   // Takes shared ownership of an OpenSSL certificate; for this folder's own files.
-  explicit Certificate(std::shared_ptr<x509_st> certificate) : certificate_(std::move(certificate)) {}
+  explicit Certificate(std::shared_ptr<x509_st> certificate)
+      : certificate_(std::move(certificate)) {}
 
   // Reads DER; nothing, with the reason, if the bytes are not exactly one certificate.
   [[nodiscard]] static std::optional<Certificate> fromDER(ByteView der, Error *error = nullptr);
@@ -27,11 +28,13 @@ class Certificate {
   // All certificates of a PEM text, in order; none if it holds none.
   [[nodiscard]] static std::vector<Certificate> allFromPEM(ByteView pem);
 
-  // A new self-signed certificate (version 3, random serial number, not a CA) with this common name,
-  // valid from a day ago for `days`. `serverName`: also the only DNS name in it, for a TLS server.
+  // A new self-signed certificate (version 3, random serial number, not a CA) with this common
+  // name, valid from a day ago for `days`. `serverName`: also the only DNS name in it, for a TLS
+  // server.
   [[nodiscard]] static std::optional<Certificate> selfSigned(const PrivateKey &key,
-                                                             const std::string &commonName, int days,
-                                                             bool serverName, Error *error = nullptr);
+                                                             const std::string &commonName,
+                                                             int days, bool serverName,
+                                                             Error *error = nullptr);
 
   [[nodiscard]] Bytes der() const;
   [[nodiscard]] std::string pem() const;
@@ -46,7 +49,8 @@ class Certificate {
   // The last common name of the subject as UTF-8; nothing if it has none.
   [[nodiscard]] std::optional<std::string> commonName() const;
 
-  // The subject in one line as UTF-8 (RFC 2253 order reversed: "CN = …" last or first as in the file).
+  // The subject in one line as UTF-8 (RFC 2253 order reversed: "CN = …" last or first as in the
+  // file).
   [[nodiscard]] std::string subject() const;
 
   // The validity.

@@ -26,10 +26,13 @@ std::optional<Identity> paired(const std::vector<PrivateKey> &keys,
       }
     }
   }
-  base::report(error, "crypto", 0,
-               keys.empty()           ? "the file holds no private key"
-               : certificates.empty() ? "the file holds no certificate"
-                                      : "the file holds no certificate that belongs to its key");
+  const char *reason = "the file holds no certificate that belongs to its key";
+  if (keys.empty()) {
+    reason = "the file holds no private key";
+  } else if (certificates.empty()) {
+    reason = "the file holds no certificate";
+  }
+  base::report(error, "crypto", 0, reason);
   return std::nullopt;
 }
 

@@ -14,10 +14,10 @@ struct Identity {
   PrivateKey key;
 };
 
-// Reads one identity from PEM (a private key and its certificate, in any order, other certificates beside
-// them allowed) or from PKCS #12 (RFC 7292). `password` for an encrypted key or file (null: none). Nothing,
-// with the reason, if there is no key, no certificate that belongs to it, or the password does not fit
-// (then the error's domain is "password").
+// Reads one identity from PEM (a private key and its certificate, in any order, other certificates
+// beside them allowed) or from PKCS #12 (RFC 7292). `password` for an encrypted key or file (null:
+// none). Nothing, with the reason, if there is no key, no certificate that belongs to it, or the
+// password does not fit (then the error's domain is "password").
 [[nodiscard]] std::optional<Identity> readIdentity(ByteView file, const SecretText *password,
                                                    Error *error = nullptr);
 

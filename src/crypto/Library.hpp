@@ -8,13 +8,14 @@
 
 namespace crypto {
 
-// The OpenSSL library context in which everything of this folder works: the default one (null) unless a
-// program that lives inside another one has set its own, before its first use of this folder.
+// The OpenSSL library context in which everything of this folder works: the default one (null)
+// unless a program that lives inside another one has set its own, before its first use of this
+// folder.
 [[nodiscard]] OSSL_LIB_CTX *libraryContext();
 void setLibraryContext(OSSL_LIB_CTX *context);
 
-// Empties this thread's OpenSSL error queue and gives its first entry as text, "unknown error" if there is
-// none.
+// Empties this thread's OpenSSL error queue and gives its first entry as text, "unknown error" if
+// there is none.
 [[nodiscard]] std::string takeLibraryError();
 
 // Fills *error, if there is a place, with `what` and the library's own reason; empties the queue.

@@ -35,8 +35,8 @@ class PrivateKey {
 
   [[nodiscard]] PublicKey publicKey() const { return PublicKey(key_); }
 
-  // RSA: signs `data` itself, at most the modulus length less 11 bytes, with PKCS #1 v1.5 padding (no
-  // digest, no DigestInfo: the caller puts one there where it wants one).
+  // RSA: signs `data` itself, at most the modulus length less 11 bytes, with PKCS #1 v1.5 padding
+  // (no digest, no DigestInfo: the caller puts one there where it wants one).
   [[nodiscard]] std::optional<Bytes> signRawPKCS1(ByteView data, Error *error = nullptr) const;
 
   // RSA: the private operation on one block as long as the modulus (RFC 8017 RSASP1 and RSADP). For

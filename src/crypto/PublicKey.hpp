@@ -28,16 +28,16 @@ class PublicKey {
   // For people: "RSA-2048", "EC prime256v1", "Ed25519".
   [[nodiscard]] std::string description() const;
 
-  // The exported bytes: for RSA the DER PKCS #1 RSAPublicKey (RFC 8017 A.1.1), for an elliptic curve the
-  // uncompressed point 04 ‖ X ‖ Y (SEC 1, 2.3.3), for Ed25519 the 32 bytes of RFC 8032. Nothing, with the
-  // reason, for any other key.
+  // The exported bytes: for RSA the DER PKCS #1 RSAPublicKey (RFC 8017 A.1.1), for an elliptic
+  // curve the uncompressed point 04 ‖ X ‖ Y (SEC 1, 2.3.3), for Ed25519 the 32 bytes of RFC 8032.
+  // Nothing, with the reason, for any other key.
   [[nodiscard]] std::optional<Bytes> externalRepresentation(Error *error = nullptr) const;
 
   // The DER SubjectPublicKeyInfo (RFC 5280 4.1).
   [[nodiscard]] Bytes subjectPublicKeyInfo() const;
 
-  // True if `signature` is an RSA signature over `data` itself with PKCS #1 v1.5 padding: no digest, no
-  // DigestInfo. False for a key that is not RSA.
+  // True if `signature` is an RSA signature over `data` itself with PKCS #1 v1.5 padding: no
+  // digest, no DigestInfo. False for a key that is not RSA.
   [[nodiscard]] bool verifyRawPKCS1(ByteView signature, ByteView data) const;
 
   // For this folder's own files; borrowed.

@@ -1,6 +1,5 @@
 #include "crypto/TlsChannel.hpp"
 
-#include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
@@ -14,6 +13,7 @@
 
 #include "crypto/Library.hpp"
 #include "crypto/Owned.hpp"
+#include "crypto/TlsTransport.hpp"
 
 namespace crypto {
 namespace {
@@ -21,130 +21,13 @@ namespace {
 // A record that is no longer than this and follows a full one belongs to the same chunk.
 constexpr std::size_t kTailBytes = 8;
 
-// What one call may take from the socket. A record is a fraction of it and a chain of certificates
-// is at most 100 KiB: whoever needs more sends nothing but key updates and the like, which would
-// hold the caller's loop for as long as they come.
-constexpr std::size_t kReceivedPerCall = 128 * 1024;
-
-// The socket's side of the BIO.
-struct Transport {
-  int socket = -1;
-  Bytes output;
-  std::size_t receivedInCall = 0;
-  bool ended = false;
-  int errorNumber = 0;
-};
-
-Transport &transportOf(BIO *bio) {
-  return *static_cast<Transport *>(BIO_get_data(bio));
-}
-
-int readTransport(BIO *bio, char *data, std::size_t size, std::size_t *length) noexcept {
-  Transport &transport = transportOf(bio);
-  BIO_clear_retry_flags(bio);
-  if (transport.receivedInCall >= kReceivedPerCall) {
-    transport.errorNumber = EPROTO;
-    return 0;
-  }
-  ssize_t got = 0;
-  do {
-    got = ::recv(transport.socket, data, size, MSG_DONTWAIT);
-  } while (got < 0 && errno == EINTR);
-  if (got > 0) {
-    *length = static_cast<std::size_t>(got);
-    transport.receivedInCall += *length;
-    return 1;
-  }
-  if (got == 0) {
-    transport.ended = true;
-  } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-    BIO_set_retry_read(bio);
-  } else {
-    transport.errorNumber = errno;
-  }
-  return 0;
-}
-
-int writeTransport(BIO *bio, const char *data, std::size_t size, std::size_t *length) noexcept {
-  Bytes &output = transportOf(bio).output;
-  output.insert(output.end(), data, data + size);
-  *length = size;
-  return 1;
-}
-
-long controlTransport(BIO *bio, int command, long /*number*/, void * /*argument*/) noexcept {
-  switch (command) {
-    case BIO_CTRL_FLUSH:  // the output is sent by flush() alone
-      return 1;
-    case BIO_CTRL_EOF:  // tells a FIN from a failure
-      return transportOf(bio).ended ? 1 : 0;
-    default:
-      return 0;
-  }
-}
-
-using Method = Owned<BIO_METHOD, BIO_meth_free>;
-
-// One for each channel and with no index of its own: a driver that its host loads and unloads often
-// would use up the library's indexes, and a global one would go before the host's last channel.
-Method makeMethod() {
-  Method method(BIO_meth_new(BIO_TYPE_SOURCE_SINK, "socket with output buffer"));
-  if (method) {
-    BIO_meth_set_read_ex(method.get(), readTransport);
-    BIO_meth_set_write_ex(method.get(), writeTransport);
-    BIO_meth_set_ctrl(method.get(), controlTransport);
-  }
-  return method;
-}
-
-std::shared_ptr<SSL_CTX> newContext(const SSL_METHOD *method, Error *error) {
-  ERR_clear_error();
-  std::shared_ptr<SSL_CTX> context(SSL_CTX_new_ex(libraryContext(), nullptr, method), SSL_CTX_free);
-  if (!context || SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) != 1 ||
-      SSL_CTX_set_num_tickets(context.get(), 0) != 1) {
-    reportLibraryError(error, "cannot set up TLS");
-    return nullptr;
-  }
-  SSL_CTX_set_options(context.get(), SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION |
-                                         SSL_OP_IGNORE_UNEXPECTED_EOF |
-                                         SSL_OP_CIPHER_SERVER_PREFERENCE);
-  // No chain is put together from the machine's own certificates: peers pin the one that is shown.
-  SSL_CTX_set_mode(context.get(), SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
-  SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
-  SSL_CTX_set_max_early_data(context.get(), 0);
-  SSL_CTX_set_read_ahead(context.get(), 1);
-  SSL_CTX_set_verify(context.get(), SSL_VERIFY_NONE, nullptr);
-  return context;
-}
-
 }  // namespace
 
-std::optional<TlsContext> TlsContext::server(const Identity &identity, Error *error) {
-  std::shared_ptr<SSL_CTX> context = newContext(TLS_server_method(), error);
-  if (!context) {
-    return std::nullopt;
-  }
-  if (SSL_CTX_use_certificate(context.get(), identity.certificate.native()) != 1 ||
-      SSL_CTX_use_PrivateKey(context.get(), identity.key.native()) != 1 ||
-      SSL_CTX_check_private_key(context.get()) != 1) {
-    reportLibraryError(error, "the identity cannot be used for TLS");
-    return std::nullopt;
-  }
-  return TlsContext(std::move(context));
-}
-
-std::optional<TlsContext> TlsContext::client(Error *error) {
-  std::shared_ptr<SSL_CTX> context = newContext(TLS_client_method(), error);
-  if (!context) {
-    return std::nullopt;
-  }
-  return TlsContext(std::move(context));
-}
-
 struct TlsChannel::State {
-  Transport transport;
-  Method method = makeMethod();
-  Owned<SSL, SSL_free> ssl;  // goes before what its BIO points to
+  explicit State(int socket) : transport(socket) {}
+
+  TlsTransport transport;
+  Owned<SSL, SSL_free> ssl;  // goes before the transport that it is attached to
   bool readFailed = false;   // kept apart: what came in before a failed send can still be read
   bool writeFailed = false;
   int errorNumber = 0;
@@ -211,19 +94,14 @@ struct TlsChannel::State {
 };
 
 TlsChannel::TlsChannel(const TlsContext &context, Role role, int socket)
-    : state_(std::make_unique<State>()) {
+    : state_(std::make_unique<State>(socket)) {
   State &state = *state_;
-  state.transport.socket = socket;
   state.begin();
   state.ssl.reset(SSL_new(context.native()));
-  BIO *bio = state.method ? BIO_new_ex(libraryContext(), state.method.get()) : nullptr;
-  if (!state.ssl || bio == nullptr) {
-    BIO_free(bio);
+  if (!state.ssl) {
     throw std::bad_alloc();
   }
-  BIO_set_data(bio, &state.transport);
-  BIO_set_init(bio, 1);
-  SSL_set_bio(state.ssl.get(), bio, bio);
+  state.transport.attach(state.ssl.get());
   if (role == Role::server) {
     SSL_set_accept_state(state.ssl.get());
   } else {

@@ -36,6 +36,8 @@ struct SocketPair {
     const timeval patience{.tv_sec = 10, .tv_usec = 0};
     EXPECT_EQ(::setsockopt(theirs, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
   }
+  SocketPair(const SocketPair &) = delete;
+  SocketPair &operator=(const SocketPair &) = delete;
   ~SocketPair() {
     ::close(ours);
     closeTheirs();
@@ -66,7 +68,7 @@ struct Server : testing::Test {
     BIO_socket_nbio(sockets.theirs, 1);
     bool isForeignDone = false;
     Result result = Result::wantsRead;
-    for (int step = 0; step < 20 && !(isForeignDone && result == Result::done); ++step) {
+    for (int step = 0; step < 20 && (!isForeignDone || result != Result::done); ++step) {
       isForeignDone = SSL_do_handshake(foreign.get()) == 1;
       result = channel.handshake();
     }

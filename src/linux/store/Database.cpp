@@ -20,18 +20,18 @@ void Statement::finalize(sqlite3_stmt *statement) {
   sqlite3_finalize(statement);
 }
 
-void Statement::bind(int parameter, ByteView bytes) {
+void Statement::bind(int parameter, ByteView bytes) const {
   sqlite3_bind_blob64(native(), parameter + 1, bytes.data(), bytes.size(), SQLITE_STATIC);
 }
 
-void Statement::bind(int parameter, const std::optional<std::string> &text) {
+void Statement::bind(int parameter, const std::optional<std::string> &text) const {
   if (text) {
     sqlite3_bind_text64(native(), parameter + 1, text->data(), text->size(), SQLITE_STATIC,
                         SQLITE_UTF8);
   }
 }
 
-void Statement::bind(int parameter, bool value) {
+void Statement::bind(int parameter, bool value) const {
   sqlite3_bind_int(native(), parameter + 1, value ? 1 : 0);
 }
 

@@ -18,9 +18,9 @@ class Statement {
   explicit Statement(sqlite3_stmt *statement) : statement_(statement, finalize) {}
 
   // What is bound is borrowed until this object goes. Nothing binds NULL.
-  void bind(int parameter, ByteView bytes);
-  void bind(int parameter, const std::optional<std::string> &text);
-  void bind(int parameter, bool value);
+  void bind(int parameter, ByteView bytes) const;
+  void bind(int parameter, const std::optional<std::string> &text) const;
+  void bind(int parameter, bool value) const;
 
   // What a column holds, borrowed until the next step; numbers and texts that are not there count
   // as false and as nothing.

@@ -184,7 +184,7 @@ IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
     return matches;  // made, but nothing was ever added
   }
   const bool withReference = query.returnReference || !query.returnAttributes;
-  Statement row = database.prepare(kSelect);
+  const Statement row = database.prepare(kSelect);
   row.bind(0, query.accessGroup);
   Database::Step step = Database::Step::failed;
   while ((step = database.step(row)) == Database::Step::row) {
@@ -218,7 +218,7 @@ ItemStatus SqliteItemStore::insert(Database &database, const IdentityRecord &rec
   const Bytes certificate = record.reference->certificate.der();
   const Bytes digest = crypto::sha1Digest(certificate);
   const std::optional<Bytes> hash = publicKeyHashOf(record);
-  Statement statement = database.prepare(kInsert);
+  const Statement statement = database.prepare(kInsert);
   statement.bind(0, certificate);
   statement.bind(1, digest);
   statement.bind(2, key.reveal());
@@ -275,7 +275,7 @@ ItemStatus SqliteItemStore::deleteIdentity(ByteView certificateSHA1) {
   if (database.userVersion() == 0) {
     return platform::itemNotFound;
   }
-  Statement statement = database.prepare("DELETE FROM identities WHERE certificate_sha1 = ?");
+  const Statement statement = database.prepare("DELETE FROM identities WHERE certificate_sha1 = ?");
   statement.bind(0, certificateSHA1);
   if (database.step(statement) != Database::Step::done) {
     return unusable(database.cause());

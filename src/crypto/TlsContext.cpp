@@ -1,0 +1,56 @@
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+#include <utility>
+
+#include "crypto/Library.hpp"
+#include "crypto/TlsChannel.hpp"
+
+namespace crypto {
+namespace {
+
+std::shared_ptr<SSL_CTX> newContext(const SSL_METHOD *method, Error *error) {
+  ERR_clear_error();
+  std::shared_ptr<SSL_CTX> context(SSL_CTX_new_ex(libraryContext(), nullptr, method), SSL_CTX_free);
+  if (!context || SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) != 1 ||
+      SSL_CTX_set_num_tickets(context.get(), 0) != 1) {
+    reportLibraryError(error, "cannot set up TLS");
+    return nullptr;
+  }
+  SSL_CTX_set_options(context.get(), SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION |
+                                         SSL_OP_IGNORE_UNEXPECTED_EOF |
+                                         SSL_OP_CIPHER_SERVER_PREFERENCE);
+  // No chain is put together from the machine's own certificates: peers pin the one that is shown.
+  SSL_CTX_set_mode(context.get(), SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
+  SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
+  SSL_CTX_set_max_early_data(context.get(), 0);
+  SSL_CTX_set_read_ahead(context.get(), 1);
+  SSL_CTX_set_verify(context.get(), SSL_VERIFY_NONE, nullptr);
+  return context;
+}
+
+}  // namespace
+
+std::optional<TlsContext> TlsContext::server(const Identity &identity, Error *error) {
+  std::shared_ptr<SSL_CTX> context = newContext(TLS_server_method(), error);
+  if (!context) {
+    return std::nullopt;
+  }
+  if (SSL_CTX_use_certificate(context.get(), identity.certificate.native()) != 1 ||
+      SSL_CTX_use_PrivateKey(context.get(), identity.key.native()) != 1 ||
+      SSL_CTX_check_private_key(context.get()) != 1) {
+    reportLibraryError(error, "the identity cannot be used for TLS");
+    return std::nullopt;
+  }
+  return TlsContext(std::move(context));
+}
+
+std::optional<TlsContext> TlsContext::client(Error *error) {
+  std::shared_ptr<SSL_CTX> context = newContext(TLS_client_method(), error);
+  if (!context) {
+    return std::nullopt;
+  }
+  return TlsContext(std::move(context));
+}
+
+}  // namespace crypto
