@@ -1,0 +1,165 @@
+#include "daemon/QuillNetworkManager.hpp"
+
+#include <cerrno>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "fakes/FakeItemStore.hpp"
+#include "fakes/FakeNetwork.hpp"
+#include "fakes/FakeToolRunner.hpp"
+#include "fakes/LoggedTest.hpp"
+#include "fakes/MadeIdentity.hpp"
+#include "requests/VirtualCard.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Manager : public fakes::LoggedTest {
+ public:
+  Manager() : manager({{tools, clock, defaults}, network, store, store}) {
+    store.items = {{identity, ""}};
+  }
+
+  static bool isMarkerThere() { return base::fileExists(base::rooted(requests::kCardMarker)); }
+  void set(const char *key, const std::string &value) {
+    defaults.values[std::string("com.corvane.kfyd/") + key] = value;
+  }
+
+  platform::IdentityRecord identity = fakes::makeIdentity("Server", "server");
+  fakes::FakeToolRunner tools;
+  fakes::FakeNetwork network;
+  fakes::FakeItemStore store;
+  QuillNetworkManager manager;
+};
+
+// The manager with both listeners set up.
+class Listening : public Manager {
+ public:
+  Listening() {
+    set("ssl_certificate_common_name", "Server");
+    EXPECT_TRUE(manager.setupListener());
+    EXPECT_TRUE(manager.setupLocalListener());
+    takeEntries();
+  }
+
+  fakes::FakeListener &publicListener() { return *network.listeners[0]; }
+  fakes::FakeListener &loopbackListener() { return *network.listeners[1]; }
+};
+
+TEST_F(Manager, WithoutSettingsSetsUpNothingAndSaysWhy) {
+  EXPECT_FALSE(manager.setupListener());
+  EXPECT_FALSE(manager.setupLocalListener());
+  EXPECT_THAT(
+      takeEntries(),
+      ElementsAre("kfy:SSL identity not specified", "kfy:listener could not be set up.",
+                  "kfy:SSL identity not specified", "kfy:local listener could not be set up."));
+  EXPECT_EQ(manager.listener, nullptr);
+}
+
+TEST_F(Manager, PrefersTheHashAndTriesNoNameAfterIt) {
+  set("ssl_certificate_common_name", "Server");
+  set("ssl_certificate_sha1_hash", "0x00ff");
+  EXPECT_FALSE(manager.setupListener());
+  EXPECT_THAT(takeEntries(),
+              ElementsAre("kfy:SSL identity not found with sha1 hash of 00FF. exiting",
+                          "kfy:listener could not be set up."));
+  set("ssl_certificate_sha1_hash", support::hexString(identity.reference->certificate.sha1()));
+  EXPECT_TRUE(manager.setupListener());
+  set("ssl_certificate_sha1_hash", "");
+  EXPECT_TRUE(manager.setupListener()) << "an empty hash is none";
+  set("ssl_certificate_common_name", "nobody");
+  takeEntries();
+  EXPECT_FALSE(manager.setupListener());
+  EXPECT_EQ(takeEntries().front(), "kfy:SSL identity not found with name of nobody. exiting");
+}
+
+TEST_F(Listening, AsksForTheTwoListenersThatItPromises) {
+  ASSERT_EQ(network.asked.size(), 2U);
+  EXPECT_EQ(network.asked[0].host, "::");
+  EXPECT_EQ(network.asked[0].port, "4116");
+  EXPECT_EQ(network.asked[1].host, "127.0.0.1");
+  EXPECT_EQ(network.asked[1].port, "4117");
+  for (const auto &parameters : network.asked) {
+    EXPECT_EQ(parameters.identity, identity.reference);
+    EXPECT_EQ(parameters.keepaliveIdleSeconds, 15);
+    EXPECT_EQ(parameters.keepaliveIntervalSeconds, 15);
+    EXPECT_EQ(parameters.keepaliveCount, 15);
+  }
+  const auto named = manager.createAndStartListenerWithName("192.0.2.1", "5", /*localOnly=*/false);
+  EXPECT_EQ(network.asked[2].host, "192.0.2.1") << "a name is the host of a public listener";
+  EXPECT_EQ(base::textOf(*base::readFile(base::rooted("/etc/keyferry/server.pem"), 65536)),
+            identity.reference->certificate.pem());
+}
+
+TEST_F(Listening, PrintsItsListenersStates) {
+  loopbackListener().stateHandler(platform::ListenerState::ready, 0);
+  publicListener().stateHandler(platform::ListenerState::waiting, 0);
+  publicListener().stateHandler(platform::ListenerState::failed, EADDRINUSE);
+  publicListener().failedHandshakeHandler({"192.0.2.9", 77}, ETIMEDOUT);
+  EXPECT_EQ(log.standardError,
+            "Listener on port 4117 (tcp) ready!\n"
+            "Listener on port 4116 (tcp) waiting\n"
+            "kfyd: listener (tcp) failed: Address already in use\n"
+            "kfyd: connect to 192.0.2.9 port 77 (tcp) failed: Connection timed out\n");
+}
+
+TEST_F(Listening, KnowsItsWorkersByTheirListenerInOrderOfAcceptance) {
+  const auto far = publicListener().connect();
+  const auto near = loopbackListener().connect();
+  ASSERT_EQ(manager.workers.size(), 2U);
+  EXPECT_FALSE(manager.workers[0]->isLocal);
+  EXPECT_TRUE(manager.workers[1]->isLocal);
+  EXPECT_TRUE(far->isStarted && far->isReceiving());
+  far->deliver(
+      "[DATA]{\"type\":\"request\",\"command\":\"connect\",\"message_id\":"
+      "\"0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0\"}[ENDDATA]");
+  EXPECT_EQ(far->takeMessages().size(), 1U) << "a frame goes in and a reply comes out";
+  far->deliver("[DATA]no message[ENDDATA]");
+  EXPECT_THAT(far->sent, IsEmpty());
+}
+
+TEST_F(Listening, WithdrawsTheCardWhenARemoteConnectionEndsInWhicheverWay) {
+  const auto near = loopbackListener().connect();
+  const auto far = publicListener().connect();
+  const auto cancelled = publicListener().connect();
+  manager.insertSmartcard();
+  near->end();
+  EXPECT_TRUE(isMarkerThere());
+  far->end();
+  EXPECT_FALSE(isMarkerThere());
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:worker is not local removing smartcard"));
+  ASSERT_EQ(manager.workers.size(), 1U);
+  manager.insertSmartcard();
+  manager.workers[0]->disconnect();
+  cancelled->stateHandler(platform::ConnectionState::cancelled, 0);
+  EXPECT_FALSE(isMarkerThere());
+  EXPECT_EQ(manager.workers.size(), 1U) << "a cancelled one stays";
+  const auto next = publicListener().connect();
+  ASSERT_EQ(manager.workers.size(), 1U) << "until the next acceptance";
+  EXPECT_EQ(manager.workers[0]->g_inbound_connection, next);
+}
+
+TEST_F(Listening, DropsWhatAPeerThatEndedWasWaitingFor) {
+  const auto first = loopbackListener().connect();
+  const auto second = loopbackListener().connect();
+  const auto far = publicListener().connect();
+  const auto &workers = manager.workers;
+  const QuillWorker::Shared holder = workers[2];
+  manager.pendingMessages[UUID::random()] = {workers[0], holder};
+  manager.pendingMessages[UUID::random()] = {workers[0], holder};
+  const UUID other = UUID::random();
+  manager.pendingMessages[other] = {workers[1], holder};
+  first->end();
+  EXPECT_EQ(manager.pendingMessages.size(), 1U);
+  EXPECT_EQ(manager.pendingMessages.count(other), 1U);
+  far->end();  // the holder's end leaves what waits for it
+  EXPECT_EQ(manager.pendingMessages.size(), 1U);
+  EXPECT_EQ(workers.size(), 1U);
+  holder->disconnect();
+  const auto next = publicListener().connect();
+  EXPECT_EQ(workers.size(), 2U);
+}
+
+}  // namespace

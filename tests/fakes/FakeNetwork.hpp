@@ -1,0 +1,105 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Network.hpp"
+#include "protocol/QuillMessage.hpp"
+
+namespace fakes {
+
+// A connection whose peer is the test. State changes come when the test says so.
+class FakeConnection : public platform::Connection {
+ public:
+  [[nodiscard]] platform::Endpoint peer() const override { return {"192.0.2.7", 50123}; }
+  void setStateHandler(StateHandler handler) override { stateHandler = std::move(handler); }
+  void start() override { isStarted = true; }
+  void receive(ReceiveCompletion completion) override { receive_ = std::move(completion); }
+  void send(CleansedBytes unit, SendCompletion completion) override {
+    sent.emplace_back(base::textOf(unit));
+    completion(sendError);
+  }
+  void cancel() override { isCancelled = true; }
+
+  // One chunk from the peer, or the end of its stream.
+  void deliver(std::string_view content) {
+    complete({base::viewOf(content), /*isFinal=*/false, /*errorNumber=*/0});
+  }
+  void end() { complete({{}, /*isFinal=*/true, /*errorNumber=*/0}); }
+  void complete(const platform::Chunk &chunk) {
+    if (const auto completion = std::exchange(receive_, nullptr)) {
+      completion(chunk);
+    }
+  }
+  [[nodiscard]] bool isReceiving() const { return receive_ != nullptr; }
+
+  // The messages that were sent since the last call; a frame that holds none is left out.
+  [[nodiscard]] std::vector<QuillMessage> takeMessages() {
+    std::vector<QuillMessage> messages;
+    for (const std::string &frame : std::exchange(sent, {})) {
+      const std::string_view payload(frame.data() + 6, frame.size() - 15);
+      if (auto message = QuillMessage::initWithJSONData(base::viewOf(payload))) {
+        messages.push_back(std::move(*message));
+      }
+    }
+    return messages;
+  }
+
+  StateHandler stateHandler;
+  std::vector<std::string> sent;
+  int sendError = 0;
+  bool isStarted = false;
+  bool isCancelled = false;
+
+ private:
+  ReceiveCompletion receive_;
+};
+
+class FakeListener : public platform::Listener {
+ public:
+  explicit FakeListener(std::uint16_t port) : port_(port) {}
+  [[nodiscard]] std::uint16_t port() const override { return port_; }
+  void setStateHandler(StateHandler handler) override { stateHandler = std::move(handler); }
+  void setConnectionHandler(ConnectionHandler handler) override {
+    connectionHandler = std::move(handler);
+  }
+  void setFailedHandshakeHandler(FailedHandshakeHandler handler) override {
+    failedHandshakeHandler = std::move(handler);
+  }
+  void start() override { isStarted = true; }
+
+  // A new peer.
+  [[nodiscard]] std::shared_ptr<FakeConnection> connect() {
+    auto connection = std::make_shared<FakeConnection>();
+    connectionHandler(connection);
+    return connection;
+  }
+
+  StateHandler stateHandler;
+  ConnectionHandler connectionHandler;
+  FailedHandshakeHandler failedHandshakeHandler;
+  bool isStarted = false;
+
+ private:
+  std::uint16_t port_;
+};
+
+// Notes how listeners are asked for. They belong to whoever asked.
+class FakeNetwork : public platform::Network {
+ public:
+  [[nodiscard]] std::unique_ptr<platform::Listener> createListener(
+      const platform::ListenerParameters &parameters) override {
+    auto listener =
+        std::make_unique<FakeListener>(static_cast<std::uint16_t>(std::stoi(parameters.port)));
+    listeners.push_back(listener.get());
+    asked.push_back(parameters);
+    return listener;
+  }
+
+  std::vector<platform::ListenerParameters> asked;
+  std::vector<FakeListener *> listeners;
+};
+
+}  // namespace fakes

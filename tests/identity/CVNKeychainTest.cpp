@@ -1,0 +1,163 @@
+#include "identity/CVNKeychain.hpp"
+
+#include <sys/stat.h>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "fakes/FakeItemStore.hpp"
+#include "fakes/LoggedTest.hpp"
+#include "fakes/MadeIdentity.hpp"
+#include "identity/LowerCase.hpp"
+#include "identity/PinnedCertificate.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::optional<SecretText> kNoPIN;
+
+// Two identities in the keychain, two on the token A, none on B, one on C.
+class Keychain : public fakes::LoggedTest {
+ public:
+  Keychain() : keychain(store, store, defaults) {
+    store.items = {{first, ""}, {second, ""}, {onToken, "A"}, {alsoOnToken, "A"}, {onOther, "C"}};
+    store.items[3].record.publicKeyHash.reset();
+  }
+
+  platform::IdentityRecord first = fakes::makeIdentity("One", "server identity");
+  platform::IdentityRecord second = fakes::makeIdentity("Two", "Server Identity");
+  platform::IdentityRecord onToken = fakes::makeIdentity("Token", "server identity");
+  platform::IdentityRecord alsoOnToken = fakes::makeIdentity("Token", "other");
+  platform::IdentityRecord onOther = fakes::makeIdentity("Last", "last");
+  fakes::FakeItemStore store;
+  CVNKeychain keychain;
+};
+
+TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
+  const Bytes hash = second.reference->certificate.sha1();
+  EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), second.reference);
+  EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), nullptr);
+  EXPECT_THAT(takeEntries(), IsEmpty()) << "no match is no error";
+}
+
+TEST_F(Keychain, LowersTheNameButNotTheLabel) {
+  EXPECT_EQ(keychain.findIdentityWithSubjectName("Server IDENTITY", /*tokenOnly=*/false, kNoPIN),
+            first.reference);
+  EXPECT_EQ(keychain.findIdentityWithSubjectName("Server Identity", /*tokenOnly=*/true, kNoPIN),
+            onToken.reference);
+  store.items.erase(store.items.begin());
+  EXPECT_EQ(keychain.findIdentityWithSubjectName("Server Identity", /*tokenOnly=*/false, kNoPIN),
+            onToken.reference)
+      << "a label with capitals never matches";
+  EXPECT_EQ(identity::lowerCase("ÄÖ\xFFẞ x"), "äö\xFFß x");
+}
+
+TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
+  setDebugMode(true);
+  const Bytes hash = *onOther.publicKeyHash;
+  EXPECT_EQ(keychain.findIdentityWithPubKeyHash(hash, SecretText("")), onOther.reference);
+  EXPECT_EQ(store.queries.back().pin, nullptr);
+  EXPECT_THAT(takeEntries(), IsEmpty());
+  EXPECT_EQ(keychain.findIdentityWithPubKeyHash(hash, SecretText("1")), onOther.reference);
+  EXPECT_NE(store.queries.back().pin, nullptr);
+  EXPECT_EQ(store.queries.back().accessGroup, platform::kTokenAccessGroup);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:using PIN in LAContext"));
+}
+
+TEST_F(Keychain, HashesThePublicKeyOfATokensCertificate) {
+  EXPECT_EQ(keychain.publicKeyHashForCertificateWithSHA1Hash(onOther.reference->certificate.sha1(),
+                                                             kNoPIN),
+            onOther.publicKeyHash);
+  EXPECT_EQ(
+      keychain.publicKeyHashForCertificateWithSHA1Hash(first.reference->certificate.sha1(), kNoPIN),
+      std::nullopt);
+}
+
+TEST_F(Keychain, FindsBySubjectOnlyWhatIsUnique) {
+  EXPECT_EQ(keychain.findIdentityWithSubject("Last"), onOther.reference);
+  EXPECT_EQ(keychain.findIdentityWithSubject("Token"), nullptr);
+  EXPECT_EQ(keychain.findIdentityWithSubject("nobody"), nullptr);
+}
+
+TEST_F(Keychain, DescribesTokensInOrderWithKeyHashes) {
+  setDebugMode(true);
+  store.presentTokens = {"C", "B", "A"};
+  const auto list = keychain.smartcardCertificateArrayFromKeychain();
+  ASSERT_EQ(list.size(), 3U);
+  EXPECT_EQ(list[0].label, "last");
+  EXPECT_EQ(list[0].publicKeyHash, support::hexString(*onOther.publicKeyHash));
+  EXPECT_EQ(list[2].publicKeyHash, support::hexString(*alsoOnToken.publicKeyHash)) << "computed";
+  EXPECT_EQ(support::dataFromBase64String(list[1].certificate),
+            onToken.reference->certificate.der());
+  EXPECT_TRUE(list[0].canSign && !list[0].canDecrypt && !list[0].canUnwrap);
+  auto lines = takeEntries();
+  ASSERT_EQ(lines.size(), 11U);
+  EXPECT_EQ(lines[0], "kfy:token IDS: (C, B, A)");
+  EXPECT_EQ(lines[1], "kfy:querying for identities on C");
+  EXPECT_EQ(lines[2], "kfy:found 1 identities");
+  EXPECT_EQ(lines[4], "kfy:No identities found for B");
+  EXPECT_EQ(lines[7], "kfy:------certificate array from keychain------");
+  EXPECT_EQ(lines[8], "kfy:" + list[0].certificate);
+}
+
+TEST_F(Keychain, DescribesAllWithoutKeyHashes) {
+  setDebugMode(true);
+  defaults.values["kfyd/verboseLogging"] = true;
+  store.items.resize(1);
+  const auto list = keychain.iosCertificateArrayFromKeychain();
+  ASSERT_EQ(list.size(), 1U);
+  EXPECT_EQ(list[0].publicKeyHash, std::nullopt);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:querying ios certificates",
+                                         "kfy:------certificate array from keychain------",
+                                         "kfy:certificate in keychain:" + list[0].certificate));
+}
+
+TEST_F(Keychain, SummarisesEveryIdentity) {
+  const auto summaries = keychain.availableIdentityInfo();
+  ASSERT_EQ(summaries.size(), 5U);
+  EXPECT_EQ(summaries[1].cn, "Two");
+  EXPECT_EQ(summaries[1].sha1_fingerprint,
+            support::hexString(second.reference->certificate.sha1()));
+}
+
+TEST_F(Keychain, SaysWhatFails) {
+  store.presentTokens = {"A"};
+  for (const auto failure : {platform::itemNotFound, platform::itemStoreUnusable}) {
+    store.failure = failure;
+    const bool isEmpty = failure == platform::itemNotFound;
+    EXPECT_EQ(keychain.findIdentityWithSHA1Hash({}, /*tokenOnly=*/false, kNoPIN), nullptr);
+    EXPECT_EQ(keychain.keychainIdentities(), std::nullopt);
+    EXPECT_THAT(keychain.availableIdentityInfo(), IsEmpty());
+    EXPECT_EQ(keychain.findIdentityWithSubject("One"), nullptr);
+    EXPECT_EQ(keychain.iosCertificateArrayFromKeychain().size(), 0U);
+    EXPECT_EQ(keychain.smartcardCertificateArrayFromKeychain().size(), 0U);
+    EXPECT_THAT(
+        takeEntries(),
+        ElementsAre(
+            "kfy:SecIdentityCopyCertificate error", "kfy:SecIdentityCopyCertificate error",
+            "kfy:SecIdentityCopyCertificate error",
+            isEmpty ? "kfy:No identities found" : "kfy:SecItemCopyMatching error: -25291",
+            isEmpty ? "kfy:No identities found for A" : "kfy:SecItemCopyMatching error: -25291"));
+  }
+}
+
+TEST_F(Keychain, PinnedCertificateIsReadableByAllWhateverTheUmask) {
+  const mode_t before = umask(077);
+  const std::string path = base::rooted(identity::kPinnedCertificate);
+  EXPECT_TRUE(identity::publishPinnedCertificate(first.reference->certificate));
+  struct stat status{};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0644U);
+  const auto inode = status.st_ino;
+  EXPECT_TRUE(identity::publishPinnedCertificate(first.reference->certificate));
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_ino, inode) << "the same certificate is not written again";
+  EXPECT_TRUE(identity::publishPinnedCertificate(second.reference->certificate));
+  EXPECT_EQ(base::textOf(*base::readFile(path, 65536)), second.reference->certificate.pem());
+  ASSERT_EQ(stat(path.substr(0, path.rfind('/')).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0755U);
+  umask(before);
+}
+
+}  // namespace

@@ -1,0 +1,324 @@
+#include "protocol/QuillMessage.hpp"
+
+#include <algorithm>
+
+#include "fakes/LoggedTest.hpp"
+#include "support/HexString.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char *kID = "0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0";
+
+std::optional<QuillMessage> decode(std::string_view json) {
+  return QuillMessage::initWithJSONData(base::viewOf(json));
+}
+
+std::string encode(const QuillMessage &message) {
+  const auto json = message.json();
+  return json ? std::string(base::textOf(*json)) : "(nothing)";
+}
+
+std::string request(const std::string &command, const std::string &more = "") {
+  return R"({"type":"request","command":")" + command + R"(","message_id":")" + kID + '"' + more +
+         '}';
+}
+
+class Message : public fakes::LoggedTest {};
+
+// One row for every command and type: what it takes, and what it leaves out.
+struct RowCase {
+  QuillCommand command;
+  QuillMessageType type;
+  std::vector<std::string> keys;
+  std::vector<void (*)(QuillMessage &)>
+      removals;  // each makes the message one that can't be written
+};
+
+QuillMessage fullMessage(const RowCase &row) {
+  QuillMessage message;
+  message.command = row.command;
+  message.messageType = row.type;
+  message.messageID = UUID::fromText(kID);
+  message.certificateArray = {{Bytes{1}}};
+  message.challenge = message.challengeSignature = message.dataToSign = Bytes{1};
+  message.signingCertificateHash = message.dataToDecrypt = message.objectID = Bytes{1};
+  message.signedData = message.certificateUsedToAuthenticate = Bytes{1};
+  message.selectedCertificateHash = Bytes{1};
+  message.decryptedData = SecretBytes(Bytes{1});
+  message.certificates = protocol::makeCardList({});
+  message.ephemeralUsername = message.errorMessage = "x";
+  message.ephemeralPassword = message.PIN = SecretText("x");
+  return message;
+}
+
+std::vector<std::string> keysOf(std::string json) {
+  std::vector<std::string> keys;
+  for (std::size_t at = json.find("\":"); at != std::string::npos; at = json.find("\":", at + 1)) {
+    const std::size_t start = json.rfind('"', at - 1) + 1;
+    keys.push_back(json.substr(start, at - start));
+  }
+  std::ranges::sort(keys);
+  return keys;
+}
+
+TEST_F(Message, HasTheKeysThatItsCommandAndTypeDecide) {
+  constexpr auto kRequest = QuillMessageTypeRequest;
+  constexpr auto kResponse = QuillMessageTypeResponse;
+  const RowCase kCases[] = {
+      {QuillCommandConnect, kRequest, {"authentication_certificates"}, {}},
+      {QuillCommandConnect,
+       kResponse,
+       {"challenge", "message_error_message", "selected_certificate_hash", "status"},
+       {}},
+      {QuillCommandAuthenticate,
+       kRequest,
+       {"challenge_signature", "selected_authenticate_certificate"},
+       {[](QuillMessage &m) { m.challengeSignature.reset(); },
+        [](QuillMessage &m) { m.certificateUsedToAuthenticate.reset(); }}},
+      {QuillCommandAuthenticate, kResponse, {"status"}, {}},
+      {QuillCommandInsert, kRequest, {"certificates"}, {[](QuillMessage &m) {
+         m.certificates.reset();
+       }}},
+      {QuillCommandInsert, kResponse, {"status"}, {}},
+      {QuillCommandRemove, kRequest, {}, {}},
+      {QuillCommandRemove, kResponse, {"status"}, {}},
+      {QuillCommandGetCertificates, kRequest, {}, {}},
+      {QuillCommandGetCertificates, kResponse, {"certificates", "status"}, {[](QuillMessage &m) {
+         m.certificates.reset();
+       }}},
+      {QuillCommandSignData,
+       kRequest,
+       {"data_to_sign", "pin", "signing_cert_hash"},
+       {[](QuillMessage &m) { m.PIN.reset(); }, [](QuillMessage &m) { m.dataToSign.reset(); },
+        [](QuillMessage &m) { m.signingCertificateHash.reset(); }}},
+      {QuillCommandSignData, kResponse, {"signed_data", "status"}, {[](QuillMessage &m) {
+         m.signedData.reset();
+       }}},
+      {QuillCommandCreateEmphemeralUser, kRequest, {"ephemeral_user_name"}, {[](QuillMessage &m) {
+         m.ephemeralUsername.reset();
+       }}},
+      {QuillCommandCreateEmphemeralUser,
+       kResponse,
+       {"ephemeral_user_name", "ephemeral_user_password", "message_error_message", "status"},
+       {[](QuillMessage &m) { m.ephemeralUsername.reset(); },
+        [](QuillMessage &m) { m.ephemeralPassword.reset(); }}},
+      {QuillCommandDecryptData,
+       kRequest,
+       {"encrypted_data", "object_id", "pin"},
+       {[](QuillMessage &m) { m.PIN.reset(); }, [](QuillMessage &m) { m.objectID.reset(); },
+        [](QuillMessage &m) { m.dataToDecrypt.reset(); }}},
+      {QuillCommandDecryptData, kResponse, {"decrypted_data", "status"}, {[](QuillMessage &m) {
+         m.decryptedData.reset();
+       }}},
+  };
+  for (const RowCase &row : kCases) {
+    std::vector<std::string> keys = row.keys;
+    keys.insert(keys.end(), {"command", "message_id", "type"});
+    std::ranges::sort(keys);
+    const QuillMessage full = fullMessage(row);
+    EXPECT_EQ(keysOf(encode(full)), keys) << "command " << row.command << " type " << row.type;
+    std::vector<void (*)(QuillMessage &)> removals = row.removals;
+    removals.push_back([](QuillMessage &m) { m.messageID.reset(); });
+    for (const auto &removal : removals) {
+      QuillMessage lacking = fullMessage(row);
+      removal(lacking);
+      takeEntries();
+      EXPECT_EQ(encode(lacking), "(nothing)") << keysOf(encode(full)).front();
+      EXPECT_THAT(takeEntries(), ElementsAre("kfy:(null)"));
+    }
+  }
+}
+
+TEST_F(Message, OfNoKnownTypeOrCommandIsNotWritten) {
+  QuillMessage message = QuillMessage::initCommandMessageRemoveSmartCard();
+  message.command = 8;
+  EXPECT_EQ(encode(message), "(nothing)");
+  message.messageType = 2;
+  EXPECT_EQ(encode(message), "(nothing)");
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:(null)", "kfy:invalid message type: 2"));
+}
+
+TEST_F(Message, WritesUnsetFieldsOfAConnectResponseAsEmptyTexts) {
+  const QuillMessage reply =
+      QuillMessage::initWithReplyMessageForCommand(0, /*status=*/false, UUID::fromText(kID));
+  EXPECT_EQ(encode(reply), std::string(R"({"type":"response","command":"connect","message_id":")") +
+                               kID +
+                               R"(","selected_certificate_hash":"","challenge":"",)"
+                               R"("message_error_message":"","status":false})");
+}
+
+TEST_F(Message, EscapesWhatItWritesAndBreaksLongBase64) {
+  QuillMessage message = QuillMessage::initCommandMessageCreateEphemeralUser("a/\"\\\n\x01é");
+  EXPECT_THAT(encode(message), HasSubstr("\"a\\/\\\"\\\\\\n\\u0001é\""));
+  message = QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, UUID::random(),
+                                                             Bytes(49, 0xFF));
+  std::string line;
+  for (int count = 0; count < 64; ++count) {
+    line += "\\/";
+  }
+  EXPECT_THAT(encode(message), HasSubstr('"' + line + "\\r\\n\\/w==\""));
+  EXPECT_EQ(decode(encode(message))->signedData, Bytes(49, 0xFF));
+}
+
+TEST_F(Message, ComesBackAsItWasWritten) {
+  const support::CertificateInfo info{"QUJD/+", true, false, true, "a/b é", "AB"};
+  QuillMessage message = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+      protocol::makeCardList(std::vector<protocol::CardElement>{info, Bytes{1, 2, 3}}));
+  const auto list = decode(encode(message))->certificates;
+  ASSERT_EQ(list->entries().size(), 2U);
+  EXPECT_EQ(list->entries()[0].certificateSHA1,
+            support::sha1(support::dataFromBase64String("QUJD/+")));
+  EXPECT_EQ(list->entries()[1].json, "\"AQID\"");
+  const auto infos = protocol::certificateInfosOf(*list);
+  ASSERT_EQ(infos.size(), 1U);
+  EXPECT_EQ(infos[0].label, "a/b é");
+  EXPECT_EQ(infos[0].publicKeyHash, "AB");
+  EXPECT_TRUE(infos[0].canSign && infos[0].canUnwrap && !infos[0].canDecrypt);
+
+  message = QuillMessage::initCommandMessageConnectWithCertificate({Bytes(60, 7), Bytes{}});
+  EXPECT_EQ(decode(encode(message))->certificateArray,
+            (QuillMessage::CertificateArray{Bytes(60, 7), Bytes{}}));
+  EXPECT_EQ(decode(encode(message))->messageID, message.messageID);
+}
+
+struct UnusableCase {
+  const char *name;
+  std::string json;
+  const char *entry;  // what the log line begins with; null: silence
+};
+
+class Unusable : public Message, public testing::WithParamInterface<UnusableCase> {};
+
+TEST_P(Unusable, GivesNoMessage) {
+  EXPECT_FALSE(decode(GetParam().json));
+  const auto entries = takeEntries();
+  if (GetParam().entry == nullptr) {
+    EXPECT_THAT(entries, ElementsAre());
+  } else {
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_THAT(entries[0], testing::StartsWith(GetParam().entry));
+  }
+}
+
+std::string nested(std::size_t depth) {
+  return request("remove", ",\"x\":" + std::string(depth - 1, '[') + std::string(depth - 1, ']'));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Json, Unusable,
+    testing::Values(
+        UnusableCase{"Empty", "", "kfy:incomplete JSON : "},
+        UnusableCase{"Garbage", "x", "kfy:syntax error : 78"},
+        UnusableCase{"ByteOrderMark", "\xEF\xBB\xBF" + request("remove"),
+                     "kfy:syntax error : EFBBBF"},
+        UnusableCase{"SomethingAfterTheObject", request("remove") + "x", "kfy:extra data : "},
+        UnusableCase{"NotUTF8", request("remove", ",\"x\":\"\xFF\""), "kfy:syntax error : "},
+        UnusableCase{"LoneSurrogate", request("remove", R"(,"x":"\uD800")"), "kfy:"},
+        UnusableCase{"TooDeep", nested(33), "kfy:too deep : "},
+        UnusableCase{"NumberThatNoDoubleHolds", request("remove", ",\"certificates\":[1e999]"),
+                     "kfy:number out of range : "},
+        UnusableCase{"NotAnObject", "[1]", "kfy:not an object : "},
+        UnusableCase{"NoType", R"({"command":"remove","message_id":"x"})", nullptr},
+        UnusableCase{"NullType", R"({"type":null,"command":"remove","message_id":"x"})", nullptr},
+        UnusableCase{"NumberAsType", R"({"type":1,"command":"remove","message_id":"x"})",
+                     "kfy:\"type\" is not text : "},
+        UnusableCase{"OneMissingOneWrong", R"({"type":1,"command":"remove"})", nullptr},
+        UnusableCase{"TypeInCapitals", R"({"type":"Request","command":"remove","message_id":"x"})",
+                     "kfy:Unknown message type received"}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(Message, IsReadInSpiteOfWhatIsOddInIt) {
+  EXPECT_TRUE(decode(nested(32)));
+  EXPECT_EQ(decode(" " + request("remove") + "\n")->command, QuillCommandRemove);
+  EXPECT_EQ(takeEntries().size(), 0U);
+  const auto unknown = decode(request("Remove"));
+  EXPECT_EQ(unknown->command, QuillCommandConnect);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:invalid command--Remove"));
+  EXPECT_EQ(decode(R"({"type":"request","command":"remove","message_id":"no uuid"})")->messageID,
+            std::nullopt);
+  const auto odd =
+      decode(request("sign_data", R"(,"pin":null,"challenge":{},"object_id":"*","pin":"1",)"
+                                  R"("data_to_sign":"QQ","ignored":[1e300]})"));
+  EXPECT_FALSE(odd) << "one brace too many";
+  const auto message = decode(request(
+      "sign_data", R"(,"pin":"0","challenge":{},"object_id":"","pin":"1","data_to_sign":"QQ")"));
+  EXPECT_EQ(message->PIN->reveal(), "1") << "of a key that stands twice the last counts";
+  EXPECT_FALSE(message->challenge);
+  EXPECT_EQ(message->objectID, Bytes{});
+  EXPECT_FALSE(message->dataToSign);
+}
+
+TEST_F(Message, ReadsStatusAsATruthValue) {
+  for (const auto &[json, status] : {std::pair{"true", true},
+                                     {"1", true},
+                                     {"0.5", true},
+                                     {"-3", true},
+                                     {"false", false},
+                                     {"0", false},
+                                     {"null", false},
+                                     {"\"true\"", false}}) {
+    EXPECT_EQ(decode(request("remove", std::string(",\"status\":") + json))->status, status)
+        << json;
+  }
+}
+
+TEST_F(Message, PassesCardEntriesOnUnchanged) {
+  const std::string list =
+      R"([{"certificate":"QUI=","more":[1,-2,18446744073709551615,0.1,1e+300,null,true],"a\/b":""},)"
+      R"("text",{"certificate":7},{"certificate":"*"}])";
+  const auto message = decode(request("insert", ",\"certificates\":" + list));
+  EXPECT_THAT(encode(*message), HasSubstr("\"certificates\":" + list));
+  const auto entries = message->certificates->entries();
+  ASSERT_EQ(entries.size(), 4U);
+  EXPECT_EQ(entries[0].certificateSHA1, support::sha1(base::viewOf("AB")));
+  EXPECT_TRUE(!entries[1].hasCertificate && !entries[2].hasCertificate);
+  EXPECT_TRUE(entries[3].hasCertificate && entries[3].certificateSHA1.empty());
+}
+
+TEST_F(Message, TracesItsFieldsInOrder) {
+  setDebugMode(true);
+  (void)decode(request("sign_data",
+                       R"(,"status":1,"pin":"x","challenge":"QQ==","challenge_signature":7,)"
+                       R"("message_error_message":"","ephemeral_user_password":"",)"
+                       R"("ephemeral_user_name":"")"));
+  EXPECT_THAT(takeEntries(),
+              ElementsAre("kfy:QuillCommandSignDataString received", "kfy:Message Type: Request",
+                          "kfy:QuillChallengeString Received",
+                          "kfy:selectedCertificateHash Received", "kfy:ephemeralUsername Received",
+                          "kfy:errorMessage Received", "kfy:ephemeralPassword Received",
+                          "kfy:QuillPINString Received", "kfy:QuillMessageStatusString Received"));
+  (void)decode("x");
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:syntax error : 78", "kfy:syntax error : 78"));
+}
+
+TEST_F(Message, DescribesItselfWithoutASecret) {
+  QuillMessage message = fullMessage({QuillCommandSignData, QuillMessageTypeRequest, {}, {}});
+  message.PIN = message.ephemeralPassword = SecretText("hush");
+  message.dataToSign = base::bytesOf("hush");
+  message.decryptedData = SecretBytes(base::viewOf("hush"));
+  EXPECT_EQ(message.description(), std::string("Status: NO\n"
+                                               "Mesage Type: 0\n"
+                                               "Command: 5\n"
+                                               "Certificate Array: (01)\n"
+                                               "Challenge: <Set>\n"
+                                               "challengeSignature: <Set>\n"
+                                               "certificates: ()\n"
+                                               "ephemeralUsername: x\n"
+                                               "ephemeralPassword: <Set>\n"
+                                               "error message: x\n"
+                                               "dataToSign: <Set>\n"
+                                               "objectID: 01\n"
+                                               "PIN: <Set>\n"
+                                               "signedData: <Set>\n"
+                                               "certificateUsedToAuthenticate: 01\n"
+                                               "decryptedData: <Set>\n"
+                                               "selectedCertificateHash: 01\n"
+                                               "messageID: ") +
+                                       kID + "\n");
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "protocol/CardList.hpp"
+#include "requests/RequestsFixture.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const Bytes kDER = base::bytesOf("certificate");
+const Bytes kHash = support::sha1(kDER);
+
+QuillMessage::Certificates cardOf(const std::vector<Bytes> &certificates) {
+  std::vector<protocol::CardElement> elements{Bytes{1}};  // an element that describes nothing
+  for (const Bytes &der : certificates) {
+    elements.emplace_back(
+        support::CertificateInfo{support::base64EncodeBytes(der, /*separateLines=*/false), true,
+                                 true, true, "", std::nullopt});
+  }
+  return protocol::makeCardList(elements);
+}
+
+QuillMessage insertOf(const std::vector<Bytes> &certificates) {
+  return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(cardOf(certificates));
+}
+
+QuillMessage signRequest(const Bytes &hash = kHash) {
+  return QuillMessage::initCommandMessageSignData(Bytes{7}, hash, SecretText("123"));
+}
+
+QuillMessage decryptRequest(const Bytes &hash = kHash) {
+  return QuillMessage::initCommandMessageDecryptDataWithObjectID(hash, Bytes{8}, SecretText());
+}
+
+class Card : public Requests {
+ public:
+  Peer holder(bool isAuthenticated) {
+    Peer made = remote();
+    made.worker->isAuthenticated = isAuthenticated;
+    EXPECT_TRUE(ask(insertOf({base::bytesOf("other"), kDER}), made).status);
+    return made;
+  }
+};
+
+TEST_F(Card, IsInsertedByAnyoneAndKeepsItsListForGood) {
+  const Peer remote = this->remote();
+  const Peer reader = local();
+  const QuillMessage before = ask(QuillMessage::initCommandMessageGetCertificates(), reader);
+  EXPECT_TRUE(before.status);
+  EXPECT_THAT(before.certificates->entries(), IsEmpty());
+  EXPECT_TRUE(ask(insertOf({kDER}), remote).status);
+  EXPECT_TRUE(isMarkerThere());
+  QuillMessage withoutList = insertOf({});
+  withoutList.certificates.reset();
+  process(withoutList, remote);
+  EXPECT_TRUE(remote.answer().status);
+  EXPECT_EQ(
+      ask(QuillMessage::initCommandMessageGetCertificates(), reader).certificates->entries().size(),
+      2U);
+  EXPECT_FALSE(ask(QuillMessage::initCommandMessageRemoveSmartCard(), remote).status);
+  EXPECT_TRUE(isMarkerThere());
+  remote.worker->isAuthenticated = true;
+  EXPECT_TRUE(ask(QuillMessage::initCommandMessageRemoveSmartCard(), remote).status);
+  EXPECT_FALSE(isMarkerThere());
+  EXPECT_EQ(
+      ask(QuillMessage::initCommandMessageGetCertificates(), reader).certificates->entries().size(),
+      2U);
+}
+
+TEST_F(Card, MarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {
+  const std::string marker = base::rooted(requests::kCardMarker);
+  const std::string elsewhere = base::rooted("/elsewhere");
+  std::ofstream(elsewhere) << "kept";
+  std::filesystem::create_symlink(elsewhere, marker);
+  processor.insertSmartcard();
+  struct stat status{};
+  ASSERT_EQ(::lstat(marker.c_str(), &status), 0);
+  EXPECT_TRUE(S_ISREG(status.st_mode));
+  EXPECT_EQ(status.st_size, 0);
+  std::ofstream(marker) << "old";
+  processor.insertSmartcard();
+  EXPECT_EQ(std::filesystem::file_size(marker), 0U);
+  processor.removeSmartcard();
+  processor.removeSmartcard();
+  EXPECT_FALSE(isMarkerThere());
+  EXPECT_EQ(std::filesystem::file_size(elsewhere), 4U);
+  std::filesystem::create_directory(marker);
+  processor.insertSmartcard();
+  processor.removeSmartcard();
+  EXPECT_TRUE(std::filesystem::is_directory(marker)) << "a folder in its place is left alone";
+  std::filesystem::remove(marker);
+}
+
+TEST_F(Card, RelaysARequestAndDeliversItsAnswerOnce) {
+  const Peer asker = local();
+  const Peer holder = this->holder(/*isAuthenticated=*/true);
+  const Peer stranger = remote();
+  for (const QuillMessage &request : {signRequest(), decryptRequest()}) {
+    process(request, asker);
+    EXPECT_EQ(holder.answer().json(), request.json()) << "passed on as it was read";
+    EXPECT_THAT(asker.connection->sent, IsEmpty());
+    EXPECT_EQ(processor.pendingMessages.count(*request.messageID), 1U);
+    const QuillMessage answer =
+        request.command == QuillCommandSignData
+            ? QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, request.messageID,
+                                                               Bytes{9})
+            : QuillMessage::initWithReplyMessageForDecryptDataWithStatus(
+                  /*status=*/true, request.messageID, SecretBytes(Bytes{9}));
+    process(answer, stranger);  // who answers is not looked at
+    EXPECT_EQ(asker.answer().json(), answer.json());
+    EXPECT_THAT(processor.pendingMessages, IsEmpty());
+    takeEntries();
+    process(answer, holder);
+    EXPECT_THAT(asker.connection->sent, IsEmpty());
+    EXPECT_THAT(takeEntries(), ElementsAre("kfy:worker not found"));
+  }
+}
+
+TEST_F(Card, LooksForItsHolderInOrderAndRefusesAnUnauthenticatedFirstOne) {
+  const Peer asker = local();
+  const Peer gone = holder(/*isAuthenticated=*/true);
+  gone.worker->g_inbound_connection.reset();
+  const Peer first = holder(/*isAuthenticated=*/false);
+  const Peer second = holder(/*isAuthenticated=*/true);
+  takeEntries();
+  const QuillMessage refusal = ask(signRequest(), asker);
+  EXPECT_FALSE(refusal.status);
+  EXPECT_EQ(refusal.signedData, Bytes{});
+  EXPECT_EQ(takeEntries().front(), "kfy:certificate not found or not authenticated. stopping");
+  EXPECT_TRUE(ask(decryptRequest(), asker).decryptedData->empty());
+  EXPECT_THAT(second.connection->sent, IsEmpty());
+  first.worker->isAuthenticated = true;
+  process(signRequest(), asker);
+  EXPECT_EQ(first.connection->sent.size(), 1U);
+}
+
+TEST_F(Card, RefusesWhatItCannotRelay) {
+  const Peer asker = local();
+  const Peer holder = this->holder(/*isAuthenticated=*/true);
+  EXPECT_FALSE(ask(signRequest(Bytes(20)), asker).status) << "an unknown certificate";
+  EXPECT_FALSE(ask(decryptRequest(Bytes{}), asker).status) << "no certificate";
+  EXPECT_EQ(ask(signRequest(), holder).signedData, Bytes{}) << "not a local connection";
+  QuillMessage withoutID = signRequest();
+  withoutID.messageID.reset();
+  process(withoutID, asker);
+  EXPECT_THAT(asker.connection->sent, ElementsAre("[DATA][ENDDATA]"));
+  EXPECT_THAT(holder.connection->sent, IsEmpty());
+  EXPECT_THAT(processor.pendingMessages, IsEmpty());
+}
+
+TEST_F(Card, RequestWithoutAPINReachesItsHolderAsAnEmptyFrame) {
+  const Peer asker = local();
+  const Peer holder = this->holder(/*isAuthenticated=*/true);
+  QuillMessage request = signRequest();
+  request.PIN.reset();
+  process(request, asker);
+  EXPECT_THAT(holder.connection->sent, ElementsAre("[DATA][ENDDATA]"));
+  EXPECT_EQ(processor.pendingMessages.size(), 1U);
+  EXPECT_THAT(asker.connection->sent, IsEmpty());
+}
+
+TEST_F(Card, AnswersAreOfTwoCommandsAndRequestsOfEight) {
+  const Peer asker = local();
+  process(QuillMessage::initWithReplyMessageForInsertStatus(/*status=*/true, UUID::random()),
+          asker);
+  QuillMessage unknown = QuillMessage::initCommandMessageRemoveSmartCard();
+  unknown.command = 8;
+  process(unknown, asker);
+  processor.processRequest(/*message=*/nullptr, asker.worker);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:invalid command: 2.", "kfy:invalid command:8"));
+  EXPECT_THAT(asker.connection->sent, IsEmpty());
+}
+
+TEST_F(Card, TracesTheSearchForItsHolder) {
+  setDebugMode(true);
+  const Peer asker = local();
+  const Peer holder = this->holder(/*isAuthenticated=*/true);
+  auto entries = std::vector(holder.worker->certificates->entries().begin(),
+                             holder.worker->certificates->entries().end());
+  entries[1].certificateSHA1.clear();  // a text that decodes to nothing
+  holder.worker->certificates = std::make_shared<const protocol::CardList>(entries);
+  const QuillMessage request = signRequest();
+  takeEntries();
+  process(request, asker);
+  auto lines = takeEntries();
+  lines.resize(11);
+  EXPECT_THAT(lines, ElementsAre("kfy:Daemon processing request or response",
+                                 "kfy:Message Type: Request", "kfy:Command Reply",
+                                 "kfy:Command: QuillCommandSignData or QuillCommandDecryptData",
+                                 "kfy:request from local client.",
+                                 "kfy:finding worker that sent the request",
+                                 "kfy:worker found with no associated certificates",
+                                 "kfy:error base64 decoding certificate", "kfy:Sign data requested",
+                                 "kfy:certificate hash matches requested hash sent.",
+                                 "kfy:authenticated connection so sending message back to client"));
+}
+
+TEST_F(Card, PasswordOfAnAccountIsRefusedReadably) {
+  const Peer remote = this->remote();
+  const QuillMessage request = QuillMessage::initCommandMessageCreateEphemeralUser("x");
+  const QuillMessage stranger = ask(request, remote);
+  EXPECT_FALSE(stranger.status);
+  EXPECT_EQ(stranger.ephemeralUsername, "cvnkfyvncuser");
+  EXPECT_EQ(stranger.errorMessage, "");
+  remote.worker->isAuthenticated = true;
+  const QuillMessage noAccount = ask(request, remote);
+  EXPECT_EQ(noAccount.errorMessage, "The screen sharing user does not exist");
+  EXPECT_TRUE(noAccount.ephemeralPassword->empty());
+}
+
+}  // namespace

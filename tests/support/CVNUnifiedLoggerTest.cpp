@@ -1,0 +1,239 @@
+#include "support/CVNUnifiedLogger.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "fakes/LoggedTest.hpp"
+#include "support/CVNLog.hpp"
+#include "support/StandardErrorLines.hpp"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+constexpr const char *kDefaultLog = "/tmp/kfy/Keyferry.log";
+
+void makeFile(const std::string &path, const std::string &content = "") {
+  std::filesystem::create_directories(std::filesystem::path(base::rooted(path)).parent_path());
+  std::ofstream(base::rooted(path)) << content;
+}
+
+class Logger : public fakes::LoggedTest {
+ public:
+  ~Logger() override {
+    for (const auto &entry : std::filesystem::directory_iterator(base::root())) {
+      std::filesystem::remove_all(entry);
+    }
+    std::filesystem::create_directories(base::rooted("/tmp"));
+  }
+
+  // The lines of the log file, without time and tag.
+  static std::vector<std::string> fileLines(const std::string &path = kDefaultLog) {
+    std::ifstream file(base::rooted(path));
+    const std::string tag = "kfyd(" + std::to_string(getpid()) + "): ";
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+      const std::size_t message = line.find(tag);
+      lines.push_back(message == std::string::npos ? line.substr(line.find(":Last") + 1)
+                                                   : line.substr(message + tag.size()));
+    }
+    return lines;
+  }
+
+  static bool isLogThere() { return base::fileExists(base::rooted(kDefaultLog)); }
+};
+
+TEST_F(Logger, WithoutDebugModeOnlyTheUnifiedLogGetsTheMessage) {
+  CVNLog("two\nlines %li", 5L);
+  CVNLogDebug("trace");
+  support::logToFileAlone("direct");
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:two\\nlines 5"));
+  EXPECT_EQ(log.standardError, "");
+  EXPECT_FALSE(isLogThere());
+  EXPECT_TRUE(base::fileExists(base::rooted("/tmp/kfy"))) << "the folder is made all the same";
+}
+
+TEST_F(Logger, DebugModeTakesEffectAtOnceBothWays) {
+  makeFile(std::string(support::kDebugMarker));
+  CVNLogDebug("one");
+  std::filesystem::remove(base::rooted(support::kDebugMarker));
+  CVNLogDebug("lost");
+  CVNLog("entry alone");
+  setDebugMode(true);
+  CVNLog("two");
+  support::logToFileAlone("three");
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:one", "kfy:entry alone", "kfy:two"));
+  EXPECT_THAT(fileLines(), ElementsAre("one", "two", "three"));
+  EXPECT_EQ(log.standardError, "one\ntwo\nthree\n");
+}
+
+TEST_F(Logger, WithinAnEventDebugModeIsLookedUpOnceAndAgainAfterABlockingStep) {
+  support::eventBegins();
+  CVNLogDebug("off");
+  setDebugMode(true);
+  CVNLogDebug("still off");
+  EXPECT_EQ(defaults.lookUps, 1);
+  {
+    const support::BlockingStep step;
+  }
+  EXPECT_EQ(log.flushes, 2) << "the log and standard error leave before the step";
+  CVNLogDebug("on");
+  support::eventBegins();
+  setDebugMode(false);
+  CVNLogDebug("off again");
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:on"));
+}
+
+TEST_F(Logger, RepeatsWithinTwoSecondsOfTheLastWrittenLineAreCounted) {
+  setDebugMode(true);
+  CVNLog("same");
+  clock.time += 1s;
+  CVNLogDebug("same");  // the level is not compared
+  clock.time += 1s;     // exactly 2.0 s after the line, not after the repeat
+  CVNLog("same");
+  EXPECT_EQ(CVNUnifiedLogger::sharedLogger()->repeated, 2);
+  clock.time += 1ms;
+  CVNLog("same");
+  CVNLog("other\n");
+  clock.time -= 10s;  // the clock goes back
+  CVNLog("other\n");
+  CVNLog("end");
+  EXPECT_THAT(fileLines(), ElementsAre("same", "Last message repeated 2 times", "same", "other", "",
+                                       "Last message repeated 1 times", "end"));
+  EXPECT_EQ(log.standardError, "same\nsame\nsame\nsame\nother\n\nother\n\nend\n");
+  EXPECT_EQ(takeEntries().size(), 7U);
+}
+
+TEST_F(Logger, FromThe1002ndRepeatOnStandardErrorGetsEachTwice) {
+  setDebugMode(true);
+  for (int count = 0; count < 1 + 1001; ++count) {
+    CVNLog("x");
+  }
+  EXPECT_EQ(log.standardError.size(), 2U * 1002);
+  CVNLog("x");
+  EXPECT_EQ(log.standardError.size(), 2U * 1004);
+}
+
+TEST_F(Logger, AMovedFileIsMadeAgainAndALostLineChangesTheState) {
+  setDebugMode(true);
+  CVNLog("one");
+  std::filesystem::remove_all(base::rooted("/tmp/kfy"));
+  makeFile("/tmp/kfy");  // a file in the folder's place
+  CVNLog("lost");
+  CVNLog("lost");
+  EXPECT_EQ(log.standardError,
+            "one\nlost\nerror creating logfile at /tmp/kfy/Keyferry.log\nlost\n");
+  EXPECT_EQ(CVNUnifiedLogger::sharedLogger()->repeated, 1);
+  std::filesystem::remove(base::rooted("/tmp/kfy"));
+  std::filesystem::create_directory(base::rooted("/tmp/kfy"));
+  CVNLog("two");
+  EXPECT_THAT(fileLines(), ElementsAre("Last message repeated 1 times", "two"));
+}
+
+TEST_F(Logger, AFolderOrFileOfSomebodyElseInASharedOneIsNotFollowed) {
+  setDebugMode(true);
+  std::filesystem::permissions(base::rooted("/tmp"), std::filesystem::perms::all);
+  std::filesystem::create_directory(base::rooted("/elsewhere"));
+  const auto cannotLogTo = [&](const char *what) {
+    log.standardError.clear();
+    CVNLog("%s", what);
+    EXPECT_TRUE(std::filesystem::is_empty(base::rooted("/elsewhere"))) << what;
+    return log.standardError.find("error creating logfile") != std::string::npos;
+  };
+  CVNLog("start");
+  std::filesystem::permissions(base::rooted("/tmp/kfy"), std::filesystem::perms::all);
+  EXPECT_TRUE(cannotLogTo("a folder that all can write"));
+  std::filesystem::remove_all(base::rooted("/tmp/kfy"));
+  std::filesystem::create_symlink(base::rooted("/elsewhere"), base::rooted("/tmp/kfy"));
+  EXPECT_TRUE(cannotLogTo("a link in the folder's place"));
+  std::filesystem::remove(base::rooted("/tmp/kfy"));
+  std::filesystem::create_directory(base::rooted("/tmp/kfy"));
+  std::filesystem::create_symlink(base::rooted("/elsewhere/log"), base::rooted(kDefaultLog));
+  EXPECT_FALSE(cannotLogTo("a link in the file's place"));
+}
+
+struct StampCase {
+  const char *name;
+  std::chrono::seconds offset;
+  const char *stamp;
+};
+
+class TimeStamp : public Logger, public testing::WithParamInterface<StampCase> {};
+
+TEST_P(TimeStamp, IsLocalTimeWithItsOffset) {
+  setDebugMode(true);
+  clock.offset = GetParam().offset;
+  CVNLog("now");
+  std::ifstream file(base::rooted(kDefaultLog));
+  std::string line;
+  std::getline(file, line);
+  EXPECT_EQ(line, GetParam().stamp + (" kfyd(" + std::to_string(getpid()) + "): now"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Zones, TimeStamp,
+                         testing::Values(StampCase{"Zero", 0s, "2025-03-14T08:26:53Z"},
+                                         StampCase{"East", 3600s, "2025-03-14T09:26:53+01:00"},
+                                         StampCase{"WestAcrossMidnight", -34200s,
+                                                   "2025-03-13T22:56:53-09:30"}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+struct PlaceCase {
+  const char *name;
+  uid_t user;
+  const char *folderSetting;
+  const char *fileSetting;
+  const char *bundleName;
+  const char *expected;
+};
+
+class LogPlace : public Logger, public testing::WithParamInterface<PlaceCase> {};
+
+TEST_P(LogPlace, FollowsSettingsAndUser) {
+  makeFile("/etc/passwd",
+           "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/home/ann:/bin/sh\n"
+           "bob:x:1001:1001::/home/bob:/bin/sh\n");
+  std::filesystem::create_directories(base::rooted("/home/ann/Library/Logs"));
+  std::filesystem::create_directories(base::rooted("/root/logs"));
+  makeFile("/srv/file");
+  defaults.values["kfyd/LogFolderPath"] = GetParam().folderSetting;
+  defaults.values["kfyd/LogFileName"] = GetParam().fileSetting;
+  startLogging(GetParam().user, GetParam().bundleName);
+  const std::string place = CVNUnifiedLogger::sharedLogger()->logFileURL;
+  EXPECT_THAT(place, testing::MatchesRegex(GetParam().expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, LogPlace,
+    testing::Values(
+        PlaceCase{"Root", 0, "", "", "", "/tmp/kfy/Keyferry.log"},
+        PlaceCase{"SecurityAgent", 92, "", "", "", "/tmp/kfy/Keyferry.log"},
+        PlaceCase{"User", 1000, "", "", "", "/home/ann/Library/Logs/Keyferry.log"},
+        PlaceCase{"UserWithoutLibrary", 1001, "", "", "", "/tmp/kfy-....../Keyferry.log"},
+        PlaceCase{"UnknownUser", 1002, "", "", "", "/tmp/kfy-....../Keyferry.log"},
+        PlaceCase{"Setting", 0, "/home/ann", "~x.log", "b", "/home/ann/~x.log"},
+        PlaceCase{"SettingBelowHome", 0, "~/logs", "", "b.log", "/root/logs/b.log"},
+        PlaceCase{"SettingThatIsNotThere", 0, "/nowhere", "", "", "/tmp/kfy/Keyferry.log"},
+        PlaceCase{"SettingThatIsAFile", 0, "/srv/file", "", "", "/srv/file/Keyferry.log"}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(Logger, WarningsEndWithTheTextOfTheirErrorNumber) {
+  support::warn(ECONNREFUSED, "connect to %s port %u (%s) failed", "192.0.2.1", 4116U, "tcp");
+  EXPECT_EQ(log.standardError,
+            "kfyd: connect to 192.0.2.1 port 4116 (tcp) failed: Connection refused\n");
+}
+
+TEST(SilentProgram, LogsNothingAndMakesNoFolder) {
+  CVNLog("nobody hears");
+  CVNLogDebug("nobody hears");
+  support::logToFileAlone("nobody hears");
+  EXPECT_FALSE(base::fileExists(base::rooted("/tmp/kfy")));
+}
+
+}  // namespace

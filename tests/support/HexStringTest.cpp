@@ -1,0 +1,105 @@
+#include "support/HexString.hpp"
+
+#include "fakes/LoggedTest.hpp"
+#include "support/Base64CodeArrayData.hpp"
+
+namespace support {
+namespace {
+
+using testing::ElementsAre;
+
+class HexText : public fakes::LoggedTest {};
+
+TEST_F(HexText, IsReadInEitherCaseWithOnePrefix) {
+  EXPECT_EQ(hexString(Bytes{0x00, 0xAB, 0x0F}), "00AB0F");
+  EXPECT_EQ(dataWithHexString("0xab0F"), (Bytes{0xAB, 0x0F}));
+  EXPECT_EQ(dataWithHexString("0X"), Bytes{});
+  EXPECT_EQ(dataWithHexString(""), Bytes{});
+}
+
+struct BadHexCase {
+  const char *text;
+  const char *entry;  // null: silence
+};
+
+TEST_F(HexText, ThatIsMalformedGivesNothingAndSaysWhere) {
+  constexpr BadHexCase kCases[] = {
+      {"ABC", nullptr},
+      {"é", nullptr},  // one character
+      {"0X0x12", "kfy:String should be all hex digits: 0x12 (bad digit around 0)"},
+      {"AG", "kfy:String should be all hex digits: AG (bad digit around 0)"},
+      {"12 4", "kfy:String should be all hex digits: 12 4 (bad digit around 2)"},
+      {"12éa", "kfy:String should be all hex digits: 12éa (bad digit around 2)"},
+      {"1é", "kfy:String should be all hex digits: 1é (bad digit around 0)"},
+  };
+  for (const BadHexCase &row : kCases) {
+    EXPECT_EQ(dataWithHexString(row.text), std::nullopt) << row.text;
+    EXPECT_EQ(takeEntries(), row.entry == nullptr ? std::vector<std::string>{}
+                                                  : std::vector<std::string>{row.entry});
+  }
+}
+
+TEST(Base64, HasALineBreakBetweenLinesOnly) {
+  const std::string line(64, 'A');
+  EXPECT_EQ(base64EncodedString(Bytes(48)), line);
+  EXPECT_EQ(base64EncodedString(Bytes(49)), line + "\r\nAA==");
+  EXPECT_EQ(base64EncodedString(Bytes(96)), line + "\r\n" + line);
+  EXPECT_EQ(base64EncodedString({}), "");
+}
+
+struct ReadingCase {
+  const char *text;
+  Bytes lenient;
+  std::optional<Bytes> field;
+};
+
+TEST(Base64, HasTwoReaders) {
+  const ReadingCase kCases[] = {
+      {"QQ==", {0x41}, Bytes{0x41}},
+      {"QQ", {0x41}, std::nullopt},
+      {"Q\r\nQ =*=", {0x41}, Bytes{0x41}},
+      {"QQ=", {0x41}, std::nullopt},
+      {"Q", {}, std::nullopt},
+      {"====", {}, std::nullopt},
+      {"==", {}, std::nullopt},
+      {"QUJD\n", {0x41, 0x42, 0x43}, Bytes{0x41, 0x42, 0x43}},
+      {"QQ==QUJD", {0x41, 0x04, 0x14, 0x24}, std::nullopt},
+      {"Q=Q=", {0x41}, std::nullopt},
+      {"QUI-_=", {0x41, 0x42}, Bytes{0x41, 0x42}},
+      {"QQé==", {}, Bytes{0x41}},
+      {"", {}, Bytes{}},
+  };
+  for (const ReadingCase &row : kCases) {
+    EXPECT_EQ(dataFromBase64String(row.text), row.lenient) << row.text;
+    const auto field = dataFromBase64Field(row.text);
+    EXPECT_EQ(field ? std::optional(Bytes(field->begin(), field->end())) : std::nullopt, row.field)
+        << row.text;
+  }
+}
+
+TEST(Base64, OfEveryLengthIsReadBack) {
+  Bytes bytes;
+  for (std::size_t length = 0; length < 200; ++length) {
+    EXPECT_EQ(dataFromBase64String(base64EncodedString(bytes)), bytes);
+    const auto field = dataFromBase64Field(base64EncodedString(bytes));
+    EXPECT_TRUE(field && base::equal(*field, bytes)) << length;
+    bytes.push_back(static_cast<std::uint8_t>(length * 37));
+  }
+}
+
+TEST(Base64, OfArraysStaysOnOneLineAndPassesTheRestThrough) {
+  const std::vector<ArrayElement> array{Bytes(49), OtherValue{"7"}};
+  const auto encoded = base64DataEncodedArray(array);
+  EXPECT_THAT(encoded, ElementsAre(ArrayElement(std::string(66, 'A') + "=="),
+                                   ArrayElement(OtherValue{"7"})));
+  EXPECT_EQ(base64DecodedArray(encoded), array);
+}
+
+TEST(Digest, OfNothingIsTheKnownOne) {
+  EXPECT_EQ(hexString(sha1({})), "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709");
+  EXPECT_EQ(hexString(sha256({})),
+            "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855");
+}
+
+}  // namespace
+}  // namespace support
