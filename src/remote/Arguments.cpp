@@ -1,0 +1,169 @@
+#include "remote/Arguments.hpp"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+
+#include "base/Version.hpp"
+#include "remote/Console.hpp"
+
+namespace remote {
+namespace {
+
+constexpr int kWrongCommandLine = 2;
+
+// As the texts stand on the command line.
+struct Texts {
+  Arguments arguments;
+  KeysCommand keys;
+  ConnectCommand connect;
+  std::vector<std::string> machines;
+  std::string fingerprint;
+  std::string passwordFile;
+};
+
+// $XDG_CONFIG_HOME/kfy-remote, by default ~/.config/kfy-remote; empty if there is no home folder.
+std::string defaultHome() {
+  // relative ones count as unset (XDG base directory rules)
+  if (const char *folder = std::getenv("XDG_CONFIG_HOME"); folder != nullptr && *folder == '/') {
+    return std::string(folder) + "/kfy-remote";
+  }
+  const char *home = std::getenv("HOME");
+  if (home == nullptr || *home == '\0') {
+    const passwd *entry = ::getpwuid(::getuid());
+    home = entry == nullptr ? nullptr : entry->pw_dir;
+  }
+  return home == nullptr ? "" : std::string(home) + "/.config/kfy-remote";
+}
+
+void addKeyOptions(CLI::App &command, Texts &texts) {
+  command
+      .add_option("--key", texts.arguments.keyFiles,
+                  "a key with its certificate to insert: PEM or PKCS#12; may be repeated")
+      ->type_name("FILE");
+  command
+      .add_option("--label", texts.arguments.labels,
+                  "what programs see of the key, by default its certificate's name; once for "
+                  "each key, in order")
+      ->type_name("TEXT");
+  command
+      .add_option("--home", texts.arguments.home,
+                  "folder of the authentication key and the known hosts, by default "
+                  "~/.config/kfy-remote")
+      ->type_name("DIR");
+  auto *file = command.add_option("--password-file", texts.passwordFile,
+                                  "file whose first line is the password of the keys");
+  file->type_name("FILE");
+  command
+      .add_option("--password-fd", texts.arguments.passwords.descriptor,
+                  "open descriptor from which the password of the keys is read")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber)
+      ->excludes(file);
+}
+
+CLI::App &addKeys(CLI::App &program, Texts &texts) {
+  CLI::App &command =
+      *program.add_subcommand("keys", "show the key to pair and the keys to insert");
+  addKeyOptions(command, texts);
+  command.add_flag("--json", texts.keys.asJSON, "as JSON, for scripts");
+  return command;
+}
+
+CLI::App &addConnect(CLI::App &program, Texts &texts) {
+  CLI::App &command = *program.add_subcommand(
+      "connect", "be the smart card of other machines until a signal comes");
+  command.add_option("HOST", texts.machines, "machines to serve, HOST or HOST:PORT (default 4116)")
+      ->required();
+  addKeyOptions(command, texts);
+  command.get_option("--key")->required();
+  command
+      .add_option("--fingerprint", texts.fingerprint,
+                  "SHA-256 of the server's certificate as \"kfyctl identity show\" prints it")
+      ->type_name("SHA256");
+  command.add_flag("--no-confirm", texts.connect.withoutConsent,
+                   "allow every use of the keys without asking, for scripts and services");
+  return command;
+}
+
+// The commands' own rules, which the parser does not know.
+bool finishConnect(Texts &texts, Error *error) {
+  for (const std::string &text : texts.machines) {
+    auto address = Address::fromText(text, error);
+    if (!address) {
+      return false;
+    }
+    texts.connect.machines.push_back(std::move(*address));
+  }
+  if (texts.fingerprint.empty()) {
+    return true;
+  }
+  texts.connect.fingerprint = fingerprintFrom(texts.fingerprint);
+  if (!texts.connect.fingerprint) {
+    base::report(error, "arguments", 0,
+                 "--fingerprint takes the 64 hexadecimal digits of a SHA-256 digest");
+    return false;
+  }
+  if (texts.machines.size() > 1) {
+    base::report(error, "arguments", 0, "--fingerprint goes with a single HOST");
+    return false;
+  }
+  return true;
+}
+
+bool finish(Texts &texts, Error *error) {
+  if (texts.arguments.home.empty()) {
+    texts.arguments.home = defaultHome();
+  }
+  if (texts.arguments.home.empty()) {
+    base::report(error, "arguments", 0, "there is no home folder: name one with --home DIR");
+    return false;
+  }
+  if (texts.arguments.labels.size() > texts.arguments.keyFiles.size()) {
+    base::report(error, "arguments", 0, "there are more --label than --key");
+    return false;
+  }
+  if (!texts.passwordFile.empty()) {
+    texts.arguments.passwords.file = texts.passwordFile;
+  }
+  return true;
+}
+
+int wrong(const std::string &what) {
+  complain(what);
+  advise("kfy-remote --help");
+  return kWrongCommandLine;
+}
+
+}  // namespace
+
+std::variant<Arguments, int> readArguments(int count, const char *const *arguments) {
+  Texts texts;
+  CLI::App program("Be the smart card of another machine: its programs use keys that stay here.",
+                   "kfy-remote");
+  program.set_version_flag("--version", std::string("kfy-remote ") + base::kVersion);
+  program.require_subcommand(1);
+  const CLI::App &keys = addKeys(program, texts);
+  addConnect(program, texts);
+  try {
+    program.parse(count, arguments);
+  } catch (const CLI::Success &success) {
+    return program.exit(success);
+  } catch (const CLI::ParseError &error) {
+    return wrong(printable(error.what()));
+  }
+  Error error;
+  if (!finish(texts, &error) || (!keys.parsed() && !finishConnect(texts, &error))) {
+    return wrong(printable(error.description));
+  }
+  if (keys.parsed()) {
+    texts.arguments.command = texts.keys;
+  } else {
+    texts.arguments.command = texts.connect;
+  }
+  return std::move(texts.arguments);
+}
+
+}  // namespace remote

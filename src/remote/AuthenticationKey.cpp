@@ -1,0 +1,80 @@
+#include "remote/AuthenticationKey.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "base/Descriptor.hpp"
+#include "base/Files.hpp"
+
+namespace remote {
+namespace {
+
+constexpr int kBits = 2048;
+constexpr int kDays = 20 * 365;
+constexpr std::size_t kLargestFile = 64 * 1024;
+
+std::optional<crypto::Identity> makeKey(const std::string &path, Error *error) {
+  auto key = crypto::PrivateKey::generateRSA(kBits, error);
+  if (!key) {
+    return std::nullopt;
+  }
+  auto certificate = crypto::Certificate::selfSigned(*key, "kfy-remote authentication", kDays,
+                                                     /*serverName=*/false, error);
+  if (!certificate) {
+    return std::nullopt;
+  }
+  const SecretBytes keyText = key->pem();
+  const std::string certificateText = certificate->pem();
+  CleansedBytes content(keyText.reveal().begin(), keyText.reveal().end());
+  content.insert(content.end(), certificateText.begin(), certificateText.end());
+  if (!base::replaceFile(path, content, 0600, error)) {
+    return std::nullopt;
+  }
+  return crypto::Identity{std::move(*certificate), std::move(*key)};
+}
+
+std::optional<crypto::Identity> readKey(const std::string &path, Error *error) {
+  struct stat status{};
+  if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 077) != 0) {
+    base::report(error, "file", 0,
+                 path +
+                     " can be read by others, so its key may be known to them: remove the file "
+                     "for a fresh key and pair that one, or make it private with chmod 600");
+    return std::nullopt;
+  }
+  const auto content = base::readFile(path, kLargestFile, error);
+  auto identity = content ? crypto::readIdentity(*content, /*password=*/nullptr, error)
+                          : std::optional<crypto::Identity>();
+  if (identity && identity->key.publicKey().type() != crypto::KeyType::rsa) {
+    base::report(error, "file", 0, path + " holds no RSA key, and only those authenticate");
+    return std::nullopt;
+  }
+  return identity;
+}
+
+}  // namespace
+
+std::string authenticationKeyPath(const std::string &home) {
+  return home + "/authentication.pem";
+}
+
+std::optional<crypto::Identity> authenticationKey(const std::string &home, Error *error) {
+  if (!base::makeFolders(home, 0700, error)) {
+    return std::nullopt;
+  }
+  // two processes at first use must come to the same key
+  const std::string lockPath = home + "/lock";
+  const base::Descriptor lock(
+      ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!lock.isOpen() || ::flock(lock.get(), LOCK_EX) != 0) {
+    base::reportErrno(error, errno, "cannot lock " + lockPath);
+    return std::nullopt;
+  }
+  const std::string path = authenticationKeyPath(home);
+  return base::fileExists(path) ? readKey(path, error) : makeKey(path, error);
+}
+
+}  // namespace remote

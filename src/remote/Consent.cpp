@@ -1,0 +1,50 @@
+#include "remote/Consent.hpp"
+
+#include <algorithm>
+
+namespace remote {
+
+void Consent::ask(const void *asker, std::string question, bool inFull, Answer answer) {
+  questions_.push_back({asker, std::move(question), inFull, std::move(answer)});
+  if (questions_.size() == 1) {
+    showFirst();
+  }
+}
+
+void Consent::withdraw(const void *asker) {
+  const bool isShown = !questions_.empty() && questions_.front().asker == asker;
+  std::erase_if(questions_, [&](const Question &question) { return question.asker == asker; });
+  if (isShown) {
+    terminal_.show("\n(no answer is needed any more)\n");
+    showFirst();
+  }
+}
+
+std::size_t Consent::waiting(const void *asker) const {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      questions_, [&](const Question &question) { return question.asker == asker; }));
+}
+
+void Consent::readAnswer() {
+  if (questions_.empty()) {
+    return;
+  }
+  std::string line = terminal_.readLine();
+  std::ranges::transform(line, line.begin(), [](char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                : character;
+  });
+  const Question question = std::move(questions_.front());
+  questions_.pop_front();
+  showFirst();
+  question.answer(line == "yes" || (line == "y" && !question.inFull));
+}
+
+void Consent::showFirst() {
+  if (!questions_.empty()) {
+    terminal_.show(questions_.front().text +
+                   (questions_.front().inFull ? " [yes/NO] " : " [y/N] "));
+  }
+}
+
+}  // namespace remote

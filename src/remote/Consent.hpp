@@ -1,0 +1,52 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <string>
+
+#include "remote/Terminal.hpp"
+
+namespace remote {
+
+// Asks the person at the terminal, one question after the other. Used from the loop's thread.
+class Consent {
+ public:
+  using Answer = std::function<void(bool isYes)>;
+
+  // `terminal` must live as long as this.
+  explicit Consent(Terminal &terminal) : terminal_(terminal) {}
+
+  // False if there is no way to ask: then ask nothing, and take it for a no.
+  [[nodiscard]] bool canAsk() const { return terminal_.canAsk(); }
+
+  // Puts a question, to be answered by y or yes (with `inFull` by yes alone); all else is a no.
+  // `asker` is whom withdraw() names. The answer comes from readAnswer().
+  void ask(const void *asker, std::string question, bool inFull, Answer answer);
+
+  // Drops the questions of one asker, unanswered.
+  void withdraw(const void *asker);
+
+  // How many questions of one asker wait.
+  [[nodiscard]] std::size_t waiting(const void *asker) const;
+
+  // To wait on: readable when an answer was typed. Negative while nothing is asked.
+  [[nodiscard]] int descriptor() const { return questions_.empty() ? -1 : terminal_.descriptor(); }
+
+  // Reads the answer to the question that is shown, gives it to its asker, shows the next.
+  void readAnswer();
+
+ private:
+  struct Question {
+    const void *asker;
+    std::string text;
+    bool inFull;
+    Answer answer;
+  };
+
+  void showFirst();
+
+  Terminal &terminal_;
+  std::deque<Question> questions_;
+};
+
+}  // namespace remote

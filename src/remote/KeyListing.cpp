@@ -1,0 +1,58 @@
+#include "remote/KeyListing.hpp"
+
+#include "base/Secret.hpp"
+#include "protocol/JSONWriter.hpp"
+#include "support/HexString.hpp"
+
+namespace remote {
+namespace {
+
+void member(protocol::JSONWriter &writer, std::string_view name, std::string_view value) {
+  writer.key(name);
+  writer.text(value);
+}
+
+std::string typeOf(const CardKey &key) {
+  return key.identity.key.publicKey().description();
+}
+
+}  // namespace
+
+std::string keyListing(const std::string &authenticationKeyPath, ByteView authenticationKeyHash,
+                       const KeyRing &keys) {
+  std::string text = "pair this key: " + support::hexString(authenticationKeyHash) +
+                     "\n  authenticates only, never inserted; kept in " + authenticationKeyPath;
+  for (const CardKey &key : keys.keys()) {
+    text += "\ninserted: " + key.label + "\n  type              " + typeOf(key) +
+            "\n  certificate SHA-1 " + support::hexString(key.certificateSHA1) +
+            "\n  public-key hash   " + support::hexString(key.publicKeyHash);
+  }
+  return text;
+}
+
+std::string keyListingAsJSON(const std::string &authenticationKeyPath,
+                             ByteView authenticationKeyHash, const KeyRing &keys) {
+  CleansedBytes output;
+  protocol::JSONWriter writer(output);
+  writer.beginObject();
+  writer.key("authentication");
+  writer.beginObject();
+  member(writer, "publicKeyHash", support::hexString(authenticationKeyHash));
+  member(writer, "path", authenticationKeyPath);
+  writer.endObject();
+  writer.key("keys");
+  writer.beginArray();
+  for (const CardKey &key : keys.keys()) {
+    writer.beginObject();
+    member(writer, "label", key.label);
+    member(writer, "type", typeOf(key));
+    member(writer, "certificateSHA1", support::hexString(key.certificateSHA1));
+    member(writer, "publicKeyHash", support::hexString(key.publicKeyHash));
+    writer.endObject();
+  }
+  writer.endArray();
+  writer.endObject();
+  return std::string(base::textOf(output));
+}
+
+}  // namespace remote

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "base/Bytes.hpp"
+#include "remote/KeyRing.hpp"
+
+namespace remote {
+
+// What `kfy-remote keys` prints: the authentication key, as the one to pair, then the keys to
+// insert. As lines for people or as one line of JSON; ends without a line feed.
+[[nodiscard]] std::string keyListing(const std::string &authenticationKeyPath,
+                                     ByteView authenticationKeyHash, const KeyRing &keys);
+[[nodiscard]] std::string keyListingAsJSON(const std::string &authenticationKeyPath,
+                                           ByteView authenticationKeyHash, const KeyRing &keys);
+
+}  // namespace remote

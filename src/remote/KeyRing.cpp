@@ -1,0 +1,98 @@
+#include "remote/KeyRing.hpp"
+
+#include <algorithm>
+
+#include "base/Files.hpp"
+#include "remote/Console.hpp"
+#include "support/HexString.hpp"
+
+namespace remote {
+namespace {
+
+constexpr std::size_t kLargestFile = 1024 * 1024;
+
+std::optional<crypto::Identity> readKeyFile(const std::string &file,
+                                            const PasswordSource &passwords, Error *error) {
+  const auto content = base::readFile(file, kLargestFile, error);
+  if (!content) {
+    return std::nullopt;
+  }
+  Error reason;
+  auto identity = crypto::readIdentity(*content, /*password=*/nullptr, &reason);
+  for (int attempt = 0; !identity && reason.domain == "password"; ++attempt) {
+    const auto password = passwords(file, attempt, &reason);
+    if (!password) {
+      break;
+    }
+    identity = crypto::readIdentity(*content, &*password, &reason);
+  }
+  if (!identity) {
+    base::report(error, reason.domain, reason.code, file + ": " + reason.description);
+  }
+  return identity;
+}
+
+std::string labelOf(const crypto::Identity &identity, const std::string &file) {
+  const auto name = identity.certificate.commonName();
+  return printable(name && !name->empty() ? *name : file.substr(file.rfind('/') + 1));
+}
+
+support::CertificateInfo infoOf(const CardKey &key) {
+  const crypto::KeyType type = key.identity.key.publicKey().type();
+  support::CertificateInfo info;
+  info.certificate =
+      support::base64EncodeBytes(key.identity.certificate.der(), /*separateLines=*/false);
+  info.canSign = true;
+  info.canDecrypt = type != crypto::KeyType::ed25519 && !key.authenticates;
+  info.canUnwrap = type == crypto::KeyType::rsa && !key.authenticates;
+  info.label = key.label;
+  info.publicKeyHash = support::hexString(key.publicKeyHash);
+  return info;
+}
+
+}  // namespace
+
+std::optional<Bytes> publicKeyHashOf(const crypto::PublicKey &key) {
+  const auto exported = key.externalRepresentation();
+  return exported ? std::optional(support::sha1(*exported)) : std::nullopt;
+}
+
+std::optional<KeyRing> KeyRing::load(std::span<const std::string> files,
+                                     std::span<const std::string> labels,
+                                     ByteView authenticationKeyHash,
+                                     const PasswordSource &passwords, Error *error) {
+  KeyRing ring;
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    const std::string &file = files[index];
+    const auto identity = readKeyFile(file, passwords, error);
+    if (!identity) {
+      return std::nullopt;
+    }
+    const auto hash = publicKeyHashOf(identity->key.publicKey());
+    if (!hash) {
+      base::report(error, "file", 0,
+                   file + ": only RSA, elliptic-curve and Ed25519 keys can be used");
+      return std::nullopt;
+    }
+    ring.keys_.push_back({index < labels.size() ? labels[index] : labelOf(*identity, file),
+                          *identity, identity->certificate.sha1(), *hash,
+                          base::equal(*hash, authenticationKeyHash)});
+  }
+  return ring;
+}
+
+const CardKey *KeyRing::find(ByteView certificateSHA1) const {
+  const auto found = std::ranges::find_if(
+      keys_, [&](const CardKey &key) { return base::equal(key.certificateSHA1, certificateSHA1); });
+  return found == keys_.end() ? nullptr : &*found;
+}
+
+std::shared_ptr<const protocol::CardList> KeyRing::cardList() const {
+  std::vector<protocol::CardElement> elements;
+  for (const CardKey &key : keys_) {
+    elements.emplace_back(infoOf(key));
+  }
+  return protocol::makeCardList(elements);
+}
+
+}  // namespace remote

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "base/Error.hpp"
+#include "base/Secret.hpp"
+#include "crypto/Identity.hpp"
+#include "protocol/CardList.hpp"
+
+namespace remote {
+
+// SHA-1 of the key's exported form, by which pairing names a key. Nothing for a key of an unknown
+// kind.
+[[nodiscard]] std::optional<Bytes> publicKeyHashOf(const crypto::PublicKey &key);
+
+// A key that is inserted as part of the card.
+struct CardKey {
+  std::string label;
+  crypto::Identity identity;
+  Bytes certificateSHA1;
+  Bytes publicKeyHash;
+  bool authenticates = false;  // it is also the key that proves who we are
+};
+
+// Gives the password of a key file, at attempt 0, 1, … Nothing, with the reason, if there is none
+// (any more).
+using PasswordSource =
+    std::function<std::optional<SecretText>(const std::string &file, int attempt, Error *error)>;
+
+// The keys of the card. Unchanged once it is made, so that threads may share it.
+class KeyRing {
+ public:
+  // Reads a key and its certificate from each file (PEM or PKCS #12). The label of a key is the one
+  // of `labels` at its place, else its certificate's common name, else the file's name.
+  // `authenticationKeyHash` marks a key that is also the authentication key. Nothing, with the
+  // reason, if any file can't be used.
+  [[nodiscard]] static std::optional<KeyRing> load(std::span<const std::string> files,
+                                                   std::span<const std::string> labels,
+                                                   ByteView authenticationKeyHash,
+                                                   const PasswordSource &passwords,
+                                                   Error *error = nullptr);
+
+  [[nodiscard]] std::span<const CardKey> keys() const { return keys_; }
+
+  // The key whose certificate has this SHA-1 digest; null if none.
+  [[nodiscard]] const CardKey *find(ByteView certificateSHA1) const;
+
+  // What `insert` sends.
+  [[nodiscard]] std::shared_ptr<const protocol::CardList> cardList() const;
+
+ private:
+  std::vector<CardKey> keys_;
+};
+
+}  // namespace remote

@@ -1,0 +1,137 @@
+#include "remote/KeyUse.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include "crypto/HashAlgorithm.hpp"
+#include "remote/PaddedBlock.hpp"
+
+namespace remote {
+namespace {
+
+constexpr std::size_t kChallengeBytes = 16;
+constexpr std::size_t kPaddingBytes = 11;  // the least of PKCS #1 v1.5 (RFC 8017 9.2)
+constexpr std::size_t kLongestDigest = 64;
+
+KeyUse allow(KeyOperation operation, std::string description) {
+  return {operation, std::move(description)};
+}
+
+KeyUse refuse(std::string reason) {
+  return {std::nullopt, std::move(reason)};
+}
+
+std::string countOf(ByteView data) {
+  return std::to_string(data.size()) + (data.size() == 1 ? " byte" : " bytes");
+}
+
+std::size_t bytesOf(const crypto::PublicKey &key) {
+  return (static_cast<std::size_t>(key.bits()) + 7) / 8;
+}
+
+// Data that is signed with PKCS #1 v1.5 padding.
+std::string describeSigned(ByteView data) {
+  for (const crypto::HashAlgorithm algorithm : kHashAlgorithms) {
+    const std::size_t size = crypto::digestSize(algorithm);
+    if (data.size() > size && base::equal(crypto::digestInfo(algorithm, data.last(size)), data)) {
+      return std::string("a ") + crypto::nameOf(algorithm) + " digest";
+    }
+  }
+  return countOf(data) + " of data";
+}
+
+KeyUse useForPaddedBlock(const crypto::PublicKey &key, ByteView block, bool authenticates) {
+  if (const auto content = contentOfPKCS1Block(block)) {
+    if (authenticates && content->size() == kChallengeBytes) {
+      return refuse("the block holds 16 bytes, as a challenge does, and the key authenticates");
+    }
+    return allow(KeyOperation::rawRSA, describeSigned(*content));
+  }
+  if (const auto algorithm = digestOfPSSBlock(block, key.bits())) {
+    return allow(KeyOperation::rawRSA,
+                 std::string("a ") + crypto::nameOf(*algorithm) + " digest with PSS padding");
+  }
+  if (authenticates) {
+    return refuse(
+        "the block is of no known padding and may hide a challenge, and the key "
+        "authenticates");
+  }
+  return allow(KeyOperation::rawRSA, "a block of " + countOf(block));
+}
+
+KeyUse useForRSASigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+  const std::size_t modulus = bytesOf(key);
+  if (data.size() == modulus) {
+    return useForPaddedBlock(key, data, authenticates);
+  }
+  if (data.size() + kPaddingBytes > modulus) {
+    return refuse(countOf(data) + " are too long for the key and no block of it");
+  }
+  if (authenticates && data.size() == kChallengeBytes) {
+    return refuse("16 bytes may be a challenge, and the key authenticates");
+  }
+  return allow(KeyOperation::signPKCS1, describeSigned(data));
+}
+
+}  // namespace
+
+KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+  switch (key.type()) {
+    case crypto::KeyType::rsa:
+      return useForRSASigning(key, data, authenticates);
+    case crypto::KeyType::ec:
+      if (data.empty() || data.size() > kLongestDigest) {
+        return refuse(countOf(data) + " are no digest");
+      }
+      return allow(KeyOperation::signECDSA, "a digest of " + countOf(data));
+    case crypto::KeyType::ed25519:
+      return allow(KeyOperation::signEd25519, "a message of " + countOf(data));
+    case crypto::KeyType::other:
+      break;
+  }
+  return refuse("the key can't sign");
+}
+
+KeyUse useForDecryption(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+  switch (key.type()) {
+    case crypto::KeyType::rsa:
+      if (data.size() != bytesOf(key)) {
+        return refuse(countOf(data) + " are no block of the key");
+      }
+      if (authenticates) {
+        return refuse("decryption can also sign a challenge, and the key authenticates");
+      }
+      return allow(KeyOperation::rawRSA, "a block of " + countOf(data));
+    case crypto::KeyType::ec:
+      if (data.size() != 1 + 2 * bytesOf(key) || data.front() != 0x04) {
+        return refuse(countOf(data) + " are no point of the key's curve");
+      }
+      return allow(KeyOperation::deriveECDH, "a shared secret with another key");
+    case crypto::KeyType::ed25519:
+    case crypto::KeyType::other:
+      break;
+  }
+  return refuse("the key can't decrypt");
+}
+
+std::optional<SecretBytes> perform(KeyOperation operation, const crypto::PrivateKey &key,
+                                   ByteView data, Error *error) {
+  const auto secret = [](const std::optional<Bytes> &signature) {
+    return signature ? std::optional(SecretBytes(ByteView(*signature))) : std::nullopt;
+  };
+  switch (operation) {
+    case KeyOperation::signPKCS1:
+      return secret(key.signRawPKCS1(data, error));
+    case KeyOperation::rawRSA:
+      return key.rawRSA(data, error);
+    case KeyOperation::signECDSA:
+      return secret(key.signDigestECDSA(data, error));
+    case KeyOperation::signEd25519:
+      return secret(key.signEd25519(data, error));
+    case KeyOperation::deriveECDH:
+      return key.deriveECDH(data, error);
+  }
+  return std::nullopt;
+}
+
+}  // namespace remote

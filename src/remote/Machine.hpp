@@ -1,0 +1,116 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "client/Backoff.hpp"
+#include "client/Connection.hpp"
+#include "crypto/Identity.hpp"
+#include "remote/Address.hpp"
+#include "remote/Consent.hpp"
+#include "remote/KeyRing.hpp"
+#include "remote/KeyUse.hpp"
+#include "remote/KnownHosts.hpp"
+#include "remote/Openings.hpp"
+#include "remote/WorkPool.hpp"
+
+namespace remote {
+
+// What all machines share; borrowed, and outlives them.
+struct Services {
+  const KeyRing &keys;
+  const crypto::Identity &authentication;
+  const Bytes &authenticationKeyHash;
+  const KnownHosts &knownHosts;
+  Consent &consent;
+  bool withoutConsent = false;  // every use of a key is allowed
+  WorkPool &pool;
+  const std::shared_ptr<Mailbox> &mailbox;
+  Openings &openings;
+  bool isAlone = true;  // the only machine: lines need not say which one they mean
+};
+
+// One machine that has our card: connects, trusts, authenticates, inserts, answers, and comes back
+// when the connection ends. Everything happens on the loop's thread, in turn() and in what the
+// mailbox and the consent call.
+class Machine : public std::enable_shared_from_this<Machine> {
+ public:
+  // `pinned`: what the server has to show, given by the user; without it the known hosts tell, and
+  // at first use the user.
+  Machine(Address address, std::optional<Fingerprint> pinned, const Services &services);
+
+  // Does what is due: call it when the descriptor can be read, or written where wanted, or at once
+  // while hasMore(), and at dueAt().
+  void turn();
+
+  // To wait on; negative while there is no connection.
+  [[nodiscard]] int descriptor() const { return connection_ ? connection_->descriptor() : -1; }
+  [[nodiscard]] bool wantsWrite() const { return connection_ && connection_->wantsWrite(); }
+  [[nodiscard]] bool hasMore() const { return connection_ && connection_->hasMore(); }
+  [[nodiscard]] client::Deadline dueAt() const { return dueAt_; }
+
+  // Begins to end: withdraws the card where it was inserted, and then the connection.
+  void leave();
+
+  // True when nothing more will happen: it has left, or given up because only a person can help.
+  [[nodiscard]] bool isFinished() const { return phase_ == Phase::finished; }
+
+ private:
+  enum class Phase {
+    waiting,         // for the next attempt
+    opening,         // on a thread of its own
+    trusting,        // the person is asked whether this is the right server
+    connecting,      // `connect` was sent
+    authenticating,  // `authenticate` was sent
+    inserting,       // `insert` was sent
+    serving,
+    leaving,  // `remove` was sent
+    finished,
+  };
+
+  // A request for the use of a key, while it waits for a person and for the key.
+  struct Use {
+    const CardKey *key;
+    std::int64_t command;
+    UUID messageID;
+    Bytes data;
+    KeyOperation operation;
+  };
+
+  void open();
+  void opened(const Opened &opened);
+  void askForTrust(const Fingerprint &shown);
+  void sayUntrusted(const Fingerprint &shown) const;
+  void start();
+  void handle(const QuillMessage &message);
+  void authenticate(const QuillMessage &reply);
+  void insert(const QuillMessage &reply);
+  void serve(const QuillMessage &request);
+  void allow(const Use &use, const std::string &description);
+  void perform(const Use &use);
+  void answer(const Use &use, std::optional<SecretBytes> result, const std::string &failure);
+  void refuse(std::int64_t command, const UUID &messageID);
+  void sayRefused(const Use &use, const std::string &reason) const;
+  [[nodiscard]] bool send(const QuillMessage &message);
+  void expectReply(Phase phase, const QuillMessage &request);
+  void loseConnection(const std::string &reason);
+  void retryAfter(std::chrono::milliseconds wait);
+  void giveUp();
+  void closeConnection();
+  [[nodiscard]] std::string suffix(const char *preposition) const;
+
+  Address address_;
+  std::optional<Fingerprint> pinned_;
+  const Services &services_;
+  client::Backoff backoff_;
+  Phase phase_ = Phase::waiting;
+  client::Deadline dueAt_ = client::Deadline::min();
+  std::shared_ptr<client::Connection> connection_;
+  std::uint64_t attempt_ = 0;  // what belongs to a former attempt counts no more
+  std::optional<UUID> awaitedReply_;
+};
+
+}  // namespace remote

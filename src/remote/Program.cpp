@@ -1,0 +1,93 @@
+#include "remote/Program.hpp"
+
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "remote/Arguments.hpp"
+#include "remote/AuthenticationKey.hpp"
+#include "remote/Console.hpp"
+#include "remote/KeyListing.hpp"
+#include "remote/KeyRing.hpp"
+#include "remote/Session.hpp"
+
+namespace remote {
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+
+int fail(const std::string &what) {
+  complain(printable(what));
+  return kFailed;
+}
+
+int listKeys(const KeysCommand &command, const Arguments &arguments, ByteView hash,
+             const KeyRing &keys) {
+  const std::string path = authenticationKeyPath(arguments.home);
+  say(command.asJSON ? keyListingAsJSON(path, hash, keys) : keyListing(path, hash, keys));
+  return kDone;
+}
+
+int connect(const ConnectCommand &command, const Arguments &arguments,
+            const crypto::Identity &authentication, const KeyRing &keys, Terminal &terminal,
+            const StopSignal &stop) {
+  for (const CardKey &key : keys.keys()) {
+    if (key.authenticates) {
+      warn(key.label + " is also the key that authenticates: it signs nothing that may be a " +
+           "challenge and decrypts nothing");
+    }
+  }
+  const KnownHosts knownHosts(arguments.home + "/known_hosts");
+  const SessionEnd end = serveMachines(command, knownHosts, keys, authentication, terminal, stop);
+  const int status = end.bySignal ? kDone : kFailed;
+  if (!end.mayClearUp) {
+    (void)std::fflush(nullptr);
+    ::_exit(status);
+  }
+  return status;
+}
+
+int run(const Arguments &arguments) {
+  const StopSignal stop;
+  Error error;
+  const auto authentication = authenticationKey(arguments.home, &error);
+  if (!authentication) {
+    return fail(error.description);
+  }
+  const auto hash = publicKeyHashOf(authentication->key.publicKey());
+  const auto password = readGivenPassword(arguments.passwords, &error);
+  if (!hash || !password) {
+    return fail(error.description);
+  }
+  Terminal terminal;
+  const auto keys = KeyRing::load(arguments.keyFiles, arguments.labels, *hash,
+                                  passwordSource(*password, terminal, stop.descriptor()), &error);
+  if (!keys) {
+    return fail(error.description);
+  }
+  if (const auto *command = std::get_if<KeysCommand>(&arguments.command)) {
+    return listKeys(*command, arguments, *hash, *keys);
+  }
+  return connect(std::get<ConnectCommand>(arguments.command), arguments, *authentication, *keys,
+                 terminal, stop);
+}
+
+}  // namespace
+
+int runProgram(int count, const char *const *arguments) {
+  // no other process of the user may look into this one, and no core file may hold its keys
+  (void)::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+  (void)::umask(077);
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  const auto read = readArguments(count, arguments);
+  if (const int *status = std::get_if<int>(&read)) {
+    return *status;
+  }
+  return run(std::get<Arguments>(read));
+}
+
+}  // namespace remote

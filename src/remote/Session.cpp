@@ -1,0 +1,117 @@
+#include "remote/Session.hpp"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+#include <vector>
+
+#include "remote/Machine.hpp"
+
+namespace remote {
+namespace {
+
+constexpr std::size_t kKeyThreads = 2;
+constexpr std::chrono::seconds kWaitForOpenings(1);
+
+using Machines = std::vector<std::shared_ptr<Machine>>;
+
+// In the order of the descriptors that are waited on.
+enum Place : std::size_t { kSignal, kMailbox, kTerminal, kFirstMachine };
+
+int waitTime(const Machines &machines) {
+  auto due = client::Deadline::max();
+  for (const auto &machine : machines) {
+    if (machine->hasMore()) {
+      return 0;
+    }
+    due = std::min(due, machine->dueAt());
+  }
+  const auto now = std::chrono::steady_clock::now();
+  if (due <= now) {
+    return 0;
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
+  return due == client::Deadline::max() ? -1 : static_cast<int>(std::min<long>(left, INT_MAX));
+}
+
+std::vector<pollfd> waitForEvents(const Machines &machines, const StopSignal &stop,
+                                  const Mailbox &mailbox, const Consent &consent) {
+  std::vector<pollfd> events{{stop.descriptor(), POLLIN, 0},
+                             {mailbox.descriptor(), POLLIN, 0},
+                             {consent.descriptor(), POLLIN, 0}};
+  for (const auto &machine : machines) {
+    events.push_back({machine->descriptor(),
+                      static_cast<short>(machine->wantsWrite() ? POLLIN | POLLOUT : POLLIN), 0});
+  }
+  if (::poll(events.data(), events.size(), waitTime(machines)) < 0) {
+    for (pollfd &event : events) {
+      event.revents = 0;  // interrupted: nothing is known
+    }
+  }
+  return events;
+}
+
+void takeTurns(const Machines &machines) {
+  for (const auto &machine : machines) {
+    machine->turn();
+  }
+}
+
+bool allFinished(const Machines &machines) {
+  return std::ranges::all_of(machines, [](const auto &machine) { return machine->isFinished(); });
+}
+
+// True if a signal ended it.
+bool runLoop(const Machines &machines, const StopSignal &stop, Mailbox &mailbox, Consent &consent) {
+  bool isLeaving = false;
+  takeTurns(machines);
+  while (!allFinished(machines)) {
+    const std::vector<pollfd> events = waitForEvents(machines, stop, mailbox, consent);
+    if (events[kSignal].revents != 0) {
+      stop.consume();
+      if (isLeaving) {
+        return true;
+      }
+      isLeaving = true;
+      std::ranges::for_each(machines, [](const auto &machine) { machine->leave(); });
+    }
+    if (events[kMailbox].revents != 0) {
+      mailbox.runAll();
+    }
+    if (events[kTerminal].revents != 0) {
+      consent.readAnswer();
+    }
+    takeTurns(machines);
+  }
+  return isLeaving;
+}
+
+}  // namespace
+
+SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
+                         const KeyRing &keys, const crypto::Identity &authentication,
+                         Terminal &terminal, const StopSignal &stop) {
+  const Bytes hash = publicKeyHashOf(authentication.key.publicKey()).value_or(Bytes());
+  const auto mailbox = std::make_shared<Mailbox>();
+  Consent consent(terminal);
+  Openings openings(mailbox);
+  WorkPool pool(kKeyThreads);
+  const Services services{keys,     authentication,
+                          hash,     knownHosts,
+                          consent,  command.withoutConsent,
+                          pool,     mailbox,
+                          openings, command.machines.size() == 1};
+  Machines machines;
+  for (const Address &address : command.machines) {
+    machines.push_back(std::make_shared<Machine>(address, command.fingerprint, services));
+  }
+  SessionEnd end;
+  end.bySignal = runLoop(machines, stop, *mailbox, consent);
+  machines.clear();
+  end.mayClearUp = openings.finish(std::chrono::steady_clock::now() + kWaitForOpenings);
+  return end;
+}
+
+}  // namespace remote

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "base/Descriptor.hpp"
+#include "base/Error.hpp"
+#include "base/Secret.hpp"
+
+namespace remote {
+
+// The terminal of the person at this machine, whatever standard input and output are.
+class Terminal {
+ public:
+  // The process's own terminal; without one nobody can be asked.
+  Terminal();
+  explicit Terminal(base::Descriptor terminal) : terminal_(std::move(terminal)) {}
+
+  // True if there is a terminal and this process is in its foreground: the system stops a process
+  // in the background that reads.
+  [[nodiscard]] bool canAsk() const;
+
+  // Shows a question. What was typed before it does not count as its answer.
+  void show(const std::string &question);
+
+  // The line that was typed, without its end; read when descriptor() is readable. Empty at the end
+  // of the input, too.
+  [[nodiscard]] std::string readLine();
+
+  // Asks for a secret without showing what is typed. Nothing if nobody can be asked or
+  // `stopDescriptor` becomes readable.
+  [[nodiscard]] std::optional<SecretText> askSecret(const std::string &question, int stopDescriptor,
+                                                    Error *error = nullptr);
+
+  [[nodiscard]] int descriptor() const { return terminal_.get(); }
+
+ private:
+  base::Descriptor terminal_;
+};
+
+}  // namespace remote

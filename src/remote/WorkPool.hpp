@@ -1,0 +1,35 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace remote {
+
+// A few threads for the keys' own work, so that a slow key holds up no connection.
+class WorkPool {
+ public:
+  explicit WorkPool(std::size_t threads);
+
+  // Waits for what is being worked on; what still waits is dropped.
+  ~WorkPool();
+  WorkPool(const WorkPool &) = delete;
+  WorkPool &operator=(const WorkPool &) = delete;
+
+  // Runs `work` on one of the threads, in the order of the calls.
+  void run(std::function<void()> work);
+
+ private:
+  void serve();
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::function<void()>> waiting_;
+  bool isEnding_ = false;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace remote
