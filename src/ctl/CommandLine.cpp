@@ -8,7 +8,7 @@
 #include <iostream>
 
 #include "base/Version.hpp"
-#include "ctl/JSONText.hpp"
+#include "ctl/Facts.hpp"
 
 namespace ctl {
 namespace {
@@ -37,10 +37,7 @@ std::string whatIsWrong(const CLI::App &app, const CLI::ParseError &error) {
 
 void say(const std::string &program, const Failure &failure, Session &session) {
   if (session.json) {
-    session.notes << jsonObject([&](protocol::JSONWriter &writer) {
-      putText(writer, "error", failure.what);
-      putText(writer, "try", failure.next);
-    });
+    session.notes << jsonOf({{"error", "error", failure.what}, {"try", "try", failure.next}});
     return;
   }
   session.notes << program << ": error: " << failure.what << '\n';

@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "base/Error.hpp"
+
 namespace ctl {
 
 // What the tools end with.
@@ -23,5 +25,10 @@ struct Failure {
 
 // Of a command; nothing: it did its work.
 using Outcome = std::optional<Failure>;
+
+// What failed on a file or the like. Where only the right was missing, the command with sudo comes
+// next, else `next`.
+[[nodiscard]] Failure failureFrom(const Error &error, const std::string &command,
+                                  const std::string &next = "");
 
 }  // namespace ctl

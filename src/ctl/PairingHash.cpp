@@ -1,32 +1,18 @@
 #include "ctl/PairingHash.hpp"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "base/Files.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
+#include "ctl/HashText.hpp"
 #include "support/HexString.hpp"
 
 namespace ctl {
 namespace {
 
-constexpr std::size_t kHashDigits = 40;
 constexpr std::size_t kSHA256Digits = 64;
 constexpr std::size_t kLargestFile = 1024 * 1024;
-
-std::string withoutDecoration(std::string_view text) {
-  if (text.starts_with("0x") || text.starts_with("0X")) {
-    text.remove_prefix(2);
-  }
-  std::string digits(text);
-  std::erase(digits, ':');
-  return digits;
-}
-
-bool isHexadecimal(std::string_view text) {
-  return text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
-}
 
 std::string whyNot(std::string_view text, std::string_view digits) {
   const std::string quoted = "\"" + std::string(text) + "\"";
@@ -45,12 +31,11 @@ std::string whyNot(std::string_view text, std::string_view digits) {
 }  // namespace
 
 std::optional<Bytes> publicKeyHashFromText(std::string_view text, Error *error) {
-  const std::string digits = withoutDecoration(text);
-  if (digits.size() != kHashDigits || !isHexadecimal(digits)) {
-    base::report(error, "pairing", 0, whyNot(text, digits));
-    return std::nullopt;
+  auto hash = sha1FromText(text);
+  if (!hash) {
+    base::report(error, "pairing", 0, whyNot(text, plainDigits(text)));
   }
-  return support::dataWithHexString(digits);
+  return hash;
 }
 
 std::optional<Bytes> publicKeyHashFromCertificate(const std::string &path, Error *error) {

@@ -1,15 +1,14 @@
 #include "ctl/ScAuth.hpp"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <ostream>
+#include <vector>
 
 #include "base/Root.hpp"
 #include "ctl/AccountFile.hpp"
 #include "ctl/CommandLine.hpp"
-#include "ctl/JSONText.hpp"
+#include "ctl/Facts.hpp"
 #include "ctl/PairingHash.hpp"
 #include "ctl/Pairings.hpp"
 #include "support/HexString.hpp"
@@ -29,13 +28,10 @@ PairingFile pairingFile() {
 }
 
 Failure unusable(const Error &error, const std::string &command) {
-  if (error.domain == "errno" && (error.code == EACCES || error.code == EPERM)) {
-    return {error.description, "sudo sc_auth " + command};
-  }
-  return {error.description, "sudo ls -l " + base::rooted(kPairingsPath)};
+  return failureFrom(error, "sc_auth " + command, "sudo ls -l " + base::rooted(kPairingsPath));
 }
 
-Outcome list(Session &session) {
+Outcome listPairings(Session &session) {
   Error error;
   const auto pairings = pairingFile().read(&error);
   if (!pairings) {
@@ -45,14 +41,12 @@ Outcome list(Session &session) {
     session.output << listingOf(*pairings);
     return std::nullopt;
   }
-  session.output << jsonArray([&](protocol::JSONWriter &writer) {
-    for (const Pairing &pairing : *pairings) {
-      writer.beginObject();
-      putText(writer, "publicKeyHash", support::hexString(pairing.publicKeyHash));
-      putText(writer, "user", pairing.user);
-      writer.endObject();
-    }
-  });
+  std::vector<Facts> list;
+  for (const Pairing &pairing : *pairings) {
+    list.push_back({{"publicKeyHash", "key", support::hexString(pairing.publicKeyHash)},
+                    {"user", "user", pairing.user}});
+  }
+  session.output << jsonOf(list);
   return std::nullopt;
 }
 
@@ -127,7 +121,7 @@ int runScAuth(std::span<const std::string> arguments, Session &session) {
 
   CLI::App *const identities = app.add_subcommand("identities", "list what is paired");
   addJSONOption(*identities, session);
-  identities->callback([&session] { session.outcome = list(session); });
+  identities->callback([&session] { session.outcome = listPairings(session); });
 
   addPairCommand(app, session);
 

@@ -20,6 +20,7 @@ struct Session {
   bool inputIsTerminal = false;
   bool outputIsTerminal = false;
   platform::ItemStore *keychain = nullptr;  // null in a tool without one
+  std::string keychainReport{};             // why the keychain could not be used, at last
 
   bool json = false;  // results and failures as JSON
   Outcome outcome{};  // of the command that has run

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+namespace ctl {
+
+enum class CardMarker { absent, present, foreign };
+
+// What stands where the daemon puts its sign that a card is there: nothing, an empty file of root's
+// (in a sandboxed root: of the caller's), or anything else, which programs do not trust.
+struct MarkerState {
+  CardMarker kind = CardMarker::absent;
+  std::string path;
+  std::string description;  // "absent", "a folder", "a file of uid 1000"
+};
+
+// Looks at the thing itself, never at what a link points to.
+[[nodiscard]] MarkerState lookAtCardMarker();
+
+}  // namespace ctl

@@ -1,0 +1,63 @@
+#include <CLI/CLI.hpp>
+#include <ostream>
+
+#include "ctl/CardMarker.hpp"
+#include "ctl/CommandLine.hpp"
+#include "ctl/Commands.hpp"
+#include "ctl/DateText.hpp"
+#include "ctl/Facts.hpp"
+#include "ctl/LocalDaemon.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr std::chrono::seconds kWait{60};
+
+Facts factsOf(const CardCertificate &card) {
+  const auto key = card.certificate.publicKey();
+  return {{"label", "label", card.info.label},
+          {"commonName", "common name", card.certificate.commonName().value_or("")},
+          {"subject", "subject", card.certificate.subject()},
+          {"sha1", "SHA-1", support::hexString(card.certificate.sha1())},
+          {"key", "key", key ? key->description() : "unknown"},
+          {"canSign", "can sign", card.info.canSign},
+          {"canDecrypt", "can decrypt", card.info.canDecrypt},
+          {"notAfter", "valid until", dateText(card.certificate.notAfter())}};
+}
+
+Outcome listCertificates(Session &session) {
+  Failure failure;
+  auto daemon = LocalDaemon::open(kWait, failure);
+  const auto cards = daemon ? daemon->certificates(failure) : std::nullopt;
+  if (!cards) {
+    return failure;
+  }
+  std::vector<Facts> list;
+  for (const CardCertificate &card : *cards) {
+    list.push_back(factsOf(card));
+  }
+  if (session.json) {
+    session.output << jsonOf(list);
+    return std::nullopt;
+  }
+  for (const Facts &facts : list) {
+    session.output << (&facts == list.data() ? "" : "\n") << textOf(facts);
+  }
+  if (list.empty()) {
+    session.notes << "kfyctl: no remote client has inserted a card\n";
+  } else if (lookAtCardMarker().kind != CardMarker::present) {
+    session.notes << "kfyctl: the card is withdrawn; these were its certificates\n";
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+void addCertificatesCommand(CLI::App &app, Session &session) {
+  CLI::App *const command = app.add_subcommand("certificates", "what the card holds");
+  addJSONOption(*command, session);
+  command->callback([&session] { session.outcome = listCertificates(session); });
+}
+
+}  // namespace ctl

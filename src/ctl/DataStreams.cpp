@@ -1,0 +1,65 @@
+#include "ctl/DataStreams.hpp"
+
+#include <array>
+#include <cstddef>
+#include <istream>
+#include <ostream>
+
+#include "base/Bytes.hpp"
+#include "base/Files.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr std::size_t kLargestInput = std::size_t{256} * 1024 * 1024;
+
+bool isStandard(const std::string &path) {
+  return path.empty() || path == "-";
+}
+
+std::optional<CleansedBytes> readAll(std::istream &input, Failure &failure) {
+  CleansedBytes content;
+  std::array<char, 16384> part{};
+  while (input.read(part.data(), part.size()) || input.gcount() > 0) {
+    const auto bytes = base::viewOf({part.data(), static_cast<std::size_t>(input.gcount())});
+    content.insert(content.end(), bytes.begin(), bytes.end());
+    if (content.size() > kLargestInput) {
+      failure = {"standard input holds more than " + std::to_string(kLargestInput) + " bytes", ""};
+      return std::nullopt;
+    }
+  }
+  base::cleanse(part.data(), part.size());
+  return content;
+}
+
+}  // namespace
+
+std::optional<CleansedBytes> readInput(const std::string &path, Session &session,
+                                       Failure &failure) {
+  if (isStandard(path)) {
+    return readAll(session.input, failure);
+  }
+  Error error;
+  auto content = base::readFile(path, kLargestInput, &error);
+  if (!content) {
+    failure = {error.description, ""};
+  }
+  return content;
+}
+
+Outcome writeOutput(const std::string &path, ByteView content, unsigned mode, Session &session) {
+  if (!isStandard(path)) {
+    Error error;
+    return base::replaceFile(path, content, mode, &error) ? std::nullopt
+                                                          : Outcome(Failure{error.description, ""});
+  }
+  if (session.outputIsTerminal) {
+    session.output << support::base64EncodedString(content) << '\n';
+  } else {
+    session.output << base::textOf(content);
+  }
+  return std::nullopt;
+}
+
+}  // namespace ctl

@@ -1,0 +1,115 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+
+#include <cerrno>
+#include <ostream>
+#include <string>
+
+#include "base/Descriptor.hpp"
+#include "base/Error.hpp"
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "ctl/CommandLine.hpp"
+#include "ctl/Commands.hpp"
+#include "ctl/Facts.hpp"
+#include "ctl/KnownSettings.hpp"
+#include "support/DebugMode.hpp"
+
+namespace ctl {
+namespace {
+
+std::string markerPath() {
+  return base::rooted(support::kDebugMarker);
+}
+
+bool isTurnedOnBySetting() {
+  const auto value = storedSetting("kfyd", "debugLogging");
+  return value && isTrue(*value);
+}
+
+std::string logFolder() {
+  const auto value = storedSetting("kfyd", "LogFolderPath");
+  const std::string folder = value ? textOf(*value) : "";
+  return !folder.empty() && base::fileExists(base::rooted(folder)) ? folder : "/tmp/kfy";
+}
+
+// The folder is another system's home of root and seldom there.
+bool makeMarker(Error *error) {
+  const std::string path = markerPath();
+  if (!base::makeFolders(path.substr(0, path.rfind('/')), 0700, error)) {
+    return false;
+  }
+  const base::Descriptor marker(
+      ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!marker.isOpen()) {
+    base::reportErrno(error, errno, "cannot make " + path);
+  }
+  return marker.isOpen();
+}
+
+Outcome turnOn(Session &session) {
+  Error error;
+  if (!makeMarker(&error)) {
+    return failureFrom(error, "kfyctl debug on");
+  }
+  session.notes << "kfyctl: debug mode is on; frames and passwords will stand in " << logFolder()
+                << " until: kfyctl debug off\n";
+  return std::nullopt;
+}
+
+Outcome turnOff(Session &session) {
+  Error error;
+  if (::unlink(markerPath().c_str()) != 0 && errno != ENOENT) {
+    base::reportErrno(&error, errno, "cannot remove " + markerPath());
+    return failureFrom(error, "kfyctl debug off");
+  }
+  if (isTurnedOnBySetting()) {
+    return Failure{"debug mode is still on, by the setting debugLogging",
+                   "kfyctl defaults delete debugLogging"};
+  }
+  session.notes << "kfyctl: debug mode is off; what was logged still stands in " << logFolder()
+                << "\n";
+  return std::nullopt;
+}
+
+Outcome tell(Session &session) {
+  const bool hasMarker = base::fileExists(markerPath());
+  const bool isSet = isTurnedOnBySetting();
+  const Facts facts{{"on", "debug mode", hasMarker || isSet},
+                    {"marker", "marker " + markerPath(), hasMarker},
+                    {"debugLogging", "setting debugLogging", isSet},
+                    {"logFolder", "log folder", logFolder()}};
+  session.output << (session.json ? jsonOf(facts) : textOf(facts));
+  return std::nullopt;
+}
+
+struct Row {
+  const char *name;
+  const char *description;
+  bool answers;
+  Outcome (*run)(Session &);
+};
+
+constexpr Row kRows[] = {
+    {"on", "log everything, frames and passwords included", false, turnOn},
+    {"off", "log no more than usual", false, turnOff},
+    {"status", "whether debug mode is on", true, tell},
+};
+
+}  // namespace
+
+void addDebugCommands(CLI::App &app, Session &session) {
+  CLI::App *const group = app.add_subcommand("debug", "debug mode of kfyd");
+  group->require_subcommand(1);
+  for (const Row &row : kRows) {
+    CLI::App *const command = group->add_subcommand(row.name, row.description);
+    if (row.answers) {
+      addJSONOption(*command, session);
+    }
+    command->callback([&session, run = row.run] { session.outcome = run(session); });
+  }
+}
+
+}  // namespace ctl

@@ -1,0 +1,83 @@
+#include "ctl/Facts.hpp"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+
+namespace ctl {
+namespace {
+
+std::string shown(const Fact &fact) {
+  if (const auto *const text = std::get_if<std::string>(&fact.value)) {
+    return *text;
+  }
+  if (const auto *const number = std::get_if<std::int64_t>(&fact.value)) {
+    return std::to_string(*number);
+  }
+  return std::get<bool>(fact.value) ? "yes" : "no";
+}
+
+void put(protocol::JSONWriter &writer, const Fact &fact) {
+  writer.key(fact.key);
+  if (const auto *const text = std::get_if<std::string>(&fact.value)) {
+    writer.text(*text);
+  } else if (const auto *const number = std::get_if<std::int64_t>(&fact.value)) {
+    writer.raw(std::to_string(*number));
+  } else {
+    writer.boolean(std::get<bool>(fact.value));
+  }
+}
+
+}  // namespace
+
+std::string textOf(const Facts &facts) {
+  std::size_t width = 0;
+  for (const Fact &fact : facts) {
+    width = std::max(width, fact.title.size());
+  }
+  std::string text;
+  for (const Fact &fact : facts) {
+    text += fact.title + ":" + std::string(width - fact.title.size() + 2, ' ') + shown(fact) + "\n";
+  }
+  return text;
+}
+
+std::string jsonOf(const Facts &facts) {
+  CleansedBytes json;
+  protocol::JSONWriter writer(json);
+  writer.beginObject();
+  putFacts(writer, facts);
+  writer.endObject();
+  return lineOf(json);
+}
+
+std::string jsonOf(std::span<const Facts> list) {
+  CleansedBytes json;
+  protocol::JSONWriter writer(json);
+  putFacts(writer, list);
+  return lineOf(json);
+}
+
+void putFacts(protocol::JSONWriter &writer, const Facts &facts) {
+  for (const Fact &fact : facts) {
+    put(writer, fact);
+  }
+}
+
+void putFacts(protocol::JSONWriter &writer, std::span<const Facts> list) {
+  writer.beginArray();
+  for (const Facts &facts : list) {
+    writer.beginObject();
+    putFacts(writer, facts);
+    writer.endObject();
+  }
+  writer.endArray();
+}
+
+std::string lineOf(const CleansedBytes &json) {
+  return std::string(base::textOf(json)) + "\n";
+}
+
+}  // namespace ctl

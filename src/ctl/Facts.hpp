@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "protocol/JSONWriter.hpp"
+
+namespace ctl {
+
+// One thing that a tool tells: for people under its title, for scripts under its key.
+struct Fact {
+  std::string key;
+  std::string title;
+  std::variant<std::string, bool, std::int64_t> value;
+};
+
+// What is told of one thing.
+using Facts = std::vector<Fact>;
+
+// For people: a line for each fact, the values below each other.
+[[nodiscard]] std::string textOf(const Facts &facts);
+
+// For scripts: a line with a JSON object, or with an array of them.
+[[nodiscard]] std::string jsonOf(const Facts &facts);
+[[nodiscard]] std::string jsonOf(std::span<const Facts> list);
+
+// Write the members of an object that is open, and an array of objects.
+void putFacts(protocol::JSONWriter &writer, const Facts &facts);
+void putFacts(protocol::JSONWriter &writer, std::span<const Facts> list);
+
+// A JSON text as a line.
+[[nodiscard]] std::string lineOf(const CleansedBytes &json);
+
+}  // namespace ctl

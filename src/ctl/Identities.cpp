@@ -1,0 +1,195 @@
+#include "ctl/Identities.hpp"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "base/Root.hpp"
+#include "crypto/Certificate.hpp"
+#include "crypto/PublicKey.hpp"
+#include "ctl/DateText.hpp"
+#include "ctl/HashText.hpp"
+#include "ctl/KnownSettings.hpp"
+#include "identity/LowerCase.hpp"
+#include "identity/PinnedCertificate.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr const char *kKeychainPath = "/var/lib/keyferry/keychain.db";
+
+Failure keychainUnusable(const Session &session) {
+  const std::string cause =
+      session.keychainReport.empty() ? "it cannot be opened" : session.keychainReport;
+  return {"the keychain cannot be used: " + cause,
+          std::string("sudo ls -l ") + base::rooted(kKeychainPath)};
+}
+
+// In double quotes, for a shell.
+std::string quoted(const std::string &text) {
+  return "\"" + text + "\"";
+}
+
+std::optional<std::string> settingText(const char *key, Failure &failure) {
+  Error error;
+  const auto value = storedSetting(kIdentityDomain, key, &error);
+  failure = failureFrom(error, "kfyctl identity show");
+  return value ? std::optional(textOf(*value)) : std::nullopt;
+}
+
+template <typename Matches>
+std::optional<IdentityRecord> firstWhere(const std::vector<IdentityRecord> &records,
+                                         Matches matches) {
+  const auto found = std::ranges::find_if(records, matches);
+  return found == records.end() ? std::nullopt : std::optional(*found);
+}
+
+std::optional<IdentityRecord> withHash(const std::vector<IdentityRecord> &records,
+                                       const Bytes &hash) {
+  return firstWhere(records, [&](const IdentityRecord &record) {
+    return record.reference->certificate.sha1() == hash;
+  });
+}
+
+std::string commonNameOf(const IdentityRecord &record) {
+  return record.reference->certificate.commonName().value_or("");
+}
+
+}  // namespace
+
+std::optional<std::vector<IdentityRecord>> allIdentities(Session &session, Failure &failure) {
+  platform::IdentityQuery query;
+  query.returnAttributes = true;
+  query.returnReference = true;
+  auto matches = session.keychain->searchIdentities(query);
+  if (matches.status != platform::itemSuccess && matches.status != platform::itemNotFound) {
+    failure = keychainUnusable(session);
+    return std::nullopt;
+  }
+  return std::move(matches.records);
+}
+
+std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Session &session,
+                                            Failure &failure) {
+  const auto records = allIdentities(session, failure);
+  if (!records) {
+    return std::nullopt;
+  }
+  const auto hash = sha1FromText(hashOrLabel);
+  if (auto record = hash ? withHash(*records, *hash) : std::nullopt) {
+    return record;
+  }
+  const auto hasLabel = [&](const IdentityRecord &record) {
+    return labelOf(record) == hashOrLabel;
+  };
+  const auto count = std::ranges::count_if(*records, hasLabel);
+  if (count != 1) {
+    failure = {count == 0 ? "no identity " + quoted(hashOrLabel) + " in the keychain"
+                          : std::to_string(count) + " identities are labelled " +
+                                quoted(hashOrLabel) + "; name one by its hash",
+               "kfyctl identity list"};
+    return std::nullopt;
+  }
+  return firstWhere(*records, hasLabel);
+}
+
+std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) {
+  const auto hashText = settingText(kIdentityHashKey, failure);
+  const auto name =
+      hashText.value_or("").empty() ? settingText(kIdentityNameKey, failure) : std::nullopt;
+  const bool nothingIsSet = hashText.value_or("").empty() && name.value_or("").empty();
+  if (nothingIsSet && !failure.what.empty()) {
+    return std::nullopt;
+  }
+  if (nothingIsSet) {
+    failure = {"no TLS identity is chosen, so kfyd cannot start its listeners",
+               "kfyctl identity create --common-name $(hostname)"};
+    return std::nullopt;
+  }
+  const auto records = allIdentities(session, failure);
+  if (!records) {
+    return std::nullopt;
+  }
+  std::optional<IdentityRecord> found;
+  if (name) {
+    found = firstWhere(*records, [lowered = identity::lowerCase(*name)](const auto &record) {
+      return labelOf(record) == lowered;
+    });
+    failure = {"no TLS identity named " + quoted(*name) +
+                   " in the keychain, so kfyd cannot start its listeners",
+               "kfyctl identity create --common-name " + *name};
+  } else {
+    const auto hash = support::dataWithHexString(*hashText);
+    found = hash ? withHash(*records, *hash) : std::nullopt;
+    failure = {"no TLS identity with the SHA-1 hash " + *hashText +
+                   " in the keychain, so kfyd cannot start its listeners",
+               "kfyctl identity list"};
+  }
+  return found;
+}
+
+Outcome addIdentity(const crypto::Identity &identity, const std::string &label, Session &session) {
+  const auto key = identity.certificate.publicKey();
+  const auto exported = key ? key->externalRepresentation() : std::nullopt;
+  if (!exported) {
+    return Failure{"the keychain cannot hold a key of this type",
+                   "kfyctl identity create --common-name NAME"};
+  }
+  const bool isRSA = key->type() == crypto::KeyType::rsa;
+  IdentityRecord record;
+  record.reference = std::make_shared<const crypto::Identity>(identity);
+  record.label = label;
+  record.publicKeyHash = support::sha1(*exported);
+  record.canSign = true;
+  record.canDecrypt = isRSA;
+  record.canUnwrap = isRSA;
+  switch (session.keychain->addIdentity(record, /*accessGroup=*/std::nullopt)) {
+    case platform::itemSuccess:
+      return std::nullopt;
+    case platform::itemDuplicate:
+      return Failure{"this certificate is in the keychain already",
+                     "kfyctl identity show " + hashOf(record)};
+    case platform::itemStoreUnusable:
+    case platform::itemPINRefused:
+    case platform::itemNotFound:
+      break;
+  }
+  return keychainUnusable(session);
+}
+
+Outcome useIdentity(const IdentityRecord &record) {
+  const std::string command = "kfyctl identity use " + hashOf(record);
+  Error error;
+  const platform_linux::SettingsFile settings(pathOfDomain(kIdentityDomain));
+  if (!settings.set(kIdentityHashKey, hashOf(record), &error) ||
+      !identity::publishPinnedCertificate(record.reference->certificate, &error)) {
+    return failureFrom(error, command);
+  }
+  return std::nullopt;
+}
+
+std::string hashOf(const IdentityRecord &record) {
+  return support::hexString(record.reference->certificate.sha1());
+}
+
+std::string labelOf(const IdentityRecord &record) {
+  return record.label.value_or("");
+}
+
+Facts factsOf(const IdentityRecord &record, bool isInUse) {
+  const crypto::Certificate &certificate = record.reference->certificate;
+  const auto key = certificate.publicKey();
+  return {{"label", "label", labelOf(record)},
+          {"commonName", "common name", commonNameOf(record)},
+          {"sha1", "SHA-1", hashOf(record)},
+          {"sha256", "SHA-256", support::hexString(certificate.sha256())},
+          {"notBefore", "valid from", dateText(certificate.notBefore())},
+          {"notAfter", "valid until", dateText(certificate.notAfter())},
+          {"key", "key", key ? key->description() : "unknown"},
+          {"publicKeyHash", "public-key hash",
+           support::hexString(record.publicKeyHash.value_or(Bytes()))},
+          {"inUse", "used by kfyd", isInUse}};
+}
+
+}  // namespace ctl

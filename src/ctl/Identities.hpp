@@ -1,0 +1,47 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ctl/Facts.hpp"
+#include "ctl/Outcome.hpp"
+#include "ctl/Session.hpp"
+#include "platform/ItemStore.hpp"
+
+namespace ctl {
+
+using platform::IdentityRecord;
+
+// All identities in the keychain; none if there is no keychain. Nothing, with `failure` filled, if
+// it can't be used.
+[[nodiscard]] std::optional<std::vector<IdentityRecord>> allIdentities(Session &session,
+                                                                       Failure &failure);
+
+// The one identity with this SHA-1 hash of its certificate, or with exactly this label. Nothing,
+// with `failure` filled, if there is none or the label stands for several.
+[[nodiscard]] std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel,
+                                                          Session &session, Failure &failure);
+
+// The identity that kfyd chooses by its settings: by the hash, and where none is set by the name in
+// lower case. Nothing, with `failure` filled, if it finds none.
+[[nodiscard]] std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure);
+
+// Adds an identity that can do what its key can.
+[[nodiscard]] Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
+                                  Session &session);
+
+// Makes kfyd use the identity from its next start on: by its hash, so that the label may hold
+// capitals. Also publishes its certificate, which clients on this machine pin.
+[[nodiscard]] Outcome useIdentity(const IdentityRecord &record);
+
+// Upper-case hexadecimal SHA-1 of the identity's certificate.
+[[nodiscard]] std::string hashOf(const IdentityRecord &record);
+
+// The label as stored, empty if there is none.
+[[nodiscard]] std::string labelOf(const IdentityRecord &record);
+
+// All that is told of an identity.
+[[nodiscard]] Facts factsOf(const IdentityRecord &record, bool isInUse);
+
+}  // namespace ctl

@@ -1,0 +1,255 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <ostream>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "crypto/Identity.hpp"
+#include "ctl/CommandLine.hpp"
+#include "ctl/Commands.hpp"
+#include "ctl/Facts.hpp"
+#include "ctl/Identities.hpp"
+#include "ctl/SecretInput.hpp"
+#include "identity/PinnedCertificate.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr int kDaysOfNewOnes = 3650;
+constexpr int kMostDays = 36500;
+
+struct Options {
+  std::string name;  // of an identity: its hash or label
+  std::string commonName;
+  std::string label;
+  int days = kDaysOfNewOnes;
+  std::string file;
+  std::string passwordFile;
+  int passwordDescriptor = -1;
+  bool force = false;
+};
+
+// Prints the hash of what was added, by which everything else names it.
+Outcome addAndTell(const crypto::Identity &identity, const std::string &label, Session &session) {
+  if (auto failure = addIdentity(identity, label, session)) {
+    return failure;
+  }
+  IdentityRecord record;
+  record.reference = std::make_shared<const crypto::Identity>(identity);
+  record.label = label;
+  session.output << (session.json
+                         ? jsonOf({{"sha1", "SHA-1", hashOf(record)}, {"label", "label", label}})
+                         : hashOf(record) + "\n");
+  session.notes << "kfyctl: \"" << label << "\" is in the keychain; kfyd will show it after: "
+                << "kfyctl identity use " << hashOf(record) << '\n';
+  return std::nullopt;
+}
+
+Outcome createIdentity(const Options &options, Session &session) {
+  Error error;
+  const auto key = crypto::PrivateKey::generateP256(&error);
+  const auto certificate =
+      key ? crypto::Certificate::selfSigned(*key, options.commonName, options.days,
+                                            /*serverName=*/true, &error)
+          : std::nullopt;
+  if (!certificate) {
+    return Failure{error.description, "kfyctl identity create --help"};
+  }
+  return addAndTell({*certificate, *key},
+                    options.label.empty() ? options.commonName : options.label, session);
+}
+
+std::optional<SecretText> givenPassword(const Options &options, Error *error) {
+  if (!options.passwordFile.empty()) {
+    return secretFromFile(options.passwordFile, error);
+  }
+  return secretFromDescriptor(options.passwordDescriptor, error);
+}
+
+// With a password where one was given; without one first, and asked for where the file wants it.
+std::optional<crypto::Identity> readIdentityFile(const Options &options, Failure &failure) {
+  const std::string again = "kfyctl identity import " + options.file + " --password-file FILE";
+  Error error;
+  const auto file = base::readFile(options.file, kLargestFile, &error);
+  if (!file) {
+    failure = failureFrom(error, "kfyctl identity import " + options.file);
+    return std::nullopt;
+  }
+  const bool isGiven = !options.passwordFile.empty() || options.passwordDescriptor >= 0;
+  std::optional<SecretText> password;
+  if (isGiven && !(password = givenPassword(options, &error))) {
+    failure = failureFrom(error, again);
+    return std::nullopt;
+  }
+  auto identity = crypto::readIdentity(*file, password ? &*password : nullptr, &error);
+  if (!identity && !isGiven && error.domain == "password") {
+    password = secretFromTerminal("Password for " + options.file + ": ", &error);
+    if (!password) {
+      failure = {options.file + " wants a password, and " + error.description, again};
+      return std::nullopt;
+    }
+    identity = crypto::readIdentity(*file, &*password, &error);
+  }
+  if (!identity) {
+    failure = {options.file + ": " + error.description, error.domain == "password" ? again : ""};
+  }
+  return identity;
+}
+
+Outcome importIdentity(const Options &options, Session &session) {
+  Failure failure;
+  const auto identity = readIdentityFile(options, failure);
+  if (!identity) {
+    return failure;
+  }
+  const std::string commonName = identity->certificate.commonName().value_or("imported");
+  return addAndTell(*identity, options.label.empty() ? commonName : options.label, session);
+}
+
+Outcome listIdentities(const Options & /*options*/, Session &session) {
+  Failure failure;
+  const auto records = allIdentities(session, failure);
+  if (!records) {
+    return failure;
+  }
+  Failure ignored;
+  const auto used = identityInUse(session, ignored);
+  std::vector<Facts> list;
+  for (const IdentityRecord &record : *records) {
+    list.push_back(factsOf(record, used && hashOf(*used) == hashOf(record)));
+  }
+  if (session.json) {
+    session.output << jsonOf(list);
+    return std::nullopt;
+  }
+  for (const IdentityRecord &record : *records) {
+    const bool isUsed = used && hashOf(*used) == hashOf(record);
+    session.output << hashOf(record) << (isUsed ? " * " : "   ") << labelOf(record) << '\n';
+  }
+  return std::nullopt;
+}
+
+Outcome showIdentity(const Options &options, Session &session) {
+  Failure failure;
+  Failure ignored;
+  const auto used = identityInUse(session, options.name.empty() ? failure : ignored);
+  const auto record = options.name.empty() ? used : identityNamed(options.name, session, failure);
+  if (!record) {
+    return failure;
+  }
+  const Facts facts = factsOf(*record, used && hashOf(*used) == hashOf(*record));
+  session.output << (session.json ? jsonOf(facts) : textOf(facts));
+  return std::nullopt;
+}
+
+Outcome chooseIdentity(const Options &options, Session &session) {
+  Failure failure;
+  const auto record = identityNamed(options.name, session, failure);
+  if (!record) {
+    return failure;
+  }
+  if (auto outcome = useIdentity(*record)) {
+    return outcome;
+  }
+  session.notes << "kfyctl: kfyd will show \"" << labelOf(*record) << "\" (" << hashOf(*record)
+                << ") after: systemctl restart kfyd.service\n"
+                << "kfyctl: clients on this machine expect it from now on, by "
+                << base::rooted(identity::kPinnedCertificate) << '\n';
+  return std::nullopt;
+}
+
+Outcome deleteIdentity(const Options &options, Session &session) {
+  Failure failure;
+  const auto record = identityNamed(options.name, session, failure);
+  if (!record) {
+    return failure;
+  }
+  Failure ignored;
+  const auto used = identityInUse(session, ignored);
+  if (used && hashOf(*used) == hashOf(*record) && !options.force) {
+    return Failure{"kfyd uses \"" + labelOf(*record) + "\" and could not start without it",
+                   "kfyctl identity delete " + hashOf(*record) + " --force"};
+  }
+  if (session.keychain->deleteIdentity(record->reference->certificate.sha1()) !=
+      platform::itemSuccess) {
+    return Failure{"the identity cannot be deleted: " + session.keychainReport,
+                   "sudo kfyctl identity delete " + hashOf(*record)};
+  }
+  return std::nullopt;
+}
+
+using OptionsPointer = std::shared_ptr<Options>;
+
+void addNothing(CLI::App & /*command*/, const OptionsPointer & /*options*/) {}
+
+void addName(CLI::App &command, const OptionsPointer &options) {
+  command.add_option("HASH-OR-LABEL", options->name, "SHA-1 of its certificate, or its label")
+      ->required();
+}
+
+void addNameOfAny(CLI::App &command, const OptionsPointer &options) {
+  command.add_option("HASH-OR-LABEL", options->name, "default: the one that kfyd uses");
+}
+
+void addNameAndForce(CLI::App &command, const OptionsPointer &options) {
+  addName(command, options);
+  command.add_flag("--force", options->force, "even if kfyd uses it");
+}
+
+void addLabel(CLI::App &command, const OptionsPointer &options) {
+  command.add_option("--label", options->label, "its label; default: the common name");
+}
+
+void addCreation(CLI::App &command, const OptionsPointer &options) {
+  command.add_option("--common-name", options->commonName, "the name of this machine")->required();
+  command.add_option("--days", options->days, "how long it is valid; default: 3650")
+      ->check(CLI::Range(1, kMostDays));
+  addLabel(command, options);
+}
+
+void addImport(CLI::App &command, const OptionsPointer &options) {
+  command.add_option("FILE", options->file, "PEM (key and certificate) or PKCS #12")->required();
+  addLabel(command, options);
+  auto *const file =
+      command.add_option("--password-file", options->passwordFile, "holds the password");
+  command.add_option("--password-fd", options->passwordDescriptor, "gives the password")
+      ->excludes(file)
+      ->check(CLI::NonNegativeNumber);
+}
+
+struct Row {
+  const char *name;
+  const char *description;
+  bool answers;
+  void (*addOptions)(CLI::App &, const OptionsPointer &);
+  Outcome (*run)(const Options &, Session &);
+};
+
+constexpr Row kRows[] = {
+    {"create", "make a key and a certificate for kfyd", true, addCreation, createIdentity},
+    {"import", "take one from a file", true, addImport, importIdentity},
+    {"list", "what is in the keychain", true, addNothing, listIdentities},
+    {"show", "one of them, with its fingerprints", true, addNameOfAny, showIdentity},
+    {"use", "let kfyd show this one", false, addName, chooseIdentity},
+    {"delete", "remove one from the keychain", false, addNameAndForce, deleteIdentity},
+};
+
+}  // namespace
+
+void addIdentityCommands(CLI::App &app, Session &session) {
+  CLI::App *const group = app.add_subcommand("identity", "TLS identities of kfyd");
+  group->require_subcommand(1);
+  for (const Row &row : kRows) {
+    const auto options = std::make_shared<Options>();
+    CLI::App *const command = group->add_subcommand(row.name, row.description);
+    row.addOptions(*command, options);
+    if (row.answers) {
+      addJSONOption(*command, session);
+    }
+    command->callback(
+        [options, &session, run = row.run] { session.outcome = run(*options, session); });
+  }
+}
+
+}  // namespace ctl

@@ -1,0 +1,142 @@
+#include "ctl/LocalDaemon.hpp"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "base/Root.hpp"
+#include "client/PinnedServer.hpp"
+#include "protocol/CardList.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr const char *kStart = "sudo systemctl enable --now kfyd.service";
+constexpr const char *kRestart = "sudo systemctl restart kfyd.service";
+
+Failure failureFromClient(const Error &error) {
+  if (error.domain == client::kErrorDomain && error.code == client::pinUnusable) {
+    return {"kfyd cannot be told from others: " + error.description, kRestart};
+  }
+  if (error.domain == client::kErrorDomain && error.code == client::keyNotPinned) {
+    return {"what answers on 127.0.0.1:4117 does not hold the key of " +
+                base::rooted(client::kServerCertificatePath),
+            kRestart};
+  }
+  return {"kfyd does not answer: " + error.description, kStart, exitNoAnswer};
+}
+
+// Where there is no certificate to pin, the first question is whether a daemon runs at all.
+std::optional<Failure> whyNobodyAnswers(const client::Patience &patience) {
+  Error error;
+  const auto nobody = client::Connection::open(
+      client::kLoopbackHost, client::kLoopbackPort,
+      [](const crypto::Certificate &) { return false; }, patience, &error);
+  return error.code == client::keyNotPinned ? std::nullopt
+                                            : std::optional(failureFromClient(error));
+}
+
+// The daemon's refusal and the holder's look alike.
+Failure refusal(const std::string &what) {
+  return {"kfyd or the remote client that holds the key refused to " + what,
+          "kfyctl status; journalctl -u kfyd.service -n 20"};
+}
+
+std::optional<CardCertificate> cardCertificateFrom(support::CertificateInfo info) {
+  auto certificate = crypto::Certificate::fromDER(support::dataFromBase64String(info.certificate));
+  return certificate ? std::optional(CardCertificate{std::move(*certificate), std::move(info)})
+                     : std::nullopt;
+}
+
+Bytes copyOf(ByteView bytes) {
+  return {bytes.begin(), bytes.end()};
+}
+
+}  // namespace
+
+std::optional<LocalDaemon> LocalDaemon::open(std::chrono::seconds time, Failure &failure) {
+  Error error;
+  const auto patience = client::Patience::lasting(time);
+  auto connection = client::openLoopback(patience, &error);
+  if (!connection) {
+    const auto worse =
+        error.code == client::pinUnusable ? whyNobodyAnswers(patience) : std::nullopt;
+    failure = worse.value_or(failureFromClient(error));
+    return std::nullopt;
+  }
+  return LocalDaemon(std::move(connection), time);
+}
+
+std::optional<QuillMessage> LocalDaemon::ask(const QuillMessage &message, Failure &failure) {
+  Error error;
+  auto answer = connection_->request(message, client::Patience::lasting(time_), &error);
+  if (!answer) {
+    failure = failureFromClient(error);
+  }
+  return answer;
+}
+
+std::optional<std::vector<CardCertificate>> LocalDaemon::certificates(Failure &failure) {
+  const auto answer = ask(QuillMessage::initCommandMessageGetCertificates(), failure);
+  if (!answer) {
+    return std::nullopt;
+  }
+  std::vector<CardCertificate> list;
+  if (answer->certificates) {
+    for (auto &info : protocol::certificateInfosOf(*answer->certificates)) {
+      if (auto certificate = cardCertificateFrom(std::move(info))) {
+        list.push_back(std::move(*certificate));
+      }
+    }
+  }
+  return list;
+}
+
+std::optional<CardCertificate> LocalDaemon::certificate(ByteView hash, Failure &failure) {
+  const auto list = certificates(failure);
+  if (!list) {
+    return std::nullopt;
+  }
+  const auto found = std::ranges::find_if(*list, [&](const CardCertificate &card) {
+    return base::equal(card.certificate.sha1(), hash);
+  });
+  if (found == list->end()) {
+    failure = {"the card holds no certificate with the SHA-1 hash " + support::hexString(hash),
+               "kfyctl certificates"};
+    return std::nullopt;
+  }
+  return *found;
+}
+
+std::optional<Bytes> LocalDaemon::sign(ByteView certificateHash, Bytes data, SecretText pin,
+                                       Failure &failure) {
+  const auto answer = ask(QuillMessage::initCommandMessageSignData(
+                              std::move(data), copyOf(certificateHash), std::move(pin)),
+                          failure);
+  if (!answer) {
+    return std::nullopt;
+  }
+  if (!answer->status || !answer->signedData || answer->signedData->empty()) {
+    failure = refusal("sign");
+    return std::nullopt;
+  }
+  return answer->signedData;
+}
+
+std::optional<SecretBytes> LocalDaemon::decrypt(ByteView certificateHash, Bytes block,
+                                                SecretText pin, Failure &failure) {
+  auto answer = ask(QuillMessage::initCommandMessageDecryptDataWithObjectID(
+                        copyOf(certificateHash), std::move(block), std::move(pin)),
+                    failure);
+  if (!answer) {
+    return std::nullopt;
+  }
+  if (!answer->status || !answer->decryptedData || answer->decryptedData->empty()) {
+    failure = refusal("decrypt");
+    return std::nullopt;
+  }
+  return std::move(answer->decryptedData);
+}
+
+}  // namespace ctl

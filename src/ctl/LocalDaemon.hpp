@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "client/Connection.hpp"
+#include "crypto/Certificate.hpp"
+#include "ctl/Outcome.hpp"
+#include "support/CertificateInfo.hpp"
+
+namespace ctl {
+
+// A certificate of the virtual card, with what its remote client says of it.
+struct CardCertificate {
+  crypto::Certificate certificate;
+  support::CertificateInfo info;
+};
+
+// The daemon of this machine, as a local client sees it.
+class LocalDaemon {
+ public:
+  // Each call below waits as long as `time`. Nothing, with `failure` filled, if it does not answer
+  // (exitNoAnswer) or is not the one that this machine pins.
+  [[nodiscard]] static std::optional<LocalDaemon> open(std::chrono::seconds time, Failure &failure);
+
+  // The card's certificates; entries that hold none are left out. The daemon keeps the list after
+  // the card is withdrawn.
+  [[nodiscard]] std::optional<std::vector<CardCertificate>> certificates(Failure &failure);
+
+  // The one with this SHA-1 hash.
+  [[nodiscard]] std::optional<CardCertificate> certificate(ByteView hash, Failure &failure);
+
+  // Has the card's key sign what is its to sign, or decrypt one block. Nothing, with `failure`
+  // filled, also if the daemon or the key's holder refuses.
+  [[nodiscard]] std::optional<Bytes> sign(ByteView certificateHash, Bytes data, SecretText pin,
+                                          Failure &failure);
+  [[nodiscard]] std::optional<SecretBytes> decrypt(ByteView certificateHash, Bytes block,
+                                                   SecretText pin, Failure &failure);
+
+ private:
+  LocalDaemon(std::unique_ptr<client::Connection> connection, std::chrono::seconds time)
+      : connection_(std::move(connection)), time_(time) {}
+
+  [[nodiscard]] std::optional<QuillMessage> ask(const QuillMessage &message, Failure &failure);
+
+  std::unique_ptr<client::Connection> connection_;
+  std::chrono::seconds time_;
+};
+
+}  // namespace ctl

@@ -1,0 +1,182 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <ostream>
+
+#include "base/Root.hpp"
+#include "ctl/CardMarker.hpp"
+#include "ctl/CommandLine.hpp"
+#include "ctl/Commands.hpp"
+#include "ctl/DateText.hpp"
+#include "ctl/Facts.hpp"
+#include "ctl/Identities.hpp"
+#include "ctl/KnownSettings.hpp"
+#include "ctl/LocalDaemon.hpp"
+#include "ctl/Pairings.hpp"
+#include "support/HexString.hpp"
+
+namespace ctl {
+namespace {
+
+constexpr std::chrono::seconds kWait{35};  // a look-up of the pairing can hold the daemon's queue
+
+// What was found at one place. A trouble is a failure of the whole.
+struct Finding {
+  std::string name;
+  std::string says;
+  Outcome trouble;
+};
+
+Finding good(const std::string &name, const std::string &says) {
+  return {name, says, std::nullopt};
+}
+
+Finding bad(const std::string &name, const Failure &failure) {
+  return {name, failure.what, failure};
+}
+
+Finding lookAtRoot() {
+  return good("root",
+              base::root().empty() ? "this machine" : "a sandbox (KFYD_ROOT): " + base::root());
+}
+
+Finding lookAtSettings(const std::string &domain) {
+  Error error;
+  const std::string path = pathOfDomain(domain);
+  const auto settings = platform_linux::SettingsFile(path).readAll(&error);
+  if (!settings) {
+    return bad("settings", failureFrom(error, "kfyctl status", "sudo editor " + path));
+  }
+  return good("settings", path + ": " + std::to_string(settings->size()) + " set");
+}
+
+Finding lookAtKeychain(Session &session) {
+  Failure failure;
+  const auto records = allIdentities(session, failure);
+  return records ? good("keychain", std::to_string(records->size()) + " identities")
+                 : bad("keychain", failure);
+}
+
+Finding lookAtIdentity(Session &session) {
+  Failure failure;
+  const auto used = identityInUse(session, failure);
+  if (!used) {
+    return bad("identity", failure);
+  }
+  const auto &certificate = used->reference->certificate;
+  const std::string text = "\"" + labelOf(*used) + "\" (" + hashOf(*used) + "), valid from " +
+                           dateText(certificate.notBefore()) + " until " +
+                           dateText(certificate.notAfter());
+  const auto now = std::chrono::system_clock::now();
+  if (now < certificate.notBefore() || now > certificate.notAfter()) {
+    return bad("identity", {text + ", and this clock says " + dateText(now),
+                            "kfyctl identity create --common-name " +
+                                certificate.commonName().value_or(labelOf(*used))});
+  }
+  return good("identity", text);
+}
+
+Finding lookAtPairing() {
+  Error error;
+  const auto pairings = PairingFile(base::rooted(kPairingsPath)).read(&error);
+  if (!pairings) {
+    return bad("pairing",
+               failureFrom(error, "kfyctl status", "sudo ls -l " + base::rooted(kPairingsPath)));
+  }
+  if (pairings->empty()) {
+    return bad("pairing", {"no key is paired with a user, so no remote client can authenticate",
+                           "sudo sc_auth pair --user USER --hash HASH"});
+  }
+  return good("pairing", "key " + support::hexString(pairings->front().publicKeyHash) +
+                             " for user \"" + pairings->front().user + "\"");
+}
+
+Finding lookAtMarker() {
+  const MarkerState marker = lookAtCardMarker();
+  if (marker.kind == CardMarker::foreign) {
+    return bad("marker", {marker.path + " is " + marker.description + ", which is not kfyd's",
+                          "sudo rm -r " + marker.path});
+  }
+  return good("marker", marker.path + ": " + marker.description);
+}
+
+// Over the loopback listener alone: the end of any connection to the public one withdraws the card.
+void lookAtDaemon(std::vector<Finding> &findings) {
+  Failure failure;
+  auto daemon = LocalDaemon::open(kWait, failure);
+  const auto cards = daemon ? daemon->certificates(failure) : std::nullopt;
+  if (!cards) {
+    findings.push_back(bad("daemon", failure));
+    return;
+  }
+  findings.push_back(good("daemon", "answers on 127.0.0.1:4117"));
+  findings.push_back(good("card", std::to_string(cards->size()) + " certificates"));
+}
+
+std::vector<Finding> lookAround(Session &session) {
+  std::vector<Finding> findings{lookAtRoot(),
+                                lookAtSettings(kIdentityDomain),
+                                lookAtSettings("kfyd"),
+                                lookAtKeychain(session),
+                                lookAtIdentity(session),
+                                lookAtPairing()};
+  lookAtDaemon(findings);
+  findings.push_back(lookAtMarker());
+  return findings;
+}
+
+std::string jsonOfFindings(const std::vector<Finding> &findings, bool isGood) {
+  std::vector<Facts> list;
+  for (const Finding &finding : findings) {
+    list.push_back({{"name", "", finding.name},
+                    {"ok", "", !finding.trouble},
+                    {"says", "", finding.says},
+                    {"try", "", finding.trouble ? finding.trouble->next : ""}});
+  }
+  CleansedBytes json;
+  protocol::JSONWriter writer(json);
+  writer.beginObject();
+  putFacts(writer, Facts{{"ok", "", isGood}});
+  writer.key("findings");
+  putFacts(writer, list);
+  writer.endObject();
+  return lineOf(json);
+}
+
+std::string textOfFindings(const std::vector<Finding> &findings) {
+  std::string text;
+  for (const Finding &finding : findings) {
+    const std::string name = finding.name + std::string(10 - finding.name.size(), ' ');
+    text += (finding.trouble ? "!  " : "ok ") + name + finding.says + "\n";
+    if (finding.trouble && !finding.trouble->next.empty()) {
+      text += std::string(13, ' ') + "try: " + finding.trouble->next + "\n";
+    }
+  }
+  return text;
+}
+
+Outcome tellStatus(Session &session) {
+  const auto findings = lookAround(session);
+  const auto count = std::ranges::count_if(
+      findings, [](const Finding &finding) { return finding.trouble.has_value(); });
+  session.output << (session.json ? jsonOfFindings(findings, count == 0)
+                                  : textOfFindings(findings));
+  if (count == 0) {
+    return std::nullopt;
+  }
+  const bool hasNoAnswer = std::ranges::any_of(findings, [](const Finding &finding) {
+    return finding.trouble && finding.trouble->status == exitNoAnswer;
+  });
+  return Failure{count == 1 ? "there is trouble in 1 place"
+                            : "there is trouble in " + std::to_string(count) + " places",
+                 "", hasNoAnswer ? exitNoAnswer : exitFailed};
+}
+
+}  // namespace
+
+void addStatusCommand(CLI::App &app, Session &session) {
+  CLI::App *const command = app.add_subcommand("status", "whether everything is in order");
+  addJSONOption(*command, session);
+  command->callback([&session] { session.outcome = tellStatus(session); });
+}
+
+}  // namespace ctl
