@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <filesystem>
 
 #include "base/Version.hpp"
 #include "remote/Console.hpp"
@@ -121,6 +122,8 @@ bool finish(Texts &texts, Error *error) {
     base::report(error, "arguments", 0, "there is no home folder: name one with --home DIR");
     return false;
   }
+  // commands that are shown for pasting must hold everywhere
+  texts.arguments.home = std::filesystem::absolute(texts.arguments.home).string();
   if (texts.arguments.labels.size() > texts.arguments.keyFiles.size()) {
     base::report(error, "arguments", 0, "there are more --label than --key");
     return false;

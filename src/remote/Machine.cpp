@@ -120,7 +120,7 @@ void Machine::sayUntrusted(const Fingerprint &shown) const {
   if (pinned_) {
     warn("--fingerprint says " + textOf(*pinned_));
   } else {
-    advise("kfyctl identity show on that machine, and only if it shows the same: " +
+    advise("on that machine: kfyctl identity show, and here, only if it shows the same: " +
            services_.knownHosts.removalCommand(address_));
   }
 }
@@ -205,7 +205,7 @@ void Machine::authenticate(const QuillMessage &reply) {
     complain(address_.name() + " has not paired this key with a user" +
              (reason.empty() ? "" : ": " + printable(reason)) + "; next attempt in " +
              secondsOf(kWaitAfterNoUser));
-    advise("sc_auth pair on that machine, with the hash " +
+    advise("on that machine: sc_auth pair --user USER --hash " +
            support::hexString(services_.authenticationKeyHash));
     return retryAfter(kWaitAfterNoUser);
   }

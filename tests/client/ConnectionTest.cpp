@@ -7,10 +7,15 @@
 #include <string>
 
 #include "client/PinnedServer.hpp"
-#include "client/TestServer.hpp"
+#include "fakes/TlsServer.hpp"
 
 namespace client {
 namespace {
+
+using fakes::boundToLoopback;
+using fakes::makeIdentity;
+using fakes::ServedConnection;
+using fakes::TlsServer;
 
 bool anyServer(const crypto::Certificate & /*certificate*/) {
   return true;
@@ -20,7 +25,7 @@ Patience soon() {
   return Patience::lasting(std::chrono::seconds(10));
 }
 
-std::unique_ptr<Connection> connectTo(const TestServer &server, Error *error = nullptr) {
+std::unique_ptr<Connection> connectTo(const TlsServer &server, Error *error = nullptr) {
   return Connection::open("127.0.0.1", server.port(), judgeByKeyOf(server.certificate()), soon(),
                           error);
 }
@@ -35,7 +40,7 @@ QuillMessage signReply(const QuillMessage &request, Bytes signature) {
 }
 
 TEST(Connection, HandsEachResponseToTheRequestThatItAnswers) {
-  TestServer server([](ServedConnection &connection) {
+  TlsServer server([](ServedConnection &connection) {
     ASSERT_TRUE(connection.handshake());
     const auto first = connection.receive();
     const auto second = connection.receive();
@@ -63,7 +68,7 @@ TEST(Connection, HandsEachResponseToTheRequestThatItAnswers) {
 // One byte more at a time across the end of a record, so that every length of a last record occurs.
 TEST(Connection, CarriesLongFramesOfEveryLengthBothWays) {
   constexpr std::size_t kFrames = 110;
-  TestServer server([](ServedConnection &connection) {
+  TlsServer server([](ServedConnection &connection) {
     ASSERT_TRUE(connection.handshake());
     for (std::size_t count = 0; count < kFrames; ++count) {
       const auto request = connection.receive();
@@ -85,7 +90,7 @@ TEST(Connection, CarriesLongFramesOfEveryLengthBothWays) {
 
 TEST(Connection, SendsNothingToAServerWithAnotherKey) {
   std::optional<std::size_t> received;
-  TestServer server([&](ServedConnection &connection) {
+  TlsServer server([&](ServedConnection &connection) {
     (void)connection.handshake();
     (void)connection.receive();
     received = connection.received();
@@ -100,7 +105,7 @@ TEST(Connection, SendsNothingToAServerWithAnotherKey) {
 }
 
 TEST(Connection, EndsAWaitAtItsDeadlineOrWhenStoppedAndStandsAllTheSame) {
-  TestServer server([](ServedConnection &connection) {
+  TlsServer server([](ServedConnection &connection) {
     ASSERT_TRUE(connection.handshake());
     const auto unanswered = connection.receive();
     const auto answered = connection.receive();
@@ -129,7 +134,7 @@ TEST(Connection, SaysWhyItCannotBeOpened) {
   const base::Descriptor bound = boundToLoopback(refusing);
   const base::Descriptor listener = boundToLoopback(silent);
   ASSERT_EQ(::listen(listener.get(), 1), 0);
-  TestServer hangingUp([](ServedConnection &) {});
+  TlsServer hangingUp([](ServedConnection &) {});
   struct Case {
     std::string host;
     std::uint16_t port;

@@ -7,7 +7,7 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
-#include "client/TestServer.hpp"
+#include "fakes/TlsServer.hpp"
 
 namespace client {
 namespace {
@@ -27,7 +27,7 @@ TEST(PinnedServer, IsTheOneThatHoldsTheKeyInThePinFile) {
   EXPECT_FALSE(loopbackJudge(&error));
   EXPECT_EQ(error.code, pinUnusable);
 
-  const crypto::Identity server = makeIdentity("server");
+  const crypto::Identity server = fakes::makeIdentity("server");
   ASSERT_TRUE(base::replaceFile(path, base::viewOf(server.certificate.pem()), 0644));
   const auto renewed =
       crypto::Certificate::selfSigned(server.key, "renewed", /*days=*/9, /*serverName=*/false);
@@ -35,7 +35,7 @@ TEST(PinnedServer, IsTheOneThatHoldsTheKeyInThePinFile) {
   ASSERT_TRUE(judge && renewed);
   EXPECT_TRUE((*judge)(server.certificate));
   EXPECT_TRUE((*judge)(*renewed));
-  EXPECT_FALSE((*judge)(makeIdentity("server").certificate));
+  EXPECT_FALSE((*judge)(fakes::makeIdentity("server").certificate));
 }
 
 }  // namespace

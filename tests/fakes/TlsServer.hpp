@@ -1,0 +1,149 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <bit>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "base/Descriptor.hpp"
+#include "crypto/Identity.hpp"
+#include "crypto/TlsChannel.hpp"
+#include "protocol/Frame.hpp"
+#include "protocol/QuillMessage.hpp"
+
+namespace fakes {
+
+// A fresh P-256 identity.
+inline crypto::Identity makeIdentity(const std::string &commonName) {
+  const auto key = crypto::PrivateKey::generateP256().value();
+  return {crypto::Certificate::selfSigned(key, commonName, /*days=*/2, /*serverName=*/true).value(),
+          key};
+}
+
+// A socket on a free loopback port, where nobody listens yet.
+inline base::Descriptor boundToLoopback(std::uint16_t &port) {
+  base::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in loopback{};
+  loopback.sin_family = AF_INET;
+  loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  auto address = std::bit_cast<sockaddr>(loopback);
+  socklen_t size = sizeof address;
+  if (::bind(socket.get(), &address, size) != 0 ||
+      ::getsockname(socket.get(), &address, &size) != 0) {
+    throw std::runtime_error("no loopback socket");
+  }
+  port = ntohs(std::bit_cast<sockaddr_in>(address).sin_port);
+  return socket;
+}
+
+// One connection as a daemon sees it. Nothing waits longer than ten seconds.
+class ServedConnection {
+ public:
+  ServedConnection(base::Descriptor socket, const crypto::TlsContext &context)
+      : deadline_(std::chrono::steady_clock::now() + std::chrono::seconds(10)),
+        socket_(std::move(socket)),
+        channel_(context, crypto::TlsChannel::Role::server, socket_.get()),
+        buffer_(crypto::kTlsRecordBytes + 8) {}
+
+  [[nodiscard]] bool handshake() {
+    Result result = channel_.handshake();
+    while (wait(result)) {
+      result = channel_.handshake();
+    }
+    return result == Result::done;
+  }
+
+  // The next message; nothing at the end of the stream or when none comes in time.
+  [[nodiscard]] std::optional<QuillMessage> receive() {
+    while (true) {
+      ByteView chunk;
+      const Result result = channel_.readChunk(buffer_, chunk);
+      if (result != Result::done && !wait(result)) {
+        return std::nullopt;
+      }
+      received_ += chunk.size();
+      const auto collected = protocol::collectChunk(frame_, chunk);
+      if (collected.outcome == protocol::ChunkOutcome::frame) {
+        return QuillMessage::initWithJSONData(collected.payload);
+      }
+    }
+  }
+
+  // Sends bytes as they are, in records as a unit is cut, or a message as a frame.
+  void sendUnit(ByteView unit) {
+    while (!unit.empty()) {
+      unit = unit.subspan(channel_.encryptRecord(unit));
+    }
+    while (wait(channel_.flush())) {
+    }
+  }
+  void send(const QuillMessage &message) { sendUnit(protocol::frameOf(message)); }
+
+  // How much plaintext has come in all.
+  [[nodiscard]] std::size_t received() const { return received_; }
+
+ private:
+  using Result = crypto::TlsChannel::Result;
+
+  [[nodiscard]] bool wait(Result result) const {
+    return (result == Result::wantsRead && base::waitToRead(socket_.get(), deadline_)) ||
+           (result == Result::wantsWrite && base::waitToWrite(socket_.get(), deadline_));
+  }
+
+  std::chrono::steady_clock::time_point deadline_;
+  base::Descriptor socket_;
+  crypto::TlsChannel channel_;
+  CleansedBytes buffer_;
+  CleansedBytes frame_;
+  std::size_t received_ = 0;
+};
+
+// A TLS server on a free loopback port, with a fresh identity, that serves one connection in a
+// thread of its own; the handshake is left to `serve`.
+class TlsServer {
+ public:
+  explicit TlsServer(std::function<void(ServedConnection &)> serve)
+      : identity_(makeIdentity("test server")), listener_(boundToLoopback(port_)) {
+    if (::listen(listener_.get(), 1) != 0) {
+      throw std::runtime_error("no loopback listener");
+    }
+    thread_ = std::thread([this, serve = std::move(serve)] {
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+      if (base::waitToRead(listener_.get(), deadline)) {
+        base::Descriptor socket(
+            ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        ServedConnection connection(std::move(socket),
+                                    crypto::TlsContext::server(identity_).value());
+        serve(connection);
+      }
+    });
+  }
+  ~TlsServer() { join(); }
+  TlsServer(const TlsServer &) = delete;
+  TlsServer &operator=(const TlsServer &) = delete;
+
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+  [[nodiscard]] const crypto::Certificate &certificate() const { return identity_.certificate; }
+  void join() {
+    if (thread_.joinable()) {
+      thread_.join();
+    }
+  }
+
+ private:
+  crypto::Identity identity_;
+  std::uint16_t port_ = 0;
+  base::Descriptor listener_;
+  std::thread thread_;
+};
+
+}  // namespace fakes

@@ -1,0 +1,45 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include "remote/AuthenticationKey.hpp"
+
+#include "fakes/TemporaryFolder.hpp"
+#include "remote/KeyRing.hpp"
+#include "support/HexString.hpp"
+
+namespace remote {
+namespace {
+
+unsigned modeOf(const std::string &path) {
+  struct stat status{};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
+}
+
+std::string hashOf(const std::string &home) {
+  Error error;
+  const auto identity = authenticationKey(home, &error);
+  EXPECT_TRUE(identity) << error.description;
+  return identity ? support::hexString(publicKeyHashOf(identity->key.publicKey()).value()) : "";
+}
+
+TEST(AuthenticationKey, IsMadeOnceAndIsPrivate) {
+  const fakes::TemporaryFolder folder;
+  const std::string home = folder / "new/kfy-remote";
+  const std::string hash = hashOf(home);
+  EXPECT_EQ(modeOf(home), 0700U);
+  EXPECT_EQ(modeOf(authenticationKeyPath(home)), 0600U);
+  EXPECT_EQ(hashOf(home), hash);
+  EXPECT_NE(hashOf(home + "-other"), hash);
+}
+
+TEST(AuthenticationKey, IsNotUsedWhenOthersMayKnowIt) {
+  const fakes::TemporaryFolder folder;
+  const std::string &home = folder.path();
+  ASSERT_NE(hashOf(home), "");
+  ASSERT_EQ(::chmod(authenticationKeyPath(home).c_str(), 0640), 0);
+  Error error;
+  EXPECT_FALSE(authenticationKey(home, &error));
+  EXPECT_NE(error.description.find("chmod 600"), std::string::npos) << error.description;
+}
+
+}  // namespace
+}  // namespace remote

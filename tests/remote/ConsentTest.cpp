@@ -1,0 +1,114 @@
+#include "remote/Consent.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+namespace remote {
+namespace {
+
+// A terminal of the test's own, with the person's side of it.
+class ConsentAtATerminal : public testing::Test {
+ protected:
+  ConsentAtATerminal() {
+    EXPECT_EQ(::grantpt(person_.get()) | ::unlockpt(person_.get()), 0);
+    terminal_.emplace(base::Descriptor(
+        ::open(::ptsname(person_.get()), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)));
+  }
+
+  void type(const std::string &line) {
+    ASSERT_EQ(::write(person_.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    ASSERT_TRUE(base::waitToRead(terminal_->descriptor(),
+                                 std::chrono::steady_clock::now() + std::chrono::seconds(10)));
+  }
+
+  // What the terminal shows up to and with `end`; the system hands it over in pieces.
+  std::string shownUpTo(const std::string &end) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string text;
+    char character = '\0';
+    while (!text.ends_with(end) && base::waitToRead(person_.get(), deadline) &&
+           ::read(person_.get(), &character, 1) == 1) {
+      text.push_back(character);
+    }
+    return text;
+  }
+
+  base::Descriptor person_{::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)};
+  std::optional<Terminal> terminal_;
+};
+
+TEST_F(ConsentAtATerminal, TakesNothingButAYesForAYes) {
+  struct Case {
+    const char *line;
+    bool inFull;
+    bool isYes;
+  };
+  for (const Case &row :
+       {Case{"y\n", false, true}, Case{"Yes\n", false, true}, Case{"\n", false, false},
+        Case{"n\n", false, false}, Case{"yy\n", false, false}, Case{"\x04", false, false},
+        Case{"y\n", true, false}, Case{"yes\n", true, true}}) {
+    Consent consent(*terminal_);
+    std::optional<bool> answer;
+    consent.ask(this, "Allow it?", row.inFull, [&](bool isYes) { answer = isYes; });
+    type(row.line);
+    consent.readAnswer();
+    EXPECT_EQ(answer, row.isYes) << row.line;
+    EXPECT_LT(consent.descriptor(), 0);
+  }
+}
+
+TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
+  Consent consent(*terminal_);
+  std::vector<std::string> allowed;
+  const auto ask = [&](const int &asker, const std::string &name) {
+    consent.ask(&asker, name, /*inFull=*/false, [&allowed, name](bool isYes) {
+      allowed.push_back(name + (isYes ? " yes" : " no"));
+    });
+  };
+  const int first = 1;
+  const int second = 2;
+  ask(first, "one");
+  ask(first, "two");
+  ask(second, "three");
+  EXPECT_EQ(shownUpTo("] "), "one [y/N] ");
+  type("y\n");
+  consent.readAnswer();
+  EXPECT_EQ(shownUpTo("] "), "y\r\ntwo [y/N] ");
+  EXPECT_EQ(consent.waiting(&first), 1U);
+  consent.withdraw(&first);
+  type("n\n");
+  consent.readAnswer();
+  EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "three no"}));
+}
+
+TEST_F(ConsentAtATerminal, ReadsASecretThatTheTerminalDoesNotShow) {
+  const base::Descriptor stop(::eventfd(0, EFD_CLOEXEC));
+  std::optional<SecretText> secret;
+  std::thread asking([&] { secret = terminal_->askSecret("Password: ", stop.get()); });
+  // the question comes after the echo was switched off
+  EXPECT_TRUE(
+      base::waitToRead(person_.get(), std::chrono::steady_clock::now() + std::chrono::seconds(10)));
+  type("open sesame\n");
+  asking.join();
+  ASSERT_TRUE(secret);
+  EXPECT_EQ(secret->reveal(), "open sesame");
+  const std::string text = shownUpTo("\n");
+  EXPECT_EQ(text.find("sesame"), std::string::npos) << text;
+
+  ASSERT_EQ(::eventfd_write(stop.get(), 1), 0);
+  EXPECT_FALSE(terminal_->askSecret("Password: ", stop.get()));
+}
+
+TEST(Consent, CannotAskWithoutATerminal) {
+  Terminal none{base::Descriptor()};
+  EXPECT_FALSE(Consent(none).canAsk());
+}
+
+}  // namespace
+}  // namespace remote

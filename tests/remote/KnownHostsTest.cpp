@@ -1,0 +1,65 @@
+#include "remote/KnownHosts.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "fakes/TemporaryFolder.hpp"
+
+namespace remote {
+namespace {
+
+TEST(Fingerprint, IsReadInEveryFormThatPeopleCopy) {
+  const Fingerprint expected(32, 0xAB);
+  EXPECT_EQ(fingerprintFrom(textOf(expected)), expected);
+  std::string spaced = " ";
+  for (int count = 0; count < 16; ++count) {
+    spaced += "abAB ";
+  }
+  EXPECT_EQ(fingerprintFrom(spaced + "\n"), expected);
+  EXPECT_FALSE(fingerprintFrom(spaced + "ab"));
+  EXPECT_FALSE(fingerprintFrom(textOf(Fingerprint(20, 1))));
+  EXPECT_FALSE(fingerprintFrom(std::string(64, 'g')));
+}
+
+TEST(KnownHosts, KeepsAFingerprintForEachHostAndPort) {
+  const fakes::TemporaryFolder folder;
+  const std::string path = folder / "known_hosts";
+  const KnownHosts hosts(path);
+  const Address mac{"mac.example", 4116};
+  const Address other{"mac.example", 4000};
+  EXPECT_FALSE(hosts.find(mac));
+  ASSERT_TRUE(hosts.add(mac, Fingerprint(32, 1)));
+  ASSERT_TRUE(hosts.add(other, Fingerprint(32, 2)));
+  ASSERT_TRUE(hosts.add(mac, Fingerprint(32, 3)));
+  EXPECT_EQ(hosts.find(mac), Fingerprint(32, 1)) << "a later line must not replace the first";
+  EXPECT_EQ(KnownHosts(path).find(other), Fingerprint(32, 2));
+  EXPECT_FALSE(hosts.find({"mac.example.org", 4116}));
+}
+
+TEST(KnownHosts, ShowsACommandThatRemovesExactlyOneHost) {
+  const fakes::TemporaryFolder folder;
+  const KnownHosts hosts(folder / "known_hosts");
+  const Address mac{"mac.example", 4116};
+  const Address similar{"macxexample", 4116};
+  const Address six{"::1", 4116};
+  for (const Address &address : {mac, similar, six}) {
+    ASSERT_TRUE(hosts.add(address, Fingerprint(32, 1)));
+  }
+  ASSERT_EQ(std::system(hosts.removalCommand(mac).c_str()), 0);
+  EXPECT_FALSE(hosts.find(mac));
+  EXPECT_TRUE(hosts.find(similar));
+  ASSERT_EQ(std::system(hosts.removalCommand(six).c_str()), 0);
+  EXPECT_FALSE(hosts.find(six));
+  EXPECT_TRUE(hosts.find(similar));
+}
+
+TEST(KnownHosts, TellsAnUnreadableFileFromAnUnknownHost) {
+  const fakes::TemporaryFolder folder;
+  Error error;
+  EXPECT_FALSE(KnownHosts(folder.path()).find({"mac", 4116}, &error));
+  EXPECT_NE(error.description, "") << "a folder was read as an empty list";
+}
+
+}  // namespace
+}  // namespace remote
