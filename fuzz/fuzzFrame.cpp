@@ -1,0 +1,46 @@
+// Chunks of a connection, against a second and simpler model of the framing. The input is a row of
+// chunks, each behind one byte that is its length.
+
+#include <cstdlib>
+#include <string>
+
+#include "protocol/Frame.hpp"
+
+namespace {
+
+// What a buffer ends with after a chunk, in the plainest words.
+std::optional<std::string> modelOf(std::string &buffer, const std::string &chunk) {
+  if (chunk.size() < 9) {
+    return std::nullopt;
+  }
+  if (chunk.rfind("[DATA]", 0) == 0) {
+    buffer = chunk;
+  } else {
+    buffer += chunk;
+  }
+  if (buffer.size() < 15 || buffer.compare(buffer.size() - 9, 9, "[ENDDATA]") != 0) {
+    return std::nullopt;
+  }
+  return buffer.substr(6, buffer.size() - 15);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  ByteView rest(data, size);
+  CleansedBytes buffer;
+  std::string model;
+  while (!rest.empty()) {
+    const std::size_t length = std::min<std::size_t>(rest[0], rest.size() - 1);
+    const ByteView chunk = rest.subspan(1, length);
+    rest = rest.subspan(1 + length);
+    const auto collected = protocol::collectChunk(buffer, chunk);
+    const auto expected = modelOf(model, std::string(base::textOf(chunk)));
+    const bool isFrame = collected.outcome == protocol::ChunkOutcome::frame;
+    if (isFrame != expected.has_value() ||
+        (isFrame && base::textOf(collected.payload) != *expected)) {
+      std::abort();
+    }
+  }
+  return 0;
+}

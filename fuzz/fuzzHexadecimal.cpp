@@ -1,0 +1,23 @@
+// Hexadecimal text that is read is, but for its prefix and case, the text that is written for its
+// bytes.
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "support/HexString.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  const std::string text(base::textOf({data, size}));
+  const auto bytes = support::dataWithHexString(text);
+  if (!bytes) {
+    return 0;
+  }
+  const std::string written = support::hexString(*bytes);
+  if (text.size() < written.size() ||
+      strcasecmp(text.c_str() + (text.size() - written.size()), written.c_str()) != 0) {
+    std::abort();
+  }
+  return 0;
+}
