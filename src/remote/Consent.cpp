@@ -1,6 +1,8 @@
 #include "remote/Consent.hpp"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 namespace remote {
 
@@ -13,10 +15,16 @@ void Consent::ask(const void *asker, std::string question, bool inFull, Answer a
 
 void Consent::withdraw(const void *asker) {
   const bool isShown = !questions_.empty() && questions_.front().asker == asker;
+  std::vector<Question> withdrawn;
+  std::ranges::copy_if(questions_, std::back_inserter(withdrawn),
+                       [&](const Question &question) { return question.asker == asker; });
   std::erase_if(questions_, [&](const Question &question) { return question.asker == asker; });
   if (isShown) {
     terminal_.show("\n(no answer is needed any more)\n");
     showFirst();
+  }
+  for (const Question &question : withdrawn) {
+    question.answer(Reply::withdrawn);
   }
 }
 
@@ -37,7 +45,8 @@ void Consent::readAnswer() {
   const Question question = std::move(questions_.front());
   questions_.pop_front();
   showFirst();
-  question.answer(line == "yes" || (line == "y" && !question.inFull));
+  const bool isYes = line == "yes" || (line == "y" && !question.inFull);
+  question.answer(isYes ? Reply::yes : Reply::no);
 }
 
 void Consent::showFirst() {

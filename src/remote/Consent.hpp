@@ -11,7 +11,8 @@ namespace remote {
 // Asks the person at the terminal, one question after the other. Used from the loop's thread.
 class Consent {
  public:
-  using Answer = std::function<void(bool isYes)>;
+  enum class Reply { yes, no, withdrawn };
+  using Answer = std::function<void(Reply reply)>;
 
   // `terminal` must live as long as this.
   explicit Consent(Terminal &terminal) : terminal_(terminal) {}
@@ -23,7 +24,7 @@ class Consent {
   // `asker` is whom withdraw() names. The answer comes from readAnswer().
   void ask(const void *asker, std::string question, bool inFull, Answer answer);
 
-  // Drops the questions of one asker, unanswered.
+  // Takes the questions of one asker back: each is answered with withdrawn, at once.
   void withdraw(const void *asker);
 
   // How many questions of one asker wait.

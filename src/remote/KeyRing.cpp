@@ -89,6 +89,7 @@ const CardKey *KeyRing::find(ByteView certificateSHA1) const {
 
 std::shared_ptr<const protocol::CardList> KeyRing::cardList() const {
   std::vector<protocol::CardElement> elements;
+  elements.reserve(keys_.size());
   for (const CardKey &key : keys_) {
     elements.emplace_back(infoOf(key));
   }

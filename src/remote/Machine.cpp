@@ -131,12 +131,12 @@ void Machine::askForTrust(const Fingerprint &shown) {
       this,
       address_.name() + " is not known yet. Its certificate has the fingerprint\n  " +
           textOf(shown) + "\nwhich \"kfyctl identity show\" has to show on that machine. Trust it?",
-      /*inFull=*/true, [weak = weak_from_this(), attempt = attempt_, shown](bool isTrusted) {
+      /*inFull=*/true, [weak = weak_from_this(), attempt = attempt_, shown](Consent::Reply reply) {
         const auto self = weak.lock();
-        if (!self || self->attempt_ != attempt) {
+        if (!self || self->attempt_ != attempt || reply == Consent::Reply::withdrawn) {
           return;
         }
-        if (!isTrusted) {
+        if (reply == Consent::Reply::no) {
           complain("the server at " + self->address_.name() + " is not trusted");
           return self->giveUp();
         }
@@ -272,21 +272,21 @@ void Machine::allow(const Use &use, const std::string &description) {
                         : "there is no terminal to ask for consent (--no-confirm allows all)");
     return refuse(use.command, use.messageID);
   }
-  services_.consent.ask(this,
-                        address_.name() + " wants to " + verbOf(use.command) + " " + description +
-                            " with the key \"" + use.key->label + "\". Allow it?",
-                        /*inFull=*/false,
-                        [weak = weak_from_this(), attempt = attempt_, use](bool isAllowed) {
-                          const auto self = weak.lock();
-                          if (!self || self->attempt_ != attempt) {
-                            return;
-                          }
-                          if (isAllowed) {
-                            return self->perform(use);
-                          }
-                          self->sayRefused(use, "you said no");
-                          self->refuse(use.command, use.messageID);
-                        });
+  services_.consent.ask(
+      this,
+      address_.name() + " wants to " + verbOf(use.command) + " " + description +
+          " with the key \"" + use.key->label + "\". Allow it?",
+      /*inFull=*/false, [weak = weak_from_this(), attempt = attempt_, use](Consent::Reply reply) {
+        const auto self = weak.lock();
+        if (!self || self->attempt_ != attempt) {
+          return;
+        }
+        if (reply == Consent::Reply::yes) {
+          return self->perform(use);
+        }
+        self->sayRefused(use, reply == Consent::Reply::no ? "you said no" : "this program ends");
+        self->refuse(use.command, use.messageID);
+      });
 }
 
 void Machine::perform(const Use &use) {
@@ -389,6 +389,7 @@ void Machine::closeConnection() {
 }
 
 void Machine::leave() {
+  // whoever waits for an answer gets a refusal while there is still a way
   services_.consent.withdraw(this);
   if (phase_ == Phase::serving || phase_ == Phase::inserting) {
     expectReply(Phase::leaving, QuillMessage::initCommandMessageRemoveSmartCard());

@@ -65,9 +65,10 @@ std::optional<crypto::HashAlgorithm> digestOfPSSBlock(ByteView block, int modulu
     return std::nullopt;
   }
   const auto unusedBits = static_cast<unsigned>(8 * length - messageBits);
-  const auto found = std::ranges::find_if(kHashAlgorithms, [&](crypto::HashAlgorithm algorithm) {
-    return isPSS(block.last(length), unusedBits, algorithm);
-  });
+  const auto *const found =
+      std::ranges::find_if(kHashAlgorithms, [&](crypto::HashAlgorithm algorithm) {
+        return isPSS(block.last(length), unusedBits, algorithm);
+      });
   return found == kHashAlgorithms.end() ? std::nullopt : std::optional(*found);
 }
 

@@ -65,7 +65,7 @@ PasswordSource passwordSource(const std::optional<SecretText> &given, Terminal &
   return [&given, &terminal, stopDescriptor](const std::string &file, int attempt, Error *error) {
     if (given) {
       if (attempt == 0) {
-        return std::optional(*given);
+        return given;
       }
       base::report(error, "password", 0, "the given password does not fit");
       return std::optional<SecretText>();

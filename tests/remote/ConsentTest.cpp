@@ -5,6 +5,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <thread>
 #include <vector>
@@ -23,8 +24,13 @@ class ConsentAtATerminal : public testing::Test {
 
   void type(const std::string &line) {
     ASSERT_EQ(::write(person_.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
-    ASSERT_TRUE(base::waitToRead(terminal_->descriptor(),
+  }
+
+  void answer(Consent &consent, const std::string &line) {
+    type(line);
+    ASSERT_TRUE(base::waitToRead(consent.descriptor(),
                                  std::chrono::steady_clock::now() + std::chrono::seconds(10)));
+    consent.readAnswer();
   }
 
   // What the terminal shows up to and with `end`; the system hands it over in pieces.
@@ -54,11 +60,11 @@ TEST_F(ConsentAtATerminal, TakesNothingButAYesForAYes) {
         Case{"n\n", false, false}, Case{"yy\n", false, false}, Case{"\x04", false, false},
         Case{"y\n", true, false}, Case{"yes\n", true, true}}) {
     Consent consent(*terminal_);
-    std::optional<bool> answer;
-    consent.ask(this, "Allow it?", row.inFull, [&](bool isYes) { answer = isYes; });
-    type(row.line);
-    consent.readAnswer();
-    EXPECT_EQ(answer, row.isYes) << row.line;
+    std::optional<bool> given;
+    consent.ask(this, "Allow it?", row.inFull,
+                [&](Consent::Reply reply) { given = reply == Consent::Reply::yes; });
+    answer(consent, row.line);
+    EXPECT_EQ(given, row.isYes) << row.line;
     EXPECT_LT(consent.descriptor(), 0);
   }
 }
@@ -67,8 +73,9 @@ TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
   Consent consent(*terminal_);
   std::vector<std::string> allowed;
   const auto ask = [&](const int &asker, const std::string &name) {
-    consent.ask(&asker, name, /*inFull=*/false, [&allowed, name](bool isYes) {
-      allowed.push_back(name + (isYes ? " yes" : " no"));
+    consent.ask(&asker, name, /*inFull=*/false, [&allowed, name](Consent::Reply reply) {
+      constexpr std::array kReplies{" yes", " no", " withdrawn"};
+      allowed.push_back(name + kReplies.at(static_cast<std::size_t>(reply)));
     });
   };
   const int first = 1;
@@ -77,14 +84,12 @@ TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
   ask(first, "two");
   ask(second, "three");
   EXPECT_EQ(shownUpTo("] "), "one [y/N] ");
-  type("y\n");
-  consent.readAnswer();
+  answer(consent, "y\n");
   EXPECT_EQ(shownUpTo("] "), "y\r\ntwo [y/N] ");
   EXPECT_EQ(consent.waiting(&first), 1U);
   consent.withdraw(&first);
-  type("n\n");
-  consent.readAnswer();
-  EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "three no"}));
+  answer(consent, "n\n");
+  EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "two withdrawn", "three no"}));
 }
 
 TEST_F(ConsentAtATerminal, ReadsASecretThatTheTerminalDoesNotShow) {
