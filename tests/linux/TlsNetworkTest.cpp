@@ -1,0 +1,223 @@
+#include "linux/network/TlsNetwork.hpp"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <optional>
+#include <thread>
+
+#include "base/Descriptor.hpp"
+#include "crypto/TlsChannel.hpp"
+
+namespace platform_linux {
+namespace {
+
+using namespace std::chrono_literals;
+using crypto::TlsChannel;
+using platform::ConnectionState;
+using testing::ElementsAre;
+
+std::shared_ptr<const crypto::Identity> serverIdentity() {
+  const auto key = crypto::PrivateKey::generateP256();
+  return std::make_shared<const crypto::Identity>(crypto::Identity{
+      *crypto::Certificate::selfSigned(*key, "server", /*days=*/1, /*serverName=*/true), *key});
+}
+
+// A listener on a port of its own, and what it and its last connection have reported.
+class Network : public testing::Test {
+ public:
+  Network() {
+    parameters.host = "127.0.0.1";
+    parameters.port = "0";
+    parameters.identity = serverIdentity();
+    parameters.handshakeTime = 10s;
+    listen();
+  }
+
+  void listen() {
+    listener = network.createListener(parameters);
+    listener->setStateHandler(
+        [this](platform::ListenerState, int error) { listenerError = error; });
+    listener->setFailedHandshakeHandler(
+        [this](const platform::Endpoint &, int error) { failedHandshake = error; });
+    listener->setConnectionHandler([this](std::shared_ptr<platform::Connection> made) {
+      connection = std::move(made);
+      connection->setStateHandler(
+          [this](ConnectionState state, int error) { states.emplace_back(state, error); });
+      connection->start();
+      receiveNext();
+    });
+    listener->start();
+    runUntil([this] { return listenerError.has_value(); });
+  }
+
+  void receiveNext() {
+    connection->receive([this](const platform::Chunk &chunk) {
+      received += base::textOf(chunk.content);
+      if (chunk.isFinal) {
+        finalError = chunk.errorNumber;
+        statesAtEnd = states.size();
+      } else {
+        receiveNext();
+      }
+    });
+  }
+
+  // Runs the queue until the condition holds, ten seconds at most.
+  template <typename Condition>
+  void runUntil(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!condition() && std::chrono::steady_clock::now() < deadline) {
+      queue.context().run_one_for(1ms);
+    }
+    EXPECT_TRUE(condition());
+  }
+
+  base::Descriptor dial() const {
+    base::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(listener->port());
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(socket.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    fcntl(socket.get(), F_SETFL, O_NONBLOCK);
+    return socket;
+  }
+
+  // Connects and lets both sides shake hands.
+  void establish() {
+    client = dial();
+    channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
+    runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
+  }
+
+  // All that the client gets until its stream ends.
+  std::string readToEnd() {
+    std::string text;
+    CleansedBytes buffer(crypto::kTlsRecordBytes + 8);
+    runUntil([&] {
+      ByteView chunk;
+      const auto result = channel->readChunk(buffer, chunk);
+      text += result == TlsChannel::Result::done ? base::textOf(chunk) : "";
+      return result == TlsChannel::Result::ended || result == TlsChannel::Result::failed;
+    });
+    return text;
+  }
+
+  void sendFromClient(std::string_view text) {
+    EXPECT_EQ(channel->encryptRecord(base::viewOf(text)), text.size());
+    EXPECT_EQ(channel->flush(), TlsChannel::Result::done);
+  }
+
+  CleansedBytes bytes(std::size_t size) const { return CleansedBytes(size, 'x'); }
+
+  AsioMainQueue queue;
+  TlsNetwork network{queue};
+  platform::ListenerParameters parameters;
+  std::unique_ptr<platform::Listener> listener;
+  std::shared_ptr<platform::Connection> connection;
+  std::optional<int> listenerError;
+  std::optional<int> failedHandshake;
+  std::optional<int> finalError;
+  std::size_t statesAtEnd = 0;
+  std::vector<std::pair<ConnectionState, int>> states;
+  std::string received;
+  base::Descriptor client;
+  std::optional<TlsChannel> channel;
+};
+
+TEST_F(Network, GivesUpAHandshakeThatTakesTooLong) {
+  parameters.handshakeTime = 30ms;
+  listenerError.reset();
+  listen();
+  client = dial();
+  runUntil([this] { return failedHandshake.has_value(); });
+  EXPECT_EQ(failedHandshake, ETIMEDOUT);
+  EXPECT_EQ(connection, nullptr);
+  char byte = 0;
+  EXPECT_EQ(recv(client.get(), &byte, 1, MSG_DONTWAIT), 0);
+}
+
+TEST_F(Network, HandshakeThatWaitedForABlockedQueueIsStillTaken) {
+  parameters.handshakeTime = 30ms;
+  listenerError.reset();
+  listen();
+  client = dial();
+  channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
+  EXPECT_EQ(channel->handshake(), TlsChannel::Result::wantsRead);
+  queue.context().run_one_for(1s);  // the socket is accepted, its time runs
+  queue.post([] { std::this_thread::sleep_for(700ms); });
+  runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
+  EXPECT_FALSE(failedHandshake);
+}
+
+TEST_F(Network, PortInUseIsReportedAndFailsForGood) {
+  const auto first = std::move(listener);
+  parameters.port = std::to_string(first->port());
+  listenerError.reset();
+  listen();
+  EXPECT_EQ(listenerError, EADDRINUSE);
+}
+
+TEST_F(Network, ResetReportsFailedAndThenEndsTheStream) {
+  establish();
+  sendFromClient("hello there");
+  const linger hard{1, 0};
+  setsockopt(client.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
+  client.close();
+  runUntil([this] { return finalError.has_value(); });
+  EXPECT_EQ(finalError, ECONNRESET);
+  EXPECT_THAT(states, ElementsAre(std::pair(ConnectionState::ready, 0),
+                                  std::pair(ConnectionState::failed, ECONNRESET)));
+  EXPECT_EQ(statesAtEnd, 2U) << "failed comes first";
+}
+
+TEST_F(Network, CancelDeliversWhatWasSentAndTellsOnALaterEvent) {
+  establish();
+  runUntil([this] { return !states.empty(); });
+  std::vector<int> completions;
+  constexpr std::size_t kSize = 3000000;  // more than the sockets take at once
+  for (int count = 0; count < 2; ++count) {
+    connection->send(bytes(kSize), [&](int error) { completions.push_back(error); });
+  }
+  connection->cancel();
+  connection.reset();
+  EXPECT_EQ(states.size(), 1U);
+  sendFromClient("ignored from now on");
+  EXPECT_EQ(readToEnd().size(), 2 * kSize);
+  EXPECT_THAT(completions, ElementsAre(0, 0));
+  EXPECT_THAT(states, ElementsAre(std::pair(ConnectionState::ready, 0),
+                                  std::pair(ConnectionState::cancelled, 0)));
+  EXPECT_EQ(received, "");
+  EXPECT_FALSE(finalError);
+}
+
+TEST_F(Network, DroppedConnectionSendsTheRestAndSaysNothing) {
+  establish();
+  connection->send(bytes(100000), [](int) {});
+  states.clear();
+  connection.reset();
+  EXPECT_EQ(readToEnd().size(), 100000U);
+  EXPECT_EQ(states.size(), 0U);
+}
+
+TEST_F(Network, PeerThatDoesNotReadStopsNobodyAndCompletesEverySendOnce) {
+  establish();
+  int completions = 0;
+  for (int count = 0; count < 100; ++count) {
+    connection->send(bytes(1000000), [&](int) { ++completions; });
+  }
+  sendFromClient("still heard");
+  runUntil([&] { return received == "still heard" && completions > 0; });
+  EXPECT_LT(completions, 100);
+  client.close();
+  runUntil([this] { return finalError.has_value(); });
+  EXPECT_EQ(completions, 100) << "each exactly once, whether it left or not";
+}
+
+}  // namespace
+}  // namespace platform_linux

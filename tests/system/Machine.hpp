@@ -1,0 +1,97 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "client/Connection.hpp"
+#include "crypto/Identity.hpp"
+#include "system/Process.hpp"
+
+namespace system_tests {
+
+// What a program has done.
+struct Outcome {
+  int status;
+  std::string output;
+};
+
+// A machine with an empty root and a network of its own, on which the real programs run.
+class Machine : public testing::Test {
+ public:
+  Machine();
+  ~Machine() override;
+
+  // A path of the system, where it lies on this machine.
+  [[nodiscard]] static std::string at(const std::string &path);
+  static void write(const std::string &path, const std::string &content, unsigned mode = 0644);
+  [[nodiscard]] static std::string read(const std::string &path);
+  [[nodiscard]] static bool isMarkerThere();
+  [[nodiscard]] bool isMarkerGone() const;
+
+  // Runs a program to its end.
+  Outcome run(const std::string &program, const std::vector<std::string> &arguments);
+  // Runs a program that has to succeed and returns what it printed.
+  std::string succeed(const std::string &program, const std::vector<std::string> &arguments);
+  // Starts a program.
+  std::unique_ptr<Process> start(const std::string &program,
+                                 const std::vector<std::string> &arguments);
+
+  // Gives the daemon a TLS identity.
+  void makeServerIdentity();
+  // Pairs this key's hash with a user.
+  void pair(const std::string &hash);
+  void pair(const crypto::PrivateKey &key);
+  // Puts a script in the listing tool's place.
+  void replaceListingTool(const std::string &script);
+  // Starts the daemon and waits until it listens.
+  void startDaemon();
+  // What of the unified log, from its beginning, holds the text.
+  [[nodiscard]] bool hasLogged(const std::string &text) const;
+
+  std::unique_ptr<Process> daemon;
+
+ private:
+  int started_ = 0;
+};
+
+// A key with its certificate, made by this test. The RSA ones are made once.
+[[nodiscard]] crypto::Identity makeIdentity(const crypto::PrivateKey &key, const std::string &name);
+[[nodiscard]] const crypto::Identity &rsaIdentity();
+[[nodiscard]] const crypto::Identity &otherRSAIdentity();
+[[nodiscard]] const crypto::Identity &ecIdentity();
+
+// The SHA-1 hash of a key's public half, and the same as text.
+[[nodiscard]] Bytes publicKeyHash(const crypto::PrivateKey &key);
+// Writes an identity as PEM and returns the path.
+std::string writeIdentity(const crypto::Identity &identity, const std::string &path);
+
+// A connection to the daemon as a test uses it: asked for and answered in the test's own thread.
+class Peer {
+ public:
+  // Connects; fails the test if that is not possible.
+  static Peer remote();
+  static Peer local();
+
+  QuillMessage ask(const QuillMessage &request);
+  void send(const QuillMessage &message);
+  QuillMessage receive();
+  // Waits until the daemon has ended the connection.
+  [[nodiscard]] bool isEnded();
+
+  // `connect` and `authenticate` with this key; the last reply's status.
+  bool authenticate(const crypto::Identity &as);
+  QuillMessage connect(const crypto::PrivateKey &key);
+  bool insert(const std::vector<const crypto::Identity *> &identities);
+
+  std::unique_ptr<client::Connection> connection;
+};
+
+// Takes one relayed request and answers it by signing with the key.
+void signOnce(Peer &holder, const crypto::Identity &identity);
+
+}  // namespace system_tests

@@ -1,0 +1,144 @@
+// A key elsewhere signs and decrypts: kfyd, kfy-remote, kfyctl and sc_auth as people run them.
+
+#include <openssl/evp.h>
+
+#include <csignal>
+
+#include "support/HexString.hpp"
+#include "system/Machine.hpp"
+
+namespace system_tests {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+std::string hashOf(const crypto::Identity &identity) {
+  return support::hexString(identity.certificate.sha1());
+}
+
+// The first text under a key of a JSON text.
+std::string textUnder(const std::string &json, const std::string &key) {
+  const std::size_t at = json.find("\"" + key + "\":\"") + key.size() + 4;
+  return json.substr(at, json.find('"', at) - at);
+}
+
+class WholeLoop : public Machine {
+ public:
+  WholeLoop() {
+    makeServerIdentity();
+    rsaFile_ = writeIdentity(rsaIdentity(), "/other-device/rsa.pem");
+    ecFile_ = writeIdentity(ecIdentity(), "/other-device/ec.pem");
+    pair(textUnder(succeed("kfy-remote", {"keys", "--json", "--home", at("/other-device/home")}),
+                   "publicKeyHash"));
+    fingerprint_ = textUnder(succeed("kfyctl", {"identity", "show", "--json"}), "sha256");
+    write("/letter", "a real file\n");
+    startDaemon();
+  }
+
+  std::vector<std::string> remoteArguments() const {
+    return {"connect", "127.0.0.1", "--home", at("/other-device/home"),
+            "--key",   rsaFile_,    "--key",  ecFile_};
+  }
+  std::unique_ptr<Process> startRemote(const std::vector<std::string> &more) {
+    std::vector<std::string> arguments = remoteArguments();
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return start("kfy-remote", arguments);
+  }
+  std::unique_ptr<Process> startConfirmingRemote() {
+    auto remote = startRemote({"--fingerprint", fingerprint_, "--no-confirm"});
+    EXPECT_TRUE(remote->hasSaid("card inserted: 2 keys")) << remote->output();
+    return remote;
+  }
+
+  std::string rsaFile_;
+  std::string ecFile_;
+  std::string fingerprint_;
+};
+
+TEST_F(WholeLoop, SignsAndDecryptsWithKeysThatStayAway) {
+  const auto remote = startConfirmingRemote();
+  EXPECT_TRUE(isMarkerThere());
+  EXPECT_THAT(succeed("kfyctl", {"certificates"}),
+              testing::AllOf(HasSubstr(hashOf(rsaIdentity())), HasSubstr(hashOf(ecIdentity()))));
+  write("/rsa-public.pem", rsaIdentity().certificate.pem());
+  succeed("/usr/bin/openssl",
+          {"x509", "-in", at("/rsa-public.pem"), "-pubkey", "-noout", "-out", at("/rsa.pub")});
+  write("/ec-public.pem", ecIdentity().certificate.pem());
+  succeed("/usr/bin/openssl",
+          {"x509", "-in", at("/ec-public.pem"), "-pubkey", "-noout", "-out", at("/ec.pub")});
+  for (const auto &[identity, publicKey] :
+       {std::pair{&rsaIdentity(), "/rsa.pub"}, {&ecIdentity(), "/ec.pub"}}) {
+    for (const char *digest : {"sha256", "sha512"}) {
+      succeed("kfyctl", {"sign", "--certificate", hashOf(*identity), "--hash", digest, "--in",
+                         at("/letter"), "--out", at("/letter.sig")});
+      EXPECT_THAT(
+          succeed("/usr/bin/openssl", {"dgst", std::string("-") + digest, "-verify", at(publicKey),
+                                       "-signature", at("/letter.sig"), at("/letter")}),
+          HasSubstr("Verified OK"));
+    }
+  }
+  write("/secret", "in the blue tin");
+  for (const auto &[padding, mode] : {std::pair{"oaep", "oaep"}, {"pkcs1", "pkcs1"}}) {
+    succeed("/usr/bin/openssl", {"pkeyutl", "-encrypt", "-pubin", "-inkey", at("/rsa.pub"),
+                                 "-pkeyopt", std::string("rsa_padding_mode:") + mode, "-in",
+                                 at("/secret"), "-out", at("/secret.enc")});
+    succeed("kfyctl", {"decrypt", "--certificate", hashOf(rsaIdentity()), "--padding", padding,
+                       "--in", at("/secret.enc"), "--out", at("/secret.dec")});
+    EXPECT_EQ(read("/secret.dec"), "in the blue tin") << padding;
+  }
+  EXPECT_EQ(remote->end(SIGTERM), 0) << remote->output();
+  EXPECT_FALSE(isMarkerThere()) << "the card is gone before the remote client is";
+}
+
+TEST_F(WholeLoop, TrustsNoServerUnseen) {
+  const auto blind = startRemote({"--no-confirm"});
+  EXPECT_EQ(blind->waitForEnd(), 1) << "no terminal, no fingerprint";
+  EXPECT_THAT(blind->output(), HasSubstr("--fingerprint"));
+  const auto wrong = startRemote({"--no-confirm", "--fingerprint", std::string(64, 'A')});
+  EXPECT_TRUE(wrong->hasSaid("error:")) << wrong->output();
+  wrong->end(SIGKILL);
+  EXPECT_THAT(read("/var/log/unified.log"), Not(HasSubstr("sending message")))
+      << "nothing was sent to a server that is not the pinned one";
+}
+
+TEST_F(WholeLoop, WithNoWayToAskRefusesEveryUse) {
+  const auto remote = startRemote({"--fingerprint", fingerprint_});
+  ASSERT_TRUE(remote->hasSaid("card inserted")) << remote->output();
+  const Outcome refused = run("kfyctl", {"sign", "--certificate", hashOf(rsaIdentity()), "--in",
+                                         at("/letter"), "--out", at("/letter.sig")});
+  EXPECT_EQ(refused.status, 1) << refused.output;
+  EXPECT_EQ(read("/letter.sig"), "");
+}
+
+TEST_F(WholeLoop, ComesBackAfterTheDaemonWasRestarted) {
+  const auto remote = startConfirmingRemote();
+  EXPECT_EQ(daemon->end(SIGKILL), 128 + SIGKILL);
+  ASSERT_TRUE(remote->hasSaid("next attempt in")) << remote->output();
+  startDaemon();
+  ASSERT_TRUE(hasLogged("Command: 2"));
+  EXPECT_TRUE(eventually([&] {
+    const std::string said = remote->output();
+    return said.find("card inserted") != said.rfind("card inserted");
+  })) << remote->output();
+  succeed("kfyctl", {"sign", "--certificate", hashOf(ecIdentity()), "--in", at("/letter"), "--out",
+                     at("/letter.sig")});
+}
+
+TEST_F(WholeLoop, SaysWhatIsWrongAndWhatToDo) {
+  const Outcome noCard = run("kfyctl", {"sign", "--certificate", hashOf(rsaIdentity()), "--in",
+                                        at("/letter"), "--out", at("/letter.sig")});
+  EXPECT_EQ(noCard.status, 1);
+  EXPECT_THAT(noCard.output, HasSubstr("kfyctl: try: "));
+  EXPECT_THAT(succeed("kfyctl", {"status"}), HasSubstr("pairing"));
+  EXPECT_EQ(daemon->end(SIGTERM), 128 + SIGTERM);
+  daemon.reset();
+  EXPECT_EQ(run("kfyctl", {"certificates"}).status, 3) << "the daemon did not answer";
+  EXPECT_EQ(run("kfyctl", {"status", "--json"}).status, 3);
+  EXPECT_EQ(run("kfyctl", {"nonsense"}).status, 2);
+  EXPECT_EQ(
+      run("sc_auth", {"pair", "--user", "nobody-here", "--hash", std::string(40, '0')}).status, 1);
+}
+
+}  // namespace
+}  // namespace system_tests
