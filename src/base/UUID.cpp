@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/HexDigit.hpp"
+
 namespace base {
 namespace {
 
@@ -10,19 +12,6 @@ constexpr std::size_t kTextLength = 36;
 
 bool isHyphenAt(std::size_t index) {
   return index == 8 || index == 13 || index == 18 || index == 23;
-}
-
-int digitValue(char digit) {
-  if (digit >= '0' && digit <= '9') {
-    return digit - '0';
-  }
-  if (digit >= 'a' && digit <= 'f') {
-    return digit - 'a' + 10;
-  }
-  if (digit >= 'A' && digit <= 'F') {
-    return digit - 'A' + 10;
-  }
-  return -1;
 }
 
 }  // namespace
@@ -48,7 +37,7 @@ std::optional<UUID> UUID::fromText(std::string_view text) {
       }
       continue;
     }
-    const int value = digitValue(text[index]);
+    const int value = hexDigitValue(text[index]);
     if (value < 0) {
       return std::nullopt;
     }

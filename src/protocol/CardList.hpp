@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -36,6 +37,9 @@ class CardList {
 // text.
 using CardElement = std::variant<Bytes, support::CertificateInfo>;
 [[nodiscard]] std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements);
+
+// The digest of the DER bytes in a "certificate" text; empty if the text decodes to none.
+[[nodiscard]] Bytes certificateSHA1In(std::string_view text);
 
 // The identities that a list describes, in order; elements without a certificate text are skipped,
 // a missing boolean is false and a missing label empty.

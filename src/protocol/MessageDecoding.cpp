@@ -153,10 +153,7 @@ CardEntry cardEntryOf(const json::value &element) {
       dictionary == nullptr ? nullptr : textUnder(*dictionary, "certificate");
   if (text != nullptr) {
     entry.hasCertificate = true;
-    const Bytes der = support::dataFromBase64String(std::string_view(*text));
-    if (!der.empty()) {
-      entry.certificateSHA1 = support::sha1(der);
-    }
+    entry.certificateSHA1 = certificateSHA1In(std::string_view(*text));
   }
   return entry;
 }
@@ -353,81 +350,7 @@ std::optional<QuillMessage> decode(ByteView data) {
   return message;
 }
 
-bool booleanUnder(const json::object &object, std::string_view key) {
-  const json::value *value = object.if_contains(key);
-  return value != nullptr && truthValue(*value).value_or(false);
-}
-
-// Writes an element of a new list the way it travels.
-class ElementWriter {
- public:
-  explicit ElementWriter(JSONWriter &writer) : writer_(writer) {}
-
-  void operator()(const Bytes &bytes) { writer_.base64(bytes, /*separateLines=*/false); }
-  void operator()(const support::CertificateInfo &info) {
-    writer_.beginObject();
-    writer_.key("certificate");
-    writer_.text(info.certificate);
-    writer_.key("canSign");
-    writer_.boolean(info.canSign);
-    writer_.key("canDecrypt");
-    writer_.boolean(info.canDecrypt);
-    writer_.key("canUnwrap");
-    writer_.boolean(info.canUnwrap);
-    writer_.key("label");
-    writer_.text(info.label);
-    if (info.publicKeyHash) {
-      writer_.key("publicKeyHash");
-      writer_.text(*info.publicKeyHash);
-    }
-    writer_.endObject();
-  }
-
- private:
-  JSONWriter &writer_;
-};
-
 }  // namespace
-
-std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements) {
-  std::vector<CardEntry> entries;
-  entries.reserve(elements.size());
-  for (const CardElement &element : elements) {
-    CleansedBytes text;
-    JSONWriter writer(text);
-    std::visit(ElementWriter{writer}, element);
-    entries.push_back(cardEntryOf(json::parse(base::textOf(text))));
-  }
-  return std::make_shared<const CardList>(std::move(entries));
-}
-
-std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list) {
-  std::vector<support::CertificateInfo> infos;
-  for (const CardEntry &entry : list.entries()) {
-    if (!entry.hasCertificate) {
-      continue;
-    }
-    const json::value value = json::parse(entry.json);
-    const json::object &dictionary = value.get_object();
-    const auto text = [&](std::string_view key) {
-      const json::string *found = textUnder(dictionary, key);
-      return found == nullptr ? std::optional<std::string>()
-                              : std::optional(std::string(std::string_view(*found)));
-    };
-    infos.push_back({text("certificate").value_or(""), booleanUnder(dictionary, "canSign"),
-                     booleanUnder(dictionary, "canDecrypt"), booleanUnder(dictionary, "canUnwrap"),
-                     text("label").value_or(""), text("publicKeyHash")});
-  }
-  return infos;
-}
-
-std::string logText(const CardList &list) {
-  std::string text = "(";
-  for (const CardEntry &entry : list.entries()) {
-    text += (text.size() > 1 ? ", " : "") + entry.json;
-  }
-  return text + ")";
-}
 
 }  // namespace protocol
 

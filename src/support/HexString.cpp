@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 
+#include "base/HexDigit.hpp"
 #include "base/UTF8.hpp"
 #include "crypto/Digest.hpp"
 #include "support/CVNLog.hpp"
@@ -29,19 +30,6 @@ constexpr std::array<std::uint8_t, 256> kDecodingTable = [] {
 }();
 
 constexpr int kNoDigit = -1;
-
-int hexDigitValue(char character) {
-  if (character >= '0' && character <= '9') {
-    return character - '0';
-  }
-  if (character >= 'A' && character <= 'F') {
-    return character - 'A' + 10;
-  }
-  if (character >= 'a' && character <= 'f') {
-    return character - 'a' + 10;
-  }
-  return kNoDigit;
-}
 
 // One group of up to four values, written to `output`; returns how many bytes it gave.
 std::size_t decodeGroup(std::span<const std::uint8_t> values, std::uint8_t *output) {
@@ -108,8 +96,8 @@ std::optional<Bytes> dataWithHexString(std::string_view text) {
   for (std::size_t index = 0; index < text.size(); index += 2) {
     // Up to here all were digits, so bytes and characters count alike. A pair that a longer
     // character begins has its second byte outside the digits as well.
-    const int high = hexDigitValue(text[index]);
-    const int low = index + 1 < text.size() ? hexDigitValue(text[index + 1]) : kNoDigit;
+    const int high = base::hexDigitValue(text[index]);
+    const int low = index + 1 < text.size() ? base::hexDigitValue(text[index + 1]) : kNoDigit;
     if (high == kNoDigit || low == kNoDigit) {
       CVNLog("String should be all hex digits: %@ (bad digit around %ld)", text, index);
       return std::nullopt;

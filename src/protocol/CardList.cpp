@@ -1,0 +1,118 @@
+#include "protocol/CardList.hpp"
+
+#include <boost/json.hpp>
+#include <string_view>
+#include <utility>
+
+#include "base/Secret.hpp"
+#include "protocol/JSONWriter.hpp"
+#include "support/HexString.hpp"
+
+namespace protocol {
+namespace {
+
+namespace json = boost::json;
+
+bool booleanUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  return value != nullptr && value->is_bool() && value->get_bool();
+}
+
+std::optional<std::string> textUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  const json::string *text = value == nullptr ? nullptr : value->if_string();
+  return text == nullptr ? std::nullopt : std::optional(std::string(std::string_view(*text)));
+}
+
+// Makes the entry of an element of a new list.
+struct EntryMaker {
+  CardEntry operator()(const Bytes &bytes) const {
+    return entryOf([&](JSONWriter &writer) { writer.base64(bytes, /*separateLines=*/false); });
+  }
+  CardEntry operator()(const support::CertificateInfo &info) const {
+    CardEntry entry = entryOf([&](JSONWriter &writer) { write(writer, info); });
+    entry.hasCertificate = true;
+    entry.certificateSHA1 = certificateSHA1In(info.certificate);
+    return entry;
+  }
+
+ private:
+  template <typename Write>
+  static CardEntry entryOf(Write write) {
+    CleansedBytes text;
+    JSONWriter writer(text);
+    write(writer);
+    CardEntry entry;
+    entry.json = base::textOf(text);
+    return entry;
+  }
+  static void write(JSONWriter &writer, const support::CertificateInfo &info) {
+    writer.beginObject();
+    writer.key("certificate");
+    writer.text(info.certificate);
+    writer.key("canSign");
+    writer.boolean(info.canSign);
+    writer.key("canDecrypt");
+    writer.boolean(info.canDecrypt);
+    writer.key("canUnwrap");
+    writer.boolean(info.canUnwrap);
+    writer.key("label");
+    writer.text(info.label);
+    if (info.publicKeyHash) {
+      writer.key("publicKeyHash");
+      writer.text(*info.publicKeyHash);
+    }
+    writer.endObject();
+  }
+};
+
+std::optional<support::CertificateInfo> certificateInfoIn(const CardEntry &entry) {
+  json::error_code code;
+  const json::value value = json::parse(entry.json, code);
+  const json::object *dictionary = code ? nullptr : value.if_object();
+  if (dictionary == nullptr || !entry.hasCertificate) {
+    return std::nullopt;
+  }
+  return support::CertificateInfo{textUnder(*dictionary, "certificate").value_or(""),
+                                  booleanUnder(*dictionary, "canSign"),
+                                  booleanUnder(*dictionary, "canDecrypt"),
+                                  booleanUnder(*dictionary, "canUnwrap"),
+                                  textUnder(*dictionary, "label").value_or(""),
+                                  textUnder(*dictionary, "publicKeyHash")};
+}
+
+}  // namespace
+
+Bytes certificateSHA1In(std::string_view text) {
+  const Bytes der = support::dataFromBase64String(text);
+  return der.empty() ? Bytes{} : support::sha1(der);
+}
+
+std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements) {
+  std::vector<CardEntry> entries;
+  entries.reserve(elements.size());
+  for (const CardElement &element : elements) {
+    entries.push_back(std::visit(EntryMaker{}, element));
+  }
+  return std::make_shared<const CardList>(std::move(entries));
+}
+
+std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list) {
+  std::vector<support::CertificateInfo> infos;
+  for (const CardEntry &entry : list.entries()) {
+    if (auto info = certificateInfoIn(entry)) {
+      infos.push_back(std::move(*info));
+    }
+  }
+  return infos;
+}
+
+std::string logText(const CardList &list) {
+  std::string text = "(";
+  for (const CardEntry &entry : list.entries()) {
+    text += (text.size() > 1 ? ", " : "") + entry.json;
+  }
+  return text + ")";
+}
+
+}  // namespace protocol
