@@ -5,12 +5,9 @@
 
 #include "base/Bytes.hpp"
 #include "base/Secret.hpp"
+#include "ctl/CommandLine.hpp"
 #include "ctl/LocalDaemon.hpp"
 #include "ctl/Outcome.hpp"
-
-namespace CLI {
-class App;
-}
 
 namespace ctl {
 

@@ -15,9 +15,8 @@ namespace {
 
 // The names of the commands that the line has come to: "kfyctl identity use".
 std::string spelledCommand(const CLI::App &app) {
-  std::string text = app.get_name();
   const auto chosen = app.get_subcommands();
-  return chosen.empty() ? text : text + " " + spelledCommand(*chosen.front());
+  return chosen.empty() ? app.get_name() : app.get_name() + " " + spelledCommand(*chosen.front());
 }
 
 // The parser's messages are sentences of its own.

@@ -6,7 +6,7 @@
 
 #include "ctl/Session.hpp"
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the parser library's own name
 class App;
 }
 

@@ -1,10 +1,7 @@
 #pragma once
 
+#include "ctl/CommandLine.hpp"
 #include "ctl/Session.hpp"
-
-namespace CLI {
-class App;
-}
 
 namespace ctl {
 

@@ -9,7 +9,10 @@
 namespace ctl {
 namespace {
 
-std::string shown(const Fact &fact) {
+std::string shownValue(const Fact &fact) {
+  if (!fact.shown.empty()) {
+    return fact.shown;
+  }
   if (const auto *const text = std::get_if<std::string>(&fact.value)) {
     return *text;
   }
@@ -39,7 +42,8 @@ std::string textOf(const Facts &facts) {
   }
   std::string text;
   for (const Fact &fact : facts) {
-    text += fact.title + ":" + std::string(width - fact.title.size() + 2, ' ') + shown(fact) + "\n";
+    text += fact.title + ":" + std::string(width - fact.title.size() + 2, ' ') + shownValue(fact) +
+            "\n";
   }
   return text;
 }

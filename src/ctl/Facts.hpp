@@ -15,6 +15,7 @@ struct Fact {
   std::string key;
   std::string title;
   std::variant<std::string, bool, std::int64_t> value;
+  std::string shown{};  // for people, where that differs from the value
 };
 
 // What is told of one thing.

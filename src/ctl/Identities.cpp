@@ -1,6 +1,7 @@
 #include "ctl/Identities.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <utility>
 
@@ -26,6 +27,15 @@ Failure keychainUnusable(const Session &session) {
           std::string("sudo ls -l ") + base::rooted(kKeychainPath)};
 }
 
+// As kfy-remote shows it when it asks whether the machine is the right one.
+std::string fingerprintText(ByteView digest) {
+  std::string text;
+  for (std::size_t index = 0; index < digest.size(); ++index) {
+    text += (index == 0 ? "" : ":") + support::hexString(digest.subspan(index, 1));
+  }
+  return text;
+}
+
 // In double quotes, for a shell.
 std::string quoted(const std::string &text) {
   return "\"" + text + "\"";
@@ -40,9 +50,13 @@ std::optional<std::string> settingText(const char *key, Failure &failure) {
 
 template <typename Matches>
 std::optional<IdentityRecord> firstWhere(const std::vector<IdentityRecord> &records,
-                                         Matches matches) {
-  const auto found = std::ranges::find_if(records, matches);
-  return found == records.end() ? std::nullopt : std::optional(*found);
+                                         const Matches &matches) {
+  for (const IdentityRecord &record : records) {
+    if (matches(record)) {
+      return record;
+    }
+  }
+  return std::nullopt;
 }
 
 std::optional<IdentityRecord> withHash(const std::vector<IdentityRecord> &records,
@@ -183,7 +197,8 @@ Facts factsOf(const IdentityRecord &record, bool isInUse) {
   return {{"label", "label", labelOf(record)},
           {"commonName", "common name", commonNameOf(record)},
           {"sha1", "SHA-1", hashOf(record)},
-          {"sha256", "SHA-256", support::hexString(certificate.sha256())},
+          {"sha256", "SHA-256", support::hexString(certificate.sha256()),
+           fingerprintText(certificate.sha256())},
           {"notBefore", "valid from", dateText(certificate.notBefore())},
           {"notAfter", "valid until", dateText(certificate.notAfter())},
           {"key", "key", key ? key->description() : "unknown"},

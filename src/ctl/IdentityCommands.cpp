@@ -60,39 +60,49 @@ Outcome createIdentity(const Options &options, Session &session) {
                     options.label.empty() ? options.commonName : options.label, session);
 }
 
-std::optional<SecretText> givenPassword(const Options &options, Error *error) {
-  if (!options.passwordFile.empty()) {
-    return secretFromFile(options.passwordFile, error);
-  }
-  return secretFromDescriptor(options.passwordDescriptor, error);
+bool isPasswordGiven(const Options &options) {
+  return !options.passwordFile.empty() || options.passwordDescriptor >= 0;
 }
 
-// With a password where one was given; without one first, and asked for where the file wants it.
+std::optional<SecretText> givenPassword(const Options &options, Error *error) {
+  return options.passwordFile.empty() ? secretFromDescriptor(options.passwordDescriptor, error)
+                                      : secretFromFile(options.passwordFile, error);
+}
+
+// With a password where one was given; else without one first, and asked for where the file wants
+// it.
+std::optional<crypto::Identity> identityFrom(ByteView file, const Options &options, Error *error) {
+  if (isPasswordGiven(options)) {
+    const auto password = givenPassword(options, error);
+    return password ? crypto::readIdentity(file, &*password, error) : std::nullopt;
+  }
+  Error cause;
+  auto identity = crypto::readIdentity(file, /*password=*/nullptr, &cause);
+  if (identity || cause.domain != "password") {
+    base::report(error, cause.domain, cause.code, cause.description);
+    return identity;
+  }
+  const auto password = secretFromTerminal("Password for " + options.file + ": ", &cause);
+  if (!password) {
+    base::report(error, "password", 0, "it wants a password, and " + cause.description);
+    return std::nullopt;
+  }
+  return crypto::readIdentity(file, &*password, error);
+}
+
 std::optional<crypto::Identity> readIdentityFile(const Options &options, Failure &failure) {
-  const std::string again = "kfyctl identity import " + options.file + " --password-file FILE";
+  const std::string command = "kfyctl identity import " + options.file;
   Error error;
   const auto file = base::readFile(options.file, kLargestFile, &error);
   if (!file) {
-    failure = failureFrom(error, "kfyctl identity import " + options.file);
+    failure = failureFrom(error, command);
     return std::nullopt;
   }
-  const bool isGiven = !options.passwordFile.empty() || options.passwordDescriptor >= 0;
-  std::optional<SecretText> password;
-  if (isGiven && !(password = givenPassword(options, &error))) {
-    failure = failureFrom(error, again);
-    return std::nullopt;
-  }
-  auto identity = crypto::readIdentity(*file, password ? &*password : nullptr, &error);
-  if (!identity && !isGiven && error.domain == "password") {
-    password = secretFromTerminal("Password for " + options.file + ": ", &error);
-    if (!password) {
-      failure = {options.file + " wants a password, and " + error.description, again};
-      return std::nullopt;
-    }
-    identity = crypto::readIdentity(*file, &*password, &error);
-  }
+  auto identity = identityFrom(*file, options, &error);
   if (!identity) {
-    failure = {options.file + ": " + error.description, error.domain == "password" ? again : ""};
+    const bool isPassword = error.domain == "password";
+    failure = {options.file + ": " + error.description,
+               isPassword ? command + " --password-file FILE" : "kfyctl identity import --help"};
   }
   return identity;
 }

@@ -95,6 +95,7 @@ const KnownSetting *knownSetting(std::string_view key) {
 
 std::string nearestKnownKey(std::string_view key) {
   std::vector<std::string> keys;
+  keys.reserve(kSettings.size());
   for (const KnownSetting &setting : kSettings) {
     keys.emplace_back(setting.key);
   }

@@ -12,6 +12,9 @@ constexpr const char *kNone = "none";
 // PKCS #1 v1.5 padding takes at least this much of the modulus (RFC 8017 9.2).
 constexpr std::size_t kLeastPadding = 11;
 
+// A frame may have 2 MiB, and Base64 text takes half as much again.
+constexpr std::size_t kLargestMessage = 1024 * 1024;
+
 Bytes copyOf(ByteView bytes) {
   return {bytes.begin(), bytes.end()};
 }
@@ -27,6 +30,12 @@ std::optional<Bytes> unhashed(const crypto::PublicKey &key, ByteView input, Fail
                    std::to_string(mostUnhashed(key)) + " bytes as they are, and the input has " +
                    std::to_string(input.size()),
                "kfyctl sign --hash sha256 ..."};
+    return std::nullopt;
+  }
+  if (input.size() > kLargestMessage) {
+    failure = {"the input has " + std::to_string(input.size()) +
+                   " bytes, and no request holds more than " + std::to_string(kLargestMessage),
+               "kfyctl sign --help"};
     return std::nullopt;
   }
   return copyOf(input);

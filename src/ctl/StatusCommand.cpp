@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ostream>
@@ -39,9 +41,18 @@ Finding lookAtRoot() {
               base::root().empty() ? "this machine" : "a sandbox (KFYD_ROOT): " + base::root());
 }
 
+bool othersCanWrite(const std::string &path) {
+  struct stat status{};
+  return ::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
 Finding lookAtSettings(const std::string &domain) {
   Error error;
   const std::string path = pathOfDomain(domain);
+  if (othersCanWrite(path)) {
+    return bad("settings", {path + " can be written by its group or others, so kfyd passes it over",
+                            "sudo chmod go-w " + path});
+  }
   const auto settings = platform_linux::SettingsFile(path).readAll(&error);
   if (!settings) {
     return bad("settings", failureFrom(error, "kfyctl status", "sudo editor " + path));
@@ -126,6 +137,7 @@ std::vector<Finding> lookAround(Session &session) {
 
 std::string jsonOfFindings(const std::vector<Finding> &findings, bool isGood) {
   std::vector<Facts> list;
+  list.reserve(findings.size());
   for (const Finding &finding : findings) {
     list.push_back({{"name", "", finding.name},
                     {"ok", "", !finding.trouble},

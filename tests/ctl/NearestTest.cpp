@@ -1,0 +1,24 @@
+#include "ctl/Nearest.hpp"
+
+#include <gtest/gtest.h>
+
+#include "ctl/KnownSettings.hpp"
+
+namespace {
+
+TEST(Nearest, CountsLettersThatHaveToChange) {
+  EXPECT_EQ(ctl::editDistance("", "abc"), 3U);
+  EXPECT_EQ(ctl::editDistance("kitten", "sitting"), 3U);
+  EXPECT_EQ(ctl::editDistance("abcd", "abdc"), 1U);
+  EXPECT_EQ(ctl::editDistance("DEBUG", "debug"), 0U);
+  EXPECT_EQ(ctl::nearestTo("x", {}), "");
+}
+
+TEST(Nearest, FindsTheSettingThatWasMeant) {
+  EXPECT_EQ(ctl::nearestKnownKey("verbose"), "verboseLogging");
+  EXPECT_EQ(ctl::nearestKnownKey("debuglogging"), "debugLogging");
+  EXPECT_EQ(ctl::nearestKnownKey("ssl_certificate_hash"), "ssl_certificate_sha1_hash");
+  EXPECT_EQ(ctl::nearestKnownKey("pairingToolSecnods"), "pairingToolSeconds");
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "base/Root.hpp"
+#include "ctl/Kfyctl.hpp"
+#include "ctl/ScAuth.hpp"
+#include "fakes/TemporaryFolder.hpp"
+#include "linux/store/SqliteItemStore.hpp"
+
+// The root of this process, a folder of its own. The first call must come before anything else asks
+// for the root, which is read once.
+inline const fakes::TemporaryFolder &sandboxedRoot() {
+  static const fakes::TemporaryFolder folder;
+  static const bool isSet = ::setenv("KFYD_ROOT", folder.path().c_str(), 1) == 0;
+  // else the tools would work on this very machine
+  if (!isSet || base::root() != folder.path()) {
+    throw std::logic_error("the root was read before it was set");
+  }
+  return folder;
+}
+
+inline void emptyTheRoot() {
+  for (const auto &entry : std::filesystem::directory_iterator(sandboxedRoot().path())) {
+    std::filesystem::remove_all(entry.path());
+  }
+  std::filesystem::create_directories(sandboxedRoot() / "etc");
+  sandboxedRoot().write("etc/passwd", "ada:x:1000:1000::/home/ada:/bin/sh\n");
+}
+
+// What a run of a tool came to.
+struct ToolRun {
+  int status = -1;
+  std::string output;
+  std::string notes;
+};
+
+inline ToolRun runTool(const std::function<int(ctl::Session &)> &tool) {
+  std::istringstream input;
+  std::ostringstream output;
+  std::ostringstream notes;
+  platform_linux::SqliteItemStore keychain(base::rooted("/var/lib/keyferry/keychain.db"), nullptr);
+  ctl::Session session{input, output, notes};
+  session.keychain = &keychain;
+  ToolRun run;
+  run.status = tool(session);
+  run.output = output.str();
+  run.notes = notes.str();
+  return run;
+}
+
+inline ToolRun kfyctl(const std::vector<std::string> &arguments) {
+  return runTool([&](ctl::Session &session) { return ctl::runKfyctl(arguments, session); });
+}
+
+inline ToolRun scAuth(const std::vector<std::string> &arguments) {
+  return runTool([&](ctl::Session &session) { return ctl::runScAuth(arguments, session); });
+}

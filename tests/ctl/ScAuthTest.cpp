@@ -1,0 +1,65 @@
+#include "ctl/ScAuth.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "crypto/Certificate.hpp"
+#include "crypto/PrivateKey.hpp"
+#include "ctl/RunningTools.hpp"
+#include "support/HexString.hpp"
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::string kOne = "1111111111111111111111111111111111111111";
+const std::string kTwo = "2222222222222222222222222222222222222222";
+
+class ScAuth : public testing::Test {
+ protected:
+  ScAuth() { emptyTheRoot(); }
+};
+
+TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
+  EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kOne}).status, 0);
+  EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kOne}).status, 0) << "it is so already";
+  const ToolRun refused = scAuth({"pair", "--user", "ada", "--hash", kTwo});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.notes,
+              HasSubstr("try: sc_auth pair --user ada --hash " + kTwo + " --replace"));
+  EXPECT_THAT(scAuth({"identities"}).output, HasSubstr(kOne + "\tada\n"));
+
+  EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kTwo, "--replace"}).status, 0);
+  EXPECT_THAT(scAuth({"identities"}).output,
+              testing::AllOf(HasSubstr(kTwo + "\tada\n"), testing::Not(HasSubstr(kOne))));
+  EXPECT_EQ(scAuth({"unpair", "--user", "bob"}).status, 1);
+  EXPECT_EQ(scAuth({"unpair", "--user", "ada"}).status, 0);
+  EXPECT_EQ(scAuth({"identities"}).output, "SmartCard: com.corvane.keyferry.ctkextension\n");
+}
+
+TEST_F(ScAuth, PairsUsersOfTheAccountFileAlone) {
+  const ToolRun run = scAuth({"pair", "--user", "root", "--hash", kOne});
+  EXPECT_EQ(run.status, 1) << "root stands in the machine's account file, but not in this root's";
+  EXPECT_THAT(run.notes, HasSubstr("from the network cannot be paired"));
+}
+
+TEST_F(ScAuth, TakesTheKeyOutOfACertificate) {
+  const auto key = crypto::PrivateKey::generateRSA(2048);
+  const auto certificate = crypto::Certificate::selfSigned(*key, "ada", 1, /*serverName=*/false);
+  const std::string hash =
+      support::hexString(support::sha1(key->publicKey().externalRepresentation().value()));
+  sandboxedRoot().write("ada.der", std::string(base::textOf(certificate->der())));
+  sandboxedRoot().write("ada.pem", certificate->pem());
+  for (const char *const name : {"ada.der", "ada.pem"}) {
+    const ToolRun run = scAuth({"pair", "--user", "ada", "--certificate", sandboxedRoot() / name});
+    EXPECT_EQ(run.status, 0) << name << ": " << run.notes;
+    EXPECT_THAT(scAuth({"identities"}).output, HasSubstr(hash + "\tada\n")) << name;
+  }
+  const auto curve = crypto::PrivateKey::generateP256();
+  sandboxedRoot().write(
+      "ec.pem", crypto::Certificate::selfSigned(*curve, "ada", 1, /*serverName=*/false)->pem());
+  EXPECT_THAT(scAuth({"pair", "--user", "ada", "--certificate", sandboxedRoot() / "ec.pem"}).notes,
+              HasSubstr("RSA key alone"));
+}
+
+}  // namespace
