@@ -4,8 +4,8 @@
 #include <chrono>
 #include <utility>
 
+#include "client/SecretInput.hpp"
 #include "ctl/HashText.hpp"
-#include "ctl/SecretInput.hpp"
 
 namespace ctl {
 
@@ -28,7 +28,7 @@ std::optional<CardUse> beginCardUse(const CardUseOptions &options, Failure &fail
   }
   Error error;
   auto pin = options.pinFile.empty() ? std::optional(SecretText())
-                                     : secretFromFile(options.pinFile, &error);
+                                     : client::secretFromFile(options.pinFile, &error);
   if (!pin) {
     failure = {error.description, ""};
     return std::nullopt;

@@ -4,12 +4,12 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
+#include "client/SecretInput.hpp"
 #include "crypto/Identity.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/Identities.hpp"
-#include "ctl/SecretInput.hpp"
 #include "identity/PinnedCertificate.hpp"
 
 namespace ctl {
@@ -65,8 +65,9 @@ bool isPasswordGiven(const Options &options) {
 }
 
 std::optional<SecretText> givenPassword(const Options &options, Error *error) {
-  return options.passwordFile.empty() ? secretFromDescriptor(options.passwordDescriptor, error)
-                                      : secretFromFile(options.passwordFile, error);
+  return options.passwordFile.empty()
+             ? client::secretFromDescriptor(options.passwordDescriptor, error)
+             : client::secretFromFile(options.passwordFile, error);
 }
 
 // With a password where one was given; else without one first, and asked for where the file wants
@@ -82,7 +83,9 @@ std::optional<crypto::Identity> identityFrom(ByteView file, const Options &optio
     base::report(error, cause.domain, cause.code, cause.description);
     return identity;
   }
-  const auto password = secretFromTerminal("Password for " + options.file + ": ", &cause);
+  const auto password = client::secretFromTerminal(client::openTerminal().get(),
+                                                   "Password for " + options.file + ": ",
+                                                   /*stopDescriptor=*/-1, &cause);
   if (!password) {
     base::report(error, "password", 0, "it wants a password, and " + cause.description);
     return std::nullopt;

@@ -1,49 +1,12 @@
 #include "remote/Passwords.hpp"
 
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <cerrno>
-
-#include "base/Files.hpp"
+#include "client/SecretInput.hpp"
 #include "remote/Console.hpp"
 
 namespace remote {
 namespace {
 
-constexpr std::size_t kLongestPassword = 4096;
 constexpr int kAttempts = 3;
-
-SecretText firstLine(CleansedBytes content) {
-  content.erase(std::ranges::find(content, '\n'), content.end());
-  if (!content.empty() && content.back() == '\r') {
-    content.pop_back();
-  }
-  return SecretText(std::move(content));
-}
-
-// Byte by byte, since what follows the line belongs to whoever reads the descriptor next.
-std::optional<CleansedBytes> readLineFrom(int descriptor, Error *error) {
-  CleansedBytes line;
-  while (line.size() < kLongestPassword) {
-    std::uint8_t byte = 0;
-    const ssize_t length = ::read(descriptor, &byte, 1);
-    if (length < 0 && errno == EINTR) {
-      continue;
-    }
-    if (length < 0) {
-      base::reportErrno(error, errno,
-                        "cannot read the password from descriptor " + std::to_string(descriptor));
-      return std::nullopt;
-    }
-    if (length == 0 || byte == '\n') {
-      break;
-    }
-    line.push_back(byte);
-  }
-  return line;
-}
 
 }  // namespace
 
@@ -52,12 +15,12 @@ std::optional<std::optional<SecretText>> readGivenPassword(const PasswordOptions
   if (!options.file && options.descriptor < 0) {
     return std::optional<SecretText>();
   }
-  auto content = options.file ? base::readFile(*options.file, kLongestPassword, error)
-                              : readLineFrom(options.descriptor, error);
-  if (!content) {
+  auto password = options.file ? client::secretFromFile(*options.file, error)
+                               : client::secretFromDescriptor(options.descriptor, error);
+  if (!password) {
     return std::nullopt;
   }
-  return std::optional(firstLine(std::move(*content)));
+  return password;
 }
 
 PasswordSource passwordSource(const std::optional<SecretText> &given, Terminal &terminal,

@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdlib>
-#include <thread>
 #include <vector>
 
 namespace remote {
@@ -90,24 +88,6 @@ TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
   consent.withdraw(&first);
   answer(consent, "n\n");
   EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "two withdrawn", "three no"}));
-}
-
-TEST_F(ConsentAtATerminal, ReadsASecretThatTheTerminalDoesNotShow) {
-  const base::Descriptor stop(::eventfd(0, EFD_CLOEXEC));
-  std::optional<SecretText> secret;
-  std::thread asking([&] { secret = terminal_->askSecret("Password: ", stop.get()); });
-  // the question comes after the echo was switched off
-  EXPECT_TRUE(
-      base::waitToRead(person_.get(), std::chrono::steady_clock::now() + std::chrono::seconds(10)));
-  type("open sesame\n");
-  asking.join();
-  ASSERT_TRUE(secret);
-  EXPECT_EQ(secret->reveal(), "open sesame");
-  const std::string text = shownUpTo("\n");
-  EXPECT_EQ(text.find("sesame"), std::string::npos) << text;
-
-  ASSERT_EQ(::eventfd_write(stop.get(), 1), 0);
-  EXPECT_FALSE(terminal_->askSecret("Password: ", stop.get()));
 }
 
 TEST(Consent, CannotAskWithoutATerminal) {

@@ -1,9 +1,10 @@
-#include "ctl/SecretInput.hpp"
+#include "client/SecretInput.hpp"
 
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -11,18 +12,20 @@
 #include <utility>
 
 #include "base/Bytes.hpp"
-#include "base/Descriptor.hpp"
 #include "base/Files.hpp"
+#include "client/Patience.hpp"
 
-namespace ctl {
+namespace client {
 namespace {
 
 constexpr std::size_t kLongestSecret = 64 * 1024;
 
-SecretText firstLineOf(ByteView bytes) {
-  const std::string_view text = base::textOf(bytes);
-  const std::string_view line = text.substr(0, text.find('\n'));
-  return SecretText(line.ends_with('\r') ? line.substr(0, line.size() - 1) : line);
+SecretText firstLineOf(CleansedBytes content) {
+  content.erase(std::ranges::find(content, '\n'), content.end());
+  if (!content.empty() && content.back() == '\r') {
+    content.pop_back();
+  }
+  return SecretText(std::move(content));
 }
 
 // The terminal without echo, and giving each key at once: with its usual signals a Ctrl-C would
@@ -30,24 +33,24 @@ SecretText firstLineOf(ByteView bytes) {
 class SilentTerminal {
  public:
   explicit SilentTerminal(int descriptor) : descriptor_(descriptor) {
-    isTerminal_ = ::tcgetattr(descriptor, &before_) == 0;
+    isSilent_ = ::tcgetattr(descriptor, &before_) == 0;
     termios silent = before_;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
-    isTerminal_ = isTerminal_ && ::tcsetattr(descriptor, TCSAFLUSH, &silent) == 0;
+    isSilent_ = isSilent_ && ::tcsetattr(descriptor, TCSAFLUSH, &silent) == 0;
   }
   ~SilentTerminal() {
-    if (isTerminal_) {
+    if (isSilent_) {
       ::tcsetattr(descriptor_, TCSAFLUSH, &before_);
     }
   }
   SilentTerminal(const SilentTerminal &) = delete;
   SilentTerminal &operator=(const SilentTerminal &) = delete;
 
-  [[nodiscard]] bool isTerminal() const { return isTerminal_; }
+  [[nodiscard]] bool isSilent() const { return isSilent_; }
 
  private:
   int descriptor_;
-  bool isTerminal_ = false;
+  bool isSilent_ = false;
   termios before_{};
 };
 
@@ -62,15 +65,16 @@ void removeLastCharacter(CleansedBytes &line) {
   }
 }
 
-// Nothing if the line was cancelled.
-std::optional<SecretText> typedLine(int terminal) {
+// Nothing if the line was cancelled or the wait for it stopped.
+std::optional<SecretText> typedLine(int terminal, const Patience &patience) {
   constexpr char kCtrlC = 3;
   constexpr char kCtrlD = 4;
   constexpr char kBackspace = 8;
   constexpr char kDelete = 127;
   CleansedBytes line;
   char key = 0;
-  while (line.size() < kLongestSecret && ::read(terminal, &key, 1) == 1) {
+  while (line.size() < kLongestSecret && waitFor(terminal, /*toWrite=*/false, patience) &&
+         ::read(terminal, &key, 1) == 1) {
     if (key == '\n' || key == '\r') {
       return SecretText(std::move(line));
     }
@@ -94,15 +98,15 @@ void show(int terminal, std::string_view text) {
 }  // namespace
 
 std::optional<SecretText> secretFromFile(const std::string &path, Error *error) {
-  const auto content = base::readFile(path, kLongestSecret, error);
-  return content ? std::optional(firstLineOf(*content)) : std::nullopt;
+  auto content = base::readFile(path, kLongestSecret, error);
+  return content ? std::optional(firstLineOf(std::move(*content))) : std::nullopt;
 }
 
 std::optional<SecretText> secretFromDescriptor(int descriptor, Error *error) {
-  CleansedBytes content(kLongestSecret);
-  std::size_t length = 0;
-  while (length < content.size()) {
-    const ssize_t got = ::read(descriptor, content.data() + length, content.size() - length);
+  CleansedBytes line;
+  std::uint8_t byte = 0;
+  while (line.size() < kLongestSecret && byte != '\n') {
+    const ssize_t got = ::read(descriptor, &byte, 1);
     if (got < 0 && errno == EINTR) {
       continue;
     }
@@ -113,29 +117,33 @@ std::optional<SecretText> secretFromDescriptor(int descriptor, Error *error) {
     if (got == 0) {
       break;
     }
-    length += static_cast<std::size_t>(got);
+    line.push_back(byte);
   }
-  return firstLineOf(ByteView(content).first(length));
+  return firstLineOf(std::move(line));
 }
 
-std::optional<SecretText> secretFromTerminal(const std::string &question, Error *error) {
-  const base::Descriptor terminal(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (!terminal.isOpen()) {
+base::Descriptor openTerminal() {
+  return base::Descriptor(::open("/dev/tty", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+}
+
+std::optional<SecretText> secretFromTerminal(int terminal, const std::string &question,
+                                             int stopDescriptor, Error *error) {
+  if (terminal < 0) {
     base::report(error, "terminal", 0, "there is no terminal to ask at");
     return std::nullopt;
   }
-  const SilentTerminal silence(terminal.get());
-  if (!silence.isTerminal()) {
+  const SilentTerminal silence(terminal);
+  if (!silence.isSilent()) {
     base::report(error, "terminal", 0, "the terminal cannot be made silent");
     return std::nullopt;
   }
-  show(terminal.get(), question);
-  auto line = typedLine(terminal.get());
-  show(terminal.get(), "\n");
+  show(terminal, question);
+  auto line = typedLine(terminal, {Deadline::max(), stopDescriptor});
+  show(terminal, "\n");
   if (!line) {
     base::report(error, "terminal", 0, "the question was cancelled");
   }
   return line;
 }
 
-}  // namespace ctl
+}  // namespace client

@@ -1,0 +1,79 @@
+#include "client/SecretInput.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+
+#include <array>
+#include <cstdlib>
+#include <thread>
+
+#include "fakes/TemporaryFolder.hpp"
+
+namespace client {
+namespace {
+
+std::optional<std::string> revealed(const std::optional<SecretText> &secret) {
+  return secret ? std::optional(std::string(secret->reveal())) : std::nullopt;
+}
+
+TEST(SecretInput, IsTheFirstLineOfAFile) {
+  const fakes::TemporaryFolder folder;
+  for (const char *const content : {"sésam ", "sésam \n", "sésam \r\nsecond\n"}) {
+    folder.write("password", content);
+    EXPECT_EQ(revealed(secretFromFile(folder / "password")), "sésam ") << content;
+  }
+  Error error;
+  EXPECT_FALSE(secretFromFile(folder / "absent", &error));
+  EXPECT_NE(error.description.find("absent"), std::string::npos);
+}
+
+TEST(SecretInput, IsTheFirstLineFromADescriptorAndLeavesTheNext) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const base::Descriptor reader(ends[0]);
+  ASSERT_EQ(::write(ends[1], "sesam\nopen", 10), 10);
+  ::close(ends[1]);
+  EXPECT_EQ(revealed(secretFromDescriptor(reader.get())), "sesam");
+  EXPECT_EQ(revealed(secretFromDescriptor(reader.get())), "open");
+  EXPECT_FALSE(secretFromDescriptor(-1));
+}
+
+TEST(SecretInput, IsTypedAtATerminalThatDoesNotShowItAndIsNeverLeftSilent) {
+  const base::Descriptor person(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_EQ(::grantpt(person.get()) | ::unlockpt(person.get()), 0);
+  const base::Descriptor terminal(
+      ::open(::ptsname(person.get()), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  const base::Descriptor stop(::eventfd(0, EFD_CLOEXEC));
+  const auto shownUpTo = [&](char end) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string shown;
+    char byte = 0;
+    while (byte != end && base::waitToRead(person.get(), deadline) &&
+           ::read(person.get(), &byte, 1) == 1) {
+      shown += byte;
+    }
+    return shown;
+  };
+  struct Case {
+    std::string typed;
+    std::optional<std::string> secret;
+  };
+  for (const Case &row : {Case{"abcü\x7F\x08!\n", "ab!"}, Case{"abc\x03", {}}, Case{"\x04", {}}}) {
+    std::optional<SecretText> secret;
+    std::thread asking([&] { secret = secretFromTerminal(terminal.get(), "Who? ", stop.get()); });
+    EXPECT_EQ(shownUpTo('?'), "Who?");  // it comes after the echo was switched off
+    EXPECT_EQ(::write(person.get(), row.typed.data(), row.typed.size()),
+              static_cast<ssize_t>(row.typed.size()));
+    asking.join();
+    EXPECT_EQ(revealed(secret), row.secret);
+    EXPECT_EQ(::write(person.get(), "x", 1), 1);
+    EXPECT_EQ(shownUpTo('x'), " \r\nx") << "what is typed afterwards shows again";
+  }
+  ASSERT_EQ(::eventfd_write(stop.get(), 1), 0);
+  EXPECT_FALSE(secretFromTerminal(terminal.get(), "Who? ", stop.get()));
+  EXPECT_FALSE(secretFromTerminal(-1, "Who? "));
+}
+
+}  // namespace
+}  // namespace client
