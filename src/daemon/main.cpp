@@ -12,6 +12,8 @@
 
 #include "base/Root.hpp"
 #include "daemon/QuillNetworkManager.hpp"
+#include "linux/accounts/AccountFileDirectory.hpp"
+#include "linux/accounts/ShadowAccounts.hpp"
 #include "linux/clock/SystemClock.hpp"
 #include "linux/defaults/TomlUserDefaults.hpp"
 #include "linux/log/LogCollector.hpp"
@@ -58,6 +60,8 @@ int runDaemon() {
   platform_linux::TomlUserDefaults defaults(reportFromPlatform);
   platform_linux::LogCollector log(queue, processName());
   platform_linux::SpawnToolRunner tools;
+  platform_linux::AccountFileDirectory directory(reportFromPlatform);
+  platform_linux::ShadowAccounts accounts(tools);
   platform_linux::SqliteItemStore store(base::rooted("/var/lib/keyferry/keychain.db"),
                                         reportFromPlatform);
   platform_linux::AbsentTokenWatcher tokens;
@@ -65,7 +69,8 @@ int runDaemon() {
   support::useLogPlatform(std::make_unique<support::LogPlatform>(support::LogPlatform{
       clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));
   queue.setBeforeEvent(support::eventBegins);
-  QuillNetworkManager::usePlatform({{tools, clock, defaults}, network, store, tokens});
+  QuillNetworkManager::usePlatform(
+      {{tools, clock, defaults, directory, accounts}, network, store, tokens});
 
   support::logToFileAlone("Starting Listener");
   QuillNetworkManager &manager = QuillNetworkManager::manager();

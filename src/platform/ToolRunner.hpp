@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/Bytes.hpp"
+#include "base/Secret.hpp"
 
 namespace platform {
 
@@ -29,6 +30,15 @@ class ToolRunner {
                                                       std::span<const std::string> arguments,
                                                       const std::string &workingFolder,
                                                       RunLimits limits) = 0;
+
+  // Starts `program`, one of the machine's own (an absolute path that is not mapped), gives it
+  // `input`, at most 4,096 bytes, on its standard input and returns its exit status. Nothing if it
+  // could not be started, was ended by a signal or took longer than `time`. Blocks until it ends.
+  // Standard output and error are this process's own.
+  [[nodiscard]] virtual std::optional<int> statusOf(const std::string &program,
+                                                    std::span<const std::string> arguments,
+                                                    const SecretBytes &input,
+                                                    std::chrono::milliseconds time) = 0;
 };
 
 }  // namespace platform

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <vector>
 
+#include "base/Secret.hpp"
 #include "base/UUID.hpp"
+#include "platform/Accounts.hpp"
 #include "platform/Clock.hpp"
+#include "platform/LocalDirectory.hpp"
 #include "platform/ToolRunner.hpp"
 #include "platform/UserDefaults.hpp"
 #include "protocol/QuillMessage.hpp"
@@ -20,6 +24,8 @@ class RequestProcessor {
     platform::ToolRunner &tools;
     platform::Clock &clock;
     platform::UserDefaults &defaults;
+    platform::LocalDirectory &directory;
+    platform::Accounts &accounts;
   };
 
   // A relayed request that waits for its answer.
@@ -40,6 +46,13 @@ class RequestProcessor {
   // Makes the card's marker file anew, or deletes it. Failures are ignored.
   void insertSmartcard();
   void removeSmartcard();
+
+  // A text of random characters of the password alphabet; empty for a length of 0 or less.
+  [[nodiscard]] SecretText randomAlphanumericStringWithLength(std::int64_t length) const;
+
+  // Sets the screen-sharing account's password; false, mostly with a trace, if it was not changed.
+  // Blocks.
+  [[nodiscard]] bool changeTokenUserPassword(const SecretText &password) const;
 
   [[nodiscard]] const Platform &platform() const { return platform_; }
 

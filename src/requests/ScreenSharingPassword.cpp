@@ -1,11 +1,134 @@
 #include "requests/ScreenSharingPassword.hpp"
 
-namespace requests {
+#include <cstdlib>
+#include <string>
+#include <string_view>
 
-// Accounts are not looked up yet: the answer is that of a machine without the account.
+#include "directory/DSQueryable.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+
+namespace requests {
+namespace {
+
+constexpr std::string_view kAlphabet =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789!@#$%^&()_+=}{][";
+constexpr std::int64_t kPasswordLength = 30;
+constexpr int kAttempts = 10;
+
+constexpr const char *kRight = "system.privilege.admin";
+constexpr std::uint32_t kInteractionAllowed = 1;
+constexpr std::uint32_t kExtendRights = 2;
+constexpr std::uint32_t kPreAuthorize = 16;
+
+void setFailure(QuillMessage &reply, const char *text) {
+  reply.status = false;
+  reply.errorMessage = text;
+  reply.ephemeralPassword = SecretText{};
+  reply.ephemeralUsername = kScreenSharingAccount;
+}
+
+// The steps that block.
+
+std::shared_ptr<platform::DirectoryRecord> findRecord(const RequestProcessor::Platform &platform) {
+  const support::BlockingStep step;
+  return DSQueryable(platform.directory).getLocalRecord(kScreenSharingAccount);
+}
+
+bool isAllowed(platform::DirectoryRecord &record, const SecretText &password) {
+  const support::BlockingStep step;
+  return record.passwordChangeAllowed(password);
+}
+
+bool commit(platform::AccountIdentity &account, const platform::Authorization &authorization) {
+  const support::BlockingStep step;
+  return account.commit(authorization);
+}
+
+// One attempt: a fresh password, held against the rules, set. True if it is the account's now.
+bool setFreshPassword(Request &request, platform::DirectoryRecord &record) {
+  const SecretText password = request.processor.randomAlphanumericStringWithLength(kPasswordLength);
+  if (!isAllowed(record, password)) {
+    CVNLog("password not allowed.");
+    return false;
+  }
+  request.reply.ephemeralPassword =
+      SecretText(support::base64EncodedString(base::viewOf(password.reveal())));
+  request.reply.ephemeralUsername = kScreenSharingAccount;
+  CVNLogDebug("setting password for screen sharing");
+  if (!request.processor.changeTokenUserPassword(password)) {
+    CVNLog("rejected password. trying again.");
+    return false;
+  }
+  return true;
+}
+
+// An authorization with the right of an administrator; null, with a line, if it is not granted.
+std::unique_ptr<platform::Authorization> authorize(platform::Accounts &accounts) {
+  std::int32_t status = 0;
+  auto authorization = accounts.createAuthorization(status);
+  if (status != 0) {
+    support::logToFileAlone("Error Creating Initial Authorization: " + std::to_string(status));
+    return nullptr;
+  }
+  status = authorization->copyRight(kRight, kInteractionAllowed | kExtendRights | kPreAuthorize);
+  if (status != 0) {
+    support::logToFileAlone("Copy Rights Unsuccessful: " + std::to_string(status));
+    return nullptr;
+  }
+  return authorization;
+}
+
+}  // namespace
+
 void handleCreateUser(Request &request) {
-  request.reply.errorMessage = "The screen sharing user does not exist";
-  refuse(request);
+  const auto record = findRecord(request.processor.platform());
+  if (!record) {
+    setFailure(request.reply, "The screen sharing user does not exist");
+    request.worker->sendMessage(request.reply);
+    return;
+  }
+  request.reply.status = false;
+  for (int attempt = 0; attempt < kAttempts && !request.reply.status; ++attempt) {
+    request.reply.status = setFreshPassword(request, *record);
+  }
+  if (!request.reply.status) {
+    setFailure(request.reply, "Could not set password for screen sharing user");
+  }
+  request.worker->sendMessage(request.reply);
 }
 
 }  // namespace requests
+
+SecretText RequestProcessor::randomAlphanumericStringWithLength(std::int64_t length) const {
+  CleansedBytes text;
+  for (std::int64_t count = 0; count < length; ++count) {
+    text.push_back(
+        static_cast<std::uint8_t>(requests::kAlphabet[arc4random() % requests::kAlphabet.size()]));
+  }
+  return SecretText(std::move(text));
+}
+
+bool RequestProcessor::changeTokenUserPassword(const SecretText &password) const {
+  CVNLogDebug("changing token user password");
+  const auto authorization = requests::authorize(platform_.accounts);
+  if (!authorization) {
+    return false;
+  }
+  const auto account = platform_.accounts.identityWithName(requests::kScreenSharingAccount);
+  if (!account) {
+    CVNLogDebug("could not find the cvnkfyvncuser. please verify the user exists");
+    return false;
+  }
+  if (account->accountClass() != platform::kUserClass) {
+    CVNLogDebug("wrong user type");
+    return false;
+  }
+  account->setPassword(password);
+  const bool isCommitted = requests::commit(*account, *authorization);
+  CVNLogDebug("changing token user password returnStatus: %i", isCommitted ? 1 : 0);
+  // In clear text: debug mode is known to show it.
+  CVNLogDebug("changing token user password: %@", password.reveal());
+  CVNLogDebug("changing token user password completed");
+  return isCommitted;
+}

@@ -4,6 +4,7 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
+#include "fakes/FakeAccounts.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/FakeToolRunner.hpp"
@@ -18,7 +19,7 @@ using testing::IsEmpty;
 
 class Manager : public fakes::LoggedTest {
  public:
-  Manager() : manager({{tools, clock, defaults}, network, store, store}) {
+  Manager() : manager({{tools, clock, defaults, accounts, accounts}, network, store, store}) {
     store.items = {{identity, ""}};
   }
 
@@ -29,6 +30,7 @@ class Manager : public fakes::LoggedTest {
 
   platform::IdentityRecord identity = fakes::makeIdentity("Server", "server");
   fakes::FakeToolRunner tools;
+  fakes::FakeAccounts accounts;
   fakes::FakeNetwork network;
   fakes::FakeItemStore store;
   QuillNetworkManager manager;

@@ -198,17 +198,4 @@ TEST_F(Card, TracesTheSearchForItsHolder) {
                                  "kfy:authenticated connection so sending message back to client"));
 }
 
-TEST_F(Card, PasswordOfAnAccountIsRefusedReadably) {
-  const Peer remote = this->remote();
-  const QuillMessage request = QuillMessage::initCommandMessageCreateEphemeralUser("x");
-  const QuillMessage stranger = ask(request, remote);
-  EXPECT_FALSE(stranger.status);
-  EXPECT_EQ(stranger.ephemeralUsername, "cvnkfyvncuser");
-  EXPECT_EQ(stranger.errorMessage, "");
-  remote.worker->isAuthenticated = true;
-  const QuillMessage noAccount = ask(request, remote);
-  EXPECT_EQ(noAccount.errorMessage, "The screen sharing user does not exist");
-  EXPECT_TRUE(noAccount.ephemeralPassword->empty());
-}
-
 }  // namespace

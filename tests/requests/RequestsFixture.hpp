@@ -8,6 +8,7 @@
 #include "base/Files.hpp"
 #include "base/Root.hpp"
 #include "crypto/Certificate.hpp"
+#include "fakes/FakeAccounts.hpp"
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/FakeToolRunner.hpp"
 #include "fakes/LoggedTest.hpp"
@@ -31,7 +32,7 @@ class Requests : public fakes::LoggedTest {
     }
   };
 
-  Requests() : processor({tools, clock, defaults}) {}
+  Requests() : processor({tools, clock, defaults, accounts, accounts}) {}
   ~Requests() override { std::filesystem::remove_all(base::rooted("/Library")); }
 
   Peer peer(bool isLocal) {
@@ -61,5 +62,6 @@ class Requests : public fakes::LoggedTest {
   static bool isMarkerThere() { return base::fileExists(base::rooted(requests::kCardMarker)); }
 
   fakes::FakeToolRunner tools;
+  fakes::FakeAccounts accounts;
   RequestProcessor processor;
 };

@@ -22,7 +22,8 @@ using Deadline = std::chrono::steady_clock::time_point;
 // What a program starts with, for posix_spawn.
 class Setup {
  public:
-  Setup(int output, const std::string &workingFolder) {
+  // `end` becomes the program's descriptor `number`, standard input or output.
+  Setup(int end, int number, const std::string &workingFolder) {
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
@@ -36,7 +37,7 @@ class Setup {
     ::posix_spawnattr_setsigdefault(&attributes_, &all);
     ::posix_spawn_file_actions_init(&actions_);
     isComplete_ = ::posix_spawn_file_actions_addchdir_np(&actions_, workingFolder.c_str()) == 0 &&
-                  ::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO) == 0 &&
+                  ::posix_spawn_file_actions_adddup2(&actions_, end, number) == 0 &&
                   ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1) == 0;
   }
   ~Setup() {
@@ -96,9 +97,12 @@ bool endsBefore(pid_t process, Deadline deadline) {
   return watch.get() >= 0 && base::waitToRead(watch.get(), deadline);
 }
 
-void reap(pid_t process) {
-  while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+// The status with which it ended, as waitpid gives it.
+int reap(pid_t process) {
+  int status = 0;
+  while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
   }
+  return status;
 }
 
 }  // namespace
@@ -114,8 +118,8 @@ std::optional<Bytes> SpawnToolRunner::outputOf(const std::string &program,
   }
   const base::Descriptor source(ends[0]);
   base::Descriptor sink(ends[1]);
-  const auto process =
-      Setup(sink.get(), base::rooted(workingFolder)).start(base::rooted(program), arguments);
+  const auto process = Setup(sink.get(), STDOUT_FILENO, base::rooted(workingFolder))
+                           .start(base::rooted(program), arguments);
   // ours has to go: while it is open the stream does not end
   sink.close();
   if (!process) {
@@ -130,6 +134,35 @@ std::optional<Bytes> SpawnToolRunner::outputOf(const std::string &program,
   }
   reap(*process);
   return output;
+}
+
+std::optional<int> SpawnToolRunner::statusOf(const std::string &program,
+                                             std::span<const std::string> arguments,
+                                             const SecretBytes &input,
+                                             std::chrono::milliseconds time) {
+  const Deadline deadline = std::chrono::steady_clock::now() + time;
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    return std::nullopt;
+  }
+  base::Descriptor source(ends[0]);
+  base::Descriptor sink(ends[1]);
+  const auto process = Setup(source.get(), STDIN_FILENO, "/").start(program, arguments);
+  source.close();
+  if (!process) {
+    return std::nullopt;
+  }
+  // It fits into the pipe, so this waits for nobody. A program that does not want it says so by its
+  // status.
+  const ByteView bytes = input.reveal();
+  (void)!::write(sink.get(), bytes.data(), bytes.size());
+  sink.close();
+  const bool isInTime = endsBefore(*process, deadline);
+  if (!isInTime) {
+    ::kill(-*process, SIGKILL);
+  }
+  const int status = reap(*process);
+  return isInTime && WIFEXITED(status) ? std::optional(WEXITSTATUS(status)) : std::nullopt;
 }
 
 }  // namespace platform_linux

@@ -13,6 +13,10 @@ class SpawnToolRunner : public platform::ToolRunner {
                                               std::span<const std::string> arguments,
                                               const std::string &workingFolder,
                                               platform::RunLimits limits) override;
+  [[nodiscard]] std::optional<int> statusOf(const std::string &program,
+                                            std::span<const std::string> arguments,
+                                            const SecretBytes &input,
+                                            std::chrono::milliseconds time) override;
 };
 
 }  // namespace platform_linux

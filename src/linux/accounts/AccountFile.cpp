@@ -1,0 +1,54 @@
+#include "linux/accounts/AccountFile.hpp"
+
+#include <pwd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "base/Files.hpp"
+
+namespace platform_linux {
+namespace {
+
+// No machine's account file is as large.
+constexpr std::size_t kLargestFile = std::size_t{16} << 20;
+constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
+
+}  // namespace
+
+std::optional<std::vector<Account>> accountsNamed(const std::string &name, const std::string &path,
+                                                  Error *error) {
+  // Read first and parsed in memory, so that a file that can't be read to its end is noticed.
+  auto content = base::readFile(path, kLargestFile, error);
+  if (!content) {
+    return std::nullopt;
+  }
+  std::vector<Account> accounts;
+  if (content->empty()) {
+    return accounts;
+  }
+  const std::unique_ptr<FILE, int (*)(FILE *)> file(
+      ::fmemopen(content->data(), content->size(), "re"), std::fclose);
+  if (!file) {
+    base::reportErrno(error, errno, "cannot read " + path);
+    return std::nullopt;
+  }
+  std::vector<char> buffer(kLongestLine);
+  passwd entry{};
+  passwd *found = nullptr;
+  int status = 0;
+  while ((status = ::fgetpwent_r(file.get(), &entry, buffer.data(), buffer.size(), &found)) == 0) {
+    if (name == entry.pw_name) {
+      accounts.push_back({entry.pw_name, entry.pw_uid, entry.pw_shell});
+    }
+  }
+  if (status != ENOENT) {
+    base::reportErrno(error, status, "cannot read " + path);
+    return std::nullopt;
+  }
+  return accounts;
+}
+
+}  // namespace platform_linux

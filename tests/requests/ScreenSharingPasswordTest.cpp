@@ -1,0 +1,125 @@
+#include "requests/ScreenSharingPassword.hpp"
+
+#include <algorithm>
+#include <set>
+
+#include "requests/RequestsFixture.hpp"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+
+class Password : public Requests {
+ public:
+  QuillMessage create() {
+    Peer peer = remote();
+    peer.worker->isAuthenticated = true;
+    return ask(QuillMessage::initCommandMessageCreateEphemeralUser("whatever"), peer);
+  }
+};
+
+TEST_F(Password, IsSetAndSentBack) {
+  setDebugMode(true);
+  accounts.refusals = 2;
+  accounts.failedCommits = 1;
+  const QuillMessage reply = create();
+  EXPECT_TRUE(reply.status);
+  EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
+  EXPECT_EQ(reply.errorMessage, "");
+  ASSERT_TRUE(accounts.committed);
+  EXPECT_EQ(base::textOf(support::dataFromBase64String(reply.ephemeralPassword->reveal())),
+            *accounts.committed);
+  EXPECT_EQ(std::set(accounts.offered.begin(), accounts.offered.end()).size(), 4U)
+      << "each attempt has a password of its own";
+  EXPECT_THAT(accounts.asked,
+              ElementsAre("cvnkfyvncuser", "system.privilege.admin 19", "cvnkfyvncuser",
+                          "system.privilege.admin 19", "cvnkfyvncuser"));
+  const auto entries = takeEntries();
+  EXPECT_THAT(entries, Contains("kfy:password not allowed.").Times(2));
+  EXPECT_THAT(entries, Contains("kfy:changing token user password returnStatus: 0").Times(1));
+  EXPECT_THAT(entries, Contains("kfy:rejected password. trying again.").Times(1));
+  EXPECT_THAT(entries, Contains("kfy:changing token user password returnStatus: 1").Times(1));
+  EXPECT_THAT(entries, Contains("kfy:changing token user password: " + *accounts.committed));
+}
+
+TEST_F(Password, OfLettersDigitsAndSignsOfItsLength) {
+  std::set<char> seen;
+  for (int count = 0; count < 200; ++count) {
+    const SecretText password = processor.randomAlphanumericStringWithLength(30);
+    EXPECT_EQ(password.reveal().size(), 30U);
+    seen.insert(password.reveal().begin(), password.reveal().end());
+  }
+  const std::string alphabet =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789!@#$%^&()_+=}{][";
+  EXPECT_EQ(seen, std::set<char>(alphabet.begin(), alphabet.end()));
+  EXPECT_TRUE(processor.randomAlphanumericStringWithLength(0).empty());
+  EXPECT_TRUE(processor.randomAlphanumericStringWithLength(-1).empty());
+}
+
+struct FailureCase {
+  const char *name;
+  void (*breakIt)(fakes::FakeAccounts &accounts);
+  const char *line;       // of the log or standard error, ten times
+  const char *rejection;  // likewise
+};
+
+class Failure : public Password, public testing::WithParamInterface<FailureCase> {};
+
+TEST_P(Failure, TenTimesIsAnsweredWithoutAPassword) {
+  setDebugMode(true);
+  GetParam().breakIt(accounts);
+  const QuillMessage reply = create();
+  EXPECT_FALSE(reply.status);
+  EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
+  EXPECT_TRUE(reply.ephemeralPassword->empty());
+  EXPECT_EQ(reply.errorMessage, "Could not set password for screen sharing user");
+  EXPECT_EQ(accounts.committed, std::nullopt);
+  EXPECT_EQ(accounts.offered.size(), 10U);
+  for (const char *line : {GetParam().line, GetParam().rejection}) {
+    std::size_t count = 0;
+    for (std::size_t at = log.standardError.find(line); at != std::string::npos;
+         at = log.standardError.find(line, at + 1)) {
+      ++count;
+    }
+    EXPECT_EQ(count, 10U) << line;
+  }
+}
+
+constexpr const char *kRejected = "rejected password. trying again.\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, Failure,
+    testing::Values(FailureCase{"Rules", [](fakes::FakeAccounts &a) { a.refusals = 99; },
+                                "password not allowed.\n", "password not allowed.\n"},
+                    FailureCase{"Authorization",
+                                [](fakes::FakeAccounts &a) { a.authorizationStatus = -5; },
+                                "Error Creating Initial Authorization: -5\n", kRejected},
+                    FailureCase{"Right", [](fakes::FakeAccounts &a) { a.rightStatus = -60005; },
+                                "Copy Rights Unsuccessful: -60005\n", kRejected},
+                    FailureCase{"Identity", [](fakes::FakeAccounts &a) { a.hasIdentity = false; },
+                                "could not find the cvnkfyvncuser. please verify the user exists\n",
+                                kRejected},
+                    FailureCase{"Class", [](fakes::FakeAccounts &a) { a.accountClass = 0; },
+                                "wrong user type\n", kRejected},
+                    FailureCase{"Commit", [](fakes::FakeAccounts &a) { a.failedCommits = 99; },
+                                "changing token user password returnStatus: 0\n", kRejected}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(Password, WithoutTheAccountOrAuthenticationNothingIsTried) {
+  accounts.records = 0;
+  const QuillMessage none = create();
+  EXPECT_FALSE(none.status);
+  EXPECT_EQ(none.errorMessage, "The screen sharing user does not exist");
+  EXPECT_TRUE(none.ephemeralPassword->empty());
+  accounts.opened = 0;
+  const QuillMessage stranger =
+      ask(QuillMessage::initCommandMessageCreateEphemeralUser("x"), remote());
+  EXPECT_FALSE(stranger.status);
+  EXPECT_EQ(stranger.ephemeralUsername, "cvnkfyvncuser");
+  EXPECT_EQ(stranger.errorMessage, "");
+  EXPECT_EQ(accounts.opened, 0);
+  EXPECT_EQ(accounts.offered.size(), 0U);
+}
+
+}  // namespace
