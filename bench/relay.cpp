@@ -38,7 +38,6 @@ double median(const std::vector<double> &values) {
   return percentile(values, 0.5);
 }
 
-// In microseconds.
 template <typename Work>
 double timed(Work work) {
   const auto start = std::chrono::steady_clock::now();
@@ -74,7 +73,7 @@ ByteView payloadOf(ByteView frame) {
                        frame.size() - protocol::kFrameStart.size() - protocol::kFrameEnd.size());
 }
 
-// A relay with a peer at either side, and what was measured of it, in microseconds.
+// A relay with a peer at either side, and what was measured of it; times are in microseconds.
 struct Course {
   const Child &relay;
   Peer requester;
