@@ -30,11 +30,15 @@ bool existsUnderRoot(const std::string &path) {
   return base::fileExists(base::rooted(path));
 }
 
-std::string withHomeExpanded(const std::string &path, uid_t user) {
-  if (path == "~" || path.starts_with("~/")) {
-    return realHomeFolder(user) + path.substr(1);
+// Without slashes at the end: with one a link would be followed, and the folder itself be taken for
+// the one above it.
+std::string settingsFolder(const std::string &path, uid_t user) {
+  std::string folder =
+      path == "~" || path.starts_with("~/") ? realHomeFolder(user) + path.substr(1) : path;
+  while (folder.size() > 1 && folder.ends_with('/')) {
+    folder.pop_back();
   }
-  return path;
+  return folder;
 }
 
 std::string freshFolder() {
@@ -48,7 +52,7 @@ std::string freshFolder() {
 std::string logFolder(support::LogPlatform &platform) {
   const auto configured = platform.defaults.text(platform::kStandardDefaults, "LogFolderPath");
   if (configured && !configured->empty()) {
-    const std::string folder = withHomeExpanded(*configured, platform.realUserID);
+    const std::string folder = settingsFolder(*configured, platform.realUserID);
     if (existsUnderRoot(folder)) {
       return folder;
     }

@@ -218,6 +218,7 @@ INSTANTIATE_TEST_SUITE_P(
         PlaceCase{"UserWithoutLibrary", 1001, "", "", "", "/tmp/kfy-....../Keyferry.log"},
         PlaceCase{"UnknownUser", 1002, "", "", "", "/tmp/kfy-....../Keyferry.log"},
         PlaceCase{"Setting", 0, "/home/ann", "~x.log", "b", "/home/ann/~x.log"},
+        PlaceCase{"SettingWithSlashAtItsEnd", 0, "/home/ann//", "", "", "/home/ann/Keyferry.log"},
         PlaceCase{"SettingBelowHome", 0, "~/logs", "", "b.log", "/root/logs/b.log"},
         PlaceCase{"SettingThatIsNotThere", 0, "/nowhere", "", "", "/tmp/kfy/Keyferry.log"},
         PlaceCase{"SettingThatIsAFile", 0, "/srv/file", "", "", "/srv/file/Keyferry.log"}),
