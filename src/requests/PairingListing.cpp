@@ -1,5 +1,6 @@
 #include "requests/PairingListing.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -22,11 +23,13 @@ constexpr std::chrono::seconds kPause{1};
 
 constexpr std::int64_t kToolSeconds = 20;
 constexpr std::int64_t kToolBytes = 1 << 20;
+// So much is no limit any more, and clocks still count in it.
+constexpr std::int64_t kLargestLimit = std::int64_t{1} << 31;
 
 platform::RunLimits limitsOfOneRun(platform::UserDefaults &defaults) {
   const auto setting = [&](const char *key, std::int64_t otherwise) {
     const auto value = defaults.integer(platform::kStandardDefaults, key);
-    return value && *value > 0 ? *value : otherwise;
+    return value && *value > 0 ? std::min(*value, kLargestLimit) : otherwise;
   };
   return {std::chrono::seconds(setting("pairingToolSeconds", kToolSeconds)),
           static_cast<std::size_t>(setting("pairingToolBytes", kToolBytes))};

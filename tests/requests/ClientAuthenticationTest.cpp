@@ -1,7 +1,9 @@
 #include "requests/ClientAuthentication.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
+#include <limits>
 
 #include "requests/PairingListing.hpp"
 #include "requests/RequestsFixture.hpp"
@@ -114,6 +116,20 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   EXPECT_FALSE(authenticate(remote, client(), *reply.challenge)) << "the challenge was replaced";
   EXPECT_FALSE(remote.worker->isAuthenticated);
   EXPECT_TRUE(remote.connection->isCancelled);
+}
+
+TEST_F(Authentication, RunsTheListingWithinItsLimits) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  pairWith(client().hash);
+  const Peer remote = this->remote();
+  connect(remote, {client().hash});
+  EXPECT_EQ(tools.calls[0].limits.time, std::chrono::seconds(20));
+  EXPECT_EQ(tools.calls[0].limits.outputBytes, 1U << 20);
+  defaults.values["kfyd/pairingToolSeconds"] = kMost;
+  defaults.values["kfyd/pairingToolBytes"] = std::int64_t{-1};
+  connect(remote, {client().hash});
+  EXPECT_GT(tools.calls[1].limits.time, std::chrono::years(1)) << "and not less than nothing";
+  EXPECT_EQ(tools.calls[1].limits.outputBytes, 1U << 20);
 }
 
 TEST_F(Authentication, FailsWithAnyOtherProof) {
