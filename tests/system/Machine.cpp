@@ -8,7 +8,6 @@
 #include <iterator>
 
 #include "base/Root.hpp"
-#include "client/PinnedServer.hpp"
 #include "support/HexString.hpp"
 
 namespace system_tests {
@@ -109,108 +108,11 @@ bool Machine::hasLogged(const std::string &text) const {
   return eventually([&] { return read("/var/log/unified.log").find(text) != std::string::npos; });
 }
 
-crypto::Identity makeIdentity(const crypto::PrivateKey &key, const std::string &name) {
-  return {*crypto::Certificate::selfSigned(key, name, /*days=*/2, /*serverName=*/false), key};
-}
-
-const crypto::Identity &rsaIdentity() {
-  static const crypto::Identity identity =
-      makeIdentity(*crypto::PrivateKey::generateRSA(2048), "RSA key");
-  return identity;
-}
-
-const crypto::Identity &otherRSAIdentity() {
-  static const crypto::Identity identity =
-      makeIdentity(*crypto::PrivateKey::generateRSA(2048), "Other RSA key");
-  return identity;
-}
-
-const crypto::Identity &ecIdentity() {
-  static const crypto::Identity identity =
-      makeIdentity(*crypto::PrivateKey::generateP256(), "EC key");
-  return identity;
-}
-
-Bytes publicKeyHash(const crypto::PrivateKey &key) {
-  return support::sha1(*key.publicKey().externalRepresentation());
-}
-
 std::string writeIdentity(const crypto::Identity &identity, const std::string &path) {
   Machine::write(
       path, std::string(base::textOf(identity.key.pem().reveal())) + identity.certificate.pem(),
       0600);
   return Machine::at(path);
-}
-
-Peer Peer::remote() {
-  Error error;
-  Peer peer{client::Connection::open(
-      client::kLoopbackHost, client::kPublicPort, [](const crypto::Certificate &) { return true; },
-      client::Patience::lasting(kPatience), &error)};
-  EXPECT_TRUE(peer.connection) << error.description;
-  return peer;
-}
-
-Peer Peer::local() {
-  Error error;
-  Peer peer{client::openLoopback(client::Patience::lasting(kPatience), &error)};
-  EXPECT_TRUE(peer.connection) << error.description;
-  return peer;
-}
-
-QuillMessage Peer::ask(const QuillMessage &request) {
-  Error error;
-  auto answer = connection->request(request, client::Patience::lasting(kPatience), &error);
-  EXPECT_TRUE(answer) << error.description;
-  return answer.value_or(QuillMessage());
-}
-
-void Peer::send(const QuillMessage &message) {
-  Error error;
-  EXPECT_TRUE(connection->send(message, &error)) << error.description;
-}
-
-QuillMessage Peer::receive() {
-  Error error;
-  auto message = connection->receive(client::Patience::lasting(kPatience), &error);
-  EXPECT_TRUE(message) << error.description;
-  return message.value_or(QuillMessage());
-}
-
-bool Peer::isEnded() {
-  Error error;
-  const auto message = connection->receive(client::Patience::lasting(kPatience), &error);
-  return !message && error.code == client::peerEnded;
-}
-
-QuillMessage Peer::connect(const crypto::PrivateKey &key) {
-  return ask(QuillMessage::initCommandMessageConnectWithCertificate({publicKeyHash(key)}));
-}
-
-bool Peer::authenticate(const crypto::Identity &as) {
-  const QuillMessage reply = connect(as.key);
-  return reply.challenge && ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-                                    *as.key.signRawPKCS1(*reply.challenge), as.certificate.der()))
-                                .status;
-}
-
-bool Peer::insert(const std::vector<const crypto::Identity *> &identities) {
-  std::vector<protocol::CardElement> elements;
-  for (const crypto::Identity *identity : identities) {
-    elements.emplace_back(support::CertificateInfo{
-        support::base64EncodeBytes(identity->certificate.der(), /*separateLines=*/false), true,
-        true, true, "key", std::nullopt});
-  }
-  return ask(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-                 protocol::makeCardList(elements)))
-      .status;
-}
-
-void signOnce(Peer &holder, const crypto::Identity &identity) {
-  const QuillMessage request = holder.receive();
-  holder.send(QuillMessage::initWithReplyMessageForSignMessage(
-      /*status=*/true, request.messageID,
-      identity.key.signRawPKCS1(request.dataToSign.value_or(Bytes{})).value_or(Bytes{})));
 }
 
 }  // namespace system_tests

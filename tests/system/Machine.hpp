@@ -7,9 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "base/Bytes.hpp"
-#include "client/Connection.hpp"
 #include "crypto/Identity.hpp"
+#include "system/Peer.hpp"
 #include "system/Process.hpp"
 
 namespace system_tests {
@@ -59,39 +58,7 @@ class Machine : public testing::Test {
   int started_ = 0;
 };
 
-// A key with its certificate, made by this test. The RSA ones are made once.
-[[nodiscard]] crypto::Identity makeIdentity(const crypto::PrivateKey &key, const std::string &name);
-[[nodiscard]] const crypto::Identity &rsaIdentity();
-[[nodiscard]] const crypto::Identity &otherRSAIdentity();
-[[nodiscard]] const crypto::Identity &ecIdentity();
-
-// The SHA-1 hash of a key's public half, and the same as text.
-[[nodiscard]] Bytes publicKeyHash(const crypto::PrivateKey &key);
 // Writes an identity as PEM and returns the path.
 std::string writeIdentity(const crypto::Identity &identity, const std::string &path);
-
-// A connection to the daemon as a test uses it: asked for and answered in the test's own thread.
-class Peer {
- public:
-  // Connects; fails the test if that is not possible.
-  static Peer remote();
-  static Peer local();
-
-  QuillMessage ask(const QuillMessage &request);
-  void send(const QuillMessage &message);
-  QuillMessage receive();
-  // Waits until the daemon has ended the connection.
-  [[nodiscard]] bool isEnded();
-
-  // `connect` and `authenticate` with this key; the last reply's status.
-  bool authenticate(const crypto::Identity &as);
-  QuillMessage connect(const crypto::PrivateKey &key);
-  bool insert(const std::vector<const crypto::Identity *> &identities);
-
-  std::unique_ptr<client::Connection> connection;
-};
-
-// Takes one relayed request and answers it by signing with the key.
-void signOnce(Peer &holder, const crypto::Identity &identity);
 
 }  // namespace system_tests

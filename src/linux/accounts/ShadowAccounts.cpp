@@ -18,8 +18,9 @@ namespace platform_linux {
 namespace {
 
 constexpr const char *kChangeTool = "/usr/sbin/chpasswd";
-// The tool waits up to 15 s for a locked shadow file.
-constexpr std::chrono::seconds kChangeTime{30};
+// A locked shadow file is waited for by the tool. Each attempt holds the queue of the daemon, and
+// there are ten.
+constexpr std::chrono::seconds kChangeTime{5};
 
 constexpr std::int32_t kRightDenied = -60005;
 constexpr int kSystemClass = 0;

@@ -1,0 +1,142 @@
+// An authenticated client asks for the screen-sharing account's password: the machine's real rules
+// and tools, on the root's own account files.
+
+#include <crypt.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "support/HexString.hpp"
+#include "system/Machine.hpp"
+
+namespace system_tests {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char *kUser = "cvnkfyvncuser:x:1001:1001::/home/screen:/bin/bash\n";
+constexpr const char *kShadow = "root:*:19000::::::\ncvnkfyvncuser:!:19000:0:99999:7:::\n";
+
+class ScreenSharing : public Machine {
+ public:
+  void SetUp() override {
+    write("/etc/passwd",
+          std::string("root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/:/bin/sh\n") + kUser);
+    write("/etc/shadow", kShadow, 0640);
+    makeServerIdentity();
+    pair(rsaIdentity().key);
+  }
+
+  QuillMessage create() {
+    startDaemon();
+    Peer remote = Peer::remote();
+    EXPECT_TRUE(remote.authenticate(rsaIdentity()));
+    return remote.ask(QuillMessage::initCommandMessageCreateEphemeralUser("anybody"));
+  }
+
+  // True if the password is that of the account's shadow entry.
+  static bool isPassword(const std::string &password) {
+    const std::string shadow = read("/etc/shadow");
+    const std::size_t start = shadow.find("cvnkfyvncuser:") + std::strlen("cvnkfyvncuser:");
+    const std::string hash = shadow.substr(start, shadow.find(':', start) - start);
+    crypt_data data{};
+    const char *computed = crypt_r(password.c_str(), hash.c_str(), &data);
+    return computed != nullptr && hash.starts_with("$y$") && hash == computed;
+  }
+
+  void expectRefusal(const char *text) {
+    const QuillMessage reply = create();
+    EXPECT_FALSE(reply.status);
+    EXPECT_EQ(reply.errorMessage, text);
+    EXPECT_TRUE(reply.ephemeralPassword->empty());
+    EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
+    EXPECT_EQ(read("/etc/shadow"), kShadow) << "nothing was changed";
+  }
+};
+
+constexpr const char *kNoUser = "The screen sharing user does not exist";
+constexpr const char *kNotSet = "Could not set password for screen sharing user";
+
+TEST_F(ScreenSharing, PasswordThatComesBackIsTheAccountsOwn) {
+  const QuillMessage reply = create();
+  EXPECT_TRUE(reply.status) << daemon->output();
+  const Bytes password = support::dataFromBase64String(reply.ephemeralPassword->reveal());
+  EXPECT_EQ(password.size(), 30U);
+  EXPECT_TRUE(isPassword(std::string(base::textOf(password)))) << read("/etc/shadow");
+  EXPECT_THAT(read("/var/log/unified.log"), testing::Not(HasSubstr(base::textOf(password))));
+}
+
+TEST_F(ScreenSharing, RulesThatRefuseEverythingAreAskedTenTimes) {
+  write("/etc/security/pwquality.conf", "minlen = 200\ndictcheck = 0\n");
+  expectRefusal(kNotSet);
+  ASSERT_TRUE(hasLogged("Command: 6"));
+  const std::string log = read("/var/log/unified.log");
+  std::size_t refusals = 0;
+  for (std::size_t at = log.find("password not allowed."); at != std::string::npos;
+       at = log.find("password not allowed.", at + 1)) {
+    ++refusals;
+  }
+  EXPECT_EQ(refusals, 10U);
+}
+
+TEST_F(ScreenSharing, AccountThatIsNotThereIsFoundAtTheNextLookUp) {
+  write("/etc/passwd", "root:x:0:0::/root:/bin/sh\nno account at all\n");
+  expectRefusal(kNoUser);
+  write("/etc/passwd", kUser);
+  Peer remote = Peer::remote();
+  EXPECT_TRUE(remote.authenticate(rsaIdentity()));
+  EXPECT_TRUE(remote.ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status);
+}
+
+TEST_F(ScreenSharing, TwoAccountsOfOneNameAreNone) {
+  write("/etc/passwd", std::string(kUser) + kUser);
+  expectRefusal(kNoUser);
+}
+
+TEST_F(ScreenSharing, AccountOfTheSystemKeepsItsPassword) {
+  write("/etc/passwd", "cvnkfyvncuser:x:500:500::/:/usr/sbin/nologin\n");
+  write("/etc/login.defs", "UID_MIN\t\t  600\n");
+  expectRefusal(kNotSet);
+}
+
+TEST_F(ScreenSharing, LockedShadowFileIsLeftAlone) {
+  write("/etc/shadow.lock", std::to_string(getpid()));
+  expectRefusal(kNotSet);
+  EXPECT_TRUE(hasLogged("rejected password. trying again."));
+}
+
+class FullDisk : public ScreenSharing {
+ public:
+  void SetUp() override {
+    isMounted_ = unshare(CLONE_NEWNS) == 0 &&
+                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                 mount("small", at("/etc").c_str(), "tmpfs", 0, "size=48k") == 0;
+    if (!isMounted_) {
+      GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
+    }
+    ScreenSharing::SetUp();
+  }
+  ~FullDisk() override {
+    if (isMounted_) {
+      umount2(at("/etc").c_str(), MNT_DETACH);
+    }
+  }
+
+ private:
+  bool isMounted_ = false;
+};
+
+TEST_F(FullDisk, LosesNoPassword) {
+  const int filler = open(at("/etc/filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const std::string piece(512, 'x');
+  while (::write(filler, piece.data(), piece.size()) > 0) {
+  }
+  close(filler);
+  expectRefusal(kNotSet);
+}
+
+}  // namespace
+}  // namespace system_tests
