@@ -20,6 +20,8 @@ struct Texts {
   Arguments arguments;
   KeysCommand keys;
   ConnectCommand connect;
+  PasswordCommand password;
+  std::string machine;
   std::vector<std::string> machines;
   std::string fingerprint;
   std::string passwordFile;
@@ -39,6 +41,21 @@ std::string defaultHome() {
   return home == nullptr ? "" : std::string(home) + "/.config/kfy-remote";
 }
 
+void addHome(CLI::App &command, Texts &texts) {
+  command
+      .add_option("--home", texts.arguments.home,
+                  "folder of the authentication key and the known hosts, by default "
+                  "~/.config/kfy-remote")
+      ->type_name("DIR");
+}
+
+void addFingerprint(CLI::App &command, Texts &texts) {
+  command
+      .add_option("--fingerprint", texts.fingerprint,
+                  "SHA-256 of the server's certificate as \"kfyctl identity show\" prints it")
+      ->type_name("SHA256");
+}
+
 void addKeyOptions(CLI::App &command, Texts &texts) {
   command
       .add_option("--key", texts.arguments.keyFiles,
@@ -49,11 +66,7 @@ void addKeyOptions(CLI::App &command, Texts &texts) {
                   "what programs see of the key, by default its certificate's name; once for "
                   "each key, in order")
       ->type_name("TEXT");
-  command
-      .add_option("--home", texts.arguments.home,
-                  "folder of the authentication key and the known hosts, by default "
-                  "~/.config/kfy-remote")
-      ->type_name("DIR");
+  addHome(command, texts);
   auto *file = command.add_option("--password-file", texts.passwordFile,
                                   "file whose first line is the password of the keys");
   file->type_name("FILE");
@@ -80,16 +93,47 @@ CLI::App &addConnect(CLI::App &program, Texts &texts) {
       ->required();
   addKeyOptions(command, texts);
   command.get_option("--key")->required();
-  command
-      .add_option("--fingerprint", texts.fingerprint,
-                  "SHA-256 of the server's certificate as \"kfyctl identity show\" prints it")
-      ->type_name("SHA256");
+  addFingerprint(command, texts);
   command.add_flag("--no-confirm", texts.connect.withoutConsent,
                    "allow every use of the keys without asking, for scripts and services");
   return command;
 }
 
+CLI::App &addPassword(CLI::App &program, Texts &texts) {
+  CLI::App &command = *program.add_subcommand(
+      "password",
+      "have a machine make a fresh password for its screen-sharing account; the end "
+      "of the connection withdraws a card that is inserted there");
+  command.add_option("HOST", texts.machine, "the machine, HOST or HOST:PORT (default 4116)")
+      ->required();
+  addHome(command, texts);
+  addFingerprint(command, texts);
+  command.add_flag("--json", texts.password.asJSON, "as JSON, for scripts");
+  return command;
+}
+
 // The commands' own rules, which the parser does not know.
+
+bool readFingerprint(const std::string &text, std::optional<Fingerprint> &fingerprint,
+                     Error *error) {
+  fingerprint = text.empty() ? std::nullopt : fingerprintFrom(text);
+  if (!text.empty() && !fingerprint) {
+    base::report(error, "arguments", 0,
+                 "--fingerprint takes the 64 hexadecimal digits of a SHA-256 digest");
+    return false;
+  }
+  return true;
+}
+
+bool finishPassword(Texts &texts, Error *error) {
+  const auto address = Address::fromText(texts.machine, error);
+  if (!address || !readFingerprint(texts.fingerprint, texts.password.fingerprint, error)) {
+    return false;
+  }
+  texts.password.machine = *address;
+  return true;
+}
+
 bool finishConnect(Texts &texts, Error *error) {
   for (const std::string &text : texts.machines) {
     auto address = Address::fromText(text, error);
@@ -98,16 +142,10 @@ bool finishConnect(Texts &texts, Error *error) {
     }
     texts.connect.machines.push_back(std::move(*address));
   }
-  if (texts.fingerprint.empty()) {
-    return true;
-  }
-  texts.connect.fingerprint = fingerprintFrom(texts.fingerprint);
-  if (!texts.connect.fingerprint) {
-    base::report(error, "arguments", 0,
-                 "--fingerprint takes the 64 hexadecimal digits of a SHA-256 digest");
+  if (!readFingerprint(texts.fingerprint, texts.connect.fingerprint, error)) {
     return false;
   }
-  if (texts.machines.size() > 1) {
+  if (texts.connect.fingerprint && texts.machines.size() > 1) {
     base::report(error, "arguments", 0, "--fingerprint goes with a single HOST");
     return false;
   }
@@ -149,7 +187,8 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   program.set_version_flag("--version", std::string("kfy-remote ") + base::kVersion);
   program.require_subcommand(1);
   const CLI::App &keys = addKeys(program, texts);
-  addConnect(program, texts);
+  const CLI::App &connect = addConnect(program, texts);
+  const CLI::App &password = addPassword(program, texts);
   try {
     program.parse(count, arguments);
   } catch (const CLI::Success &success) {
@@ -158,11 +197,14 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
     return wrong(printable(error.what()));
   }
   Error error;
-  if (!finish(texts, &error) || (!keys.parsed() && !finishConnect(texts, &error))) {
+  if (!finish(texts, &error) || (connect.parsed() && !finishConnect(texts, &error)) ||
+      (password.parsed() && !finishPassword(texts, &error))) {
     return wrong(printable(error.description));
   }
   if (keys.parsed()) {
     texts.arguments.command = texts.keys;
+  } else if (password.parsed()) {
+    texts.arguments.command = texts.password;
   } else {
     texts.arguments.command = texts.connect;
   }

@@ -23,12 +23,19 @@ struct ConnectCommand {
   bool withoutConsent = false;
 };
 
+// `kfy-remote password`
+struct PasswordCommand {
+  Address machine;
+  std::optional<Fingerprint> fingerprint;  // without one the known hosts tell
+  bool asJSON = false;
+};
+
 struct Arguments {
   std::string home;  // this program's folder
   std::vector<std::string> keyFiles;
   std::vector<std::string> labels;  // for the keys, in order; may be fewer
   PasswordOptions passwords;
-  std::variant<KeysCommand, ConnectCommand> command;
+  std::variant<KeysCommand, ConnectCommand, PasswordCommand> command;
 };
 
 // What stands on the command line, or the exit status if that is all to do: help and version were

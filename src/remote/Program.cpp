@@ -7,11 +7,13 @@
 #include <csignal>
 #include <cstdio>
 
+#include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
 #include "remote/AuthenticationKey.hpp"
 #include "remote/Console.hpp"
 #include "remote/KeyListing.hpp"
 #include "remote/KeyRing.hpp"
+#include "remote/ScreenSharing.hpp"
 #include "remote/Session.hpp"
 
 namespace remote {
@@ -29,6 +31,40 @@ int listKeys(const KeysCommand &command, const Arguments &arguments, ByteView ha
              const KeyRing &keys) {
   const std::string path = authenticationKeyPath(arguments.home);
   say(command.asJSON ? keyListingAsJSON(path, hash, keys) : keyListing(path, hash, keys));
+  return kDone;
+}
+
+int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
+                  const crypto::Identity &authentication, const StopSignal &stop) {
+  const KnownHosts knownHosts(arguments.home + "/known_hosts");
+  const auto pinned = command.fingerprint ? command.fingerprint : knownHosts.find(command.machine);
+  if (!pinned) {
+    complain(command.machine.name() + " is not known here, so nothing was sent to it");
+    advise("kfy-remote password " + command.machine.name() + " --fingerprint SHA256");
+    return kFailed;
+  }
+  client::Patience patience;
+  patience.stopDescriptor = stop.descriptor();
+  Error error;
+  const auto account =
+      fetchScreenSharingAccount(command.machine, *pinned, authentication, patience, &error);
+  if (!account) {
+    return fail(command.machine.name() + ": " + error.description);
+  }
+  if (command.asJSON) {
+    CleansedBytes text;
+    protocol::JSONWriter writer(text);
+    writer.beginObject();
+    writer.key("account");
+    writer.text(account->name);
+    writer.key("password");
+    writer.text(account->password.reveal());
+    writer.endObject();
+    say(std::string(base::textOf(text)));
+  } else {
+    say("account:  " + printable(account->name));
+    say("password: " + printable(account->password.reveal()));
+  }
   return kDone;
 }
 
@@ -57,6 +93,9 @@ int run(const Arguments &arguments) {
   const auto authentication = authenticationKey(arguments.home, &error);
   if (!authentication) {
     return fail(error.description);
+  }
+  if (const auto *command = std::get_if<PasswordCommand>(&arguments.command)) {
+    return fetchPassword(*command, arguments, *authentication, stop);
   }
   const auto hash = publicKeyHashOf(authentication->key.publicKey());
   const auto password = readGivenPassword(arguments.passwords, &error);

@@ -1,0 +1,77 @@
+#include "remote/ScreenSharing.hpp"
+
+#include <utility>
+
+#include "remote/KeyRing.hpp"
+#include "support/HexString.hpp"
+
+namespace remote {
+namespace {
+
+constexpr std::size_t kChallengeBytes = 16;
+// Where an account name may be asked for; the machine has only one to give.
+constexpr const char *kAccount = "cvnkfyvncuser";
+
+std::nullopt_t fail(Error *error, const std::string &reason) {
+  base::report(error, "remote", 0, reason);
+  return std::nullopt;
+}
+
+// `connect` and `authenticate`; false with the reason.
+bool authenticate(client::Connection &connection, const crypto::Identity &authentication,
+                  const client::Patience &patience, Error *error) {
+  const auto hash = publicKeyHashOf(authentication.key.publicKey());
+  const auto reply = connection.request(
+      QuillMessage::initCommandMessageConnectWithCertificate({*hash}), patience, error);
+  if (!reply) {
+    return false;
+  }
+  if (!reply->status || reply->selectedCertificateHash != hash) {
+    fail(error, "it has not paired this key with a user; there: sc_auth pair --user USER --hash " +
+                    support::hexString(*hash));
+    return false;
+  }
+  // whatever else it is, it is no challenge: our signature might serve somewhere else
+  if (!reply->challenge || reply->challenge->size() != kChallengeBytes) {
+    fail(error, "it sent a challenge that is not 16 bytes long; it was not signed");
+    return false;
+  }
+  auto signature = authentication.key.signRawPKCS1(*reply->challenge, error);
+  const auto answer =
+      signature ? connection.request(QuillMessage::initCommandMessageAuthenticateWithSignature(
+                                         std::move(*signature), authentication.certificate.der()),
+                                     patience, error)
+                : std::nullopt;
+  if (answer && !answer->status) {
+    fail(error, "it did not accept our signature");
+  }
+  return answer && answer->status;
+}
+
+}  // namespace
+
+std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
+    const Address &address, const Fingerprint &pinned, const crypto::Identity &authentication,
+    const client::Patience &patience, Error *error) {
+  const auto judge = [&](const crypto::Certificate &shown) { return shown.sha256() == pinned; };
+  const auto connection =
+      client::Connection::open(address.host, address.port, judge, patience, error);
+  if (!connection || !authenticate(*connection, authentication, patience, error)) {
+    return std::nullopt;
+  }
+  const auto reply = connection->request(
+      QuillMessage::initCommandMessageCreateEphemeralUser(kAccount), patience, error);
+  if (!reply) {
+    return std::nullopt;
+  }
+  if (!reply->status || !reply->ephemeralUsername || !reply->ephemeralPassword) {
+    return fail(error, reply->errorMessage.value_or("it refused"));
+  }
+  const auto password = support::dataFromBase64Field(reply->ephemeralPassword->reveal());
+  if (!password) {
+    return fail(error, "it sent a password that cannot be read");
+  }
+  return ScreenSharingAccount{*reply->ephemeralUsername, SecretText(*password)};
+}
+
+}  // namespace remote

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "base/Error.hpp"
+#include "base/Secret.hpp"
+#include "client/Connection.hpp"
+#include "crypto/Identity.hpp"
+#include "remote/Address.hpp"
+#include "remote/KnownHosts.hpp"
+
+namespace remote {
+
+// The screen-sharing account of a machine, with the password that it has from now on.
+struct ScreenSharingAccount {
+  std::string name;
+  SecretText password;
+};
+
+// Asks a machine that shows `pinned` for a fresh password, over a connection of its own. Blocks.
+// Nothing, with the reason, if it is not that machine, does not know our key or refuses. The end of
+// the connection withdraws a card that another connection has inserted there.
+[[nodiscard]] std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
+    const Address &address, const Fingerprint &pinned, const crypto::Identity &authentication,
+    const client::Patience &patience, Error *error = nullptr);
+
+}  // namespace remote
