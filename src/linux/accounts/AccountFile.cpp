@@ -2,7 +2,6 @@
 
 #include <pwd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -22,17 +21,19 @@ std::optional<std::vector<Account>> accountsNamed(const std::string &name, const
                                                   Error *error) {
   // Read first and parsed in memory, so that a file that can't be read to its end is noticed.
   auto content = base::readFile(path, kLargestFile, error);
-  if (!content) {
-    return std::nullopt;
-  }
+  return content ? accountsIn(*content, name, error) : std::nullopt;
+}
+
+std::optional<std::vector<Account>> accountsIn(std::span<std::uint8_t> content,
+                                               const std::string &name, Error *error) {
   std::vector<Account> accounts;
-  if (content->empty()) {
+  if (content.empty()) {
     return accounts;
   }
   const std::unique_ptr<FILE, int (*)(FILE *)> file(
-      ::fmemopen(content->data(), content->size(), "re"), std::fclose);
+      ::fmemopen(content.data(), content.size(), "re"), std::fclose);
   if (!file) {
-    base::reportErrno(error, errno, "cannot read " + path);
+    base::reportErrno(error, errno, "cannot read accounts");
     return std::nullopt;
   }
   std::vector<char> buffer(kLongestLine);
@@ -45,7 +46,7 @@ std::optional<std::vector<Account>> accountsNamed(const std::string &name, const
     }
   }
   if (status != ENOENT) {
-    base::reportErrno(error, status, "cannot read " + path);
+    base::reportErrno(error, status, "cannot read accounts");
     return std::nullopt;
   }
   return accounts;

@@ -2,7 +2,9 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,5 +26,10 @@ struct Account {
 [[nodiscard]] std::optional<std::vector<Account>> accountsNamed(const std::string &name,
                                                                 const std::string &path,
                                                                 Error *error = nullptr);
+
+// The same in the content of such a file, which is changed by the reading.
+[[nodiscard]] std::optional<std::vector<Account>> accountsIn(std::span<std::uint8_t> content,
+                                                             const std::string &name,
+                                                             Error *error = nullptr);
 
 }  // namespace platform_linux
