@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -61,7 +63,7 @@ class Network : public testing::Test {
       if (chunk.isFinal) {
         finalError = chunk.errorNumber;
         statesAtEnd = states.size();
-      } else {
+      } else if (onChunk(); connection) {
         receiveNext();
       }
     });
@@ -113,6 +115,11 @@ class Network : public testing::Test {
     EXPECT_EQ(channel->flush(), TlsChannel::Result::done);
   }
 
+  static std::size_t openDescriptors() {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(open), end(open)));
+  }
+
   CleansedBytes bytes(std::size_t size) const { return CleansedBytes(size, 'x'); }
 
   AsioMainQueue queue;
@@ -126,6 +133,7 @@ class Network : public testing::Test {
   std::size_t statesAtEnd = 0;
   std::vector<std::pair<ConnectionState, int>> states;
   std::string received;
+  std::function<void()> onChunk = [] {};
   base::Descriptor client;
   std::optional<TlsChannel> channel;
 };
@@ -143,16 +151,21 @@ TEST_F(Network, GivesUpAHandshakeThatTakesTooLong) {
 }
 
 TEST_F(Network, HandshakeThatWaitedForABlockedQueueIsStillTaken) {
-  parameters.handshakeTime = 30ms;
-  listenerError.reset();
-  listen();
-  client = dial();
-  channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
-  EXPECT_EQ(channel->handshake(), TlsChannel::Result::wantsRead);
-  queue.context().run_one_for(1s);  // the socket is accepted, its time runs
-  queue.post([] { std::this_thread::sleep_for(700ms); });
-  runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
-  EXPECT_FALSE(failedHandshake);
+  // the queue is blocked until long after the handshake's time, or until just after it
+  for (const auto &[time, blocked] : {std::pair(300ms, 1000ms), std::pair(1500ms, 1600ms)}) {
+    parameters.handshakeTime = time;
+    connection.reset();
+    failedHandshake.reset();
+    listenerError.reset();
+    listen();
+    client = dial();
+    queue.context().run_for(50ms);  // the socket is accepted, its time runs
+    queue.post([pause = blocked] { std::this_thread::sleep_for(pause); });
+    queue.context().run_for(blocked + 20ms);
+    channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
+    runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
+    EXPECT_FALSE(failedHandshake) << blocked.count();
+  }
 }
 
 TEST_F(Network, PortInUseIsReportedAndFailsForGood) {
@@ -194,6 +207,26 @@ TEST_F(Network, CancelDeliversWhatWasSentAndTellsOnALaterEvent) {
                                   std::pair(ConnectionState::cancelled, 0)));
   EXPECT_EQ(received, "");
   EXPECT_FALSE(finalError);
+}
+
+TEST_F(Network, CancelAfterALostWriteWaitsForNothing) {
+  const std::size_t before = openDescriptors();
+  establish();
+  std::optional<int> completion;
+  onChunk = [&] {
+    if (completion) {
+      std::exchange(connection, nullptr)->cancel();
+      return;
+    }
+    const linger hard{1, 0};
+    setsockopt(client.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
+    client.close();
+    connection->send(bytes(20), [&](int error) { completion = error; });
+  };
+  EXPECT_NE(channel->encryptRecord(base::viewOf("the answer to this fails")), 0U);
+  sendFromClient("before this is delivered");
+  runUntil([&] { return connection == nullptr && openDescriptors() == before; });
+  EXPECT_NE(completion, 0);
 }
 
 TEST_F(Network, DroppedConnectionSendsTheRestAndSaysNothing) {

@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <utility>
@@ -21,8 +22,9 @@ constexpr std::size_t kOutputPerTurn = std::size_t{64} * 1024;
 constexpr std::chrono::seconds kLongestFarewell{45};
 constexpr std::chrono::seconds kLinger{2};
 
-// A timer that fires this much too late tells that the loop was blocked.
-constexpr std::chrono::milliseconds kBlockedLoop{500};
+// The time of a handshake is counted in pieces of this length; a timer that fires so much too late
+// tells that the loop was blocked.
+constexpr std::chrono::milliseconds kPiece{500};
 
 platform::Endpoint endpointOf(const tcp::socket &socket) {
   error_code failed;
@@ -82,22 +84,25 @@ void TlsLink::closeAfter(std::chrono::milliseconds time) {
 
 void TlsLink::handshake(std::chrono::milliseconds time, Done done) {
   handshakeDone_ = std::move(done);
-  handshakeTimeIsUp(time);
+  countHandshakeTime(time);
   later(&TlsLink::handshakeTurn);
 }
 
-// Arms the timer of the handshake. One that fires too late, because a step had blocked the loop,
-// says nothing of the peer, whose bytes may be waiting: the time then begins anew.
-void TlsLink::handshakeTimeIsUp(std::chrono::milliseconds time) {
-  timer_.expires_after(time);
-  timer_.async_wait([self = shared_from_this(), time](const error_code &aborted) {
+// Arms the timer of the handshake for the next piece of what is left of its time. While a step
+// blocks the loop the peer's bytes may be waiting: such a time counts as one piece at most, and as
+// none where the timer shows it.
+void TlsLink::countHandshakeTime(std::chrono::milliseconds left) {
+  if (left.count() <= 0) {
+    return endHandshake(ETIMEDOUT);
+  }
+  const auto piece = std::min(left, kPiece);
+  timer_.expires_after(piece);
+  timer_.async_wait([self = shared_from_this(), left, piece](const error_code &aborted) {
     if (aborted || self->phase_ != Phase::handshaking) {
       return;
     }
-    if (std::chrono::steady_clock::now() > self->timer_.expiry() + kBlockedLoop) {
-      return self->handshakeTimeIsUp(time);
-    }
-    self->endHandshake(ETIMEDOUT);
+    const bool wasBlocked = std::chrono::steady_clock::now() > self->timer_.expiry() + kPiece;
+    self->countHandshakeTime(wasBlocked ? left : left - piece);
   });
 }
 
@@ -338,6 +343,9 @@ void TlsLink::outputIsLost(int errorNumber) {
 void TlsLink::beginClosing() {
   phase_ = Phase::closing;
   receive_ = nullptr;
+  if (writeError_ != 0) {  // nothing can leave any more, so there is nothing to wait for
+    return closeNow();
+  }
   closeAfter(kLongestFarewell);
   scheduleFlush();
   if (!isPeerGone_) {

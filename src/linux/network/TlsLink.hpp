@@ -67,7 +67,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void closeAfter(std::chrono::milliseconds time);
 
   void handshakeTurn();
-  void handshakeTimeIsUp(std::chrono::milliseconds time);
+  void countHandshakeTime(std::chrono::milliseconds left);
   void endHandshake(int errorNumber);
 
   void scheduleRead();
