@@ -138,11 +138,12 @@ CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
   const auto hashText = defaults.text(kSettingsDomain, "ssl_certificate_sha1_hash");
   const auto name = defaults.text(kSettingsDomain, "ssl_certificate_common_name");
   if (hashText && !hashText->empty()) {
-    const Bytes hash = support::dataWithHexString(*hashText).value_or(Bytes{});
-    auto identity =
-        keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, /*pin=*/std::nullopt);
+    const std::optional<Bytes> hash = support::dataWithHexString(*hashText);
+    auto identity = keychain.findIdentityWithSHA1Hash(hash.value_or(Bytes{}), /*tokenOnly=*/false,
+                                                      /*pin=*/std::nullopt);
     if (!identity) {
-      CVNLog("SSL identity not found with sha1 hash of %@. exiting", support::Hex{hash});
+      CVNLog("SSL identity not found with sha1 hash of %@. exiting",
+             hash ? std::optional(support::hexString(*hash)) : std::nullopt);
     }
     return identity;
   }

@@ -67,6 +67,9 @@ TEST_F(Manager, PrefersTheHashAndTriesNoNameAfterIt) {
   EXPECT_THAT(takeEntries(),
               ElementsAre("kfy:SSL identity not found with sha1 hash of 00FF. exiting",
                           "kfy:listener could not be set up."));
+  set("ssl_certificate_sha1_hash", "0x0");
+  EXPECT_FALSE(manager.setupListener());
+  EXPECT_EQ(takeEntries().front(), "kfy:SSL identity not found with sha1 hash of (null). exiting");
   set("ssl_certificate_sha1_hash", support::hexString(identity.reference->certificate.sha1()));
   EXPECT_TRUE(manager.setupListener());
   set("ssl_certificate_sha1_hash", "");
