@@ -60,7 +60,7 @@ std::string logFolder(support::LogPlatform &platform) {
   if (platform.realUserID == 0 || platform.realUserID == kSecurityAgentID) {
     return std::string(kRootFolder);
   }
-  const std::string ofHome = realHomeFolder(platform.realUserID) + "/Library/Logs";
+  std::string ofHome = realHomeFolder(platform.realUserID) + "/Library/Logs";
   if (existsUnderRoot(ofHome)) {
     return ofHome;
   }

@@ -186,7 +186,7 @@ std::optional<std::string> withSetting(const std::string &text, const std::strin
   std::string result = changed(text, *expected, key, value);
   put(*expected, key, value);
   // Whether the parser's places were the right ones only the result can tell.
-  const auto actual = parse(result, nullptr);
+  const auto actual = parse(result, /*error=*/nullptr);
   if (!isPossible || !actual || *actual != *expected) {
     base::report(error, "toml", 0, "\"" + key + "\" cannot be changed without changing more");
     return std::nullopt;

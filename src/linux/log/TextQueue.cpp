@@ -1,11 +1,11 @@
 #include "linux/log/TextQueue.hpp"
 
-#include <limits.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <utility>
 
 #include "base/Descriptor.hpp"
