@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <utility>
 
 #include "identity/PinnedCertificate.hpp"
 #include "support/CVNLog.hpp"
@@ -124,8 +123,8 @@ std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerW
     reportListenerState(self->port(), state, errorNumber);
   });
   created->setConnectionHandler(
-      [this, localOnly](std::shared_ptr<platform::Connection> connection) {
-        accept(std::move(connection), localOnly);
+      [this, localOnly](const std::shared_ptr<platform::Connection> &connection) {
+        accept(connection, localOnly);
       });
   created->setFailedHandshakeHandler(worker::warnConnectionFailed);
   created->start();
@@ -159,7 +158,8 @@ CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
   return identity;
 }
 
-void QuillNetworkManager::accept(std::shared_ptr<platform::Connection> connection, bool isLocal) {
+void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &connection,
+                                 bool isLocal) {
   forgetDeadWorkers();
   const QuillWorker::Shared worker = QuillWorker::initWithReceiveBlock(
       [this](const QuillWorker::Shared &from, const QuillMessage &message) {

@@ -52,7 +52,7 @@ class QuillNetworkManager : public RequestProcessor {
 
  private:
   [[nodiscard]] CVNKeychain::IdentityReference findServerIdentity() const;
-  void accept(std::shared_ptr<platform::Connection> connection, bool isLocal);
+  void accept(const std::shared_ptr<platform::Connection> &connection, bool isLocal);
   void forgetDeadWorkers();
   void received(const QuillMessage *message, const QuillWorker::Shared &worker);
   void disconnected(const QuillWorker::Shared &worker, const std::optional<std::string> &error);
