@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -28,6 +29,7 @@
 namespace {
 
 constexpr int kCannotListen = -1;
+constexpr int kFailed = 1;
 
 std::string processName() {
   std::error_code unknown;
@@ -53,6 +55,21 @@ int exitWith(const char *line) {
   return kCannotListen;
 }
 
+// Sets both listeners up and serves what comes in.
+int serve(platform::MainQueue &queue) {
+  support::logToFileAlone("Starting Listener");
+  QuillNetworkManager &manager = QuillNetworkManager::manager();
+  if (!manager.setupListener()) {
+    support::logToFileAlone("no");
+    return exitWith("error setting up listener. exiting.");
+  }
+  if (!manager.setupLocalListener()) {
+    return exitWith("error setting up local listener. exiting.");
+  }
+  queue.run();
+  return 0;
+}
+
 int runDaemon() {
   prepareProcess();
   platform_linux::AsioMainQueue queue;
@@ -71,18 +88,14 @@ int runDaemon() {
   queue.setBeforeEvent(support::eventBegins);
   QuillNetworkManager::usePlatform(
       {{tools, clock, defaults, directory, accounts}, network, store, tokens});
-
-  support::logToFileAlone("Starting Listener");
-  QuillNetworkManager &manager = QuillNetworkManager::manager();
-  if (!manager.setupListener()) {
-    support::logToFileAlone("no");
-    return exitWith("error setting up listener. exiting.");
+  try {
+    return serve(queue);
+  } catch (const std::exception &failure) {
+    // said here, where the log still stands
+    CVNLog("kfyd ends: %s", failure.what());
+    support::flushLogs();
+    return kFailed;
   }
-  if (!manager.setupLocalListener()) {
-    return exitWith("error setting up local listener. exiting.");
-  }
-  queue.run();
-  return 0;
 }
 
 }  // namespace
@@ -91,8 +104,7 @@ int main() {
   try {
     return runDaemon();
   } catch (const std::exception &failure) {
-    CVNLog("kfyd ends: %s", failure.what());
-    support::flushLogs();
-    return 1;
+    std::fprintf(stderr, "kfyd: cannot start: %s\n", failure.what());
+    return kFailed;
   }
 }
