@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <new>
+#include <span>
 
 #include "protocol/JSONWriter.hpp"
 #include "protocol/MessageFields.hpp"
@@ -41,12 +42,16 @@ class ParseMemory {
   ~ParseMemory() {
     pool_.release();
     base::cleanse(first_.data(), first_.size());
+    base::cleanse(unfinished_.data(), unfinished_.size());
   }
   ParseMemory(const ParseMemory &) = delete;
   ParseMemory &operator=(const ParseMemory &) = delete;
   [[nodiscard]] json::storage_ptr storage() { return &pool_; }
+  // For what the parser has read of an object or array that has not ended: short texts stand in it.
+  [[nodiscard]] std::span<unsigned char> unfinished() { return unfinished_; }
 
  private:
+  std::array<unsigned char, 4096> unfinished_;
   alignas(std::max_align_t) std::array<unsigned char, 4096> first_;
   CleansingResource upstream_;
   json::monotonic_resource pool_{first_.data(), first_.size(), &upstream_};
@@ -76,10 +81,15 @@ Parsed parse(ByteView data, ParseMemory &memory) {
   json::parse_options options;
   options.max_depth = kDeepestNesting;
   json::error_code code;
-  json::value value = json::parse(base::textOf(data), code, memory.storage(), options);
+  // Not json::parse, which leaves what it has read on the stack and in memory of its own.
+  json::parser parser(memory.storage(), options, memory.unfinished().data(),
+                      memory.unfinished().size());
+  parser.reset(memory.storage());
+  parser.write(base::textOf(data), code);
   if (code) {
     return {nullptr, code.message()};
   }
+  json::value value = parser.release();
   // the parser reads a number that no double holds as infinity
   if (hasInfinity(value)) {
     return {nullptr, "number out of range"};
