@@ -8,72 +8,59 @@
 
 namespace {
 
-class SelfSigned : public testing::TestWithParam<const char *> {};
+using crypto::Certificate;
 
-TEST_P(SelfSigned, IsAValidServerCertificate) {
-  const crypto::PrivateKey key = madeKey(GetParam());
-  const auto certificate =
-      crypto::Certificate::selfSigned(key, "build-host", 10, /*serverName=*/true);
-  ASSERT_TRUE(certificate);
-  X509 *native = certificate->native();
-  EXPECT_EQ(X509_verify(native, key.native()), 1);
-  EXPECT_EQ(X509_check_purpose(native, X509_PURPOSE_SSL_SERVER, /*ca=*/0), 1);
-  EXPECT_EQ(X509_check_host(native, "build-host", 0, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT, nullptr),
-            1);
-  EXPECT_EQ(X509_check_ca(native), 0);
-  EXPECT_EQ(certificate->commonName(), "build-host");
-  EXPECT_EQ(certificate->notAfter() - certificate->notBefore(), std::chrono::hours(11 * 24));
+TEST(SelfSigned, IsAValidServerCertificate) {
+  for (const char *type : {"RSA", "EC", "ED25519"}) {
+    SCOPED_TRACE(type);
+    const crypto::PrivateKey key = madeKey(type);
+    const auto made = Certificate::selfSigned(key, "build-host", 10, /*serverName=*/true);
+    ASSERT_TRUE(made);
+    X509 *native = made->native();
+    EXPECT_EQ(X509_verify(native, key.native()), 1);
+    EXPECT_EQ(X509_check_purpose(native, X509_PURPOSE_SSL_SERVER, /*ca=*/0), 1);
+    EXPECT_EQ(
+        X509_check_host(native, "build-host", 0, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT, nullptr), 1);
+    EXPECT_EQ(X509_check_ca(native), 0);
+    EXPECT_EQ(made->commonName(), "build-host");
+    EXPECT_EQ(made->notAfter() - made->notBefore(), std::chrono::hours(11 * 24));
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Types, SelfSigned, testing::Values("RSA", "EC", "ED25519"),
-                         [](const auto &row) { return std::string(row.param); });
-
-TEST(Certificate, KeepsACommaWithinTheServerName) {
-  const auto certificate = crypto::Certificate::selfSigned(madeKey("EC"), "a,DNS:evil.example", 10,
-                                                           /*serverName=*/true);
-  EXPECT_EQ(X509_check_host(certificate->native(), "evil.example", 0, 0, nullptr), 0);
-  EXPECT_FALSE(
-      crypto::Certificate::selfSigned(madeKey("EC"), "büro", 10, /*serverName=*/true).has_value());
-}
-
-TEST(Certificate, GivesNamesAsUTF8) {
-  const auto certificate =
-      crypto::Certificate::selfSigned(madeKey("EC"), "Büro", 10, /*serverName=*/false);
-  EXPECT_EQ(certificate->commonName(), "Büro");
-  EXPECT_EQ(certificate->subject(), "CN = Büro");
+TEST(SelfSigned, TakesNamesAndDatesAsTheyAre) {
+  const crypto::PrivateKey key = madeKey("EC");
+  const auto comma = Certificate::selfSigned(key, "a,DNS:evil.example", 10, /*serverName=*/true);
+  EXPECT_EQ(X509_check_host(comma->native(), "evil.example", 0, 0, nullptr), 0);
+  EXPECT_FALSE(Certificate::selfSigned(key, "büro", 10, /*serverName=*/true).has_value());
+  const auto late = Certificate::selfSigned(key, "Büro", 7000 * 365, /*serverName=*/false);
+  EXPECT_EQ(late->commonName(), "Büro");
+  EXPECT_EQ(late->subject(), "CN = Büro");
+  EXPECT_GT(late->notAfter(), std::chrono::system_clock::now() + std::chrono::years(100))
+      << "a date that the clock cannot hold";
 }
 
 TEST(Certificate, IsReadFromExactlyItsBytes) {
-  const crypto::Certificate made = madeIdentity("EC", "host").certificate;
+  const Certificate made = madeIdentity("EC", "host").certificate;
   Bytes der = made.der();
-  EXPECT_EQ(crypto::Certificate::fromDER(der)->sha256(), made.sha256());
-  const auto keyFromDER = crypto::Certificate::fromDER(der)->publicKey();
-  EXPECT_EQ(keyFromDER->externalRepresentation(), made.publicKey()->externalRepresentation());
-
-  EXPECT_FALSE(crypto::Certificate::fromDER({der.data(), der.size() - 1}));
+  const auto read = Certificate::fromDER(der);
+  EXPECT_EQ(read->sha256(), made.sha256());
+  EXPECT_EQ(read->publicKey()->externalRepresentation(),
+            madeKey("EC").publicKey().externalRepresentation());
+  EXPECT_FALSE(Certificate::fromDER({der.data(), der.size() - 1}));
   der.push_back(0);
-  EXPECT_FALSE(crypto::Certificate::fromDER(der));
-  EXPECT_FALSE(crypto::Certificate::fromDER({}));
+  EXPECT_FALSE(Certificate::fromDER(der));
+  EXPECT_FALSE(Certificate::fromDER({}));
 }
 
 TEST(Certificate, ReadsAllOfAPEMTextInOrder) {
   const crypto::Identity first = madeIdentity("EC", "first");
-  const crypto::Identity second = madeIdentity("RSA", "second");
-  const std::string text = first.certificate.pem() +
-                           std::string(base::textOf(first.key.pem().reveal())) + "prose\n" +
-                           second.certificate.pem();
-  const auto certificates = crypto::Certificate::allFromPEM(base::viewOf(text));
+  const std::string text =
+      pemOf(first) + "prose\n" + madeIdentity("RSA", "second").certificate.pem();
+  const auto certificates = Certificate::allFromPEM(base::viewOf(text));
   ASSERT_EQ(certificates.size(), 2u);
   EXPECT_EQ(certificates[0].commonName(), "first");
   EXPECT_EQ(certificates[1].commonName(), "second");
-  EXPECT_TRUE(crypto::Certificate::allFromPEM(base::viewOf("prose")).empty());
-}
-
-TEST(Certificate, HoldsADateThatTheClockCannotHold) {
-  const auto certificate = crypto::Certificate::selfSigned(madeKey("EC"), "host", 7000 * 365,
-                                                           /*serverName=*/false);
-  ASSERT_TRUE(certificate);
-  EXPECT_GT(certificate->notAfter(), std::chrono::system_clock::now() + std::chrono::years(100));
+  EXPECT_TRUE(Certificate::allFromPEM(base::viewOf("prose")).empty());
 }
 
 }  // namespace

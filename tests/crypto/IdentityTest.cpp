@@ -5,8 +5,6 @@
 #include <openssl/pkcs12.h>
 #include <openssl/provider.h>
 
-#include <functional>
-
 #include "crypto/MadeIdentities.hpp"
 
 namespace {
@@ -18,16 +16,6 @@ const crypto::Identity &owner() {
 
 std::string keyPEM() {
   return std::string(base::textOf(owner().key.pem().reveal()));
-}
-std::string ownPEM() {
-  return owner().certificate.pem();
-}
-std::string foreignPEM() {
-  return madeIdentity("EC", "foreign").certificate.pem();
-}
-
-std::string pemOf(const crypto::Identity &identity) {
-  return std::string(base::textOf(identity.key.pem().reveal())) + identity.certificate.pem();
 }
 
 std::string contentOf(BIO *buffer) {
@@ -53,13 +41,6 @@ std::string curveAndKeyPEM() {
   PEM_write_bio_PrivateKey_traditional(buffer, identity.key.native(), nullptr, nullptr, 0, nullptr,
                                        nullptr);
   return contentOf(buffer) + identity.certificate.pem();
-}
-
-std::string curveAndPublicKeyPEM() {
-  BIO *buffer = BIO_new(BIO_s_mem());
-  PEM_write_bio_Parameters(buffer, madeKey("EC").native());
-  PEM_write_bio_PUBKEY(buffer, madeKey("EC").native());
-  return contentOf(buffer);
 }
 
 struct Package {
@@ -97,66 +78,53 @@ std::string packagedLongAgo() {
   return file;
 }
 
-struct IdentityCase {
-  const char *name;
-  std::function<std::string()> file;
-  const char *password;
-  const char *refusal;  // the error's domain, null if it is read
-};
-
-class IdentityFile : public testing::TestWithParam<IdentityCase> {};
-
-TEST_P(IdentityFile, IsRead) {
-  const SecretText password(GetParam().password == nullptr ? "" : GetParam().password);
-  Error error;
-  const std::string file = GetParam().file();
-  const auto identity = crypto::readIdentity(
-      base::viewOf(file), GetParam().password == nullptr ? nullptr : &password, &error);
-  if (GetParam().refusal != nullptr) {
-    EXPECT_FALSE(identity);
-    EXPECT_EQ(error.domain, GetParam().refusal) << error.description;
-    return;
+TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
+  const std::string key = keyPEM();
+  const std::string own = owner().certificate.pem();
+  const std::string foreign = madeIdentity("EC", "foreign").certificate.pem();
+  const std::string encrypted = encryptedKeyPEM() + own;
+  struct Case {
+    const char *name;
+    std::string file;
+    const char *password;  // null: none is given
+    const char *refusal;   // the error's domain, null if it is read
+  };
+  const Case kCases[] = {
+      {"key first", key + own, nullptr, nullptr},
+      {"certificates first", foreign + own + key, nullptr, nullptr},
+      {"curve before key", curveAndKeyPEM(), nullptr, nullptr},
+      {"Ed25519", pemOf(madeIdentity("ED25519", "edward")), nullptr, nullptr},
+      {"encrypted key", encrypted, "secret", nullptr},
+      {"wrong password for a key", encrypted, "other", "password"},
+      {"no password for a key", encrypted, nullptr, "password"},
+      {"foreign certificate", key + foreign, nullptr, "crypto"},
+      {"key alone", key, nullptr, "crypto"},
+      {"certificate alone", own, nullptr, "openssl"},
+      {"package", packaged({}), "secret", nullptr},
+      {"wrong password for a package", packaged({}), "other", "password"},
+      {"empty password", packaged({.password = ""}), nullptr, nullptr},
+      {"null password", packaged({.password = nullptr}), nullptr, nullptr},
+      {"package with RC2", packagedLongAgo(), "secret", nullptr},
+      {"rounds in all above the bound", packaged({.macRounds = 1'999'999}), "secret", "crypto"},
+      {"rounds below nothing", packaged({.macRounds = -1}), "secret", "crypto"},
+      {"truncated package", packaged({}).substr(0, 900), "secret", "openssl"},
+      {"empty", "", nullptr, "openssl"},
+  };
+  for (const Case &row : kCases) {
+    SCOPED_TRACE(row.name);
+    const SecretText password(row.password == nullptr ? "" : row.password);
+    Error error;
+    const auto identity = crypto::readIdentity(
+        base::viewOf(row.file), row.password == nullptr ? nullptr : &password, &error);
+    ASSERT_EQ(identity.has_value(), row.refusal == nullptr) << error.description;
+    if (!identity) {
+      EXPECT_EQ(error.domain, row.refusal) << error.description;
+      continue;
+    }
+    EXPECT_EQ(identity->key.publicKey().externalRepresentation(),
+              identity->certificate.publicKey()->externalRepresentation());
+    EXPECT_NE(identity->certificate.commonName(), "foreign");
   }
-  ASSERT_TRUE(identity) << error.description;
-  EXPECT_EQ(identity->key.publicKey().externalRepresentation(),
-            identity->certificate.publicKey()->externalRepresentation());
-  EXPECT_TRUE(identity->certificate.commonName() != "foreign");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, IdentityFile,
-    testing::Values(
-        IdentityCase{"KeyFirst", [] { return keyPEM() + ownPEM(); }, nullptr, nullptr},
-        IdentityCase{"CertificatesFirst", [] { return foreignPEM() + ownPEM() + keyPEM(); },
-                     nullptr, nullptr},
-        IdentityCase{"CurveBeforeKey", curveAndKeyPEM, nullptr, nullptr},
-        IdentityCase{"Ed25519", [] { return pemOf(madeIdentity("ED25519", "edward")); }, nullptr,
-                     nullptr},
-        IdentityCase{"PublicKeyAndCurveAlone", [] { return curveAndPublicKeyPEM() + ownPEM(); },
-                     nullptr, "openssl"},
-        IdentityCase{"EncryptedKey", [] { return encryptedKeyPEM() + ownPEM(); }, "secret",
-                     nullptr},
-        IdentityCase{"WrongPasswordForKey", [] { return encryptedKeyPEM() + ownPEM(); }, "other",
-                     "password"},
-        IdentityCase{"NoPasswordForKey", [] { return encryptedKeyPEM() + ownPEM(); }, nullptr,
-                     "password"},
-        IdentityCase{"ForeignCertificate", [] { return keyPEM() + foreignPEM(); }, nullptr,
-                     "crypto"},
-        IdentityCase{"KeyAlone", keyPEM, nullptr, "crypto"},
-        IdentityCase{"CertificateAlone", ownPEM, nullptr, "openssl"},
-        IdentityCase{"Package", [] { return packaged({}); }, "secret", nullptr},
-        IdentityCase{"WrongPasswordForPackage", [] { return packaged({}); }, "other", "password"},
-        IdentityCase{"EmptyPassword", [] { return packaged({.password = ""}); }, nullptr, nullptr},
-        IdentityCase{"NullPassword", [] { return packaged({.password = nullptr}); }, nullptr,
-                     nullptr},
-        IdentityCase{"PackageWithRC2", packagedLongAgo, "secret", nullptr},
-        IdentityCase{"RoundsInAllAboveTheBound", [] { return packaged({.macRounds = 1'999'999}); },
-                     "secret", "crypto"},
-        IdentityCase{"RoundsBelowNothing", [] { return packaged({.macRounds = -1}); }, "secret",
-                     "crypto"},
-        IdentityCase{"TruncatedPackage", [] { return packaged({}).substr(0, 900); }, "secret",
-                     "openssl"},
-        IdentityCase{"Empty", [] { return std::string(); }, nullptr, "openssl"}),
-    [](const auto &row) { return std::string(row.param.name); });
 
 }  // namespace

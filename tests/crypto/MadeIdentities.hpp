@@ -25,3 +25,7 @@ inline crypto::Identity madeIdentity(const char *type, const std::string &common
   const crypto::PrivateKey key = madeKey(type);
   return {*crypto::Certificate::selfSigned(key, commonName, 30, /*serverName=*/true), key};
 }
+
+inline std::string pemOf(const crypto::Identity &identity) {
+  return identity.certificate.pem() + std::string(base::textOf(identity.key.pem().reveal()));
+}
