@@ -17,8 +17,9 @@ std::shared_ptr<SSL_CTX> newContext(const SSL_METHOD *method, Error *error) {
     reportLibraryError(error, "cannot set up TLS");
     return nullptr;
   }
+  // What was received is overwritten in the library's buffers: it may hold a PIN.
   SSL_CTX_set_options(context.get(), SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION |
-                                         SSL_OP_IGNORE_UNEXPECTED_EOF |
+                                         SSL_OP_CLEANSE_PLAINTEXT | SSL_OP_IGNORE_UNEXPECTED_EOF |
                                          SSL_OP_CIPHER_SERVER_PREFERENCE);
   // No chain is put together from the machine's own certificates: peers pin the one that is shown.
   SSL_CTX_set_mode(context.get(), SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
