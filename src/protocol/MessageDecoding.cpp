@@ -2,13 +2,12 @@
 #include <array>
 #include <boost/json.hpp>
 #include <charconv>
-#include <cmath>
-#include <cstddef>
-#include <new>
-#include <span>
+#include <exception>
+#include <iterator>
 
 #include "protocol/JSONWriter.hpp"
 #include "protocol/MessageFields.hpp"
+#include "protocol/ParsedJSON.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 
@@ -16,86 +15,6 @@ namespace protocol {
 namespace {
 
 namespace json = boost::json;
-
-// Deepest nesting of a message, the outermost object counted as 1.
-constexpr std::size_t kDeepestNesting = 32;
-
-// Memory for one parse. It is overwritten when it goes, since a message may carry a PIN or a
-// password.
-class CleansingResource final : public json::memory_resource {
- private:
-  void *do_allocate(std::size_t size, std::size_t alignment) override {
-    return ::operator new(size, std::align_val_t(alignment));
-  }
-  void do_deallocate(void *memory, std::size_t size, std::size_t alignment) override {
-    base::cleanse(memory, size);
-    ::operator delete(memory, std::align_val_t(alignment));
-  }
-  [[nodiscard]] bool do_is_equal(const json::memory_resource &other) const noexcept override {
-    return this == &other;
-  }
-};
-
-class ParseMemory {
- public:
-  ParseMemory() = default;
-  ~ParseMemory() {
-    pool_.release();
-    base::cleanse(first_.data(), first_.size());
-    base::cleanse(unfinished_.data(), unfinished_.size());
-  }
-  ParseMemory(const ParseMemory &) = delete;
-  ParseMemory &operator=(const ParseMemory &) = delete;
-  [[nodiscard]] json::storage_ptr storage() { return &pool_; }
-  // For what the parser has read of an object or array that has not ended: short texts stand in it.
-  [[nodiscard]] std::span<unsigned char> unfinished() { return unfinished_; }
-
- private:
-  std::array<unsigned char, 4096> unfinished_;
-  alignas(std::max_align_t) std::array<unsigned char, 4096> first_;
-  CleansingResource upstream_;
-  json::monotonic_resource pool_{first_.data(), first_.size(), &upstream_};
-};
-
-bool hasInfinity(const json::value &value) {
-  if (const double *number = value.if_double()) {
-    return std::isinf(*number);
-  }
-  if (const json::array *array = value.if_array()) {
-    return std::ranges::any_of(*array, hasInfinity);
-  }
-  if (const json::object *object = value.if_object()) {
-    return std::ranges::any_of(*object,
-                               [](const auto &member) { return hasInfinity(member.value()); });
-  }
-  return false;
-}
-
-// A parsed text, or why it is none.
-struct Parsed {
-  json::value value;
-  std::string error;  // empty: parsed
-};
-
-Parsed parse(ByteView data, ParseMemory &memory) {
-  json::parse_options options;
-  options.max_depth = kDeepestNesting;
-  json::error_code code;
-  // Not json::parse, which leaves what it has read on the stack and in memory of its own.
-  json::parser parser(memory.storage(), options, memory.unfinished().data(),
-                      memory.unfinished().size());
-  parser.reset(memory.storage());
-  parser.write(base::textOf(data), code);
-  if (code) {
-    return {nullptr, code.message()};
-  }
-  json::value value = parser.release();
-  // the parser reads a number that no double holds as infinity
-  if (hasInfinity(value)) {
-    return {nullptr, "number out of range"};
-  }
-  return {std::move(value), ""};
-}
 
 template <typename Number>
 void writeNumber(JSONWriter &writer, Number number) {
@@ -332,13 +251,12 @@ std::optional<Head> readHead(const json::object &object, ByteView data) {
 }
 
 std::optional<QuillMessage> decode(ByteView data) {
-  ParseMemory memory;
-  const Parsed parsed = parse(data, memory);
-  if (!parsed.error.empty()) {
-    logUnusable(parsed.error, data);
+  const ParsedJSON parsed(data);
+  if (parsed.value() == nullptr) {
+    logUnusable(parsed.error(), data);
     return std::nullopt;
   }
-  const json::object *object = parsed.value.if_object();
+  const json::object *object = parsed.value()->if_object();
   if (object == nullptr) {
     logUnusable("not an object", data);
     return std::nullopt;

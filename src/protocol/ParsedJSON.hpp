@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "base/Bytes.hpp"
+
+namespace boost::json {
+class value;
+}
+
+namespace protocol {
+
+// A JSON text (RFC 8259) as values. Strict: nesting to 32 levels, UTF-8 without lone surrogates, no
+// number that no double holds, nothing but white space behind the value; of a key that stands twice
+// the last counts. All that was read is overwritten when this goes, since a message may carry a PIN
+// or a password.
+class ParsedJSON {
+ public:
+  // Throws std::bad_alloc.
+  explicit ParsedJSON(ByteView text);
+  ~ParsedJSON();
+  ParsedJSON(const ParsedJSON &) = delete;
+  ParsedJSON &operator=(const ParsedJSON &) = delete;
+
+  // Null if the text is no JSON; borrowed from this object.
+  [[nodiscard]] const boost::json::value *value() const;
+
+  // Why there is no value.
+  [[nodiscard]] const std::string &error() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace protocol
