@@ -20,6 +20,19 @@ std::string textForm(const std::vector<std::string> &texts) {
   return form + ")";
 }
 
+bool isAnswer(platform::ItemStatus status) {
+  return status == platform::itemSuccess || status == platform::itemNotFound;
+}
+
+// What one query over keychain and tokens comes to: one of the two that finds nothing is no
+// failure.
+platform::ItemStatus combined(platform::ItemStatus inKeychain, platform::ItemStatus onTokens) {
+  if (!isAnswer(inKeychain) || onTokens == platform::itemNotFound) {
+    return inKeychain;
+  }
+  return onTokens;
+}
+
 IdentityQuery queryWithAttributes() {
   IdentityQuery query;
   query.returnAttributes = true;
@@ -66,13 +79,38 @@ CVNKeychain::IdentityReference CVNKeychain::findFirst(bool tokenOnly,
     CVNLogDebug("using PIN in LAContext");
     query.pin = &*pin;
   }
-  const platform::IdentityMatches found = store_.searchIdentities(query);
-  if (found.status != platform::itemSuccess) {
+  const auto firstOf = [&](const platform::IdentityMatches &found) {
+    const auto first = std::ranges::find_if(found.records, matches);
+    return first == found.records.end() ? nullptr : first->reference;
+  };
+  platform::IdentityMatches inKeychain;
+  if (!tokenOnly) {
+    inKeychain = store_.searchIdentities(query);
+    if (IdentityReference found = firstOf(inKeychain)) {
+      return found;
+    }
+  }
+  // Tokens come last: they run other vendors' code in this process.
+  platform::IdentityMatches onTokens;
+  if (isAnswer(inKeychain.status)) {
+    onTokens = tokens_.searchIdentities(query, matches);
+  }
+  if (combined(inKeychain.status, onTokens.status) != platform::itemSuccess) {
     CVNLog("SecIdentityCopyCertificate error");
     return nullptr;
   }
-  const auto first = std::ranges::find_if(found.records, matches);
-  return first == found.records.end() ? nullptr : first->reference;
+  return firstOf(onTokens);
+}
+
+platform::IdentityMatches CVNKeychain::searchEverywhere(const IdentityQuery &query) const {
+  platform::IdentityMatches found = store_.searchIdentities(query);
+  if (!isAnswer(found.status)) {
+    return found;
+  }
+  platform::IdentityMatches onTokens = tokens_.searchIdentities(query, /*isWanted=*/nullptr);
+  found.status = combined(found.status, onTokens.status);
+  std::ranges::move(onTokens.records, std::back_inserter(found.records));
+  return found;
 }
 
 CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSHA1Hash(
@@ -106,7 +144,7 @@ CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSubject(
     const std::string &subject) const {
   IdentityQuery query;
   query.subjectContains = subject;
-  const platform::IdentityMatches found = store_.searchIdentities(query);
+  const platform::IdentityMatches found = searchEverywhere(query);
   return found.records.size() == 1 ? found.records.front().reference : nullptr;
 }
 
@@ -118,7 +156,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
     IdentityQuery query = queryWithAttributes();
     query.tokenID = tokenID;
     CVNLogDebug("querying for identities on %s", tokenID);
-    const platform::IdentityMatches found = store_.searchIdentities(query);
+    const platform::IdentityMatches found = tokens_.searchIdentities(query, /*isWanted=*/nullptr);
     if (found.status == platform::itemNotFound) {
       CVNLog("No identities found for %s", tokenID);
       continue;
@@ -142,7 +180,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
 std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() const {
   const bool isVerbose = defaults_.boolean(platform::kStandardDefaults, "verboseLogging");
   CVNLogDebug("querying ios certificates");
-  const platform::IdentityMatches found = store_.searchIdentities(queryWithAttributes());
+  const platform::IdentityMatches found = searchEverywhere(queryWithAttributes());
   if (found.status == platform::itemNotFound) {
     CVNLog("No identities found");
   } else if (found.status != platform::itemSuccess) {
@@ -162,7 +200,7 @@ std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() cons
 std::optional<std::vector<CVNKeychain::IdentityReference>> CVNKeychain::keychainIdentities() const {
   IdentityQuery query;
   query.returnReference = true;
-  const platform::IdentityMatches found = store_.searchIdentities(query);
+  const platform::IdentityMatches found = searchEverywhere(query);
   if (found.status != platform::itemSuccess) {
     CVNLog("SecIdentityCopyCertificate error");
     return std::nullopt;

@@ -14,7 +14,9 @@
 #include "support/CertificateInfo.hpp"
 
 // Finds identities in the keychain and on tokens, and describes them. Keeps nothing: every
-// operation asks the store anew and may block on it. The contracts outlive the object.
+// operation asks the store anew and may block on it. Identities of the keychain come before those
+// of tokens, and a search for one asks no token if the keychain holds it. The contracts outlive the
+// object.
 class CVNKeychain {
  public:
   // One identity; null where none was found.
@@ -55,7 +57,7 @@ class CVNKeychain {
   // Every identity on every token present, with its public-key hash.
   [[nodiscard]] std::vector<support::CertificateInfo> smartcardCertificateArrayFromKeychain() const;
 
-  // Every identity, without public-key hashes.
+  // Every identity, of the keychain and of tokens, without public-key hashes.
   [[nodiscard]] std::vector<support::CertificateInfo> iosCertificateArrayFromKeychain() const;
 
   // Every identity; nothing, with a log line, if there is none or the store fails.
@@ -68,6 +70,8 @@ class CVNKeychain {
   template <typename Matches>
   [[nodiscard]] IdentityReference findFirst(bool tokenOnly, const std::optional<SecretText> &pin,
                                             Matches matches) const;
+  [[nodiscard]] platform::IdentityMatches searchEverywhere(
+      const platform::IdentityQuery &query) const;
 
   platform::ItemStore &store_;
   platform::TokenWatcher &tokens_;

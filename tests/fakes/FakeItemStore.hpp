@@ -8,7 +8,7 @@
 
 namespace fakes {
 
-// A keychain whose items and failures the test chooses.
+// A keychain and tokens whose items and failures the test chooses.
 class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher {
  public:
   struct Item {
@@ -18,23 +18,13 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
 
   [[nodiscard]] platform::IdentityMatches searchIdentities(
       const platform::IdentityQuery &query) override {
-    queries.push_back(query);
-    platform::IdentityMatches matches;
-    for (const Item &item : items) {
-      const bool isOnToken = !item.tokenID.empty();
-      if ((query.tokenID && *query.tokenID != item.tokenID) ||
-          (query.accessGroup == platform::kTokenAccessGroup && !isOnToken) ||
-          (query.subjectContains && item.record.reference->certificate.subject().find(
-                                        *query.subjectContains) == std::string::npos)) {
-        continue;
-      }
-      matches.records.push_back(item.record);
-    }
-    matches.status = matches.records.empty() ? platform::itemNotFound : platform::itemSuccess;
-    if (failure != platform::itemSuccess) {
-      matches = {failure, {}};
-    }
-    return matches;
+    return search(query, /*onTokens=*/false, failure);
+  }
+  [[nodiscard]] platform::IdentityMatches searchIdentities(const platform::IdentityQuery &query,
+                                                           const IsWanted &isWanted) override {
+    ++tokenSearches;
+    isWantedGiven = isWanted != nullptr;
+    return search(query, /*onTokens=*/true, tokenFailure);
   }
   [[nodiscard]] platform::ItemStatus addIdentity(
       const platform::IdentityRecord & /*record*/,
@@ -48,8 +38,31 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
 
   std::vector<Item> items;
   std::vector<std::string> presentTokens;
-  platform::ItemStatus failure = platform::itemSuccess;
+  platform::ItemStatus failure = platform::itemSuccess;       // of the keychain
+  platform::ItemStatus tokenFailure = platform::itemSuccess;  // of every search on tokens
+  int tokenSearches = 0;
+  bool isWantedGiven = false;  // whether the last of them said what it was for
   std::vector<platform::IdentityQuery> queries;
+
+ private:
+  platform::IdentityMatches search(const platform::IdentityQuery &query, bool onTokens,
+                                   platform::ItemStatus refusal) {
+    queries.push_back(query);
+    if (refusal != platform::itemSuccess) {
+      return {refusal, {}};
+    }
+    platform::IdentityMatches matches;
+    for (const Item &item : items) {
+      if (item.tokenID.empty() != onTokens &&
+          query.tokenID.value_or(item.tokenID) == item.tokenID &&
+          item.record.reference->certificate.subject().find(query.subjectContains.value_or("")) !=
+              std::string::npos) {
+        matches.records.push_back(item.record);
+      }
+    }
+    matches.status = matches.records.empty() ? platform::itemNotFound : platform::itemSuccess;
+    return matches;
+  }
 };
 
 }  // namespace fakes

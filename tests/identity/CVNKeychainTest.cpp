@@ -37,6 +37,7 @@ class Keychain : public fakes::LoggedTest {
 TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
   const Bytes hash = second.reference->certificate.sha1();
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), second.reference);
+  EXPECT_EQ(store.tokenSearches, 0) << "tokens are left alone where the keychain has a match";
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), nullptr);
   EXPECT_THAT(takeEntries(), IsEmpty()) << "no match is no error";
 }
@@ -61,6 +62,7 @@ TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
   EXPECT_THAT(takeEntries(), IsEmpty());
   EXPECT_EQ(keychain.findIdentityWithPubKeyHash(hash, SecretText("1")), onOther.reference);
   EXPECT_NE(store.queries.back().pin, nullptr);
+  EXPECT_TRUE(store.isWantedGiven);
   EXPECT_EQ(store.queries.back().accessGroup, platform::kTokenAccessGroup);
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:using PIN in LAContext"));
 }
@@ -121,10 +123,25 @@ TEST_F(Keychain, SummarisesEveryIdentity) {
             support::hexString(second.reference->certificate.sha1()));
 }
 
+TEST_F(Keychain, TokensThatFailHideNothingOfTheKeychain) {
+  const Bytes hash = onToken.reference->certificate.sha1();
+  store.tokenFailure = platform::itemPINRefused;
+  EXPECT_EQ(keychain.findIdentityWithSubjectName("Server Identity", /*tokenOnly=*/false, kNoPIN),
+            first.reference);
+  EXPECT_THAT(takeEntries(), IsEmpty());
+  EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, SecretText("1")), nullptr);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyCertificate error"));
+  store.tokenFailure = platform::itemSuccess;
+  store.failure = platform::itemStoreUnusable;
+  EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), nullptr);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyCertificate error"));
+  EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), onToken.reference);
+}
+
 TEST_F(Keychain, SaysWhatFails) {
   store.presentTokens = {"A"};
   for (const auto failure : {platform::itemNotFound, platform::itemStoreUnusable}) {
-    store.failure = failure;
+    store.failure = store.tokenFailure = failure;
     const bool isEmpty = failure == platform::itemNotFound;
     EXPECT_EQ(keychain.findIdentityWithSHA1Hash({}, /*tokenOnly=*/false, kNoPIN), nullptr);
     EXPECT_EQ(keychain.keychainIdentities(), std::nullopt);

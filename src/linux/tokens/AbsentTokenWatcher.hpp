@@ -11,6 +11,10 @@ namespace platform_linux {
 class AbsentTokenWatcher : public platform::TokenWatcher {
  public:
   [[nodiscard]] std::vector<std::string> tokenIDs() override { return {}; }
+  [[nodiscard]] platform::IdentityMatches searchIdentities(
+      const platform::IdentityQuery & /*query*/, const IsWanted & /*isWanted*/) override {
+    return {};
+  }
 };
 
 }  // namespace platform_linux
