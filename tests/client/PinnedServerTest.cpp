@@ -3,18 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
+#include "fakes/TemporaryFolder.hpp"
 #include "fakes/TlsServer.hpp"
 
 namespace client {
 namespace {
 
 TEST(PinnedServer, IsTheOneThatHoldsTheKeyInThePinFile) {
-  const std::string root = testing::TempDir() + "pinned-server";
-  std::filesystem::remove_all(root);
+  const fakes::TemporaryFolder folder;
+  const std::string &root = folder.path();
   ASSERT_EQ(::setenv("KFYD_ROOT", root.c_str(), /*overwrite=*/1), 0);
   const std::string path = base::rooted(kServerCertificatePath);
   ASSERT_EQ(path, root + kServerCertificatePath) << "the root was read before this test";
