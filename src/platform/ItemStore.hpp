@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -49,6 +50,33 @@ struct IdentityMatches {
   std::vector<IdentityRecord> records;  // in a stable order; empty unless the status is success
 };
 
+// What a password item is named by: no two items agree in all of it.
+struct PasswordName {
+  std::string service;
+  std::string account;
+  std::optional<std::string> accessGroup;  // nothing: items without one, and no others
+  bool synchronizable = true;              // the others are never found, written or deleted
+};
+
+struct PasswordMatch {
+  ItemStatus status = itemNotFound;
+  std::optional<SecretBytes> value;  // only if it was asked for
+  std::optional<std::chrono::system_clock::time_point> modificationDate;
+};
+
+// Why a store is unusable, for those who tell people what to do about it.
+enum class StoreTrouble {
+  none,
+  openToOthers,  // others than its owner can use it
+  foreign,       // it belongs to somebody else, or is no file at all
+  newerVersion,  // made by a newer version of this system
+  damaged,       // truncated, overwritten, or never a keychain
+  readOnly,      // where it lies nothing can be written
+  full,          // where it lies there is no room
+  busy,          // other programs did not let it go in time
+  other,
+};
+
 // The machine's keychain. Every operation asks the store anew, may block on it, and leaves it whole
 // if the process dies at any instant.
 class ItemStore {
@@ -65,6 +93,22 @@ class ItemStore {
 
   // Deletes the identity whose certificate has this SHA-1 digest.
   [[nodiscard]] virtual ItemStatus deleteIdentity(ByteView certificateSHA1) = 0;
+
+  // The item of this name with its attributes, with its value only if `returnData`.
+  [[nodiscard]] virtual PasswordMatch searchPassword(const PasswordName &name, bool returnData) = 0;
+
+  // Adds an item; duplicate if there is one of this name.
+  [[nodiscard]] virtual ItemStatus addPassword(const PasswordName &name,
+                                               const SecretBytes &value) = 0;
+
+  // Gives an item another value and a new modification date.
+  [[nodiscard]] virtual ItemStatus updatePassword(const PasswordName &name,
+                                                  const SecretBytes &value) = 0;
+
+  [[nodiscard]] virtual ItemStatus deletePassword(const PasswordName &name) = 0;
+
+  // Why the last operation found the store unusable; none if it did not.
+  [[nodiscard]] virtual StoreTrouble trouble() const = 0;
 };
 
 }  // namespace platform

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <chrono>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -27,12 +30,47 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
     return search(query, /*onTokens=*/true, tokenFailure);
   }
   [[nodiscard]] platform::ItemStatus addIdentity(
-      const platform::IdentityRecord & /*record*/,
+      const platform::IdentityRecord &record,
       const std::optional<std::string> & /*accessGroup*/) override {
-    return platform::itemStoreUnusable;
+    const auto hasSame = [&](const Item &item) {
+      return item.record.reference->certificate.der() == record.reference->certificate.der();
+    };
+    if (failure != platform::itemSuccess) {
+      return failure;
+    }
+    if (std::ranges::any_of(items, hasSame)) {
+      return platform::itemDuplicate;
+    }
+    items.push_back({record, ""});
+    return items.size() > room         ? items.pop_back(),
+           platform::itemStoreUnusable : platform::itemSuccess;
   }
   [[nodiscard]] platform::ItemStatus deleteIdentity(ByteView /*certificateSHA1*/) override {
     return platform::itemStoreUnusable;
+  }
+  [[nodiscard]] platform::PasswordMatch searchPassword(const platform::PasswordName &name,
+                                                       bool returnData) override {
+    const auto found = passwords.find(keyOf(name));
+    if (failure != platform::itemSuccess || found == passwords.end()) {
+      return {failure != platform::itemSuccess ? failure : platform::itemNotFound, {}, {}};
+    }
+    platform::PasswordMatch match = found->second;
+    match.value = returnData ? match.value : std::nullopt;
+    return match;
+  }
+  [[nodiscard]] platform::ItemStatus addPassword(const platform::PasswordName &name,
+                                                 const SecretBytes &value) override {
+    return write(name, value, !passwords.contains(keyOf(name)), platform::itemDuplicate);
+  }
+  [[nodiscard]] platform::ItemStatus updatePassword(const platform::PasswordName &name,
+                                                    const SecretBytes &value) override {
+    return write(name, value, passwords.contains(keyOf(name)), platform::itemNotFound);
+  }
+  [[nodiscard]] platform::ItemStatus deletePassword(const platform::PasswordName &name) override {
+    return passwords.erase(keyOf(name)) == 1 ? platform::itemSuccess : platform::itemNotFound;
+  }
+  [[nodiscard]] platform::StoreTrouble trouble() const override {
+    return platform::StoreTrouble::other;
   }
   [[nodiscard]] std::vector<std::string> tokenIDs() override { return presentTokens; }
 
@@ -43,6 +81,10 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
   int tokenSearches = 0;
   bool isWantedGiven = false;  // whether the last of them said what it was for
   std::vector<platform::IdentityQuery> queries;
+  std::size_t room = 1000;                                    // identities that it holds at most
+  platform::ItemStatus writeFailure = platform::itemSuccess;  // of adding and updating passwords
+  // By service, account and group, in one text; "#" before those that do not synchronise.
+  std::map<std::string, platform::PasswordMatch> passwords;
 
  private:
   platform::IdentityMatches search(const platform::IdentityQuery &query, bool onTokens,
@@ -62,6 +104,19 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
     }
     matches.status = matches.records.empty() ? platform::itemNotFound : platform::itemSuccess;
     return matches;
+  }
+
+  static std::string keyOf(const platform::PasswordName &name) {
+    return (name.synchronizable ? "" : "#") + name.service + "/" + name.account + "/" +
+           name.accessGroup.value_or("-");
+  }
+  platform::ItemStatus write(const platform::PasswordName &name, const SecretBytes &value,
+                             bool isPossible, platform::ItemStatus refusal) {
+    if (writeFailure != platform::itemSuccess || !isPossible) {
+      return writeFailure != platform::itemSuccess ? writeFailure : refusal;
+    }
+    passwords[keyOf(name)] = {platform::itemSuccess, value, std::chrono::system_clock::now()};
+    return platform::itemSuccess;
   }
 };
 

@@ -21,18 +21,30 @@ void Statement::finalize(sqlite3_stmt *statement) {
 }
 
 void Statement::bind(int parameter, ByteView bytes) const {
+  if (bytes.empty()) {
+    sqlite3_bind_zeroblob(native(), parameter + 1, 0);  // no pointer would mean NULL
+    return;
+  }
   sqlite3_bind_blob64(native(), parameter + 1, bytes.data(), bytes.size(), SQLITE_STATIC);
+}
+
+void Statement::bind(int parameter, const std::string &text) const {
+  sqlite3_bind_text64(native(), parameter + 1, text.data(), text.size(), SQLITE_STATIC,
+                      SQLITE_UTF8);
 }
 
 void Statement::bind(int parameter, const std::optional<std::string> &text) const {
   if (text) {
-    sqlite3_bind_text64(native(), parameter + 1, text->data(), text->size(), SQLITE_STATIC,
-                        SQLITE_UTF8);
+    bind(parameter, *text);
   }
 }
 
 void Statement::bind(int parameter, bool value) const {
   sqlite3_bind_int(native(), parameter + 1, value ? 1 : 0);
+}
+
+void Statement::bind(int parameter, std::int64_t value) const {
+  sqlite3_bind_int64(native(), parameter + 1, value);
 }
 
 ByteView Statement::bytes(int column) const {
@@ -112,6 +124,25 @@ int Database::changes() const {
 
 std::string Database::cause() const {
   return sqlite3_errmsg(database_.get());
+}
+
+platform::StoreTrouble Database::trouble() const {
+  constexpr int kPrimaryCode = 0xFF;
+  switch (sqlite3_errcode(database_.get()) & kPrimaryCode) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+    case SQLITE_ERROR:  // the tables are not those of a keychain
+      return platform::StoreTrouble::damaged;
+    case SQLITE_READONLY:
+      return platform::StoreTrouble::readOnly;
+    case SQLITE_FULL:
+      return platform::StoreTrouble::full;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return platform::StoreTrouble::busy;
+    default:
+      return platform::StoreTrouble::other;
+  }
 }
 
 }  // namespace platform_linux

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/Bytes.hpp"
+#include "platform/ItemStore.hpp"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -17,10 +18,13 @@ class Statement {
  public:
   explicit Statement(sqlite3_stmt *statement) : statement_(statement, finalize) {}
 
-  // What is bound is borrowed until this object goes. Nothing binds NULL.
+  // What is bound is borrowed until this object goes. Nothing binds NULL, no bytes bind a blob
+  // without any.
   void bind(int parameter, ByteView bytes) const;
+  void bind(int parameter, const std::string &text) const;
   void bind(int parameter, const std::optional<std::string> &text) const;
   void bind(int parameter, bool value) const;
+  void bind(int parameter, std::int64_t value) const;
 
   // What a column holds, borrowed until the next step; numbers and texts that are not there count
   // as false and as nothing.
@@ -61,6 +65,7 @@ class Database {
 
   // Why the last call failed.
   [[nodiscard]] std::string cause() const;
+  [[nodiscard]] platform::StoreTrouble trouble() const;
 
  private:
   static void close(sqlite3 *database);

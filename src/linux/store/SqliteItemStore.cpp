@@ -15,6 +15,7 @@
 #include "base/Files.hpp"
 #include "crypto/Digest.hpp"
 #include "linux/store/Database.hpp"
+#include "linux/store/Schema.hpp"
 
 namespace platform_linux {
 
@@ -22,25 +23,9 @@ using platform::IdentityMatches;
 using platform::IdentityQuery;
 using platform::IdentityRecord;
 using platform::ItemStatus;
+using platform::StoreTrouble;
 
 namespace {
-
-constexpr std::int64_t kSchema = 1;
-
-constexpr const char *kCreateTables =
-    "CREATE TABLE identities ("
-    "  id INTEGER PRIMARY KEY,"
-    "  certificate BLOB NOT NULL,"              // X.509, DER
-    "  certificate_sha1 BLOB NOT NULL UNIQUE,"  // what identities are named by
-    "  private_key BLOB NOT NULL,"              // PKCS #8 PrivateKeyInfo, DER
-    "  label TEXT,"
-    "  public_key_hash BLOB,"  // SHA-1 of the exported public key
-    "  can_sign INTEGER NOT NULL,"
-    "  can_decrypt INTEGER NOT NULL,"
-    "  can_unwrap INTEGER NOT NULL,"
-    "  access_group TEXT"
-    ") STRICT;"
-    "PRAGMA user_version=1;";
 
 constexpr const char *kInsert =
     "INSERT INTO identities (certificate, certificate_sha1, private_key, label, public_key_hash,"
@@ -100,21 +85,39 @@ std::optional<IdentityRecord> recordOf(const Statement &row, const crypto::Certi
   return record;
 }
 
-// Why a file must not be used; empty if it may.
-std::string objection(const struct stat &file) {
+struct Objection {
+  StoreTrouble trouble;
+  std::string cause;
+};
+
+// Why a file must not be used; nothing if it may.
+std::optional<Objection> objectionTo(const struct stat &file) {
   constexpr mode_t kGroupAndOthers = 077;
   if (!S_ISREG(file.st_mode)) {
-    return "not a regular file";
+    return Objection{StoreTrouble::foreign, "not a regular file"};
   }
   if (file.st_uid != 0 && file.st_uid != ::geteuid()) {
-    return "it belongs to user " + std::to_string(file.st_uid);
+    return Objection{StoreTrouble::foreign, "it belongs to user " + std::to_string(file.st_uid)};
   }
   if ((file.st_mode & kGroupAndOthers) != 0) {
     std::array<char, 8> mode{};
     std::snprintf(mode.data(), mode.size(), "%04o", file.st_mode & 07777U);
-    return std::string("group or others can use it (mode ") + mode.data() + "), must be 0600";
+    return Objection{StoreTrouble::openToOthers, std::string("group or others can use it (mode ") +
+                                                     mode.data() + "), must be 0600"};
   }
-  return {};
+  return std::nullopt;
+}
+
+StoreTrouble troubleOfErrno(int number) {
+  switch (number) {
+    case EROFS:
+      return StoreTrouble::readOnly;
+    case ENOSPC:
+    case EDQUOT:
+      return StoreTrouble::full;
+    default:
+      return StoreTrouble::other;
+  }
 }
 
 }  // namespace
@@ -122,51 +125,85 @@ std::string objection(const struct stat &file) {
 SqliteItemStore::SqliteItemStore(std::string path, Reporter reporter)
     : path_(std::move(path)), reporter_(std::move(reporter)) {}
 
-ItemStatus SqliteItemStore::unusable(const std::string &cause) const {
+ItemStatus SqliteItemStore::unusable(StoreTrouble trouble, const std::string &cause) {
+  trouble_ = trouble;
   if (reporter_) {
     reporter_("keychain " + path_ + " cannot be used: " + cause);
   }
   return platform::itemStoreUnusable;
 }
 
-ItemStatus SqliteItemStore::open(Database &database) const {
+ItemStatus SqliteItemStore::unusable(const Database &database) {
+  return unusable(database.trouble(), database.cause());
+}
+
+ItemStatus SqliteItemStore::open(Database &database) {
+  trouble_ = StoreTrouble::none;
   struct stat file{};
   if (::stat(path_.c_str(), &file) != 0) {
-    return errno == ENOENT ? platform::itemNotFound : unusable(errnoText(errno));
+    return errno == ENOENT ? platform::itemNotFound
+                           : unusable(troubleOfErrno(errno), errnoText(errno));
   }
-  if (const std::string cause = objection(file); !cause.empty()) {
-    return unusable(cause);
+  if (const auto objection = objectionTo(file)) {
+    return unusable(objection->trouble, objection->cause);
   }
   if (!database.open(path_)) {
-    return unusable(database.cause());
+    return unusable(database);
   }
   const std::optional<std::int64_t> version = database.userVersion();
   if (!version) {
-    return unusable(database.cause());
+    return unusable(database);
   }
   if (*version > kSchema || *version < 0) {
-    return unusable("made by a newer version (schema " + std::to_string(*version) +
-                    ", this one knows " + std::to_string(kSchema) + ")");
+    return unusable(StoreTrouble::newerVersion, "made by a newer version (schema " +
+                                                    std::to_string(*version) + ", this one knows " +
+                                                    std::to_string(kSchema) + ")");
   }
   return platform::itemSuccess;
 }
 
-bool SqliteItemStore::create() const {
+bool SqliteItemStore::create() {
   constexpr unsigned kFolderMode = 0700;
   constexpr mode_t kFileMode = 0600;
   Error error;
   if (!base::makeFolders(path_.substr(0, path_.rfind('/')), kFolderMode, &error)) {
-    unusable(error.description);
+    unusable(troubleOfErrno(error.code), error.description);
     return false;
   }
   // another program that makes it at the same time is welcome
   const base::Descriptor file(
       ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode));
   if (!file.isOpen() && errno != EEXIST) {
-    unusable(errnoText(errno));
+    unusable(troubleOfErrno(errno), errnoText(errno));
     return false;
   }
   return true;
+}
+
+ItemStatus SqliteItemStore::beginAdding(Database &database) {
+  ItemStatus status = open(database);
+  if (status == platform::itemNotFound && create()) {
+    status = open(database);
+  }
+  if (status != platform::itemSuccess) {
+    return platform::itemStoreUnusable;
+  }
+  // the version is asked for again: another program may have been first
+  if (!database.run("BEGIN IMMEDIATE") || !migrate(database)) {
+    return unusable(database);
+  }
+  return platform::itemSuccess;
+}
+
+ItemStatus SqliteItemStore::commit(Database &database) {
+  return database.run("COMMIT") ? platform::itemSuccess : unusable(database);
+}
+
+ItemStatus SqliteItemStore::change(Database &database, const Statement &statement) {
+  if (database.step(statement) != Database::Step::done) {
+    return unusable(database);
+  }
+  return database.changes() == 0 ? platform::itemNotFound : platform::itemSuccess;
 }
 
 IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
@@ -202,7 +239,7 @@ IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
   }
   if (step != Database::Step::done) {
     matches.records.clear();
-    matches.status = unusable(database.cause());
+    matches.status = unusable(database);
   } else if (!matches.records.empty()) {
     matches.status = platform::itemSuccess;
   }
@@ -210,10 +247,10 @@ IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
 }
 
 ItemStatus SqliteItemStore::insert(Database &database, const IdentityRecord &record,
-                                   const std::optional<std::string> &accessGroup) const {
+                                   const std::optional<std::string> &accessGroup) {
   const SecretBytes key = record.reference->key.pkcs8();
   if (key.empty()) {
-    return unusable("the new identity's private key cannot be exported");
+    return unusable(StoreTrouble::other, "the new identity's private key cannot be exported");
   }
   const Bytes certificate = record.reference->certificate.der();
   const Bytes digest = crypto::sha1Digest(certificate);
@@ -239,31 +276,17 @@ ItemStatus SqliteItemStore::insert(Database &database, const IdentityRecord &rec
     case Database::Step::failed:
       break;
   }
-  return unusable(database.cause());
+  return unusable(database);
 }
 
 ItemStatus SqliteItemStore::addIdentity(const IdentityRecord &record,
                                         const std::optional<std::string> &accessGroup) {
   Database database;
-  ItemStatus status = open(database);
-  if (status == platform::itemNotFound && create()) {
-    status = open(database);
+  ItemStatus status = beginAdding(database);
+  if (status == platform::itemSuccess) {
+    status = insert(database, record, accessGroup);
   }
-  if (status != platform::itemSuccess) {
-    return platform::itemStoreUnusable;
-  }
-  if (!database.run("BEGIN IMMEDIATE")) {
-    return unusable(database.cause());
-  }
-  // asked again: another program may have been first
-  if (database.userVersion() == 0 && !database.run(kCreateTables)) {
-    return unusable(database.cause());
-  }
-  status = insert(database, record, accessGroup);
-  if (status == platform::itemSuccess && !database.run("COMMIT")) {
-    return unusable(database.cause());
-  }
-  return status;
+  return status == platform::itemSuccess ? commit(database) : status;
 }
 
 ItemStatus SqliteItemStore::deleteIdentity(ByteView certificateSHA1) {
@@ -277,10 +300,7 @@ ItemStatus SqliteItemStore::deleteIdentity(ByteView certificateSHA1) {
   }
   const Statement statement = database.prepare("DELETE FROM identities WHERE certificate_sha1 = ?");
   statement.bind(0, certificateSHA1);
-  if (database.step(statement) != Database::Step::done) {
-    return unusable(database.cause());
-  }
-  return database.changes() == 0 ? platform::itemNotFound : platform::itemSuccess;
+  return change(database, statement);
 }
 
 }  // namespace platform_linux

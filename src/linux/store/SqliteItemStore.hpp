@@ -9,9 +9,10 @@
 namespace platform_linux {
 
 class Database;
+class Statement;
 
 // The machine's keychain as an SQLite file, which is opened for each operation and closed behind
-// it. A file that is not there is an empty keychain; the first identity that is added makes it,
+// it. A file that is not there is an empty keychain; the first item that is added makes it,
 // mode 0600, and its folder, 0700. Other programs may use the file at the same time: an operation
 // waits for them up to five seconds.
 //
@@ -41,18 +42,40 @@ class SqliteItemStore : public platform::ItemStore {
 
   [[nodiscard]] platform::ItemStatus deleteIdentity(ByteView certificateSHA1) override;
 
+  // The password items. A file of the version before them holds none, and gets their table with the
+  // first item that is added.
+  [[nodiscard]] platform::PasswordMatch searchPassword(const platform::PasswordName &name,
+                                                       bool returnData) override;
+  [[nodiscard]] platform::ItemStatus addPassword(const platform::PasswordName &name,
+                                                 const SecretBytes &value) override;
+  [[nodiscard]] platform::ItemStatus updatePassword(const platform::PasswordName &name,
+                                                    const SecretBytes &value) override;
+  [[nodiscard]] platform::ItemStatus deletePassword(const platform::PasswordName &name) override;
+
+  [[nodiscard]] platform::StoreTrouble trouble() const override { return trouble_; }
+
  private:
   // Opens the file if it is there and fit to be used; the status tells why not.
-  [[nodiscard]] platform::ItemStatus open(Database &database) const;
-  [[nodiscard]] bool create() const;
+  [[nodiscard]] platform::ItemStatus open(Database &database);
+  [[nodiscard]] bool create();
+  // Opens the file, which is made where it has to be, and begins a transaction that ends with the
+  // database. Gives success or the status of an unusable store.
+  [[nodiscard]] platform::ItemStatus beginAdding(Database &database);
+  // The same for a change of password items: not found where the file has no table of them.
+  [[nodiscard]] platform::ItemStatus openPasswords(Database &database);
+  [[nodiscard]] platform::ItemStatus commit(Database &database);
+  // What a statement that changes items that are there came to.
+  [[nodiscard]] platform::ItemStatus change(Database &database, const Statement &statement);
   [[nodiscard]] platform::ItemStatus insert(Database &database,
                                             const platform::IdentityRecord &record,
-                                            const std::optional<std::string> &accessGroup) const;
+                                            const std::optional<std::string> &accessGroup);
   // Reports the cause and gives the status of an unusable store.
-  platform::ItemStatus unusable(const std::string &cause) const;
+  platform::ItemStatus unusable(platform::StoreTrouble trouble, const std::string &cause);
+  platform::ItemStatus unusable(const Database &database);
 
   std::string path_;
   Reporter reporter_;
+  platform::StoreTrouble trouble_ = platform::StoreTrouble::none;
 };
 
 }  // namespace platform_linux

@@ -1,0 +1,99 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include "crypto/Certificate.hpp"
+#include "fakes/TemporaryFolder.hpp"
+#include "linux/store/SqliteItemStore.hpp"
+
+namespace {
+
+using platform::PasswordName;
+using testing::ElementsAre;
+
+SecretBytes secret(const std::string &text) {
+  return SecretBytes(base::viewOf(text));
+}
+
+struct PasswordItems : testing::Test {
+  std::string valueOf(const PasswordName &name) {
+    const auto match = store.searchPassword(name, /*returnData=*/true);
+    return match.value ? std::string(base::textOf(match.value->reveal()))
+                       : std::to_string(match.status);
+  }
+
+  void runInFile(const char *statements) const {
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, statements, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(database);
+  }
+
+  fakes::TemporaryFolder folder;
+  std::string path = folder / "keychain.db";
+  std::vector<std::string> reports;
+  platform_linux::SqliteItemStore store{
+      path, [this](const std::string &line) { reports.push_back(line); }};
+};
+
+TEST_F(PasswordItems, AreTheirNamesAlone) {
+  const PasswordName names[] = {{"s", "a", {}},  {"s", "b", {}}, {"t", "a", {}},
+                                {"s", "a", "g"}, {"s", "a", ""}, {"s", "a", {}, false}};
+  for (const PasswordName &name : names) {
+    EXPECT_EQ(store.updatePassword(name, secret("x")), platform::itemNotFound);
+    EXPECT_EQ(store.addPassword(name, secret("")), platform::itemSuccess);
+    EXPECT_EQ(store.addPassword(name, secret("x")), platform::itemDuplicate);
+    EXPECT_EQ(valueOf(name), "");
+  }
+  EXPECT_EQ(store.updatePassword(names[3], secret("changed")), platform::itemSuccess);
+  EXPECT_EQ(store.deletePassword(names[4]), platform::itemSuccess);
+  EXPECT_EQ(store.deletePassword(names[4]), platform::itemNotFound);
+  EXPECT_EQ(valueOf(names[3]), "changed");
+  EXPECT_EQ(valueOf(names[4]), "-25300");
+  EXPECT_EQ(valueOf(names[0]), "");
+  EXPECT_EQ(valueOf(names[5]), "");
+  EXPECT_THAT(reports, ElementsAre());
+}
+
+TEST_F(PasswordItems, SayWhenTheyWereWrittenAndTheirValueOnlyWhenAsked) {
+  const PasswordName name{"s", "a", {}};
+  auto before = std::chrono::system_clock::now() - std::chrono::milliseconds(1);
+  for (const auto write :
+       {&platform::ItemStore::addPassword, &platform::ItemStore::updatePassword}) {
+    ASSERT_EQ((store.*write)(name, secret("x")), platform::itemSuccess);
+    const auto match = store.searchPassword(name, /*returnData=*/false);
+    EXPECT_FALSE(match.value);
+    ASSERT_TRUE(match.modificationDate);
+    EXPECT_GT(*match.modificationDate, before);
+    EXPECT_LE(*match.modificationDate, std::chrono::system_clock::now());
+    runInFile("UPDATE passwords SET modified = 0");
+  }
+}
+
+TEST_F(PasswordItems, LeaveNothingOfAnOldValueInTheFile) {
+  const PasswordName name{"s", "a", {}};
+  ASSERT_EQ(store.addPassword(name, secret("first value")), platform::itemSuccess);
+  ASSERT_NE(folder.read("keychain.db").find("first value"), std::string::npos);
+  ASSERT_EQ(store.updatePassword(name, secret("2nd")), platform::itemSuccess);
+  EXPECT_EQ(folder.read("keychain.db").find("first value"), std::string::npos);
+}
+
+TEST_F(PasswordItems, ComeToAFileOfTheVersionBeforeThem) {
+  const auto key = crypto::PrivateKey::generateP256().value();
+  platform::IdentityRecord old;
+  old.reference = std::make_shared<const crypto::Identity>(crypto::Identity{
+      crypto::Certificate::selfSigned(key, "old", 30, /*serverName=*/false).value(), key});
+  ASSERT_EQ(store.addIdentity(old, std::nullopt), platform::itemSuccess);
+  runInFile("DROP TABLE passwords; PRAGMA user_version=1");
+  const PasswordName name{"s", "a", {}};
+  EXPECT_EQ(valueOf(name), "-25300");
+  EXPECT_EQ(store.updatePassword(name, secret("x")), platform::itemNotFound);
+  EXPECT_EQ(store.deletePassword(name), platform::itemNotFound);
+  EXPECT_EQ(store.searchIdentities({}).records.size(), 1U);
+  EXPECT_EQ(store.addPassword(name, secret("x")), platform::itemSuccess);
+  EXPECT_EQ(valueOf(name), "x");
+  EXPECT_EQ(store.searchIdentities({}).records.size(), 1U) << "and nothing is lost";
+  EXPECT_THAT(reports, ElementsAre());
+}
+
+}  // namespace
