@@ -11,12 +11,6 @@
 namespace crypto {
 namespace {
 
-bool belongTogether(const Certificate &certificate, const PrivateKey &key) {
-  const bool isMatch = X509_check_private_key(certificate.native(), key.native()) == 1;
-  ERR_clear_error();
-  return isMatch;
-}
-
 std::optional<Identity> paired(const std::vector<PrivateKey> &keys,
                                const std::vector<Certificate> &certificates, Error *error) {
   for (const PrivateKey &key : keys) {
@@ -62,6 +56,12 @@ std::optional<Identity> readPackage(ByteView file, const SecretText *password, E
 }
 
 }  // namespace
+
+bool belongTogether(const Certificate &certificate, const PrivateKey &key) {
+  const bool isMatch = X509_check_private_key(certificate.native(), key.native()) == 1;
+  ERR_clear_error();
+  return isMatch;
+}
 
 std::optional<Identity> readIdentity(ByteView file, const SecretText *password, Error *error) {
   const bool isPEM = base::textOf(file).find("-----BEGIN ") != std::string_view::npos;

@@ -14,6 +14,9 @@ struct Identity {
   PrivateKey key;
 };
 
+// True if the certificate is the key's.
+[[nodiscard]] bool belongTogether(const Certificate &certificate, const PrivateKey &key);
+
 // Reads one identity from PEM (a private key and its certificate, in any order, other certificates
 // beside them allowed) or from PKCS #12 (RFC 7292). `password` for an encrypted key or file (null:
 // none). Nothing, with the reason, if there is no key, no certificate that belongs to it, or the

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/Bytes.hpp"
+#include "base/Error.hpp"
 #include "base/Secret.hpp"
 #include "crypto/Identity.hpp"
 #include "platform/ItemStore.hpp"
@@ -13,10 +16,10 @@
 #include "platform/UserDefaults.hpp"
 #include "support/CertificateInfo.hpp"
 
-// Finds identities in the keychain and on tokens, and describes them. Keeps nothing: every
-// operation asks the store anew and may block on it. Identities of the keychain come before those
-// of tokens, and a search for one asks no token if the keychain holds it. The contracts outlive the
-// object.
+// Finds identities in the keychain and on tokens, and describes them; reads, writes and deletes
+// password items; imports PKCS #12 files. Keeps nothing: every operation asks the store anew and
+// may block on it. Identities of the keychain come before those of tokens, and a search for one
+// asks no token if the keychain holds it. The contracts outlive the object.
 class CVNKeychain {
  public:
   // One identity; null where none was found.
@@ -26,6 +29,23 @@ class CVNKeychain {
   struct IdentitySummary {
     std::string cn;                // common name of the certificate
     std::string sha1_fingerprint;  // SHA-1 of its DER bytes, 40 upper-case hexadecimal digits
+  };
+
+  // A password item: its value and when it was written.
+  struct PasswordAttributes {
+    SecretText password;
+    std::chrono::system_clock::time_point modifiedDate;
+  };
+
+  // The service of items that are named by their account alone.
+  static constexpr const char *kDefaultService = "com.corvane.hdq.apns";
+
+  // What an import came to.
+  enum ImportResult : std::int32_t {
+    importDone = 0,
+    importUnreadable = -1,   // the file could not be imported, or a private key not be read
+    importKeyTooLarge = -2,  // a key of more than 2048 bits
+    importNotAdded = -3,     // the store did not take an identity
   };
 
   CVNKeychain(platform::ItemStore &store, platform::TokenWatcher &tokens,
@@ -66,12 +86,55 @@ class CVNKeychain {
   // Every identity whose certificate has a common name.
   [[nodiscard]] std::vector<IdentitySummary> availableIdentityInfo() const;
 
+  // Characters drawn evenly from the 94 that ASCII prints, the space left out.
+  [[nodiscard]] static SecretText randomPasswordLength(std::uint64_t length);
+  // 15 of them.
+  [[nodiscard]] static SecretText randomPassword();
+
+  // Of all password items only those that synchronise are seen. `accessGroup` nothing: the items
+  // without a group. Nothing if there is no such item or its value is not ASCII; nothing and *error
+  // with the domain "CVN" and the code -128 if the store fails.
+  [[nodiscard]] std::optional<PasswordAttributes> attributesForService(
+      const std::string &service, const std::string &account,
+      const std::optional<std::string> &accessGroup, Error *error = nullptr) const;
+  [[nodiscard]] std::optional<SecretText> passwordForService(
+      const std::string &service, const std::string &account,
+      const std::optional<std::string> &accessGroup, Error *error = nullptr) const;
+  [[nodiscard]] std::optional<SecretText> passwordForAccount(
+      const std::string &account, const std::optional<std::string> &accessGroup,
+      Error *error = nullptr) const;
+
+  // Adds the item or gives it another value; without a password deletes it. False, with a log line,
+  // if the store refuses, there was none to delete, or the password is not ASCII; what was stored
+  // then stays.
+  [[nodiscard]] bool setPasswordForService(const std::optional<SecretText> &password,
+                                           const std::string &service, const std::string &account,
+                                           const std::optional<std::string> &accessGroup) const;
+  [[nodiscard]] bool setPasswordForAccount(const std::optional<SecretText> &password,
+                                           const std::string &account,
+                                           const std::optional<std::string> &accessGroup) const;
+
+  // The same without a password; a failure is told by the log line alone.
+  void deletePasswordForService(const std::string &service, const std::string &account,
+                                const std::optional<std::string> &accessGroup) const;
+  void deletePasswordForAccount(const std::string &account,
+                                const std::optional<std::string> &accessGroup) const;
+
+  // Adds every identity of a PKCS #12 file of at most 1 MiB to the keychain, in the order of the
+  // file's keys, labelled with the common name of its certificate; one that is there already is as
+  // good. Then deletes the file. On a failure the file stays, and so do the identities added before
+  // it. `url` is a path, used as given. An empty password also stands for none.
+  [[nodiscard]] ImportResult importNewP12AtURL(const std::string &url,
+                                               const SecretText &password) const;
+
  private:
   template <typename Matches>
   [[nodiscard]] IdentityReference findFirst(bool tokenOnly, const std::optional<SecretText> &pin,
                                             Matches matches) const;
   [[nodiscard]] platform::IdentityMatches searchEverywhere(
       const platform::IdentityQuery &query) const;
+
+  [[nodiscard]] ImportResult importIdentity(const crypto::Identity &identity) const;
 
   platform::ItemStore &store_;
   platform::TokenWatcher &tokens_;

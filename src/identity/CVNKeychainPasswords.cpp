@@ -1,0 +1,194 @@
+// The second half of the keychain: password items and the import of PKCS #12 files.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+#include "base/Files.hpp"
+#include "crypto/Pkcs12.hpp"
+#include "identity/CVNKeychain.hpp"
+#include "identity/NewIdentity.hpp"
+#include "support/CVNLog.hpp"
+
+namespace {
+
+using platform::PasswordName;
+
+constexpr std::size_t kLargestPackage = 1024 * 1024;
+
+bool isASCII(ByteView bytes) {
+  return std::ranges::all_of(bytes, [](std::uint8_t byte) { return byte < 0x80; });
+}
+
+// In steps of whole bytes, as a signature or a block of the key is long.
+int blockBits(const crypto::PublicKey &key) {
+  return (key.bits() + 7) / 8 * 8;
+}
+
+// Those that do not parse are left out: they belong to nobody here.
+std::vector<crypto::Certificate> certificatesOf(const crypto::Pkcs12Content &content) {
+  std::vector<crypto::Certificate> certificates;
+  for (const Bytes &der : content.certificates) {
+    if (auto certificate = crypto::Certificate::fromDER(der)) {
+      certificates.push_back(std::move(*certificate));
+    }
+  }
+  return certificates;
+}
+
+// What the certificates make of one key: several identities where it was certified more than once.
+std::vector<crypto::Identity> identitiesOf(const crypto::PrivateKey &key,
+                                           const std::vector<crypto::Certificate> &certificates) {
+  std::vector<crypto::Identity> identities;
+  for (const crypto::Certificate &certificate : certificates) {
+    if (crypto::belongTogether(certificate, key)) {
+      identities.push_back({certificate, key});
+    }
+  }
+  return identities;
+}
+
+}  // namespace
+
+SecretText CVNKeychain::randomPasswordLength(std::uint64_t length) {
+  constexpr std::uint32_t kCharacters = 94;
+  constexpr std::uint32_t kFirst = '!';
+  CleansedBytes characters(length);
+  std::ranges::generate(characters, [] {
+    return static_cast<std::uint8_t>(arc4random_uniform(kCharacters) + kFirst);
+  });
+  return SecretText(std::move(characters));
+}
+
+SecretText CVNKeychain::randomPassword() {
+  constexpr std::uint64_t kLength = 15;
+  return randomPasswordLength(kLength);
+}
+
+std::optional<CVNKeychain::PasswordAttributes> CVNKeychain::attributesForService(
+    const std::string &service, const std::string &account,
+    const std::optional<std::string> &accessGroup, Error *error) const {
+  constexpr int kKeychainError = -128;
+  const platform::PasswordMatch found =
+      store_.searchPassword(PasswordName{service, account, accessGroup}, /*returnData=*/true);
+  if (found.status != platform::itemSuccess && found.status != platform::itemNotFound) {
+    base::report(error, "CVN", kKeychainError, "");
+  }
+  if (found.status != platform::itemSuccess || !found.value || !found.modificationDate ||
+      !isASCII(found.value->reveal())) {
+    return std::nullopt;
+  }
+  return PasswordAttributes{SecretText(base::textOf(found.value->reveal())),
+                            *found.modificationDate};
+}
+
+std::optional<SecretText> CVNKeychain::passwordForService(
+    const std::string &service, const std::string &account,
+    const std::optional<std::string> &accessGroup, Error *error) const {
+  auto attributes = attributesForService(service, account, accessGroup, error);
+  return attributes ? std::optional(std::move(attributes->password)) : std::nullopt;
+}
+
+std::optional<SecretText> CVNKeychain::passwordForAccount(
+    const std::string &account, const std::optional<std::string> &accessGroup, Error *error) const {
+  return passwordForService(kDefaultService, account, accessGroup, error);
+}
+
+bool CVNKeychain::setPasswordForService(const std::optional<SecretText> &password,
+                                        const std::string &service, const std::string &account,
+                                        const std::optional<std::string> &accessGroup) const {
+  const PasswordName name{service, account, accessGroup};
+  if (!password) {
+    const platform::ItemStatus status = store_.deletePassword(name);
+    if (status != platform::itemSuccess) {
+      CVNLog("Error removing keychain %@: %i", account, static_cast<int>(status));
+    }
+    return status == platform::itemSuccess;
+  }
+  const SecretBytes value(base::viewOf(password->reveal()));
+  if (!isASCII(value.reveal())) {
+    CVNLog("password of %@ not stored: it holds a character outside ASCII", account);
+    return false;
+  }
+  platform::ItemStatus status = store_.searchPassword(name, /*returnData=*/false).status;
+  if (status == platform::itemNotFound) {
+    status = store_.addPassword(name, value);
+    if (status != platform::itemSuccess) {
+      CVNLog("Add Error: %i", static_cast<int>(status));
+    }
+  } else if (status == platform::itemSuccess) {
+    status = store_.updatePassword(name, value);
+    if (status != platform::itemSuccess) {
+      CVNLog("Update Error: %i", static_cast<int>(status));
+    }
+  } else {
+    CVNLog("unknown result");
+  }
+  return status == platform::itemSuccess;
+}
+
+bool CVNKeychain::setPasswordForAccount(const std::optional<SecretText> &password,
+                                        const std::string &account,
+                                        const std::optional<std::string> &accessGroup) const {
+  return setPasswordForService(password, kDefaultService, account, accessGroup);
+}
+
+void CVNKeychain::deletePasswordForService(const std::string &service, const std::string &account,
+                                           const std::optional<std::string> &accessGroup) const {
+  static_cast<void>(
+      setPasswordForService(/*password=*/std::nullopt, service, account, accessGroup));
+}
+
+void CVNKeychain::deletePasswordForAccount(const std::string &account,
+                                           const std::optional<std::string> &accessGroup) const {
+  static_cast<void>(setPasswordForAccount(/*password=*/std::nullopt, account, accessGroup));
+}
+
+CVNKeychain::ImportResult CVNKeychain::importNewP12AtURL(const std::string &url,
+                                                         const SecretText &password) const {
+  const auto file = base::readFile(url, kLargestPackage);
+  const auto content = file ? crypto::readPkcs12(*file, &password) : std::nullopt;
+  if (!content) {
+    return importUnreadable;
+  }
+  const auto certificates = certificatesOf(*content);
+  bool hasIdentity = false;
+  for (const SecretBytes &der : content->keys) {
+    const auto key = crypto::PrivateKey::fromPKCS8(der.reveal());
+    if (!key) {
+      CVNLog("SecIdentityCopyPrivateKey error");
+      return importUnreadable;
+    }
+    for (const crypto::Identity &identity : identitiesOf(*key, certificates)) {
+      const ImportResult result = importIdentity(identity);
+      if (result != importDone) {
+        return result;
+      }
+      hasIdentity = true;
+    }
+  }
+  if (!hasIdentity) {
+    return importUnreadable;
+  }
+  if (::unlink(url.c_str()) != 0) {
+    CVNLog("imported file %@ is still there, with its keys: %@", url,
+           std::generic_category().message(errno));
+  }
+  return importDone;
+}
+
+CVNKeychain::ImportResult CVNKeychain::importIdentity(const crypto::Identity &identity) const {
+  constexpr int kMostBits = 2048;
+  if (blockBits(identity.key.publicKey()) > kMostBits) {
+    return importKeyTooLarge;
+  }
+  const platform::ItemStatus status =
+      store_.addIdentity(identity::describeNew(identity, identity.certificate.commonName()),
+                         /*accessGroup=*/std::nullopt);
+  return status == platform::itemSuccess || status == platform::itemDuplicate ? importDone
+                                                                              : importNotAdded;
+}

@@ -1,0 +1,249 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+
+#include "base/Files.hpp"
+#include "fakes/FakeItemStore.hpp"
+#include "fakes/LoggedTest.hpp"
+#include "fakes/TemporaryFolder.hpp"
+#include "identity/CVNKeychain.hpp"
+#include "identity/CVNPassword.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Passwords : public fakes::LoggedTest {
+ public:
+  bool set(const char *password) {
+    return keychain.setPasswordForAccount(SecretText(password), "ann", "group");
+  }
+  std::string get() {
+    Error error;
+    const auto password = keychain.passwordForAccount("ann", "group", &error);
+    return password ? std::string(password->reveal()) : error.domain + std::to_string(error.code);
+  }
+
+  fakes::FakeItemStore store;
+  CVNKeychain keychain{store, store, defaults};
+};
+
+TEST_F(Passwords, AreWrittenReadAndDeleted) {
+  EXPECT_EQ(get(), "0") << "no item is no error";
+  EXPECT_TRUE(set("first"));
+  EXPECT_TRUE(set("second"));
+  EXPECT_EQ(store.passwords.size(), 1U);
+  EXPECT_TRUE(store.passwords.contains("com.corvane.hdq.apns/ann/group"));
+  EXPECT_EQ(get(), "second");
+  EXPECT_FALSE(keychain.passwordForAccount("ann", std::nullopt)) << "the item has a group";
+  const auto attributes =
+      keychain.attributesForService("com.corvane.hdq.apns", "ann", "group", nullptr);
+  EXPECT_EQ(attributes->modifiedDate, store.passwords.begin()->second.modificationDate);
+  keychain.deletePasswordForAccount("ann", "group");
+  EXPECT_THAT(takeEntries(), IsEmpty());
+  EXPECT_FALSE(keychain.setPasswordForAccount(std::nullopt, "ann", "group"));
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:Error removing keychain ann: -25300"));
+}
+
+TEST_F(Passwords, WithoutValueOrDateOrInOtherCharactersAreNone) {
+  auto &item = store.passwords["com.corvane.hdq.apns/ann/group"];
+  item.status = platform::itemSuccess;
+  item.value = SecretBytes(base::viewOf("x"));
+  EXPECT_EQ(get(), "0") << "no date";
+  item.modificationDate.emplace();
+  EXPECT_EQ(get(), "x");
+  item.value = SecretBytes(base::viewOf("\xE9"));
+  EXPECT_EQ(get(), "0");
+  item.value.reset();
+  EXPECT_EQ(get(), "0");
+}
+
+TEST_F(Passwords, SayWhatFails) {
+  EXPECT_FALSE(set("caf\xC3\xA9"));
+  store.writeFailure = platform::itemStoreUnusable;
+  EXPECT_FALSE(set("x"));
+  store.passwords["com.corvane.hdq.apns/ann/group"].status = platform::itemSuccess;
+  EXPECT_FALSE(set("x"));
+  store.failure = platform::itemStoreUnusable;
+  EXPECT_FALSE(set("x"));
+  EXPECT_EQ(get(), "CVN-128");
+  EXPECT_THAT(
+      takeEntries(),
+      ElementsAre("kfy:password of ann not stored: it holds a character outside ASCII",
+                  "kfy:Add Error: -25291", "kfy:Update Error: -25291", "kfy:unknown result"));
+}
+
+TEST_F(Passwords, AreDrawnFromAllPrintableCharactersButTheSpace) {
+  EXPECT_EQ(CVNKeychain::randomPassword().reveal().size(), 15U);
+  EXPECT_EQ(CVNKeychain::randomPasswordLength(0).reveal(), "");
+  const SecretText password = CVNKeychain::randomPasswordLength(20000);
+  const std::set<char> drawn(password.reveal().begin(), password.reveal().end());
+  EXPECT_EQ(drawn.size(), 94U);  // one is missing once in 10^90 runs
+  EXPECT_EQ(*drawn.begin(), '!');
+  EXPECT_EQ(*drawn.rbegin(), '~');
+}
+
+TEST_F(Passwords, AreDescribedInMemory) {
+  CVNPassword password = CVNPassword::initWithService("service", std::nullopt, "group");
+  EXPECT_EQ(password.service, std::nullopt);
+  EXPECT_EQ(password.keychainInfo.size(), 2U);
+  EXPECT_EQ(std::get<std::string>(password.keychainInfo.at("svce")), "service");
+  EXPECT_FALSE(password.password());
+  password.setPassword(SecretText("sésam"));
+  EXPECT_EQ(password.password()->reveal(), "sésam");
+  password.keychainInfo["v_Data"] = SecretBytes(base::viewOf("\xE9"));
+  EXPECT_FALSE(password.password());
+}
+
+// Where Debian's package keeps the samples of a widely used library's own tests.
+const std::string kSamples = "/usr/lib/python3/dist-packages/cryptography_vectors/";
+// One identity each of a path-validation suite; the password is the one that the suite names.
+const std::string kSuite = "x509/PKITS_data/pkcs12/";
+
+class Import : public Passwords {
+ public:
+  int import(const std::string &path, const std::string &password) {
+    const int result = keychain.importNewP12AtURL(path, SecretText(password));
+    EXPECT_EQ(base::fileExists(path), result != 0) << path;
+    return result;
+  }
+  int importCopy(const std::string &sample, const std::string &password) {
+    std::filesystem::copy_file(sample, folder / "copy.p12",
+                               std::filesystem::copy_options::overwrite_existing);
+    return import(folder / "copy.p12", password);
+  }
+  void openssl(const std::string &arguments) const {
+    ASSERT_EQ(std::system(("cd " + folder.path() + " && openssl " + arguments + " 2>log").c_str()),
+              0)
+        << folder.read("log");
+  }
+  // Writes NAME.p12 with a new key of this kind and a certificate for NAME.
+  void makePackage(const std::string &name, const std::string &kind, const std::string &options) {
+    openssl("req -x509 -newkey " + kind + " -noenc -subj /CN=" + name + " -keyout " + name +
+            ".key -out " + name + ".crt");
+    openssl("pkcs12 -export -inkey " + name + ".key -in " + name + ".crt -out " + name +
+            ".p12 -passout pass:pw " + options);
+  }
+
+  fakes::TemporaryFolder folder;
+};
+
+struct Sample {
+  const char *name;  // without "pkcs12/" and ".p12"
+  const char *password;
+  int result;
+  const char *why;  // what the package's own tests find in it with this password
+};
+
+TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
+  const Sample samples[] = {
+      {"cert-key-aes256cbc", "cryptography", 0, "both, under AES"},
+      {"cert-rc2-key-3des", "cryptography", 0, "both, under the algorithms of old"},
+      {"cert-none-key-none", "cryptography", 0, "both, not encrypted, with a MAC"},
+      {"no-password", "", 0, "both, encrypted without a password"},
+      {"cert-key-aes256cbc", "wrong", -1, "the MAC does not fit"},
+      {"cert-aes256cbc-no-key", "cryptography", -1, "a certificate alone"},
+      {"no-cert-key-aes256cbc", "cryptography", -1, "a key alone"},
+      {"no-name-pwd", "password", 0, "both, and two other certificates, which are skipped"},
+      {"no-name-no-pwd", "", 0, "the same without a password"},
+      {"name-all-pwd", "password", 0, "the same, all with names"},
+      {"name-all-no-pwd", "", 0, "all with names"},
+      {"name-1-pwd", "password", 0, "names are no matter"},
+      {"name-1-no-pwd", "", 0, "names are no matter"},
+      {"name-2-pwd", "password", 0, "names are no matter"},
+      {"name-2-no-pwd", "", 0, "names are no matter"},
+      {"name-3-pwd", "password", 0, "names are no matter"},
+      {"name-3-no-pwd", "", 0, "names are no matter"},
+      {"name-2-3-pwd", "password", 0, "names are no matter"},
+      {"name-2-3-no-pwd", "", 0, "names are no matter"},
+      {"name-unicode-pwd", "password", 0, "names in other letters"},
+      {"name-unicode-no-pwd", "", 0, "names in other letters"},
+      {"no-cert-no-name-pwd", "password", -1, "two certificates of others, no key"},
+      {"no-cert-no-name-no-pwd", "", -1, "certificates of others alone"},
+      {"no-cert-name-2-pwd", "password", -1, "certificates of others alone"},
+      {"no-cert-name-2-no-pwd", "", -1, "certificates of others alone"},
+      {"no-cert-name-3-pwd", "password", -1, "certificates of others alone"},
+      {"no-cert-name-3-no-pwd", "", -1, "certificates of others alone"},
+      {"no-cert-name-all-pwd", "password", -1, "certificates of others alone"},
+      {"no-cert-name-all-no-pwd", "", -1, "certificates of others alone"},
+      {"no-cert-name-unicode-pwd", "password", -1, "certificates of others alone"},
+      {"no-cert-name-unicode-no-pwd", "", -1, "certificates of others alone"},
+  };
+  std::set<std::string> known;
+  for (const Sample &sample : samples) {
+    store.items.clear();
+    const std::string path = kSamples + "pkcs12/" + sample.name + ".p12";
+    EXPECT_EQ(importCopy(path, sample.password), sample.result)
+        << sample.name << ": " << sample.why;
+    EXPECT_EQ(store.items.size(), sample.result == 0 ? 1U : 0U) << sample.name;
+    known.insert(path);
+  }
+  for (const auto &file : std::filesystem::directory_iterator(kSamples + "pkcs12")) {
+    EXPECT_TRUE(known.contains(file.path())) << file.path() << " is in no row";
+  }
+}
+
+TEST_F(Import, TakesEveryIdentityOfAPublicSuite) {
+  // The library reads no DSA key whose parameters stand in the issuer's certificate alone.
+  const std::set<std::string> unreadable = {"DSAParametersInheritedCACert.p12",
+                                            "ValidDSAParameterInheritanceTest5EE.p12"};
+  std::size_t count = 0;
+  for (const auto &file : std::filesystem::directory_iterator(kSamples + kSuite)) {
+    EXPECT_EQ(importCopy(file.path(), "password"),
+              unreadable.contains(file.path().filename()) ? -1 : 0)
+        << file.path();
+    ++count;
+  }
+  EXPECT_EQ(count, 405U);
+  EXPECT_EQ(store.items.size(), count - unreadable.size());
+}
+
+struct Written {
+  const char *kind;
+  const char *options;
+  int result;
+};
+
+TEST_F(Import, OfFilesThatTheLibrarysToolWrites) {
+  const Written files[] = {
+      {"rsa:2048", "", 0},
+      {"rsa:2056", "", -2},
+      {"rsa:3072", "-legacy", -2},
+      {"ec -pkeyopt ec_paramgen_curve:P-521", "", 0},
+      {"ed25519", "-keypbe NONE -certpbe NONE -nomac", 0},
+      {"rsa:2048", "-legacy", 0},
+      {"rsa:2048", "-iter 2000001", -1},
+      {"rsa:2048", "-iter 900000 -maciter", -1},  // three times in all
+  };
+  int number = 0;
+  for (const Written &file : files) {
+    const std::string name = "host" + std::to_string(++number);
+    makePackage(name, file.kind, file.options);
+    const std::size_t before = store.items.size();
+    EXPECT_EQ(import(folder / (name + ".p12"), "pw"), file.result) << file.kind << file.options;
+    ASSERT_EQ(store.items.size(), before + (file.result == 0 ? 1U : 0U));
+    if (file.result == 0) {
+      EXPECT_EQ(store.items.back().record.label, name);
+      EXPECT_EQ(store.items.back().record.canDecrypt, std::string(file.kind) == "rsa:2048");
+    }
+  }
+  EXPECT_THAT(takeEntries(), IsEmpty());
+}
+
+TEST_F(Import, TakesAnIdentityThatIsThereAlreadyAndKeepsWhatWasAddedBeforeAFailure) {
+  makePackage("small", "rsa:2048", "");
+  std::filesystem::copy_file(folder / "small.p12", folder / "again.p12");
+  EXPECT_EQ(import(folder / "small.p12", "pw"), 0);
+  EXPECT_EQ(import(folder / "again.p12", "pw"), 0);
+  EXPECT_EQ(store.items.size(), 1U);
+  store.items.clear();
+  store.room = 0;
+  makePackage("other", "rsa:2048", "");
+  EXPECT_EQ(import(folder / "other.p12", "pw"), -3);
+}
+
+}  // namespace
