@@ -4,9 +4,13 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
-#include "crypto/MadeIdentities.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeIdentity;
+using fakes::madeKey;
+using fakes::pemOf;
 
 using crypto::Certificate;
 

@@ -5,9 +5,12 @@
 #include <openssl/pkcs12.h>
 #include <openssl/provider.h>
 
-#include "crypto/MadeIdentities.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeIdentity;
+using fakes::pemOf;
 
 const crypto::Identity &owner() {
   static const crypto::Identity identity = madeIdentity("RSA", "owner");
@@ -24,13 +27,6 @@ std::string contentOf(BIO *buffer) {
   std::string content(data, static_cast<std::size_t>(length));
   BIO_free(buffer);
   return content;
-}
-
-std::string encryptedKeyPEM() {
-  BIO *buffer = BIO_new(BIO_s_mem());
-  PEM_write_bio_PKCS8PrivateKey(buffer, owner().key.native(), EVP_aes_128_cbc(), "secret", 6,
-                                nullptr, nullptr);
-  return contentOf(buffer);
 }
 
 // As the library's own tool writes it: the curve in a block of its own before the key.
@@ -82,7 +78,7 @@ TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
   const std::string key = keyPEM();
   const std::string own = owner().certificate.pem();
   const std::string foreign = madeIdentity("EC", "foreign").certificate.pem();
-  const std::string encrypted = encryptedKeyPEM() + own;
+  const std::string encrypted = fakes::encryptedPemOf(owner(), "secret");
   struct Case {
     const char *name;
     std::string file;

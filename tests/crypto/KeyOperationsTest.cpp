@@ -9,11 +9,14 @@
 #include <array>
 
 #include "crypto/Digest.hpp"
-#include "crypto/MadeIdentities.hpp"
 #include "crypto/Owned.hpp"
 #include "crypto/TlsChannel.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeIdentity;
+using fakes::madeKey;
 
 // A place that keeps an ordinary key, and refuses where the test wants it to.
 class Place : public crypto::KeyOperations {

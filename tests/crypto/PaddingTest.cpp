@@ -4,10 +4,12 @@
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 
-#include "crypto/MadeIdentities.hpp"
 #include "crypto/Owned.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeKey;
 
 using crypto::HashAlgorithm;
 using enum crypto::HashAlgorithm;

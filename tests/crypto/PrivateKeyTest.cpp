@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "crypto/MadeIdentities.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeKey;
 
 Bytes bytesOfHex(std::string_view digits) {
   Bytes bytes;

@@ -6,9 +6,11 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include "crypto/MadeIdentities.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeKey;
 
 TEST(PublicKey, ExportsWhatStandsInTheSubjectPublicKeyInfo) {
   struct Case {

@@ -4,10 +4,12 @@
 #include <openssl/evp.h>
 
 #include "crypto/HashAlgorithm.hpp"
-#include "crypto/MadeIdentities.hpp"
 #include "crypto/Owned.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeKey;
 
 using crypto::HashAlgorithm;
 

@@ -10,9 +10,11 @@
 #include <optional>
 
 #include "base/Descriptor.hpp"
-#include "crypto/MadeIdentities.hpp"
+#include "fakes/MadeKeys.hpp"
 
 namespace {
+
+using fakes::madeIdentity;
 
 using crypto::TlsChannel;
 using Result = TlsChannel::Result;

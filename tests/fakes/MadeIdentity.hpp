@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "crypto/Identity.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "platform/ItemStore.hpp"
 #include "support/HexString.hpp"
 
@@ -12,13 +12,11 @@ namespace fakes {
 // A fresh P-256 identity with this common name, described under this label.
 inline platform::IdentityRecord makeIdentity(const std::string &commonName,
                                              const std::string &label) {
-  const auto key = crypto::PrivateKey::generateP256();
-  const auto certificate =
-      crypto::Certificate::selfSigned(*key, commonName, /*days=*/1, /*serverName=*/true);
+  const crypto::Identity identity = makeIdentity(commonName);
   platform::IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(crypto::Identity{*certificate, *key});
+  record.reference = std::make_shared<const crypto::Identity>(identity);
   record.label = label;
-  record.publicKeyHash = support::sha1(*key->publicKey().externalRepresentation());
+  record.publicKeyHash = support::sha1(*identity.key.publicKey().externalRepresentation());
   record.canSign = true;
   return record;
 }

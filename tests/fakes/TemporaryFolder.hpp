@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -42,6 +43,12 @@ class TemporaryFolder {
   [[nodiscard]] std::string read(const std::string &name) const {
     std::ifstream file(*this / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  // The permissions of something in it, 0 if there is nothing.
+  [[nodiscard]] unsigned modeOf(const std::string &name) const {
+    struct stat status{};
+    return ::stat((*this / name).c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
   }
 
  private:

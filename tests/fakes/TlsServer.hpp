@@ -15,19 +15,12 @@
 #include <utility>
 
 #include "base/Descriptor.hpp"
-#include "crypto/Identity.hpp"
 #include "crypto/TlsChannel.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "protocol/Frame.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace fakes {
-
-// A fresh P-256 identity.
-inline crypto::Identity makeIdentity(const std::string &commonName) {
-  const auto key = crypto::PrivateKey::generateP256().value();
-  return {crypto::Certificate::selfSigned(key, commonName, /*days=*/2, /*serverName=*/true).value(),
-          key};
-}
 
 // A socket on a free loopback port, where nobody listens yet.
 inline base::Descriptor boundToLoopback(std::uint16_t &port) {

@@ -1,29 +1,24 @@
 #include "system/Peer.hpp"
 
 #include "client/PinnedServer.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
 
 namespace system_tests {
 
-crypto::Identity makeIdentity(const crypto::PrivateKey &key, const std::string &name) {
-  return {*crypto::Certificate::selfSigned(key, name, /*days=*/2, /*serverName=*/false), key};
-}
-
 const crypto::Identity &rsaIdentity() {
-  static const crypto::Identity identity =
-      makeIdentity(*crypto::PrivateKey::generateRSA(2048), "RSA key");
+  static const crypto::Identity identity = fakes::madeIdentity("RSA", "RSA key");
   return identity;
 }
 
 const crypto::Identity &otherRSAIdentity() {
-  static const crypto::Identity identity =
-      makeIdentity(*crypto::PrivateKey::generateRSA(2048), "Other RSA key");
+  static const auto identity =
+      fakes::identityOf(*crypto::PrivateKey::generateRSA(2048), "Other RSA key");
   return identity;
 }
 
 const crypto::Identity &ecIdentity() {
-  static const crypto::Identity identity =
-      makeIdentity(*crypto::PrivateKey::generateP256(), "EC key");
+  static const crypto::Identity identity = fakes::madeIdentity("EC", "EC key");
   return identity;
 }
 

@@ -14,8 +14,7 @@
 
 namespace system_tests {
 
-// A key with its certificate, made by this test. The RSA ones are made once.
-[[nodiscard]] crypto::Identity makeIdentity(const crypto::PrivateKey &key, const std::string &name);
+// Keys with their certificates, made once.
 [[nodiscard]] const crypto::Identity &rsaIdentity();
 [[nodiscard]] const crypto::Identity &otherRSAIdentity();
 [[nodiscard]] const crypto::Identity &ecIdentity();
