@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstring>
@@ -39,22 +40,15 @@ class Log {
     EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
   }
 
-  std::vector<std::string> received() {
-    std::vector<std::string> datagrams;
+  // What has come; of entries of the journal's protocol from this text on.
+  std::vector<std::string> received(const std::string &from = "\nMESSAGE=") {
+    std::vector<std::string> texts;
     std::string buffer(100'000, '\0');
     ssize_t length = 0;
     while ((length = ::recv(socket_.get(), buffer.data(), buffer.size(), 0)) >= 0) {
-      datagrams.push_back(buffer.substr(0, static_cast<std::size_t>(length)));
-    }
-    return datagrams;
-  }
-
-  // The texts of journal entries alone.
-  std::vector<std::string> messages() {
-    std::vector<std::string> texts;
-    for (const std::string &datagram : received()) {
-      const std::size_t start = datagram.find("\nMESSAGE=") + 9;
-      texts.push_back(datagram.substr(start, datagram.size() - start - 1));
+      const std::string datagram = buffer.substr(0, static_cast<std::size_t>(length));
+      const std::size_t start = datagram.find(from);
+      texts.push_back(start == std::string::npos ? datagram : datagram.substr(start + from.size()));
     }
     return texts;
   }
@@ -70,19 +64,18 @@ class Collector : public testing::Test {
                        LogPaths{folder_ / "journal", folder_ / "syslog", folder_ / "var/log/file"},
                        standardError);
   }
-  void addNumbers(int count) {
-    for (int number = 0; number < count; ++number) {
-      collector_->entry(std::to_string(number));
-    }
+  void flush(const std::string &entry) {
+    collector_->entry(entry);
+    collector_->flush();
   }
-  // Reads, as time goes on, until nothing waits any more.
-  std::vector<std::string> drain(Log &log) {
-    std::vector<std::string> all;
+  // What is read, as time goes on, until nothing waits any more.
+  template <typename Read>
+  auto drain(Read read) {
+    auto all = read();
     do {
       queue_.advance(500ms);
-      for (std::string &text : log.messages()) {
-        all.push_back(std::move(text));
-      }
+      const auto more = read();
+      all.insert(all.end(), more.begin(), more.end());
     } while (queue_.waitingEvents() > 0);
     return all;
   }
@@ -101,100 +94,77 @@ TEST_F(Collector, EntriesLeaveTogetherTenMillisecondsAfterTheFirst) {
   collector_->entry("two\nPRIORITY=0");
   EXPECT_THAT(journal.received(), IsEmpty());
   queue_.advance(1ms);
-  const std::string before =
-      "PRIORITY=5\nSYSLOG_IDENTIFIER=kfyd\nSYSLOG_PID=" + pid_ + "\nMESSAGE=";
-  EXPECT_THAT(journal.received(), ElementsAre(before + "one\n", before + "two PRIORITY=0\n"));
+  const std::string before = "SYSLOG_IDENTIFIER=kfyd\nSYSLOG_PID=" + pid_ + "\nMESSAGE=";
+  EXPECT_THAT(journal.received("PRIORITY=5\n"),
+              ElementsAre(before + "one\n", before + "two PRIORITY=0\n"));
   EXPECT_EQ(queue_.waitingEvents(), 0);
 }
 
 TEST_F(Collector, FlushAndTheEndNeedNoQueueAndTheQueueMayLiveLonger) {
   Log journal(folder_ / "journal");
   makeCollector();
-  collector_->entry("one");
-  collector_->flush();
-  EXPECT_THAT(journal.messages(), ElementsAre("one"));
-  collector_->entry("two");
-  collector_.reset();
-  EXPECT_THAT(journal.messages(), ElementsAre("two"));
-  queue_.advance(1s);
-}
-
-TEST_F(Collector, EntryIsCutBetweenCharacters) {
-  Log journal(folder_ / "journal");
-  makeCollector();
   std::string text = "x";
   for (int count = 0; count < 40'000; ++count) {
     text += "é";
   }
-  collector_->entry(text);
-  collector_->flush();
-  EXPECT_THAT(journal.messages(), ElementsAre(text.substr(0, 65'535)));
+  flush(text);
+  EXPECT_THAT(journal.received(), ElementsAre(text.substr(0, 65'535) + "\n"))
+      << "cut between characters";
+  collector_->entry("two");
+  collector_.reset();
+  EXPECT_THAT(journal.received(), ElementsAre("two\n"));
+  queue_.advance(1s);
 }
 
-TEST_F(Collector, JournalThatReadsNothingKeepsOrderAndIsAskedLessAndLessOften) {
+TEST_F(Collector, JournalThatReadsNothingIsAskedLessOftenAndHearsWhatWasDropped) {
   Log journal(folder_ / "journal");
   makeCollector();
-  addNumbers(3000);
+  for (int number = 0; number < 20'000; ++number) {
+    collector_->entry(std::to_string(number));
+  }
   queue_.advance(10s);
   EXPECT_EQ(queue_.waitingEvents(), 1);
   queue_.advance(queue_.untilNextEvent());
   EXPECT_EQ(queue_.untilNextEvent(), 500ms);
-  const auto texts = drain(journal);
-  ASSERT_EQ(texts.size(), 3000);
-  for (std::size_t index = 0; index < texts.size(); ++index) {
-    ASSERT_EQ(texts[index], std::to_string(index));
-  }
-}
-
-TEST_F(Collector, DroppedEntriesAreCountedInTheirPlace) {
-  Log journal(folder_ / "journal");
-  makeCollector();
-  addNumbers(20'000);
-  std::vector<std::string> texts = drain(journal);
-  collector_->entry("later");
-  collector_->flush();
-  EXPECT_THAT(journal.messages(), ElementsAre("later"));
+  const auto texts = drain([&] { return journal.received(); });
   ASSERT_GT(texts.size(), 4096);
   const std::size_t kept = texts.size() - 1;
-  EXPECT_EQ(texts[kept - 1], std::to_string(kept - 1));
-  EXPECT_EQ(texts[kept], std::to_string(20'000 - kept) + " entries dropped");
+  for (std::size_t index = 0; index < kept; ++index) {
+    ASSERT_EQ(texts[index], std::to_string(index) + "\n");
+  }
+  EXPECT_EQ(texts[kept], std::to_string(20'000 - kept) + " entries dropped\n");
+  flush("later");
+  EXPECT_THAT(journal.received(), ElementsAre("later\n"));
 }
 
 TEST_F(Collector, JournalThatRestartsIsFoundAgain) {
   std::filesystem::create_directories(folder_ / "var/log/file");  // so that the file is no way out
   std::optional<Log> journal(folder_ / "journal");
   makeCollector();
-  collector_->entry("one");
-  collector_->flush();
+  flush("one");
   journal.emplace(folder_ / "journal");
-  collector_->entry("two");
-  collector_->flush();
-  EXPECT_THAT(journal->messages(), ElementsAre("two"));
+  flush("two");
+  EXPECT_THAT(journal->received(), ElementsAre("two\n"));
   journal.reset();
   collector_->entry("three");
   queue_.advance(10s);
   journal.emplace(folder_ / "journal");
   collector_->entry("four");
-  EXPECT_THAT(drain(*journal), ElementsAre("three", "four"));
+  EXPECT_THAT(drain([&] { return journal->received(); }), ElementsAre("three\n", "four\n"));
 }
 
 TEST_F(Collector, SyslogThenAFileStandInUntilTheJournalIsThere) {
   makeCollector();
   collector_->entry("one");
-  collector_->entry("two");
-  collector_->flush();
-  EXPECT_EQ(folder_.read("var/log/file"), "one\ntwo\n");
+  flush("two");
   Log syslog(folder_ / "syslog");
-  collector_->entry("three");
-  collector_->flush();
+  flush("three");
+  const std::string time = "[A-Z][a-z]{2} [ 1-3][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2}";
   EXPECT_THAT(syslog.received(),
-              ElementsAre(MatchesRegex("<29>[A-Z][a-z]{2} [ 1-3][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} "
-                                       "kfyd\\[" +
-                                       pid_ + "\\]: three")));
+              ElementsAre(MatchesRegex("<29>" + time + " kfyd\\[" + pid_ + "\\]: three")));
   Log journal(folder_ / "journal");
-  collector_->entry("four");
-  collector_->flush();
-  EXPECT_THAT(journal.messages(), ElementsAre("four"));
+  flush("four");
+  EXPECT_THAT(journal.received(), ElementsAre("four\n"));
   EXPECT_THAT(syslog.received(), IsEmpty());
   EXPECT_EQ(folder_.read("var/log/file"), "one\ntwo\n");
 }
@@ -209,23 +179,13 @@ class StandardErrorPipe : public Collector {
     ::fcntl(reader_.get(), F_SETFL, O_NONBLOCK);
     makeCollector(writer_.get());
   }
-
-  std::string received() {
-    std::string text;
-    std::array<char, 65'536> piece;
-    ssize_t count = 0;
-    while ((count = ::read(reader_.get(), piece.data(), piece.size())) > 0) {
-      text.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    return text;
-  }
-  std::string drainText() {
-    std::string text;
-    do {
-      queue_.advance(500ms);
-      text += received();
-    } while (queue_.waitingEvents() > 0);
-    return text;
+  std::string drained() {
+    return drain([&] {
+      std::string text(1 << 20, '\0');
+      text.resize(static_cast<std::size_t>(
+          std::max<ssize_t>(0, ::read(reader_.get(), text.data(), text.size()))));
+      return text;
+    });
   }
 
   base::Descriptor reader_;
@@ -241,28 +201,24 @@ TEST_F(StandardErrorPipe, FullPipeStopsNothingAndLosesNothing) {
     collector_->write(text);
     collector_->flush();
   }
-  EXPECT_TRUE(drainText() == all);
+  EXPECT_TRUE(drained() == all);
   EXPECT_EQ(::fcntl(writer_.get(), F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST_F(StandardErrorPipe, DroppedTextIsCountedInItsPlace) {
-  const std::string line(1023, 'x');
   for (int count = 0; count < 2048; ++count) {
-    collector_->write(line + "\n");
+    collector_->write(std::string(1023, 'x') + "\n");
   }
-  const std::string text = drainText();
+  const std::string text = drained();
   const std::size_t kept = text.find('k');
   ASSERT_NE(kept, std::string::npos);
   EXPECT_GT(kept, 1'000'000);
   EXPECT_EQ(text.substr(kept),
             "kfyd: " + std::to_string(2048 * 1024 - kept) + " bytes of standard error dropped\n");
-}
-
-TEST_F(StandardErrorPipe, TextThatIsTooLargeAtAllDoesNotShutOutTheNext) {
   collector_->write(std::string(2'000'000, 'x'));
   queue_.advance(10ms);
   collector_->write("next\n");
-  EXPECT_EQ(drainText(), "kfyd: 2000000 bytes of standard error dropped\nnext\n");
+  EXPECT_EQ(drained(), "kfyd: 2000000 bytes of standard error dropped\nnext\n");
 }
 
 TEST_F(StandardErrorPipe, EndIsNotHeldUpByAReaderThatStandsStillOrIsGone) {

@@ -28,45 +28,31 @@ std::optional<std::string> run(const std::string &script, platform::RunLimits li
   return output ? std::optional(std::string(base::textOf(*output))) : std::nullopt;
 }
 
-struct RunCase {
-  const char *name;
-  const char *script;
-  platform::RunLimits limits;
-  std::optional<std::string> output;
-};
-
-class ToolRun : public testing::TestWithParam<RunCase> {};
-
-TEST_P(ToolRun, GivesOutputOrNothing) {
-  EXPECT_EQ(run(GetParam().script, GetParam().limits), GetParam().output);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Scripts, ToolRun,
-    testing::Values(
-        RunCase{"BytesOfAllKinds", "printf 'a\\0\\377\\nb'", kGenerous,
-                std::string("a\0\377\nb", 5)},
-        RunCase{"ItFails", "echo x; exit 3", kGenerous, "x\n"},
-        RunCase{"ItDiesBySignal", "echo x; kill -9 $$", kGenerous, "x\n"},
-        RunCase{"ItLivesABitLongerThanItsOutput", "echo x; exec >&-; sleep 0.05", kGenerous, "x\n"},
-        RunCase{"ItLivesTooLongAfterItsOutput", "echo x; exec >&-; sleep 60", kHasty, std::nullopt},
-        RunCase{"ItIsTooSlow", "echo x; sleep 60", kHasty, std::nullopt},
-        RunCase{"ItIgnoresRequestsToEnd", "trap '' TERM INT HUP; sleep 60", kHasty, std::nullopt},
-        RunCase{"ItNeverStopsWriting", "yes", {60s, 100'000'000}, std::nullopt},
-        RunCase{"AHundredMegabytes", "head -c 100000000 /dev/zero", kGenerous, std::nullopt},
-        RunCase{"ExactlyTheLimit", "printf 12345", {60s, 5}, "12345"},
-        RunCase{"OneByteMore", "printf 123456", {60s, 5}, std::nullopt},
-        RunCase{"NoShellCommand", "exec /nonexistent 2>/dev/null", kGenerous, ""}),
-    [](const auto &row) { return std::string(row.param.name); });
-
-TEST(SpawnToolRunner, MissingProgramOrFolderGivesNothing) {
-  EXPECT_FALSE(SpawnToolRunner().outputOf("/nonexistent/tool", {}, "/", kGenerous));
-  EXPECT_FALSE(run("echo x", kGenerous, "/nonexistent"));
-}
-
-TEST(SpawnToolRunner, RunsInTheFolder) {
+TEST(SpawnToolRunner, GivesAllOutputOrNothing) {
+  struct Case {
+    const char *script;
+    platform::RunLimits limits;
+    std::optional<std::string> output;
+  };
+  const Case kCases[] = {
+      {"printf 'a\\0\\377\\nb'", kGenerous, std::string("a\0\377\nb", 5)},
+      {"echo x; exit 3", kGenerous, "x\n"},
+      {"echo x; kill -9 $$", kGenerous, "x\n"},
+      {"echo x; exec >&-; sleep 0.05", kGenerous, "x\n"},
+      {"echo x; exec >&-; sleep 60", kHasty, {}},
+      {"echo x; sleep 60", kHasty, {}},
+      {"trap '' TERM INT HUP; sleep 60", kHasty, {}},
+      {"yes", {60s, 100'000'000}, {}},
+      {"printf 12345", {60s, 5}, "12345"},
+      {"printf 123456", {60s, 5}, {}},
+  };
+  for (const Case &row : kCases) {
+    EXPECT_EQ(run(row.script, row.limits), row.output) << row.script;
+  }
   const fakes::TemporaryFolder folder;
   EXPECT_EQ(run("pwd -P", kGenerous, folder.path()), folder.path() + "\n");
+  EXPECT_FALSE(run("echo x", kGenerous, "/nonexistent"));
+  EXPECT_FALSE(SpawnToolRunner().outputOf("/nonexistent/tool", {}, "/", kGenerous));
 }
 
 // The first process has ended by itself; the one it left behind holds our pipe.

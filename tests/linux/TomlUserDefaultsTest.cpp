@@ -98,27 +98,19 @@ TEST_F(Defaults, FolderInTheFilesPlaceIsReportedOnce) {
   EXPECT_THAT(reports_, ElementsAre(HasSubstr("not a regular file")));
 }
 
-struct TypeCase {
-  const char *value;
-  bool boolean;
-  std::optional<std::string> text;
-  std::optional<std::int64_t> integer;
-};
-
 TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
-  for (const TypeCase &row : std::initializer_list<TypeCase>{
-           {"true", true, {}, {}},
-           {"false", false, {}, {}},
-           {"1", true, {}, 1},
-           {"-7", true, {}, -7},
-           {"0", false, {}, 0},
-           {"\"YES\"", true, "YES", {}},
-           {"\"true\"", true, "true", {}},
-           {"\"yes\"", false, "yes", {}},
-           {"\"1\"", false, "1", {}},
-           {"1.0", false, {}, {}},
-           {"[true]", false, {}, {}},
-       }) {
+  struct Case {
+    const char *value;
+    bool boolean;
+    std::optional<std::string> text;
+    std::optional<std::int64_t> integer;
+  };
+  const Case kCases[] = {
+      {"true", true, {}, {}},         {"false", false, {}, {}},      {"1", true, {}, 1},
+      {"-7", true, {}, -7},           {"0", false, {}, 0},           {"\"YES\"", true, "YES", {}},
+      {"\"true\"", true, "true", {}}, {"\"yes\"", false, "yes", {}}, {"\"1\"", false, "1", {}},
+      {"1.0", false, {}, {}},         {"[true]", false, {}, {}}};
+  for (const Case &row : kCases) {
     SCOPED_TRACE(row.value);
     folder_.write("other.toml", std::string("k = ") + row.value + "\n[table]\nn = 1\n");
     EXPECT_EQ(defaults_.boolean("other", "k"), row.boolean);
