@@ -9,11 +9,6 @@
 namespace remote {
 namespace {
 
-unsigned modeOf(const std::string &path) {
-  struct stat status{};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
-}
-
 std::string hashOf(const std::string &home) {
   Error error;
   const auto identity = authenticationKey(home, &error);
@@ -25,8 +20,8 @@ TEST(AuthenticationKey, IsMadeOnceAndIsPrivate) {
   const fakes::TemporaryFolder folder;
   const std::string home = folder / "new/kfy-remote";
   const std::string hash = hashOf(home);
-  EXPECT_EQ(modeOf(home), 0700U);
-  EXPECT_EQ(modeOf(authenticationKeyPath(home)), 0600U);
+  EXPECT_EQ(folder.modeOf("new/kfy-remote"), 0700U);
+  EXPECT_EQ(folder.modeOf(authenticationKeyPath("new/kfy-remote")), 0600U);
   EXPECT_EQ(hashOf(home), hash);
   EXPECT_NE(hashOf(home + "-other"), hash);
 }

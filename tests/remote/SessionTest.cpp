@@ -23,8 +23,7 @@ class ServedSession : public testing::Test {
   using Serve = std::function<void(ServedConnection &)>;
 
   ServedSession() {
-    const SecretBytes key = cardKey_.key.pem();
-    folder_.write("key.pem", cardKey_.certificate.pem() + std::string(base::textOf(key.reveal())));
+    folder_.write("key.pem", fakes::pemOf(cardKey_));
     keys_ = KeyRing::load(std::vector{folder_ / "key.pem"}, {}, hash_,
                           [](const std::string &, int, Error *) { return std::nullopt; });
   }
@@ -113,22 +112,6 @@ TEST_F(ServedSession, InsertsSignsAndWithdrawsTheCardAtASignal) {
   EXPECT_TRUE(ended.bySignal && ended.mayClearUp);
 }
 
-TEST_F(ServedSession, RefusesEveryUseWhereNobodyCanBeAsked) {
-  (void)session(
-      [&](ServedConnection &connection) {
-        serveUntilInserted(connection);
-        const auto reply = signWith(connection, cardKey_.certificate.sha1());
-        end();
-        ASSERT_TRUE(reply);
-        EXPECT_FALSE(reply->status);
-        EXPECT_EQ(reply->signedData, Bytes());
-      },
-      [](const TlsServer &server, ConnectCommand &command) {
-        pin(server, command);
-        command.withoutConsent = false;
-      });
-}
-
 TEST_F(ServedSession, SignsNothingButAChallengeForItsOwnKey) {
   struct Case {
     const char *name;
@@ -155,42 +138,19 @@ TEST_F(ServedSession, SignsNothingButAChallengeForItsOwnKey) {
   }
 }
 
-TEST_F(ServedSession, SendsNothingToAServerThatIsNotTheTrustedOne) {
-  struct Case {
-    const char *name;
-    std::function<void(const TlsServer &, ConnectCommand &)> prepare;
-  };
-  for (const Case &row :
-       {Case{"another fingerprint",
-             [](const TlsServer &, ConnectCommand &command) {
-               command.fingerprint = Fingerprint(32, 1);
-             }},
-        Case{"changed since it was known", [&](const TlsServer &server, ConnectCommand &) {
-               ASSERT_TRUE(knownHosts_.add({"127.0.0.1", server.port()}, Fingerprint(32, 1)));
-             }}}) {
-    SCOPED_TRACE(row.name);
-    std::size_t received = 1;
-    const auto ended = session(
-        [&](ServedConnection &connection) {
-          (void)connection.handshake();
-          EXPECT_FALSE(connection.receive());
-          received = connection.received();
-        },
-        row.prepare);
-    EXPECT_FALSE(ended.bySignal);
-    EXPECT_EQ(received, 0U);
-  }
-}
-
-TEST_F(ServedSession, DoesNotEvenConnectToAnUnknownServerWhereNobodyCanBeAsked) {
-  std::uint16_t port = 0;
-  const base::Descriptor listener = fakes::boundToLoopback(port);
-  ASSERT_EQ(::listen(listener.get(), 1), 0);
-  ConnectCommand command;
-  command.machines = {{"127.0.0.1", port}};
-  EXPECT_FALSE(
-      serveMachines(command, knownHosts_, *keys_, authentication_, terminal_, stop_).bySignal);
-  EXPECT_FALSE(base::waitToRead(listener.get(), std::chrono::steady_clock::now()));
+TEST_F(ServedSession, SendsNothingToAServerThatHasChangedSinceItWasKnown) {
+  std::size_t received = 1;
+  const auto ended = session(
+      [&](ServedConnection &connection) {
+        (void)connection.handshake();
+        EXPECT_FALSE(connection.receive());
+        received = connection.received();
+      },
+      [&](const TlsServer &server, ConnectCommand &) {
+        ASSERT_TRUE(knownHosts_.add({"127.0.0.1", server.port()}, Fingerprint(32, 1)));
+      });
+  EXPECT_FALSE(ended.bySignal);
+  EXPECT_EQ(received, 0U);
 }
 
 }  // namespace
