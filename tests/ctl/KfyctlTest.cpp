@@ -6,6 +6,7 @@
 
 #include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
 
 namespace {
@@ -14,11 +15,6 @@ using testing::HasSubstr;
 
 const std::string kIdentitySettings = "etc/keyferry/com.corvane.kfyd.toml";
 const std::string kSettings = "etc/keyferry/kfyd.toml";
-
-unsigned modeOf(const std::string &path) {
-  struct stat status{};
-  return ::stat((sandboxedRoot() / path).c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
-}
 
 class Kfyctl : public testing::Test {
  protected:
@@ -41,8 +37,8 @@ TEST_F(Kfyctl, UsesAnIdentityWhoseLabelHoldsCapitals) {
   EXPECT_EQ(use.status, 0) << use.notes;
   EXPECT_EQ(sandboxedRoot().read(kIdentitySettings),
             "ssl_certificate_sha1_hash = \"" + hash + "\"\n");
-  EXPECT_EQ(modeOf("etc/keyferry/server.pem"), 0644U);
-  EXPECT_EQ(modeOf("etc/keyferry"), 0755U);
+  EXPECT_EQ(sandboxedRoot().modeOf("etc/keyferry/server.pem"), 0644U);
+  EXPECT_EQ(sandboxedRoot().modeOf("etc/keyferry"), 0755U);
   const auto pinned = crypto::Certificate::allFromPEM(
       base::viewOf(sandboxedRoot().read("etc/keyferry/server.pem")));
   ASSERT_EQ(pinned.size(), 1U);
@@ -75,13 +71,11 @@ TEST_F(Kfyctl, FindsTheIdentityInUseByTheNameInLowerCase) {
 }
 
 TEST_F(Kfyctl, ImportsAnIdentityFromAFileAndTakesItOnce) {
-  const auto key = crypto::PrivateKey::generateP256();
-  const auto certificate = crypto::Certificate::selfSigned(*key, "Ada", 1, /*serverName=*/false);
-  sandboxedRoot().write("ada.pem",
-                        certificate->pem() + std::string(base::textOf(key->pem().reveal())));
+  const crypto::Identity identity = fakes::makeIdentity("Ada");
+  sandboxedRoot().write("ada.pem", fakes::pemOf(identity));
   const std::string file = sandboxedRoot() / "ada.pem";
   EXPECT_EQ(kfyctl({"identity", "import", file, "--label", "hers"}).output,
-            support::hexString(certificate->sha1()) + "\n");
+            support::hexString(identity.certificate.sha1()) + "\n");
   EXPECT_THAT(kfyctl({"identity", "import", file}).notes, HasSubstr("in the keychain already"));
   EXPECT_EQ(kfyctl({"identity", "show", "hers"}).status, 0);
 }
@@ -100,7 +94,7 @@ TEST_F(Kfyctl, ChangesOneSettingAndKeepsAllOtherLines) {
 TEST_F(Kfyctl, DebugModeIsAMarkerInAFolderOfRootsOwn) {
   std::filesystem::create_directories(sandboxedRoot() / "var");
   EXPECT_THAT(kfyctl({"debug", "on"}).notes, HasSubstr("frames and passwords"));
-  EXPECT_EQ(modeOf("var/root"), 0700U);
+  EXPECT_EQ(sandboxedRoot().modeOf("var/root"), 0700U);
   EXPECT_THAT(kfyctl({"debug", "status", "--json"}).output, HasSubstr("\"on\":true"));
   EXPECT_EQ(kfyctl({"debug", "off"}).status, 0);
   EXPECT_FALSE(std::filesystem::exists(sandboxedRoot() / "var/root/.kfydebug"));
@@ -109,42 +103,36 @@ TEST_F(Kfyctl, DebugModeIsAMarkerInAFolderOfRootsOwn) {
   EXPECT_EQ(kfyctl({"debug", "off"}).status, 1) << "the setting keeps it on";
 }
 
-struct Refusal {
-  const char *name;
-  std::vector<std::string> arguments;
-  int status;
-  const char *says;
-};
-
-class KfyctlRefuses : public testing::TestWithParam<Refusal> {};
-
-TEST_P(KfyctlRefuses, AndSaysWhatToTypeNext) {
-  emptyTheRoot();
-  const ToolRun run = kfyctl(GetParam().arguments);
-  EXPECT_EQ(run.status, GetParam().status);
-  EXPECT_THAT(run.notes, HasSubstr(GetParam().says));
-  EXPECT_THAT(run.output, testing::IsEmpty());
+TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    const char *says;
+  };
+  const Case kCases[] = {
+      {{}, 2, "try: kfyctl --help"},
+      {{"identity", "frob"}, 2, "\"frob\""},
+      {{"identity", "create"}, 2, "try: kfyctl identity create --help"},
+      {{"defaults", "write", "debugLoging", "true"},
+       2,
+       "try: kfyctl defaults write debugLogging true"},
+      {{"defaults", "write", "debugLogging", "maybe"}, 2, "true or false"},
+      {{"defaults", "write", "pairingToolSeconds", "0"}, 2, "at least 1"},
+      {{"defaults", "write", "pairingToolBytes", "5k"}, 2, "a number"},
+      {{"defaults", "write", "ssl_certificate_sha1_hash", "AB"}, 2, "40 digits"},
+      {{"defaults", "read", "LogFolderPath"}, 1, "is not set"},
+      {{"identity", "show"}, 1, "no TLS identity is chosen"},
+      {{"sign", "--certificate", "00"}, 2, "kfyctl certificates"},
+      {{"identity", "show", "--json"}, 1, "{\"error\":\"no TLS identity"},
+  };
+  for (const Case &row : kCases) {
+    SCOPED_TRACE(row.says);
+    const ToolRun run = kfyctl(row.arguments);
+    EXPECT_EQ(run.status, row.status);
+    EXPECT_THAT(run.notes, HasSubstr(row.says));
+    EXPECT_THAT(run.output, testing::IsEmpty());
+  }
   EXPECT_FALSE(std::filesystem::exists(sandboxedRoot() / "etc/keyferry"));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Lines, KfyctlRefuses,
-    testing::Values(
-        Refusal{"NoCommand", {}, 2, "try: kfyctl --help"},
-        Refusal{"UnknownCommand", {"identity", "frob"}, 2, "\"frob\""},
-        Refusal{"MissingOption", {"identity", "create"}, 2, "try: kfyctl identity create --help"},
-        Refusal{"UnknownKey",
-                {"defaults", "write", "debugLoging", "true"},
-                2,
-                "try: kfyctl defaults write debugLogging true"},
-        Refusal{"NoBoolean", {"defaults", "write", "debugLogging", "maybe"}, 2, "true or false"},
-        Refusal{"TooSmall", {"defaults", "write", "pairingToolSeconds", "0"}, 2, "at least 1"},
-        Refusal{"NotWholly", {"defaults", "write", "pairingToolBytes", "5k"}, 2, "a number"},
-        Refusal{"NoHash", {"defaults", "write", "ssl_certificate_sha1_hash", "AB"}, 2, "40 digits"},
-        Refusal{"NotSet", {"defaults", "read", "LogFolderPath"}, 1, "is not set"},
-        Refusal{"NoIdentity", {"identity", "show"}, 1, "no TLS identity is chosen"},
-        Refusal{"BadCertificateHash", {"sign", "--certificate", "00"}, 2, "kfyctl certificates"},
-        Refusal{"AsJSON", {"identity", "show", "--json"}, 1, "{\"error\":\"no TLS identity"}),
-    [](const auto &row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "crypto/Certificate.hpp"
-#include "crypto/PrivateKey.hpp"
 #include "ctl/RunningTools.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
 
 namespace {
@@ -44,20 +43,17 @@ TEST_F(ScAuth, PairsUsersOfTheAccountFileAlone) {
 }
 
 TEST_F(ScAuth, TakesTheKeyOutOfACertificate) {
-  const auto key = crypto::PrivateKey::generateRSA(2048);
-  const auto certificate = crypto::Certificate::selfSigned(*key, "ada", 1, /*serverName=*/false);
+  const auto [certificate, key] = fakes::madeIdentity("RSA", "ada");
   const std::string hash =
-      support::hexString(support::sha1(key->publicKey().externalRepresentation().value()));
-  sandboxedRoot().write("ada.der", std::string(base::textOf(certificate->der())));
-  sandboxedRoot().write("ada.pem", certificate->pem());
+      support::hexString(support::sha1(key.publicKey().externalRepresentation().value()));
+  sandboxedRoot().write("ada.der", std::string(base::textOf(certificate.der())));
+  sandboxedRoot().write("ada.pem", certificate.pem());
   for (const char *const name : {"ada.der", "ada.pem"}) {
     const ToolRun run = scAuth({"pair", "--user", "ada", "--certificate", sandboxedRoot() / name});
     EXPECT_EQ(run.status, 0) << name << ": " << run.notes;
     EXPECT_THAT(scAuth({"identities"}).output, HasSubstr(hash + "\tada\n")) << name;
   }
-  const auto curve = crypto::PrivateKey::generateP256();
-  sandboxedRoot().write(
-      "ec.pem", crypto::Certificate::selfSigned(*curve, "ada", 1, /*serverName=*/false)->pem());
+  sandboxedRoot().write("ec.pem", fakes::makeIdentity("ada").certificate.pem());
   EXPECT_THAT(scAuth({"pair", "--user", "ada", "--certificate", sandboxedRoot() / "ec.pem"}).notes,
               HasSubstr("RSA key alone"));
 }
