@@ -5,6 +5,7 @@
 #include <fstream>
 #include <limits>
 
+#include "fakes/MadeKeys.hpp"
 #include "requests/PairingListing.hpp"
 #include "requests/RequestsFixture.hpp"
 
@@ -16,25 +17,16 @@ using testing::ElementsAre;
 const std::string kHeader = "SmartCard: com.corvane.keyferry.ctkextension:1\n";
 const std::string kSection = "Paired identities which are used for authentication:\n";
 
-struct Client {
-  crypto::PrivateKey key;
-  crypto::Certificate certificate;
-  Bytes hash;
-};
-
-Client makeClient(const crypto::PrivateKey &key) {
-  const auto certificate =
-      crypto::Certificate::selfSigned(key, "client", /*days=*/1, /*serverName=*/false);
-  return {key, *certificate, support::sha1(*key.publicKey().externalRepresentation())};
+Bytes hashOf(const crypto::Identity &identity) {
+  return support::sha1(*identity.key.publicKey().externalRepresentation());
 }
 
-// Made once: RSA keys take their time.
-const Client &client() {
-  static const Client made = makeClient(*crypto::PrivateKey::generateRSA(2048));
+const crypto::Identity &client() {
+  static const crypto::Identity made = fakes::madeIdentity("RSA", "client");
   return made;
 }
-const Client &otherClient() {
-  static const Client made = makeClient(*crypto::PrivateKey::generateRSA(2048));
+const crypto::Identity &otherClient() {
+  static const auto made = fakes::identityOf(*crypto::PrivateKey::generateRSA(2048), "other");
   return made;
 }
 
@@ -46,7 +38,7 @@ class Authentication : public Requests {
   QuillMessage connect(const Peer &from, const QuillMessage::CertificateArray &hashes) {
     return ask(QuillMessage::initCommandMessageConnectWithCertificate(hashes), from);
   }
-  bool authenticate(const Peer &from, const Client &as, const Bytes &signedBytes) {
+  bool authenticate(const Peer &from, const crypto::Identity &as, const Bytes &signedBytes) {
     return ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
                    *as.key.signRawPKCS1(signedBytes), as.certificate.der()),
                from)
@@ -54,46 +46,35 @@ class Authentication : public Requests {
   }
 };
 
-struct ListingCase {
-  const char *name;
-  std::string listing;
-  const char *bindLine;  // null: none
-};
-
-class Listing : public testing::TestWithParam<ListingCase> {};
-
-TEST_P(Listing, HasItsBindLineBehindHeaderAndSection) {
-  const auto line = requests::findBindLine(base::viewOf(GetParam().listing));
-  EXPECT_EQ(line, GetParam().bindLine == nullptr
-                      ? std::nullopt
-                      : std::optional<std::string_view>(GetParam().bindLine));
+TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
+  struct Case {
+    std::string listing;
+    std::optional<std::string_view> bindLine;
+  };
+  const std::string section = kSection.substr(0, kSection.size() - 1);
+  const Case kCases[] = {
+      {kHeader + kSection + "AB\tann\nCD\n", "AB\tann"},
+      {kSection + "AB\n" + kHeader + "CD\n", {}},
+      {kHeader + "x\nSmartCard: other\n" + kSection + "AB", "AB"},
+      {"> " + kHeader + "> " + kSection + "AB", "AB"},
+      {section + kHeader + kSection + "AB", "AB"},
+      {kHeader + kSection + kHeader, "SmartCard: com.corvane.keyferry.ctkextension:1"},
+      {kHeader + kSection + "\nAB", ""},
+      {kHeader + kSection, ""},
+      {kHeader + section, {}},
+      {kHeader + kSection + "AB\xFF", {}},
+      {"", {}}};
+  for (const Case &row : kCases) {
+    EXPECT_EQ(requests::findBindLine(base::viewOf(row.listing)), row.bindLine) << row.listing;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, Listing,
-    testing::Values(
-        ListingCase{"Plain", kHeader + kSection + "AB\tann\nCD\n", "AB\tann"},
-        ListingCase{"SectionBeforeHeader", kSection + "AB\n" + kHeader + "CD\n", nullptr},
-        ListingCase{"HeaderStaysSeen", kHeader + "x\nSmartCard: other\n" + kSection + "AB", "AB"},
-        ListingCase{"TextsAnywhereInTheLine", "> " + kHeader + "> " + kSection + "AB", "AB"},
-        ListingCase{"BothTextsInOneLine",
-                    kSection.substr(0, kSection.size() - 1) + kHeader + kSection + "AB", "AB"},
-        ListingCase{"BindLineHoldsTheHeaderAgain", kHeader + kSection + kHeader,
-                    "SmartCard: com.corvane.keyferry.ctkextension:1"},
-        ListingCase{"EmptyLineBehind", kHeader + kSection + "\nAB", ""},
-        ListingCase{"NothingBehind", kHeader + kSection, ""},
-        ListingCase{"SectionIsTheLastLine", kHeader + kSection.substr(0, kSection.size() - 1),
-                    nullptr},
-        ListingCase{"NotUTF8", kHeader + kSection + "AB\xFF", nullptr},
-        ListingCase{"Empty", "", nullptr}),
-    [](const auto &row) { return std::string(row.param.name); });
-
 TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
-  pairWith(client().hash);
+  pairWith(hashOf(client()));
   const Peer remote = this->remote();
-  const QuillMessage reply = connect(remote, {otherClient().hash, client().hash});
+  const QuillMessage reply = connect(remote, {hashOf(otherClient()), hashOf(client())});
   EXPECT_TRUE(reply.status);
-  EXPECT_EQ(reply.selectedCertificateHash, client().hash);
+  EXPECT_EQ(reply.selectedCertificateHash, hashOf(client()));
   ASSERT_EQ(reply.challenge->size(), 16U);
   EXPECT_EQ((*reply.challenge)[6] >> 4, 4) << "the challenge is a version-4 UUID";
   ASSERT_EQ(tools.calls.size(), 1U);
@@ -102,7 +83,7 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   EXPECT_EQ(tools.calls[0].workingFolder, "/var");
 
   const Peer other = this->remote();
-  connect(other, {client().hash});
+  connect(other, {hashOf(client())});
   EXPECT_FALSE(authenticate(other, client(), *reply.challenge)) << "another connection's challenge";
   EXPECT_TRUE(other.connection->isCancelled);
   EXPECT_TRUE(authenticate(remote, client(), *reply.challenge));
@@ -110,7 +91,7 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   EXPECT_TRUE(remote.worker->isAuthenticated);
   EXPECT_FALSE(remote.connection->isCancelled);
 
-  const QuillMessage second = connect(remote, {client().hash});
+  const QuillMessage second = connect(remote, {hashOf(client())});
   EXPECT_NE(second.challenge, reply.challenge);
   EXPECT_TRUE(remote.worker->isAuthenticated) << "connect leaves it";
   EXPECT_FALSE(authenticate(remote, client(), *reply.challenge)) << "the challenge was replaced";
@@ -120,61 +101,45 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
 
 TEST_F(Authentication, RunsTheListingWithinItsLimits) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
-  pairWith(client().hash);
+  pairWith(hashOf(client()));
   const Peer remote = this->remote();
-  connect(remote, {client().hash});
+  connect(remote, {hashOf(client())});
   EXPECT_EQ(tools.calls[0].limits.time, std::chrono::seconds(20));
   EXPECT_EQ(tools.calls[0].limits.outputBytes, 1U << 20);
   defaults.values["kfyd/pairingToolSeconds"] = kMost;
   defaults.values["kfyd/pairingToolBytes"] = std::int64_t{-1};
-  connect(remote, {client().hash});
+  connect(remote, {hashOf(client())});
   EXPECT_GT(tools.calls[1].limits.time, std::chrono::years(1)) << "and not less than nothing";
   EXPECT_EQ(tools.calls[1].limits.outputBytes, 1U << 20);
 }
 
 TEST_F(Authentication, FailsWithAnyOtherProof) {
-  const Client ec = makeClient(*crypto::PrivateKey::generateP256());
+  const crypto::Identity ec = fakes::makeIdentity("elliptic");
+  const Bytes challenge(16, 0x5A);
+  // RFC 8017, 9.2: the prefix for MD5, whose digest is as long as a challenge
+  Bytes info = *support::dataWithHexString("3020300C06082A864886F70D020505000410");
+  info.insert(info.end(), challenge.begin(), challenge.end());
+  const crypto::PrivateKey &key = client().key;
   struct Case {
     const char *what;
-    const Bytes &paired;
-    Bytes (*sign)(const Bytes &challenge, const Client &ec);
+    const crypto::Identity &paired;
+    std::optional<Bytes> signature;
     const crypto::Certificate &certificate;
   };
-  const auto raw = [](const Bytes &challenge, const Client &) {
-    return *client().key.signRawPKCS1(challenge);
-  };
   const Case kCases[] = {
-      {"the certificate of another key", client().hash, raw, otherClient().certificate},
-      {"a signature of another key", client().hash,
-       [](const Bytes &challenge, const Client &) {
-         return *otherClient().key.signRawPKCS1(challenge);
-       },
-       client().certificate},
-      {"a signature over a digest", client().hash,
-       [](const Bytes &challenge, const Client &) {
-         return *client().key.signRawPKCS1(support::sha256(challenge));
-       },
-       client().certificate},
-      {"a DigestInfo in front", client().hash,
-       [](const Bytes &challenge, const Client &) {
-         // RFC 8017, 9.2: the prefix for MD5, whose digest is as long as a challenge
-         Bytes info = *support::dataWithHexString("3020300C06082A864886F70D020505000410");
-         info.insert(info.end(), challenge.begin(), challenge.end());
-         return *client().key.signRawPKCS1(info);
-       },
-       client().certificate},
-      {"an elliptic-curve key", ec.hash,
-       [](const Bytes &challenge, const Client &key) {
-         return *key.key.signDigestECDSA(challenge);
-       },
-       ec.certificate},
+      {"another certificate", client(), key.signRawPKCS1(challenge), otherClient().certificate},
+      {"another key", client(), otherClient().key.signRawPKCS1(challenge), client().certificate},
+      {"a digest", client(), key.signRawPKCS1(support::sha256(challenge)), client().certificate},
+      {"a DigestInfo", client(), key.signRawPKCS1(info), client().certificate},
+      {"an elliptic-curve key", ec, ec.key.signDigestECDSA(challenge), ec.certificate},
   };
   for (const Case &row : kCases) {
-    pairWith(row.paired);
+    pairWith(hashOf(row.paired));
     const Peer remote = this->remote();
-    const Bytes challenge = *connect(remote, {row.paired}).challenge;
+    connect(remote, {hashOf(row.paired)});
+    remote.worker->challenge = challenge;
     const auto reply = ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-                               row.sign(challenge, ec), row.certificate.der()),
+                               row.signature.value(), row.certificate.der()),
                            remote);
     EXPECT_FALSE(reply.status) << row.what;
     EXPECT_TRUE(remote.connection->isCancelled) << row.what;
@@ -194,7 +159,7 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
   tools.answers = {"", std::nullopt, kHeader + kSection + "tooshort\n", kHeader};
   const Peer remote = this->remote();
   remote.worker->selectedCertificateHash = Bytes{1};
-  const QuillMessage reply = connect(remote, {client().hash});
+  const QuillMessage reply = connect(remote, {hashOf(client())});
   EXPECT_EQ(tools.calls.size(), 30U);
   EXPECT_EQ(clock.pauses, std::vector(30, std::chrono::milliseconds(1000)));
   EXPECT_FALSE(reply.status);
@@ -217,7 +182,7 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
 }
 
 TEST_F(Authentication, FindsAPairingThatComesMeanwhile) {
-  pairWith(client().hash);
+  pairWith(hashOf(client()));
   tools.answers.push_front(kHeader);
   EXPECT_TRUE(connect(remote(), {}).status);
   EXPECT_EQ(clock.pauses.size(), 1U);
@@ -225,7 +190,7 @@ TEST_F(Authentication, FindsAPairingThatComesMeanwhile) {
 
 TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
   tools.answers = {kHeader + kSection + std::string(39, 'A') + "éé"};
-  EXPECT_FALSE(connect(remote(), {client().hash}).status);
+  EXPECT_FALSE(connect(remote(), {hashOf(client())}).status);
   EXPECT_EQ(tools.calls.size(), 1U);
   EXPECT_EQ(clock.pauses.size(), 0U);
   tools.answers = {kHeader + kSection + "0x" + std::string(38, 'A') + "BB"};

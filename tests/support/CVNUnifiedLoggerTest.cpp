@@ -159,70 +159,53 @@ TEST_F(Logger, AFolderOrFileOfSomebodyElseInASharedOneIsNotFollowed) {
   EXPECT_FALSE(cannotLogTo("a link in the file's place"));
 }
 
-struct StampCase {
-  const char *name;
-  std::chrono::seconds offset;
-  const char *stamp;
-};
-
-class TimeStamp : public Logger, public testing::WithParamInterface<StampCase> {};
-
-TEST_P(TimeStamp, IsLocalTimeWithItsOffset) {
+TEST_F(Logger, TimeStampIsLocalTimeWithItsOffset) {
   setDebugMode(true);
-  clock.offset = GetParam().offset;
-  CVNLog("now");
-  std::ifstream file(base::rooted(kDefaultLog));
-  std::string line;
-  std::getline(file, line);
-  EXPECT_EQ(line, GetParam().stamp + (" kfyd(" + std::to_string(getpid()) + "): now"));
+  std::string expected;
+  for (const auto &[offset, stamp] : {std::pair{0s, "2025-03-14T08:26:53Z"},
+                                      {3600s, "2025-03-14T09:26:53+01:00"},
+                                      {-34200s, "2025-03-13T22:56:53-09:30"}}) {
+    clock.offset = offset;
+    CVNLog("%s", stamp);
+    expected += stamp + (" kfyd(" + std::to_string(getpid()) + "): " + stamp + "\n");
+  }
+  const auto written = base::readFile(base::rooted(kDefaultLog), 65536);
+  EXPECT_EQ(base::textOf(written.value()), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Zones, TimeStamp,
-                         testing::Values(StampCase{"Zero", 0s, "2025-03-14T08:26:53Z"},
-                                         StampCase{"East", 3600s, "2025-03-14T09:26:53+01:00"},
-                                         StampCase{"WestAcrossMidnight", -34200s,
-                                                   "2025-03-13T22:56:53-09:30"}),
-                         [](const auto &row) { return std::string(row.param.name); });
-
-struct PlaceCase {
-  const char *name;
-  uid_t user;
-  const char *folderSetting;
-  const char *fileSetting;
-  const char *bundleName;
-  const char *expected;
-};
-
-class LogPlace : public Logger, public testing::WithParamInterface<PlaceCase> {};
-
-TEST_P(LogPlace, FollowsSettingsAndUser) {
+TEST_F(Logger, PlaceOfTheLogFollowsSettingsAndUser) {
   makeFile("/etc/passwd",
            "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/home/ann:/bin/sh\n"
            "bob:x:1001:1001::/home/bob:/bin/sh\n");
   std::filesystem::create_directories(base::rooted("/home/ann/Library/Logs"));
   std::filesystem::create_directories(base::rooted("/root/logs"));
   makeFile("/srv/file");
-  defaults.values["kfyd/LogFolderPath"] = GetParam().folderSetting;
-  defaults.values["kfyd/LogFileName"] = GetParam().fileSetting;
-  startLogging(GetParam().user, GetParam().bundleName);
-  const std::string place = CVNUnifiedLogger::sharedLogger()->logFileURL;
-  EXPECT_THAT(place, testing::MatchesRegex(GetParam().expected));
+  struct Case {
+    uid_t user;
+    const char *folderSetting;
+    const char *fileSetting;
+    const char *bundleName;
+    const char *expected;
+  };
+  const Case kCases[] = {{0, "", "", "", "/tmp/kfy/Keyferry.log"},
+                         {92, "", "", "", "/tmp/kfy/Keyferry.log"},
+                         {1000, "", "", "", "/home/ann/Library/Logs/Keyferry.log"},
+                         {1001, "", "", "", "/tmp/kfy-....../Keyferry.log"},
+                         {1002, "", "", "", "/tmp/kfy-....../Keyferry.log"},
+                         {0, "/home/ann", "~x.log", "b", "/home/ann/~x.log"},
+                         {0, "/home/ann//", "", "", "/home/ann/Keyferry.log"},
+                         {0, "~/logs", "", "b.log", "/root/logs/b.log"},
+                         {0, "/nowhere", "", "", "/tmp/kfy/Keyferry.log"},
+                         {0, "/srv/file", "", "", "/srv/file/Keyferry.log"}};
+  for (const Case &row : kCases) {
+    SCOPED_TRACE(row.expected);
+    defaults.values["kfyd/LogFolderPath"] = row.folderSetting;
+    defaults.values["kfyd/LogFileName"] = row.fileSetting;
+    startLogging(row.user, row.bundleName);
+    const std::string place = CVNUnifiedLogger::sharedLogger()->logFileURL;
+    EXPECT_THAT(place, testing::MatchesRegex(row.expected));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rules, LogPlace,
-    testing::Values(
-        PlaceCase{"Root", 0, "", "", "", "/tmp/kfy/Keyferry.log"},
-        PlaceCase{"SecurityAgent", 92, "", "", "", "/tmp/kfy/Keyferry.log"},
-        PlaceCase{"User", 1000, "", "", "", "/home/ann/Library/Logs/Keyferry.log"},
-        PlaceCase{"UserWithoutLibrary", 1001, "", "", "", "/tmp/kfy-....../Keyferry.log"},
-        PlaceCase{"UnknownUser", 1002, "", "", "", "/tmp/kfy-....../Keyferry.log"},
-        PlaceCase{"Setting", 0, "/home/ann", "~x.log", "b", "/home/ann/~x.log"},
-        PlaceCase{"SettingWithSlashAtItsEnd", 0, "/home/ann//", "", "", "/home/ann/Keyferry.log"},
-        PlaceCase{"SettingBelowHome", 0, "~/logs", "", "b.log", "/root/logs/b.log"},
-        PlaceCase{"SettingThatIsNotThere", 0, "/nowhere", "", "", "/tmp/kfy/Keyferry.log"},
-        PlaceCase{"SettingThatIsAFile", 0, "/srv/file", "", "", "/srv/file/Keyferry.log"}),
-    [](const auto &row) { return std::string(row.param.name); });
 
 TEST_F(Logger, WarningsEndWithTheTextOfTheirErrorNumber) {
   support::warn(ECONNREFUSED, "connect to %s port %u (%s) failed", "192.0.2.1", 4116U, "tcp");
