@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
-#include <openssl/provider.h>
 
 #include "fakes/MadeKeys.hpp"
 
@@ -15,10 +14,6 @@ using fakes::pemOf;
 const crypto::Identity &owner() {
   static const crypto::Identity identity = madeIdentity("RSA", "owner");
   return identity;
-}
-
-std::string keyPEM() {
-  return std::string(base::textOf(owner().key.pem().reveal()));
 }
 
 std::string contentOf(BIO *buffer) {
@@ -39,43 +34,22 @@ std::string curveAndKeyPEM() {
   return contentOf(buffer) + identity.certificate.pem();
 }
 
-struct Package {
-  const char *password = "secret";
-  int keyCipher = NID_aes_256_cbc;
-  int certificateCipher = NID_aes_256_cbc;
-  OSSL_LIB_CTX *context = nullptr;
-  long macRounds = 2048;  // written into the file afterwards, so that nobody derives them
-};
-
-std::string packaged(const Package &package) {
-  PKCS12 *made = PKCS12_create_ex(
-      package.password, "owner", owner().key.native(), owner().certificate.native(), nullptr,
-      package.keyCipher, package.certificateCipher, 2048, 2048, 0, package.context, nullptr);
+// PKCS #12 with these rounds written into the file afterwards, so that nobody derives them.
+std::string packaged(long macRounds) {
+  PKCS12 *made =
+      PKCS12_create("secret", "owner", owner().key.native(), owner().certificate.native(), nullptr,
+                    NID_aes_256_cbc, NID_aes_256_cbc, 2048, 2048, 0);
   const ASN1_INTEGER *rounds = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &rounds, made);
-  ASN1_INTEGER_set(const_cast<ASN1_INTEGER *>(rounds), package.macRounds);
+  ASN1_INTEGER_set(const_cast<ASN1_INTEGER *>(rounds), macRounds);
   BIO *buffer = BIO_new(BIO_s_mem());
   i2d_PKCS12_bio(buffer, made);
   PKCS12_free(made);
   return contentOf(buffer);
 }
 
-std::string packagedLongAgo() {
-  OSSL_LIB_CTX *context = OSSL_LIB_CTX_new();
-  OSSL_PROVIDER *providers[] = {OSSL_PROVIDER_load(context, "default"),
-                                OSSL_PROVIDER_load(context, "legacy")};
-  std::string file = packaged({.keyCipher = NID_pbe_WithSHA1And3_Key_TripleDES_CBC,
-                               .certificateCipher = NID_pbe_WithSHA1And40BitRC2_CBC,
-                               .context = context});
-  for (OSSL_PROVIDER *provider : providers) {
-    OSSL_PROVIDER_unload(provider);
-  }
-  OSSL_LIB_CTX_free(context);
-  return file;
-}
-
 TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
-  const std::string key = keyPEM();
+  const std::string key(base::textOf(owner().key.pem().reveal()));
   const std::string own = owner().certificate.pem();
   const std::string foreign = madeIdentity("EC", "foreign").certificate.pem();
   const std::string encrypted = fakes::encryptedPemOf(owner(), "secret");
@@ -96,14 +70,11 @@ TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
       {"foreign certificate", key + foreign, nullptr, "crypto"},
       {"key alone", key, nullptr, "crypto"},
       {"certificate alone", own, nullptr, "openssl"},
-      {"package", packaged({}), "secret", nullptr},
-      {"wrong password for a package", packaged({}), "other", "password"},
-      {"empty password", packaged({.password = ""}), nullptr, nullptr},
-      {"null password", packaged({.password = nullptr}), nullptr, nullptr},
-      {"package with RC2", packagedLongAgo(), "secret", nullptr},
-      {"rounds in all above the bound", packaged({.macRounds = 1'999'999}), "secret", "crypto"},
-      {"rounds below nothing", packaged({.macRounds = -1}), "secret", "crypto"},
-      {"truncated package", packaged({}).substr(0, 900), "secret", "openssl"},
+      {"package", packaged(2048), "secret", nullptr},
+      {"wrong password for a package", packaged(2048), "other", "password"},
+      {"rounds in all above the bound", packaged(1'999'999), "secret", "crypto"},
+      {"rounds below nothing", packaged(-1), "secret", "crypto"},
+      {"truncated package", packaged(2048).substr(0, 900), "secret", "openssl"},
       {"empty", "", nullptr, "openssl"},
   };
   for (const Case &row : kCases) {

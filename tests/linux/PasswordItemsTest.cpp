@@ -1,10 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sqlite3.h>
-
-#include "crypto/Certificate.hpp"
-#include "fakes/TemporaryFolder.hpp"
-#include "linux/store/SqliteItemStore.hpp"
+#include "linux/StoreTest.hpp"
 
 namespace {
 
@@ -15,25 +9,12 @@ SecretBytes secret(const std::string &text) {
   return SecretBytes(base::viewOf(text));
 }
 
-struct PasswordItems : testing::Test {
+struct PasswordItems : StoreTest {
   std::string valueOf(const PasswordName &name) {
     const auto match = store.searchPassword(name, /*returnData=*/true);
     return match.value ? std::string(base::textOf(match.value->reveal()))
                        : std::to_string(match.status);
   }
-
-  void runInFile(const char *statements) const {
-    sqlite3 *database = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, statements, nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(database);
-  }
-
-  fakes::TemporaryFolder folder;
-  std::string path = folder / "keychain.db";
-  std::vector<std::string> reports;
-  platform_linux::SqliteItemStore store{
-      path, [this](const std::string &line) { reports.push_back(line); }};
 };
 
 TEST_F(PasswordItems, AreTheirNamesAlone) {
@@ -71,19 +52,14 @@ TEST_F(PasswordItems, SayWhenTheyWereWrittenAndTheirValueOnlyWhenAsked) {
 }
 
 TEST_F(PasswordItems, LeaveNothingOfAnOldValueInTheFile) {
-  const PasswordName name{"s", "a", {}};
-  ASSERT_EQ(store.addPassword(name, secret("first value")), platform::itemSuccess);
-  ASSERT_NE(folder.read("keychain.db").find("first value"), std::string::npos);
-  ASSERT_EQ(store.updatePassword(name, secret("2nd")), platform::itemSuccess);
-  EXPECT_EQ(folder.read("keychain.db").find("first value"), std::string::npos);
+  ASSERT_EQ(store.addPassword({"s", "a", {}}, secret("first value")), platform::itemSuccess);
+  ASSERT_NE(folder.read(kFile).find("first value"), std::string::npos);
+  ASSERT_EQ(store.updatePassword({"s", "a", {}}, secret("2nd")), platform::itemSuccess);
+  EXPECT_EQ(folder.read(kFile).find("first value"), std::string::npos);
 }
 
 TEST_F(PasswordItems, ComeToAFileOfTheVersionBeforeThem) {
-  const auto key = crypto::PrivateKey::generateP256().value();
-  platform::IdentityRecord old;
-  old.reference = std::make_shared<const crypto::Identity>(crypto::Identity{
-      crypto::Certificate::selfSigned(key, "old", 30, /*serverName=*/false).value(), key});
-  ASSERT_EQ(store.addIdentity(old, std::nullopt), platform::itemSuccess);
+  ASSERT_EQ(store.addIdentity(madeRecord("old"), std::nullopt), platform::itemSuccess);
   runInFile("DROP TABLE passwords; PRAGMA user_version=1");
   const PasswordName name{"s", "a", {}};
   EXPECT_EQ(valueOf(name), "-25300");

@@ -1,15 +1,12 @@
 #include "linux/store/SqliteItemStore.hpp"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <filesystem>
+#include <functional>
 
 #include "crypto/Digest.hpp"
-#include "fakes/TemporaryFolder.hpp"
+#include "linux/StoreTest.hpp"
 
 namespace {
 
@@ -18,20 +15,6 @@ using platform::IdentityRecord;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-unsigned modeOf(const std::string &path) {
-  struct stat status{};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
-}
-
-IdentityRecord madeRecord(const std::string &commonName) {
-  const auto key = crypto::PrivateKey::generateP256().value();
-  IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(crypto::Identity{
-      crypto::Certificate::selfSigned(key, commonName, 30, /*serverName=*/false).value(), key});
-  record.label = "Label of " + commonName;
-  return record;
-}
-
 IdentityQuery query(std::optional<std::string> IdentityQuery::*restriction,
                     const std::string &text) {
   IdentityQuery made;
@@ -39,7 +22,7 @@ IdentityQuery query(std::optional<std::string> IdentityQuery::*restriction,
   return made;
 }
 
-struct SqliteItemStore : testing::Test {
+struct SqliteItemStore : StoreTest {
   std::vector<std::string> labelsOf(const IdentityQuery &asked) {
     std::vector<std::string> labels;
     for (const IdentityRecord &record : store.searchIdentities(asked).records) {
@@ -47,19 +30,9 @@ struct SqliteItemStore : testing::Test {
     }
     return labels;
   }
-
-  void runInFile(const char *statements) const {
-    sqlite3 *database = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, statements, nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(database);
+  void add(const std::string &name, const std::optional<std::string> &group = {}) {
+    ASSERT_EQ(store.addIdentity(madeRecord(name), group), platform::itemSuccess);
   }
-
-  fakes::TemporaryFolder folder;
-  std::string path = folder / "lib/keyferry/keychain.db";
-  std::vector<std::string> reports;
-  platform_linux::SqliteItemStore store{
-      path, [this](const std::string &line) { reports.push_back(line); }};
 };
 
 TEST_F(SqliteItemStore, IsEmptyWhileThereIsNoFile) {
@@ -74,8 +47,8 @@ TEST_F(SqliteItemStore, GivesBackWhatWasAdded) {
   added.canSign = true;
   added.canUnwrap = true;
   ASSERT_EQ(store.addIdentity(added, std::nullopt), platform::itemSuccess);
-  EXPECT_EQ(modeOf(path), 0600u);
-  EXPECT_EQ(modeOf(folder / "lib/keyferry"), 0700u);
+  EXPECT_EQ(folder.modeOf(kFile), 0600u);
+  EXPECT_EQ(folder.modeOf("lib/keyferry"), 0700u);
 
   const auto matches = store.searchIdentities({});
   ASSERT_EQ(matches.status, platform::itemSuccess);
@@ -105,9 +78,9 @@ TEST_F(SqliteItemStore, KeepsAHashThatItIsGivenAndTheLackOfALabel) {
 }
 
 TEST_F(SqliteItemStore, SearchesInTheOrderOfAdding) {
-  ASSERT_EQ(store.addIdentity(madeRecord("zeta"), std::nullopt), platform::itemSuccess);
-  ASSERT_EQ(store.addIdentity(madeRecord("Alpha"), "group"), platform::itemSuccess);
-  ASSERT_EQ(store.addIdentity(madeRecord("alphabet"), std::nullopt), platform::itemSuccess);
+  add("zeta");
+  add("Alpha", "group");
+  add("alphabet");
   EXPECT_THAT(labelsOf({}), ElementsAre("Label of zeta", "Label of Alpha", "Label of alphabet"));
   EXPECT_THAT(labelsOf(query(&IdentityQuery::accessGroup, "group")), ElementsAre("Label of Alpha"));
   EXPECT_THAT(labelsOf(query(&IdentityQuery::subjectContains, "ALPHA")),
@@ -132,85 +105,68 @@ TEST_F(SqliteItemStore, LeavesNothingOfADeletedKeyInTheFile) {
   const IdentityRecord record = madeRecord("host");
   const Bytes digest = record.reference->certificate.sha1();
   const SecretBytes key = record.reference->key.pkcs8();
-  const std::string file = "lib/keyferry/keychain.db";
   ASSERT_EQ(store.addIdentity(record, std::nullopt), platform::itemSuccess);
-  ASSERT_EQ(store.addIdentity(madeRecord("other"), std::nullopt), platform::itemSuccess);
-  ASSERT_NE(folder.read(file).find(base::textOf(key.reveal())), std::string::npos);
+  add("other");
+  ASSERT_NE(folder.read(kFile).find(base::textOf(key.reveal())), std::string::npos);
 
   EXPECT_EQ(store.deleteIdentity(digest), platform::itemSuccess);
-  EXPECT_EQ(folder.read(file).find(base::textOf(key.reveal())), std::string::npos);
+  EXPECT_EQ(folder.read(kFile).find(base::textOf(key.reveal())), std::string::npos);
   EXPECT_EQ(store.deleteIdentity(digest), platform::itemNotFound);
   EXPECT_THAT(labelsOf({}), ElementsAre("Label of other"));
 }
 
 TEST_F(SqliteItemStore, PassesOverAnIdentityThatCannotBeRead) {
-  ASSERT_EQ(store.addIdentity(madeRecord("host"), std::nullopt), platform::itemSuccess);
-  ASSERT_EQ(store.addIdentity(madeRecord("other"), std::nullopt), platform::itemSuccess);
+  add("host");
+  add("other");
   runInFile("UPDATE identities SET private_key = x'3000' WHERE id = 1");
   EXPECT_THAT(labelsOf({}), ElementsAre("Label of other"));
   EXPECT_THAT(reports, ElementsAre("keychain " + path + ": identity 1 cannot be read"));
 }
 
 TEST_F(SqliteItemStore, TakesAFileIntoWhichNothingWasWrittenYet) {
-  ASSERT_EQ(store.addIdentity(madeRecord("host"), std::nullopt), platform::itemSuccess);
-  folder.write("lib/keyferry/keychain.db", "");
+  add("host");
+  folder.write(kFile, "");
   EXPECT_EQ(store.searchIdentities({}).status, platform::itemNotFound);
   EXPECT_EQ(store.deleteIdentity(Bytes(20)), platform::itemNotFound);
   EXPECT_EQ(store.addIdentity(madeRecord("host"), std::nullopt), platform::itemSuccess);
 }
 
-struct UnusableCase {
-  const char *name;
-  void (*damage)(const SqliteItemStore &test);
-  const char *cause;
-};
-
-struct UnusableStore : SqliteItemStore, testing::WithParamInterface<UnusableCase> {};
-
-TEST_P(UnusableStore, SaysSoOnceForEachOperation) {
+TEST_F(SqliteItemStore, IsUnusableWhenDamagedAndSaysSoOnceForEachOperation) {
+  struct Case {
+    const char *cause;
+    std::function<void()> damage;
+  };
+  const Case kCases[] = {
+      {"mode 0640", [&] { ::chmod(path.c_str(), 0640); }},
+      {"mode 0602", [&] { ::chmod(path.c_str(), 0602); }},
+      {"not a database", [&] { folder.write(kFile, std::string(5000, 'x')); }},
+      {"malformed", [&] { std::filesystem::resize_file(path, 6000); }},
+      {"newer version (schema 3", [&] { runInFile("PRAGMA user_version=3"); }},
+      {"no such table", [&] { runInFile("DROP TABLE identities"); }},
+      {"not a regular file",
+       [&] {
+         std::filesystem::remove(path);
+         std::filesystem::create_directory(path);
+       }},
+  };
   for (const char *name : {"a", "b", "c", "d", "e", "f"}) {
-    ASSERT_EQ(store.addIdentity(madeRecord(name), std::nullopt), platform::itemSuccess);
+    add(name);
   }
-  GetParam().damage(*this);
-  const auto matches = store.searchIdentities({});
-  EXPECT_EQ(matches.status, platform::itemStoreUnusable);
-  EXPECT_TRUE(matches.records.empty());
-  EXPECT_EQ(store.addIdentity(madeRecord("more"), std::nullopt), platform::itemStoreUnusable);
-  EXPECT_EQ(store.deleteIdentity(Bytes(20)), platform::itemStoreUnusable);
-  const auto line = testing::AllOf(HasSubstr(path), HasSubstr(GetParam().cause));
-  EXPECT_THAT(reports, ElementsAre(line, line, line));
+  const std::string whole = folder.read(kFile);
+  for (const Case &row : kCases) {
+    SCOPED_TRACE(row.cause);
+    folder.write(kFile, whole);
+    ::chmod(path.c_str(), 0600);
+    reports.clear();
+    row.damage();
+    const auto matches = store.searchIdentities({});
+    EXPECT_EQ(matches.status, platform::itemStoreUnusable);
+    EXPECT_TRUE(matches.records.empty());
+    EXPECT_EQ(store.addIdentity(madeRecord("more"), std::nullopt), platform::itemStoreUnusable);
+    EXPECT_EQ(store.deleteIdentity(Bytes(20)), platform::itemStoreUnusable);
+    const auto line = testing::AllOf(HasSubstr(path), HasSubstr(row.cause));
+    EXPECT_THAT(reports, ElementsAre(line, line, line));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Damages, UnusableStore,
-    testing::Values(
-        UnusableCase{"GroupCanRead",
-                     [](const SqliteItemStore &test) { ::chmod(test.path.c_str(), 0640); },
-                     "mode 0640"},
-        UnusableCase{"OthersCanWrite",
-                     [](const SqliteItemStore &test) { ::chmod(test.path.c_str(), 0602); },
-                     "mode 0602"},
-        UnusableCase{"NoDatabase",
-                     [](const SqliteItemStore &test) {
-                       test.folder.write("lib/keyferry/keychain.db", std::string(5000, 'x'));
-                     },
-                     "not a database"},
-        UnusableCase{
-            "Truncated",
-            [](const SqliteItemStore &test) { std::filesystem::resize_file(test.path, 6000); },
-            "malformed"},
-        UnusableCase{"NewerVersion",
-                     [](const SqliteItemStore &test) { test.runInFile("PRAGMA user_version=3"); },
-                     "newer version (schema 3"},
-        UnusableCase{"NoTable",
-                     [](const SqliteItemStore &test) { test.runInFile("DROP TABLE identities"); },
-                     "no such table"},
-        UnusableCase{"Folder",
-                     [](const SqliteItemStore &test) {
-                       std::filesystem::remove(test.path);
-                       std::filesystem::create_directory(test.path);
-                     },
-                     "not a regular file"}),
-    [](const auto &row) { return std::string(row.param.name); });
 
 }  // namespace
