@@ -1,42 +1,22 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <bit>
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <utility>
 
 #include "base/Descriptor.hpp"
 #include "crypto/TlsChannel.hpp"
+#include "fakes/LoopbackSocket.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "protocol/Frame.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace fakes {
-
-// A socket on a free loopback port, where nobody listens yet.
-inline base::Descriptor boundToLoopback(std::uint16_t &port) {
-  base::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in loopback{};
-  loopback.sin_family = AF_INET;
-  loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  auto address = std::bit_cast<sockaddr>(loopback);
-  socklen_t size = sizeof address;
-  if (::bind(socket.get(), &address, size) != 0 ||
-      ::getsockname(socket.get(), &address, &size) != 0) {
-    throw std::runtime_error("no loopback socket");
-  }
-  port = ntohs(std::bit_cast<sockaddr_in>(address).sin_port);
-  return socket;
-}
 
 // One connection as a daemon sees it. Nothing waits longer than ten seconds.
 class ServedConnection {

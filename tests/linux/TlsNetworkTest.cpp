@@ -18,6 +18,7 @@
 
 #include "base/Descriptor.hpp"
 #include "crypto/TlsChannel.hpp"
+#include "fakes/LoopbackSocket.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace platform_linux {
@@ -115,12 +116,6 @@ class Network : public testing::Test {
     EXPECT_EQ(channel->flush(), TlsChannel::Result::done);
   }
 
-  void resetFromClient() {
-    const linger hard{1, 0};
-    setsockopt(client.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
-    client.close();
-  }
-
   static std::size_t openDescriptors() {
     const std::filesystem::directory_iterator open("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(open), end(open)));
@@ -173,7 +168,7 @@ TEST_F(Network, HandshakeThatWaitedForABlockedQueueIsStillTaken) {
 TEST_F(Network, ResetReportsFailedAndThenEndsTheStream) {
   establish();
   sendFromClient("hello there");
-  resetFromClient();
+  fakes::reset(client);
   runUntil([this] { return finalError.has_value(); });
   EXPECT_EQ(finalError, ECONNRESET);
   EXPECT_THAT(states, ElementsAre(std::pair(ConnectionState::ready, 0),
@@ -210,7 +205,7 @@ TEST_F(Network, CancelAfterALostWriteWaitsForNothing) {
       std::exchange(connection, nullptr)->cancel();
       return;
     }
-    resetFromClient();
+    fakes::reset(client);
     connection->send(bytes(20), [&](int error) { completion = error; });
   };
   EXPECT_NE(channel->encryptRecord(base::viewOf("the answer to this fails")), 0U);

@@ -57,54 +57,47 @@ TEST_F(Password, OfLettersDigitsAndSignsOfItsLength) {
   EXPECT_TRUE(processor.randomAlphanumericStringWithLength(-1).empty());
 }
 
-struct FailureCase {
-  const char *name;
-  void (*breakIt)(fakes::FakeAccounts &accounts);
-  const char *line;       // of the log or standard error, ten times
-  const char *rejection;  // likewise
-};
-
-class Failure : public Password, public testing::WithParamInterface<FailureCase> {};
-
-TEST_P(Failure, TenTimesIsAnsweredWithoutAPassword) {
+TEST_F(Password, ThatFailsTenTimesIsAnsweredWithoutOne) {
   setDebugMode(true);
-  GetParam().breakIt(accounts);
-  const QuillMessage reply = create();
-  EXPECT_FALSE(reply.status);
-  EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
-  EXPECT_TRUE(reply.ephemeralPassword->empty());
-  EXPECT_EQ(reply.errorMessage, "Could not set password for screen sharing user");
-  EXPECT_EQ(accounts.committed, std::nullopt);
-  EXPECT_EQ(accounts.offered.size(), 10U);
-  for (const char *line : {GetParam().line, GetParam().rejection}) {
-    std::size_t count = 0;
-    for (std::size_t at = log.standardError.find(line); at != std::string::npos;
-         at = log.standardError.find(line, at + 1)) {
-      ++count;
+  const std::string rejected = "rejected password. trying again.\n";
+  using Accounts = fakes::FakeAccounts;
+  struct Case {
+    std::string line;  // of the log or standard error, ten times
+    std::string rejection;
+    void (*breakIt)(Accounts &accounts);
+  };
+  const Case kCases[] = {
+      {"password not allowed.\n", "password not allowed.\n", [](Accounts &a) { a.refusals = 99; }},
+      {"Error Creating Initial Authorization: -5\n", rejected,
+       [](Accounts &a) { a.authorizationStatus = -5; }},
+      {"Copy Rights Unsuccessful: -60005\n", rejected, [](Accounts &a) { a.rightStatus = -60005; }},
+      {"could not find the cvnkfyvncuser. please verify the user exists\n", rejected,
+       [](Accounts &a) { a.hasIdentity = false; }},
+      {"wrong user type\n", rejected, [](Accounts &a) { a.accountClass = 0; }},
+      {"changing token user password returnStatus: 0\n", rejected,
+       [](Accounts &a) { a.failedCommits = 99; }},
+  };
+  for (const Case &row : kCases) {
+    SCOPED_TRACE(row.line);
+    accounts = {};
+    log.standardError.clear();
+    row.breakIt(accounts);
+    const QuillMessage reply = create();
+    EXPECT_FALSE(reply.status);
+    EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
+    EXPECT_TRUE(reply.ephemeralPassword->empty());
+    EXPECT_EQ(reply.errorMessage, "Could not set password for screen sharing user");
+    EXPECT_EQ(accounts.committed, std::nullopt);
+    EXPECT_EQ(accounts.offered.size(), 10U);
+    for (const std::string &line : {row.line, row.rejection}) {
+      std::size_t count = 0;
+      for (auto at = log.standardError.find(line); at != std::string::npos; ++count) {
+        at = log.standardError.find(line, at + 1);
+      }
+      EXPECT_EQ(count, 10U) << line;
     }
-    EXPECT_EQ(count, 10U) << line;
   }
 }
-
-constexpr const char *kRejected = "rejected password. trying again.\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, Failure,
-    testing::Values(FailureCase{"Rules", [](fakes::FakeAccounts &a) { a.refusals = 99; },
-                                "password not allowed.\n", "password not allowed.\n"},
-                    FailureCase{"Authorization",
-                                [](fakes::FakeAccounts &a) { a.authorizationStatus = -5; },
-                                "Error Creating Initial Authorization: -5\n", kRejected},
-                    FailureCase{"Right", [](fakes::FakeAccounts &a) { a.rightStatus = -60005; },
-                                "Copy Rights Unsuccessful: -60005\n", kRejected},
-                    FailureCase{"Identity", [](fakes::FakeAccounts &a) { a.hasIdentity = false; },
-                                "could not find the cvnkfyvncuser. please verify the user exists\n",
-                                kRejected},
-                    FailureCase{"Class", [](fakes::FakeAccounts &a) { a.accountClass = 0; },
-                                "wrong user type\n", kRejected},
-                    FailureCase{"Commit", [](fakes::FakeAccounts &a) { a.failedCommits = 99; },
-                                "changing token user password returnStatus: 0\n", kRejected}),
-    [](const auto &row) { return std::string(row.param.name); });
 
 TEST_F(Password, WithoutTheAccountOrAuthenticationNothingIsTried) {
   accounts.records = 0;

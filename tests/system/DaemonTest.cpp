@@ -6,14 +6,16 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
-#include <map>
+#include <set>
 
 #include "base/Descriptor.hpp"
 #include "client/Dialing.hpp"
 #include "client/PinnedServer.hpp"
 #include "crypto/TlsChannel.hpp"
+#include "fakes/TlsServer.hpp"
 #include "protocol/Frame.hpp"
 #include "support/HexString.hpp"
 #include "system/Machine.hpp"
@@ -54,7 +56,9 @@ TEST_F(Daemon, RelaysForACardKeyThatIsNotThePairedOne) {
             2U);
   const QuillMessage request = signRequest(otherRSAIdentity(), Bytes{1, 2, 3});
   asker.send(request);
-  signOnce(remote, otherRSAIdentity());
+  remote.send(QuillMessage::initWithReplyMessageForSignMessage(
+      /*status=*/true, request.messageID,
+      *otherRSAIdentity().key.signRawPKCS1(*remote.receive().dataToSign)));
   const QuillMessage answer = asker.receive();
   EXPECT_EQ(answer.messageID, request.messageID);
   EXPECT_TRUE(
@@ -133,33 +137,28 @@ TEST_F(Daemon, TellsAFailedClientBeforeItHangsUp) {
   const Bytes others = *other.connect(rsaIdentity().key).challenge;
   struct Case {
     const char *what;
-    Bytes (*sign)(const Bytes &own, const Bytes &others);
+    const crypto::Identity &signer;
     const crypto::Identity &as;
+    bool isOthers = false;
   };
-  const Case kCases[] = {
-      {"another key",
-       [](const Bytes &own, const Bytes &) { return *otherRSAIdentity().key.signRawPKCS1(own); },
-       rsaIdentity()},
-      {"another certificate",
-       [](const Bytes &own, const Bytes &) { return *rsaIdentity().key.signRawPKCS1(own); },
-       otherRSAIdentity()},
-      {"another connection's challenge",
-       [](const Bytes &, const Bytes &foreign) { return *rsaIdentity().key.signRawPKCS1(foreign); },
-       rsaIdentity()},
-      {"an elliptic-curve key",
-       [](const Bytes &own, const Bytes &) { return *ecIdentity().key.signDigestECDSA(own); },
-       ecIdentity()},
-  };
-  for (const Case &row : kCases) {
+  for (const Case &row :
+       {Case{"another key", otherRSAIdentity(), rsaIdentity()},
+        Case{"another certificate", rsaIdentity(), otherRSAIdentity()},
+        Case{"another connection's challenge", rsaIdentity(), rsaIdentity(), true},
+        Case{"an elliptic-curve key", ecIdentity(), ecIdentity()}}) {
+    SCOPED_TRACE(row.what);
     ASSERT_TRUE(holder.insert({&otherRSAIdentity()}));
-    pair(row.as.key.publicKey().type() == crypto::KeyType::ec ? ecIdentity().key
-                                                              : rsaIdentity().key);
+    pair((&row.as == &ecIdentity() ? ecIdentity() : rsaIdentity()).key);
     Peer remote = Peer::remote();
-    const Bytes challenge = *remote.connect(row.as.key).challenge;
-    const QuillMessage reply = remote.ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-        row.sign(challenge, others), row.as.certificate.der()));
-    EXPECT_FALSE(reply.status) << row.what;
-    EXPECT_TRUE(remote.isEnded()) << row.what;
+    const Bytes own = *remote.connect(row.as.key).challenge;
+    const Bytes &challenge = row.isOthers ? others : own;
+    const auto signature = &row.signer == &ecIdentity() ? row.signer.key.signDigestECDSA(challenge)
+                                                        : row.signer.key.signRawPKCS1(challenge);
+    EXPECT_FALSE(remote
+                     .ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
+                         *signature, row.as.certificate.der()))
+                     .status);
+    EXPECT_TRUE(remote.isEnded());
     EXPECT_TRUE(isMarkerGone()) << "the end of any remote connection withdraws the card";
   }
   EXPECT_EQ(other.ask(QuillMessage::initCommandMessageGetCertificates()).status, true);
@@ -193,9 +192,7 @@ TEST_F(Daemon, NoticesEveryWayInWhichARemoteVanishes) {
 
   const auto reset = std::make_unique<RawPeer>(client::kPublicPort);
   insertCard();
-  const linger hard{1, 0};
-  setsockopt(reset->socket.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
-  reset->socket.close();
+  fakes::reset(reset->socket);
   EXPECT_TRUE(isMarkerGone()) << "reset";
   EXPECT_TRUE(daemon->hasSaid("failed: Connection reset by peer")) << daemon->output();
 
@@ -213,46 +210,37 @@ TEST_F(Daemon, NoticesEveryWayInWhichARemoteVanishes) {
   EXPECT_TRUE(hasLogged("worker is not local removing smartcard"));
 }
 
-// The daemon's own descriptors, to look at their options.
-std::vector<base::Descriptor> socketsOf(pid_t process, std::uint16_t port) {
-  std::vector<base::Descriptor> found;
-  const base::Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  for (int number = 3; number < 64; ++number) {
-    base::Descriptor copy(static_cast<int>(syscall(SYS_pidfd_getfd, pidfd.get(), number, 0)));
-    sockaddr_in6 peer{};
-    socklen_t size = sizeof(peer);
-    sockaddr_in6 own{};
-    socklen_t ownSize = sizeof(own);
-    if (copy.isOpen() && getpeername(copy.get(), reinterpret_cast<sockaddr *>(&peer), &size) == 0 &&
-        getsockname(copy.get(), reinterpret_cast<sockaddr *>(&own), &ownSize) == 0 &&
-        ntohs(own.sin6_port) == port) {
-      found.push_back(std::move(copy));
-    }
-  }
-  return found;
-}
-
 TEST_F(Daemon, FindsASilentPeerByKeepalive) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "another process's sockets are for root to see";
   }
   const Peer remote = Peer::remote();
   const Peer local = Peer::local();
-  for (const std::uint16_t port : {client::kPublicPort, client::kLoopbackPort}) {
-    const auto sockets = socketsOf(daemon->id(), port);
-    ASSERT_EQ(sockets.size(), 1U);
-    const auto option = [&](int level, int name) {
+  std::set<int> ports;
+  const base::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, daemon->id(), 0)));
+  for (int number = 3; number < 64; ++number) {
+    const base::Descriptor copy(
+        static_cast<int>(syscall(SYS_pidfd_getfd, process.get(), number, 0)));
+    sockaddr_in6 address{};
+    socklen_t size = sizeof(address);
+    if (getpeername(copy.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0 ||
+        (address.sin6_family != AF_INET && address.sin6_family != AF_INET6)) {
+      continue;
+    }
+    getsockname(copy.get(), reinterpret_cast<sockaddr *>(&address), &size);
+    ports.insert(ntohs(address.sin6_port));
+    for (const auto &[level, name, expected] : {std::array{SOL_SOCKET, SO_KEEPALIVE, 1},
+                                                {IPPROTO_TCP, TCP_KEEPIDLE, 15},
+                                                {IPPROTO_TCP, TCP_KEEPINTVL, 15},
+                                                {IPPROTO_TCP, TCP_KEEPCNT, 15},
+                                                {IPPROTO_TCP, TCP_NODELAY, 1}}) {
       int value = -1;
-      socklen_t size = sizeof(value);
-      getsockopt(sockets[0].get(), level, name, &value, &size);
-      return value;
-    };
-    EXPECT_EQ(option(SOL_SOCKET, SO_KEEPALIVE), 1);
-    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE), 15);
-    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPINTVL), 15);
-    EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPCNT), 15);
-    EXPECT_EQ(option(IPPROTO_TCP, TCP_NODELAY), 1);
+      size = sizeof(value);
+      getsockopt(copy.get(), level, name, &value, &size);
+      EXPECT_EQ(value, expected) << name;
+    }
   }
+  EXPECT_EQ(ports, (std::set<int>{client::kPublicPort, client::kLoopbackPort}));
 }
 
 TEST_F(Daemon, HandlesWhatCameRightBeforeThePeersEnd) {
@@ -269,19 +257,19 @@ TEST_F(Daemon, HandlesWhatCameRightBeforeThePeersEnd) {
 
 TEST_F(Daemon, DebugModeTakesEffectAtOnceAndWritesItsFile) {
   Peer asker = Peer::local();
-  asker.ask(QuillMessage::initCommandMessageGetCertificates());
-  EXPECT_EQ(read("/tmp/kfy/Keyferry.log"), "");
+  const auto logged = [&] {
+    asker.ask(QuillMessage::initCommandMessageGetCertificates());
+    return read("/tmp/kfy/Keyferry.log");
+  };
+  EXPECT_EQ(logged(), "");
   succeed("kfyctl", {"debug", "on"});
-  asker.ask(QuillMessage::initCommandMessageGetCertificates());
-  const std::string log = read("/tmp/kfy/Keyferry.log");
+  const std::string log = logged();
   EXPECT_THAT(log, HasSubstr("Command: QuillCommandGetCertificates\n"));
   EXPECT_TRUE(daemon->hasSaid("QuillCommandGetCertificatesString received"));
   succeed("kfyctl", {"debug", "off"});
-  asker.ask(QuillMessage::initCommandMessageGetCertificates());
-  EXPECT_EQ(read("/tmp/kfy/Keyferry.log"), log);
+  EXPECT_EQ(logged(), log);
   succeed("kfyctl", {"defaults", "write", "debugLogging", "true"});
-  asker.ask(QuillMessage::initCommandMessageGetCertificates());
-  EXPECT_GT(read("/tmp/kfy/Keyferry.log").size(), log.size());
+  EXPECT_GT(logged().size(), log.size());
 }
 
 TEST_F(Daemon, WaitsForAListingToolThatComesToItself) {
@@ -327,13 +315,8 @@ TEST_F(Start, WithoutAnIdentityEndsWithStatus255) {
 
 TEST_F(Start, WithABusyPortGoesOnWithTheOtherListener) {
   makeServerIdentity();
-  const base::Descriptor busy(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const int reuse = 1;  // the test before this one had connections on this port
-  setsockopt(busy.get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(client::kPublicPort);
-  ASSERT_EQ(bind(busy.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+  std::uint16_t port = client::kPublicPort;
+  const base::Descriptor busy = fakes::boundToLoopback(port);
   ASSERT_EQ(listen(busy.get(), 1), 0);
   daemon = start("kfyd", {});
   EXPECT_TRUE(daemon->hasSaid("kfyd: listener (tcp) failed: Address already in use\n"));

@@ -108,11 +108,4 @@ bool Machine::hasLogged(const std::string &text) const {
   return eventually([&] { return read("/var/log/unified.log").find(text) != std::string::npos; });
 }
 
-std::string writeIdentity(const crypto::Identity &identity, const std::string &path) {
-  Machine::write(
-      path, std::string(base::textOf(identity.key.pem().reveal())) + identity.certificate.pem(),
-      0600);
-  return Machine::at(path);
-}
-
 }  // namespace system_tests

@@ -58,7 +58,4 @@ class Machine : public testing::Test {
   int started_ = 0;
 };
 
-// Writes an identity as PEM and returns the path.
-std::string writeIdentity(const crypto::Identity &identity, const std::string &path);
-
 }  // namespace system_tests

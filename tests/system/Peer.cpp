@@ -90,11 +90,4 @@ bool Peer::insert(const std::vector<const crypto::Identity *> &identities) {
       .status;
 }
 
-void signOnce(Peer &holder, const crypto::Identity &identity) {
-  const QuillMessage request = holder.receive();
-  holder.send(QuillMessage::initWithReplyMessageForSignMessage(
-      /*status=*/true, request.messageID,
-      identity.key.signRawPKCS1(request.dataToSign.value_or(Bytes{})).value_or(Bytes{})));
-}
-
 }  // namespace system_tests

@@ -43,7 +43,4 @@ class Peer {
   std::unique_ptr<client::Connection> connection;
 };
 
-// Takes one relayed request and answers it by signing with the key.
-void signOnce(Peer &holder, const crypto::Identity &identity);
-
 }  // namespace system_tests

@@ -7,13 +7,8 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 namespace system_tests {
-
-void waitALittle() {
-  std::this_thread::sleep_for(std::chrono::milliseconds(5));
-}
 
 Process::Process(const std::string &program, const std::vector<std::string> &arguments,
                  const std::string &outputPath)

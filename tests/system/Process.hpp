@@ -4,15 +4,13 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace system_tests {
 
 // The longest that a test waits for anything that another program does.
 inline constexpr std::chrono::seconds kPatience{20};
-
-// Lets other programs go on for a few milliseconds.
-void waitALittle();
 
 // Waits until `condition` holds, kPatience at most.
 template <typename Condition>
@@ -22,7 +20,7 @@ template <typename Condition>
     if (std::chrono::steady_clock::now() > deadline) {
       return false;
     }
-    waitALittle();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return true;
 }

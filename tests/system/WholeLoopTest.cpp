@@ -4,6 +4,7 @@
 
 #include <csignal>
 
+#include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
 #include "system/Machine.hpp"
 
@@ -27,8 +28,8 @@ class WholeLoop : public Machine {
  public:
   WholeLoop() {
     makeServerIdentity();
-    rsaFile_ = writeIdentity(rsaIdentity(), "/other-device/rsa.pem");
-    ecFile_ = writeIdentity(ecIdentity(), "/other-device/ec.pem");
+    write("/other-device/rsa.pem", fakes::pemOf(rsaIdentity()), 0600);
+    write("/other-device/ec.pem", fakes::pemOf(ecIdentity()), 0600);
     pair(textUnder(succeed("kfy-remote", {"keys", "--json", "--home", at("/other-device/home")}),
                    "publicKeyHash"));
     fingerprint_ = textUnder(succeed("kfyctl", {"identity", "show", "--json"}), "sha256");
@@ -36,12 +37,11 @@ class WholeLoop : public Machine {
     startDaemon();
   }
 
-  std::vector<std::string> remoteArguments() const {
-    return {"connect", "127.0.0.1", "--home", at("/other-device/home"),
-            "--key",   rsaFile_,    "--key",  ecFile_};
-  }
   std::unique_ptr<Process> startRemote(const std::vector<std::string> &more) {
-    std::vector<std::string> arguments = remoteArguments();
+    std::vector<std::string> arguments{"connect", "127.0.0.1",
+                                       "--home",  at("/other-device/home"),
+                                       "--key",   at("/other-device/rsa.pem"),
+                                       "--key",   at("/other-device/ec.pem")};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return start("kfy-remote", arguments);
   }
@@ -51,8 +51,6 @@ class WholeLoop : public Machine {
     return remote;
   }
 
-  std::string rsaFile_;
-  std::string ecFile_;
   std::string fingerprint_;
 };
 
@@ -61,28 +59,24 @@ TEST_F(WholeLoop, SignsAndDecryptsWithKeysThatStayAway) {
   EXPECT_TRUE(isMarkerThere());
   EXPECT_THAT(succeed("kfyctl", {"certificates"}),
               testing::AllOf(HasSubstr(hashOf(rsaIdentity())), HasSubstr(hashOf(ecIdentity()))));
-  write("/rsa-public.pem", rsaIdentity().certificate.pem());
-  succeed("/usr/bin/openssl",
-          {"x509", "-in", at("/rsa-public.pem"), "-pubkey", "-noout", "-out", at("/rsa.pub")});
-  write("/ec-public.pem", ecIdentity().certificate.pem());
-  succeed("/usr/bin/openssl",
-          {"x509", "-in", at("/ec-public.pem"), "-pubkey", "-noout", "-out", at("/ec.pub")});
-  for (const auto &[identity, publicKey] :
-       {std::pair{&rsaIdentity(), "/rsa.pub"}, {&ecIdentity(), "/ec.pub"}}) {
+  for (const crypto::Identity *identity : {&ecIdentity(), &rsaIdentity()}) {
+    write("/certificate.pem", identity->certificate.pem());
+    succeed("/usr/bin/openssl",
+            {"x509", "-in", at("/certificate.pem"), "-pubkey", "-noout", "-out", at("/key.pub")});
     for (const char *digest : {"sha256", "sha512"}) {
       succeed("kfyctl", {"sign", "--certificate", hashOf(*identity), "--hash", digest, "--in",
                          at("/letter"), "--out", at("/letter.sig")});
       EXPECT_THAT(
-          succeed("/usr/bin/openssl", {"dgst", std::string("-") + digest, "-verify", at(publicKey),
+          succeed("/usr/bin/openssl", {"dgst", std::string("-") + digest, "-verify", at("/key.pub"),
                                        "-signature", at("/letter.sig"), at("/letter")}),
           HasSubstr("Verified OK"));
     }
   }
   write("/secret", "in the blue tin");
-  for (const auto &[padding, mode] : {std::pair{"oaep", "oaep"}, {"pkcs1", "pkcs1"}}) {
-    succeed("/usr/bin/openssl", {"pkeyutl", "-encrypt", "-pubin", "-inkey", at("/rsa.pub"),
-                                 "-pkeyopt", std::string("rsa_padding_mode:") + mode, "-in",
-                                 at("/secret"), "-out", at("/secret.enc")});
+  for (const std::string padding : {"oaep", "pkcs1"}) {
+    succeed("/usr/bin/openssl",
+            {"pkeyutl", "-encrypt", "-pubin", "-inkey", at("/key.pub"), "-pkeyopt",
+             "rsa_padding_mode:" + padding, "-in", at("/secret"), "-out", at("/secret.enc")});
     succeed("kfyctl", {"decrypt", "--certificate", hashOf(rsaIdentity()), "--padding", padding,
                        "--in", at("/secret.enc"), "--out", at("/secret.dec")});
     EXPECT_EQ(read("/secret.dec"), "in the blue tin") << padding;

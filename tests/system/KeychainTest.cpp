@@ -1,0 +1,237 @@
+// The keychain survives what happens to files: killed writers, two at once, full and read-only
+// disks.
+
+#include <poll.h>
+#include <sched.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "base/Descriptor.hpp"
+#include "fakes/TemporaryFolder.hpp"
+#include "linux/store/SqliteItemStore.hpp"
+#include "system/Machine.hpp"
+
+namespace system_tests {
+namespace {
+
+using platform::PasswordName;
+using platform_linux::SqliteItemStore;
+using testing::AllOf;
+using testing::HasSubstr;
+using Items = std::map<std::string, std::string>;
+
+SecretBytes secret(const std::string &text) {
+  return SecretBytes(base::viewOf(text));
+}
+
+// The endless work of a writer: of every three steps one adds an item, one changes it and one,
+// every other time, deletes it again.
+struct Step {
+  int round;
+  int number;
+
+  [[nodiscard]] std::string account() const {
+    return std::to_string(round) + "." + std::to_string(number / 3);
+  }
+  [[nodiscard]] bool deletes() const { return number % 6 == 5; }
+  [[nodiscard]] std::string value() const {
+    return (number % 3 == 0 ? "new " : "old ") + account();
+  }
+
+  [[nodiscard]] platform::ItemStatus doIn(SqliteItemStore &store) const {
+    const PasswordName name{"service", account(), std::nullopt};
+    return deletes()         ? store.deletePassword(name)
+           : number % 3 == 0 ? store.addPassword(name, secret(value()))
+                             : store.updatePassword(name, secret(value()));
+  }
+  void doIn(Items &items) const {
+    if (deletes()) {
+      items.erase(account());
+    } else {
+      items[account()] = value();
+    }
+  }
+};
+
+// Works in a process of its own until it is killed, a byte into the pipe after each step.
+pid_t startWriter(const std::string &path, int round, int pipe) {
+  const pid_t writer = ::fork();
+  if (writer == 0) {
+    SqliteItemStore store(path, nullptr);
+    for (int number = 0;; ++number) {
+      if (Step{round, number}.doIn(store) != platform::itemSuccess || ::write(pipe, "", 1) != 1) {
+        ::_exit(1);
+      }
+    }
+  }
+  return writer;
+}
+
+// Kills a writer after a time; how many steps it had reported, -1 if it had failed by itself.
+int stepsUntilKilled(const std::string &path, int round, std::chrono::microseconds time) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::pipe(ends.data()), 0);
+  const base::Descriptor reports(ends[0]);
+  base::Descriptor writing(ends[1]);
+  const pid_t writer = startWriter(path, round, writing.get());
+  writing.close();
+  const timespec limit{0, std::chrono::nanoseconds(time).count()};
+  ::ppoll(nullptr, 0, &limit, nullptr);
+  ::kill(writer, SIGKILL);
+  int status = 0;
+  ::waitpid(writer, &status, 0);
+  std::array<char, 65536> bytes{};
+  const auto count = static_cast<int>(::read(reports.get(), bytes.data(), bytes.size()));
+  return WIFSIGNALED(status) ? count : -1;
+}
+
+// What stands in the file, read by nothing of ours; with a complaint of the library as an item.
+Items contentOf(const std::string &path) {
+  Items items;
+  const auto collect = [](void *place, int count, char **values, char **) {
+    (*static_cast<Items *>(place))[values[0]] = count == 2 ? values[1] : "";
+    return 0;
+  };
+  sqlite3 *database = nullptr;
+  sqlite3_open(path.c_str(), &database);
+  char *complaint = nullptr;
+  sqlite3_exec(database, "PRAGMA integrity_check", collect, &items, &complaint);
+  EXPECT_EQ(items.erase("ok"), 1U) << (complaint == nullptr ? "" : complaint);
+  sqlite3_exec(database, "SELECT account, CAST(value AS TEXT) FROM passwords", collect, &items,
+               nullptr);
+  sqlite3_close(database);
+  return items;
+}
+
+TEST(Keychain, SurvivesTwoHundredKilledWriters) {
+  constexpr int kKills = 200;
+  constexpr int kKillsOfAFile = 10;  // the making of the file is to be hit as well
+  const auto seed = std::random_device()();
+  std::minstd_rand random(seed);
+  std::uniform_int_distribution<int> microseconds(0, 12000);
+  const fakes::TemporaryFolder folder;
+  std::string path;
+  Items stored;
+  int steps = 0;
+  int midway = 0;  // kills that left a transaction to undo
+  for (int round = 0; round < kKills; ++round) {
+    if (round % kKillsOfAFile == 0) {
+      path = folder / std::to_string(round) + "/keychain.db";
+      stored.clear();
+    }
+    const int reported =
+        stepsUntilKilled(path, round, std::chrono::microseconds(microseconds(random)));
+    ASSERT_GE(reported, 0) << "the writer failed, seed " << seed;
+    for (int number = 0; number < reported; ++number) {
+      Step{round, number}.doIn(stored);
+    }
+    midway += std::filesystem::exists(path + "-journal") ? 1 : 0;
+    SqliteItemStore store(path, nullptr);
+    ASSERT_EQ(store.searchPassword({"service", "none", {}}, false).status, platform::itemNotFound);
+    Items withTheNext = stored;
+    Step{round, reported}.doIn(withTheNext);
+    const Items found = std::filesystem::exists(path) ? contentOf(path) : Items();
+    ASSERT_THAT(found, testing::AnyOf(stored, withTheNext)) << "seed " << seed;
+    stored = found;
+    steps += reported;
+  }
+  EXPECT_GT(steps, kKills);
+  std::printf("%d steps reported, %d of %d kills left a transaction to undo\n", steps, midway,
+              kKills);
+}
+
+TEST(Keychain, TakesTwoWritersAtOnce) {
+  constexpr int kItems = 100;
+  const fakes::TemporaryFolder folder;
+  std::array<pid_t, 2> writers{};
+  for (pid_t &writer : writers) {
+    writer = ::fork();
+    if (writer == 0) {
+      SqliteItemStore store(folder / "new/keychain.db", nullptr);
+      bool isGood = true;
+      for (int number = 0; number < kItems; ++number) {
+        const std::string account = std::to_string(::getpid()) + "." + std::to_string(number);
+        isGood = isGood && store.addPassword({"service", account, {}}, secret("x")) == 0;
+      }
+      ::_exit(isGood ? 0 : 1);
+    }
+  }
+  for (const pid_t writer : writers) {
+    int status = -1;
+    ::waitpid(writer, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(contentOf(folder / "new/keychain.db").size(), 2U * kItems);
+}
+
+// A machine whose keychain lies on a disk of its own, of 128 KiB.
+class SmallDisk : public Machine {
+ public:
+  SmallDisk() {
+    std::filesystem::create_directories(folder_);
+    isMounted_ = ::unshare(CLONE_NEWNS) == 0 &&
+                 ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                 ::mount("none", folder_.c_str(), "tmpfs", 0, "size=128k,mode=0700") == 0;
+  }
+  ~SmallDisk() override { ::umount2(folder_.c_str(), MNT_DETACH); }
+
+  void SetUp() override {
+    if (!isMounted_) {
+      GTEST_SKIP() << "no mount namespace is possible here";
+    }
+    write("/pw", "first");
+    succeed("kfyctl", {"password", "set", "ann", "--password-file", at("/pw")});
+    write("/pw2", "second");
+  }
+
+  // Nothing can be written, what is there is there, and the tools say so.
+  void expectNoChange(const std::string &what, const std::string &next) {
+    SqliteItemStore store(folder_ + "/keychain.db", nullptr);
+    EXPECT_EQ(store.addPassword({"service", "bob", {}}, secret(std::string(100'000, 'x'))),
+              platform::itemStoreUnusable);
+    EXPECT_EQ(succeed("kfyctl", {"password", "get", "ann", "--show"}), "first\n");
+    EXPECT_THAT(run("kfyctl", {"status"}).output, AllOf(HasSubstr(what), HasSubstr(next)));
+    EXPECT_EQ(contentOf(folder_ + "/keychain.db").size(), 1U);
+  }
+  void expectChange() {
+    succeed("kfyctl", {"password", "set", "ann", "--password-file", at("/pw2")});
+    EXPECT_EQ(succeed("kfyctl", {"password", "get", "ann", "--show"}), "second\n");
+  }
+
+  std::string folder_ = at("/var/lib/keyferry");
+
+ private:
+  bool isMounted_ = false;
+};
+
+TEST_F(SmallDisk, FullLosesNothing) {
+  write("/var/lib/keyferry/filler", std::string(256 * 1024, 'x'));
+  const Outcome refused = run("kfyctl", {"password", "set", "ann", "--password-file", at("/pw2")});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.output, AllOf(HasSubstr("full"), HasSubstr("try: df -h")));
+  expectNoChange("full disk", "df -h");
+  std::filesystem::remove(folder_ + "/filler");
+  expectChange();
+}
+
+TEST_F(SmallDisk, ReadOnlyIsStillRead) {
+  ASSERT_EQ(::mount("none", folder_.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  const Outcome refused = run("kfyctl", {"password", "set", "ann", "--password-file", at("/pw2")});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.output, AllOf(HasSubstr("readonly"), HasSubstr("remount,rw")));
+  expectNoChange("read-only disk", "remount,rw");
+  ASSERT_EQ(::mount("none", folder_.c_str(), nullptr, MS_REMOUNT, nullptr), 0);
+  expectChange();
+}
+
+}  // namespace
+}  // namespace system_tests
