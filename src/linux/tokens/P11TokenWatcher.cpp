@@ -1,0 +1,224 @@
+#include "linux/tokens/P11TokenWatcher.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+#include <utility>
+
+#include "base/Root.hpp"
+#include "crypto/Digest.hpp"
+#include "linux/tokens/Token.hpp"
+#include "linux/tokens/TokenKey.hpp"
+
+namespace platform_linux {
+
+using platform::IdentityMatches;
+using platform::IdentityQuery;
+using platform::IdentityRecord;
+
+namespace {
+
+// PKCS #11 v2.40, 4.6.2: a certificate of an authority.
+constexpr CK_ULONG kAuthority = 2;
+
+// A certificate that may have its private key beside it.
+struct CertificateObject {
+  Bytes id;  // CKA_ID, which the private key shares
+  std::string label;
+  Bytes der;
+  bool isAuthority = false;
+
+  auto operator<=>(const CertificateObject &other) const {
+    return std::tie(id, label, der) <=> std::tie(other.id, other.label, other.der);
+  }
+};
+
+// A token, and what it shows.
+struct OpenToken {
+  std::shared_ptr<Token> token;
+  std::vector<IdentityRecord> records;
+  std::vector<bool> isHidden;  // of each record: whether the token hides its private key
+};
+
+// In an order of their own: tokens list their objects in any.
+std::vector<CertificateObject> certificatesOn(const Token &token) {
+  std::vector<CertificateObject> certificates;
+  for (const CK_OBJECT_HANDLE object : token.objects(CKO_CERTIFICATE)) {
+    CertificateObject certificate{token.attribute(object, CKA_ID),
+                                  std::string(base::textOf(token.attribute(object, CKA_LABEL))),
+                                  token.attribute(object, CKA_VALUE),
+                                  token.number(object, CKA_CERTIFICATE_CATEGORY) == kAuthority};
+    if (!certificate.id.empty()) {
+      certificates.push_back(std::move(certificate));
+    }
+  }
+  std::ranges::sort(certificates,
+                    [](const auto &left, const auto &right) { return (left <=> right) < 0; });
+  return certificates;
+}
+
+// What a key may do, as it says itself or, while it is hidden, as its public half says.
+void describe(IdentityRecord &record, const Token &token, const Bytes &id, bool isHidden) {
+  const auto objects = token.objects(isHidden ? CKO_PUBLIC_KEY : CKO_PRIVATE_KEY, &id);
+  if (!objects.empty()) {
+    const CK_OBJECT_HANDLE key = objects.front();
+    record.canSign = token.isSet(key, isHidden ? CKA_VERIFY : CKA_SIGN);
+    record.canDecrypt = token.isSet(key, isHidden ? CKA_ENCRYPT : CKA_DECRYPT);
+    record.canUnwrap = token.isSet(key, isHidden ? CKA_WRAP : CKA_UNWRAP);
+  }
+}
+
+std::optional<IdentityRecord> recordOf(const CertificateObject &object,
+                                       const std::shared_ptr<Token> &token, bool isHidden,
+                                       const Report &report) {
+  const auto certificate = crypto::Certificate::fromDER(object.der);
+  const auto publicKey = certificate ? certificate->publicKey() : std::nullopt;
+  const auto exported = publicKey ? publicKey->externalRepresentation() : std::nullopt;
+  if (!exported) {
+    return std::nullopt;
+  }
+  const auto key = crypto::privateKeyDoneBy(
+      std::make_shared<TokenKey>(token, object.id, object.label, report), *publicKey);
+  if (!key) {
+    return std::nullopt;
+  }
+  IdentityRecord record;
+  record.reference = std::make_shared<const crypto::Identity>(crypto::Identity{*certificate, *key});
+  record.label = object.label;
+  record.publicKeyHash = crypto::sha1Digest(*exported);
+  describe(record, *token, object.id, isHidden);
+  return record;
+}
+
+void readRecords(OpenToken &open, const Report &report) {
+  const std::lock_guard lock(open.token->mutex());
+  open.records.clear();
+  open.isHidden.clear();
+  const bool hides = open.token->wantsLogin() && !open.token->isLoggedIn();
+  for (const CertificateObject &object : certificatesOn(*open.token)) {
+    const bool isThere = !open.token->objects(CKO_PRIVATE_KEY, &object.id).empty();
+    if (!isThere && (!hides || object.isAuthority)) {
+      continue;
+    }
+    if (auto record = recordOf(object, open.token, !isThere, report)) {
+      open.records.push_back(std::move(*record));
+      open.isHidden.push_back(!isThere);
+    }
+  }
+}
+
+// Those on which a session can be opened, with what they show.
+std::vector<OpenToken> openTokens(std::vector<TokenPlace> places, const IdentityQuery &query,
+                                  const Report &report) {
+  std::vector<OpenToken> tokens;
+  for (TokenPlace &place : places) {
+    if (query.tokenID && *query.tokenID != place.id) {
+      continue;
+    }
+    OpenToken open{std::make_shared<Token>(std::move(place)), {}, {}};
+    std::unique_lock lock(open.token->mutex());
+    const CK_RV result = open.token->open();
+    lock.unlock();
+    if (result != CKR_OK) {
+      report("token " + open.token->id() + " left out: " + p11_kit_strerror(result));
+      continue;
+    }
+    readRecords(open, report);
+    tokens.push_back(std::move(open));
+  }
+  return tokens;
+}
+
+bool takesPIN(const OpenToken &open) {
+  const std::lock_guard lock(open.token->mutex());
+  return open.token->takesPIN();
+}
+
+// The one token that gets the PIN; null if none wants it.
+OpenToken *tokenForPIN(std::vector<OpenToken> &tokens,
+                       const platform::TokenWatcher::IsWanted &isWanted) {
+  const auto holder = std::ranges::find_if(tokens, [&](const OpenToken &open) {
+    return isWanted && std::ranges::any_of(open.records, isWanted);
+  });
+  if (holder != tokens.end()) {
+    return takesPIN(*holder) ? &*holder : nullptr;
+  }
+  const auto first = std::ranges::find_if(tokens, takesPIN);
+  return first == tokens.end() ? nullptr : &*first;
+}
+
+bool logIn(OpenToken &open, const SecretText &pin, const Report &report) {
+  std::unique_lock lock(open.token->mutex());
+  const CK_RV result = open.token->login(pin);
+  lock.unlock();
+  if (result != CKR_OK) {
+    report("token " + open.token->id() +
+           (result == CKR_PIN_LOCKED
+                ? " did not get the PIN: one more wrong one would lock it, or it is locked"
+                : std::string(" did not take the PIN: ") + p11_kit_strerror(result)));
+    return false;
+  }
+  readRecords(open, report);
+  return true;
+}
+
+void reportHidden(const OpenToken &open, const platform::TokenWatcher::IsWanted &isWanted,
+                  const Report &report) {
+  for (std::size_t index = 0; isWanted && index < open.records.size(); ++index) {
+    if (open.isHidden[index] && isWanted(open.records[index])) {
+      report("key \"" + open.records[index].label.value_or("") + "\" on token " + open.token->id() +
+             " does not work before the token has its PIN");
+    }
+  }
+}
+
+// Whether the subject holds the text, in either case of ASCII letters.
+bool hasSubject(const IdentityRecord &record, const std::string &text) {
+  const auto lowered = [](char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                : character;
+  };
+  const std::string subject = record.reference->certificate.subject();
+  return text.empty() || !std::ranges::search(subject, text, {}, lowered, lowered).empty();
+}
+
+}  // namespace
+
+P11TokenWatcher::P11TokenWatcher(Report report, std::optional<std::string> moduleFolder)
+    : report_(report ? std::move(report) : [](const std::string &) {}),
+      moduleFolder_(std::move(moduleFolder)) {}
+
+std::optional<std::string> P11TokenWatcher::moduleFolderOfRoot() {
+  return base::root().empty() ? std::nullopt : std::optional(base::rooted("/etc/pkcs11/modules"));
+}
+
+std::vector<std::string> P11TokenWatcher::tokenIDs() {
+  std::vector<std::string> ids;
+  std::ranges::transform(presentTokens(startModules(moduleFolder_, report_)),
+                         std::back_inserter(ids), &TokenPlace::id);
+  return ids;
+}
+
+IdentityMatches P11TokenWatcher::searchIdentities(const IdentityQuery &query,
+                                                  const IsWanted &isWanted) {
+  if (query.accessGroup.value_or(platform::kTokenAccessGroup) != platform::kTokenAccessGroup) {
+    return {};
+  }
+  auto tokens = openTokens(presentTokens(startModules(moduleFolder_, report_)), query, report_);
+  OpenToken *const chosen = query.pin == nullptr ? nullptr : tokenForPIN(tokens, isWanted);
+  if (chosen != nullptr && !logIn(*chosen, *query.pin, report_)) {
+    return {platform::itemPINRefused, {}};
+  }
+  IdentityMatches matches;
+  for (OpenToken &open : tokens) {
+    reportHidden(open, isWanted, report_);
+    std::ranges::copy_if(open.records, std::back_inserter(matches.records),
+                         [&](const IdentityRecord &record) {
+                           return hasSubject(record, query.subjectContains.value_or(""));
+                         });
+  }
+  matches.status = matches.records.empty() ? platform::itemNotFound : platform::itemSuccess;
+  return matches;
+}
+
+}  // namespace platform_linux

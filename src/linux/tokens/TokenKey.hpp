@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "base/Bytes.hpp"
+#include "crypto/KeyOperations.hpp"
+#include "linux/tokens/Token.hpp"
+
+namespace platform_linux {
+
+// A private key on a token, named by its CKA_ID. It keeps the token's session, looks the key up
+// when it is first used, and looks for token and key once more where they were lost. Reports what
+// fails, but not the same twice in a row.
+class TokenKey : public crypto::KeyOperations {
+ public:
+  TokenKey(std::shared_ptr<Token> token, Bytes id, std::string label, Report report);
+
+  [[nodiscard]] std::optional<Bytes> signPKCS1(ByteView data) override;
+  [[nodiscard]] std::optional<Bytes> signBlock(ByteView block) override;
+  [[nodiscard]] std::optional<SecretBytes> decryptBlock(ByteView block) override;
+  [[nodiscard]] std::optional<Bytes> signECDSA(ByteView digest) override;
+
+ private:
+  [[nodiscard]] CK_RV find();
+  [[nodiscard]] CK_RV once(Token::Use use, CK_MECHANISM_TYPE mechanism, ByteView data,
+                           CleansedBytes &result);
+  [[nodiscard]] std::optional<CleansedBytes> use(Token::Use use, CK_MECHANISM_TYPE mechanism,
+                                                 ByteView data);
+  [[nodiscard]] std::optional<Bytes> sign(CK_MECHANISM_TYPE mechanism, ByteView data);
+  void reportOnce(CK_RV result);
+
+  std::shared_ptr<Token> token_;
+  Bytes id_;
+  std::string label_;
+  Report report_;
+  CK_OBJECT_HANDLE handle_ = CK_INVALID_HANDLE;
+  CK_RV lastReported_ = CKR_OK;
+};
+
+}  // namespace platform_linux

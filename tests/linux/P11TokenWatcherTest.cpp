@@ -1,0 +1,189 @@
+#include "linux/tokens/P11TokenWatcher.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "crypto/Digest.hpp"
+#include "fakes/MadeKeys.hpp"
+#include "fakes/SoftTokens.hpp"
+
+namespace {
+
+using platform::IdentityQuery;
+using platform::IdentityRecord;
+using platform_linux::P11TokenWatcher;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const crypto::Identity &rsaIdentity() {
+  static const crypto::Identity identity = fakes::madeIdentity("RSA", "RSA card");
+  return identity;
+}
+
+// Token "one" holds an RSA key that it hides and an EC key that it does not, "two" an EC key that
+// it hides; "empty" holds nothing.
+class Tokens : public testing::Test {
+ public:
+  Tokens() {
+    for (const char *label : {"one", "two", "empty"}) {
+      soft.make(label, std::string("pin of ") + label);
+    }
+    soft.put("one", fakes::makeIdentity("open"), "open ec", 2, /*isPrivate=*/false);
+    soft.put("one", rsaIdentity(), "Hidden RSA", 1);
+    soft.put("two", fakes::makeIdentity("hidden"), "hidden ec", 3);
+  }
+
+  static const IdentityRecord *labelled(const platform::IdentityMatches &found,
+                                        const std::string &label) {
+    const auto record = std::ranges::find(found.records, label, &IdentityRecord::label);
+    return record == found.records.end() ? nullptr : &*record;
+  }
+  static P11TokenWatcher::IsWanted hasLabel(const std::string &label) {
+    return [label](const IdentityRecord &record) { return record.label == label; };
+  }
+  std::string idOf(const std::string &token) {
+    for (const std::string &id : watcher.tokenIDs()) {
+      if (id.ends_with("token=" + token)) {
+        return id;
+      }
+    }
+    return "";
+  }
+  static bool signs(const IdentityRecord &record) {
+    const crypto::PrivateKey &key = record.reference->key;
+    return key.publicKey().type() == crypto::KeyType::rsa
+               ? key.signRawPKCS1(Bytes(36, 1)).has_value()
+               : key.signDigestECDSA(Bytes(32, 1)).has_value();
+  }
+
+  fakes::SoftTokens soft;
+  std::vector<std::string> lines;
+  P11TokenWatcher watcher{[this](const std::string &line) { lines.push_back(line); },
+                          soft.moduleFolder()};
+};
+
+TEST_F(Tokens, AreListedInAStableOrderAsLongAsTheyAreThere) {
+  const auto ids = watcher.tokenIDs();
+  EXPECT_EQ(ids.size(), 3U);
+  EXPECT_EQ(watcher.tokenIDs(), ids);
+  EXPECT_THAT(ids, testing::Each(testing::StartsWith("pkcs11:model=SoftHSM%20v2;manufacturer=")));
+  soft.remove("two");
+  EXPECT_EQ(watcher.tokenIDs().size(), 2U);
+  EXPECT_EQ(idOf("two"), "");
+  EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(Tokens, ShowTheirIdentitiesInOrderOfTheirIDsWithoutAPIN) {
+  IdentityQuery query;
+  query.tokenID = idOf("one");
+  const auto found = watcher.searchIdentities(query, /*isWanted=*/nullptr);
+  ASSERT_EQ(found.records.size(), 2U);
+  const IdentityRecord &rsa = found.records[0];
+  const IdentityRecord &ec = found.records[1];
+  EXPECT_EQ(rsa.label, "Hidden RSA");
+  EXPECT_EQ(rsa.publicKeyHash,
+            crypto::sha1Digest(*rsaIdentity().key.publicKey().externalRepresentation()));
+  EXPECT_TRUE(rsa.canSign && rsa.canDecrypt && !rsa.canUnwrap);
+  EXPECT_TRUE(ec.canSign && !ec.canDecrypt);
+  EXPECT_TRUE(signs(ec)) << "it needs no PIN";
+  EXPECT_FALSE(signs(rsa));
+  EXPECT_FALSE(signs(rsa));
+  EXPECT_THAT(lines, ElementsAre(HasSubstr("\"Hidden RSA\""))) << "said once";
+  query.tokenID = idOf("empty");
+  EXPECT_EQ(watcher.searchIdentities(query, nullptr).status, platform::itemNotFound);
+}
+
+TEST_F(Tokens, AnswerToTheirGroupAndToSubjects) {
+  IdentityQuery query;
+  query.accessGroup = platform::kTokenAccessGroup;
+  EXPECT_EQ(watcher.searchIdentities(query, nullptr).records.size(), 3U);
+  query.subjectContains = "rsa CARD";
+  EXPECT_EQ(watcher.searchIdentities(query, nullptr).records.size(), 1U);
+  query.accessGroup = "another";
+  EXPECT_EQ(watcher.searchIdentities(query, nullptr).status, platform::itemNotFound);
+}
+
+TEST_F(Tokens, ThePINGoesToTheOneThatHoldsTheMatch) {
+  IdentityQuery query;
+  const SecretText pin("pin of two");
+  query.pin = &pin;
+  auto found = watcher.searchIdentities(query, hasLabel("hidden ec"));
+  ASSERT_EQ(found.records.size(), 3U) << "what the other tokens show is there too";
+  EXPECT_TRUE(signs(*labelled(found, "hidden ec")));
+  EXPECT_FALSE(signs(*labelled(found, "Hidden RSA"))) << "one login, on one token";
+  found = {};
+  lines.clear();
+  found = watcher.searchIdentities(query, hasLabel("Hidden RSA"));
+  EXPECT_EQ(found.status, platform::itemPINRefused);
+  EXPECT_THAT(lines, ElementsAre(HasSubstr("token=one did not take the PIN")));
+}
+
+TEST_F(Tokens, WithoutAMatchThePINGoesToTheFirst) {
+  IdentityQuery query;
+  const std::string id = watcher.tokenIDs().front();
+  const SecretText pin("pin of " + id.substr(id.rfind('=') + 1));
+  query.pin = &pin;
+  EXPECT_EQ(watcher.searchIdentities(query, hasLabel("nobody")).status, platform::itemSuccess);
+  EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(Tokens, AHiddenKeyThatIsWantedWithoutAPINIsReported) {
+  EXPECT_EQ(watcher.searchIdentities({}, hasLabel("hidden ec")).records.size(), 3U);
+  EXPECT_THAT(lines, ElementsAre(HasSubstr("before the token has its PIN")));
+}
+
+TEST_F(Tokens, OneAtItsLastTryGetsNoPIN) {
+  soft.configure("soft", KEYFERRY_LAST_TRY_MODULE);
+  IdentityQuery query;
+  const SecretText pin("pin of one");
+  query.pin = &pin;
+  EXPECT_EQ(watcher.searchIdentities(query, hasLabel("Hidden RSA")).status,
+            platform::itemPINRefused);
+  EXPECT_THAT(lines, ElementsAre(HasSubstr("one more wrong one would lock it")));
+}
+
+TEST_F(Tokens, AKeyOutlivesItsSearchAndFindsItsTokenAgain) {
+  IdentityQuery query;
+  const SecretText pin("pin of one");
+  query.pin = &pin;
+  const auto key = labelled(watcher.searchIdentities(query, hasLabel("Hidden RSA")), "Hidden RSA")
+                       ->reference->key;
+  for (int count = 0; count < 2; ++count) {
+    EXPECT_EQ(key.signRawPKCS1(Bytes{1, 2, 3}), rsaIdentity().key.signRawPKCS1(Bytes{1, 2, 3}));
+    // All sessions of this process end, as if the token had been pulled and put back.
+    CK_FUNCTION_LIST *const module =
+        p11_kit_module_load(fakes::kSoftTokenModule, P11_KIT_MODULE_UNMANAGED);
+    std::vector<CK_SLOT_ID> slots(4);
+    CK_ULONG slotCount = slots.size();
+    ASSERT_EQ(module->C_GetSlotList(CK_TRUE, slots.data(), &slotCount), CKR_OK);
+    slots.resize(slotCount);
+    for (const CK_SLOT_ID slot : slots) {
+      module->C_CloseAllSessions(slot);
+    }
+    p11_kit_module_release(module);
+  }
+  const Bytes block(256, 2);
+  EXPECT_TRUE(
+      std::ranges::equal(key.rawRSA(block)->reveal(), rsaIdentity().key.rawRSA(block)->reveal()));
+  soft.remove("one");
+  EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(Tokens, ModulesThatFailAndOurOwnAreLeftOut) {
+  soft.configure("a-missing", "/nonexistent/module.so");
+  soft.configure("b-none", "/usr/lib/x86_64-linux-gnu/libp11-kit.so.0.nothing");
+  soft.configure("c-relative", "module.so");
+  soft.configure("d-own", "/nonexistent/kfy-pkcs11.so");  // without a line: it is not even tried
+  EXPECT_EQ(watcher.tokenIDs().size(), 3U);
+  EXPECT_THAT(lines, ElementsAre(HasSubstr("/nonexistent/module.so left out: "),
+                                 HasSubstr(".nothing left out: "),
+                                 HasSubstr("c-relative.module names no absolute path")));
+}
+
+TEST_F(Tokens, OfTheMachinesOwnConfigurationAreFound) {
+  P11TokenWatcher configured([](const std::string &) {}, std::nullopt);
+  EXPECT_THAT(configured.tokenIDs(), testing::IsSupersetOf(watcher.tokenIDs()));
+}
+
+}  // namespace
