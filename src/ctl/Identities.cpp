@@ -2,30 +2,22 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <memory>
+#include <ostream>
 #include <utility>
 
-#include "base/Root.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/DateText.hpp"
 #include "ctl/HashText.hpp"
+#include "ctl/KeychainTrouble.hpp"
 #include "ctl/KnownSettings.hpp"
 #include "identity/LowerCase.hpp"
+#include "identity/NewIdentity.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "support/HexString.hpp"
 
 namespace ctl {
 namespace {
-
-constexpr const char *kKeychainPath = "/var/lib/keyferry/keychain.db";
-
-Failure keychainUnusable(const Session &session) {
-  const std::string cause =
-      session.keychainReport.empty() ? "it cannot be opened" : session.keychainReport;
-  return {"the keychain cannot be used: " + cause,
-          std::string("sudo ls -l ") + base::rooted(kKeychainPath)};
-}
 
 // As kfy-remote shows it when it asks whether the machine is the right one.
 std::string fingerprintText(ByteView digest) {
@@ -144,20 +136,11 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
 }
 
 Outcome addIdentity(const crypto::Identity &identity, const std::string &label, Session &session) {
-  const auto key = identity.certificate.publicKey();
-  const auto exported = key ? key->externalRepresentation() : std::nullopt;
-  if (!exported) {
+  const IdentityRecord record = identity::describeNew(identity, label);
+  if (!record.publicKeyHash) {
     return Failure{"the keychain cannot hold a key of this type",
                    "kfyctl identity create --common-name NAME"};
   }
-  const bool isRSA = key->type() == crypto::KeyType::rsa;
-  IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(identity);
-  record.label = label;
-  record.publicKeyHash = support::sha1(*exported);
-  record.canSign = true;
-  record.canDecrypt = isRSA;
-  record.canUnwrap = isRSA;
   switch (session.keychain->addIdentity(record, /*accessGroup=*/std::nullopt)) {
     case platform::itemSuccess:
       return std::nullopt;
@@ -170,6 +153,15 @@ Outcome addIdentity(const crypto::Identity &identity, const std::string &label, 
       break;
   }
   return keychainUnusable(session);
+}
+
+void tellOfNew(const IdentityRecord &record, Session &session) {
+  const std::string hash = hashOf(record);
+  session.output << (session.json
+                         ? jsonOf({{"sha1", "SHA-1", hash}, {"label", "label", labelOf(record)}})
+                         : hash + "\n");
+  session.notes << "kfyctl: \"" << labelOf(record) << "\" is in the keychain; kfyd will show it "
+                << "after: kfyctl identity use " << hash << '\n';
 }
 
 Outcome useIdentity(const IdentityRecord &record) {

@@ -31,6 +31,9 @@ using platform::IdentityRecord;
 [[nodiscard]] Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
                                   Session &session);
 
+// Prints the hash of an identity that was added, by which everything else names it.
+void tellOfNew(const IdentityRecord &record, Session &session);
+
 // Makes kfyd use the identity from its next start on: by its hash, so that the label may hold
 // capitals. Also publishes its certificate, which clients on this machine pin.
 [[nodiscard]] Outcome useIdentity(const IdentityRecord &record);

@@ -4,12 +4,13 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
-#include "client/SecretInput.hpp"
 #include "crypto/Identity.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/Identities.hpp"
+#include "ctl/KeychainTrouble.hpp"
+#include "ctl/PackageImport.hpp"
 #include "identity/PinnedCertificate.hpp"
 
 namespace ctl {
@@ -25,12 +26,10 @@ struct Options {
   std::string label;
   int days = kDaysOfNewOnes;
   std::string file;
-  std::string passwordFile;
-  int passwordDescriptor = -1;
+  PasswordOptions password;
   bool force = false;
 };
 
-// Prints the hash of what was added, by which everything else names it.
 Outcome addAndTell(const crypto::Identity &identity, const std::string &label, Session &session) {
   if (auto failure = addIdentity(identity, label, session)) {
     return failure;
@@ -38,11 +37,7 @@ Outcome addAndTell(const crypto::Identity &identity, const std::string &label, S
   IdentityRecord record;
   record.reference = std::make_shared<const crypto::Identity>(identity);
   record.label = label;
-  session.output << (session.json
-                         ? jsonOf({{"sha1", "SHA-1", hashOf(record)}, {"label", "label", label}})
-                         : hashOf(record) + "\n");
-  session.notes << "kfyctl: \"" << label << "\" is in the keychain; kfyd will show it after: "
-                << "kfyctl identity use " << hashOf(record) << '\n';
+  tellOfNew(record, session);
   return std::nullopt;
 }
 
@@ -60,64 +55,55 @@ Outcome createIdentity(const Options &options, Session &session) {
                     options.label.empty() ? options.commonName : options.label, session);
 }
 
-bool isPasswordGiven(const Options &options) {
-  return !options.passwordFile.empty() || options.passwordDescriptor >= 0;
-}
-
-std::optional<SecretText> givenPassword(const Options &options, Error *error) {
-  return options.passwordFile.empty()
-             ? client::secretFromDescriptor(options.passwordDescriptor, error)
-             : client::secretFromFile(options.passwordFile, error);
-}
-
 // With a password where one was given; else without one first, and asked for where the file wants
 // it.
-std::optional<crypto::Identity> identityFrom(ByteView file, const Options &options, Error *error) {
-  if (isPasswordGiven(options)) {
-    const auto password = givenPassword(options, error);
-    return password ? crypto::readIdentity(file, &*password, error) : std::nullopt;
-  }
+std::optional<crypto::Identity> identityFrom(ByteView pem, const Options &options, Error *error) {
   Error cause;
-  auto identity = crypto::readIdentity(file, /*password=*/nullptr, &cause);
-  if (identity || cause.domain != "password") {
+  auto identity = options.password.isGiven()
+                      ? std::nullopt
+                      : crypto::readIdentity(pem, /*password=*/nullptr, &cause);
+  if (identity || (!options.password.isGiven() && cause.domain != "password")) {
     base::report(error, cause.domain, cause.code, cause.description);
     return identity;
   }
-  const auto password = client::secretFromTerminal(client::openTerminal().get(),
-                                                   "Password for " + options.file + ": ",
-                                                   /*stopDescriptor=*/-1, &cause);
+  const auto password = options.password.take("Password for " + options.file + ": ", &cause);
   if (!password) {
     base::report(error, "password", 0, "it wants a password, and " + cause.description);
     return std::nullopt;
   }
-  return crypto::readIdentity(file, &*password, error);
+  return crypto::readIdentity(pem, &*password, error);
 }
 
-std::optional<crypto::Identity> readIdentityFile(const Options &options, Failure &failure) {
+Outcome importPEM(ByteView pem, const Options &options, Session &session) {
+  Error error;
+  const auto identity = identityFrom(pem, options, &error);
+  if (!identity) {
+    return Failure{options.file + ": " + error.description,
+                   error.domain == "password"
+                       ? "kfyctl identity import " + options.file + " --password-file FILE"
+                       : "kfyctl identity import --help"};
+  }
+  const std::string commonName = identity->certificate.commonName().value_or("imported");
+  return addAndTell(*identity, options.label.empty() ? commonName : options.label, session);
+}
+
+Outcome importIdentity(const Options &options, Session &session) {
   const std::string command = "kfyctl identity import " + options.file;
   Error error;
   const auto file = base::readFile(options.file, kLargestFile, &error);
   if (!file) {
-    failure = failureFrom(error, command);
-    return std::nullopt;
+    return failureFrom(error, command);
   }
-  auto identity = identityFrom(*file, options, &error);
-  if (!identity) {
-    const bool isPassword = error.domain == "password";
-    failure = {options.file + ": " + error.description,
-               isPassword ? command + " --password-file FILE" : "kfyctl identity import --help"};
+  if (!isPackage(*file)) {
+    return importPEM(*file, options, session);
   }
-  return identity;
-}
-
-Outcome importIdentity(const Options &options, Session &session) {
-  Failure failure;
-  const auto identity = readIdentityFile(options, failure);
-  if (!identity) {
-    return failure;
+  if (!options.label.empty()) {
+    return Failure{
+        "--label is for PEM files; what a PKCS #12 file holds is labelled with the "
+        "common names of its certificates",
+        command, exitWrongCommandLine};
   }
-  const std::string commonName = identity->certificate.commonName().value_or("imported");
-  return addAndTell(*identity, options.label.empty() ? commonName : options.label, session);
+  return importPackage(options.file, *file, options.password, session);
 }
 
 Outcome listIdentities(const Options & /*options*/, Session &session) {
@@ -186,8 +172,7 @@ Outcome deleteIdentity(const Options &options, Session &session) {
   }
   if (session.keychain->deleteIdentity(record->reference->certificate.sha1()) !=
       platform::itemSuccess) {
-    return Failure{"the identity cannot be deleted: " + session.keychainReport,
-                   "sudo kfyctl identity delete " + hashOf(*record)};
+    return keychainUnusable(session);
   }
   return std::nullopt;
 }
@@ -224,11 +209,7 @@ void addCreation(CLI::App &command, const OptionsPointer &options) {
 void addImport(CLI::App &command, const OptionsPointer &options) {
   command.add_option("FILE", options->file, "PEM (key and certificate) or PKCS #12")->required();
   addLabel(command, options);
-  auto *const file =
-      command.add_option("--password-file", options->passwordFile, "holds the password");
-  command.add_option("--password-fd", options->passwordDescriptor, "gives the password")
-      ->excludes(file)
-      ->check(CLI::NonNegativeNumber);
+  options->password.addTo(command);
 }
 
 struct Row {

@@ -12,6 +12,7 @@ int runKfyctl(std::span<const std::string> arguments, Session &session) {
   describe(app, "Sets up kfyd, looks after it and tries its card out.");
   addStatusCommand(app, session);
   addIdentityCommands(app, session);
+  addPasswordCommands(app, session);
   addDefaultsCommands(app, session);
   addDebugCommands(app, session);
   addCertificatesCommand(app, session);

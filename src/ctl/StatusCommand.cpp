@@ -11,6 +11,7 @@
 #include "ctl/DateText.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/Identities.hpp"
+#include "ctl/KeychainTrouble.hpp"
 #include "ctl/KnownSettings.hpp"
 #include "ctl/LocalDaemon.hpp"
 #include "ctl/Pairings.hpp"
@@ -63,6 +64,10 @@ Finding lookAtSettings(const std::string &domain) {
 Finding lookAtKeychain(Session &session) {
   Failure failure;
   const auto records = allIdentities(session, failure);
+  const auto ahead = records ? troubleAheadOfKeychain() : std::nullopt;
+  if (ahead) {
+    return bad("keychain", *ahead);
+  }
   return records ? good("keychain", std::to_string(records->size()) + " identities")
                  : bad("keychain", failure);
 }

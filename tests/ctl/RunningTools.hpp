@@ -45,8 +45,10 @@ inline ToolRun runTool(const std::function<int(ctl::Session &)> &tool) {
   std::istringstream input;
   std::ostringstream output;
   std::ostringstream notes;
-  platform_linux::SqliteItemStore keychain(base::rooted("/var/lib/keyferry/keychain.db"), nullptr);
   ctl::Session session{input, output, notes};
+  platform_linux::SqliteItemStore keychain(
+      base::rooted("/var/lib/keyferry/keychain.db"),
+      [&](const std::string &line) { session.keychainReport = line; });
   session.keychain = &keychain;
   ToolRun run;
   run.status = tool(session);

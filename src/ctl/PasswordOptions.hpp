@@ -1,0 +1,30 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "base/Error.hpp"
+#include "base/Secret.hpp"
+
+namespace CLI {  // NOLINT(readability-identifier-naming): the parser library's own name
+class App;
+}
+
+namespace ctl {
+
+// Where a command takes a password from: never from an argument, which every user can see.
+struct PasswordOptions {
+  std::string file;
+  int descriptor = -1;
+
+  // Adds --password-file and --password-fd, which are filled in when the command is chosen.
+  void addTo(CLI::App &command);
+
+  [[nodiscard]] bool isGiven() const { return !file.empty() || descriptor >= 0; }
+
+  // The password from where it is given, else asked for at the terminal.
+  [[nodiscard]] std::optional<SecretText> take(const std::string &question,
+                                               Error *error = nullptr) const;
+};
+
+}  // namespace ctl
