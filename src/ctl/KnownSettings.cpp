@@ -29,6 +29,8 @@ constexpr std::array kSettings = {
                  "an existing folder for the log of debug mode, instead of /tmp/kfy"},
     KnownSetting{"LogFileName", kStandard, SettingType::text, 0, "Keyferry.log",
                  "name of the log file in that folder"},
+    KnownSetting{"tlsTokenPinFile", kStandard, SettingType::text, 0, "",
+                 "root-only file with the PIN of a token that holds kfyd's TLS identity"},
     KnownSetting{"pairingToolSeconds", kStandard, SettingType::integer, 1, "20",
                  "how long one run of the pairing listing may take"},
     KnownSetting{"pairingToolBytes", kStandard, SettingType::integer, 1, "1048576",

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "daemon/TokenPin.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
@@ -136,10 +137,11 @@ CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
   const CVNKeychain keychain(platform_.store, platform_.tokens, defaults);
   const auto hashText = defaults.text(kSettingsDomain, "ssl_certificate_sha1_hash");
   const auto name = defaults.text(kSettingsDomain, "ssl_certificate_common_name");
+  const auto pin = kfyd::tlsTokenPin(defaults);
   if (hashText && !hashText->empty()) {
     const std::optional<Bytes> hash = support::dataWithHexString(*hashText);
-    auto identity = keychain.findIdentityWithSHA1Hash(hash.value_or(Bytes{}), /*tokenOnly=*/false,
-                                                      /*pin=*/std::nullopt);
+    auto identity =
+        keychain.findIdentityWithSHA1Hash(hash.value_or(Bytes{}), /*tokenOnly=*/false, pin);
     if (!identity) {
       CVNLog("SSL identity not found with sha1 hash of %@. exiting",
              hash ? std::optional(support::hexString(*hash)) : std::nullopt);
@@ -150,8 +152,7 @@ CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
     CVNLog("SSL identity not specified");
     return nullptr;
   }
-  auto identity =
-      keychain.findIdentityWithSubjectName(*name, /*tokenOnly=*/false, /*pin=*/std::nullopt);
+  auto identity = keychain.findIdentityWithSubjectName(*name, /*tokenOnly=*/false, pin);
   if (!identity) {
     CVNLog("SSL identity not found with name of %@. exiting", *name);
   }

@@ -22,7 +22,7 @@
 #include "linux/network/TlsNetwork.hpp"
 #include "linux/process/SpawnToolRunner.hpp"
 #include "linux/store/SqliteItemStore.hpp"
-#include "linux/tokens/AbsentTokenWatcher.hpp"
+#include "linux/tokens/P11TokenWatcher.hpp"
 #include "support/CVNLog.hpp"
 #include "support/LogPlatform.hpp"
 
@@ -36,7 +36,8 @@ std::string processName() {
   return std::filesystem::read_symlink("/proc/self/exe", unknown).filename().string();
 }
 
-// What the platform has to report of itself: settings and keychain files that can't be used.
+// What the platform has to report of itself: settings and keychain files, tokens
+// and their keys that can't be used.
 void reportFromPlatform(const std::string &line) {
   CVNLog("%s", line);
 }
@@ -81,7 +82,8 @@ int runDaemon() {
   platform_linux::ShadowAccounts accounts(tools);
   platform_linux::SqliteItemStore store(base::rooted("/var/lib/keyferry/keychain.db"),
                                         reportFromPlatform);
-  platform_linux::AbsentTokenWatcher tokens;
+  platform_linux::P11TokenWatcher tokens(reportFromPlatform,
+                                         platform_linux::P11TokenWatcher::moduleFolderOfRoot());
   platform_linux::TlsNetwork network(queue);
   support::useLogPlatform(std::make_unique<support::LogPlatform>(support::LogPlatform{
       clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));

@@ -1,6 +1,9 @@
 #include "daemon/QuillNetworkManager.hpp"
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <filesystem>
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
@@ -78,6 +81,38 @@ TEST_F(Manager, PrefersTheHashAndTriesNoNameAfterIt) {
   takeEntries();
   EXPECT_FALSE(manager.setupListener());
   EXPECT_EQ(takeEntries().front(), "kfy:SSL identity not found with name of nobody. exiting");
+}
+
+struct PINFile {
+  const char *content;
+  unsigned mode;
+  const char *line;  // what is logged of it; null: it is taken
+};
+
+TEST_F(Manager, TakesATokensPINFromAFileThatIsForRootAlone) {
+  set("ssl_certificate_common_name", "token");
+  store.items = {{fakes::makeIdentity("Token", "token"), "A"}};
+  EXPECT_TRUE(manager.setupListener());
+  EXPECT_EQ(store.queries.back().pin, nullptr) << "without the setting none is given";
+  defaults.values["kfyd/tlsTokenPinFile"] = std::string("/pin");
+  const std::string refused = "kfy:tlsTokenPinFile /pin is not used: ";
+  const std::string opened =
+      "owner " + std::to_string(geteuid()) + ", mode 0640; it must be root's with mode 0600";
+  const std::string path = base::rooted("/pin");
+  for (const PINFile &row :
+       {PINFile{"123456\nmore", 0600, nullptr}, PINFile{"123456", 0400, nullptr},
+        PINFile{"123456", 0640, opened.c_str()}, PINFile{"\n", 0600, "its first line is empty"}}) {
+    ASSERT_TRUE(base::replaceFile(path, base::viewOf(row.content), row.mode));
+    takeEntries();
+    EXPECT_TRUE(manager.setupListener());
+    EXPECT_EQ(store.queries.back().pin != nullptr, row.line == nullptr) << row.content << row.mode;
+    EXPECT_EQ(takeEntries(), row.line == nullptr ? std::vector<std::string>{}
+                                                 : std::vector<std::string>{refused + row.line});
+  }
+  std::filesystem::remove(path);
+  EXPECT_TRUE(manager.setupListener());
+  EXPECT_THAT(takeEntries(),
+              ElementsAre(testing::HasSubstr("tlsTokenPinFile is not used: cannot")));
 }
 
 TEST_F(Listening, AsksForTheTwoListenersThatItPromises) {
