@@ -65,29 +65,6 @@ TEST(Connection, HandsEachResponseToTheRequestThatItAnswers) {
   EXPECT_EQ(error.code, peerEnded) << error.description;
 }
 
-// One byte more at a time across the end of a record, so that every length of a last record occurs.
-TEST(Connection, CarriesLongFramesOfEveryLengthBothWays) {
-  constexpr std::size_t kFrames = 110;
-  TlsServer server([](ServedConnection &connection) {
-    ASSERT_TRUE(connection.handshake());
-    for (std::size_t count = 0; count < kFrames; ++count) {
-      const auto request = connection.receive();
-      ASSERT_TRUE(request && request->ephemeralUsername);
-      connection.send(QuillMessage::initWithReplyMessageForCreateEphemeralUserStatus(
-          true, *request->ephemeralUsername, SecretText(""), request->messageID));
-    }
-  });
-  const auto connection = connectTo(server);
-  ASSERT_TRUE(connection);
-  for (std::size_t length = 16150; length < 16150 + kFrames; ++length) {
-    const std::string name(length, 'n');
-    const auto reply =
-        connection->request(QuillMessage::initCommandMessageCreateEphemeralUser(name), soon());
-    ASSERT_TRUE(reply) << length;
-    EXPECT_EQ(reply->ephemeralUsername, name);
-  }
-}
-
 TEST(Connection, SendsNothingToAServerWithAnotherKey) {
   std::optional<std::size_t> received;
   TlsServer server([&](ServedConnection &connection) {

@@ -1,13 +1,13 @@
 #include "client/SecretInput.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <thread>
 
+#include "fakes/PersonAtATerminal.hpp"
 #include "fakes/TemporaryFolder.hpp"
 
 namespace client {
@@ -40,21 +40,9 @@ TEST(SecretInput, IsTheFirstLineFromADescriptorAndLeavesTheNext) {
 }
 
 TEST(SecretInput, IsTypedAtATerminalThatDoesNotShowItAndIsNeverLeftSilent) {
-  const base::Descriptor person(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  ASSERT_EQ(::grantpt(person.get()) | ::unlockpt(person.get()), 0);
-  const base::Descriptor terminal(
-      ::open(::ptsname(person.get()), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  const fakes::PersonAtATerminal person;
+  const base::Descriptor terminal = person.openTerminal();
   const base::Descriptor stop(::eventfd(0, EFD_CLOEXEC));
-  const auto shownUpTo = [&](char end) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::string shown;
-    char byte = 0;
-    while (byte != end && base::waitToRead(person.get(), deadline) &&
-           ::read(person.get(), &byte, 1) == 1) {
-      shown += byte;
-    }
-    return shown;
-  };
   struct Case {
     std::string typed;
     std::optional<std::string> secret;
@@ -62,13 +50,12 @@ TEST(SecretInput, IsTypedAtATerminalThatDoesNotShowItAndIsNeverLeftSilent) {
   for (const Case &row : {Case{"abcü\x7F\x08!\n", "ab!"}, Case{"abc\x03", {}}, Case{"\x04", {}}}) {
     std::optional<SecretText> secret;
     std::thread asking([&] { secret = secretFromTerminal(terminal.get(), "Who? ", stop.get()); });
-    EXPECT_EQ(shownUpTo('?'), "Who?");  // it comes after the echo was switched off
-    EXPECT_EQ(::write(person.get(), row.typed.data(), row.typed.size()),
-              static_cast<ssize_t>(row.typed.size()));
+    EXPECT_EQ(person.shownUpTo("?"), "Who?");  // it comes after the echo was switched off
+    person.type(row.typed);
     asking.join();
     EXPECT_EQ(revealed(secret), row.secret);
-    EXPECT_EQ(::write(person.get(), "x", 1), 1);
-    EXPECT_EQ(shownUpTo('x'), " \r\nx") << "what is typed afterwards shows again";
+    person.type("x");
+    EXPECT_EQ(person.shownUpTo("x"), " \r\nx") << "what is typed afterwards shows again";
   }
   ASSERT_EQ(::eventfd_write(stop.get(), 1), 0);
   EXPECT_FALSE(secretFromTerminal(terminal.get(), "Who? ", stop.get()));

@@ -58,30 +58,6 @@ class ServedSession : public testing::Test {
                                                                  request.messageID));
   }
 
-  void serveUntilInserted(ServedConnection &connection) const {
-    ASSERT_TRUE(connection.handshake());
-    const Bytes challenge(16, 0x5A);
-    const auto connect = connection.receive().value();
-    ASSERT_EQ(connect.certificateArray, (QuillMessage::CertificateArray{hash_}));
-    connection.send(connectReply(connect, challenge));
-    const auto authenticate = connection.receive().value();
-    const auto certificate =
-        crypto::Certificate::fromDER(authenticate.certificateUsedToAuthenticate.value());
-    ASSERT_EQ(publicKeyHashOf(certificate.value().publicKey().value()), hash_);
-    ASSERT_TRUE(
-        certificate->publicKey()->verifyRawPKCS1(*authenticate.challengeSignature, challenge));
-    approve(connection, authenticate);
-    const auto insert = connection.receive().value();
-    ASSERT_EQ(insert.certificates->entries().size(), 1U);
-    ASSERT_EQ(insert.certificates->entries()[0].certificateSHA1, cardKey_.certificate.sha1());
-    approve(connection, insert);
-  }
-
-  std::optional<QuillMessage> signWith(ServedConnection &connection, const Bytes &hash) const {
-    connection.send(QuillMessage::initCommandMessageSignData(Bytes(32, 3), hash, SecretText("")));
-    return connection.receive();
-  }
-
   const StopSignal stop_;  // before the first thread
   fakes::TemporaryFolder folder_;
   crypto::Identity authentication_ = authenticationKey(folder_.path()).value();
@@ -95,17 +71,29 @@ class ServedSession : public testing::Test {
 TEST_F(ServedSession, InsertsSignsAndWithdrawsTheCardAtASignal) {
   const auto ended = session(
       [&](ServedConnection &connection) {
-        serveUntilInserted(connection);
-        const auto reply = signWith(connection, cardKey_.certificate.sha1());
-        ASSERT_TRUE(reply);
-        EXPECT_TRUE(reply->status);
-        EXPECT_FALSE(reply->signedData.value().empty());
-        EXPECT_FALSE(signWith(connection, Bytes(20, 9)).value().status);
+        ASSERT_TRUE(connection.handshake());
+        const Bytes challenge(16, 0x5A);
+        const auto connect = connection.receive().value();
+        EXPECT_EQ(connect.certificateArray, (QuillMessage::CertificateArray{hash_}));
+        connection.send(connectReply(connect, challenge));
+        const auto authenticate = connection.receive().value();
+        const auto key = authentication_.key.publicKey();
+        EXPECT_EQ(authenticate.certificateUsedToAuthenticate, authentication_.certificate.der());
+        EXPECT_TRUE(key.verifyRawPKCS1(*authenticate.challengeSignature, challenge));
+        approve(connection, authenticate);
+        const auto insert = connection.receive().value();
+        const Bytes card = cardKey_.certificate.sha1();
+        EXPECT_EQ(insert.certificates->entries()[0].certificateSHA1, card);
+        approve(connection, insert);
+        for (const Bytes &hash : {card, Bytes(20, 9)}) {
+          connection.send(
+              QuillMessage::initCommandMessageSignData(Bytes(32, 3), hash, SecretText("")));
+          EXPECT_EQ(connection.receive().value().status, hash == card);
+        }
         end();
-        const auto remove = connection.receive();
-        ASSERT_TRUE(remove);
-        EXPECT_EQ(remove->command, QuillCommandRemove);
-        approve(connection, *remove);
+        const auto remove = connection.receive().value();
+        EXPECT_EQ(remove.command, QuillCommandRemove);
+        approve(connection, remove);
         EXPECT_FALSE(connection.receive());
       },
       pin);
@@ -115,21 +103,21 @@ TEST_F(ServedSession, InsertsSignsAndWithdrawsTheCardAtASignal) {
 TEST_F(ServedSession, SignsNothingButAChallengeForItsOwnKey) {
   struct Case {
     const char *name;
-    std::function<void(QuillMessage &)> change;
+    std::optional<Bytes> challenge;
+    Bytes selected;
+    bool status = true;
   };
   for (const Case &row :
-       {Case{"fifteen bytes", [](QuillMessage &reply) { reply.challenge = Bytes(15, 1); }},
-        Case{"seventeen bytes", [](QuillMessage &reply) { reply.challenge = Bytes(17, 1); }},
-        Case{"a DigestInfo", [](QuillMessage &reply) { reply.challenge = Bytes(51, 1); }},
-        Case{"none", [](QuillMessage &reply) { reply.challenge.reset(); }},
-        Case{"another key", [](QuillMessage &reply) { reply.selectedCertificateHash = Bytes(20); }},
-        Case{"no user", [](QuillMessage &reply) { reply.status = false; }}}) {
+       {Case{"fifteen bytes", Bytes(15), hash_}, Case{"seventeen bytes", Bytes(17), hash_},
+        Case{"a DigestInfo", Bytes(51), hash_}, Case{"none", {}, hash_},
+        Case{"another key", Bytes(16), Bytes(20)}, Case{"no user", Bytes(16), hash_, false}}) {
     SCOPED_TRACE(row.name);
     (void)session(
         [&](ServedConnection &connection) {
           EXPECT_TRUE(connection.handshake());
-          auto reply = connectReply(connection.receive().value(), Bytes(16, 1));
-          row.change(reply);
+          auto reply = connectReply(connection.receive().value(), row.challenge);
+          reply.selectedCertificateHash = row.selected;
+          reply.status = row.status;
           connection.send(reply);
           EXPECT_FALSE(connection.receive()) << "something was sent in answer to the challenge";
           end();
