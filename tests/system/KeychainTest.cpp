@@ -33,6 +33,16 @@ SecretBytes secret(const std::string &text) {
   return SecretBytes(base::viewOf(text));
 }
 
+// A value of many pages, so that a kill may fall between the writing of two.
+std::string lengthened(const std::string &text) {
+  constexpr std::size_t kLength = 16 * 1024;
+  std::string value;
+  while (value.size() < kLength) {
+    value += text + "|";
+  }
+  return value;
+}
+
 // The endless work of a writer: of every three steps one adds an item, one changes it and one,
 // every other time, deletes it again.
 struct Step {
@@ -50,8 +60,8 @@ struct Step {
   [[nodiscard]] platform::ItemStatus doIn(SqliteItemStore &store) const {
     const PasswordName name{"service", account(), std::nullopt};
     return deletes()         ? store.deletePassword(name)
-           : number % 3 == 0 ? store.addPassword(name, secret(value()))
-                             : store.updatePassword(name, secret(value()));
+           : number % 3 == 0 ? store.addPassword(name, secret(lengthened(value())))
+                             : store.updatePassword(name, secret(lengthened(value())));
   }
   void doIn(Items &items) const {
     if (deletes()) {
@@ -76,21 +86,29 @@ pid_t startWriter(const std::string &path, int round, int pipe) {
   return writer;
 }
 
-// Kills a writer after a time; how many steps it had reported, -1 if it had failed by itself.
-int stepsUntilKilled(const std::string &path, int round, std::chrono::microseconds time) {
+// Kills a writer some time after a number of its reports; how many steps it had reported in all, -1
+// if it had failed by itself.
+int stepsUntilKilled(const std::string &path, int round, int reports,
+                     std::chrono::microseconds time) {
   std::array<int, 2> ends{};
   EXPECT_EQ(::pipe(ends.data()), 0);
-  const base::Descriptor reports(ends[0]);
+  const base::Descriptor reading(ends[0]);
   base::Descriptor writing(ends[1]);
   const pid_t writer = startWriter(path, round, writing.get());
   writing.close();
+  std::array<char, 65536> bytes{};
+  int count = 0;
+  ssize_t got = 1;
+  while (count < reports && got > 0) {
+    got = ::read(reading.get(), bytes.data(), 1);
+    count += static_cast<int>(got);
+  }
   const timespec limit{0, std::chrono::nanoseconds(time).count()};
   ::ppoll(nullptr, 0, &limit, nullptr);
   ::kill(writer, SIGKILL);
   int status = 0;
   ::waitpid(writer, &status, 0);
-  std::array<char, 65536> bytes{};
-  const auto count = static_cast<int>(::read(reports.get(), bytes.data(), bytes.size()));
+  count += static_cast<int>(::read(reading.get(), bytes.data(), bytes.size()));
   return WIFSIGNALED(status) ? count : -1;
 }
 
@@ -98,7 +116,10 @@ int stepsUntilKilled(const std::string &path, int round, std::chrono::microsecon
 Items contentOf(const std::string &path) {
   Items items;
   const auto collect = [](void *place, int count, char **values, char **) {
-    (*static_cast<Items *>(place))[values[0]] = count == 2 ? values[1] : "";
+    const std::string value = count == 2 ? values[1] : "";
+    const std::string text = value.substr(0, value.find('|'));
+    const bool isWhole = value == text || value == lengthened(text);
+    (*static_cast<Items *>(place))[values[0]] = isWhole ? text : "torn";
     return 0;
   };
   sqlite3 *database = nullptr;
@@ -117,7 +138,8 @@ TEST(Keychain, SurvivesTwoHundredKilledWriters) {
   constexpr int kKillsOfAFile = 10;  // the making of the file is to be hit as well
   const auto seed = std::random_device()();
   std::minstd_rand random(seed);
-  std::uniform_int_distribution<int> microseconds(0, 12000);
+  std::uniform_int_distribution<int> reports(0, 4);
+  std::uniform_int_distribution<int> microseconds(0, 10000);
   const fakes::TemporaryFolder folder;
   std::string path;
   Items stored;
@@ -128,8 +150,8 @@ TEST(Keychain, SurvivesTwoHundredKilledWriters) {
       path = folder / std::to_string(round) + "/keychain.db";
       stored.clear();
     }
-    const int reported =
-        stepsUntilKilled(path, round, std::chrono::microseconds(microseconds(random)));
+    const int reported = stepsUntilKilled(path, round, reports(random),
+                                          std::chrono::microseconds(microseconds(random)));
     ASSERT_GE(reported, 0) << "the writer failed, seed " << seed;
     for (int number = 0; number < reported; ++number) {
       Step{round, number}.doIn(stored);
@@ -150,7 +172,7 @@ TEST(Keychain, SurvivesTwoHundredKilledWriters) {
 }
 
 TEST(Keychain, TakesTwoWritersAtOnce) {
-  constexpr int kItems = 100;
+  constexpr int kItems = 50;
   const fakes::TemporaryFolder folder;
   std::array<pid_t, 2> writers{};
   for (pid_t &writer : writers) {
