@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <ostream>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "identity/LowerCase.hpp"
 #include "identity/NewIdentity.hpp"
 #include "identity/PinnedCertificate.hpp"
+#include "platform/TokenWatcher.hpp"
 #include "support/HexString.hpp"
 
 namespace ctl {
@@ -40,22 +42,40 @@ std::optional<std::string> settingText(const char *key, Failure &failure) {
   return value ? std::optional(textOf(*value)) : std::nullopt;
 }
 
-template <typename Matches>
-std::optional<IdentityRecord> firstWhere(const std::vector<IdentityRecord> &records,
-                                         const Matches &matches) {
-  for (const IdentityRecord &record : records) {
-    if (matches(record)) {
-      return record;
-    }
-  }
-  return std::nullopt;
+using Matches = platform::TokenWatcher::IsWanted;
+
+Matches hasHash(const Bytes &hash) {
+  return
+      [hash](const IdentityRecord &record) { return record.reference->certificate.sha1() == hash; };
 }
 
-std::optional<IdentityRecord> withHash(const std::vector<IdentityRecord> &records,
-                                       const Bytes &hash) {
-  return firstWhere(records, [&](const IdentityRecord &record) {
-    return record.reference->certificate.sha1() == hash;
-  });
+Matches hasLabel(const std::string &label) {
+  return [label](const IdentityRecord &record) { return labelOf(record) == label; };
+}
+
+platform::IdentityQuery queryWithAttributes() {
+  platform::IdentityQuery query;
+  query.returnAttributes = true;
+  query.returnReference = true;
+  return query;
+}
+
+// Those of the keychain, and where it has none those of tokens: where kfyd looks, in its order.
+std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches, Session &session,
+                                                        Failure &failure) {
+  auto records = allIdentities(session, failure);
+  if (!records) {
+    return std::nullopt;
+  }
+  if (std::ranges::none_of(*records, matches) && session.tokens != nullptr) {
+    records = session.tokens->searchIdentities(queryWithAttributes(), /*isWanted=*/nullptr).records;
+  }
+  std::erase_if(*records, std::not_fn(matches));
+  return records;
+}
+
+std::optional<IdentityRecord> firstOf(const std::optional<std::vector<IdentityRecord>> &records) {
+  return records && !records->empty() ? std::optional(records->front()) : std::nullopt;
 }
 
 std::string commonNameOf(const IdentityRecord &record) {
@@ -65,10 +85,7 @@ std::string commonNameOf(const IdentityRecord &record) {
 }  // namespace
 
 std::optional<std::vector<IdentityRecord>> allIdentities(Session &session, Failure &failure) {
-  platform::IdentityQuery query;
-  query.returnAttributes = true;
-  query.returnReference = true;
-  auto matches = session.keychain->searchIdentities(query);
+  auto matches = session.keychain->searchIdentities(queryWithAttributes());
   if (matches.status != platform::itemSuccess && matches.status != platform::itemNotFound) {
     failure = keychainUnusable(session);
     return std::nullopt;
@@ -76,28 +93,36 @@ std::optional<std::vector<IdentityRecord>> allIdentities(Session &session, Failu
   return std::move(matches.records);
 }
 
+std::vector<TokenIdentities> identitiesOnTokens(Session &session) {
+  std::vector<TokenIdentities> tokens;
+  if (session.tokens == nullptr) {
+    return tokens;
+  }
+  platform::IdentityQuery query = queryWithAttributes();
+  for (const std::string &id : session.tokens->tokenIDs()) {
+    query.tokenID = id;
+    tokens.push_back({id, session.tokens->searchIdentities(query, /*isWanted=*/nullptr).records});
+  }
+  return tokens;
+}
+
 std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Session &session,
                                             Failure &failure) {
-  const auto records = allIdentities(session, failure);
-  if (!records) {
-    return std::nullopt;
+  if (const auto hash = sha1FromText(hashOrLabel)) {
+    if (auto record = firstOf(allThatMatch(hasHash(*hash), session, failure))) {
+      return record;
+    }
   }
-  const auto hash = sha1FromText(hashOrLabel);
-  if (auto record = hash ? withHash(*records, *hash) : std::nullopt) {
-    return record;
-  }
-  const auto hasLabel = [&](const IdentityRecord &record) {
-    return labelOf(record) == hashOrLabel;
-  };
-  const auto count = std::ranges::count_if(*records, hasLabel);
-  if (count != 1) {
-    failure = {count == 0 ? "no identity " + quoted(hashOrLabel) + " in the keychain"
-                          : std::to_string(count) + " identities are labelled " +
-                                quoted(hashOrLabel) + "; name one by its hash",
+  const auto records = allThatMatch(hasLabel(hashOrLabel), session, failure);
+  if (records && records->size() != 1) {
+    failure = {records->empty()
+                   ? "no identity " + quoted(hashOrLabel) + " in the keychain or on a token"
+                   : std::to_string(records->size()) + " identities are labelled " +
+                         quoted(hashOrLabel) + "; name one by its hash",
                "kfyctl identity list"};
     return std::nullopt;
   }
-  return firstWhere(*records, hasLabel);
+  return firstOf(records);
 }
 
 std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) {
@@ -113,26 +138,17 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
                "kfyctl identity create --common-name $(hostname)"};
     return std::nullopt;
   }
-  const auto records = allIdentities(session, failure);
-  if (!records) {
-    return std::nullopt;
+  const auto hash = name ? std::nullopt : support::dataWithHexString(*hashText);
+  const auto records =
+      allThatMatch(name ? hasLabel(identity::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})),
+                   session, failure);
+  if (records && records->empty()) {
+    failure = {"no TLS identity " +
+                   (name ? "named " + quoted(*name) : "with the SHA-1 hash " + *hashText) +
+                   " in the keychain or on a token, so kfyd cannot start its listeners",
+               name ? "kfyctl identity create --common-name " + *name : "kfyctl identity list"};
   }
-  std::optional<IdentityRecord> found;
-  if (name) {
-    found = firstWhere(*records, [lowered = identity::lowerCase(*name)](const auto &record) {
-      return labelOf(record) == lowered;
-    });
-    failure = {"no TLS identity named " + quoted(*name) +
-                   " in the keychain, so kfyd cannot start its listeners",
-               "kfyctl identity create --common-name " + *name};
-  } else {
-    const auto hash = support::dataWithHexString(*hashText);
-    found = hash ? withHash(*records, *hash) : std::nullopt;
-    failure = {"no TLS identity with the SHA-1 hash " + *hashText +
-                   " in the keychain, so kfyd cannot start its listeners",
-               "kfyctl identity list"};
-  }
-  return found;
+  return firstOf(records);
 }
 
 Outcome addIdentity(const crypto::Identity &identity, const std::string &label, Session &session) {

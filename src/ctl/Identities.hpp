@@ -18,8 +18,18 @@ using platform::IdentityRecord;
 [[nodiscard]] std::optional<std::vector<IdentityRecord>> allIdentities(Session &session,
                                                                        Failure &failure);
 
-// The one identity with this SHA-1 hash of its certificate, or with exactly this label. Nothing,
-// with `failure` filled, if there is none or the label stands for several.
+// A token that is present, and the identities on it.
+struct TokenIdentities {
+  std::string token;  // its ID
+  std::vector<IdentityRecord> records;
+};
+
+// The tokens present, in their order. May run other vendors' code.
+[[nodiscard]] std::vector<TokenIdentities> identitiesOnTokens(Session &session);
+
+// The one identity, in the keychain or else on a token, with this SHA-1 hash of its certificate, or
+// with exactly this label. Nothing, with `failure` filled, if there is none or the label stands for
+// several.
 [[nodiscard]] std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel,
                                                           Session &session, Failure &failure);
 

@@ -106,6 +106,22 @@ Outcome importIdentity(const Options &options, Session &session) {
   return importPackage(options.file, *file, options.password, session);
 }
 
+// Those on a token also name it.
+std::vector<Facts> factsOfAll(const std::vector<IdentityRecord> &inKeychain,
+                              const std::vector<TokenIdentities> &tokens, const auto &isUsed) {
+  std::vector<Facts> list;
+  for (const IdentityRecord &record : inKeychain) {
+    list.push_back(factsOf(record, isUsed(record)));
+  }
+  for (const auto &[token, records] : tokens) {
+    for (const IdentityRecord &record : records) {
+      list.push_back(factsOf(record, isUsed(record)));
+      list.back().push_back({"token", "token", token});
+    }
+  }
+  return list;
+}
+
 Outcome listIdentities(const Options & /*options*/, Session &session) {
   Failure failure;
   const auto records = allIdentities(session, failure);
@@ -114,17 +130,24 @@ Outcome listIdentities(const Options & /*options*/, Session &session) {
   }
   Failure ignored;
   const auto used = identityInUse(session, ignored);
-  std::vector<Facts> list;
-  for (const IdentityRecord &record : *records) {
-    list.push_back(factsOf(record, used && hashOf(*used) == hashOf(record)));
-  }
+  const auto isUsed = [&](const IdentityRecord &record) {
+    return used && hashOf(*used) == hashOf(record);
+  };
+  const std::vector<TokenIdentities> tokens = identitiesOnTokens(session);
   if (session.json) {
-    session.output << jsonOf(list);
+    session.output << jsonOf(factsOfAll(*records, tokens, isUsed));
     return std::nullopt;
   }
-  for (const IdentityRecord &record : *records) {
-    const bool isUsed = used && hashOf(*used) == hashOf(record);
-    session.output << hashOf(record) << (isUsed ? " * " : "   ") << labelOf(record) << '\n';
+  const auto printLines = [&](const std::vector<IdentityRecord> &some) {
+    for (const IdentityRecord &record : some) {
+      session.output << hashOf(record) << (isUsed(record) ? " * " : "   ") << labelOf(record)
+                     << '\n';
+    }
+  };
+  printLines(*records);
+  for (const auto &[token, onToken] : tokens) {
+    session.output << "on " << token << ":\n";
+    printLines(onToken);
   }
   return std::nullopt;
 }
@@ -170,11 +193,12 @@ Outcome deleteIdentity(const Options &options, Session &session) {
     return Failure{"kfyd uses \"" + labelOf(*record) + "\" and could not start without it",
                    "kfyctl identity delete " + hashOf(*record) + " --force"};
   }
-  if (session.keychain->deleteIdentity(record->reference->certificate.sha1()) !=
-      platform::itemSuccess) {
-    return keychainUnusable(session);
+  const auto status = session.keychain->deleteIdentity(record->reference->certificate.sha1());
+  if (status == platform::itemNotFound) {
+    return Failure{"\"" + labelOf(*record) + "\" is on a token, where kfyctl deletes nothing",
+                   "kfyctl identity list"};
   }
-  return std::nullopt;
+  return status == platform::itemSuccess ? Outcome() : keychainUnusable(session);
 }
 
 using OptionsPointer = std::shared_ptr<Options>;
@@ -223,7 +247,7 @@ struct Row {
 constexpr Row kRows[] = {
     {"create", "make a key and a certificate for kfyd", true, addCreation, createIdentity},
     {"import", "take one from a file", true, addImport, importIdentity},
-    {"list", "what is in the keychain", true, addNothing, listIdentities},
+    {"list", "what is in the keychain and on tokens", true, addNothing, listIdentities},
     {"show", "one of them, with its fingerprints", true, addNameOfAny, showIdentity},
     {"use", "let kfyd show this one", false, addName, chooseIdentity},
     {"delete", "remove one from the keychain", false, addNameAndForce, deleteIdentity},

@@ -7,7 +7,8 @@
 
 namespace platform {
 class ItemStore;
-}
+class TokenWatcher;
+}  // namespace platform
 
 namespace ctl {
 
@@ -19,8 +20,9 @@ struct Session {
   std::ostream &notes;   // what is said beside results, line by line
   bool inputIsTerminal = false;
   bool outputIsTerminal = false;
-  platform::ItemStore *keychain = nullptr;  // null in a tool without one
-  std::string keychainReport{};             // why the keychain could not be used, at last
+  platform::ItemStore *keychain = nullptr;   // null in a tool without one
+  platform::TokenWatcher *tokens = nullptr;  // null in a tool that asks none
+  std::string keychainReport{};              // why the keychain could not be used, at last
 
   bool json = false;  // results and failures as JSON
   Outcome outcome{};  // of the command that has run

@@ -5,6 +5,7 @@
 #include "ctl/CommandLine.hpp"
 #include "ctl/Kfyctl.hpp"
 #include "linux/store/SqliteItemStore.hpp"
+#include "linux/tokens/P11TokenWatcher.hpp"
 
 int main(int argc, char **argv) {
   try {
@@ -12,7 +13,11 @@ int main(int argc, char **argv) {
     platform_linux::SqliteItemStore keychain(
         base::rooted("/var/lib/keyferry/keychain.db"),
         [&session](const std::string &line) { session.keychainReport = line; });
+    platform_linux::P11TokenWatcher tokens(
+        [&session](const std::string &line) { session.notes << "kfyctl: " << line << '\n'; },
+        platform_linux::P11TokenWatcher::moduleFolderOfRoot());
     session.keychain = &keychain;
+    session.tokens = &tokens;
     return ctl::runKfyctl(ctl::argumentsOf(argc, argv), session);
   } catch (const std::exception &error) {
     std::cerr << "kfyctl: error: " << error.what() << '\n';

@@ -7,11 +7,14 @@
 #include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
 #include "fakes/MadeKeys.hpp"
+#include "fakes/SoftTokens.hpp"
 #include "support/HexString.hpp"
 
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 const std::string kIdentitySettings = "etc/keyferry/com.corvane.kfyd.toml";
 const std::string kSettings = "etc/keyferry/kfyd.toml";
@@ -78,6 +81,26 @@ TEST_F(Kfyctl, ImportsAnIdentityFromAFileAndTakesItOnce) {
             support::hexString(identity.certificate.sha1()) + "\n");
   EXPECT_THAT(kfyctl({"identity", "import", file}).notes, HasSubstr("in the keychain already"));
   EXPECT_EQ(kfyctl({"identity", "show", "hers"}).status, 0);
+}
+
+TEST_F(Kfyctl, ListsTokensApartAndUsesWhatIsOnThem) {
+  fakes::SoftTokens soft;
+  const crypto::Identity onToken = fakes::makeIdentity("Card");
+  const std::string cardHash = support::hexString(onToken.certificate.sha1());
+  soft.make("office", "1234");
+  soft.put("office", onToken, "card", 1);
+  std::filesystem::create_directories(sandboxedRoot() / "etc/pkcs11");
+  std::filesystem::copy(soft.moduleFolder(), sandboxedRoot() / "etc/pkcs11/modules");
+  const std::string hash = created("Box");
+  EXPECT_EQ(kfyctl({"identity", "use", "card"}).status, 0);
+  const ToolRun list = kfyctl({"identity", "list"});
+  EXPECT_THAT(list.output, StartsWith(hash + "   Box\non pkcs11:")) << list.notes;
+  EXPECT_THAT(list.output, EndsWith("token=office:\n" + cardHash + " * card\n"));
+  EXPECT_THAT(kfyctl({"identity", "list", "--json"}).output, HasSubstr("\"token\":\"pkcs11:"));
+  EXPECT_THAT(kfyctl({"identity", "show"}).output, HasSubstr(cardHash));
+  EXPECT_THAT(kfyctl({"identity", "delete", "card", "--force"}).notes, HasSubstr("is on a token"));
+  soft.remove("office");
+  EXPECT_THAT(kfyctl({"identity", "show"}).notes, HasSubstr("in the keychain or on a token"));
 }
 
 TEST_F(Kfyctl, ChangesOneSettingAndKeepsAllOtherLines) {

@@ -13,6 +13,7 @@
 #include "ctl/ScAuth.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "linux/store/SqliteItemStore.hpp"
+#include "linux/tokens/P11TokenWatcher.hpp"
 
 // The root of this process, a folder of its own. The first call must come before anything else asks
 // for the root, which is read once.
@@ -49,7 +50,10 @@ inline ToolRun runTool(const std::function<int(ctl::Session &)> &tool) {
   platform_linux::SqliteItemStore keychain(
       base::rooted("/var/lib/keyferry/keychain.db"),
       [&](const std::string &line) { session.keychainReport = line; });
+  platform_linux::P11TokenWatcher tokens([&](const std::string &line) { notes << line << '\n'; },
+                                         platform_linux::P11TokenWatcher::moduleFolderOfRoot());
   session.keychain = &keychain;
+  session.tokens = &tokens;
   ToolRun run;
   run.status = tool(session);
   run.output = output.str();
