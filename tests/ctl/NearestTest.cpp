@@ -6,14 +6,6 @@
 
 namespace {
 
-TEST(Nearest, CountsLettersThatHaveToChange) {
-  EXPECT_EQ(ctl::editDistance("", "abc"), 3U);
-  EXPECT_EQ(ctl::editDistance("kitten", "sitting"), 3U);
-  EXPECT_EQ(ctl::editDistance("abcd", "abdc"), 1U);
-  EXPECT_EQ(ctl::editDistance("DEBUG", "debug"), 0U);
-  EXPECT_EQ(ctl::nearestTo("x", {}), "");
-}
-
 TEST(Nearest, FindsTheSettingThatWasMeant) {
   EXPECT_EQ(ctl::nearestKnownKey("verbose"), "verboseLogging");
   EXPECT_EQ(ctl::nearestKnownKey("debuglogging"), "debugLogging");
