@@ -91,6 +91,13 @@ TEST_F(Defaults, WantOfDescriptorsChangesNothing) {
   EXPECT_THAT(reports_, IsEmpty());
 }
 
+TEST_F(Defaults, FolderInTheFilesPlaceIsReportedOnce) {
+  std::filesystem::create_directory(folder_ / "kfyd.toml");
+  EXPECT_EQ(number(), std::nullopt);
+  EXPECT_EQ(number(), std::nullopt);
+  EXPECT_THAT(reports_, ElementsAre(HasSubstr("not a regular file")));
+}
+
 TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
   struct Case {
     const char *value;
