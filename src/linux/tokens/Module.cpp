@@ -57,6 +57,10 @@ std::vector<std::shared_ptr<Module>> startConfigured(const Report &report) {
     report("no PKCS #11 module is used: " + lastReason());
     return {};
   }
+  // p11-kit goes on without a module that can't be loaded and keeps the last reason
+  if (const char *const leftOut = p11_kit_message()) {
+    report(std::string("a PKCS #11 module is left out: ") + leftOut);
+  }
   std::vector<std::shared_ptr<Module>> modules;
   for (CK_FUNCTION_LIST **each = loaded.get(); *each != nullptr; ++each) {
     const std::string path = textOr(p11_kit_module_get_filename(*each), "");
