@@ -77,4 +77,14 @@ std::optional<crypto::Identity> authenticationKey(const std::string &home, Error
   return base::fileExists(path) ? readKey(path, error) : makeKey(path, error);
 }
 
+std::optional<Bytes> answerToChallenge(const std::optional<Bytes> &challenge,
+                                       const crypto::Identity &authentication, Error *error) {
+  if (!challenge || challenge->size() != kChallengeBytes) {
+    base::report(error, "challenge", 0,
+                 "sent a challenge that is not 16 bytes long; it was not signed");
+    return std::nullopt;
+  }
+  return authentication.key.signRawPKCS1(*challenge, error);
+}
+
 }  // namespace remote

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
+#include "base/Bytes.hpp"
 #include "base/Error.hpp"
 #include "crypto/Identity.hpp"
 
@@ -17,5 +19,15 @@ namespace remote {
 // the reason, if it can't be read or made, or if others may read it.
 [[nodiscard]] std::optional<crypto::Identity> authenticationKey(const std::string &home,
                                                                 Error *error = nullptr);
+
+// How long the daemon's challenges are.
+inline constexpr std::size_t kChallengeBytes = 16;
+
+// The proof that answers the challenge in a reply to `connect`. Nothing, with the domain
+// "challenge", if it is none: whatever else it is, our signature might serve somewhere else.
+// Otherwise nothing, with the reason, if the key can't sign.
+[[nodiscard]] std::optional<Bytes> answerToChallenge(const std::optional<Bytes> &challenge,
+                                                     const crypto::Identity &authentication,
+                                                     Error *error = nullptr);
 
 }  // namespace remote

@@ -4,12 +4,12 @@
 #include <array>
 
 #include "crypto/HashAlgorithm.hpp"
+#include "remote/AuthenticationKey.hpp"
 #include "remote/PaddedBlock.hpp"
 
 namespace remote {
 namespace {
 
-constexpr std::size_t kChallengeBytes = 16;
 constexpr std::size_t kPaddingBytes = 11;  // the least of PKCS #1 v1.5 (RFC 8017 9.2)
 constexpr std::size_t kLongestDigest = 64;
 

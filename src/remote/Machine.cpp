@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "remote/AuthenticationKey.hpp"
 #include "remote/Console.hpp"
 #include "support/HexString.hpp"
 
@@ -18,7 +19,6 @@ constexpr minutes kWaitAfterNoUser(5);
 constexpr minutes kWaitAfterRefusal(1);
 constexpr seconds kWaitForRemoval(2);
 constexpr milliseconds kWaitForGoodbye(500);
-constexpr std::size_t kChallengeBytes = 16;
 constexpr std::size_t kMostQuestions = 64;
 
 const char *verbOf(std::int64_t command) {
@@ -194,7 +194,6 @@ void Machine::handle(const QuillMessage &message) {
 }
 
 void Machine::authenticate(const QuillMessage &reply) {
-  const auto &challenge = reply.challenge;
   const std::string reason = reply.errorMessage.value_or("");
   if (!reply.status && reason.empty()) {
     complain(address_.name() + " refused to connect; next attempt in " +
@@ -209,13 +208,12 @@ void Machine::authenticate(const QuillMessage &reply) {
            support::hexString(services_.authenticationKeyHash));
     return retryAfter(kWaitAfterNoUser);
   }
-  // whatever else it is, it is no challenge: our signature might serve somewhere else
-  if (!challenge || challenge->size() != kChallengeBytes) {
-    complain(address_.name() + " sent a challenge that is not 16 bytes long; it was not signed");
+  Error error;
+  auto signature = answerToChallenge(reply.challenge, services_.authentication, &error);
+  if (!signature && error.domain == "challenge") {
+    complain(address_.name() + " " + error.description);
     return retryAfter(kWaitAfterNoUser);
   }
-  Error error;
-  auto signature = services_.authentication.key.signRawPKCS1(*challenge, &error);
   if (!signature) {
     complain("the authentication key can't sign: " + error.description);
     return giveUp();

@@ -2,13 +2,13 @@
 
 #include <utility>
 
+#include "remote/AuthenticationKey.hpp"
 #include "remote/KeyRing.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
 namespace {
 
-constexpr std::size_t kChallengeBytes = 16;
 // Where an account name may be asked for; the machine has only one to give.
 constexpr const char *kAccount = "cvnkfyvncuser";
 
@@ -31,17 +31,16 @@ bool authenticate(client::Connection &connection, const crypto::Identity &authen
                     support::hexString(*hash));
     return false;
   }
-  // whatever else it is, it is no challenge: our signature might serve somewhere else
-  if (!reply->challenge || reply->challenge->size() != kChallengeBytes) {
-    fail(error, "it sent a challenge that is not 16 bytes long; it was not signed");
+  Error reason;
+  auto signature = answerToChallenge(reply->challenge, authentication, &reason);
+  if (!signature) {
+    fail(error, reason.domain == "challenge" ? "it " + reason.description : reason.description);
     return false;
   }
-  auto signature = authentication.key.signRawPKCS1(*reply->challenge, error);
   const auto answer =
-      signature ? connection.request(QuillMessage::initCommandMessageAuthenticateWithSignature(
-                                         std::move(*signature), authentication.certificate.der()),
-                                     patience, error)
-                : std::nullopt;
+      connection.request(QuillMessage::initCommandMessageAuthenticateWithSignature(
+                             std::move(*signature), authentication.certificate.der()),
+                         patience, error);
   if (answer && !answer->status) {
     fail(error, "it did not accept our signature");
   }
