@@ -110,6 +110,7 @@ Outcome importIdentity(const Options &options, Session &session) {
 std::vector<Facts> factsOfAll(const std::vector<IdentityRecord> &inKeychain,
                               const std::vector<TokenIdentities> &tokens, const auto &isUsed) {
   std::vector<Facts> list;
+  list.reserve(inKeychain.size());
   for (const IdentityRecord &record : inKeychain) {
     list.push_back(factsOf(record, isUsed(record)));
   }
