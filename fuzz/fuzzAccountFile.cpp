@@ -2,13 +2,13 @@
 
 #include <cstdlib>
 
+#include "base/AccountFile.hpp"
 #include "base/Bytes.hpp"
-#include "linux/accounts/AccountFile.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   Bytes content(data, data + size);
-  const auto accounts = platform_linux::accountsIn(content, "ann");
-  for (const auto &account : accounts.value_or(std::vector<platform_linux::Account>{})) {
+  const auto accounts = base::accountsIn(content, "ann");
+  for (const auto &account : accounts.value_or(std::vector<base::Account>{})) {
     if (account.name != "ann") {
       std::abort();
     }

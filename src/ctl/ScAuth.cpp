@@ -5,8 +5,8 @@
 #include <ostream>
 #include <vector>
 
+#include "base/AccountFile.hpp"
 #include "base/Root.hpp"
-#include "ctl/AccountFile.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/PairingHash.hpp"
@@ -58,7 +58,9 @@ Outcome pair(const PairOptions &options, Session &session) {
   if (!hash) {
     return Failure{error.description, "kfy-remote keys"};
   }
-  if (!accountFileHas(options.user)) {
+  // the account file alone: users from the network are none of this machine
+  const auto accounts = base::accountsNamed(options.user, base::rooted("/etc/passwd"), &error);
+  if (!accounts || accounts->empty()) {
     return Failure{"no user \"" + options.user + "\" in the account file " +
                        base::rooted("/etc/passwd") + "; users from the network cannot be paired",
                    "cut -d: -f1 " + base::rooted("/etc/passwd")};

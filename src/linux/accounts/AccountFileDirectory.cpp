@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/AccountFile.hpp"
 #include "base/Root.hpp"
-#include "linux/accounts/AccountFile.hpp"
 #include "linux/accounts/PasswordRules.hpp"
 
 namespace platform_linux {
@@ -33,13 +33,13 @@ class AccountFileNode : public platform::LocalNode {
 
   [[nodiscard]] std::optional<std::vector<std::shared_ptr<platform::DirectoryRecord>>> queryUsers(
       const std::string &name, Error *error) override {
-    const auto accounts = accountsNamed(name, path_, error);
+    const auto accounts = base::accountsNamed(name, path_, error);
     if (!accounts) {
       return std::nullopt;
     }
     std::vector<std::shared_ptr<platform::DirectoryRecord>> records;
     records.reserve(accounts->size());
-    for (const Account &account : *accounts) {
+    for (const base::Account &account : *accounts) {
       records.push_back(std::make_shared<AccountRecord>(account.name, reporter_));
     }
     return records;

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/AccountFile.hpp"
 #include "base/Files.hpp"
 #include "base/Root.hpp"
-#include "linux/accounts/AccountFile.hpp"
 
 namespace platform_linux {
 namespace {
@@ -72,7 +72,7 @@ bool isLoginShell(const std::string &shell) {
 
 class ShadowAccount : public platform::AccountIdentity {
  public:
-  ShadowAccount(Account account, platform::ToolRunner &tools)
+  ShadowAccount(base::Account account, platform::ToolRunner &tools)
       : account_(std::move(account)), tools_(tools) {}
 
   [[nodiscard]] int accountClass() const override {
@@ -102,7 +102,7 @@ class ShadowAccount : public platform::AccountIdentity {
   }
 
  private:
-  Account account_;
+  base::Account account_;
   platform::ToolRunner &tools_;
   SecretBytes line_;  // as chpasswd(8) reads it
 };
@@ -116,7 +116,7 @@ std::unique_ptr<platform::Authorization> ShadowAccounts::createAuthorization(std
 
 std::unique_ptr<platform::AccountIdentity> ShadowAccounts::identityWithName(
     const std::string &name) {
-  auto accounts = accountsNamed(name, base::rooted("/etc/passwd"));
+  auto accounts = base::accountsNamed(name, base::rooted("/etc/passwd"));
   if (!accounts || accounts->size() != 1) {
     return nullptr;
   }

@@ -10,7 +10,7 @@
 
 #include "base/Error.hpp"
 
-namespace platform_linux {
+namespace base {
 
 // One line of the account file (passwd(5)).
 struct Account {
@@ -32,4 +32,4 @@ struct Account {
                                                              const std::string &name,
                                                              Error *error = nullptr);
 
-}  // namespace platform_linux
+}  // namespace base

@@ -1,4 +1,4 @@
-#include "linux/accounts/AccountFile.hpp"
+#include "base/AccountFile.hpp"
 
 #include <pwd.h>
 
@@ -8,7 +8,7 @@
 
 #include "base/Files.hpp"
 
-namespace platform_linux {
+namespace base {
 namespace {
 
 // No machine's account file is as large.
@@ -20,7 +20,7 @@ constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 std::optional<std::vector<Account>> accountsNamed(const std::string &name, const std::string &path,
                                                   Error *error) {
   // Read first and parsed in memory, so that a file that can't be read to its end is noticed.
-  auto content = base::readFile(path, kLargestFile, error);
+  auto content = readFile(path, kLargestFile, error);
   return content ? accountsIn(*content, name, error) : std::nullopt;
 }
 
@@ -33,7 +33,7 @@ std::optional<std::vector<Account>> accountsIn(std::span<std::uint8_t> content,
   const std::unique_ptr<FILE, int (*)(FILE *)> file(
       ::fmemopen(content.data(), content.size(), "re"), std::fclose);
   if (!file) {
-    base::reportErrno(error, errno, "cannot read accounts");
+    reportErrno(error, errno, "cannot read accounts");
     return std::nullopt;
   }
   std::vector<char> buffer(kLongestLine);
@@ -46,10 +46,10 @@ std::optional<std::vector<Account>> accountsIn(std::span<std::uint8_t> content,
     }
   }
   if (status != ENOENT) {
-    base::reportErrno(error, status, "cannot read accounts");
+    reportErrno(error, status, "cannot read accounts");
     return std::nullopt;
   }
   return accounts;
 }
 
-}  // namespace platform_linux
+}  // namespace base
