@@ -2,6 +2,7 @@
 #include <array>
 #include <boost/json.hpp>
 #include <charconv>
+#include <cmath>
 #include <exception>
 #include <iterator>
 
@@ -23,6 +24,14 @@ void writeNumber(JSONWriter &writer, Number number) {
   writer.raw({text.data(), end});
 }
 
+void writeDouble(JSONWriter &writer, double number) {
+  // "-0" would be read as the integer, which has no sign
+  if (number == 0 && std::signbit(number)) {
+    return writer.raw("-0.0");
+  }
+  writeNumber(writer, number);
+}
+
 void writeValue(JSONWriter &writer, const json::value &value) {
   switch (value.kind()) {
     case json::kind::null:
@@ -38,7 +47,7 @@ void writeValue(JSONWriter &writer, const json::value &value) {
       writeNumber(writer, value.get_uint64());
       break;
     case json::kind::double_:
-      writeNumber(writer, value.get_double());
+      writeDouble(writer, value.get_double());
       break;
     case json::kind::string:
       writer.text(std::string_view(value.get_string()));

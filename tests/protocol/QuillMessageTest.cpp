@@ -265,7 +265,7 @@ TEST_F(Message, ReadsStatusAsATruthValue) {
 
 TEST_F(Message, PassesCardEntriesOnUnchanged) {
   const std::string list =
-      R"([{"certificate":"QUI=","more":[1,-2,18446744073709551615,0.1,9.918899606007773,1e+300,null,true],"a\/b":""},)"
+      R"([{"certificate":"QUI=","more":[1,-2,18446744073709551615,0.1,9.918899606007773,-0.0,1e+300,null,true],"a\/b":""},)"
       R"("text",{"certificate":7},{"certificate":"*"}])";
   const auto message = decode(request("insert", ",\"certificates\":" + list));
   EXPECT_THAT(encode(*message), HasSubstr("\"certificates\":" + list));
