@@ -88,7 +88,7 @@ TEST_F(Kfyctl, ListsTokensApartAndUsesWhatIsOnThem) {
   const crypto::Identity onToken = fakes::makeIdentity("Card");
   const std::string cardHash = support::hexString(onToken.certificate.sha1());
   soft.make("office", "1234");
-  soft.put("office", onToken, "card", 1);
+  soft.put("office", onToken, "card", "01");
   std::filesystem::create_directories(sandboxedRoot() / "etc/pkcs11");
   std::filesystem::copy(soft.moduleFolder(), sandboxedRoot() / "etc/pkcs11/modules");
   const std::string hash = created("Box");

@@ -14,7 +14,7 @@ class TokenServer : public Machine, public testing::WithParamInterface<const cha
  public:
   TokenServer() {
     soft.make("machine", "1234");
-    soft.put("machine", isRSA() ? rsaIdentity() : ecIdentity(), "tls", 1);
+    soft.put("machine", isRSA() ? rsaIdentity() : ecIdentity(), "tls", "01");
     std::filesystem::create_directories(at("/etc/pkcs11"));
     std::filesystem::copy(soft.moduleFolder(), at("/etc/pkcs11/modules"));
     succeed("kfyctl", {"identity", "use", "tls"});
