@@ -36,21 +36,6 @@ TEST_F(PasswordItems, AreTheirNamesAlone) {
   EXPECT_THAT(reports, ElementsAre());
 }
 
-TEST_F(PasswordItems, SayWhenTheyWereWrittenAndTheirValueOnlyWhenAsked) {
-  const PasswordName name{"s", "a", {}};
-  auto before = std::chrono::system_clock::now() - std::chrono::milliseconds(1);
-  for (const auto write :
-       {&platform::ItemStore::addPassword, &platform::ItemStore::updatePassword}) {
-    ASSERT_EQ((store.*write)(name, secret("x")), platform::itemSuccess);
-    const auto match = store.searchPassword(name, /*returnData=*/false);
-    EXPECT_FALSE(match.value);
-    ASSERT_TRUE(match.modificationDate);
-    EXPECT_GT(*match.modificationDate, before);
-    EXPECT_LE(*match.modificationDate, std::chrono::system_clock::now());
-    runInFile("UPDATE passwords SET modified = 0");
-  }
-}
-
 TEST_F(PasswordItems, LeaveNothingOfAnOldValueInTheFile) {
   ASSERT_EQ(store.addPassword({"s", "a", {}}, secret("first value")), platform::itemSuccess);
   ASSERT_NE(folder.read(kFile).find("first value"), std::string::npos);

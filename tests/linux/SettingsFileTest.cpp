@@ -83,21 +83,4 @@ TEST(SettingsFile, MissingFileIsMadeReadableForAllAndAnExistingOneKeepsItsMode) 
   EXPECT_EQ(folder.modeOf(path), 0600U);
 }
 
-TEST(SettingsFile, ListsInTheOrderOfLinesOrSaysWhereItFails) {
-  const fakes::TemporaryFolder folder;
-  const SettingsFile file(folder / "kfyd.toml");
-  EXPECT_TRUE(file.readAll().value().empty());
-  folder.write("kfyd.toml", "z = 1\na = \"x\"\nd = 1.5\nb = true\n");
-  const auto settings = file.readAll().value();
-  ASSERT_EQ(settings.size(), 3);
-  EXPECT_EQ(settings[0].key, "z");
-  EXPECT_EQ(settings[1].value, SettingValue(std::string("x")));
-  EXPECT_EQ(settings[2].key, "b");
-  folder.write("kfyd.toml", "z = 1\na = [\n");
-  Error error;
-  EXPECT_FALSE(file.readAll(&error));
-  EXPECT_EQ(error.description.find(folder / "kfyd.toml, line 2: "), 0) << error.description;
-  EXPECT_FALSE(file.set("z", true, &error));
-}
-
 }  // namespace

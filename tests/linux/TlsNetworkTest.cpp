@@ -9,9 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <optional>
 #include <sstream>
 #include <thread>
@@ -64,7 +62,7 @@ class Network : public testing::Test {
       if (chunk.isFinal) {
         finalError = chunk.errorNumber;
         statesAtEnd = states.size();
-      } else if (onChunk(); connection) {
+      } else if (connection) {
         receiveNext();
       }
     });
@@ -116,11 +114,6 @@ class Network : public testing::Test {
     EXPECT_EQ(channel->flush(), TlsChannel::Result::done);
   }
 
-  static std::size_t openDescriptors() {
-    const std::filesystem::directory_iterator open("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(open), end(open)));
-  }
-
   CleansedBytes bytes(std::size_t size) const { return CleansedBytes(size, 'x'); }
 
   AsioMainQueue queue;
@@ -134,7 +127,6 @@ class Network : public testing::Test {
   std::size_t statesAtEnd = 0;
   std::vector<std::pair<ConnectionState, int>> states;
   std::string received;
-  std::function<void()> onChunk = [] {};
   base::Descriptor client;
   std::optional<TlsChannel> channel;
 };
@@ -147,22 +139,6 @@ TEST_F(Network, GivesUpAHandshakeThatTakesTooLong) {
   EXPECT_EQ(connection, nullptr);
   char byte = 0;
   EXPECT_EQ(recv(client.get(), &byte, 1, MSG_DONTWAIT), 0);
-}
-
-TEST_F(Network, HandshakeThatWaitedForABlockedQueueIsStillTaken) {
-  // the queue is blocked until long after the handshake's time, or until just after it
-  for (const auto &[time, blocked] : {std::pair(300ms, 1000ms), std::pair(1500ms, 1600ms)}) {
-    connection.reset();
-    failedHandshake.reset();
-    listen(time);
-    client = dial();
-    queue.context().run_for(50ms);  // the socket is accepted, its time runs
-    queue.post([pause = blocked] { std::this_thread::sleep_for(pause); });
-    queue.context().run_for(blocked + 20ms);
-    channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
-    runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
-    EXPECT_FALSE(failedHandshake) << blocked.count();
-  }
 }
 
 TEST_F(Network, ResetReportsFailedAndThenEndsTheStream) {
@@ -194,33 +170,6 @@ TEST_F(Network, CancelDeliversWhatWasSentAndTellsOnALaterEvent) {
                                   std::pair(ConnectionState::cancelled, 0)));
   EXPECT_EQ(received, "");
   EXPECT_FALSE(finalError);
-}
-
-TEST_F(Network, CancelAfterALostWriteWaitsForNothing) {
-  const std::size_t before = openDescriptors();
-  establish();
-  std::optional<int> completion;
-  onChunk = [&] {
-    if (completion) {
-      std::exchange(connection, nullptr)->cancel();
-      return;
-    }
-    fakes::reset(client);
-    connection->send(bytes(20), [&](int error) { completion = error; });
-  };
-  EXPECT_NE(channel->encryptRecord(base::viewOf("the answer to this fails")), 0U);
-  sendFromClient("before this is delivered");
-  runUntil([&] { return connection == nullptr && openDescriptors() == before; });
-  EXPECT_NE(completion, 0);
-}
-
-TEST_F(Network, DroppedConnectionSendsTheRestAndSaysNothing) {
-  establish();
-  connection->send(bytes(100000), [](int) {});
-  states.clear();
-  connection.reset();
-  EXPECT_EQ(readToEnd().size(), 100000U);
-  EXPECT_EQ(states.size(), 0U);
 }
 
 // How often the text stands on this process's heap. It is given in reverse, so that nothing of the

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -75,27 +74,6 @@ TEST_F(Defaults, FileThatOthersCanWriteCountsAsAbsentUntilTheyCannot) {
     EXPECT_THAT(reports_, ElementsAre(HasSubstr("can be written")));
     reports_.clear();
   }
-}
-
-TEST_F(Defaults, WantOfDescriptorsChangesNothing) {
-  folder_.write("kfyd.toml", "n = 1\n");
-  EXPECT_EQ(number(), 1);
-  folder_.write("kfyd.toml", "n = 2\n");
-  rlimit limit{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit none{0, limit.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  EXPECT_EQ(number(), 1);
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-  EXPECT_EQ(number(), 2);
-  EXPECT_THAT(reports_, IsEmpty());
-}
-
-TEST_F(Defaults, FolderInTheFilesPlaceIsReportedOnce) {
-  std::filesystem::create_directory(folder_ / "kfyd.toml");
-  EXPECT_EQ(number(), std::nullopt);
-  EXPECT_EQ(number(), std::nullopt);
-  EXPECT_THAT(reports_, ElementsAre(HasSubstr("not a regular file")));
 }
 
 TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
