@@ -39,7 +39,6 @@ TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), second.reference);
   EXPECT_EQ(store.tokenSearches, 0) << "tokens are left alone where the keychain has a match";
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), nullptr);
-  EXPECT_THAT(takeEntries(), IsEmpty()) << "no match is no error";
 }
 
 TEST_F(Keychain, LowersTheNameButNotTheLabel) {
@@ -67,15 +66,6 @@ TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:using PIN in LAContext"));
 }
 
-TEST_F(Keychain, HashesThePublicKeyOfATokensCertificate) {
-  EXPECT_EQ(keychain.publicKeyHashForCertificateWithSHA1Hash(onOther.reference->certificate.sha1(),
-                                                             kNoPIN),
-            onOther.publicKeyHash);
-  EXPECT_EQ(
-      keychain.publicKeyHashForCertificateWithSHA1Hash(first.reference->certificate.sha1(), kNoPIN),
-      std::nullopt);
-}
-
 TEST_F(Keychain, FindsBySubjectOnlyWhatIsUnique) {
   EXPECT_EQ(keychain.findIdentityWithSubject("Last"), onOther.reference);
   EXPECT_EQ(keychain.findIdentityWithSubject("Token"), nullptr);
@@ -93,34 +83,6 @@ TEST_F(Keychain, DescribesTokensInOrderWithKeyHashes) {
   EXPECT_EQ(support::dataFromBase64String(list[1].certificate),
             onToken.reference->certificate.der());
   EXPECT_TRUE(list[0].canSign && !list[0].canDecrypt && !list[0].canUnwrap);
-  auto lines = takeEntries();
-  ASSERT_EQ(lines.size(), 11U);
-  EXPECT_EQ(lines[0], "kfy:token IDS: (C, B, A)");
-  EXPECT_EQ(lines[1], "kfy:querying for identities on C");
-  EXPECT_EQ(lines[2], "kfy:found 1 identities");
-  EXPECT_EQ(lines[4], "kfy:No identities found for B");
-  EXPECT_EQ(lines[7], "kfy:------certificate array from keychain------");
-  EXPECT_EQ(lines[8], "kfy:" + list[0].certificate);
-}
-
-TEST_F(Keychain, DescribesAllWithoutKeyHashes) {
-  setDebugMode(true);
-  defaults.values["kfyd/verboseLogging"] = true;
-  store.items.resize(1);
-  const auto list = keychain.iosCertificateArrayFromKeychain();
-  ASSERT_EQ(list.size(), 1U);
-  EXPECT_EQ(list[0].publicKeyHash, std::nullopt);
-  EXPECT_THAT(takeEntries(), ElementsAre("kfy:querying ios certificates",
-                                         "kfy:------certificate array from keychain------",
-                                         "kfy:certificate in keychain:" + list[0].certificate));
-}
-
-TEST_F(Keychain, SummarisesEveryIdentity) {
-  const auto summaries = keychain.availableIdentityInfo();
-  ASSERT_EQ(summaries.size(), 5U);
-  EXPECT_EQ(summaries[1].cn, "Two");
-  EXPECT_EQ(summaries[1].sha1_fingerprint,
-            support::hexString(second.reference->certificate.sha1()));
 }
 
 TEST_F(Keychain, TokensThatFailHideNothingOfTheKeychain) {
@@ -136,27 +98,6 @@ TEST_F(Keychain, TokensThatFailHideNothingOfTheKeychain) {
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), nullptr);
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyCertificate error"));
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), onToken.reference);
-}
-
-TEST_F(Keychain, SaysWhatFails) {
-  store.presentTokens = {"A"};
-  for (const auto failure : {platform::itemNotFound, platform::itemStoreUnusable}) {
-    store.failure = store.tokenFailure = failure;
-    const bool isEmpty = failure == platform::itemNotFound;
-    EXPECT_EQ(keychain.findIdentityWithSHA1Hash({}, /*tokenOnly=*/false, kNoPIN), nullptr);
-    EXPECT_EQ(keychain.keychainIdentities(), std::nullopt);
-    EXPECT_THAT(keychain.availableIdentityInfo(), IsEmpty());
-    EXPECT_EQ(keychain.findIdentityWithSubject("One"), nullptr);
-    EXPECT_EQ(keychain.iosCertificateArrayFromKeychain().size(), 0U);
-    EXPECT_EQ(keychain.smartcardCertificateArrayFromKeychain().size(), 0U);
-    EXPECT_THAT(
-        takeEntries(),
-        ElementsAre(
-            "kfy:SecIdentityCopyCertificate error", "kfy:SecIdentityCopyCertificate error",
-            "kfy:SecIdentityCopyCertificate error",
-            isEmpty ? "kfy:No identities found" : "kfy:SecItemCopyMatching error: -25291",
-            isEmpty ? "kfy:No identities found for A" : "kfy:SecItemCopyMatching error: -25291"));
-  }
 }
 
 TEST_F(Keychain, PinnedCertificateIsReadableByAllWhateverTheUmask) {
