@@ -25,7 +25,6 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
   }
   [[nodiscard]] platform::IdentityMatches searchIdentities(const platform::IdentityQuery &query,
                                                            const IsWanted &isWanted) override {
-    ++tokenSearches;
     isWantedGiven = isWanted != nullptr;
     return search(query, /*onTokens=*/true, tokenFailure);
   }
@@ -42,8 +41,7 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
       return platform::itemDuplicate;
     }
     items.push_back({record, ""});
-    return items.size() > room         ? items.pop_back(),
-           platform::itemStoreUnusable : platform::itemSuccess;
+    return platform::itemSuccess;
   }
   [[nodiscard]] platform::ItemStatus deleteIdentity(ByteView /*certificateSHA1*/) override {
     return platform::itemStoreUnusable;
@@ -78,10 +76,8 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
   std::vector<std::string> presentTokens;
   platform::ItemStatus failure = platform::itemSuccess;       // of the keychain
   platform::ItemStatus tokenFailure = platform::itemSuccess;  // of every search on tokens
-  int tokenSearches = 0;
   bool isWantedGiven = false;  // whether the last of them said what it was for
   std::vector<platform::IdentityQuery> queries;
-  std::size_t room = 1000;                                    // identities that it holds at most
   platform::ItemStatus writeFailure = platform::itemSuccess;  // of adding and updating passwords
   // By service, account and group, in one text; "#" before those that do not synchronise.
   std::map<std::string, platform::PasswordMatch> passwords;
