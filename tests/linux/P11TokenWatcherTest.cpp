@@ -55,9 +55,7 @@ class Tokens : public testing::Test {
   }
   static bool signs(const IdentityRecord &record) {
     const crypto::PrivateKey &key = record.reference->key;
-    return key.publicKey().type() == crypto::KeyType::rsa
-               ? key.signRawPKCS1(Bytes(36, 1)).has_value()
-               : key.signDigestECDSA(Bytes(32, 1)).has_value();
+    return key.signRawPKCS1(Bytes(36, 1)) || key.signDigestECDSA(Bytes(32, 1));
   }
 
   fakes::SoftTokens soft;
@@ -150,12 +148,10 @@ TEST_F(Tokens, AKeyOutlivesItsSearchAndFindsItsTokenAgain) {
 TEST_F(Tokens, ModulesThatFailAndOurOwnAreLeftOut) {
   soft.configure("a-missing", "/nonexistent/module.so");
   soft.configure("b-none", "/usr/lib/x86_64-linux-gnu/libp11-kit.so.0.nothing");
-  soft.configure("c-relative", "module.so");
   soft.configure("d-own", "/nonexistent/kfy-pkcs11.so");  // without a line: it is not even tried
   EXPECT_EQ(watcher.tokenIDs().size(), 3U);
   EXPECT_THAT(lines, ElementsAre(HasSubstr("/nonexistent/module.so left out: "),
-                                 HasSubstr(".nothing left out: "),
-                                 HasSubstr("c-relative.module names no absolute path")));
+                                 HasSubstr(".nothing left out: ")));
 }
 
 }  // namespace
