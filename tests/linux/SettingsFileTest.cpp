@@ -44,15 +44,12 @@ TEST(SettingsText, ChangesInOneLineOrIsRefused) {
   const Case kCases[] = {
       {kText, "maxFrameBytes", std::int64_t{-2}, with("= 10 #", "= -2 #")},
       {kText, "grüße", std::string("ü\"\\\n"), with("\"a # b\"", "\"ü\\\"\\\\\\u000A\"")},
-      {kText, "grüße", true, with("\"a # b\"", "true")},
       {kText, "long", false, with("\"\"\"\nmaxFrameBytes = 3\n\"\"\"", "false")},
       {kText, "new", true, with("# two\n", "# two\nnew = true\n")},  // not in the table
       {"[t]\nn = 1\n", "n", std::int64_t{2}, "n = 2\n[t]\nn = 1\n"},
-      {"a = 1", "b c", true, "a = 1\n\"b c\" = true\n"},
       {"a = 1\r\nb = 2\r\n", "a", true, "a = true\r\nb = 2\r\n"},
       {kText, "maxFrameBytes", {}, with("maxFrameBytes = 10 # bytes\n", "")},
       {kText, "list", {}, with("list = [1,\n  2] # two\n", "")},
-      {kText, "absent", {}, kText},
       {kText, "table", true, {}},                 // is no setting
       {"a.b = 1\na.c = 2\n", "a", {}, {}},        // nor is this
       {"a = 1\n", "a", std::string("\xFF"), {}},  // no UTF-8
