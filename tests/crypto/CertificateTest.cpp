@@ -31,18 +31,6 @@ TEST(SelfSigned, IsAValidServerCertificate) {
   }
 }
 
-TEST(SelfSigned, TakesNamesAndDatesAsTheyAre) {
-  const crypto::PrivateKey key = madeKey("EC");
-  const auto comma = Certificate::selfSigned(key, "a,DNS:evil.example", 10, /*serverName=*/true);
-  EXPECT_EQ(X509_check_host(comma->native(), "evil.example", 0, 0, nullptr), 0);
-  EXPECT_FALSE(Certificate::selfSigned(key, "büro", 10, /*serverName=*/true).has_value());
-  const auto late = Certificate::selfSigned(key, "Büro", 7000 * 365, /*serverName=*/false);
-  EXPECT_EQ(late->commonName(), "Büro");
-  EXPECT_EQ(late->subject(), "CN = Büro");
-  EXPECT_GT(late->notAfter(), std::chrono::system_clock::now() + std::chrono::years(100))
-      << "a date that the clock cannot hold";
-}
-
 TEST(Certificate, IsReadFromExactlyItsBytes) {
   const Certificate made = madeIdentity("EC", "host").certificate;
   Bytes der = made.der();
@@ -54,17 +42,6 @@ TEST(Certificate, IsReadFromExactlyItsBytes) {
   der.push_back(0);
   EXPECT_FALSE(Certificate::fromDER(der));
   EXPECT_FALSE(Certificate::fromDER({}));
-}
-
-TEST(Certificate, ReadsAllOfAPEMTextInOrder) {
-  const crypto::Identity first = madeIdentity("EC", "first");
-  const std::string text =
-      pemOf(first) + "prose\n" + madeIdentity("RSA", "second").certificate.pem();
-  const auto certificates = Certificate::allFromPEM(base::viewOf(text));
-  ASSERT_EQ(certificates.size(), 2u);
-  EXPECT_EQ(certificates[0].commonName(), "first");
-  EXPECT_EQ(certificates[1].commonName(), "second");
-  EXPECT_TRUE(Certificate::allFromPEM(base::viewOf("prose")).empty());
 }
 
 }  // namespace

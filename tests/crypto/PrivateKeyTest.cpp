@@ -17,16 +17,6 @@ Bytes bytesOfHex(std::string_view digits) {
   return bytes;
 }
 
-TEST(PrivateKey, SignsThePaddedBlockThatItIsGiven) {
-  const crypto::PrivateKey key = madeKey("RSA");
-  // RFC 8017 9.2: 00 01 FF … FF 00 data
-  Bytes block(256, 0xff);
-  block[0] = block[235] = 0;
-  block[1] = 1;
-  const Bytes data(block.begin() + 236, block.end());
-  EXPECT_TRUE(base::equal(key.rawRSA(block)->reveal(), key.signRawPKCS1(data).value()));
-}
-
 TEST(PrivateKey, RefusesDataThatDoesNotFitItsModulusOrType) {
   const crypto::PrivateKey key = madeKey("RSA");
   EXPECT_TRUE(key.signRawPKCS1(Bytes(256 - 11)));
@@ -69,14 +59,6 @@ TEST(PrivateKey, AgreesWithAPeerOnOneCoordinate) {
   theirPoint[0] = 2;
   EXPECT_FALSE(mine.deriveECDH(theirPoint)) << "compressed";
   EXPECT_FALSE(mine.deriveECDH({}));
-}
-
-TEST(PrivateKey, RefusesBytesBehindAPKCS8Key) {
-  const SecretBytes der = madeKey("EC").pkcs8();
-  Bytes longer(der.reveal().begin(), der.reveal().end());
-  ASSERT_TRUE(crypto::PrivateKey::fromPKCS8(longer));
-  longer.push_back(0);
-  EXPECT_FALSE(crypto::PrivateKey::fromPKCS8(longer));
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 #include "crypto/PublicKey.hpp"
 
 #include <gtest/gtest.h>
-#include <openssl/core_names.h>
-#include <openssl/evp.h>
-#include <openssl/rsa.h>
-#include <openssl/x509.h>
 
+#include "crypto/HashAlgorithm.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace {
@@ -33,34 +30,6 @@ TEST(PublicKey, ExportsWhatStandsInTheSubjectPublicKeyInfo) {
   EXPECT_EQ(error.description, "a key of type X25519 has no exported form");
 }
 
-TEST(PublicKey, ExportsAPointUncompressedWhateverFormTheCertificateHolds) {
-  const crypto::PrivateKey key = madeKey("EC");
-  EVP_PKEY *raw = EVP_PKEY_dup(key.native());
-  EVP_PKEY_set_utf8_string_param(raw, OSSL_PKEY_PARAM_EC_POINT_CONVERSION_FORMAT,
-                                 OSSL_PKEY_EC_POINT_CONVERSION_FORMAT_COMPRESSED);
-  const Bytes info =
-      crypto::PublicKey(std::shared_ptr<EVP_PKEY>(raw, EVP_PKEY_free)).subjectPublicKeyInfo();
-  ASSERT_EQ(info.size(), 26u + 33u);
-  const std::uint8_t *position = info.data();
-  const crypto::PublicKey compressed(std::shared_ptr<EVP_PKEY>(
-      d2i_PUBKEY(nullptr, &position, static_cast<long>(info.size())), EVP_PKEY_free));
-  EXPECT_EQ(compressed.externalRepresentation(), key.publicKey().externalRepresentation());
-}
-
-// As most programs sign: over a DigestInfo with SHA-256, or with PSS.
-Bytes digestSignature(int padding, const Bytes &message) {
-  EVP_MD_CTX *context = EVP_MD_CTX_new();
-  EVP_PKEY_CTX *parameters = nullptr;
-  Bytes signature(256);
-  std::size_t length = signature.size();
-  EXPECT_EQ(
-      EVP_DigestSignInit(context, &parameters, EVP_sha256(), nullptr, madeKey("RSA").native()), 1);
-  EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(parameters, padding), 1);
-  EXPECT_EQ(EVP_DigestSign(context, signature.data(), &length, message.data(), message.size()), 1);
-  EVP_MD_CTX_free(context);
-  return signature;
-}
-
 TEST(PublicKey, AcceptsASignatureOverExactlyTheDataItself) {
   const Bytes challenge(16, 0x5a);
   const crypto::PrivateKey key = madeKey("RSA");
@@ -69,8 +38,9 @@ TEST(PublicKey, AcceptsASignatureOverExactlyTheDataItself) {
   };
   EXPECT_TRUE(accepts(key.signRawPKCS1(challenge).value()));
   EXPECT_FALSE(accepts(key.signRawPKCS1(Bytes(17, 0x5a)).value()));
-  EXPECT_FALSE(accepts(digestSignature(RSA_PKCS1_PADDING, challenge)));
-  EXPECT_FALSE(accepts(digestSignature(RSA_PKCS1_PSS_PADDING, challenge)));
+  const auto digest = crypto::digestOf(crypto::HashAlgorithm::sha256, challenge);
+  EXPECT_FALSE(
+      accepts(key.signRawPKCS1(crypto::digestInfo(crypto::HashAlgorithm::sha256, digest)).value()));
   EXPECT_FALSE(accepts({}));
 }
 
