@@ -28,17 +28,6 @@ TEST(SecretInput, IsTheFirstLineOfAFile) {
   EXPECT_NE(error.description.find("absent"), std::string::npos);
 }
 
-TEST(SecretInput, IsTheFirstLineFromADescriptorAndLeavesTheNext) {
-  std::array<int, 2> ends{};
-  ASSERT_EQ(::pipe(ends.data()), 0);
-  const base::Descriptor reader(ends[0]);
-  ASSERT_EQ(::write(ends[1], "sesam\nopen", 10), 10);
-  ::close(ends[1]);
-  EXPECT_EQ(revealed(secretFromDescriptor(reader.get())), "sesam");
-  EXPECT_EQ(revealed(secretFromDescriptor(reader.get())), "open");
-  EXPECT_FALSE(secretFromDescriptor(-1));
-}
-
 TEST(SecretInput, IsTypedAtATerminalThatDoesNotShowItAndIsNeverLeftSilent) {
   const fakes::PersonAtATerminal person;
   const base::Descriptor terminal = person.openTerminal();
