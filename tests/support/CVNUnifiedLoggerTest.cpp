@@ -207,12 +207,6 @@ TEST_F(Logger, PlaceOfTheLogFollowsSettingsAndUser) {
   }
 }
 
-TEST_F(Logger, WarningsEndWithTheTextOfTheirErrorNumber) {
-  support::warn(ECONNREFUSED, "connect to %s port %u (%s) failed", "192.0.2.1", 4116U, "tcp");
-  EXPECT_EQ(log.standardError,
-            "kfyd: connect to 192.0.2.1 port 4116 (tcp) failed: Connection refused\n");
-}
-
 TEST(SilentProgram, LogsNothingAndMakesNoFolder) {
   CVNLog("nobody hears");
   CVNLogDebug("nobody hears");

@@ -75,16 +75,6 @@ TEST(Base64, HasTwoReaders) {
   }
 }
 
-TEST(Base64, OfEveryLengthIsReadBack) {
-  Bytes bytes;
-  for (std::size_t length = 0; length < 200; ++length) {
-    EXPECT_EQ(dataFromBase64String(base64EncodedString(bytes)), bytes);
-    const auto field = dataFromBase64Field(base64EncodedString(bytes));
-    EXPECT_TRUE(field && base::equal(*field, bytes)) << length;
-    bytes.push_back(static_cast<std::uint8_t>(length * 37));
-  }
-}
-
 TEST(Base64, OfArraysStaysOnOneLineAndPassesTheRestThrough) {
   const std::vector<ArrayElement> array{Bytes(49), OtherValue{"7"}};
   const auto encoded = base64DataEncodedArray(array);
