@@ -66,10 +66,5 @@ TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
   EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "two withdrawn", "three no"}));
 }
 
-TEST(Consent, CannotAskWithoutATerminal) {
-  Terminal none{base::Descriptor()};
-  EXPECT_FALSE(Consent(none).canAsk());
-}
-
 }  // namespace
 }  // namespace remote

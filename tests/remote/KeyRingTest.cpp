@@ -51,26 +51,5 @@ TEST(KeyRing, KnowsTheKeyThatAuthenticatesAndOffersItForSignaturesAlone) {
   EXPECT_TRUE(info.canSign && !info.canDecrypt && !info.canUnwrap);
 }
 
-TEST(KeyRing, AsksForAPasswordUntilOneFits) {
-  const fakes::TemporaryFolder folder;
-  const std::string path = folder / "encrypted.pem";
-  folder.write("encrypted.pem", fakes::encryptedPemOf(fakes::makeIdentity("key"), "sesame"));
-  std::vector<int> attempts;
-  int fitting = 2;
-  const auto passwords = [&](const std::string &file, int attempt, Error *error) {
-    EXPECT_EQ(file, path);
-    attempts.push_back(attempt);
-    base::report(error, "password", 0, "enough");
-    return attempt == 3 ? std::nullopt
-                        : std::optional(SecretText(attempt == fitting ? "sesame" : "wrong"));
-  };
-  Error error;
-  EXPECT_TRUE(KeyRing::load(std::vector{path}, {}, {}, passwords, &error)) << error.description;
-  fitting = 4;
-  EXPECT_FALSE(KeyRing::load(std::vector{path}, {}, {}, passwords, &error));
-  EXPECT_EQ(error.description, path + ": enough");
-  EXPECT_EQ(attempts, (std::vector{0, 1, 2, 0, 1, 2, 3}));
-}
-
 }  // namespace
 }  // namespace remote

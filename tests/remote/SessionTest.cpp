@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
 #include <functional>
 
 #include "fakes/TemporaryFolder.hpp"
@@ -53,11 +52,6 @@ class ServedSession : public testing::Test {
     return reply;
   }
 
-  void approve(ServedConnection &connection, const QuillMessage &request) const {
-    connection.send(QuillMessage::initWithReplyMessageForCommand(request.command, /*status=*/true,
-                                                                 request.messageID));
-  }
-
   const StopSignal stop_;  // before the first thread
   fakes::TemporaryFolder folder_;
   crypto::Identity authentication_ = authenticationKey(folder_.path()).value();
@@ -67,38 +61,6 @@ class ServedSession : public testing::Test {
   KnownHosts knownHosts_{folder_ / "known_hosts"};
   Terminal terminal_{base::Descriptor()};
 };
-
-TEST_F(ServedSession, InsertsSignsAndWithdrawsTheCardAtASignal) {
-  const auto ended = session(
-      [&](ServedConnection &connection) {
-        ASSERT_TRUE(connection.handshake());
-        const Bytes challenge(16, 0x5A);
-        const auto connect = connection.receive().value();
-        EXPECT_EQ(connect.certificateArray, (QuillMessage::CertificateArray{hash_}));
-        connection.send(connectReply(connect, challenge));
-        const auto authenticate = connection.receive().value();
-        const auto key = authentication_.key.publicKey();
-        EXPECT_EQ(authenticate.certificateUsedToAuthenticate, authentication_.certificate.der());
-        EXPECT_TRUE(key.verifyRawPKCS1(*authenticate.challengeSignature, challenge));
-        approve(connection, authenticate);
-        const auto insert = connection.receive().value();
-        const Bytes card = cardKey_.certificate.sha1();
-        EXPECT_EQ(insert.certificates->entries()[0].certificateSHA1, card);
-        approve(connection, insert);
-        for (const Bytes &hash : {card, Bytes(20, 9)}) {
-          connection.send(
-              QuillMessage::initCommandMessageSignData(Bytes(32, 3), hash, SecretText("")));
-          EXPECT_EQ(connection.receive().value().status, hash == card);
-        }
-        end();
-        const auto remove = connection.receive().value();
-        EXPECT_EQ(remove.command, QuillCommandRemove);
-        approve(connection, remove);
-        EXPECT_FALSE(connection.receive());
-      },
-      pin);
-  EXPECT_TRUE(ended.bySignal && ended.mayClearUp);
-}
 
 TEST_F(ServedSession, SignsNothingButAChallengeForItsOwnKey) {
   struct Case {
