@@ -1,9 +1,7 @@
 #include "requests/ClientAuthentication.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <fstream>
-#include <limits>
 
 #include "fakes/MadeKeys.hpp"
 #include "requests/PairingListing.hpp"
@@ -11,7 +9,6 @@
 
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 
 const std::string kHeader = "SmartCard: com.corvane.keyferry.ctkextension:1\n";
@@ -99,62 +96,6 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   EXPECT_TRUE(remote.connection->isCancelled);
 }
 
-TEST_F(Authentication, RunsTheListingWithinItsLimits) {
-  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
-  pairWith(hashOf(client()));
-  const Peer remote = this->remote();
-  connect(remote, {hashOf(client())});
-  EXPECT_EQ(tools.calls[0].limits.time, std::chrono::seconds(20));
-  EXPECT_EQ(tools.calls[0].limits.outputBytes, 1U << 20);
-  defaults.values["kfyd/pairingToolSeconds"] = kMost;
-  defaults.values["kfyd/pairingToolBytes"] = std::int64_t{-1};
-  connect(remote, {hashOf(client())});
-  EXPECT_GT(tools.calls[1].limits.time, std::chrono::years(1)) << "and not less than nothing";
-  EXPECT_EQ(tools.calls[1].limits.outputBytes, 1U << 20);
-}
-
-TEST_F(Authentication, FailsWithAnyOtherProof) {
-  const crypto::Identity ec = fakes::makeIdentity("elliptic");
-  const Bytes challenge(16, 0x5A);
-  // RFC 8017, 9.2: the prefix for MD5, whose digest is as long as a challenge
-  Bytes info = *support::dataWithHexString("3020300C06082A864886F70D020505000410");
-  info.insert(info.end(), challenge.begin(), challenge.end());
-  const crypto::PrivateKey &key = client().key;
-  struct Case {
-    const char *what;
-    const crypto::Identity &paired;
-    std::optional<Bytes> signature;
-    const crypto::Certificate &certificate;
-  };
-  const Case kCases[] = {
-      {"another certificate", client(), key.signRawPKCS1(challenge), otherClient().certificate},
-      {"another key", client(), otherClient().key.signRawPKCS1(challenge), client().certificate},
-      {"a digest", client(), key.signRawPKCS1(support::sha256(challenge)), client().certificate},
-      {"a DigestInfo", client(), key.signRawPKCS1(info), client().certificate},
-      {"an elliptic-curve key", ec, ec.key.signDigestECDSA(challenge), ec.certificate},
-  };
-  for (const Case &row : kCases) {
-    pairWith(hashOf(row.paired));
-    const Peer remote = this->remote();
-    connect(remote, {hashOf(row.paired)});
-    remote.worker->challenge = challenge;
-    const auto reply = ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-                               row.signature.value(), row.certificate.der()),
-                           remote);
-    EXPECT_FALSE(reply.status) << row.what;
-    EXPECT_TRUE(remote.connection->isCancelled) << row.what;
-  }
-}
-
-TEST_F(Authentication, FailsWithoutAChallengeOrACertificate) {
-  EXPECT_FALSE(authenticate(remote(), client(), Bytes(16)));
-  QuillMessage message =
-      QuillMessage::initCommandMessageAuthenticateWithSignature(Bytes(256), Bytes{1, 2});
-  EXPECT_FALSE(ask(message, remote()).status);
-  message.challengeSignature.reset();
-  EXPECT_FALSE(ask(message, remote()).status);
-}
-
 TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge) {
   tools.answers = {"", std::nullopt, kHeader + kSection + "tooshort\n", kHeader};
   const Peer remote = this->remote();
@@ -181,13 +122,6 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
       28);
 }
 
-TEST_F(Authentication, FindsAPairingThatComesMeanwhile) {
-  pairWith(hashOf(client()));
-  tools.answers.push_front(kHeader);
-  EXPECT_TRUE(connect(remote(), {}).status);
-  EXPECT_EQ(clock.pauses.size(), 1U);
-}
-
 TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
   tools.answers = {kHeader + kSection + std::string(39, 'A') + "éé"};
   EXPECT_FALSE(connect(remote(), {hashOf(client())}).status);
@@ -195,16 +129,6 @@ TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
   EXPECT_EQ(clock.pauses.size(), 0U);
   tools.answers = {kHeader + kSection + "0x" + std::string(38, 'A') + "BB"};
   EXPECT_EQ(connect(remote(), {}).selectedCertificateHash, Bytes(19, 0xAA));
-}
-
-TEST_F(Authentication, WithoutAListAnswersFalseWithAChallenge) {
-  const Peer remote = this->remote();
-  remote.worker->selectedCertificateHash = Bytes{1};
-  const QuillMessage reply = ask(QuillMessage::initCommandMessageConnectWithLocalhost(), remote);
-  EXPECT_FALSE(reply.status);
-  EXPECT_EQ(reply.challenge->size(), 16U);
-  EXPECT_EQ(remote.worker->selectedCertificateHash, Bytes{1}) << "left as it was";
-  EXPECT_EQ(tools.calls.size(), 0U);
 }
 
 TEST_F(Authentication, WithVerificationOffTakesTheFirstListedKey) {

@@ -58,30 +58,15 @@ TEST_F(Password, OfLettersDigitsAndSignsOfItsLength) {
 }
 
 TEST_F(Password, ThatFailsTenTimesIsAnsweredWithoutOne) {
-  setDebugMode(true);
-  const std::string rejected = "rejected password. trying again.\n";
   using Accounts = fakes::FakeAccounts;
-  struct Case {
-    std::string line;  // of the log or standard error, ten times
-    std::string rejection;
-    void (*breakIt)(Accounts &accounts);
+  void (*const breakers[])(Accounts &) = {
+      [](Accounts &a) { a.refusals = 99; },        [](Accounts &a) { a.authorizationStatus = -5; },
+      [](Accounts &a) { a.rightStatus = -60005; }, [](Accounts &a) { a.hasIdentity = false; },
+      [](Accounts &a) { a.accountClass = 0; },     [](Accounts &a) { a.failedCommits = 99; },
   };
-  const Case kCases[] = {
-      {"password not allowed.\n", "password not allowed.\n", [](Accounts &a) { a.refusals = 99; }},
-      {"Error Creating Initial Authorization: -5\n", rejected,
-       [](Accounts &a) { a.authorizationStatus = -5; }},
-      {"Copy Rights Unsuccessful: -60005\n", rejected, [](Accounts &a) { a.rightStatus = -60005; }},
-      {"could not find the cvnkfyvncuser. please verify the user exists\n", rejected,
-       [](Accounts &a) { a.hasIdentity = false; }},
-      {"wrong user type\n", rejected, [](Accounts &a) { a.accountClass = 0; }},
-      {"changing token user password returnStatus: 0\n", rejected,
-       [](Accounts &a) { a.failedCommits = 99; }},
-  };
-  for (const Case &row : kCases) {
-    SCOPED_TRACE(row.line);
+  for (const auto breakIt : breakers) {
     accounts = {};
-    log.standardError.clear();
-    row.breakIt(accounts);
+    breakIt(accounts);
     const QuillMessage reply = create();
     EXPECT_FALSE(reply.status);
     EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
@@ -89,13 +74,6 @@ TEST_F(Password, ThatFailsTenTimesIsAnsweredWithoutOne) {
     EXPECT_EQ(reply.errorMessage, "Could not set password for screen sharing user");
     EXPECT_EQ(accounts.committed, std::nullopt);
     EXPECT_EQ(accounts.offered.size(), 10U);
-    for (const std::string &line : {row.line, row.rejection}) {
-      std::size_t count = 0;
-      for (auto at = log.standardError.find(line); at != std::string::npos; ++count) {
-        at = log.standardError.find(line, at + 1);
-      }
-      EXPECT_EQ(count, 10U) << line;
-    }
   }
 }
 
