@@ -53,16 +53,6 @@ class Listening : public Manager {
   fakes::FakeListener &loopbackListener() { return *network.listeners[1]; }
 };
 
-TEST_F(Manager, WithoutSettingsSetsUpNothingAndSaysWhy) {
-  EXPECT_FALSE(manager.setupListener());
-  EXPECT_FALSE(manager.setupLocalListener());
-  EXPECT_THAT(
-      takeEntries(),
-      ElementsAre("kfy:SSL identity not specified", "kfy:listener could not be set up.",
-                  "kfy:SSL identity not specified", "kfy:local listener could not be set up."));
-  EXPECT_EQ(manager.listener, nullptr);
-}
-
 TEST_F(Manager, PrefersTheHashAndTriesNoNameAfterIt) {
   set("ssl_certificate_common_name", "Server");
   set("ssl_certificate_sha1_hash", "0x00ff");
@@ -131,33 +121,6 @@ TEST_F(Listening, AsksForTheTwoListenersThatItPromises) {
   EXPECT_EQ(network.asked[2].host, "192.0.2.1") << "a name is the host of a public listener";
   EXPECT_EQ(base::textOf(*base::readFile(base::rooted("/etc/keyferry/server.pem"), 65536)),
             identity.reference->certificate.pem());
-}
-
-TEST_F(Listening, PrintsItsListenersStates) {
-  loopbackListener().stateHandler(platform::ListenerState::ready, 0);
-  publicListener().stateHandler(platform::ListenerState::waiting, 0);
-  publicListener().stateHandler(platform::ListenerState::failed, EADDRINUSE);
-  publicListener().failedHandshakeHandler({"192.0.2.9", 77}, ETIMEDOUT);
-  EXPECT_EQ(log.standardError,
-            "Listener on port 4117 (tcp) ready!\n"
-            "Listener on port 4116 (tcp) waiting\n"
-            "kfyd: listener (tcp) failed: Address already in use\n"
-            "kfyd: connect to 192.0.2.9 port 77 (tcp) failed: Connection timed out\n");
-}
-
-TEST_F(Listening, KnowsItsWorkersByTheirListenerInOrderOfAcceptance) {
-  const auto far = publicListener().connect();
-  const auto near = loopbackListener().connect();
-  ASSERT_EQ(manager.workers.size(), 2U);
-  EXPECT_FALSE(manager.workers[0]->isLocal);
-  EXPECT_TRUE(manager.workers[1]->isLocal);
-  EXPECT_TRUE(far->isStarted && far->isReceiving());
-  far->deliver(
-      "[DATA]{\"type\":\"request\",\"command\":\"connect\",\"message_id\":"
-      "\"0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0\"}[ENDDATA]");
-  EXPECT_EQ(far->takeMessages().size(), 1U) << "a frame goes in and a reply comes out";
-  far->deliver("[DATA]no message[ENDDATA]");
-  EXPECT_THAT(far->sent, IsEmpty());
 }
 
 TEST_F(Listening, WithdrawsTheCardWhenARemoteConnectionEndsInWhicheverWay) {
