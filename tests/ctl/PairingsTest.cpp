@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "ctl/PairingHash.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "support/HexString.hpp"
 
@@ -59,23 +58,6 @@ TEST(PairingFile, IsRefusedWithTheReasonAndLeftAsItIs) {
     EXPECT_THAT(error.description, testing::HasSubstr(row.reason));
     EXPECT_FALSE(file.write(std::vector{kAda})) << row.content;
     EXPECT_EQ(folder.read("pairings.toml"), row.content);
-  }
-}
-
-TEST(PublicKeyHash, IsReadAsPeoplePasteIt) {
-  const std::string colons = "de:e1:00:00:00:00:00:00:00:00:00:00:00:00:00:00:00:00:0a:ce";
-  for (const std::string &text :
-       {kDigits, std::string("dee1000000000000000000000000000000000ace"), "0x" + kDigits, colons}) {
-    EXPECT_EQ(support::hexString(ctl::publicKeyHashFromText(text).value_or(Bytes())), kDigits);
-  }
-  for (const auto &[text, reason] :
-       {std::pair{kDigits + kDigits.substr(16), "is a certificate's fingerprint"},
-        {"0x" + kDigits.substr(2), "has 38 digits"},
-        {kDigits.substr(1) + "G", "is not hexadecimal"},
-        {std::string(), "has 0 digits"}}) {
-    Error error;
-    EXPECT_FALSE(ctl::publicKeyHashFromText(text, &error)) << text;
-    EXPECT_THAT(error.description, testing::HasSubstr(reason));
   }
 }
 

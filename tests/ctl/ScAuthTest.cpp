@@ -36,12 +36,6 @@ TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
   EXPECT_EQ(scAuth({"identities"}).output, "SmartCard: com.corvane.keyferry.ctkextension\n");
 }
 
-TEST_F(ScAuth, PairsUsersOfTheAccountFileAlone) {
-  const ToolRun run = scAuth({"pair", "--user", "root", "--hash", kOne});
-  EXPECT_EQ(run.status, 1) << "root stands in the machine's account file, but not in this root's";
-  EXPECT_THAT(run.notes, HasSubstr("from the network cannot be paired"));
-}
-
 TEST_F(ScAuth, TakesTheKeyOutOfACertificate) {
   const auto [certificate, key] = fakes::madeIdentity("RSA", "ada");
   const std::string hash =
