@@ -17,8 +17,6 @@ TEST(Fingerprint, IsReadInEveryFormThatPeopleCopy) {
     spaced += "abAB ";
   }
   EXPECT_EQ(fingerprintFrom(spaced + "\n"), expected);
-  EXPECT_FALSE(fingerprintFrom(spaced + "ab"));
-  EXPECT_FALSE(fingerprintFrom(textOf(Fingerprint(20, 1))));
   EXPECT_FALSE(fingerprintFrom(std::string(64, 'g')));
 }
 

@@ -122,15 +122,6 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
       28);
 }
 
-TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
-  tools.answers = {kHeader + kSection + std::string(39, 'A') + "éé"};
-  EXPECT_FALSE(connect(remote(), {hashOf(client())}).status);
-  EXPECT_EQ(tools.calls.size(), 1U);
-  EXPECT_EQ(clock.pauses.size(), 0U);
-  tools.answers = {kHeader + kSection + "0x" + std::string(38, 'A') + "BB"};
-  EXPECT_EQ(connect(remote(), {}).selectedCertificateHash, Bytes(19, 0xAA));
-}
-
 TEST_F(Authentication, WithVerificationOffTakesTheFirstListedKey) {
   const std::string marker = base::rooted(requests::kUserVerificationMarker);
   std::filesystem::create_directories(std::filesystem::path(marker).parent_path());
