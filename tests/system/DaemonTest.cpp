@@ -243,18 +243,6 @@ TEST_F(Daemon, FindsASilentPeerByKeepalive) {
   EXPECT_EQ(ports, (std::set<int>{client::kPublicPort, client::kLoopbackPort}));
 }
 
-TEST_F(Daemon, HandlesWhatCameRightBeforeThePeersEnd) {
-  RawPeer remote(client::kPublicPort);
-  const QuillMessage insert =
-      QuillMessage::initCommandMessageInsertSmartCardWithCertificates(protocol::makeCardList({}));
-  const CleansedBytes frame = protocol::frameOf(insert);
-  EXPECT_EQ(remote.channel.encryptRecord(frame), frame.size());
-  remote.channel.sayGoodbye();
-  EXPECT_EQ(remote.channel.flush(), crypto::TlsChannel::Result::done);
-  EXPECT_TRUE(hasLogged("Command: 2")) << "the insert was answered";
-  EXPECT_TRUE(isMarkerGone()) << "and then withdrawn";
-}
-
 TEST_F(Daemon, DebugModeTakesEffectAtOnceAndWritesItsFile) {
   Peer asker = Peer::local();
   const auto logged = [&] {

@@ -44,18 +44,6 @@ TEST_P(TokenServer, CompletesHandshakesOnBothListenersInBothVersions) {
       << "clients on this machine pin its certificate";
 }
 
-TEST_P(TokenServer, SaysWhatIsWrongWithItsPIN) {
-  write("/pin", "1234\n", 0644);
-  startDaemon();
-  EXPECT_TRUE(hasLogged("tlsTokenPinFile /pin is not used: owner "));
-  EXPECT_TRUE(hasLogged("does not work before the token has its PIN"));
-  EXPECT_NE(run("/usr/bin/openssl", {"s_client", "-connect", "127.0.0.1:4117"}).status, 0);
-  EXPECT_TRUE(hasLogged("key \"tls\" on token pkcs11:"));
-  write("/pin", "4321\n", 0600);
-  EXPECT_EQ(run("kfyd", {}).status, 255) << "a second one, for its start alone";
-  EXPECT_TRUE(hasLogged("did not take the PIN"));
-}
-
 INSTANTIATE_TEST_SUITE_P(Keys, TokenServer, testing::Values("RSA", "EC"),
                          [](const auto &row) { return std::string(row.param); });
 

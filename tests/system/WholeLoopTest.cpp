@@ -86,9 +86,7 @@ TEST_F(WholeLoop, SignsAndDecryptsWithKeysThatStayAway) {
 }
 
 TEST_F(WholeLoop, TrustsNoServerUnseen) {
-  const auto blind = startRemote({"--no-confirm"});
-  EXPECT_EQ(blind->waitForEnd(), 1) << "no terminal, no fingerprint";
-  EXPECT_THAT(blind->output(), HasSubstr("--fingerprint"));
+  EXPECT_EQ(startRemote({"--no-confirm"})->waitForEnd(), 1) << "no terminal, no fingerprint";
   const auto wrong = startRemote({"--no-confirm", "--fingerprint", std::string(64, 'A')});
   EXPECT_TRUE(wrong->hasSaid("error:")) << wrong->output();
   wrong->end(SIGKILL);
