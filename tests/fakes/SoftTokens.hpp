@@ -42,14 +42,21 @@ class SoftTokens {
     pins_[token] = pin;
   }
 
-  // An identity on a token, with `id` as two hexadecimal digits; its key shows only after a login.
+  // An identity on a token, with `id` as two hexadecimal digits. Its key shows without a login only
+  // if it needs no PIN.
   void put(const std::string &token, const crypto::Identity &identity, const std::string &label,
-           const std::string &id) const {
+           const std::string &id, bool needsPIN = true) const {
     folder_.write("identity.pem", pemOf(identity));
     const std::string file = folder_ / "identity.pem";
     const std::string object =
         " --pin '" + pins_.at(token) + "' --id " + id + " --label '" + label + "'";
-    run("softhsm2-util --import " + file + " --token '" + token + "'" + object);
+    if (needsPIN) {
+      run("softhsm2-util --import " + file + " --token '" + token + "'" + object);
+    } else {
+      run("GNUTLS_PIN='" + pins_.at(token) + "' p11tool --provider " + kSoftTokenModule +
+          " --login --batch --write --no-mark-private --load-privkey " + file + " --id " + id +
+          " --label '" + label + "' 'pkcs11:token=" + token + "'");
+    }
     run("pkcs11-tool --module " + std::string(kSoftTokenModule) + " --token-label '" + token +
         "' --login --type cert --write-object " + file + object);
   }

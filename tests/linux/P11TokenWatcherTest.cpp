@@ -31,7 +31,7 @@ class Tokens : public testing::Test {
     for (const char *label : {"one", "two", "empty"}) {
       soft.make(label, std::string("pin of ") + label);
     }
-    soft.put("one", fakes::makeIdentity("second"), "second ec", "02");
+    soft.put("one", fakes::makeIdentity("open"), "open ec", "02", /*needsPIN=*/false);
     soft.put("one", rsaIdentity(), "Hidden RSA", "01");
     soft.put("two", fakes::makeIdentity("hidden"), "hidden ec", "03");
   }
@@ -80,7 +80,8 @@ TEST_F(Tokens, ShowTheirIdentitiesInOrderOfTheirIDsWithoutAPIN) {
   ASSERT_EQ(found.records.size(), 2U);
   const IdentityRecord &rsa = found.records[0];
   EXPECT_EQ(rsa.label, "Hidden RSA");
-  EXPECT_EQ(found.records[1].label, "second ec");
+  EXPECT_EQ(found.records[1].label, "open ec");
+  EXPECT_TRUE(signs(found.records[1])) << "a key that needs no PIN";
   EXPECT_EQ(rsa.publicKeyHash,
             crypto::sha1Digest(*rsaIdentity().key.publicKey().externalRepresentation()));
   EXPECT_TRUE(rsa.canSign && rsa.canDecrypt);
