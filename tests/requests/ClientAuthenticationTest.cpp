@@ -122,6 +122,34 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
       28);
 }
 
+TEST_F(Authentication, FailsWithoutAChallengeOrACertificate) {
+  EXPECT_FALSE(authenticate(remote(), client(), Bytes(16)));
+  QuillMessage message =
+      QuillMessage::initCommandMessageAuthenticateWithSignature(Bytes(256), Bytes{1, 2});
+  EXPECT_FALSE(ask(message, remote()).status);
+  message.challengeSignature.reset();
+  EXPECT_FALSE(ask(message, remote()).status);
+}
+
+TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
+  tools.answers = {kHeader + kSection + std::string(39, 'A') + "éé"};
+  EXPECT_FALSE(connect(remote(), {hashOf(client())}).status);
+  EXPECT_EQ(tools.calls.size(), 1U);
+  EXPECT_EQ(clock.pauses.size(), 0U);
+  tools.answers = {kHeader + kSection + "0x" + std::string(38, 'A') + "BB"};
+  EXPECT_EQ(connect(remote(), {}).selectedCertificateHash, Bytes(19, 0xAA));
+}
+
+TEST_F(Authentication, WithoutAListAnswersFalseWithAChallenge) {
+  const Peer remote = this->remote();
+  remote.worker->selectedCertificateHash = Bytes{1};
+  const QuillMessage reply = ask(QuillMessage::initCommandMessageConnectWithLocalhost(), remote);
+  EXPECT_FALSE(reply.status);
+  EXPECT_EQ(reply.challenge->size(), 16U);
+  EXPECT_EQ(remote.worker->selectedCertificateHash, Bytes{1}) << "left as it was";
+  EXPECT_EQ(tools.calls.size(), 0U);
+}
+
 TEST_F(Authentication, WithVerificationOffTakesTheFirstListedKey) {
   const std::string marker = base::rooted(requests::kUserVerificationMarker);
   std::filesystem::create_directories(std::filesystem::path(marker).parent_path());
