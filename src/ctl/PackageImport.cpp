@@ -50,7 +50,7 @@ std::optional<SecretText> passwordThatFits(const std::string &path, ByteView con
                                            const PasswordOptions &options, Failure &failure) {
   Error error;
   std::optional<SecretText> password = SecretText();
-  bool isRead = !options.isGiven() && crypto::readPkcs12(content, nullptr, &error);
+  bool isRead = !options.isGiven() && crypto::readPkcs12(content, /*password=*/nullptr, &error);
   if (!isRead && (options.isGiven() || error.domain == "password")) {
     password = options.take("Password for " + path + ": ", &error);
     isRead = password && crypto::readPkcs12(content, &*password, &error);
