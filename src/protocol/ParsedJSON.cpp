@@ -38,10 +38,12 @@ class CleansingResource final : public json::memory_resource {
 // doubles fast and one unit off where they have many digits, and a card entry has to be passed on
 // as it is.
 struct Handler {
+  // NOLINTBEGIN(readability-identifier-naming): the parser asks for these names
   static constexpr std::size_t max_object_size = json::object::max_size();
   static constexpr std::size_t max_array_size = json::array::max_size();
   static constexpr std::size_t max_key_size = json::string::max_size();
   static constexpr std::size_t max_string_size = json::string::max_size();
+  // NOLINTEND(readability-identifier-naming)
 
   Handler(json::storage_ptr storage, unsigned char *unfinished, std::size_t size)
       : stack(std::move(storage), unfinished, size) {}
@@ -119,6 +121,9 @@ struct Handler {
 }  // namespace
 
 struct ParsedJSON::State {
+  State() = default;
+  State(const State &) = delete;
+  State &operator=(const State &) = delete;
   ~State() {
     value = nullptr;
     pool.release();
