@@ -1,12 +1,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/pkcs12.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "base/Files.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "identity/CVNKeychain.hpp"
 
@@ -126,6 +131,36 @@ TEST_F(Import, RefusesLargeKeysAndEndlessDerivations) {
   EXPECT_EQ(importMade("ec -pkeyopt ec_paramgen_curve:P-521", "-legacy"), 0);
   EXPECT_EQ(store.items.at(0).record.label, "host");
   EXPECT_FALSE(store.items.at(0).record.canDecrypt);
+}
+
+// A package of these identities, neither key nor certificate encrypted.
+void writePackage(const std::string &path, const std::vector<crypto::Identity> &identities) {
+  STACK_OF(PKCS12_SAFEBAG) *bags = nullptr;
+  for (const crypto::Identity &identity : identities) {
+    PKCS12_add_cert(&bags, identity.certificate.native());
+    PKCS12_add_key(&bags, identity.key.native(), 0, 0, -1, nullptr);
+  }
+  STACK_OF(PKCS7) *safes = nullptr;
+  PKCS12_add_safe(&safes, bags, -1, 0, nullptr);
+  PKCS12 *const package = PKCS12_add_safes(safes, 0);
+  PKCS12_set_mac(package, "pw", -1, nullptr, 0, 2048, nullptr);
+  FILE *const file = std::fopen(path.c_str(), "wb");
+  i2d_PKCS12_fp(file, package);
+  std::fclose(file);
+  PKCS12_free(package);
+  sk_PKCS7_pop_free(safes, PKCS7_free);
+  sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
+}
+
+TEST_F(Import, KeepsWhatItAddedBeforeAFailure) {
+  const auto large = crypto::PrivateKey::generateRSA(2056);
+  writePackage(folder / "two.p12",
+               {fakes::makeIdentity("small"),
+                {*crypto::Certificate::selfSigned(*large, "large", /*days=*/1, /*serverName=*/true),
+                 *large}});
+  EXPECT_EQ(import(folder / "two.p12", "pw"), -2);
+  ASSERT_EQ(store.items.size(), 1U);
+  EXPECT_EQ(store.items.at(0).record.label, "small");
 }
 
 TEST_F(Import, TakesAnIdentityThatIsThereAlreadyButKeepsTheFileWhenTheStoreFails) {
