@@ -91,16 +91,8 @@ ItemStatus SqliteItemStore::addPassword(const PasswordName &name, const SecretBy
   const Statement statement = database.prepare(kInsert);
   bindName(statement, name);
   bindValue(statement, value);
-  switch (database.step(statement)) {
-    case Database::Step::done:
-      return commit(database);
-    case Database::Step::duplicate:
-      return platform::itemDuplicate;
-    case Database::Step::row:
-    case Database::Step::failed:
-      break;
-  }
-  return unusable(database);
+  const ItemStatus added = add(database, statement);
+  return added == platform::itemSuccess ? commit(database) : added;
 }
 
 ItemStatus SqliteItemStore::updatePassword(const PasswordName &name, const SecretBytes &value) {

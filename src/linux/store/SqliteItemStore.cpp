@@ -246,6 +246,19 @@ IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
   return matches;
 }
 
+ItemStatus SqliteItemStore::add(Database &database, const Statement &insertion) {
+  switch (database.step(insertion)) {
+    case Database::Step::done:
+      return platform::itemSuccess;
+    case Database::Step::duplicate:
+      return platform::itemDuplicate;
+    case Database::Step::row:
+    case Database::Step::failed:
+      break;
+  }
+  return unusable(database);
+}
+
 ItemStatus SqliteItemStore::insert(Database &database, const IdentityRecord &record,
                                    const std::optional<std::string> &accessGroup) {
   const SecretBytes key = record.reference->key.pkcs8();
@@ -267,16 +280,7 @@ ItemStatus SqliteItemStore::insert(Database &database, const IdentityRecord &rec
   statement.bind(6, record.canDecrypt);
   statement.bind(7, record.canUnwrap);
   statement.bind(8, accessGroup);
-  switch (database.step(statement)) {
-    case Database::Step::done:
-      return platform::itemSuccess;
-    case Database::Step::duplicate:
-      return platform::itemDuplicate;
-    case Database::Step::row:
-    case Database::Step::failed:
-      break;
-  }
-  return unusable(database);
+  return add(database, statement);
 }
 
 ItemStatus SqliteItemStore::addIdentity(const IdentityRecord &record,

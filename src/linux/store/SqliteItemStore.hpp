@@ -66,6 +66,8 @@ class SqliteItemStore : public platform::ItemStore {
   [[nodiscard]] platform::ItemStatus commit(Database &database);
   // What a statement that changes items that are there came to.
   [[nodiscard]] platform::ItemStatus change(Database &database, const Statement &statement);
+  // Runs the statement that adds an item; nothing is committed yet.
+  [[nodiscard]] platform::ItemStatus add(Database &database, const Statement &insertion);
   [[nodiscard]] platform::ItemStatus insert(Database &database,
                                             const platform::IdentityRecord &record,
                                             const std::optional<std::string> &accessGroup);
