@@ -21,7 +21,7 @@ using ByteView = std::span<const std::uint8_t>;
 // The bytes as a text, borrowed; nothing is checked or decoded.
 [[nodiscard]] std::string_view textOf(ByteView bytes);
 
-// True if both hold the same bytes. Not for secrets: see equalInConstantTime.
+// True if both hold the same bytes. Not for secrets: its time tells where they differ.
 [[nodiscard]] bool equal(ByteView left, ByteView right);
 
 }  // namespace base

@@ -38,8 +38,9 @@ struct CleansingAllocator {
 // a password, while they are received, built and sent. Used like a vector.
 using CleansedBytes = std::vector<std::uint8_t, CleansingAllocator<std::uint8_t>>;
 
-// A key, PIN or password in bytes. Cleansed when it goes; it has no ==, no log form, and reveal()
-// is the only way to its content, so that one search lists every place that touches a secret.
+// A key, PIN or password in bytes. Cleansed when it goes; it has no == and no log form, and
+// reveal() is the only way to its content, so that one search lists every place that touches a
+// secret.
 class SecretBytes {
  public:
   SecretBytes() = default;
@@ -69,9 +70,6 @@ class SecretText {
  private:
   SecretBytes content_;
 };
-
-// Compares without telling by its time where the two differ; the lengths are not hidden.
-[[nodiscard]] bool equalInConstantTime(ByteView left, ByteView right);
 
 }  // namespace base
 
