@@ -23,7 +23,9 @@ class KeychainOperations : platform::TokenWatcher, platform::UserDefaults {
   std::optional<std::string> text(std::string_view /*domain*/, std::string_view /*key*/) override {
     return std::nullopt;
   }
-  bool boolean(std::string_view /*domain*/, std::string_view /*key*/) override { return false; }
+  std::optional<bool> boolean(std::string_view /*domain*/, std::string_view /*key*/) override {
+    return std::nullopt;
+  }
   std::optional<std::int64_t> integer(std::string_view /*domain*/,
                                       std::string_view /*key*/) override {
     return std::nullopt;

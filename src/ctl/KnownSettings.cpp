@@ -8,6 +8,7 @@
 #include "ctl/HashText.hpp"
 #include "ctl/Nearest.hpp"
 #include "support/HexString.hpp"
+#include "support/Settings.hpp"
 
 namespace ctl {
 namespace {
@@ -16,7 +17,7 @@ using platform_linux::SettingValue;
 
 constexpr const char *kStandard = "kfyd";
 
-constexpr std::array kSettings = {
+const std::array kSettings = {
     KnownSetting{kIdentityHashKey, kIdentityDomain, SettingType::certificateHash, 0, "",
                  "SHA-1 hash of the certificate of kfyd's TLS identity"},
     KnownSetting{kIdentityNameKey, kIdentityDomain, SettingType::text, 0, "",
@@ -31,11 +32,35 @@ constexpr std::array kSettings = {
                  "name of the log file in that folder"},
     KnownSetting{"tlsTokenPinFile", kStandard, SettingType::text, 0, "",
                  "root-only file with the PIN of a token that holds kfyd's TLS identity"},
-    KnownSetting{"pairingToolSeconds", kStandard, SettingType::integer, 1, "20",
-                 "how long one run of the pairing listing may take"},
-    KnownSetting{"pairingToolBytes", kStandard, SettingType::integer, 1, "1048576",
-                 "how much one run of the pairing listing may print"},
+    KnownSetting{support::kLocalUsers, kStandard, SettingType::text, 0, "",
+                 "names of those who may connect on this machine beside root; all if empty"},
 };
+
+KnownSetting settingOf(const support::Bound &bound) {
+  return {bound.key,
+          kStandard,
+          SettingType::integer,
+          bound.least,
+          std::to_string(bound.valueIfAbsent),
+          bound.meaning};
+}
+
+KnownSetting settingOf(const support::Switch &setting) {
+  return {
+      setting.key,    kStandard, SettingType::boolean, 0, setting.valueIfAbsent ? "true" : "false",
+      setting.meaning};
+}
+
+std::vector<KnownSetting> allSettings() {
+  std::vector<KnownSetting> all(kSettings.begin(), kSettings.end());
+  for (const support::Switch &setting : support::kSwitches) {
+    all.push_back(settingOf(setting));
+  }
+  for (const support::Bound &bound : support::kBounds) {
+    all.push_back(settingOf(bound));
+  }
+  return all;
+}
 
 struct TypedBoolean {
   std::string_view text;
@@ -86,19 +111,21 @@ std::optional<SettingValue> valueFrom(const KnownSetting &setting, const std::st
 }  // namespace
 
 std::span<const KnownSetting> knownSettings() {
-  return kSettings;
+  static const std::vector<KnownSetting> all = allSettings();
+  return all;
 }
 
 const KnownSetting *knownSetting(std::string_view key) {
-  const auto *const row = std::ranges::find(
-      kSettings, key, [](const KnownSetting &setting) { return std::string_view(setting.key); });
-  return row == kSettings.end() ? nullptr : &*row;
+  const auto settings = knownSettings();
+  const auto row = std::ranges::find(
+      settings, key, [](const KnownSetting &setting) { return std::string_view(setting.key); });
+  return row == settings.end() ? nullptr : &*row;
 }
 
 std::string nearestKnownKey(std::string_view key) {
   std::vector<std::string> keys;
-  keys.reserve(kSettings.size());
-  for (const KnownSetting &setting : kSettings) {
+  keys.reserve(knownSettings().size());
+  for (const KnownSetting &setting : knownSettings()) {
     keys.emplace_back(setting.key);
   }
   return nearestTo(key, keys);

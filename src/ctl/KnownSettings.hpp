@@ -25,7 +25,7 @@ struct KnownSetting {
   const char *domain;
   SettingType type;
   std::int64_t least;         // of integers
-  const char *valueIfAbsent;  // as it is written; empty: none
+  std::string valueIfAbsent;  // as it is written; empty: none
   const char *meaning;
 };
 

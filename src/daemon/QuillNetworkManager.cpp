@@ -1,8 +1,8 @@
 #include "daemon/QuillNetworkManager.hpp"
 
 #include <algorithm>
-#include <chrono>
 
+#include "daemon/NetworkLimits.hpp"
 #include "daemon/TokenPin.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "support/CVNLog.hpp"
@@ -19,7 +19,6 @@ constexpr const char *kAllAddresses = "::";
 constexpr const char *kLoopbackAddress = "127.0.0.1";
 constexpr int kKeepaliveSeconds = 15;
 constexpr int kKeepaliveProbes = 15;
-constexpr std::chrono::seconds kHandshakeTime{10};
 
 std::optional<QuillNetworkManager::ManagerPlatform> &processPlatform() {
   static std::optional<QuillNetworkManager::ManagerPlatform> platform;
@@ -118,7 +117,10 @@ std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerW
   parameters.keepaliveIdleSeconds = kKeepaliveSeconds;
   parameters.keepaliveIntervalSeconds = kKeepaliveSeconds;
   parameters.keepaliveCount = kKeepaliveProbes;
-  parameters.handshakeTime = kHandshakeTime;
+  parameters.isLoopback = localOnly;
+  parameters.limits = [&defaults = platform_.processing.defaults, localOnly] {
+    return kfyd::listenerLimits(defaults, localOnly);
+  };
   std::unique_ptr<platform::Listener> created = platform_.network.createListener(parameters);
   created->setStateHandler([self = created.get()](platform::ListenerState state, int errorNumber) {
     reportListenerState(self->port(), state, errorNumber);

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "base/Root.hpp"
+#include "daemon/NetworkLimits.hpp"
 #include "daemon/QuillNetworkManager.hpp"
 #include "linux/accounts/AccountFileDirectory.hpp"
 #include "linux/accounts/ShadowAccounts.hpp"
@@ -24,6 +25,7 @@
 #include "linux/store/SqliteItemStore.hpp"
 #include "linux/tokens/P11TokenWatcher.hpp"
 #include "support/CVNLog.hpp"
+#include "support/LimitLog.hpp"
 #include "support/LogPlatform.hpp"
 
 namespace {
@@ -84,12 +86,15 @@ int runDaemon() {
                                         reportFromPlatform);
   platform_linux::P11TokenWatcher tokens(reportFromPlatform,
                                          platform_linux::P11TokenWatcher::moduleFolderOfRoot());
-  platform_linux::TlsNetwork network(queue);
+  support::LimitLog limits(clock);
+  platform_linux::TlsNetwork network(
+      queue, [&defaults] { return kfyd::connectionLimits(defaults); },
+      [&limits](const platform::ReachedLimit &reached) { limits.reached(reached); });
   support::useLogPlatform(std::make_unique<support::LogPlatform>(support::LogPlatform{
       clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));
   queue.setBeforeEvent(support::eventBegins);
   QuillNetworkManager::usePlatform(
-      {{tools, clock, defaults, directory, accounts}, network, store, tokens});
+      {{tools, clock, defaults, directory, accounts, limits}, network, store, tokens});
   try {
     return serve(queue);
   } catch (const std::exception &failure) {

@@ -168,7 +168,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
     CVNLogDebug("found %li identities", found.records.size());
     std::ranges::transform(found.records, std::back_inserter(list), describeWithKeyHash);
   }
-  if (defaults_.boolean(platform::kStandardDefaults, "debugLogging")) {
+  if (defaults_.boolean(platform::kStandardDefaults, "debugLogging").value_or(false)) {
     CVNLogDebug("------certificate array from keychain------");
     for (const CertificateInfo &info : list) {
       CVNLogDebug("%@", info.certificate);
@@ -178,7 +178,8 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
 }
 
 std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() const {
-  const bool isVerbose = defaults_.boolean(platform::kStandardDefaults, "verboseLogging");
+  const bool isVerbose =
+      defaults_.boolean(platform::kStandardDefaults, "verboseLogging").value_or(false);
   CVNLogDebug("querying ios certificates");
   const platform::IdentityMatches found = searchEverywhere(queryWithAttributes());
   if (found.status == platform::itemNotFound) {

@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/Bytes.hpp"
 #include "base/Secret.hpp"
@@ -16,7 +19,24 @@ namespace platform {
 struct Endpoint {
   std::string host;
   std::uint16_t port = 0;
+  // What counts as one where connections are counted: an IPv4 address, or the /64 network of an
+  // IPv6 one, since whoever has one address there has them all.
+  std::string source;
 };
+
+// How much of something is allowed, and the setting that says so.
+struct Limit {
+  std::uint64_t most = 0;
+  std::string_view setting;
+};
+
+// A limit that was reached: what was refused or dropped because of it, for people ("connection from
+// 192.0.2.7 refused").
+struct ReachedLimit {
+  Limit limit;
+  std::string consequence;
+};
+using LimitReporter = std::function<void(const ReachedLimit &reached)>;
 
 // What a receive delivers.
 struct Chunk {
@@ -62,9 +82,39 @@ class Connection {
   // on a later event, even if the last reference is dropped meanwhile; nothing more is received. A
   // second call does nothing.
   virtual void cancel() = 0;
+
+  // The bytes that were sent and that the system has not taken yet.
+  [[nodiscard]] virtual std::size_t unsentBytes() const = 0;
+
+  // The owner says how many bytes of frames it holds of this connection. They count as the
+  // connection's own where memory is limited; past a limit it is lost.
+  virtual void holds(std::size_t bytes) = 0;
+
+  // The owner could do nothing with a chunk or a frame. After a hundred of those within a second
+  // nothing is read from this peer for 100 ms.
+  virtual void rejected() = 0;
+};
+
+// What one connection, and all together, may hold. Past a limit a connection is lost.
+struct ConnectionLimits {
+  Limit frameBytes;     // of the frame that its owner holds
+  Limit unsentBytes;    // that wait to be sent on it
+  Limit bufferedBytes;  // both, of all connections together: the one that holds most is lost
+  std::chrono::seconds stalledOutput{0};  // how long a peer may acknowledge nothing
 };
 
 enum class ListenerState { waiting, ready, failed, cancelled };
+
+// What a listener refuses, before any handshake, so that no refusal ends an established connection.
+struct ListenerLimits {
+  std::chrono::milliseconds handshakeTime{0};  // while the loop runs; blocked time is not counted
+  Limit handshakes;                            // unfinished ones
+  Limit handshakesPerSource;                   // of a public listener
+  Limit connections;                           // established ones
+  Limit connectionsPerSource;                  // of a loopback listener: per user, root left out
+  std::optional<std::vector<std::uint32_t>> users;  // who may use a loopback listener beside root;
+                                                    // nothing: everybody
+};
 
 struct ListenerParameters {
   std::string host;                                  // a numeric address; "::" takes IPv4 as well
@@ -73,7 +123,8 @@ struct ListenerParameters {
   int keepaliveIdleSeconds = 0;
   int keepaliveIntervalSeconds = 0;
   int keepaliveCount = 0;
-  std::chrono::milliseconds handshakeTime{0};  // what one handshake may take
+  bool isLoopback = false;  // connections are counted per user of this machine, not per address
+  std::function<ListenerLimits()> limits;  // asked anew for each acceptance
 };
 
 // Accepts TLS connections over TCP. All calls and callbacks are on the main queue.

@@ -20,8 +20,10 @@ class UserDefaults {
   [[nodiscard]] virtual std::optional<std::string> text(std::string_view domain,
                                                         std::string_view key) = 0;
 
-  // True for true, a non-zero integer, "YES" and "true"; false for any other value and when absent.
-  [[nodiscard]] virtual bool boolean(std::string_view domain, std::string_view key) = 0;
+  // True for true, a non-zero integer, "YES" and "true", false for any other value; nothing when
+  // absent.
+  [[nodiscard]] virtual std::optional<bool> boolean(std::string_view domain,
+                                                    std::string_view key) = 0;
 
   // The integer under `key`; nothing if there is none or the value is no integer.
   [[nodiscard]] virtual std::optional<std::int64_t> integer(std::string_view domain,

@@ -1,6 +1,5 @@
 #include "requests/PairingListing.hpp"
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -9,6 +8,7 @@
 #include "base/UTF8.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
+#include "support/Settings.hpp"
 
 namespace requests {
 namespace {
@@ -21,18 +21,9 @@ constexpr std::size_t kHashCharacters = 40;
 constexpr int kAttempts = 30;
 constexpr std::chrono::seconds kPause{1};
 
-constexpr std::int64_t kToolSeconds = 20;
-constexpr std::int64_t kToolBytes = 1 << 20;
-// So much is no limit any more, and clocks still count in it.
-constexpr std::int64_t kLargestLimit = std::int64_t{1} << 31;
-
 platform::RunLimits limitsOfOneRun(platform::UserDefaults &defaults) {
-  const auto setting = [&](const char *key, std::int64_t otherwise) {
-    const auto value = defaults.integer(platform::kStandardDefaults, key);
-    return value && *value > 0 ? std::min(*value, kLargestLimit) : otherwise;
-  };
-  return {std::chrono::seconds(setting("pairingToolSeconds", kToolSeconds)),
-          static_cast<std::size_t>(setting("pairingToolBytes", kToolBytes))};
+  return {std::chrono::seconds(support::valueOf(support::kPairingToolSeconds, defaults)),
+          static_cast<std::size_t>(support::valueOf(support::kPairingToolBytes, defaults))};
 }
 
 Bytes runTool(const RequestProcessor::Platform &platform) {

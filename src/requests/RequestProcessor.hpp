@@ -13,6 +13,7 @@
 #include "platform/ToolRunner.hpp"
 #include "platform/UserDefaults.hpp"
 #include "protocol/QuillMessage.hpp"
+#include "support/LimitLog.hpp"
 #include "worker/QuillWorker.hpp"
 
 // The daemon's protocol state machine: what it does with every message that a connection has sent.
@@ -26,6 +27,7 @@ class RequestProcessor {
     platform::UserDefaults &defaults;
     platform::LocalDirectory &directory;
     platform::Accounts &accounts;
+    support::LimitLog &limits;
   };
 
   // A relayed request that waits for its answer.

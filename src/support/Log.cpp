@@ -30,7 +30,7 @@ Logging &logging() {
 
 bool lookUpDebugMode(const LogPlatform &platform) {
   return base::fileExists(base::rooted(kDebugMarker)) ||
-         platform.defaults.boolean(platform::kStandardDefaults, "debugLogging");
+         platform.defaults.boolean(platform::kStandardDefaults, "debugLogging").value_or(false);
 }
 
 // An entry of the unified log is one line.

@@ -89,15 +89,32 @@ void QuillWorker::receivedContent(ByteView content) {
   switch (collected.outcome) {
     case protocol::ChunkOutcome::tooSmall:
       CVNLog("data too small. ignoring");
+      rejectedChunk();
       break;
     case protocol::ChunkOutcome::collecting:
       break;
     case protocol::ChunkOutcome::frame:
-      if (const auto message = QuillMessage::initWithJSONData(collected.payload);
-          message && receiveBlock) {
-        receiveBlock(shared_from_this(), *message);
-      }
+      receivedFrame(collected.payload);
       break;
+  }
+  if (g_inbound_connection) {
+    g_inbound_connection->holds(dataBuffer.size());
+  }
+}
+
+void QuillWorker::receivedFrame(ByteView payload) {
+  const auto message = QuillMessage::initWithJSONData(payload);
+  if (!message) {
+    return rejectedChunk();
+  }
+  if (receiveBlock) {
+    receiveBlock(shared_from_this(), *message);
+  }
+}
+
+void QuillWorker::rejectedChunk() {
+  if (g_inbound_connection) {
+    g_inbound_connection->rejected();
   }
 }
 

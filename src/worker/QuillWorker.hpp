@@ -62,5 +62,7 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   void received(const std::shared_ptr<platform::Connection> &connection,
                 const platform::Chunk &chunk);
   void receivedContent(ByteView content);
+  void receivedFrame(ByteView payload);
+  void rejectedChunk();
   void peerEndedStream();
 };

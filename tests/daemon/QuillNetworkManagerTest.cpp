@@ -22,7 +22,8 @@ using testing::IsEmpty;
 
 class Manager : public fakes::LoggedTest {
  public:
-  Manager() : manager({{tools, clock, defaults, accounts, accounts}, network, store, store}) {
+  Manager()
+      : manager({{tools, clock, defaults, accounts, accounts, limits}, network, store, store}) {
     store.items = {{identity, ""}};
   }
 
@@ -34,6 +35,7 @@ class Manager : public fakes::LoggedTest {
   platform::IdentityRecord identity = fakes::makeIdentity("Server", "server");
   fakes::FakeToolRunner tools;
   fakes::FakeAccounts accounts;
+  support::LimitLog limits{clock};
   fakes::FakeNetwork network;
   fakes::FakeItemStore store;
   QuillNetworkManager manager;

@@ -13,7 +13,7 @@ namespace fakes {
 // A connection whose peer is the test. State changes come when the test says so.
 class FakeConnection : public platform::Connection {
  public:
-  [[nodiscard]] platform::Endpoint peer() const override { return {"192.0.2.7", 50123}; }
+  [[nodiscard]] platform::Endpoint peer() const override { return {host, 50123, host}; }
   void setStateHandler(StateHandler handler) override { stateHandler = std::move(handler); }
   void start() override { isStarted = true; }
   void receive(ReceiveCompletion completion) override { receive_ = std::move(completion); }
@@ -22,6 +22,9 @@ class FakeConnection : public platform::Connection {
     completion(sendError);
   }
   void cancel() override { isCancelled = true; }
+  [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
+  void holds(std::size_t bytes) override { held = bytes; }
+  void rejected() override { ++rejections; }
 
   // One chunk from the peer, or the end of its stream.
   void deliver(std::string_view content) {
@@ -47,9 +50,13 @@ class FakeConnection : public platform::Connection {
     return messages;
   }
 
+  std::string host = "192.0.2.7";
   StateHandler stateHandler;
   std::vector<std::string> sent;
   int sendError = 0;
+  std::size_t unsent = 0;
+  std::size_t held = 0;
+  int rejections = 0;
   bool isStarted = false;
   bool isCancelled = false;
 

@@ -17,9 +17,10 @@ class FakeUserDefaults : public platform::UserDefaults {
                                                 std::string_view key) override {
     return find<std::string>(domain, key);
   }
-  [[nodiscard]] bool boolean(std::string_view domain, std::string_view key) override {
+  [[nodiscard]] std::optional<bool> boolean(std::string_view domain,
+                                            std::string_view key) override {
     ++lookUps;
-    return find<bool>(domain, key).value_or(false);
+    return find<bool>(domain, key);
   }
   [[nodiscard]] std::optional<std::int64_t> integer(std::string_view domain,
                                                     std::string_view key) override {

@@ -38,7 +38,11 @@ class Network : public testing::Test {
   }
 
   void listen(std::chrono::milliseconds handshakeTime) {
-    parameters.handshakeTime = handshakeTime;
+    parameters.limits = [this, handshakeTime] {
+      platform::ListenerLimits mine = listenerLimits;
+      mine.handshakeTime = handshakeTime;
+      return mine;
+    };
     listenerError.reset();
     listener = network.createListener(parameters);
     listener->setStateHandler(
@@ -117,7 +121,14 @@ class Network : public testing::Test {
   CleansedBytes bytes(std::size_t size) const { return CleansedBytes(size, 'x'); }
 
   AsioMainQueue queue;
-  TlsNetwork network{queue};
+  platform::ConnectionLimits limits{
+      {2 << 20, "frame"}, {400 << 20, "unsent"}, {400 << 20, "all"}, 45s};
+  platform::ListenerLimits listenerLimits{
+      10s, {9, "handshakes"}, {9, "perSource"}, {9, "connections"}, {9, "ofSource"}, {}};
+  std::vector<std::string> reached;
+  TlsNetwork network{
+      queue, [this] { return limits; },
+      [this](const platform::ReachedLimit &limit) { reached.push_back(limit.consequence); }};
   platform::ListenerParameters parameters;
   std::unique_ptr<platform::Listener> listener;
   std::shared_ptr<platform::Connection> connection;

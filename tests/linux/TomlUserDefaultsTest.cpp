@@ -86,7 +86,7 @@ TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
   for (const Case &row : kCases) {
     SCOPED_TRACE(row.value);
     folder_.write("other.toml", std::string("k = ") + row.value + "\n[table]\nn = 1\n");
-    EXPECT_EQ(defaults_.boolean("other", "k"), row.boolean);
+    EXPECT_EQ(defaults_.boolean("other", "k").value_or(false), row.boolean);
     EXPECT_EQ(defaults_.text("other", "k"), row.text);
     EXPECT_EQ(defaults_.integer("other", "k"), row.integer);
     EXPECT_EQ(defaults_.integer("other", "n"), std::nullopt) << "that is the table's";

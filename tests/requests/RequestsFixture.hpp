@@ -32,7 +32,7 @@ class Requests : public fakes::LoggedTest {
     }
   };
 
-  Requests() : processor({tools, clock, defaults, accounts, accounts}) {}
+  Requests() : processor({tools, clock, defaults, accounts, accounts, limits}) {}
   ~Requests() override { std::filesystem::remove_all(base::rooted("/Library")); }
 
   Peer peer(bool isLocal) {
@@ -63,5 +63,6 @@ class Requests : public fakes::LoggedTest {
 
   fakes::FakeToolRunner tools;
   fakes::FakeAccounts accounts;
+  support::LimitLog limits{clock};
   RequestProcessor processor;
 };

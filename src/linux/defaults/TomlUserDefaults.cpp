@@ -83,10 +83,10 @@ std::optional<std::string> TomlUserDefaults::text(std::string_view domain, std::
   return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
-bool TomlUserDefaults::boolean(std::string_view domain, std::string_view key) {
+std::optional<bool> TomlUserDefaults::boolean(std::string_view domain, std::string_view key) {
   const SettingValue *value = find(domain, key);
   if (value == nullptr) {
-    return false;
+    return std::nullopt;
   }
   if (const auto *text = std::get_if<std::string>(value)) {
     return *text == "YES" || *text == "true";

@@ -28,7 +28,7 @@ class TomlUserDefaults : public platform::UserDefaults {
 
   [[nodiscard]] std::optional<std::string> text(std::string_view domain,
                                                 std::string_view key) override;
-  [[nodiscard]] bool boolean(std::string_view domain, std::string_view key) override;
+  [[nodiscard]] std::optional<bool> boolean(std::string_view domain, std::string_view key) override;
   [[nodiscard]] std::optional<std::int64_t> integer(std::string_view domain,
                                                     std::string_view key) override;
 

@@ -26,6 +26,9 @@ class TlsConnection final : public platform::Connection {
     link_->send(std::move(unit), std::move(completion));
   }
   void cancel() override { link_->cancel(); }
+  [[nodiscard]] std::size_t unsentBytes() const override { return link_->unsentBytes(); }
+  void holds(std::size_t bytes) override { link_->holds(bytes); }
+  void rejected() override { link_->rejected(); }
 
  private:
   std::shared_ptr<TlsLink> link_;

@@ -33,7 +33,7 @@ platform::Endpoint endpointOf(const tcp::socket &socket) {
   if (address.is_v6() && address.to_v6().is_v4_mapped()) {
     address = boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6());
   }
-  return {address.to_string(), remote.port()};
+  return {address.to_string(), remote.port(), address.to_string()};
 }
 
 }  // namespace
@@ -187,6 +187,20 @@ void TlsLink::cancel() {
   });
   beginClosing();
 }
+
+std::size_t TlsLink::unsentBytes() const {
+  std::size_t bytes = channel_.unsentBytes();
+  for (const Unit &unit : units_) {
+    bytes += unit.bytes.size() - unit.encrypted;
+  }
+  return bytes;
+}
+
+void TlsLink::holds(std::size_t bytes) {
+  held_ = bytes;
+}
+
+void TlsLink::rejected() {}
 
 void TlsLink::release() {
   if (phase_ == Phase::open || phase_ == Phase::peerEnded) {

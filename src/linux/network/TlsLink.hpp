@@ -47,6 +47,9 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void receive(platform::Connection::ReceiveCompletion completion);
   void send(CleansedBytes unit, platform::Connection::SendCompletion completion);
   void cancel();
+  [[nodiscard]] std::size_t unsentBytes() const;
+  void holds(std::size_t bytes);
+  void rejected();
 
   // The last reference to the connection was dropped.
   void release();
@@ -99,6 +102,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   platform::Connection::StateHandler stateHandler_;
   platform::Connection::ReceiveCompletion receive_;
   std::deque<Unit> units_;                                     // not yet encrypted to their end
+  std::size_t held_ = 0;                                       // of frames, by the owner
   std::vector<platform::Connection::SendCompletion> leaving_;  // encrypted, not yet with the system
   bool isReadScheduled_ = false;
   bool isFlushScheduled_ = false;

@@ -167,12 +167,13 @@ void TlsListener::shakeHands(tcp::socket socket) {
   prepare(socket);
   const auto link = std::make_shared<TlsLink>(queue_, std::move(socket), *context_, buffer_);
   handshaking_.insert(link);
-  link->handshake(parameters_.handshakeTime, [self = self_, weak = std::weak_ptr(link)](int error) {
-    const auto finished = weak.lock();
-    if (*self != nullptr && finished) {
-      (*self)->handOver(finished, error);
-    }
-  });
+  link->handshake(parameters_.limits().handshakeTime,
+                  [self = self_, weak = std::weak_ptr(link)](int error) {
+                    const auto finished = weak.lock();
+                    if (*self != nullptr && finished) {
+                      (*self)->handOver(finished, error);
+                    }
+                  });
 }
 
 void TlsListener::prepare(tcp::socket &socket) const {

@@ -1,5 +1,7 @@
 #include "linux/network/TlsNetwork.hpp"
 
+#include <utility>
+
 #include "crypto/TlsChannel.hpp"
 #include "linux/network/TlsListener.hpp"
 
@@ -11,8 +13,12 @@ constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + 8;
 
 }  // namespace
 
-TlsNetwork::TlsNetwork(AsioMainQueue &queue)
-    : queue_(queue), buffer_(std::make_shared<CleansedBytes>(kChunkBytes)) {}
+TlsNetwork::TlsNetwork(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
+                       platform::LimitReporter reporter)
+    : queue_(queue),
+      limits_(std::move(limits)),
+      reporter_(std::move(reporter)),
+      buffer_(std::make_shared<CleansedBytes>(kChunkBytes)) {}
 
 std::unique_ptr<platform::Listener> TlsNetwork::createListener(
     const platform::ListenerParameters &parameters) {

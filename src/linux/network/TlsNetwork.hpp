@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "base/Secret.hpp"
@@ -11,13 +12,18 @@ namespace platform_linux {
 // TLS listeners on Boost.Asio and OpenSSL.
 class TlsNetwork final : public platform::Network {
  public:
-  explicit TlsNetwork(AsioMainQueue &queue);
+  // `limits` is asked anew whenever a limit matters; what is refused or dropped is told to
+  // `reporter`.
+  TlsNetwork(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
+             platform::LimitReporter reporter);
 
   [[nodiscard]] std::unique_ptr<platform::Listener> createListener(
       const platform::ListenerParameters &parameters) override;
 
  private:
   AsioMainQueue &queue_;
+  std::function<platform::ConnectionLimits()> limits_;
+  platform::LimitReporter reporter_;
   std::shared_ptr<CleansedBytes> buffer_;  // for one chunk at a time
 };
 

@@ -1,0 +1,36 @@
+#include "daemon/NetworkLimits.hpp"
+
+#include "support/Settings.hpp"
+
+namespace kfyd {
+namespace {
+
+platform::Limit limitOf(const support::Bound &bound, platform::UserDefaults &defaults) {
+  return {static_cast<std::uint64_t>(support::valueOf(bound, defaults)), bound.key};
+}
+
+}  // namespace
+
+platform::ConnectionLimits connectionLimits(platform::UserDefaults &defaults) {
+  return {limitOf(support::kMaxFrameBytes, defaults), limitOf(support::kMaxUnsentBytes, defaults),
+          limitOf(support::kMaxBufferedBytes, defaults),
+          std::chrono::seconds(support::valueOf(support::kStalledOutputSeconds, defaults))};
+}
+
+platform::ListenerLimits listenerLimits(platform::UserDefaults &defaults, bool isLoopback) {
+  platform::ListenerLimits limits;
+  limits.handshakeTime =
+      std::chrono::seconds(support::valueOf(support::kHandshakeSeconds, defaults));
+  limits.handshakes = limitOf(support::kMaxHandshakes, defaults);
+  limits.handshakesPerSource = limitOf(support::kMaxHandshakesPerAddress, defaults);
+  if (isLoopback) {
+    limits.connections = limitOf(support::kMaxLocalConnections, defaults);
+    limits.connectionsPerSource = limitOf(support::kMaxLocalConnectionsPerUser, defaults);
+  } else {
+    limits.connections = limitOf(support::kMaxPublicConnections, defaults);
+    limits.connectionsPerSource = limitOf(support::kMaxConnectionsPerAddress, defaults);
+  }
+  return limits;
+}
+
+}  // namespace kfyd

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "platform/Clock.hpp"
+#include "platform/Network.hpp"
+
+namespace support {
+
+// Says which limits were reached: one line for each setting within ten seconds, with the number of
+// times that have passed in silence since.
+class LimitLog {
+ public:
+  explicit LimitLog(platform::Clock &clock) : clock_(clock) {}
+
+  void reached(const platform::ReachedLimit &reached);
+
+  // How often each setting's limit was reached since the start.
+  [[nodiscard]] std::map<std::string, std::uint64_t> counts() const;
+
+ private:
+  struct Account {
+    platform::Clock::Time lastLine;
+    std::uint64_t times = 0;
+    std::uint64_t timesSaid = 0;
+  };
+
+  platform::Clock &clock_;
+  std::map<std::string, Account, std::less<>> accounts_;  // by setting
+};
+
+}  // namespace support
