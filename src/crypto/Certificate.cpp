@@ -39,6 +39,14 @@ TimePoint timePointOf(const ASN1_TIME *time) {
   return TimePoint(std::clamp(seconds, first, last));
 }
 
+Bytes derOf(const X509_NAME *name) {
+  std::uint8_t *encoded = nullptr;
+  const int length = i2d_X509_NAME(name, &encoded);
+  Bytes bytes(encoded, encoded + std::max(length, 0));
+  OPENSSL_free(encoded);
+  return bytes;
+}
+
 int refusePassword(char * /*buffer*/, int /*size*/, int /*isForWriting*/, void * /*argument*/) {
   return -1;
 }
@@ -145,6 +153,22 @@ std::string Certificate::subject() const {
       buffer && X509_NAME_print_ex(buffer.get(), X509_get_subject_name(native()), 0, kAsUTF8) >= 0;
   ERR_clear_error();
   return isPrinted ? contentOf(buffer.get()) : std::string();
+}
+
+Bytes Certificate::subjectDER() const {
+  return derOf(X509_get_subject_name(native()));
+}
+
+Bytes Certificate::issuerDER() const {
+  return derOf(X509_get_issuer_name(native()));
+}
+
+Bytes Certificate::serialNumberDER() const {
+  std::uint8_t *encoded = nullptr;
+  const int length = i2d_ASN1_INTEGER(X509_get0_serialNumber(native()), &encoded);
+  Bytes bytes(encoded, encoded + std::max(length, 0));
+  OPENSSL_free(encoded);
+  return bytes;
 }
 
 TimePoint Certificate::notBefore() const {

@@ -53,6 +53,11 @@ class Certificate {
   // file).
   [[nodiscard]] std::string subject() const;
 
+  // DER as it stands in the certificate: the names, and the serial number as an INTEGER.
+  [[nodiscard]] Bytes subjectDER() const;
+  [[nodiscard]] Bytes issuerDER() const;
+  [[nodiscard]] Bytes serialNumberDER() const;
+
   // The validity.
   [[nodiscard]] std::chrono::system_clock::time_point notBefore() const;
   [[nodiscard]] std::chrono::system_clock::time_point notAfter() const;

@@ -49,8 +49,9 @@ std::optional<SecretBytes> messageFrom(ByteView block, std::uint32_t start, Mask
   return SecretBytes(block.subspan(start));
 }
 
-// Lays the mask of MGF1 (RFC 8017 B.2.1), made from `seed`, over `target`.
-void applyMask(std::span<std::uint8_t> target, ByteView seed, HashAlgorithm hash) {
+}  // namespace
+
+void layMGF1(std::span<std::uint8_t> target, ByteView seed, HashAlgorithm hash) {
   CleansedBytes input(seed.begin(), seed.end());
   input.resize(seed.size() + 4);
   CleansedBytes part(digestSize(hash));
@@ -69,8 +70,6 @@ void applyMask(std::span<std::uint8_t> target, ByteView seed, HashAlgorithm hash
     ++counter;
   }
 }
-
-}  // namespace
 
 std::optional<SecretBytes> unpadPKCS1(ByteView block) {
   constexpr std::size_t kLeastBlock = 11;
@@ -100,8 +99,8 @@ std::optional<SecretBytes> unpadOAEP(ByteView block, HashAlgorithm hash, HashAlg
   CleansedBytes opened(block.begin(), block.end());
   const std::span<std::uint8_t> seed = std::span(opened).subspan(1, size);
   const std::span<std::uint8_t> data = std::span(opened).subspan(1 + size);
-  applyMask(seed, data, maskHash);
-  applyMask(data, seed, maskHash);
+  layMGF1(seed, data, maskHash);
+  layMGF1(data, seed, maskHash);
 
   Mask isGood = isZero(opened[0]);
   const Bytes labelHash = digestOf(hash, label);

@@ -1,12 +1,17 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
+#include <span>
 
 #include "base/Bytes.hpp"
 #include "base/Secret.hpp"
 #include "crypto/HashAlgorithm.hpp"
 
 namespace crypto {
+
+// Lays the mask of MGF1 (RFC 8017 B.2.1), made from `seed`, over `target`.
+void layMGF1(std::span<std::uint8_t> target, ByteView seed, HashAlgorithm hash);
 
 // Take the padding off a block that came out of the private RSA operation and is as long as the
 // modulus. Nothing if the padding is wrong; neither the time nor anything else tells what was wrong
