@@ -1,12 +1,8 @@
 // A key elsewhere signs and decrypts: kfyd, kfy-remote, kfyctl and sc_auth as people run them.
 
-#include <openssl/evp.h>
-
 #include <csignal>
 
-#include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
-#include "system/Machine.hpp"
+#include "system/CardMachine.hpp"
 
 namespace system_tests {
 namespace {
@@ -14,44 +10,9 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-std::string hashOf(const crypto::Identity &identity) {
-  return support::hexString(identity.certificate.sha1());
-}
-
-// The first text under a key of a JSON text.
-std::string textUnder(const std::string &json, const std::string &key) {
-  const std::size_t at = json.find("\"" + key + "\":\"") + key.size() + 4;
-  return json.substr(at, json.find('"', at) - at);
-}
-
-class WholeLoop : public Machine {
+class WholeLoop : public CardMachine {
  public:
-  WholeLoop() {
-    makeServerIdentity();
-    write("/other-device/rsa.pem", fakes::pemOf(rsaIdentity()), 0600);
-    write("/other-device/ec.pem", fakes::pemOf(ecIdentity()), 0600);
-    pair(textUnder(succeed("kfy-remote", {"keys", "--json", "--home", at("/other-device/home")}),
-                   "publicKeyHash"));
-    fingerprint_ = textUnder(succeed("kfyctl", {"identity", "show", "--json"}), "sha256");
-    write("/letter", "a real file\n");
-    startDaemon();
-  }
-
-  std::unique_ptr<Process> startRemote(const std::vector<std::string> &more) {
-    std::vector<std::string> arguments{"connect", "127.0.0.1",
-                                       "--home",  at("/other-device/home"),
-                                       "--key",   at("/other-device/rsa.pem"),
-                                       "--key",   at("/other-device/ec.pem")};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return start("kfy-remote", arguments);
-  }
-  std::unique_ptr<Process> startConfirmingRemote() {
-    auto remote = startRemote({"--fingerprint", fingerprint_, "--no-confirm"});
-    EXPECT_TRUE(remote->hasSaid("card inserted: 2 keys")) << remote->output();
-    return remote;
-  }
-
-  std::string fingerprint_;
+  WholeLoop() { write("/letter", "a real file\n"); }
 };
 
 TEST_F(WholeLoop, SignsAndDecryptsWithKeysThatStayAway) {

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "system/Machine.hpp"
+
+namespace system_tests {
+
+// A machine whose daemon runs, and another device that holds an RSA and an EC key (rsaIdentity(),
+// ecIdentity()) and is paired with it.
+class CardMachine : public Machine {
+ public:
+  CardMachine();
+
+  // Starts kfy-remote on the other device with further arguments.
+  std::unique_ptr<Process> startRemote(const std::vector<std::string> &more);
+  // The same, trusting the daemon and asking nobody; waits until the card is inserted.
+  std::unique_ptr<Process> startConfirmingRemote();
+
+ protected:
+  std::string fingerprint_;  // of the daemon's certificate
+};
+
+// The SHA-1 of an identity's certificate, as text.
+[[nodiscard]] std::string hashOf(const crypto::Identity &identity);
+
+}  // namespace system_tests
