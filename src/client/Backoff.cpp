@@ -8,7 +8,7 @@ namespace client {
 
 std::chrono::milliseconds Backoff::next(double chance) {
   const auto wait = wait_;
-  wait_ = std::min(wait_ * 2, kLongest);
+  wait_ = std::min(wait_ * 2, longest_);
   return wait - std::chrono::milliseconds(
                     static_cast<std::int64_t>(static_cast<double>(wait.count()) * chance / 4));
 }

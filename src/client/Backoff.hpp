@@ -4,11 +4,15 @@
 
 namespace client {
 
-// How long to wait before the next attempt to connect: 1 s, doubled after each failure up to 60 s,
-// each time less up to a quarter by chance, so that many clients of a daemon that was restarted
-// don't come back at the same instant.
+// How long to wait before the next attempt to connect: 1 s, or `first`, doubled after each failure
+// up to 60 s, or `longest`, each time less up to a quarter by chance, so that many clients of a
+// daemon that was restarted don't come back at the same instant.
 class Backoff {
  public:
+  Backoff() = default;
+  Backoff(std::chrono::milliseconds first, std::chrono::milliseconds longest)
+      : first_(first), longest_(longest) {}
+
   // The wait before the next attempt. `chance` is uniform in [0, 1).
   [[nodiscard]] std::chrono::milliseconds next(double chance);
 
@@ -16,13 +20,15 @@ class Backoff {
   [[nodiscard]] std::chrono::milliseconds next();
 
   // After an attempt that went well: the next wait is the first one again.
-  void reset() { wait_ = kFirst; }
+  void reset() { wait_ = first_; }
 
   static constexpr std::chrono::milliseconds kFirst{1000};
   static constexpr std::chrono::milliseconds kLongest{60000};
 
  private:
-  std::chrono::milliseconds wait_ = kFirst;
+  std::chrono::milliseconds first_ = kFirst;
+  std::chrono::milliseconds longest_ = kLongest;
+  std::chrono::milliseconds wait_ = first_;
 };
 
 }  // namespace client

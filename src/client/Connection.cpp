@@ -55,14 +55,24 @@ std::unique_ptr<Connection> Connection::open(const std::string &host, std::uint1
 Connection::Connection(Opening /*opening*/, base::Descriptor socket,
                        const crypto::TlsContext &context)
     : socket_(std::move(socket)),
+      mark_(SocketMark::of(socket_.get())),
       channel_(context, crypto::TlsChannel::Role::client, socket_.get()),
       buffer_(kChunkBytes) {}
 
 Connection::~Connection() {
-  if (socket_.isOpen() && !end_) {
+  if (holdsSocket() && !end_) {
     channel_.sayGoodbye();
     (void)channel_.flush();
   }
+}
+
+bool Connection::holdsSocket() {
+  if (socket_.isOpen() && SocketMark::of(socket_.get()) != mark_) {
+    // closing it would close what belongs to somebody else
+    (void)socket_.release();
+    endWith(connectionLost, "connection lost: its descriptor was closed by the program");
+  }
+  return socket_.isOpen();
 }
 
 bool Connection::handshake(const Patience &patience, Error *error) {
@@ -88,6 +98,7 @@ bool Connection::send(const QuillMessage &message, Error *error) {
     return false;
   }
   ByteView rest = frame;
+  (void)holdsSocket();
   while (!end_ && !rest.empty()) {
     const std::size_t taken = channel_.encryptRecord(rest);
     if (taken == 0) {
@@ -146,7 +157,9 @@ std::optional<QuillMessage> Connection::waitUntil(const Take &take, const Patien
 
 bool Connection::pump() {
   hasMore_ = false;
-  flush();
+  if (holdsSocket()) {
+    flush();
+  }
   if (end_) {
     return false;
   }
@@ -241,7 +254,7 @@ void Connection::endWith(ErrorCode code, std::string description) {
 }
 
 void Connection::goodbye(const Patience &patience) {
-  if (!socket_.isOpen() || end_) {
+  if (!holdsSocket() || end_) {
     return;
   }
   channel_.sayGoodbye();
@@ -258,7 +271,9 @@ void Connection::goodbye(const Patience &patience) {
 }
 
 void Connection::abandon() {
-  socket_.close();
+  if (holdsSocket()) {
+    socket_.close();
+  }
   endWith(stopped, "the connection belongs to another process");
 }
 

@@ -13,6 +13,7 @@
 #include "base/Secret.hpp"
 #include "base/UUID.hpp"
 #include "client/Patience.hpp"
+#include "client/SocketMark.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/TlsChannel.hpp"
 #include "protocol/QuillMessage.hpp"
@@ -30,7 +31,8 @@ using Judge = std::function<bool(const crypto::Certificate &certificate)>;
 
 // One TLS connection to a daemon. Has no thread of its own and is used from one thread at a time:
 // whoever waits reads for all, and messages that are not waited for are kept for later. Never
-// raises SIGPIPE. Any end of a connection to the public port withdraws the card there.
+// raises SIGPIPE. Any end of a connection to the public port withdraws the card there. A descriptor
+// that something else stands under by now is never touched again: the connection counts as lost.
 class Connection {
  public:
   // Resolves the host, connects, makes the handshake and asks the judge. Blocks; only a look-up of
@@ -95,6 +97,7 @@ class Connection {
  private:
   using Take = std::function<std::optional<QuillMessage>()>;
 
+  [[nodiscard]] bool holdsSocket();
   [[nodiscard]] bool handshake(const Patience &patience, Error *error);
   [[nodiscard]] std::optional<QuillMessage> waitUntil(const Take &take, const Patience &patience,
                                                       Error *error);
@@ -107,6 +110,7 @@ class Connection {
   [[nodiscard]] std::optional<QuillMessage> takeResponse(const UUID &messageID);
 
   base::Descriptor socket_;
+  std::optional<SocketMark> mark_;
   crypto::TlsChannel channel_;  // borrows the socket
   CleansedBytes buffer_;        // for one chunk
   CleansedBytes frame_;         // that is being collected

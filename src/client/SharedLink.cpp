@@ -1,0 +1,108 @@
+#include "client/SharedLink.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "client/Unlocked.hpp"
+
+namespace client {
+namespace {
+
+constexpr std::chrono::seconds kYoung{1};
+
+}  // namespace
+
+SharedLink::Waiter::Waiter(SharedLink &link, const UUID &messageID)
+    : link_(link), messageID_(messageID) {
+  link_.waiters_.insert_or_assign(messageID_, this);
+}
+
+SharedLink::Waiter::~Waiter() {
+  const auto found = link_.waiters_.find(messageID_);
+  if (found != link_.waiters_.end() && found->second == this) {
+    link_.waiters_.erase(found);
+  }
+  link_.handOn();
+}
+
+SharedLink::SharedLink(std::unique_ptr<Connection> connection)
+    : connection_(std::move(connection)) {}
+
+bool SharedLink::stands() {
+  if (polling_ == 0) {
+    pump();
+  }
+  return !end();
+}
+
+bool SharedLink::send(const QuillMessage &message, Error *error) {
+  return connection_->send(message, error);
+}
+
+void SharedLink::wait(Lock &lock, Waiter &waiter, Deadline time) {
+  if (isPolledForAll()) {
+    waiter.sleeps_ = true;
+    waiter.wake_.wait_until(lock, time);
+    waiter.sleeps_ = false;
+  } else {
+    poll(lock, time);
+    pump();
+  }
+}
+
+// A thread that began to poll before there was something left to write does not see when it can
+// leave; then a second one polls beside it.
+bool SharedLink::isPolledForAll() const {
+  return polling_ > 0 && (pollingToWrite_ > 0 || !connection_->wantsWrite());
+}
+
+void SharedLink::poll(Lock &lock, Deadline time) {
+  if (connection_->hasMore()) {
+    return;
+  }
+  const int descriptor = connection_->descriptor();
+  const bool toWrite = connection_->wantsWrite();
+  const int writers = toWrite ? 1 : 0;
+  ++polling_;
+  pollingToWrite_ += writers;
+  {
+    const Unlocked unlocked(lock);
+    // the time that is over and a failure alike show afterwards
+    (void)waitFor(descriptor, toWrite, Patience{time, /*stopDescriptor=*/-1});
+  }
+  --polling_;
+  pollingToWrite_ -= writers;
+}
+
+void SharedLink::pump() {
+  const bool isAtEnd = !connection_->pump();
+  while (auto message = connection_->take()) {
+    const auto found = message->messageType == QuillMessageTypeResponse && message->messageID
+                           ? waiters_.find(*message->messageID)
+                           : waiters_.end();
+    if (found != waiters_.end()) {
+      Waiter &waiter = *found->second;
+      waiters_.erase(found);
+      waiter.answer = std::move(message);
+      waiter.wake_.notify_one();
+      hasAnswered_ = true;
+    }
+  }
+  if (isAtEnd) {
+    std::ranges::for_each(waiters_, [](const auto &entry) { entry.second->wake_.notify_one(); });
+  }
+}
+
+void SharedLink::handOn() {
+  const auto sleeping =
+      std::ranges::find_if(waiters_, [](const auto &entry) { return entry.second->sleeps_; });
+  if (!isPolledForAll() && sleeping != waiters_.end()) {
+    sleeping->second->wake_.notify_one();
+  }
+}
+
+bool SharedLink::wasInVain() const {
+  return !hasAnswered_ && std::chrono::steady_clock::now() - openedAt_ < kYoung;
+}
+
+}  // namespace client

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <unordered_map>
+
+#include "base/Error.hpp"
+#include "base/UUID.hpp"
+#include "client/Connection.hpp"
+#include "client/Patience.hpp"
+#include "protocol/QuillMessage.hpp"
+
+namespace client {
+
+// One connection on which several threads wait for their answers: one of them polls, reads for all
+// and wakes those whose answers have come; who leaves hands the polling on. For SharedConnection,
+// whose lock is held in every call here.
+class SharedLink {
+ public:
+  using Lock = std::unique_lock<std::mutex>;
+
+  // A thread that waits for the answer to one request. Known to the link as long as it lives, from
+  // before the request is sent; a message that no waiter expects is dropped.
+  class Waiter {
+   public:
+    Waiter(SharedLink &link, const UUID &messageID);
+    ~Waiter();
+    Waiter(const Waiter &) = delete;
+    Waiter &operator=(const Waiter &) = delete;
+
+    std::optional<QuillMessage> answer;
+
+   private:
+    friend class SharedLink;
+
+    SharedLink &link_;
+    UUID messageID_;
+    std::condition_variable wake_;
+    bool sleeps_ = false;
+  };
+
+  explicit SharedLink(std::unique_ptr<Connection> connection);
+
+  // Reads what has come while nobody polled. False if the connection is at its end.
+  [[nodiscard]] bool stands();
+
+  // Queues the whole frame and sends what leaves at once; the rest leaves while somebody waits.
+  [[nodiscard]] bool send(const QuillMessage &message, Error *error);
+
+  // Waits, without the lock, until something happened that may concern the waiter, or until `time`
+  // at the latest: to be called again until the answer is there or the connection ended.
+  void wait(Lock &lock, Waiter &waiter, Deadline time);
+
+  // Wakes a waiter to do the polling if nobody does, before a thread turns to something else.
+  void handOn();
+
+  [[nodiscard]] const std::optional<Error> &end() const { return connection_->end(); }
+
+  [[nodiscard]] Deadline openedAt() const { return openedAt_; }
+
+  // True if it brought nothing: no answer has come, and it is hardly older than its handshake.
+  [[nodiscard]] bool wasInVain() const;
+
+  // See Connection.
+  void abandon() { connection_->abandon(); }
+
+ private:
+  [[nodiscard]] bool isPolledForAll() const;
+  void poll(Lock &lock, Deadline time);
+  void pump();
+
+  std::unique_ptr<Connection> connection_;
+  Deadline openedAt_ = std::chrono::steady_clock::now();
+  std::unordered_map<UUID, Waiter *> waiters_;  // without those that have their answer
+  int polling_ = 0;                             // threads that poll now
+  int pollingToWrite_ = 0;                      // those of them that also wait to write
+  bool hasAnswered_ = false;
+};
+
+}  // namespace client

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+
+namespace client {
+
+// What tells a socket from whatever else stands under the same descriptor later: there are programs
+// that close all descriptors, not only their own, and then open files of theirs.
+struct SocketMark {
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  // Nothing if the descriptor is not open.
+  [[nodiscard]] static std::optional<SocketMark> of(int descriptor);
+
+  friend bool operator==(const SocketMark &left, const SocketMark &right) = default;
+};
+
+}  // namespace client

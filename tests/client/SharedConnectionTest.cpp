@@ -1,0 +1,215 @@
+#include "client/SharedConnection.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <future>
+#include <thread>
+#include <vector>
+
+#include "client/PinnedServer.hpp"
+#include "fakes/ScriptedDaemon.hpp"
+
+namespace client {
+namespace {
+
+using fakes::ScriptedDaemon;
+using fakes::ServedConnection;
+
+QuillMessage requestFor(std::uint8_t content) {
+  return QuillMessage::initCommandMessageSignData(Bytes{content}, Bytes(20, 2), SecretText(""));
+}
+
+Terms lasting(std::chrono::milliseconds time) {
+  Terms terms;
+  terms.deadline = std::chrono::steady_clock::now() + time;
+  return terms;
+}
+
+Terms soon() {
+  return lasting(std::chrono::seconds(10));
+}
+
+// Answers with the bytes to sign and the number of the connection.
+void answer(ServedConnection &connection, int number, const QuillMessage &request) {
+  Bytes answer = *request.dataToSign;
+  answer.push_back(static_cast<std::uint8_t>(number));
+  connection.send(QuillMessage::initWithReplyMessageForSignMessage(
+      /*status=*/true, request.messageID, std::move(answer)));
+}
+
+void answerAll(ServedConnection &connection, int number) {
+  while (const auto request = connection.receive()) {
+    answer(connection, number, *request);
+  }
+}
+
+class SharedConnectionTest : public testing::Test {
+ protected:
+  void serve(ScriptedDaemon::Serve serve) {
+    daemon_.reset();
+    daemon_.emplace(identity_, port_, std::move(serve));
+    port_ = daemon_->port();
+  }
+
+  Bytes ask(std::uint8_t content, const Terms &terms = soon()) {
+    const auto answer = connection_.request(requestFor(content), terms, &error_);
+    return answer ? answer->signedData.value_or(Bytes()) : Bytes();
+  }
+
+  crypto::Identity identity_ = fakes::makeIdentity("daemon");
+  Judge judge_ = judgeByKeyOf(identity_.certificate);
+  std::uint16_t port_ = 0;
+  std::optional<ScriptedDaemon> daemon_;
+  Error error_;
+  std::atomic<int> descriptor_ = -1;
+  SharedConnection connection_{[this](const Patience &patience, Error *error) {
+    auto connection = Connection::open(kLoopbackHost, port_, judge_, patience, error);
+    descriptor_ = connection ? connection->descriptor() : -1;
+    return connection;
+  }};
+};
+
+TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome) {
+  constexpr int kThreads = 32;
+  serve([](ServedConnection &connection, int number) {
+    for (int round = 0; round < 4; ++round) {
+      std::vector<QuillMessage> requests;
+      while (requests.size() < kThreads) {
+        requests.push_back(connection.receive().value());
+      }
+      std::ranges::reverse(requests);
+      std::ranges::for_each(requests,
+                            [&](const auto &request) { answer(connection, number, request); });
+    }
+  });
+  std::vector<std::thread> threads;
+  for (std::uint8_t name = 0; name < kThreads; ++name) {
+    threads.emplace_back([this, name] {
+      for (int round = 0; round < 4; ++round) {
+        const auto answer = connection_.request(requestFor(name), soon());
+        EXPECT_EQ(answer.value().signedData, (Bytes{name, 0}));
+      }
+    });
+  }
+  std::ranges::for_each(threads, [](std::thread &thread) { thread.join(); });
+}
+
+TEST_F(SharedConnectionTest, LeavesAConnectionOnWhichADeadlinePassedToThoseThatWaitThere) {
+  std::promise<void> isWaiting;
+  std::promise<void> isLeft;
+  serve([&](ServedConnection &connection, int number) {
+    if (number > 0) {
+      return answerAll(connection, number);
+    }
+    const auto patient = connection.receive().value();
+    isWaiting.set_value();
+    const auto late = connection.receive().value();
+    isLeft.get_future().wait();
+    answer(connection, number, late);
+    answer(connection, number, patient);
+  });
+  std::thread patient([this] {
+    EXPECT_EQ(connection_.request(requestFor(1), soon()).value().signedData, (Bytes{1, 0}));
+  });
+  isWaiting.get_future().wait();
+  EXPECT_EQ(ask(2, lasting(std::chrono::milliseconds(30))), Bytes());
+  EXPECT_EQ(error_.code, timedOut);
+  EXPECT_EQ(ask(3), (Bytes{3, 1}));
+  isLeft.set_value();
+  patient.join();
+}
+
+TEST_F(SharedConnectionTest, AsksAgainADaemonThatCameBack) {
+  std::promise<void> isAsked;
+  serve([&](ServedConnection &connection, int /*number*/) {
+    const auto lost = connection.receive();
+    isAsked.set_value();
+    (void)connection.receive();
+  });
+  std::thread asking([this] { EXPECT_EQ(ask(1), (Bytes{1, 0})); });
+  isAsked.get_future().wait();
+  serve(answerAll);
+  asking.join();
+  serve(answerAll);  // lost while nobody waited
+  EXPECT_EQ(ask(2), (Bytes{2, 0}));
+}
+
+TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
+  serve(answerAll);
+  EXPECT_EQ(ask(1), (Bytes{1, 0}));
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  const base::Descriptor mine(ends[0]);
+  const base::Descriptor other(ends[1]);
+  const int reused = descriptor_;
+  ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
+
+  EXPECT_EQ(ask(2), (Bytes{2, 1}));
+  EXPECT_NE(::fcntl(reused, F_GETFD), -1) << "it was closed";
+  std::array<char, 1> byte{};
+  EXPECT_EQ(::recv(other.get(), byte.data(), byte.size(), MSG_DONTWAIT), -1) << "it was written to";
+  ::close(reused);
+}
+
+TEST_F(SharedConnectionTest, IsTakenUpAnewByTheChildOfAForkWhileTheParentsGoesOn) {
+  std::promise<void> isWaiting;
+  std::promise<void> mayEnd;
+  serve([&](ServedConnection &connection, int number) {
+    if (number > 0) {
+      return answerAll(connection, number);
+    }
+    const auto request = connection.receive().value();
+    isWaiting.set_value();
+    mayEnd.get_future().wait();
+    answer(connection, number, request);
+    answerAll(connection, number);
+  });
+  std::thread asking([this] { EXPECT_EQ(ask(1), (Bytes{1, 0})); });
+  isWaiting.get_future().wait();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    connection_.abandon();
+    ::_exit(ask(2) == Bytes{2, 1} && ::fcntl(descriptor_, F_GETFD) != -1 ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  mayEnd.set_value();
+  asking.join();
+  EXPECT_EQ(ask(3), (Bytes{3, 0}));
+}
+
+TEST_F(SharedConnectionTest, SaysWhyThereIsNoAnswer) {
+  serve([](ServedConnection &connection, int /*number*/) {
+    while (connection.receive()) {
+    }
+  });
+  Terms stopping = soon();
+  stopping.glance = std::chrono::milliseconds(5);
+  stopping.goesOn = [this, looks = 0]() mutable { return descriptor_ < 0 || ++looks < 3; };
+  EXPECT_EQ(ask(1, stopping), Bytes());
+  EXPECT_EQ(error_.code, stopped);
+
+  Terms once = soon();
+  once.connecting = std::chrono::milliseconds(0);
+  identity_ = fakes::makeIdentity("stranger");
+  serve(answerAll);
+  EXPECT_EQ(ask(1, once), Bytes());
+  EXPECT_EQ(error_.code, keyNotPinned);
+
+  daemon_.reset();
+  EXPECT_EQ(ask(1, once), Bytes());
+  EXPECT_EQ(error_.code, unreachable);
+
+  EXPECT_FALSE(connection_.request(QuillMessage(), soon(), &error_));
+  EXPECT_EQ(error_.code, notSendable);
+}
+
+}  // namespace
+}  // namespace client
