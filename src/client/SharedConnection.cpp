@@ -4,9 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 #include <utility>
-#include <vector>
 
-#include "client/Backoff.hpp"
+#include "client/LinkKeeper.hpp"
 #include "client/SharedLink.hpp"
 #include "client/Unlocked.hpp"
 
@@ -15,64 +14,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Between attempts to connect: a daemon that restarts is back within a second or two.
-constexpr std::chrono::milliseconds kFirstPause{50};
-constexpr std::chrono::milliseconds kLongestPause{1000};
-
 }  // namespace
 
 struct SharedConnection::State {
-  // Why, since when and until when the daemon could not be reached, without an answer since.
-  struct Trouble {
-    Error reason;
-    Deadline since;
-    Deadline latest;
-  };
-
   std::mutex mutex;
-  std::shared_ptr<SharedLink> current;           // for new requests; null: none
-  std::vector<std::weak_ptr<SharedLink>> links;  // this and those on which requests still wait
-  bool isOpening = false;                        // some thread makes a connection
-  std::condition_variable opened;                // or failed to
-  Deadline nextAttempt;                          // not before that
-  Backoff pauses{kFirstPause, kLongestPause};
-  std::optional<Trouble> trouble;
-
-  void keep(std::unique_ptr<Connection> connection) {
-    current = std::make_shared<SharedLink>(std::move(connection));
-    std::erase_if(links, [](const auto &link) { return link.expired(); });
-    links.push_back(current);
-  }
-
-  // From now on, requests use another one.
-  void retire(const std::shared_ptr<SharedLink> &link) {
-    if (current == link) {
-      if (!link->wasInVain()) {
-        trouble.reset();
-      }
-      current = nullptr;
-    }
-  }
-
-  void noteFailure(Error reason) {
-    const auto now = Clock::now();
-    trouble = Trouble{std::move(reason), trouble ? trouble->since : now, now};
-    nextAttempt = now + pauses.next();
-  }
-
-  void noteLoss(const std::shared_ptr<SharedLink> &link, Deadline callBegan) {
-    // A server that hangs up at once is no better than none. Counted once, not by each waiter, and
-    // not against a call that found the connection as it was.
-    if (current == link && link->wasInVain() && link->openedAt() >= callBegan) {
-      noteFailure(link->end().value_or(Error()));
-    }
-    retire(link);
-  }
-
-  void noteAnswer() {
-    trouble.reset();
-    pauses.reset();
-  }
+  LinkKeeper links;
+  bool isOpening = false;          // some thread makes a connection
+  std::condition_variable opened;  // or failed to
 };
 
 // While one thread makes a connection, the others wait for it.
@@ -108,13 +56,13 @@ class SharedConnection::Call {
         link->wait(lock_, waiter, nextLook());
       }
       if (waiter.answer) {
-        state_.noteAnswer();
+        state_.links.noteAnswer();
         return std::move(waiter.answer);
       }
       if (!link->end()) {
         return std::nullopt;
       }
-      state_.noteLoss(link, begin_);
+      state_.links.noteLoss(link, begin_);
     }
     return std::nullopt;
   }
@@ -133,7 +81,7 @@ class SharedConnection::Call {
     const auto now = Clock::now();
     if (now >= terms_.deadline) {
       if (link) {
-        state_.retire(link);
+        state_.links.retire(link);
       }
       end({kErrorDomain, timedOut, "no answer in time"});
       return false;
@@ -158,19 +106,20 @@ class SharedConnection::Call {
   // Null, with the reason given, if there is none within the terms.
   std::shared_ptr<SharedLink> linkThatStands() {
     while (true) {
-      if (state_.current && !state_.current->stands()) {
-        state_.noteLoss(std::shared_ptr(state_.current), begin_);
+      const auto link = state_.links.current();
+      if (link && link->stands()) {
+        return link;
       }
-      if (state_.current) {
-        return state_.current;
+      if (link) {
+        state_.links.noteLoss(link, begin_);
       }
       if (!goesOn(nullptr) || !isWorthAnotherAttempt()) {
         return nullptr;
       }
       if (state_.isOpening) {
         state_.opened.wait_until(lock_, nextLook());
-      } else if (Clock::now() < state_.nextAttempt) {
-        state_.opened.wait_until(lock_, std::min(nextLook(), state_.nextAttempt));
+      } else if (Clock::now() < state_.links.nextAttempt()) {
+        state_.opened.wait_until(lock_, std::min(nextLook(), state_.links.nextAttempt()));
       } else {
         open();
       }
@@ -178,13 +127,11 @@ class SharedConnection::Call {
   }
 
   bool isWorthAnotherAttempt() {
-    const auto &trouble = state_.trouble;
-    const bool isOver = trouble && trouble->latest >= begin_ &&
-                        trouble->latest - std::max(begin_, trouble->since) >= terms_.connecting;
-    if (isOver) {
-      end(trouble->reason);
+    auto reason = state_.links.whyHopeless(begin_, terms_.connecting);
+    if (reason) {
+      end(std::move(*reason));
     }
-    return !isOver;
+    return !reason;
   }
 
   void open() {
@@ -196,10 +143,10 @@ class SharedConnection::Call {
       connection = opener_({terms_.deadline, /*stopDescriptor=*/-1}, &reason);
     }
     if (connection) {
-      state_.keep(std::move(connection));
+      state_.links.keep(std::move(connection));
     } else if (Clock::now() < terms_.deadline) {
       // else it was this call that had no time left
-      state_.noteFailure(std::move(reason));
+      state_.links.noteFailure(std::move(reason));
     }
   }
 
@@ -211,6 +158,12 @@ class SharedConnection::Call {
   Deadline begin_ = Clock::now();
   Deadline nextGlance_ = begin_ + terms_.glance;
 };
+
+Terms lasting(std::chrono::milliseconds time) {
+  Terms terms;
+  terms.deadline = Clock::now() + time;
+  return terms;
+}
 
 SharedConnection::SharedConnection(Opener opener)
     : opener_(std::move(opener)), state_(std::make_unique<State>()) {}
@@ -230,11 +183,7 @@ void SharedConnection::abandon() {
   // never released: a thread that is not in this process may hold its lock or wait in it
   State &old = *state_.release();
   if (old.mutex.try_lock()) {
-    for (const auto &entry : old.links) {
-      if (const auto link = entry.lock()) {
-        link->abandon();
-      }
-    }
+    old.links.abandon();
   }
   state_ = std::make_unique<State>();
 }

@@ -26,6 +26,9 @@ struct Terms {
   std::chrono::milliseconds glance{250};
 };
 
+// The usual terms, with a deadline in `time` from now.
+[[nodiscard]] Terms lasting(std::chrono::milliseconds time);
+
 // A connection to a daemon that many threads use at once, each call with as many others in flight
 // as there are threads, and none delayed by another. Opened at the first request, again after a
 // loss. Has no thread of its own: a caller that waits reads for all.

@@ -25,12 +25,6 @@ QuillMessage requestFor(std::uint8_t content) {
   return QuillMessage::initCommandMessageSignData(Bytes{content}, Bytes(20, 2), SecretText(""));
 }
 
-Terms lasting(std::chrono::milliseconds time) {
-  Terms terms;
-  terms.deadline = std::chrono::steady_clock::now() + time;
-  return terms;
-}
-
 Terms soon() {
   return lasting(std::chrono::seconds(10));
 }
