@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "client/CardMarker.hpp"
+#include "driver/Card.hpp"
+
+namespace driver {
+
+// What is known of the card without asking anybody, and how good that still is. Not for several
+// threads at once.
+class CardKnowledge {
+ public:
+  using Content = std::shared_ptr<const CardContent>;
+  using Clock = std::chrono::steady_clock;
+
+  // Looks at the marker; what was read under an earlier one is forgotten. `isFolderPrivate` is
+  // asked once, if no marker has been seen yet.
+  void look(const std::function<bool()> &isFolderPrivate);
+
+  // True if no marker can be seen, whether a card is there or not.
+  [[nodiscard]] bool isBlind() const { return isBlind_.value_or(false); }
+
+  // Whether a card is there: by the marker, if that can be seen, else by what was read last.
+  [[nodiscard]] bool isPresent() const;
+
+  // True if `content` is what the list holds, as far as can be seen.
+  [[nodiscard]] bool isFresh() const { return isFresh_; }
+  [[nodiscard]] const Content &content() const { return content_; }
+
+  // A number that changes whenever a card came or went.
+  [[nodiscard]] std::uint64_t generation() const { return generation_; }
+
+  // Takes a list that was read; null: it can't be had.
+  void take(Content content);
+
+  // The list is to be read again, though the marker did not change.
+  void doubt() { isFresh_ = false; }
+
+  // When the list was asked for the last time: a failure, where the marker can be seen.
+  std::optional<Clock::time_point> askedAt;
+
+ private:
+  std::optional<bool> isBlind_;
+  std::optional<client::CardMarker> marker_;
+  Content content_;  // null: unknown, or nothing on it
+  bool isFresh_ = false;
+  std::uint64_t generation_ = 0;
+};
+
+}  // namespace driver

@@ -1,0 +1,60 @@
+#include "driver/CardReading.hpp"
+
+#include <algorithm>
+#include <optional>
+#include <tuple>
+#include <utility>
+
+#include "crypto/Digest.hpp"
+#include "support/HexString.hpp"
+
+namespace driver {
+namespace {
+
+std::optional<CardIdentity> identityOf(const support::CertificateInfo &info) {
+  const Bytes der = support::dataFromBase64String(info.certificate);
+  auto certificate = crypto::Certificate::fromDER(der);
+  const auto key = certificate ? certificate->publicKey() : std::nullopt;
+  const auto keyBytes = key ? key->externalRepresentation() : std::nullopt;
+  if (!keyBytes) {
+    return std::nullopt;
+  }
+  return CardIdentity{std::move(*certificate),
+                      crypto::sha1Digest(der),
+                      crypto::sha1Digest(*keyBytes),
+                      info.label,
+                      info.canSign,
+                      info.canDecrypt,
+                      info.canUnwrap};
+}
+
+auto descriptionOf(const CardIdentity &identity) {
+  return std::tie(identity.certificateHash, identity.label, identity.canSign, identity.canDecrypt,
+                  identity.canUnwrap);
+}
+
+}  // namespace
+
+CardContent cardContentOf(const protocol::CardList &list) {
+  CardContent content;
+  for (const support::CertificateInfo &info : protocol::certificateInfosOf(list)) {
+    if (auto identity = identityOf(info)) {
+      content.push_back(std::move(*identity));
+    }
+  }
+  return content;
+}
+
+bool areAlike(const CardContent *left, const CardContent *right) {
+  if (left == nullptr || right == nullptr) {
+    return left == right;
+  }
+  return std::ranges::equal(*left, *right, {}, descriptionOf, descriptionOf);
+}
+
+bool holds(const CardContent *content, const CardIdentity &identity) {
+  return content != nullptr && std::ranges::find(*content, identity.certificateHash,
+                                                 &CardIdentity::certificateHash) != content->end();
+}
+
+}  // namespace driver

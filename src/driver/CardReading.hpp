@@ -1,0 +1,18 @@
+#pragma once
+
+#include "driver/Card.hpp"
+#include "protocol/CardList.hpp"
+
+namespace driver {
+
+// What a list says of the card, in its order. Entries whose certificate does not parse or holds a
+// key of an unknown type are left out. Nobody has vouched for any of it.
+[[nodiscard]] CardContent cardContentOf(const protocol::CardList &list);
+
+// True if both hold the same certificates with the same descriptions; null: nothing.
+[[nodiscard]] bool areAlike(const CardContent *left, const CardContent *right);
+
+// True if the certificate of `identity` is among them.
+[[nodiscard]] bool holds(const CardContent *content, const CardIdentity &identity);
+
+}  // namespace driver

@@ -1,0 +1,155 @@
+#include "driver/DaemonCard.hpp"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+#include "driver/CardKnowledge.hpp"
+#include "driver/CardReading.hpp"
+
+namespace driver {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long somebody who only wants to know whether a card is there may be kept waiting.
+constexpr std::chrono::milliseconds kQuickly{1000};
+
+// The card may come and go while its list is read.
+constexpr int kMostReadings = 3;
+
+client::Terms onceAndQuickly() {
+  client::Terms terms = client::lasting(kQuickly);
+  terms.connecting = std::chrono::milliseconds(0);
+  return terms;
+}
+
+UseOutcome outcomeOf(const Error &error) {
+  if (error.domain == client::kErrorDomain && error.code == client::stopped) {
+    return UseOutcome::cardGone;
+  }
+  return error.domain == client::kErrorDomain && error.code == client::timedOut
+             ? UseOutcome::timedOut
+             : UseOutcome::failed;
+}
+
+}  // namespace
+
+bool DaemonCard::State::wasAskedWithin(std::chrono::milliseconds time) const {
+  return known.askedAt && Clock::now() - *known.askedAt < time;
+}
+
+DaemonCard::DaemonCard(CardTimes times, CardSurroundings surroundings)
+    : times_(times),
+      surroundings_(std::move(surroundings)),
+      connection_(surroundings_.open),
+      state_(std::make_unique<State>()) {}
+
+DaemonCard::~DaemonCard() = default;
+
+bool DaemonCard::isPresent() {
+  std::unique_lock lock(state_->mutex);
+  state_->known.look(surroundings_.isMarkerFolderPrivate);
+  if (!state_->known.isBlind()) {
+    return state_->known.isPresent();
+  }
+  lock.unlock();
+  return contentByAsking(onceAndQuickly()) != nullptr;
+}
+
+std::uint64_t DaemonCard::generation() {
+  const std::scoped_lock lock(state_->mutex);
+  state_->known.look(surroundings_.isMarkerFolderPrivate);
+  return state_->known.generation();
+}
+
+DaemonCard::Content DaemonCard::content() {
+  std::unique_lock lock(state_->mutex);
+  state_->known.look(surroundings_.isMarkerFolderPrivate);
+  const bool isBlind = state_->known.isBlind();
+  lock.unlock();
+  return isBlind ? contentByAsking(client::lasting(times_.list)) : contentByMarker();
+}
+
+DaemonCard::Content DaemonCard::contentByMarker() {
+  std::unique_lock lock(state_->mutex);
+  CardKnowledge &known = state_->known;
+  for (int reading = 0; reading < kMostReadings && known.isPresent(); ++reading) {
+    if (known.isFresh()) {
+      return known.content();
+    }
+    if (state_->wasAskedWithin(times_.again)) {
+      return nullptr;
+    }
+    const auto generation = known.generation();
+    lock.unlock();
+    auto list = readList(client::lasting(times_.list));
+    lock.lock();
+    known.look(surroundings_.isMarkerFolderPrivate);
+    if (known.generation() != generation) {
+      continue;
+    }
+    if (!list) {
+      known.askedAt = Clock::now();
+      return nullptr;
+    }
+    known.take(list->empty() ? nullptr : std::make_shared<const CardContent>(std::move(*list)));
+  }
+  return known.isFresh() ? known.content() : nullptr;
+}
+
+DaemonCard::Content DaemonCard::contentByAsking(const client::Terms &terms) {
+  std::unique_lock lock(state_->mutex);
+  CardKnowledge &known = state_->known;
+  if (!state_->wasAskedWithin(times_.again)) {
+    known.askedAt = Clock::now();
+    lock.unlock();
+    auto list = readList(terms);
+    lock.lock();
+    known.take(!list || list->empty() ? nullptr
+                                      : std::make_shared<const CardContent>(std::move(*list)));
+  }
+  return known.content();
+}
+
+std::optional<CardContent> DaemonCard::readList(const client::Terms &terms) {
+  auto failure = UseOutcome::failed;
+  const auto answer = ask(QuillMessage::initCommandMessageGetCertificates(), terms, failure);
+  if (!answer) {
+    return std::nullopt;
+  }
+  return answer->certificates ? cardContentOf(*answer->certificates) : CardContent();
+}
+
+// Nothing, with what it comes to, if there is no answer to this request.
+std::optional<QuillMessage> DaemonCard::ask(const QuillMessage &message, const client::Terms &terms,
+                                            UseOutcome &failure) {
+  Error error;
+  auto answer = connection_.request(message, terms, &error);
+  if (answer && answer->command != message.command) {
+    answer.reset();
+    error = {"driver", 0, "kfyd answered something else than it was asked"};
+  }
+  if (!answer) {
+    failure = outcomeOf(error);
+  }
+  if (answer || failure != UseOutcome::cardGone) {
+    const std::scoped_lock lock(state_->mutex);
+    state_->trouble = error.description;
+  }
+  return answer;
+}
+
+void DaemonCard::abandon() {
+  connection_.abandon();
+  // never released: a thread that is not in this process may hold its lock
+  (void)state_.release();
+  state_ = std::make_unique<State>();
+}
+
+std::string DaemonCard::lastTrouble() {
+  const std::scoped_lock lock(state_->mutex);
+  return state_->trouble;
+}
+
+}  // namespace driver

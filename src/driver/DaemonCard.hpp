@@ -1,0 +1,88 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "base/Error.hpp"
+#include "client/PinnedServer.hpp"
+#include "client/SharedConnection.hpp"
+#include "driver/Card.hpp"
+#include "driver/CardKnowledge.hpp"
+#include "driver/PrivateFolder.hpp"
+#include "protocol/QuillMessage.hpp"
+
+namespace driver {
+
+// How long things may take.
+struct CardTimes {
+  std::chrono::milliseconds use{60000};   // one use of a key: its holder may have to ask somebody
+  std::chrono::milliseconds list{10000};  // the reading of the list
+  std::chrono::milliseconds away{5000};   // how long the card may be away during a use
+  std::chrono::milliseconds glance{250};  // between two looks at the card during a use
+  std::chrono::milliseconds again{1000};  // before the daemon is asked again after a failure, and
+                                          // between two questions where no marker can be seen
+};
+
+// What it meets outside.
+struct CardSurroundings {
+  client::SharedConnection::Opener open = [](const client::Patience &patience, Error *error) {
+    return client::openLoopback(patience, error);
+  };
+  std::function<bool()> isMarkerFolderPrivate = driver::isMarkerFolderPrivate;
+};
+
+// The card that the daemon of this machine holds. It is there while the daemon's marker is, unless
+// the list is known to be empty. Where the folder of the marker is this program's own, the daemon
+// is asked instead, which keeps the list when the card goes. Connects at first use.
+class DaemonCard final : public Card {
+ public:
+  explicit DaemonCard(CardTimes times = {}, CardSurroundings surroundings = {});
+  ~DaemonCard() override;
+  DaemonCard(const DaemonCard &) = delete;
+  DaemonCard &operator=(const DaemonCard &) = delete;
+
+  // Where no marker can be seen, may wait for the daemon, a second at most.
+  [[nodiscard]] bool isPresent() override;
+  [[nodiscard]] std::shared_ptr<const CardContent> content() override;
+  [[nodiscard]] std::uint64_t generation() override;
+  [[nodiscard]] UseResult sign(const CardIdentity &identity, ByteView data,
+                               const SecretText &pin) override;
+  [[nodiscard]] UseResult decrypt(const CardIdentity &identity, ByteView data,
+                                  const SecretText &pin) override;
+  void abandon() override;
+
+  // Why the daemon could not be asked the last time, in one line; empty if it could.
+  [[nodiscard]] std::string lastTrouble();
+
+ private:
+  // No lock is held while anybody is asked.
+  struct State {
+    std::mutex mutex;
+    CardKnowledge known;
+    std::string trouble;
+
+    [[nodiscard]] bool wasAskedWithin(std::chrono::milliseconds time) const;
+  };
+  using Content = std::shared_ptr<const CardContent>;
+
+  [[nodiscard]] Content contentByMarker();
+  [[nodiscard]] Content contentByAsking(const client::Terms &terms);
+  [[nodiscard]] std::optional<CardContent> readList(const client::Terms &terms);
+  [[nodiscard]] std::optional<QuillMessage> ask(const QuillMessage &message,
+                                                const client::Terms &terms, UseOutcome &failure);
+  [[nodiscard]] client::Terms termsOfUse();
+  [[nodiscard]] std::optional<QuillMessage> use(const CardIdentity &identity,
+                                                const QuillMessage &message, UseOutcome &outcome);
+
+  CardTimes times_;
+  CardSurroundings surroundings_;
+  client::SharedConnection connection_;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace driver

@@ -1,0 +1,88 @@
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "driver/CardReading.hpp"
+#include "driver/DaemonCard.hpp"
+
+namespace driver {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Bytes copyOf(ByteView bytes) {
+  return {bytes.begin(), bytes.end()};
+}
+
+UseResult resultOf(UseOutcome outcome, SecretBytes answer) {
+  if (outcome == UseOutcome::done && answer.empty()) {
+    outcome = UseOutcome::failed;
+  }
+  return {outcome, std::move(answer)};
+}
+
+}  // namespace
+
+client::Terms DaemonCard::termsOfUse() {
+  client::Terms terms = client::lasting(times_.use);
+  terms.glance = times_.glance;
+  terms.goesOn = [this, awaySince = std::optional<Clock::time_point>()]() mutable {
+    if (isPresent()) {
+      awaySince.reset();
+      return true;
+    }
+    awaySince = awaySince.value_or(Clock::now());
+    return Clock::now() - *awaySince < times_.away;
+  };
+  return terms;
+}
+
+// The answer, and `outcome` is done; nothing if it comes to anything else.
+std::optional<QuillMessage> DaemonCard::use(const CardIdentity &identity,
+                                            const QuillMessage &message, UseOutcome &outcome) {
+  if (!isPresent()) {
+    outcome = UseOutcome::cardGone;
+    return std::nullopt;
+  }
+  auto answer = ask(message, termsOfUse(), outcome);
+  if (!answer) {
+    if (outcome == UseOutcome::failed && !isPresent()) {
+      outcome = UseOutcome::cardGone;
+    }
+    return std::nullopt;
+  }
+  if (!answer->status) {
+    {
+      // a daemon that was restarted may know of no card, though the marker did not change
+      const std::scoped_lock lock(state_->mutex);
+      state_->known.doubt();
+    }
+    outcome = holds(content().get(), identity) ? UseOutcome::refused : UseOutcome::cardGone;
+    return std::nullopt;
+  }
+  outcome = UseOutcome::done;
+  return answer;
+}
+
+UseResult DaemonCard::sign(const CardIdentity &identity, ByteView data, const SecretText &pin) {
+  auto outcome = UseOutcome::failed;
+  const auto answer = use(identity,
+                          QuillMessage::initCommandMessageSignData(
+                              copyOf(data), identity.certificateHash, SecretText(pin.reveal())),
+                          outcome);
+  return resultOf(outcome,
+                  answer ? SecretBytes(answer->signedData.value_or(Bytes())) : SecretBytes());
+}
+
+UseResult DaemonCard::decrypt(const CardIdentity &identity, ByteView data, const SecretText &pin) {
+  auto outcome = UseOutcome::failed;
+  auto answer = use(identity,
+                    QuillMessage::initCommandMessageDecryptDataWithObjectID(
+                        identity.certificateHash, copyOf(data), SecretText(pin.reveal())),
+                    outcome);
+  return resultOf(
+      outcome, answer && answer->decryptedData ? std::move(*answer->decryptedData) : SecretBytes());
+}
+
+}  // namespace driver

@@ -1,0 +1,256 @@
+#include "driver/DaemonCard.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+
+#include "base/Root.hpp"
+#include "client/CardMarker.hpp"
+#include "crypto/Digest.hpp"
+#include "fakes/ScriptedDaemon.hpp"
+#include "protocol/CardList.hpp"
+#include "support/HexString.hpp"
+
+namespace driver {
+namespace {
+
+using std::chrono::milliseconds;
+
+void removeMarker() {
+  std::filesystem::remove_all(client::cardMarkerPath());
+}
+
+void putMarker() {
+  removeMarker();
+  std::ofstream(client::cardMarkerPath()).close();
+}
+
+// A daemon whose card does with data what its first byte says.
+class DaemonCardTest : public testing::Test {
+ protected:
+  enum Deed : std::uint8_t {
+    answers,
+    refuses,
+    isSilent,
+    sendsNothing,
+    sendsOtherThings,
+    withdraws
+  };
+
+  void SetUp() override { putMarker(); }
+  void TearDown() override { removeMarker(); }
+
+  static support::CertificateInfo entry(const crypto::Certificate &certificate,
+                                        const std::string &label) {
+    support::CertificateInfo info;
+    info.certificate = support::base64EncodeBytes(certificate.der(), /*separateLines=*/false);
+    info.label = label;
+    info.canSign = true;
+    return info;
+  }
+
+  void setList(std::vector<support::CertificateInfo> infos) {
+    const std::vector<protocol::CardElement> elements(infos.begin(), infos.end());
+    const std::scoped_lock lock(mutex_);
+    list_ = protocol::makeCardList(elements);
+  }
+
+  void serve(fakes::ServedConnection &connection) {
+    while (const auto request = connection.receive()) {
+      if (auto reply = replyTo(*request)) {
+        reply->messageID = request->messageID;
+        connection.send(*reply);
+      }
+    }
+  }
+
+  std::optional<QuillMessage> replyTo(const QuillMessage &request) {
+    auto reply = QuillMessage::initWithReplyMessageForCommand(request.command, /*status=*/true,
+                                                              request.messageID);
+    if (request.command == QuillCommandGetCertificates) {
+      const std::scoped_lock lock(mutex_);
+      reply.certificates = list_;
+      ++listings_;
+      return reply;
+    }
+    const Bytes data = request.dataToSign ? *request.dataToSign : request.dataToDecrypt.value();
+    reply.signedData = Bytes{7, 8};
+    reply.decryptedData = SecretBytes(Bytes{9});
+    switch (static_cast<Deed>(data.at(0))) {
+      case answers:
+        break;
+      case refuses:
+        reply.status = false;
+        reply.signedData = Bytes();
+        break;
+      case isSilent:
+        return std::nullopt;
+      case sendsNothing:
+        reply.signedData = Bytes();
+        break;
+      case sendsOtherThings:
+        reply.command = QuillCommandDecryptData;
+        break;
+      case withdraws:
+        removeMarker();
+        return std::nullopt;
+    }
+    return reply;
+  }
+
+  CardSurroundings surroundings(bool isFolderPrivate) {
+    return {[this](const client::Patience &patience, Error *error) {
+              return client::Connection::open(client::kLoopbackHost, daemon_->port(),
+                                              client::judgeByKeyOf(identity_.certificate), patience,
+                                              error);
+            },
+            [isFolderPrivate] { return isFolderPrivate; }};
+  }
+
+  UseOutcome outcomeOf(Deed deed) {
+    return card_.sign(card_.content()->at(0), Bytes{deed}, SecretText("1234")).outcome;
+  }
+
+  crypto::Identity identity_ = fakes::makeIdentity("daemon");
+  std::mutex mutex_;
+  QuillMessage::Certificates list_;
+  std::atomic<int> listings_ = 0;
+  std::optional<fakes::ScriptedDaemon> daemon_{
+      std::in_place, identity_, std::uint16_t{0},
+      [this](fakes::ServedConnection &connection, int /*number*/) { serve(connection); }};
+  CardTimes times_{.use = milliseconds(10000),
+                   .list = milliseconds(10000),
+                   .away = milliseconds(20),
+                   .glance = milliseconds(5),
+                   .again = milliseconds(0)};
+  DaemonCard card_{times_, surroundings(/*isFolderPrivate=*/false)};
+};
+
+TEST_F(DaemonCardTest, IsThereWhileTheMarkerIsAFileOfTheRightOwner) {
+  setList({entry(identity_.certificate, "key")});
+  EXPECT_TRUE(card_.isPresent());
+  const auto generation = card_.generation();
+  EXPECT_EQ(card_.content()->size(), 1);
+  EXPECT_EQ(card_.generation(), generation) << "the first reading is no news";
+
+  const std::string marker = client::cardMarkerPath();
+  removeMarker();
+  EXPECT_FALSE(card_.isPresent());
+  EXPECT_EQ(card_.content(), nullptr);
+  EXPECT_NE(card_.generation(), generation);
+  std::ofstream(base::rooted("/tmp/other")).close();
+  std::filesystem::create_symlink(base::rooted("/tmp/other"), marker);
+  EXPECT_FALSE(card_.isPresent()) << "a link";
+  removeMarker();
+  std::filesystem::create_directory(marker);
+  EXPECT_FALSE(card_.isPresent()) << "a folder";
+  putMarker();
+  EXPECT_TRUE(card_.isPresent());
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(marker.c_str(), 1, 1), 0);
+    EXPECT_FALSE(card_.isPresent()) << "somebody else's";
+  }
+}
+
+TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
+  const auto key = fakes::madeIdentity("RSA", "key");
+  auto broken = entry(key.certificate, "broken");
+  broken.certificate = support::base64EncodeBytes(Bytes(40, 1), /*separateLines=*/false);
+  setList({entry(key.certificate, "first"), broken, entry(identity_.certificate, ""),
+           entry(key.certificate, "again")});
+  const auto content = card_.content();
+  ASSERT_TRUE(content);
+  EXPECT_EQ(card_.content(), content);
+  EXPECT_EQ(listings_, 1);
+  ASSERT_EQ(content->size(), 3);
+  EXPECT_EQ(content->at(0).label, "first");
+  EXPECT_TRUE(content->at(0).canSign);
+  EXPECT_EQ(content->at(0).certificateHash, key.certificate.sha1());
+  EXPECT_EQ(content->at(0).publicKeyHash,
+            crypto::sha1Digest(key.key.publicKey().externalRepresentation().value()));
+  EXPECT_EQ(content->at(2).publicKeyHash, content->at(0).publicKeyHash);
+
+  setList({});
+  putMarker();
+  EXPECT_TRUE(card_.isPresent()) << "nothing else is known of it";
+  EXPECT_EQ(card_.content(), nullptr);
+  EXPECT_FALSE(card_.isPresent());
+  EXPECT_EQ(listings_, 2);
+}
+
+TEST_F(DaemonCardTest, TellsHowAUseEnded) {
+  setList({entry(identity_.certificate, "key")});
+  const auto identity = card_.content()->at(0);
+  const auto isAnswer = [](const UseResult &result, const Bytes &answer) {
+    return result.outcome == UseOutcome::done && base::equal(result.answer.reveal(), answer);
+  };
+  EXPECT_TRUE(isAnswer(card_.sign(identity, Bytes{answers}, SecretText("")), Bytes{7, 8}));
+  EXPECT_TRUE(isAnswer(card_.decrypt(identity, Bytes{answers}, SecretText("")), Bytes{9}));
+  EXPECT_EQ(outcomeOf(refuses), UseOutcome::refused);
+  EXPECT_EQ(outcomeOf(sendsNothing), UseOutcome::failed);
+  EXPECT_EQ(outcomeOf(sendsOtherThings), UseOutcome::failed);
+  EXPECT_NE(card_.lastTrouble(), "");
+  EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
+  EXPECT_EQ(card_.lastTrouble(), "");
+
+  setList({entry(fakes::makeIdentity("other").certificate, "other")});
+  EXPECT_EQ(card_.sign(identity, Bytes{refuses}, SecretText("")).outcome, UseOutcome::cardGone);
+  EXPECT_EQ(outcomeOf(withdraws), UseOutcome::cardGone);
+  EXPECT_EQ(card_.sign(identity, Bytes{answers}, SecretText("")).outcome, UseOutcome::cardGone);
+  putMarker();
+  times_.use = milliseconds(30);
+  DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
+  EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, SecretText("")).outcome, UseOutcome::timedOut);
+}
+
+TEST_F(DaemonCardTest, WorksAgainInTheChildOfAFork) {
+  setList({entry(identity_.certificate, "key")});
+  EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
+  card_.abandon();
+  EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
+  EXPECT_EQ(listings_, 2);
+}
+
+TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
+  removeMarker();
+  DaemonCard blind(times_, surroundings(/*isFolderPrivate=*/true));
+  setList({});
+  EXPECT_FALSE(blind.isPresent());
+  const auto generation = blind.generation();
+  setList({entry(identity_.certificate, "key")});
+  EXPECT_TRUE(blind.isPresent());
+  EXPECT_EQ(blind.content()->size(), 1);
+  EXPECT_NE(blind.generation(), generation);
+  EXPECT_EQ(listings_, 3);
+
+  times_.again = std::chrono::hours(1);
+  DaemonCard calm(times_, surroundings(/*isFolderPrivate=*/true));
+  EXPECT_TRUE(calm.isPresent());
+  EXPECT_TRUE(calm.content());
+  EXPECT_EQ(listings_, 4);
+
+  daemon_.reset();
+  EXPECT_FALSE(blind.isPresent());
+  EXPECT_NE(blind.lastTrouble(), "");
+}
+
+TEST(PrivateFolder, IsAPartOfAFileSystemThatIsMountedElsewhereToo) {
+  const std::string disk = "22 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n";
+  const std::string subvolumes =
+      "22 1 0:25 /@ / rw - btrfs /dev/sda1 rw\n23 22 0:25 /@tmp /tmp rw - btrfs /dev/sda1 rw\n";
+  const std::string memory = "23 22 0:30 / /tmp rw shared:2 - tmpfs tmpfs rw\n";
+  EXPECT_FALSE(isBoundFolder("", "/tmp"));
+  EXPECT_FALSE(isBoundFolder("nonsense\n\n1 2 3\n" + disk, "/tmp"));
+  EXPECT_FALSE(isBoundFolder(disk + memory, "/tmp"));
+  EXPECT_FALSE(isBoundFolder(subvolumes, "/tmp"));
+  EXPECT_TRUE(isBoundFolder(disk + "23 22 8:1 /tmp/own-1/tmp /tmp rw - ext4 /dev/sda1 rw", "/tmp"));
+  EXPECT_TRUE(
+      isBoundFolder(disk + memory + "24 23 0:30 /own-1/tmp /tmp rw - tmpfs tmpfs rw\n", "/tmp"));
+}
+
+}  // namespace
+}  // namespace driver
