@@ -77,7 +77,8 @@ int runDaemon() {
   prepareProcess();
   platform_linux::AsioMainQueue queue;
   platform_linux::SystemClock clock;
-  platform_linux::TomlUserDefaults defaults(reportFromPlatform);
+  platform_linux::TomlUserDefaults defaults(reportFromPlatform, "/etc/keyferry",
+                                            support::currentEvent);
   platform_linux::LogCollector log(queue, processName());
   platform_linux::SpawnToolRunner tools;
   platform_linux::AccountFileDirectory directory(reportFromPlatform);

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace platform {
+
+// The bytes at which an entry is cut.
+inline constexpr std::size_t kLongestEntry = std::size_t{64} * 1024;
 
 // The machine's own log. Never blocks and keeps the order of its entries.
 class UnifiedLog {
@@ -12,7 +16,8 @@ class UnifiedLog {
   // True if an entry would be taken at all. Asked before an entry is made.
   [[nodiscard]] virtual bool accepts() = 0;
 
-  // Takes one entry of UTF-8 text without line feeds. It may leave later (see flush); one that has
+  // Takes one entry of UTF-8 text without line feeds, of which kLongestEntry bytes count, cut
+  // between two characters. It may leave later (see flush); one that has
   // to be dropped is counted, and the count is said in an entry of its own as soon as entries pass
   // again.
   virtual void entry(std::string_view text) = 0;

@@ -66,21 +66,6 @@ struct EntryMaker {
   }
 };
 
-std::optional<support::CertificateInfo> certificateInfoIn(const CardEntry &entry) {
-  json::error_code code;
-  const json::value value = json::parse(entry.json, code);
-  const json::object *dictionary = code ? nullptr : value.if_object();
-  if (dictionary == nullptr || !entry.hasCertificate) {
-    return std::nullopt;
-  }
-  return support::CertificateInfo{textUnder(*dictionary, "certificate").value_or(""),
-                                  booleanUnder(*dictionary, "canSign"),
-                                  booleanUnder(*dictionary, "canDecrypt"),
-                                  booleanUnder(*dictionary, "canUnwrap"),
-                                  textUnder(*dictionary, "label").value_or(""),
-                                  textUnder(*dictionary, "publicKeyHash")};
-}
-
 }  // namespace
 
 Bytes certificateSHA1In(std::string_view text) {
@@ -97,6 +82,21 @@ std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elemen
   return std::make_shared<const CardList>(std::move(entries));
 }
 
+std::optional<support::CertificateInfo> certificateInfoIn(const CardEntry &entry) {
+  json::error_code code;
+  const json::value value = json::parse(entry.json, code);
+  const json::object *dictionary = code ? nullptr : value.if_object();
+  if (dictionary == nullptr || !entry.hasCertificate) {
+    return std::nullopt;
+  }
+  return support::CertificateInfo{textUnder(*dictionary, "certificate").value_or(""),
+                                  booleanUnder(*dictionary, "canSign"),
+                                  booleanUnder(*dictionary, "canDecrypt"),
+                                  booleanUnder(*dictionary, "canUnwrap"),
+                                  textUnder(*dictionary, "label").value_or(""),
+                                  textUnder(*dictionary, "publicKeyHash")};
+}
+
 std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list) {
   std::vector<support::CertificateInfo> infos;
   for (const CardEntry &entry : list.entries()) {
@@ -107,9 +107,12 @@ std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list) {
   return infos;
 }
 
-std::string logText(const CardList &list) {
+std::string logText(const CardList &list, std::size_t most) {
   std::string text = "(";
   for (const CardEntry &entry : list.entries()) {
+    if (text.size() > most) {
+      break;
+    }
     text += (text.size() > 1 ? ", " : "") + entry.json;
   }
   return text + ")";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <span>
@@ -41,11 +42,14 @@ using CardElement = std::variant<Bytes, support::CertificateInfo>;
 // The digest of the DER bytes in a "certificate" text; empty if the text decodes to none.
 [[nodiscard]] Bytes certificateSHA1In(std::string_view text);
 
-// The identities that a list describes, in order; elements without a certificate text are skipped,
-// a missing boolean is false and a missing label empty.
+// The identity that an element describes: a missing boolean is false and a missing label empty.
+// Nothing if it has no certificate text.
+[[nodiscard]] std::optional<support::CertificateInfo> certificateInfoIn(const CardEntry &entry);
+
+// The identities that a list describes, in order; elements without a certificate text are skipped.
 [[nodiscard]] std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list);
 
-// The text form for logs: "(a, b)".
-[[nodiscard]] std::string logText(const CardList &list);
+// The text form for logs: "(a, b)", `most` bytes of it at least where it is longer.
+[[nodiscard]] std::string logText(const CardList &list, std::size_t most);
 
 }  // namespace protocol

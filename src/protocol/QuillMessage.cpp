@@ -4,6 +4,7 @@
 
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
+#include "support/LogFormat.hpp"
 
 namespace {
 
@@ -30,23 +31,30 @@ struct ElementText {
   std::string operator()(const support::OtherValue &other) const { return other.json; }
 };
 
-std::string textOf(const QuillMessage::CertificateArray &array) {
+std::string textOf(const QuillMessage::CertificateArray &array, std::size_t most) {
   std::string text = "(";
   for (const support::ArrayElement &element : array) {
+    if (text.size() > most) {
+      break;
+    }
     text += (text.size() > 1 ? ", " : "") + std::visit(ElementText{}, element);
   }
   return text + ")";
 }
 
-// Collects the lines of a description.
+// Collects the lines of a description, `most` bytes of it at least where it is longer.
 class Description {
  public:
+  explicit Description(std::size_t most) : most_(most) {}
+
   void line(const char *name, const std::string &value) {
-    text_ += std::string(name) + ": " + value + "\n";
+    if (text_.size() < most_) {
+      text_ += std::string(name) + ": " + value + "\n";
+    }
   }
   void hex(const char *name, const std::optional<Bytes> &bytes) {
     if (bytes) {
-      line(name, support::hexString(*bytes));
+      line(name, logText(support::Hex{*bytes}, most_));
     }
   }
   void optional(const char *name, const std::optional<std::string> &value) {
@@ -63,43 +71,44 @@ class Description {
   [[nodiscard]] std::string text() && { return std::move(text_); }
 
  private:
+  std::size_t most_;
   std::string text_;
 };
 
 }  // namespace
 
-std::string QuillMessage::description() const {
-  Description lines;
-  lines.line("Status", status ? "YES" : "NO");
+std::string logText(const QuillMessage &message, std::size_t most) {
+  Description lines(most);
+  lines.line("Status", message.status ? "YES" : "NO");
   // "Mesage" is the text that log watchers know.
-  lines.line("Mesage Type", std::to_string(messageType));
-  lines.line("Command", std::to_string(command));
-  if (certificateArray) {
-    lines.line("Certificate Array", textOf(*certificateArray));
+  lines.line("Mesage Type", std::to_string(message.messageType));
+  lines.line("Command", std::to_string(message.command));
+  if (message.certificateArray) {
+    lines.line("Certificate Array", textOf(*message.certificateArray, most));
   }
-  lines.set("Challenge", challenge.has_value());
-  lines.set("challengeSignature", challengeSignature.has_value());
-  if (certificates) {
-    lines.line("certificates", logText(*certificates));
+  lines.set("Challenge", message.challenge.has_value());
+  lines.set("challengeSignature", message.challengeSignature.has_value());
+  if (message.certificates) {
+    lines.line("certificates", logText(*message.certificates, most));
   }
-  lines.optional("ephemeralUsername", ephemeralUsername);
-  lines.set("ephemeralPassword", ephemeralPassword.has_value());
-  lines.optional("error message", errorMessage);
-  lines.set("dataToSign", dataToSign.has_value());
-  lines.hex("objectID", objectID);
-  lines.set("PIN", PIN.has_value());
-  lines.set("signedData", signedData.has_value());
-  lines.hex("certificateUsedToAuthenticate", certificateUsedToAuthenticate);
-  lines.set("decryptedData", decryptedData.has_value());
-  lines.hex("selectedCertificateHash", selectedCertificateHash);
-  if (messageID) {
-    lines.line("messageID", messageID->text());
+  lines.optional("ephemeralUsername", message.ephemeralUsername);
+  lines.set("ephemeralPassword", message.ephemeralPassword.has_value());
+  lines.optional("error message", message.errorMessage);
+  lines.set("dataToSign", message.dataToSign.has_value());
+  lines.hex("objectID", message.objectID);
+  lines.set("PIN", message.PIN.has_value());
+  lines.set("signedData", message.signedData.has_value());
+  lines.hex("certificateUsedToAuthenticate", message.certificateUsedToAuthenticate);
+  lines.set("decryptedData", message.decryptedData.has_value());
+  lines.hex("selectedCertificateHash", message.selectedCertificateHash);
+  if (message.messageID) {
+    lines.line("messageID", message.messageID->text());
   }
   return std::move(lines).text();
 }
 
-std::string logText(const QuillMessage &message) {
-  return message.description();
+std::string QuillMessage::description() const {
+  return logText(*this, support::kWholeText);
 }
 
 QuillMessage QuillMessage::initCommandMessageConnectWithCertificate(

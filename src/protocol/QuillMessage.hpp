@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -87,5 +88,5 @@ class QuillMessage {
                                                                    std::optional<UUID> messageID);
 };
 
-// For log lines: the description.
-[[nodiscard]] std::string logText(const QuillMessage &message);
+// For log lines: the description, `most` bytes of it at least where it is longer.
+[[nodiscard]] std::string logText(const QuillMessage &message, std::size_t most);

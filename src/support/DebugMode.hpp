@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 namespace support {
@@ -13,11 +14,15 @@ inline constexpr std::string_view kDebugMarker = "/var/root/.kfydebug";
 // queue), outside of one at every call.
 [[nodiscard]] bool debugModeOn();
 
-// To be called before each event of the main queue: debug mode is looked up anew in it.
+// To be called before each event of the main queue: settings are looked up anew in it.
 void eventBegins();
 
+// The number of the present event, another one after each step that blocks it. 0 outside of events.
+// What was looked up under a number still holds while the number is the same.
+[[nodiscard]] std::uint64_t currentEvent();
+
 // Stands around a step that blocks the main queue. Before the step, collected log entries leave,
-// since no timer fires while it blocks; after it, debug mode is looked up anew, since it may have
+// since no timer fires while it blocks; after it, settings are looked up anew, since they may have
 // changed meanwhile.
 class BlockingStep {
  public:

@@ -81,8 +81,8 @@ std::string hexString(ByteView bytes) {
   return text;
 }
 
-std::string logText(const Hex &hex) {
-  return hexString(hex.bytes);
+std::string logText(const Hex &hex, std::size_t most) {
+  return hexString(hex.bytes.first(std::min(hex.bytes.size(), most / 2 + 1)));
 }
 
 std::optional<Bytes> dataWithHexString(std::string_view text) {

@@ -18,7 +18,7 @@ namespace support {
 struct Hex {
   ByteView bytes;
 };
-[[nodiscard]] std::string logText(const Hex &hex);
+[[nodiscard]] std::string logText(const Hex &hex, std::size_t most);
 
 // Reads hexadecimal text in either case, with at most one prefix "0x" or "0X". Nothing for an odd
 // number of characters (in silence) and for a character that is no digit (with a log line).

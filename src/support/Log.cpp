@@ -8,6 +8,7 @@
 #include "support/CVNUnifiedLogger.hpp"
 #include "support/DebugMode.hpp"
 #include "support/LogPlatform.hpp"
+#include "support/Settings.hpp"
 #include "support/StandardErrorLines.hpp"
 
 namespace support {
@@ -19,7 +20,16 @@ struct Logging {
   std::unique_ptr<LogPlatform> platform;
   std::unique_ptr<CVNUnifiedLogger> logger;
   bool inEvent = false;
-  std::optional<bool> debugMode;  // as looked up in the current event
+  std::uint64_t event = 0;  // counts on when logging starts over, so that no number comes twice
+  // as looked up in the current event
+  std::optional<bool> debugMode;
+  std::optional<bool> redaction;
+
+  void forgetLookUps() {
+    ++event;
+    debugMode.reset();
+    redaction.reset();
+  }
 };
 
 // Never destroyed: a line may be written while the process ends, after static objects have gone.
@@ -28,9 +38,24 @@ Logging &logging() {
   return state;
 }
 
+// What is left of an entry where the setting hides what entries say.
+constexpr const char *kRedactedEntry = "kfy:<private>";
+
 bool lookUpDebugMode(const LogPlatform &platform) {
   return base::fileExists(base::rooted(kDebugMarker)) ||
          platform.defaults.boolean(platform::kStandardDefaults, "debugLogging").value_or(false);
+}
+
+// Whether entries of the unified log hide what they say.
+bool isRedacted() {
+  Logging &state = logging();
+  if (!state.inEvent) {
+    return isOn(kRedactUnifiedLog, state.platform->defaults);
+  }
+  if (!state.redaction) {
+    state.redaction = isOn(kRedactUnifiedLog, state.platform->defaults);
+  }
+  return *state.redaction;
 }
 
 // An entry of the unified log is one line.
@@ -51,7 +76,7 @@ std::string unifiedLogEntry(std::string_view message) {
 
 void useLogPlatform(std::unique_ptr<LogPlatform> platform) {
   logging().logger.reset();
-  logging().debugMode.reset();
+  logging().forgetLookUps();
   logging().inEvent = false;
   logging().platform = std::move(platform);
 }
@@ -85,7 +110,11 @@ bool debugModeOn() {
 
 void eventBegins() {
   logging().inEvent = true;
-  logging().debugMode.reset();
+  logging().forgetLookUps();
+}
+
+std::uint64_t currentEvent() {
+  return logging().inEvent ? logging().event : 0;
 }
 
 BlockingStep::BlockingStep() {
@@ -93,7 +122,7 @@ BlockingStep::BlockingStep() {
 }
 
 BlockingStep::~BlockingStep() {
-  logging().debugMode.reset();
+  logging().forgetLookUps();
 }
 
 void writeLog(std::int64_t level, std::string_view format, std::span<const LogArgument> arguments) {
@@ -101,11 +130,18 @@ void writeLog(std::int64_t level, std::string_view format, std::span<const LogAr
   if (platform == nullptr) {
     return;
   }
-  const std::string message = formatted(format, arguments);
+  CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger();
+  // The file takes messages of any length. One that the unified log alone gets, and would cut, is
+  // not made in full: a frame of 2 MiB would become 4 MiB of hexadecimal text for 64 KiB.
+  const bool isForFile = level != kLogLevel || debugModeOn();
+  const std::string message =
+      formatted(format, arguments, isForFile ? kWholeText : platform::kLongestEntry + 1);
   if (platform->unifiedLog.accepts()) {
-    platform->unifiedLog.entry(unifiedLogEntry(message));
+    platform->unifiedLog.entry(isRedacted() ? kRedactedEntry : unifiedLogEntry(message));
   }
-  CVNUnifiedLogger::sharedLogger()->logString(message, level);
+  if (isForFile) {
+    logger->logString(message, level);
+  }
 }
 
 void logToFileAlone(std::string_view message) {

@@ -12,11 +12,15 @@
 
 namespace support {
 
-// A thing with a text of its own for log lines: a function logText(thing), found beside its type.
-// It is called only when the line is really written.
+// As many bytes of a text as there are.
+inline constexpr std::size_t kWholeText = std::string::npos;
+
+// A thing with a text of its own for log lines: a function logText(thing, most), found beside its
+// type. It is called only when the line is really written. Of a text longer than `most` bytes it
+// may leave out what is behind them.
 template <typename T>
 concept LogObject = requires(const T &thing) {
-  { logText(thing) } -> std::convertible_to<std::string>;
+  { logText(thing, kWholeText) } -> std::convertible_to<std::string>;
 };
 
 template <typename T>
@@ -32,13 +36,14 @@ class LogArgument {
   template <Loggable T>
   explicit LogArgument(const T &value) : value_(hold(value)) {}
 
-  // The argument as text; a missing text is "(null)".
-  [[nodiscard]] std::string text() const;
+  // The argument as text, `most` bytes of it at least where it is longer; a missing text is
+  // "(null)".
+  [[nodiscard]] std::string text(std::size_t most) const;
 
  private:
   struct Object {
     const void *thing;
-    std::string (*text)(const void *thing);
+    std::string (*text)(const void *thing, std::size_t most);
   };
   using Value = std::variant<long long, unsigned long long, std::string_view, Object>;
 
@@ -53,8 +58,8 @@ class LogArgument {
     } else if constexpr (LogText<T>) {
       return std::string_view(value);
     } else {
-      return Object{&value, [](const void *thing) -> std::string {
-                      return logText(*static_cast<const T *>(thing));
+      return Object{&value, [](const void *thing, std::size_t most) -> std::string {
+                      return logText(*static_cast<const T *>(thing), most);
                     }};
     }
   }
@@ -118,8 +123,9 @@ class LogFormat {
   std::string_view text_;
 };
 
-// Fills a checked format with its arguments, in order.
-[[nodiscard]] std::string formatted(std::string_view format,
-                                    std::span<const LogArgument> arguments);
+// Fills a checked format with its arguments, in order. Ends somewhere behind the first `most` bytes
+// where there are more.
+[[nodiscard]] std::string formatted(std::string_view format, std::span<const LogArgument> arguments,
+                                    std::size_t most = kWholeText);
 
 }  // namespace support

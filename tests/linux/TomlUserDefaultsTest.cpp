@@ -46,6 +46,22 @@ TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
   EXPECT_THAT(reports_, IsEmpty());
 }
 
+TEST_F(Defaults, AreLookedAtOnceWithinAMoment) {
+  std::uint64_t moment = 1;
+  TomlUserDefaults defaults(nullptr, folder_.path(), [&] { return moment; });
+  const auto afterWriting = [&](int value) {
+    folder_.write("kfyd.toml", "n = " + std::to_string(value));
+    return defaults.integer("kfyd", "n");
+  };
+  EXPECT_EQ(afterWriting(1), 1);
+  EXPECT_EQ(afterWriting(2), 1);
+  moment = 2;
+  EXPECT_EQ(afterWriting(3), 3);
+  moment = 0;
+  EXPECT_EQ(afterWriting(4), 4);
+  EXPECT_EQ(afterWriting(5), 5);
+}
+
 TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
   folder_.write("kfyd.toml", "n = 1\n");
   EXPECT_EQ(number(), 1);

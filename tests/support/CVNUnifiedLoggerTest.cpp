@@ -11,6 +11,7 @@
 #include "base/Root.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
 #include "support/StandardErrorLines.hpp"
 
 namespace {
@@ -89,6 +90,28 @@ TEST_F(Logger, WithinAnEventDebugModeIsLookedUpOnceAndAgainAfterABlockingStep) {
   setDebugMode(false);
   CVNLogDebug("off again");
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:on"));
+}
+
+TEST_F(Logger, MakesOfALongMessageWhatIsTakenOfIt) {
+  const Bytes frame(1 << 20, 0xAB);
+  const std::string whole = support::hexString(frame);
+  CVNLog("%@", support::Hex{frame});
+  const std::string entry = takeEntries().front();
+  EXPECT_THAT("kfy:" + whole, testing::StartsWith(entry));
+  EXPECT_GT(entry.size(), platform::kLongestEntry);
+  EXPECT_LT(entry.size(), platform::kLongestEntry + 100);
+  setDebugMode(true);
+  CVNLog("%@", support::Hex{frame});
+  EXPECT_EQ(log.standardError, whole + "\n");
+}
+
+TEST_F(Logger, HidesInTheUnifiedLogAloneWhatAMessageSays) {
+  setDebugMode(true);
+  defaults.values["kfyd/redactUnifiedLog"] = true;
+  CVNLog("secret");
+  CVNLogDebug("trace");
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:<private>", "kfy:<private>"));
+  EXPECT_THAT(fileLines(), ElementsAre("secret", "trace"));
 }
 
 TEST_F(Logger, RepeatsWithinTwoSecondsOfTheLastWrittenLineAreCounted) {

@@ -61,6 +61,7 @@ std::int64_t now() {
 // What is known of one domain's file.
 struct TomlUserDefaults::File {
   std::string path;
+  std::uint64_t moment = 0;            // in which it was last looked at; 0: in none
   std::optional<Stamp> stamp;          // when it was last looked at; nothing: it was not there
   bool isTrusted = false;              // the same stamp means the same content
   std::optional<std::string> content;  // as last read, whether it parses or not
@@ -72,8 +73,8 @@ struct TomlUserDefaults::File {
   }
 };
 
-TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder)
-    : reporter_(std::move(reporter)), folder_(std::move(folder)) {}
+TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder, Moment moment)
+    : reporter_(std::move(reporter)), folder_(std::move(folder)), moment_(std::move(moment)) {}
 
 TomlUserDefaults::~TomlUserDefaults() = default;
 
@@ -112,13 +113,19 @@ const SettingValue *TomlUserDefaults::find(std::string_view domain, std::string_
     place = files_.emplace(domain, std::move(file)).first;
   }
   File &file = *place->second;
-  const std::string complaint = refresh(file);
+  const std::string complaint = isOfThisMoment(file) ? "" : refresh(file);
   // only now that the file is up to date: the reporter may look up settings of the same file
   if (!complaint.empty() && reporter_) {
     reporter_(complaint);
   }
   const auto value = file.values.find(key);
   return value == file.values.end() ? nullptr : &value->second;
+}
+
+// Notes the moment, so that the next look-up in it finds the file looked at.
+bool TomlUserDefaults::isOfThisMoment(File &file) const {
+  const std::uint64_t before = std::exchange(file.moment, moment_ ? moment_() : 0);
+  return file.moment != 0 && file.moment == before;
 }
 
 std::string TomlUserDefaults::refresh(File &file) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -10,8 +11,9 @@
 
 namespace platform_linux {
 
-// Settings in TOML files, one per domain, named "<domain>.toml". Each look-up costs a stat of the
-// file; it is read again when its inode, size, mode or time stamps (nanoseconds) are new.
+// Settings in TOML files, one per domain, named "<domain>.toml". A look-up costs a stat of the
+// file, the first one of a moment; it is read again when its inode, size, mode or time stamps
+// (nanoseconds) are new.
 //
 // What cannot be used is told to the reporter, once per change: a file that does not parse or can't
 // be read keeps the values it had before; one that its group or others can write counts as absent.
@@ -22,8 +24,13 @@ class TomlUserDefaults : public platform::UserDefaults {
   // itself.
   using Reporter = std::function<void(const std::string &line)>;
 
-  // `folder` is an absolute path, mapped under the root.
-  explicit TomlUserDefaults(Reporter reporter, std::string folder = "/etc/keyferry");
+  // The number of the present moment. Within one moment a file is looked at once; 0 is no moment,
+  // and the file is looked at every time.
+  using Moment = std::function<std::uint64_t()>;
+
+  // `folder` is an absolute path, mapped under the root. Without `moment` there is none.
+  explicit TomlUserDefaults(Reporter reporter, std::string folder = "/etc/keyferry",
+                            Moment moment = nullptr);
   ~TomlUserDefaults() override;
 
   [[nodiscard]] std::optional<std::string> text(std::string_view domain,
@@ -36,12 +43,14 @@ class TomlUserDefaults : public platform::UserDefaults {
   struct File;
 
   [[nodiscard]] const SettingValue *find(std::string_view domain, std::string_view key);
+  [[nodiscard]] bool isOfThisMoment(File &file) const;
   // Both bring a file up to date and return what is to be reported, if anything.
   [[nodiscard]] static std::string refresh(File &file);
   [[nodiscard]] static std::string take(File &file, std::string_view content);
 
   Reporter reporter_;
   std::string folder_;
+  Moment moment_;
   std::map<std::string, std::unique_ptr<File>, std::less<>> files_;  // by domain
 };
 

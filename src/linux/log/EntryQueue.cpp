@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/UnifiedLog.hpp"
+
 namespace platform_linux {
 namespace {
 
-constexpr std::size_t kLongestEntry = 64 * 1024;
+using platform::kLongestEntry;
+
 constexpr std::size_t kMostEntries = 4096;
 constexpr std::size_t kMostBytes = 1024 * 1024;
 
