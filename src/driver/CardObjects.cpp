@@ -1,0 +1,218 @@
+#include "driver/CardObjects.hpp"
+
+#include <algorithm>
+#include <set>
+
+#include "crypto/KeyParts.hpp"
+#include "driver/Mechanisms.hpp"
+#include "support/HexString.hpp"
+
+namespace driver {
+namespace {
+
+using Attributes = std::map<CK_ATTRIBUTE_TYPE, Bytes>;
+
+// The object's value that is DER without being certificate or key: OCTET STRING of fewer than 256
+// bytes.
+Bytes octetString(ByteView content) {
+  Bytes der{0x04};
+  if (content.size() >= 128) {
+    der.push_back(0x81);
+  }
+  der.push_back(static_cast<std::uint8_t>(content.size()));
+  der.insert(der.end(), content.begin(), content.end());
+  return der;
+}
+
+// CKA_EC_PARAMS of Ed25519, the curve's name as a PrintableString (PKCS #11 v3.0, 2.3.10).
+Bytes edwardsCurve() {
+  constexpr std::string_view kName = "edwards25519";
+  Bytes der{0x13, static_cast<std::uint8_t>(kName.size())};
+  der.insert(der.end(), kName.begin(), kName.end());
+  return der;
+}
+
+// True for kinds of keys that the mechanisms know.
+bool isUsable(const crypto::PublicKey &key) {
+  constexpr int kLeastRSABits = 1024;
+  constexpr int kMostRSABits = 4096;
+  switch (key.type()) {
+    case crypto::KeyType::rsa:
+      return key.bits() >= kLeastRSABits && key.bits() <= kMostRSABits;
+    case crypto::KeyType::ec:
+      return crypto::curveIdentifierOf(key).has_value();
+    case crypto::KeyType::ed25519:
+      return true;
+    case crypto::KeyType::other:
+      break;
+  }
+  return false;
+}
+
+Bytes mechanismsAttribute(crypto::KeyType type) {
+  Bytes value;
+  for (const CK_MECHANISM_TYPE mechanism : mechanismTypesFor(type)) {
+    const Bytes one = attributeOf(mechanism);
+    value.insert(value.end(), one.begin(), one.end());
+  }
+  return value;
+}
+
+// What all objects of the card have.
+Attributes commonAttributes(CK_OBJECT_CLASS objectClass, const CardIdentity &identity,
+                            const std::string &label) {
+  return {{CKA_CLASS, attributeOf(objectClass)},
+          {CKA_TOKEN, attributeOf(true)},
+          {CKA_PRIVATE, attributeOf(false)},
+          {CKA_MODIFIABLE, attributeOf(false)},
+          {CKA_COPYABLE, attributeOf(false)},
+          {CKA_DESTROYABLE, attributeOf(false)},
+          {CKA_LABEL, base::bytesOf(label)},
+          {CKA_ID, identity.publicKeyHash},
+          {CKA_SUBJECT, identity.certificate.subjectDER()},
+          {CKA_START_DATE, {}},
+          {CKA_END_DATE, {}}};
+}
+
+// What both halves of a key have. The numbers of the public half stand on the private one too,
+// where most programs look for them.
+void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
+  attributes[CKA_LOCAL] = attributeOf(false);
+  attributes[CKA_KEY_GEN_MECHANISM] = attributeOf(CK_UNAVAILABLE_INFORMATION);
+  attributes[CKA_PUBLIC_KEY_INFO] = key.subjectPublicKeyInfo();
+  attributes[CKA_ALLOWED_MECHANISMS] = mechanismsAttribute(key.type());
+  if (const auto parts = crypto::rsaPartsOf(key)) {
+    attributes[CKA_KEY_TYPE] = attributeOf(CK_ULONG{CKK_RSA});
+    attributes[CKA_MODULUS] = parts->modulus;
+    attributes[CKA_PUBLIC_EXPONENT] = parts->publicExponent;
+    return;
+  }
+  const bool isEdwards = key.type() == crypto::KeyType::ed25519;
+  attributes[CKA_KEY_TYPE] = attributeOf(isEdwards ? CK_ULONG{CKK_EC_EDWARDS} : CK_ULONG{CKK_EC});
+  attributes[CKA_EC_PARAMS] =
+      isEdwards ? edwardsCurve() : crypto::curveIdentifierOf(key).value_or(Bytes());
+  attributes[CKA_EC_POINT] = octetString(key.externalRepresentation().value_or(Bytes()));
+}
+
+// Labels that differ: of programs that find objects by label alone, each finds them all.
+std::string labelApart(const std::string &wanted, std::set<std::string> &taken) {
+  std::string label = wanted;
+  for (int number = 2; !taken.insert(label).second; ++number) {
+    label = wanted + " (" + std::to_string(number) + ")";
+  }
+  return label;
+}
+
+std::string labelOf(const CardIdentity &identity) {
+  if (!identity.label.empty()) {
+    return identity.label;
+  }
+  const auto name = identity.certificate.commonName();
+  return name && !name->empty() ? *name : support::hexString(identity.certificateHash);
+}
+
+}  // namespace
+
+CK_OBJECT_HANDLE CardObjectMaker::handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash) {
+  CK_OBJECT_HANDLE &handle = known_[{objectClass, hash}];
+  if (handle == CK_INVALID_HANDLE) {
+    handle = handles_.next();
+  }
+  return handle;
+}
+
+ObjectPointer CardObjectMaker::certificateObject(const CardIdentity &identity,
+                                                 const std::string &label) {
+  constexpr CK_ULONG kTokenUser = 1;           // CK_CERTIFICATE_CATEGORY_TOKEN_USER
+  constexpr std::size_t kCheckValueBytes = 3;  // of the SHA-1 digest
+  const Bytes &hash = identity.certificateHash;
+  Object object;
+  object.handle = handleOf(CKO_CERTIFICATE, hash);
+  object.attributes = commonAttributes(CKO_CERTIFICATE, identity, label);
+  object.attributes[CKA_CERTIFICATE_TYPE] = attributeOf(CK_ULONG{CKC_X_509});
+  object.attributes[CKA_CERTIFICATE_CATEGORY] = attributeOf(kTokenUser);
+  object.attributes[CKA_JAVA_MIDP_SECURITY_DOMAIN] = attributeOf(CK_ULONG{0});
+  object.attributes[CKA_TRUSTED] = attributeOf(false);
+  object.attributes[CKA_URL] = {};
+  object.attributes[CKA_CHECK_VALUE] = {
+      hash.begin(),
+      hash.begin() + static_cast<std::ptrdiff_t>(std::min(hash.size(), kCheckValueBytes))};
+  object.attributes[CKA_ISSUER] = identity.certificate.issuerDER();
+  object.attributes[CKA_SERIAL_NUMBER] = identity.certificate.serialNumberDER();
+  object.attributes[CKA_VALUE] = identity.certificate.der();
+  return std::make_shared<const Object>(std::move(object));
+}
+
+ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
+                                               const std::string &label,
+                                               const crypto::PublicKey &key) {
+  const bool isRSA = key.type() == crypto::KeyType::rsa;
+  Object object;
+  object.handle = handleOf(CKO_PUBLIC_KEY, identity.publicKeyHash);
+  object.attributes = commonAttributes(CKO_PUBLIC_KEY, identity, label);
+  addKeyAttributes(object.attributes, key);
+  if (isRSA) {
+    object.attributes[CKA_MODULUS_BITS] = attributeOf(static_cast<CK_ULONG>(key.bits()));
+  }
+  object.attributes[CKA_VERIFY] = attributeOf(true);
+  object.attributes[CKA_ENCRYPT] = attributeOf(isRSA);
+  object.attributes[CKA_VERIFY_RECOVER] = attributeOf(false);
+  object.attributes[CKA_WRAP] = attributeOf(false);
+  object.attributes[CKA_DERIVE] = attributeOf(false);
+  object.attributes[CKA_TRUSTED] = attributeOf(false);
+  object.key = key;
+  return std::make_shared<const Object>(std::move(object));
+}
+
+ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
+                                                const std::string &label,
+                                                const crypto::PublicKey &key, bool needsLogin) {
+  const crypto::KeyType type = key.type();
+  Object object;
+  object.handle = handleOf(CKO_PRIVATE_KEY, identity.publicKeyHash);
+  object.attributes = commonAttributes(CKO_PRIVATE_KEY, identity, label);
+  addKeyAttributes(object.attributes, key);
+  object.attributes[CKA_PRIVATE] = attributeOf(needsLogin);
+  object.attributes[CKA_SENSITIVE] = attributeOf(true);
+  object.attributes[CKA_ALWAYS_SENSITIVE] = attributeOf(true);
+  object.attributes[CKA_EXTRACTABLE] = attributeOf(false);
+  object.attributes[CKA_NEVER_EXTRACTABLE] = attributeOf(true);
+  object.attributes[CKA_ALWAYS_AUTHENTICATE] = attributeOf(false);
+  object.attributes[CKA_WRAP_WITH_TRUSTED] = attributeOf(false);
+  object.attributes[CKA_SIGN] = attributeOf(identity.canSign);
+  object.attributes[CKA_SIGN_RECOVER] = attributeOf(false);
+  object.attributes[CKA_DECRYPT] = attributeOf(identity.canDecrypt && type == crypto::KeyType::rsa);
+  object.attributes[CKA_UNWRAP] = attributeOf(false);
+  object.attributes[CKA_DERIVE] = attributeOf(identity.canDecrypt && type == crypto::KeyType::ec);
+  object.key = key;
+  object.identity = identity;
+  return std::make_shared<const Object>(std::move(object));
+}
+
+std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
+    std::shared_ptr<const CardContent> content, bool needsLogin) {
+  constexpr std::size_t kSerialDigits = 16;
+  auto made = std::make_shared<CardObjects>();
+  std::vector<ObjectPointer> keys;
+  std::set<std::string> labels;
+  std::set<Bytes> certificateHashes;
+  std::set<Bytes> keyHashes;
+  for (const CardIdentity &identity : *content) {
+    if (!certificateHashes.insert(identity.certificateHash).second) {
+      continue;
+    }
+    const std::string label = labelApart(labelOf(identity), labels);
+    made->objects.push_back(certificateObject(identity, label));
+    const auto key = identity.certificate.publicKey();
+    if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {
+      keys.push_back(privateKeyObject(identity, label, *key, needsLogin));
+      keys.push_back(publicKeyObject(identity, label, *key));
+    }
+  }
+  made->objects.insert(made->objects.end(), keys.begin(), keys.end());
+  made->serialNumber = support::hexString(content->front().publicKeyHash).substr(0, kSerialDigits);
+  made->content = std::move(content);
+  return made;
+}
+
+}  // namespace driver

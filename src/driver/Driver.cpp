@@ -1,0 +1,80 @@
+#include "driver/Driver.hpp"
+
+#include <algorithm>
+#include <chrono>
+
+namespace driver {
+
+CK_RV Driver::findObject(CK_OBJECT_HANDLE handle, ObjectPointer &object) {
+  object = sessionObjects.find(handle);
+  if (object) {
+    return CKR_OK;
+  }
+  const auto card = token.objects();
+  if (!card) {
+    return CKR_DEVICE_REMOVED;
+  }
+  const auto found = std::ranges::find(card->objects, handle, &Object::handle);
+  if (found == card->objects.end() || !token.isOpenTo(**found)) {
+    return CKR_OBJECT_HANDLE_INVALID;
+  }
+  object = *found;
+  return CKR_OK;
+}
+
+CK_RV Driver::visibleObjects(std::vector<ObjectPointer> &objects) {
+  const auto card = token.objects();
+  if (!card) {
+    return CKR_DEVICE_REMOVED;
+  }
+  objects = sessionObjects.all();
+  std::ranges::copy_if(card->objects, std::back_inserter(objects),
+                       [&](const ObjectPointer &object) { return token.isOpenTo(*object); });
+  return CKR_OK;
+}
+
+CK_RV Driver::closeSession(CK_SESSION_HANDLE handle) {
+  if (!sessions.close(handle)) {
+    return CKR_SESSION_HANDLE_INVALID;
+  }
+  sessionObjects.removeOf(handle);
+  if (sessions.count() == 0) {
+    static_cast<void>(token.logOut());
+  }
+  return CKR_OK;
+}
+
+void Driver::closeAllSessions() {
+  sessions.closeAll();
+  sessionObjects.removeAll();
+  static_cast<void>(token.logOut());
+}
+
+CK_RV Driver::waitForSlotEvent(bool mayBlock) {
+  constexpr std::chrono::milliseconds kPoll{100};
+  while (true) {
+    const std::uint64_t generation = token.generation();
+    std::unique_lock lock(mutex_);
+    if (isStopped_) {
+      return CKR_CRYPTOKI_NOT_INITIALIZED;
+    }
+    const bool isNew = hasSeen_ && generation != seenGeneration_;
+    hasSeen_ = true;
+    seenGeneration_ = generation;
+    if (isNew) {
+      return CKR_OK;
+    }
+    if (!mayBlock) {
+      return CKR_NO_EVENT;
+    }
+    stopping_.wait_for(lock, kPoll);
+  }
+}
+
+void Driver::stop() {
+  const std::lock_guard lock(mutex_);
+  isStopped_ = true;
+  stopping_.notify_all();
+}
+
+}  // namespace driver

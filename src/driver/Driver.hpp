@@ -1,0 +1,53 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "driver/Handles.hpp"
+#include "driver/Object.hpp"
+#include "driver/Pkcs11.hpp"
+#include "driver/Session.hpp"
+#include "driver/SessionObjects.hpp"
+#include "driver/Token.hpp"
+
+namespace driver {
+
+// The driver between a C_Initialize and its C_Finalize. Calls that are at work keep it alive.
+class Driver {
+ public:
+  explicit Driver(CardFactory factory) : token(factory, handles), sessions(handles) {}
+
+  // The object with this handle, of a session or on the card. CKR_DEVICE_REMOVED while the card is
+  // away, CKR_OBJECT_HANDLE_INVALID if there is none that the program may see.
+  [[nodiscard]] CK_RV findObject(CK_OBJECT_HANDLE handle, ObjectPointer &object);
+
+  // All objects that the program may see now. CKR_DEVICE_REMOVED while the card is away.
+  [[nodiscard]] CK_RV visibleObjects(std::vector<ObjectPointer> &objects);
+
+  // Closes a session, or all, with what belongs to it; the user is logged out with the last.
+  [[nodiscard]] CK_RV closeSession(CK_SESSION_HANDLE handle);
+  void closeAllSessions();
+
+  // Waits on the calling thread until a card came or went since the last such event, or the driver
+  // is stopped: CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there.
+  [[nodiscard]] CK_RV waitForSlotEvent(bool mayBlock);
+
+  // Ends all waiting above. C_Finalize.
+  void stop();
+
+  Handles handles;
+  Token token;
+  Sessions sessions;
+  SessionObjects sessionObjects;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable stopping_;
+  bool isStopped_ = false;
+  std::uint64_t seenGeneration_ = 0;
+  bool hasSeen_ = false;
+};
+
+}  // namespace driver

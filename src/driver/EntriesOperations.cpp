@@ -1,0 +1,243 @@
+// The functions of PKCS #11 v2.40 about what is done with keys and data.
+
+#include "driver/OperationCalls.hpp"
+#include "driver/WithoutThrowing.hpp"
+
+using driver::Driver;
+using driver::Output;
+using driver::Session;
+using driver::withoutThrowing;
+
+extern "C" {
+
+CK_RV C_EncryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
+  return withoutThrowing("C_EncryptInit", handle, [&](Driver &driver, Session &session) {
+    return driver::begin(driver, session.encrypting, mechanism, key, CKF_ENCRYPT);
+  });
+}
+
+CK_RV C_Encrypt(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
+                CK_ULONG *length) {
+  return withoutThrowing("C_Encrypt", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.encrypting, data, dataLength,
+                           [&](driver::Encrypting &operation, ByteView input) {
+                             return operation.finish(input, Output(place, length));
+                           });
+  });
+}
+
+CK_RV C_EncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength,
+                      CK_BYTE * /*place*/, CK_ULONG *length) {
+  return withoutThrowing("C_EncryptUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::addPart(session.encrypting, part, partLength, length);
+  });
+}
+
+CK_RV C_EncryptFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
+  return withoutThrowing("C_EncryptFinal", handle, [&](Driver & /*driver*/, Session &session) {
+    return session.encrypting.proceed(
+        [&](driver::Encrypting &operation) { return operation.finish({}, Output(place, length)); });
+  });
+}
+
+CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
+  return withoutThrowing("C_DecryptInit", handle, [&](Driver &driver, Session &session) {
+    return driver::begin(driver, session.decrypting, mechanism, key, CKF_DECRYPT);
+  });
+}
+
+CK_RV C_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
+                CK_ULONG *length) {
+  return withoutThrowing("C_Decrypt", handle, [&](Driver &driver, Session &session) {
+    return driver::proceed(session.decrypting, data, dataLength,
+                           [&](driver::Decrypting &operation, ByteView input) {
+                             return operation.finish(driver.token, input, Output(place, length));
+                           });
+  });
+}
+
+CK_RV C_DecryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength,
+                      CK_BYTE * /*place*/, CK_ULONG *length) {
+  return withoutThrowing("C_DecryptUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::addPart(session.decrypting, part, partLength, length);
+  });
+}
+
+CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
+  return withoutThrowing("C_DecryptFinal", handle, [&](Driver &driver, Session &session) {
+    return session.decrypting.proceed([&](driver::Decrypting &operation) {
+      return operation.finish(driver.token, {}, Output(place, length));
+    });
+  });
+}
+
+CK_RV C_DigestInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism) {
+  return withoutThrowing("C_DigestInit", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::beginDigest(session, mechanism);
+  });
+}
+
+CK_RV C_Digest(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
+               CK_ULONG *length) {
+  return withoutThrowing("C_Digest", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.digesting, data, dataLength,
+                           [&](crypto::RunningDigest &operation, ByteView input) {
+                             return driver::finishDigest(operation, input, Output(place, length));
+                           });
+  });
+}
+
+CK_RV C_DigestUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
+  return withoutThrowing("C_DigestUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.digesting, part, partLength, driver::addToDigest);
+  });
+}
+
+CK_RV C_DigestKey(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE /*key*/) {
+  return withoutThrowing("C_DigestKey", handle, [](Driver & /*driver*/, Session & /*session*/) {
+    return CK_RV{CKR_KEY_INDIGESTIBLE};
+  });
+}
+
+CK_RV C_DigestFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
+  return withoutThrowing("C_DigestFinal", handle, [&](Driver & /*driver*/, Session &session) {
+    return session.digesting.proceed([&](crypto::RunningDigest &operation) {
+      return driver::finishDigest(operation, {}, Output(place, length));
+    });
+  });
+}
+
+CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
+  return withoutThrowing("C_SignInit", handle, [&](Driver &driver, Session &session) {
+    return driver::begin(driver, session.signing, mechanism, key, CKF_SIGN);
+  });
+}
+
+CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
+             CK_ULONG *length) {
+  return withoutThrowing("C_Sign", handle, [&](Driver &driver, Session &session) {
+    return driver::proceed(session.signing, data, dataLength,
+                           [&](driver::Signing &operation, ByteView input) {
+                             return operation.finish(driver.token, input, Output(place, length));
+                           });
+  });
+}
+
+CK_RV C_SignUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
+  return withoutThrowing("C_SignUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(
+        session.signing, part, partLength,
+        [&](driver::Signing &operation, ByteView input) { return operation.add(input); });
+  });
+}
+
+CK_RV C_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
+  return withoutThrowing("C_SignFinal", handle, [&](Driver &driver, Session &session) {
+    return session.signing.proceed([&](driver::Signing &operation) {
+      return operation.finish(driver.token, {}, Output(place, length));
+    });
+  });
+}
+
+CK_RV C_SignRecoverInit(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
+                        CK_OBJECT_HANDLE /*key*/) {
+  return withoutThrowing(
+      "C_SignRecoverInit", handle,
+      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+}
+
+CK_RV C_SignRecover(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
+                    CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
+  return withoutThrowing("C_SignRecover", handle, [](Driver & /*driver*/, Session & /*session*/) {
+    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
+  });
+}
+
+CK_RV C_VerifyInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
+  return withoutThrowing("C_VerifyInit", handle, [&](Driver &driver, Session &session) {
+    return driver::begin(driver, session.verifying, mechanism, key, CKF_VERIFY);
+  });
+}
+
+CK_RV C_Verify(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *signature,
+               CK_ULONG length) {
+  return withoutThrowing("C_Verify", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(
+        session.verifying, data, dataLength, [&](driver::Verifying &operation, ByteView input) {
+          return driver::finishVerifying(operation, input, driver::inputOf(signature, length));
+        });
+  });
+}
+
+CK_RV C_VerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
+  return withoutThrowing("C_VerifyUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(
+        session.verifying, part, partLength,
+        [&](driver::Verifying &operation, ByteView input) { return operation.add(input); });
+  });
+}
+
+CK_RV C_VerifyFinal(CK_SESSION_HANDLE handle, CK_BYTE *signature, CK_ULONG length) {
+  return withoutThrowing("C_VerifyFinal", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(
+        session.verifying, signature, length,
+        [&](driver::Verifying &operation, ByteView given) { return operation.finish({}, given); });
+  });
+}
+
+CK_RV C_VerifyRecoverInit(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
+                          CK_OBJECT_HANDLE /*key*/) {
+  return withoutThrowing(
+      "C_VerifyRecoverInit", handle,
+      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+}
+
+CK_RV C_VerifyRecover(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
+                      CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
+  return withoutThrowing("C_VerifyRecover", handle, [](Driver & /*driver*/, Session & /*session*/) {
+    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
+  });
+}
+
+CK_RV C_DigestEncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
+                            CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
+  return withoutThrowing(
+      "C_DigestEncryptUpdate", handle,
+      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+}
+
+CK_RV C_DecryptDigestUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
+                            CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
+  return withoutThrowing(
+      "C_DecryptDigestUpdate", handle,
+      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+}
+
+CK_RV C_SignEncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
+                          CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
+  return withoutThrowing(
+      "C_SignEncryptUpdate", handle,
+      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+}
+
+CK_RV C_DecryptVerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
+                            CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
+  return withoutThrowing(
+      "C_DecryptVerifyUpdate", handle,
+      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+}
+
+CK_RV C_SeedRandom(CK_SESSION_HANDLE handle, CK_BYTE * /*seed*/, CK_ULONG /*length*/) {
+  return withoutThrowing("C_SeedRandom", handle, [](Driver & /*driver*/, Session & /*session*/) {
+    return CK_RV{CKR_RANDOM_SEED_NOT_SUPPORTED};
+  });
+}
+
+CK_RV C_GenerateRandom(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG length) {
+  return withoutThrowing("C_GenerateRandom", handle,
+                         [&](Driver & /*driver*/, Session & /*session*/) {
+                           return driver::generateRandom(place, length);
+                         });
+}
+
+}  // extern "C"

@@ -1,0 +1,44 @@
+#include "driver/Journal.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "linux/log/EntrySink.hpp"
+
+namespace driver {
+namespace {
+
+constexpr std::chrono::seconds kPause{10};
+constexpr std::size_t kRemembered = 64;
+
+}  // namespace
+
+bool Journal::isDue(const std::string &line) {
+  const std::lock_guard lock(mutex_);
+  const Clock::time_point now = Clock::now();
+  const auto found = sent_.find(line);
+  if (found != sent_.end() && now - found->second < kPause) {
+    return false;
+  }
+  if (sent_.size() >= kRemembered) {
+    sent_.clear();
+  }
+  sent_.insert_or_assign(line, now);
+  return true;
+}
+
+void Journal::report(const std::string &line) {
+  if (!isDue(line)) {
+    return;
+  }
+  std::string entry = "kfy-pkcs11 in " + std::string(program_invocation_short_name) + " (process " +
+                      std::to_string(::getpid()) + "): " + line;
+  std::ranges::replace(entry, '\n', ' ');
+  // A sink for each line: programs that close all descriptors would leave a kept one to somebody
+  // else's socket.
+  static_cast<void>(platform_linux::EntrySink("kfy-pkcs11").send({&entry, 1}));
+}
+
+}  // namespace driver

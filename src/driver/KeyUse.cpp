@@ -1,0 +1,52 @@
+#include "driver/KeyUse.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include "driver/Driver.hpp"
+
+namespace driver {
+namespace {
+
+struct Purpose {
+  CK_FLAGS flag;
+  CK_ATTRIBUTE_TYPE attribute;  // by which a key allows it
+};
+
+constexpr std::array kPurposes{Purpose{CKF_SIGN, CKA_SIGN}, Purpose{CKF_VERIFY, CKA_VERIFY},
+                               Purpose{CKF_ENCRYPT, CKA_ENCRYPT}, Purpose{CKF_DECRYPT, CKA_DECRYPT},
+                               Purpose{CKF_DERIVE, CKA_DERIVE}};
+
+bool allows(const Object &object, CK_FLAGS purpose) {
+  const auto *const row = std::ranges::find(kPurposes, purpose, &Purpose::flag);
+  return row != kPurposes.end() && object.has(row->attribute);
+}
+
+}  // namespace
+
+CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key, CK_FLAGS purpose,
+              KeyUse &use) {
+  if (given == nullptr) {
+    return CKR_ARGUMENTS_BAD;
+  }
+  use.mechanism = mechanismOf(given->mechanism);
+  if (use.mechanism == nullptr || (use.mechanism->flags & purpose) == 0) {
+    return CKR_MECHANISM_INVALID;
+  }
+  const CK_RV found = driver.findObject(key, use.object);
+  if (found != CKR_OK) {
+    return found == CKR_OBJECT_HANDLE_INVALID ? CKR_KEY_HANDLE_INVALID : found;
+  }
+  if (!use.object->key || use.key().type() != keyTypeOf(use.scheme())) {
+    return CKR_KEY_TYPE_INCONSISTENT;
+  }
+  if (!allows(*use.object, purpose)) {
+    return CKR_KEY_FUNCTION_NOT_PERMITTED;
+  }
+  if (!driver.token.isOpenTo(*use.object)) {
+    return CKR_USER_NOT_LOGGED_IN;
+  }
+  return readParameters(*given, *use.mechanism, use.parameters);
+}
+
+}  // namespace driver

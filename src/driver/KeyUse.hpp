@@ -1,0 +1,32 @@
+#pragma once
+
+#include "driver/MechanismParameters.hpp"
+#include "driver/Mechanisms.hpp"
+#include "driver/Object.hpp"
+#include "driver/Pkcs11.hpp"
+
+namespace driver {
+
+class Driver;
+
+// A key with the mechanism that it was chosen for.
+struct KeyUse {
+  const Mechanism *mechanism = nullptr;
+  MechanismParameters parameters;
+  ObjectPointer object;
+
+  [[nodiscard]] Scheme scheme() const { return mechanism->scheme; }
+  [[nodiscard]] const crypto::PublicKey &key() const { return *object->key; }
+
+  // Bytes of the modulus of an RSA key.
+  [[nodiscard]] std::size_t modulusBytes() const {
+    return (static_cast<std::size_t>(key().bits()) + 7) / 8;
+  }
+};
+
+// Checks what a program handed to an …Init function or to C_DeriveKey. `purpose` is CKF_SIGN,
+// CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT or CKF_DERIVE.
+[[nodiscard]] CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key,
+                            CK_FLAGS purpose, KeyUse &use);
+
+}  // namespace driver

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "crypto/HashAlgorithm.hpp"
+#include "crypto/PublicKey.hpp"
+#include "driver/Pkcs11.hpp"
+
+namespace driver {
+
+// What a mechanism does, its digest aside.
+enum class Scheme { digest, rsaPKCS1, rsaBlock, rsaPSS, rsaOAEP, ecdsa, ecdh, eddsa };
+
+// A mechanism that the token offers (PKCS #11 v2.40 mechanisms, chapter 2).
+struct Mechanism {
+  CK_MECHANISM_TYPE type;
+  Scheme scheme;
+  std::optional<crypto::HashAlgorithm> hash;  // taken over the message first
+  CK_FLAGS flags;                             // CKF_SIGN and the like
+  CK_ULONG leastBits;                         // of the key
+  CK_ULONG mostBits;
+};
+
+// All of them. The list is the same whatever card is there.
+[[nodiscard]] std::span<const Mechanism> mechanisms();
+
+// Null if the token does not know the type.
+[[nodiscard]] const Mechanism *mechanismOf(CK_MECHANISM_TYPE type);
+
+// The kind of key that a scheme works with; `other` for digests.
+[[nodiscard]] crypto::KeyType keyTypeOf(Scheme scheme);
+
+// What may be done with a key of this kind: the types of its mechanisms.
+[[nodiscard]] std::vector<CK_MECHANISM_TYPE> mechanismTypesFor(crypto::KeyType type);
+
+// The digest that a mechanism type like CKM_SHA256 names.
+[[nodiscard]] std::optional<crypto::HashAlgorithm> hashOf(CK_MECHANISM_TYPE type);
+
+}  // namespace driver

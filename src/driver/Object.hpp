@@ -1,0 +1,46 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/Bytes.hpp"
+#include "base/Secret.hpp"
+#include "crypto/PublicKey.hpp"
+#include "driver/Card.hpp"
+#include "driver/Pkcs11.hpp"
+
+namespace driver {
+
+// An object as programs see it. It never changes, so searches and operations keep it as it was.
+struct Object {
+  CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
+  std::map<CK_ATTRIBUTE_TYPE, Bytes> attributes;
+  std::optional<crypto::PublicKey> key;  // of keys that are on the card
+  std::optional<CardIdentity> identity;  // of private keys: how requests name them
+  SecretBytes secret;                    // of secret keys: their value
+
+  // True if the attribute is there and CK_TRUE.
+  [[nodiscard]] bool has(CK_ATTRIBUTE_TYPE type) const;
+};
+
+using ObjectPointer = std::shared_ptr<const Object>;
+
+// How attributes are written: a CK_BBOOL, a CK_ULONG.
+[[nodiscard]] Bytes attributeOf(bool value);
+[[nodiscard]] Bytes attributeOf(CK_ULONG value);
+
+// Fills a template with the object's attributes (PKCS #11 v2.40, C_GetAttributeValue): each one on
+// its own, whatever became of those before it. The result names one that could not be had.
+[[nodiscard]] CK_RV fill(std::span<CK_ATTRIBUTE> wanted, const Object &object);
+
+// True if the object has all of the attributes with exactly these values.
+[[nodiscard]] bool fits(const Object &object, std::span<const CK_ATTRIBUTE> wanted);
+
+// False if a value in a template that the program filled is missing where it has a length.
+[[nodiscard]] bool isWhole(std::span<const CK_ATTRIBUTE> given);
+
+}  // namespace driver

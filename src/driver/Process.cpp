@@ -1,0 +1,76 @@
+#include "driver/Process.hpp"
+
+#include <unistd.h>
+
+#include "crypto/ErrorQueue.hpp"
+#include "driver/CardMaking.hpp"
+#include "driver/OwnContext.hpp"
+
+namespace driver {
+namespace {
+
+std::atomic<Process *> theProcess{nullptr};
+std::atomic<CardFactory> theCardFactory{makeCard};
+
+}  // namespace
+
+Process &Process::current() {
+  Process *known = theProcess.load();
+  if (known != nullptr && known->identifier_ == ::getpid()) {
+    return *known;
+  }
+  auto fresh = std::make_unique<Process>(::getpid());
+  if (!theProcess.compare_exchange_strong(known, fresh.get())) {
+    return *known;  // another thread was faster
+  }
+  if (known != nullptr) {
+    known->abandon();
+  }
+  return *fresh.release();
+}
+
+CK_RV Process::initialize() {
+  const std::lock_guard lock(mutex_);
+  if (driver_) {
+    return CKR_CRYPTOKI_ALREADY_INITIALIZED;
+  }
+  driver_ = std::make_shared<Driver>(theCardFactory.load());
+  shown_ = driver_.get();
+  return CKR_OK;
+}
+
+CK_RV Process::finalize() {
+  std::shared_ptr<Driver> ended;
+  {
+    const std::lock_guard lock(mutex_);
+    ended = std::move(driver_);
+    shown_ = nullptr;
+  }
+  if (!ended) {
+    return CKR_CRYPTOKI_NOT_INITIALIZED;
+  }
+  ended->stop();
+  if (crypto::libraryHasEnded()) {
+    // what it holds of the library can't be released any more
+    static_cast<void>(std::make_unique<std::shared_ptr<Driver>>(std::move(ended)).release());
+  }
+  return CKR_OK;
+}
+
+std::shared_ptr<Driver> Process::driver() {
+  const std::lock_guard lock(mutex_);
+  return driver_;
+}
+
+void Process::useCardFactory(CardFactory factory) {
+  theCardFactory = factory;
+}
+
+void Process::abandon() {
+  leaveInheritedContext();
+  if (Driver *const inherited = shown_) {
+    inherited->token.abandon();
+  }
+}
+
+}  // namespace driver

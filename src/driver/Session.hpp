@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "crypto/RunningDigest.hpp"
+#include "driver/Decrypting.hpp"
+#include "driver/Encrypting.hpp"
+#include "driver/Handles.hpp"
+#include "driver/Operation.hpp"
+#include "driver/Pkcs11.hpp"
+#include "driver/Signing.hpp"
+
+namespace driver {
+
+// What a search found when it began, and how much of it was handed out.
+struct Search {
+  std::vector<CK_OBJECT_HANDLE> found;
+  std::size_t given = 0;
+};
+
+// A session: one operation of each kind at a time.
+struct Session {
+  CK_SESSION_HANDLE handle = CK_INVALID_HANDLE;
+  bool isReadWrite = false;
+  OperationPlace<Search> search;
+  OperationPlace<crypto::RunningDigest> digesting;
+  OperationPlace<Signing> signing;
+  OperationPlace<Verifying> verifying;
+  OperationPlace<Encrypting> encrypting;
+  OperationPlace<Decrypting> decrypting;
+};
+
+// The open sessions. For any thread.
+class Sessions {
+ public:
+  explicit Sessions(Handles &handles) : handles_(handles) {}
+
+  [[nodiscard]] CK_SESSION_HANDLE open(bool isReadWrite);
+
+  // Null if there is none with this handle.
+  [[nodiscard]] std::shared_ptr<Session> find(CK_SESSION_HANDLE handle);
+
+  // False if there is none with this handle. A call that is at work in the session goes on.
+  [[nodiscard]] bool close(CK_SESSION_HANDLE handle);
+  void closeAll();
+
+  [[nodiscard]] CK_ULONG count();
+  [[nodiscard]] CK_ULONG readWriteCount();
+
+ private:
+  Handles &handles_;
+  std::mutex mutex_;
+  std::map<CK_SESSION_HANDLE, std::shared_ptr<Session>> open_;
+};
+
+}  // namespace driver

@@ -1,0 +1,44 @@
+#include "driver/Settings.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "linux/defaults/TomlUserDefaults.hpp"
+
+namespace driver {
+namespace {
+
+constexpr std::string_view kDomain = "pkcs11";
+constexpr std::chrono::seconds kLongestTimeLimit{3600};
+
+struct PinModeRow {
+  std::string_view name;
+  PinMode mode;
+};
+
+constexpr std::array kPinModes{PinModeRow{"none", PinMode::none}, PinModeRow{"pass", PinMode::pass},
+                               PinModeRow{"protected", PinMode::atTheHolder}};
+
+}  // namespace
+
+Settings readSettings(const std::function<void(const std::string &line)> &report) {
+  platform_linux::TomlUserDefaults defaults(report);
+  Settings settings;
+  if (const auto seconds = defaults.integer(kDomain, "timeLimitSeconds")) {
+    settings.timeLimit =
+        std::chrono::seconds(std::clamp<std::int64_t>(*seconds, 1, kLongestTimeLimit.count()));
+  }
+  if (const auto name = defaults.text(kDomain, "pinMode")) {
+    const auto *const row = std::ranges::find(kPinModes, *name, &PinModeRow::name);
+    if (row != kPinModes.end()) {
+      settings.pinMode = row->mode;
+    } else {
+      report("pinMode in /etc/keyferry/pkcs11.toml is none, pass or protected, not \"" + *name +
+             "\"; none counts");
+    }
+  }
+  return settings;
+}
+
+}  // namespace driver

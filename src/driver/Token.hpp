@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "base/Secret.hpp"
+#include "driver/Card.hpp"
+#include "driver/CardObjects.hpp"
+#include "driver/Journal.hpp"
+#include "driver/Settings.hpp"
+
+namespace driver {
+
+// Makes the card that the token shows. Called once in each life of the driver, at its first use.
+using CardFactory = std::unique_ptr<Card> (*)(const Settings &settings, Journal &journal);
+
+// What a key's holder is asked to do.
+enum class KeyRequest { sign, decrypt };
+
+// The token in the one slot: the card, its objects, and whether the user has logged in. For any
+// thread; its lock is never held while the daemon or the key's holder is asked.
+class Token {
+ public:
+  Token(CardFactory factory, Handles &handles) : factory_(factory), maker_(handles) {}
+
+  // For a process that got this through fork; see Card.
+  void abandon();
+
+  // Both never wait for anybody.
+  [[nodiscard]] bool isPresent() { return card().isPresent(); }
+  [[nodiscard]] std::uint64_t generation() { return card().generation(); }
+
+  // The card's objects as they are now, null while there is no card.
+  [[nodiscard]] std::shared_ptr<const CardObjects> objects();
+
+  [[nodiscard]] PinMode pinMode();
+  [[nodiscard]] bool isLoggedIn();
+
+  // Whether a program may see and use the object now.
+  [[nodiscard]] bool isOpenTo(const Object &object) {
+    return !object.has(CKA_PRIVATE) || isLoggedIn();
+  }
+
+  // C_Login as CKU_USER and C_Logout. The PIN goes with later requests about this card alone: one
+  // that belongs to another holder is forgotten as soon as another card is seen.
+  [[nodiscard]] CK_RV logIn(SecretText pin);
+  [[nodiscard]] CK_RV logOut();
+
+  // Has the holder sign or decrypt with a private key. CKR_OK and the answer, else the reason as
+  // programs are told it; it then also stands in the journal.
+  [[nodiscard]] CK_RV ask(KeyRequest request, const Object &privateKey, ByteView data,
+                          SecretBytes &answer);
+
+  // A line for the journal about this card's key.
+  void report(const std::string &line) { journal_.report(line); }
+
+ private:
+  struct Login {
+    SecretText pin;
+    std::string serialNumber;  // of the card that was there; empty if none was
+  };
+
+  [[nodiscard]] Card &card();
+  [[nodiscard]] SecretText pinForNow();
+
+  CardFactory factory_;
+  Journal journal_;
+  std::once_flag once_;
+  Settings settings_;
+  std::unique_ptr<Card> owned_;
+  std::atomic<Card *> card_{nullptr};  // the same, to be found without a lock after fork
+
+  std::mutex mutex_;
+  CardObjectMaker maker_;
+  std::shared_ptr<const CardObjects> objects_;
+  std::unique_ptr<Login> login_;
+};
+
+}  // namespace driver

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "crypto/ErrorQueue.hpp"
+#include "driver/Driver.hpp"
+#include "driver/Pkcs11.hpp"
+#include "driver/Process.hpp"
+#include "driver/Trace.hpp"
+
+namespace driver {
+
+// Keeps the program's errno, which a call must not change.
+struct KeptErrorNumber {
+  KeptErrorNumber() = default;
+  ~KeptErrorNumber() { errno = value; }
+  KeptErrorNumber(const KeptErrorNumber &) = delete;
+  KeptErrorNumber &operator=(const KeptErrorNumber &) = delete;
+
+  int value = errno;
+};
+
+// Runs `call` with the driver, if it is initialised.
+template <typename Call>
+[[nodiscard]] CK_RV withDriver(Call &&call) {
+  const std::shared_ptr<Driver> driver = Process::current().driver();
+  if (!driver || crypto::libraryHasEnded()) {
+    return CKR_CRYPTOKI_NOT_INITIALIZED;
+  }
+  return std::forward<Call>(call)(*driver);
+}
+
+// Every function of the module is one call of this. `call` takes nothing, the Driver, or the Driver
+// and, where a handle is given, the Session. Nothing that is thrown leaves it, and the program's
+// errno and OpenSSL errors are afterwards what they were.
+template <typename Call>
+[[nodiscard]] CK_RV withoutThrowing(const char *function, Call &&call) noexcept {
+  const KeptErrorNumber keptErrorNumber;
+  CK_RV result = CKR_GENERAL_ERROR;
+  try {
+    const crypto::KeptErrorQueue keptErrorQueue;
+    if constexpr (std::is_invocable_v<Call, Driver &>) {
+      result = withDriver(std::forward<Call>(call));
+    } else {
+      result = std::forward<Call>(call)();
+    }
+    trace(function, result);
+  } catch (const std::bad_alloc &) {
+    result = CKR_HOST_MEMORY;
+  } catch (...) {
+    result = CKR_GENERAL_ERROR;
+  }
+  return result;
+}
+
+template <typename Call>
+[[nodiscard]] CK_RV withoutThrowing(const char *function, CK_SESSION_HANDLE handle,
+                                    Call &&call) noexcept {
+  return withoutThrowing(function, [&](Driver &driver) {
+    const std::shared_ptr<Session> session = driver.sessions.find(handle);
+    return session ? call(driver, *session) : CK_RV{CKR_SESSION_HANDLE_INVALID};
+  });
+}
+
+}  // namespace driver

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "driver/FunctionList.hpp"
+#include "driver/Process.hpp"
+#include "fakes/FakeCard.hpp"
+
+namespace driver {
+
+inline crypto::PrivateKey madeCurveKey(const char *curve) {
+  return crypto::PrivateKey(
+      std::shared_ptr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve), EVP_PKEY_free));
+}
+
+// The keys of the usual card, made once. A modulus of 1025 bits ends a byte after a PSS block.
+enum UsualKey : std::size_t { rsa, oddRSA, p256, p384, p521, ed25519, usualKeyCount };
+inline const std::vector<crypto::PrivateKey> &usualKeys() {
+  static const std::vector<crypto::PrivateKey> keys{
+      fakes::madeKey("RSA"), *crypto::PrivateKey::generateRSA(1025),
+      fakes::madeKey("EC"),  madeCurveKey("P-384"),
+      madeCurveKey("P-521"), fakes::madeKey("ED25519")};
+  return keys;
+}
+
+// A program that uses the token through the function table, with the usual card in.
+class TokenUser : public testing::Test {
+ protected:
+  TokenUser() {
+    Process::useCardFactory(fakes::CardInHand::factory);
+    card.insert(usualKeys());
+    card.outcome = UseOutcome::done;
+    card.answersWrongly = false;
+    card.uses = 0;
+    EXPECT_EQ(f.C_Initialize(nullptr), CKR_OK);
+    session = opened();
+  }
+  ~TokenUser() override { f.C_Finalize(nullptr); }
+
+  CK_SESSION_HANDLE opened() {
+    CK_SESSION_HANDLE handle = 0;
+    EXPECT_EQ(f.C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &handle), CKR_OK);
+    return handle;
+  }
+
+  // Handles of what fits a template.
+  std::vector<CK_OBJECT_HANDLE> found(std::vector<CK_ATTRIBUTE> wanted) {
+    std::vector<CK_OBJECT_HANDLE> handles(64);
+    CK_ULONG count = 0;
+    EXPECT_EQ(f.C_FindObjectsInit(session, wanted.data(), wanted.size()), CKR_OK);
+    EXPECT_EQ(f.C_FindObjects(session, handles.data(), handles.size(), &count), CKR_OK);
+    EXPECT_EQ(f.C_FindObjectsFinal(session), CKR_OK);
+    handles.resize(count);
+    return handles;
+  }
+
+  CK_OBJECT_HANDLE key(CK_OBJECT_CLASS objectClass, UsualKey which) {
+    Bytes id = card.content->at(which).publicKeyHash;
+    const auto handles =
+        found({{CKA_CLASS, &objectClass, sizeof objectClass}, {CKA_ID, id.data(), id.size()}});
+    EXPECT_EQ(handles.size(), 1U);
+    return handles.empty() ? CK_INVALID_HANDLE : handles.front();
+  }
+
+  Bytes attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
+    Bytes value(4096);
+    CK_ATTRIBUTE wanted{type, value.data(), value.size()};
+    EXPECT_EQ(f.C_GetAttributeValue(session, object, &wanted, 1), CKR_OK) << type;
+    value.resize(wanted.ulValueLen == CK_UNAVAILABLE_INFORMATION ? 0 : wanted.ulValueLen);
+    return value;
+  }
+
+  CK_FUNCTION_LIST &f = *functionList();
+  fakes::CardInHand &card = fakes::CardInHand::instance();
+  CK_SESSION_HANDLE session = CK_INVALID_HANDLE;
+};
+
+}  // namespace driver

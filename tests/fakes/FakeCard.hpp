@@ -1,0 +1,130 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "crypto/Digest.hpp"
+#include "driver/Card.hpp"
+#include "driver/Token.hpp"
+#include "fakes/MadeKeys.hpp"
+
+namespace fakes {
+
+// A card with real keys behind it, and what a test makes of its holder. It outlives the driver's
+// view of it, so there is one, and factory() shows it.
+struct CardInHand {
+  std::mutex mutex;
+  std::map<Bytes, crypto::PrivateKey> keys;  // by the certificate's hash
+  std::shared_ptr<const driver::CardContent> content;
+  std::uint64_t generation = 1;
+  driver::UseOutcome outcome = driver::UseOutcome::done;
+  bool answersWrongly = false;
+  int uses = 0;
+  std::string lastPin;
+  int abandoned = 0;
+
+  static CardInHand &instance() {
+    static CardInHand card;
+    return card;
+  }
+
+  // Inserts a card with these keys, labelled "key 0" and so on.
+  void insert(const std::vector<crypto::PrivateKey> &inserted) {
+    driver::CardContent made;
+    for (const crypto::PrivateKey &key : inserted) {
+      const auto &[certificate, own] =
+          identityOf(key, "card holder " + std::to_string(made.size()));
+      const auto exported = key.publicKey().externalRepresentation();
+      made.push_back({certificate, certificate.sha1(), crypto::sha1Digest(*exported),
+                      "key " + std::to_string(made.size()), /*canSign=*/true, /*canDecrypt=*/true,
+                      /*canUnwrap=*/true});
+      keys.insert_or_assign(made.back().certificateHash, key);
+    }
+    show(std::make_shared<const driver::CardContent>(std::move(made)));
+  }
+
+  // Puts this content in, or takes the card away where it is null.
+  void show(std::shared_ptr<const driver::CardContent> shown) {
+    const std::lock_guard lock(mutex);
+    content = std::move(shown);
+    ++generation;
+  }
+
+  static std::unique_ptr<driver::Card> factory(const driver::Settings &settings,
+                                               driver::Journal &journal);
+};
+
+class FakeCard : public driver::Card {
+ public:
+  bool isPresent() override { return content() != nullptr; }
+  std::shared_ptr<const driver::CardContent> content() override {
+    const std::lock_guard lock(card_.mutex);
+    return card_.content;
+  }
+  std::uint64_t generation() override {
+    const std::lock_guard lock(card_.mutex);
+    return card_.generation;
+  }
+  driver::UseResult sign(const driver::CardIdentity &identity, ByteView data,
+                         const SecretText &pin) override {
+    return use(identity, pin, [&](const crypto::PrivateKey &key) { return signature(key, data); });
+  }
+  driver::UseResult decrypt(const driver::CardIdentity &identity, ByteView data,
+                            const SecretText &pin) override {
+    return use(identity, pin, [&](const crypto::PrivateKey &key) {
+      return key.publicKey().type() == crypto::KeyType::rsa ? key.rawRSA(data)
+                                                            : key.deriveECDH(data);
+    });
+  }
+  void abandon() override { ++card_.abandoned; }
+
+ private:
+  static std::optional<SecretBytes> signature(const crypto::PrivateKey &key, ByteView data) {
+    const auto secret = [](const std::optional<Bytes> &made) {
+      return made ? std::optional(SecretBytes(ByteView(*made))) : std::nullopt;
+    };
+    switch (key.publicKey().type()) {
+      case crypto::KeyType::rsa:
+        return data.size() * 8 + 7 >= static_cast<std::size_t>(key.publicKey().bits())
+                   ? key.rawRSA(data)
+                   : secret(key.signRawPKCS1(data));
+      case crypto::KeyType::ec:
+        return secret(key.signDigestECDSA(data));
+      default:
+        return secret(key.signEd25519(data));
+    }
+  }
+
+  template <typename Operation>
+  driver::UseResult use(const driver::CardIdentity &identity, const SecretText &pin,
+                        Operation &&operation) {
+    ++card_.uses;
+    card_.lastPin = pin.reveal();
+    if (!isPresent()) {
+      return {driver::UseOutcome::cardGone, {}};
+    }
+    if (card_.outcome != driver::UseOutcome::done) {
+      return {card_.outcome, {}};
+    }
+    const auto answer = operation(card_.keys.at(identity.certificateHash));
+    if (!answer) {
+      return {driver::UseOutcome::refused, {}};
+    }
+    Bytes bytes(answer->reveal().begin(), answer->reveal().end());
+    bytes.back() ^= card_.answersWrongly ? 1 : 0;
+    return {driver::UseOutcome::done, SecretBytes(ByteView(bytes))};
+  }
+
+  CardInHand &card_ = CardInHand::instance();
+};
+
+inline std::unique_ptr<driver::Card> CardInHand::factory(const driver::Settings & /*settings*/,
+                                                         driver::Journal & /*journal*/) {
+  return std::make_unique<FakeCard>();
+}
+
+}  // namespace fakes
