@@ -14,7 +14,7 @@ platform::Limit limitOf(const support::Bound &bound, platform::UserDefaults &def
 platform::ConnectionLimits connectionLimits(platform::UserDefaults &defaults) {
   return {limitOf(support::kMaxFrameBytes, defaults), limitOf(support::kMaxUnsentBytes, defaults),
           limitOf(support::kMaxBufferedBytes, defaults),
-          std::chrono::seconds(support::valueOf(support::kStalledOutputSeconds, defaults))};
+          limitOf(support::kStalledOutputSeconds, defaults)};
 }
 
 platform::ListenerLimits listenerLimits(platform::UserDefaults &defaults, bool isLoopback) {

@@ -100,7 +100,7 @@ struct ConnectionLimits {
   Limit frameBytes;     // of the frame that its owner holds
   Limit unsentBytes;    // that wait to be sent on it
   Limit bufferedBytes;  // both, of all connections together: the one that holds most is lost
-  std::chrono::seconds stalledOutput{0};  // how long a peer may acknowledge nothing
+  Limit stalledOutput;  // how many seconds a peer may acknowledge nothing
 };
 
 enum class ListenerState { waiting, ready, failed, cancelled };

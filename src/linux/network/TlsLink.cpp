@@ -1,145 +1,52 @@
 #include "linux/network/TlsLink.hpp"
 
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <utility>
 
 namespace platform_linux {
 namespace {
 
-using boost::asio::ip::tcp;
 using boost::system::error_code;
 using crypto::TlsChannel;
 using platform::ConnectionState;
 
-// What one turn of the loop encrypts for one link.
-constexpr std::size_t kOutputPerTurn = std::size_t{64} * 1024;
+// While more than this waits to be sent to a peer, nothing is read from it.
+constexpr std::size_t kMostUnsentWhileReading = std::size_t{256} << 10;
 
-// How long a closing link waits for its output to leave, and then for its peer to end as well.
-constexpr std::chrono::seconds kLongestFarewell{45};
-constexpr std::chrono::seconds kLinger{2};
-
-// The time of a handshake is counted in pieces of this length; a timer that fires so much too late
-// tells that the loop was blocked.
-constexpr std::chrono::milliseconds kPiece{500};
-
-platform::Endpoint endpointOf(const tcp::socket &socket) {
-  error_code failed;
-  const tcp::endpoint remote = socket.remote_endpoint(failed);
-  boost::asio::ip::address address = remote.address();
-  if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-    address = boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6());
-  }
-  return {address.to_string(), remote.port(), address.to_string()};
-}
+constexpr std::chrono::milliseconds kPauseAfterRejections{100};
 
 }  // namespace
 
-TlsLink::TlsLink(AsioMainQueue &queue, tcp::socket socket, const crypto::TlsContext &context,
-                 std::shared_ptr<CleansedBytes> buffer)
-    : queue_(queue),
-      socket_(std::move(socket)),
-      peer_(endpointOf(socket_)),
-      buffer_(std::move(buffer)),
-      channel_(context, TlsChannel::Role::server, socket_.native_handle()),
-      timer_(queue.context()) {}
+TlsLink::TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream)
+    : commons_(std::move(commons)),
+      stream_(std::move(stream)),
+      output_(*stream_.channel),
+      account_(commons_->ledger, "connection from " + stream_.peer.host,
+               [this](int errorNumber) { doom(errorNumber); }),
+      timer_(commons_->queue.context()) {}
 
 // Turns. A link lives at least as long as a turn of its own waits.
 
 void TlsLink::later(void (TlsLink::*turn)()) {
-  queue_.post([self = shared_from_this(), turn] { (self.get()->*turn)(); });
+  commons_->queue.post([self = shared_from_this(), turn] { (self.get()->*turn)(); });
 }
 
-void TlsLink::whenReadable(void (TlsLink::*turn)()) {
-  socket_.async_wait(tcp::socket::wait_read,
-                     [self = shared_from_this(), turn](const error_code &aborted) {
-                       if (!aborted) {
-                         (self.get()->*turn)();
-                       }
-                     });
-}
-
-void TlsLink::whenWritable(void (TlsLink::*turn)()) {
-  socket_.async_wait(tcp::socket::wait_write,
-                     [self = shared_from_this(), turn](const error_code &aborted) {
-                       if (!aborted) {
-                         (self.get()->*turn)();
-                       }
-                     });
-}
-
-void TlsLink::closeAfter(std::chrono::milliseconds time) {
-  timer_.expires_after(time);
-  timer_.async_wait([self = shared_from_this()](const error_code &aborted) {
+void TlsLink::turnWhen(Wait ready, void (TlsLink::*turn)()) {
+  stream_.socket.async_wait(ready, [self = shared_from_this(), turn](const error_code &aborted) {
     if (!aborted) {
-      self->closeNow();
+      (self.get()->*turn)();
     }
   });
 }
 
-// The handshake.
-
-void TlsLink::handshake(std::chrono::milliseconds time, Done done) {
-  handshakeDone_ = std::move(done);
-  countHandshakeTime(time);
-  later(&TlsLink::handshakeTurn);
-}
-
-// Arms the timer of the handshake for the next piece of what is left of its time. While a step
-// blocks the loop the peer's bytes may be waiting: such a time counts as one piece at most, and as
-// none where the timer shows it.
-void TlsLink::countHandshakeTime(std::chrono::milliseconds left) {
-  if (left.count() <= 0) {
-    return endHandshake(ETIMEDOUT);
-  }
-  const auto piece = std::min(left, kPiece);
-  timer_.expires_after(piece);
-  timer_.async_wait([self = shared_from_this(), left, piece](const error_code &aborted) {
-    if (aborted || self->phase_ != Phase::handshaking) {
-      return;
+void TlsLink::turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)()) {
+  timer_.expires_after(time);
+  timer_.async_wait([self = shared_from_this(), turn](const error_code &aborted) {
+    if (!aborted) {
+      (self.get()->*turn)();
     }
-    const bool wasBlocked = std::chrono::steady_clock::now() > self->timer_.expiry() + kPiece;
-    self->countHandshakeTime(wasBlocked ? left : left - piece);
   });
-}
-
-void TlsLink::handshakeTurn() {
-  if (phase_ != Phase::handshaking) {
-    return;
-  }
-  switch (channel_.handshake()) {
-    case TlsChannel::Result::done:
-      return endHandshake(0);
-    case TlsChannel::Result::wantsRead:
-      return whenReadable(&TlsLink::handshakeTurn);
-    case TlsChannel::Result::wantsWrite:
-      return whenWritable(&TlsLink::handshakeTurn);
-    case TlsChannel::Result::ended:
-      return endHandshake(ECONNRESET);
-    case TlsChannel::Result::failed:
-      return endHandshake(channel_.errorNumber());
-  }
-}
-
-void TlsLink::endHandshake(int errorNumber) {
-  timer_.cancel();
-  const Done done = std::exchange(handshakeDone_, nullptr);
-  if (errorNumber == 0) {
-    phase_ = Phase::open;
-  } else {
-    closeNow();
-  }
-  if (done) {
-    done(errorNumber);
-  }
-}
-
-void TlsLink::abandon() {
-  handshakeDone_ = nullptr;
-  closeNow();
 }
 
 // What others ask of a connection.
@@ -149,7 +56,7 @@ void TlsLink::setStateHandler(platform::Connection::StateHandler handler) {
 }
 
 void TlsLink::start() {
-  queue_.post([self = shared_from_this()] {
+  commons_->queue.post([self = shared_from_this()] {
     if (self->phase_ != Phase::closed && self->stateHandler_) {
       self->stateHandler_(ConnectionState::ready, 0);
     }
@@ -167,10 +74,11 @@ void TlsLink::receive(platform::Connection::ReceiveCompletion completion) {
 void TlsLink::send(CleansedBytes unit, platform::Connection::SendCompletion completion) {
   if (phase_ == Phase::closed || hasSaidGoodbye_ || writeError_ != 0) {
     const int cause = writeError_ == 0 ? EPIPE : writeError_;
-    queue_.post([completion = std::move(completion), cause] { completion(cause); });
+    commons_->queue.post([completion = std::move(completion), cause] { completion(cause); });
     return;
   }
-  units_.push_back(Unit{std::move(unit), 0, std::move(completion)});
+  output_.add(std::move(unit), std::move(completion));
+  account_.holdsUnsent(output_.bytes());
   scheduleFlush();
 }
 
@@ -178,7 +86,7 @@ void TlsLink::cancel() {
   if (phase_ != Phase::open && phase_ != Phase::peerEnded) {
     return;
   }
-  queue_.post([self = shared_from_this()] {
+  commons_->queue.post([self = shared_from_this()] {
     // Taken out first: nothing may follow, and the handler may hold what holds this link.
     const auto handler = std::exchange(self->stateHandler_, nullptr);
     if (handler) {
@@ -188,19 +96,12 @@ void TlsLink::cancel() {
   beginClosing();
 }
 
-std::size_t TlsLink::unsentBytes() const {
-  std::size_t bytes = channel_.unsentBytes();
-  for (const Unit &unit : units_) {
-    bytes += unit.bytes.size() - unit.encrypted;
+void TlsLink::rejected() {
+  if (phase_ == Phase::open && rejections_.add(std::chrono::steady_clock::now())) {
+    isReadingPaused_ = true;
+    turnAfter(kPauseAfterRejections, &TlsLink::readAgain);
   }
-  return bytes;
 }
-
-void TlsLink::holds(std::size_t bytes) {
-  held_ = bytes;
-}
-
-void TlsLink::rejected() {}
 
 void TlsLink::release() {
   if (phase_ == Phase::open || phase_ == Phase::peerEnded) {
@@ -211,8 +112,13 @@ void TlsLink::release() {
 
 // Reading.
 
+bool TlsLink::mayRead() const {
+  return phase_ == Phase::open && receive_ && !isReadingPaused_ &&
+         output_.bytes() <= kMostUnsentWhileReading;
+}
+
 void TlsLink::scheduleRead() {
-  if (!isReadScheduled_) {
+  if (!isReadScheduled_ && mayRead()) {
     isReadScheduled_ = true;
     later(&TlsLink::readTurn);
   }
@@ -220,12 +126,12 @@ void TlsLink::scheduleRead() {
 
 void TlsLink::readTurn() {
   isReadScheduled_ = false;
-  if (phase_ != Phase::open || !receive_) {
+  if (!mayRead()) {  // whatever ends that schedules it anew
     return;
   }
   ByteView chunk;
-  const TlsChannel::Result result = channel_.readChunk(*buffer_, chunk);
-  if (channel_.unsentBytes() != 0) {  // TLS had something of its own to answer
+  const TlsChannel::Result result = stream_.channel->readChunk(commons_->buffer, chunk);
+  if (stream_.channel->unsentBytes() != 0) {  // TLS had something of its own to answer
     scheduleFlush();
   }
   switch (result) {
@@ -233,20 +139,28 @@ void TlsLink::readTurn() {
       return deliver(chunk);
     case TlsChannel::Result::wantsRead:
     case TlsChannel::Result::wantsWrite:
+      if (writeError_ != 0) {  // all that came before has been read
+        return lose(writeError_);
+      }
       isReadScheduled_ = true;
-      return whenReadable(&TlsLink::readTurn);
+      return turnWhen(Wait::wait_read, &TlsLink::readTurn);
     case TlsChannel::Result::ended:
       return writeError_ == 0 ? peerEnded() : lose(writeError_);
     case TlsChannel::Result::failed:
-      return lose(channel_.errorNumber());
+      return lose(stream_.channel->errorNumber());
   }
+}
+
+void TlsLink::readAgain() {
+  isReadingPaused_ = false;
+  scheduleRead();
 }
 
 void TlsLink::deliver(ByteView chunk) {
   const auto completion = std::exchange(receive_, nullptr);
   completion({chunk, /*isFinal=*/false, /*errorNumber=*/0});
   // The buffer is every link's: what stood in it may have been a PIN.
-  base::cleanse(buffer_->data(), buffer_->size() < chunk.size() ? buffer_->size() : chunk.size());
+  base::cleanse(commons_->buffer.data(), std::min(commons_->buffer.size(), chunk.size()));
 }
 
 void TlsLink::peerEnded() {
@@ -254,22 +168,6 @@ void TlsLink::peerEnded() {
   isPeerGone_ = true;
   const auto completion = std::exchange(receive_, nullptr);
   completion({{}, /*isFinal=*/true, /*errorNumber=*/0});
-}
-
-// Reports `failed`, completes what is outstanding, the receive last, and says nothing more.
-void TlsLink::lose(int errorNumber) {
-  const auto self = shared_from_this();
-  const auto handler = std::exchange(stateHandler_, nullptr);
-  const auto completion = std::exchange(receive_, nullptr);
-  phase_ = Phase::closed;
-  if (handler) {
-    handler(ConnectionState::failed, errorNumber);
-  }
-  outputIsLost(errorNumber);
-  closeNow();
-  if (completion) {
-    completion({{}, /*isFinal=*/true, errorNumber});
-  }
 }
 
 // Writing.
@@ -286,45 +184,29 @@ void TlsLink::flushTurn() {
   if (phase_ == Phase::closed || writeError_ != 0) {
     return;
   }
-  if (!encryptUnits()) {
-    return outputIsLost(channel_.errorNumber());
+  if (!std::exchange(isWatched_, true)) {
+    commons_->stalls->watch(weak_from_this());
   }
-  switch (channel_.flush()) {
+  const TlsChannel::Result result = output_.turn();
+  account_.holdsUnsent(output_.bytes());
+  switch (result) {
     case TlsChannel::Result::done:
-      return outputHasLeft();
+      outputHasLeft();
+      break;
     case TlsChannel::Result::wantsRead:
     case TlsChannel::Result::wantsWrite:
       isFlushScheduled_ = true;
-      return whenWritable(&TlsLink::flushTurn);
+      turnWhen(Wait::wait_write, &TlsLink::flushTurn);
+      break;
     case TlsChannel::Result::ended:
     case TlsChannel::Result::failed:
-      return outputIsLost(channel_.errorNumber());
+      return outputIsLost(stream_.channel->errorNumber());
   }
-}
-
-// One turn's share, from as many units as it holds, so that they leave in one send.
-bool TlsLink::encryptUnits() {
-  while (!units_.empty() && channel_.unsentBytes() < kOutputPerTurn) {
-    Unit &unit = units_.front();
-    const ByteView rest = ByteView(unit.bytes).subspan(unit.encrypted);
-    const std::size_t taken = rest.empty() ? 0 : channel_.encryptRecord(rest);
-    if (taken == 0 && !rest.empty()) {
-      return false;
-    }
-    unit.encrypted += taken;
-    if (unit.encrypted == unit.bytes.size()) {
-      leaving_.push_back(std::move(unit.completion));
-      units_.pop_front();
-    }
-  }
-  return true;
+  scheduleRead();  // where too much had waited
 }
 
 void TlsLink::outputHasLeft() {
-  for (const auto &completion : std::exchange(leaving_, {})) {
-    completion(0);
-  }
-  if (!units_.empty()) {
+  if (!output_.empty()) {
     return scheduleFlush();
   }
   if (phase_ == Phase::closing) {
@@ -332,81 +214,52 @@ void TlsLink::outputHasLeft() {
   }
 }
 
+std::optional<std::chrono::steady_clock::duration> TlsLink::acknowledgementsMissingFor() {
+  if (phase_ == Phase::closed) {
+    return std::nullopt;
+  }
+  const auto missing = acknowledgements_.missingFor(
+      stream_.socket.native_handle(), output_.bytes() != 0, std::chrono::steady_clock::now());
+  isWatched_ = missing.has_value();
+  return missing;
+}
+
+// Losing.
+
 // Nothing can be sent any more. What the peer had sent before it went is still read; the end of its
 // stream then reports this error.
 void TlsLink::outputIsLost(int errorNumber) {
   writeError_ = errorNumber;
-  const auto self = shared_from_this();
-  for (const auto &completion : std::exchange(leaving_, {})) {
-    completion(errorNumber);
-  }
-  for (const Unit &unit : std::exchange(units_, {})) {
-    unit.completion(errorNumber);
-  }
+  output_.lose(errorNumber);
+  account_.holdsUnsent(0);
   if (phase_ == Phase::closing) {
     closeNow();
-  } else if (phase_ == Phase::open) {
+  } else {
     scheduleRead();
   }
 }
 
-// Closing: what was sent before still leaves, then close_notify, then the write side is shut and
-// what comes in is discarded until the peer ends too. Closing at once would reset the connection
-// and take the last frames with it wherever bytes of the peer are unread.
+// Holds too much. Its owner, who may be just about to send, hears of it on a later event.
+void TlsLink::doom(int errorNumber) {
+  writeError_ = errorNumber;
+  commons_->queue.post([self = shared_from_this(), errorNumber] { self->lose(errorNumber); });
+}
 
-void TlsLink::beginClosing() {
-  phase_ = Phase::closing;
-  receive_ = nullptr;
-  if (writeError_ != 0) {  // nothing can leave any more, so there is nothing to wait for
+void TlsLink::lose(int errorNumber) {
+  const auto self = shared_from_this();
+  if (phase_ != Phase::open) {  // the owner knows of its end already
     return closeNow();
   }
-  closeAfter(kLongestFarewell);
-  scheduleFlush();
-  if (!isPeerGone_) {
-    later(&TlsLink::discardTurn);
-  }
-}
-
-void TlsLink::sayGoodbye() {
-  if (!hasSaidGoodbye_) {
-    hasSaidGoodbye_ = true;
-    channel_.sayGoodbye();
-    return scheduleFlush();
-  }
-  error_code ignored;
-  socket_.shutdown(tcp::socket::shutdown_send, ignored);
-  if (isPeerGone_) {
-    return closeNow();
-  }
-  closeAfter(kLinger);
-}
-
-void TlsLink::discardTurn() {
-  if (phase_ != Phase::closing) {
-    return;
-  }
-  std::array<char, 16384> discarded;
-  const ssize_t got =
-      ::recv(socket_.native_handle(), discarded.data(), discarded.size(), MSG_DONTWAIT);
-  if (got > 0) {
-    return later(&TlsLink::discardTurn);
-  }
-  if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
-    return whenReadable(&TlsLink::discardTurn);
-  }
-  isPeerGone_ = true;
-  if (got < 0 || hasSaidGoodbye_) {
-    closeNow();
-  }
-}
-
-void TlsLink::closeNow() {
+  const auto handler = std::exchange(stateHandler_, nullptr);
+  const auto completion = std::exchange(receive_, nullptr);
+  writeError_ = errorNumber;
   phase_ = Phase::closed;
-  timer_.cancel();
-  error_code ignored;
-  socket_.close(ignored);
-  if (writeError_ == 0) {
-    outputIsLost(ECANCELED);
+  if (handler) {
+    handler(ConnectionState::failed, errorNumber);
+  }
+  closeNow();
+  if (completion) {
+    completion({{}, /*isFinal=*/true, errorNumber});
   }
 }
 

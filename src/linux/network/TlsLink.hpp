@@ -1,45 +1,31 @@
 #pragma once
 
-#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
-#include <deque>
-#include <functional>
 #include <memory>
 #include <optional>
-#include <vector>
 
-#include "base/Secret.hpp"
-#include "crypto/TlsChannel.hpp"
-#include "linux/network/AsioMainQueue.hpp"
+#include "linux/network/Acknowledgements.hpp"
+#include "linux/network/Ledger.hpp"
+#include "linux/network/Rejections.hpp"
+#include "linux/network/TlsCommons.hpp"
+#include "linux/network/TlsOutput.hpp"
+#include "linux/network/TlsStream.hpp"
 #include "platform/Network.hpp"
 
 namespace platform_linux {
 
-// One accepted socket from its handshake to its end. It outlives the connection object that others
-// hold, for as long as something still has to leave. Asio waits for the socket, OpenSSL reads and
-// writes it.
+// One established connection to its end. It outlives the connection object that others hold, for as
+// long as something still has to leave. Asio waits for the socket, OpenSSL reads and writes it.
 //
 // Every turn of the loop serves one chunk and a bounded amount of output of a link, then the next
 // one's, so that a peer which sends without pause cannot keep the others waiting.
 class TlsLink : public std::enable_shared_from_this<TlsLink> {
  public:
-  using Done = std::function<void(int errorNumber)>;
+  TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream);
 
-  // `socket` is connected and non-blocking. `buffer` takes one chunk at a time for all links of a
-  // loop.
-  TlsLink(AsioMainQueue &queue, boost::asio::ip::tcp::socket socket,
-          const crypto::TlsContext &context, std::shared_ptr<CleansedBytes> buffer);
-
-  [[nodiscard]] const platform::Endpoint &peer() const { return peer_; }
-
-  // Does the handshake. `done` comes once, on a later event: with 0, or with why there is no
-  // connection.
-  void handshake(std::chrono::milliseconds time, Done done);
-
-  // Ends an unfinished handshake without a word.
-  void abandon();
+  [[nodiscard]] const platform::Endpoint &peer() const { return stream_.peer; }
 
   // The operations of platform::Connection.
   void setStateHandler(platform::Connection::StateHandler handler);
@@ -47,65 +33,62 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void receive(platform::Connection::ReceiveCompletion completion);
   void send(CleansedBytes unit, platform::Connection::SendCompletion completion);
   void cancel();
-  [[nodiscard]] std::size_t unsentBytes() const;
-  void holds(std::size_t bytes);
+  [[nodiscard]] std::size_t unsentBytes() const { return output_.bytes(); }
+  void holds(std::size_t bytes) { account_.holdsFrame(bytes); }
   void rejected();
 
   // The last reference to the connection was dropped.
   void release();
 
- private:
-  enum class Phase { handshaking, open, peerEnded, closing, closed };
+  // How long the peer has acknowledged nothing although some output waits; nothing if none does,
+  // and then this need not be asked before more is sent.
+  [[nodiscard]] std::optional<std::chrono::steady_clock::duration> acknowledgementsMissingFor();
 
-  // A frame on its way out.
-  struct Unit {
-    CleansedBytes bytes;
-    std::size_t encrypted = 0;
-    platform::Connection::SendCompletion completion;
-  };
+  // Reports `failed`, completes what is outstanding, the receive last, and says nothing more. On an
+  // event of its own.
+  void lose(int errorNumber);
+
+ private:
+  enum class Phase { open, peerEnded, closing, closed };
+  using Wait = boost::asio::ip::tcp::socket::wait_type;
 
   void later(void (TlsLink::*turn)());
-  void whenReadable(void (TlsLink::*turn)());
-  void whenWritable(void (TlsLink::*turn)());
-  void closeAfter(std::chrono::milliseconds time);
+  void turnWhen(Wait ready, void (TlsLink::*turn)());
+  void turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)());
 
-  void handshakeTurn();
-  void countHandshakeTime(std::chrono::milliseconds left);
-  void endHandshake(int errorNumber);
-
+  [[nodiscard]] bool mayRead() const;
   void scheduleRead();
   void readTurn();
+  void readAgain();
   void deliver(ByteView chunk);
   void peerEnded();
-  void lose(int errorNumber);
 
   void scheduleFlush();
   void flushTurn();
-  bool encryptUnits();
   void outputHasLeft();
   void outputIsLost(int errorNumber);
+  void doom(int errorNumber);
 
   void beginClosing();
   void sayGoodbye();
   void discardTurn();
   void closeNow();
 
-  AsioMainQueue &queue_;
-  boost::asio::ip::tcp::socket socket_;
-  platform::Endpoint peer_;
-  std::shared_ptr<CleansedBytes> buffer_;
-  crypto::TlsChannel channel_;
+  std::shared_ptr<TlsCommons> commons_;
+  TlsStream stream_;
+  TlsOutput output_;
+  Ledger::Account account_;
   boost::asio::steady_timer timer_;
 
-  Phase phase_ = Phase::handshaking;
-  Done handshakeDone_;
+  Phase phase_ = Phase::open;
   platform::Connection::StateHandler stateHandler_;
   platform::Connection::ReceiveCompletion receive_;
-  std::deque<Unit> units_;                                     // not yet encrypted to their end
-  std::size_t held_ = 0;                                       // of frames, by the owner
-  std::vector<platform::Connection::SendCompletion> leaving_;  // encrypted, not yet with the system
+  Rejections rejections_;
+  Acknowledgements acknowledgements_;
   bool isReadScheduled_ = false;
+  bool isReadingPaused_ = false;
   bool isFlushScheduled_ = false;
+  bool isWatched_ = false;  // by commons_->stalls
   bool hasSaidGoodbye_ = false;
   bool isPeerGone_ = false;
   int writeError_ = 0;

@@ -1,15 +1,12 @@
 #include "linux/network/TlsListener.hpp"
 
-#include <fcntl.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-
-#include <boost/asio/ip/v6_only.hpp>
-#include <boost/asio/socket_base.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <utility>
 
+#include "linux/network/DescriptorReserve.hpp"
+#include "linux/network/ListeningSocket.hpp"
 #include "linux/network/TlsConnection.hpp"
 
 namespace platform_linux {
@@ -24,33 +21,31 @@ constexpr int kAcceptancesPerTurn = 4;
 // How long accepting rests when the process has no descriptor left.
 constexpr std::chrono::milliseconds kRest{100};
 
+// A handshake that is younger than this makes room for nobody: it may well be an honest one.
+constexpr std::chrono::seconds kHonestHandshake{1};
+
 std::uint16_t portFrom(const std::string &text) {
   std::uint16_t port = 0;
   std::from_chars(text.data(), text.data() + text.size(), port);
   return port;
 }
 
-void setOption(int socket, int level, int name, int value) {
-  // a failure leaves the system's own value, with which the connection works all the same
-  (void)::setsockopt(socket, level, name, &value, sizeof(value));
-}
-
 }  // namespace
 
-TlsListener::TlsListener(AsioMainQueue &queue, const platform::ListenerParameters &parameters,
-                         std::shared_ptr<CleansedBytes> buffer)
-    : queue_(queue),
+TlsListener::TlsListener(std::shared_ptr<TlsCommons> commons,
+                         const platform::ListenerParameters &parameters)
+    : commons_(std::move(commons)),
       parameters_(parameters),
-      buffer_(std::move(buffer)),
-      acceptor_(queue.context()),
-      retry_(queue.context()),
+      entrance_(parameters.isLoopback),
+      acceptor_(commons_->queue.context()),
+      retry_(commons_->queue.context()),
       port_(portFrom(parameters.port)),
       self_(std::make_shared<TlsListener *>(this)) {}
 
 TlsListener::~TlsListener() {
   *self_ = nullptr;
-  for (const std::shared_ptr<TlsLink> &link : handshaking_) {
-    link->abandon();
+  for (const Unfinished &each : unfinished_) {
+    each.handshake->abandon();
   }
 }
 
@@ -68,7 +63,7 @@ void TlsListener::setFailedHandshakeHandler(FailedHandshakeHandler handler) {
 
 void TlsListener::start() {
   const int errorNumber = open();
-  queue_.post([self = self_, errorNumber] {
+  commons_->queue.post([self = self_, errorNumber] {
     if (*self != nullptr) {
       (*self)->report(
           errorNumber == 0 ? platform::ListenerState::ready : platform::ListenerState::failed,
@@ -80,46 +75,17 @@ void TlsListener::start() {
   }
 }
 
-// Binds and listens; 0, or why that is not possible.
 int TlsListener::open() {
   context_ = crypto::TlsContext::server(*parameters_.identity);
   if (!context_) {
     return EPROTO;
   }
-  error_code failed;
-  boost::asio::ip::address address = boost::asio::ip::make_address(parameters_.host, failed);
-  if (failed) {
-    return EINVAL;
+  const int errorNumber = listenOn(acceptor_, parameters_.host, port_);
+  error_code ignored;
+  if (errorNumber == 0) {
+    port_ = acceptor_.local_endpoint(ignored).port();
   }
-  acceptor_.open(address.is_v6() ? tcp::v6() : tcp::v4(), failed);
-  if (failed == boost::asio::error::address_family_not_supported &&
-      address == boost::asio::ip::address_v6::any()) {
-    // a machine without IPv6
-    address = boost::asio::ip::address_v4::any();
-    acceptor_.open(tcp::v4(), failed);
-  }
-  if (!failed) {
-    (void)::fcntl(acceptor_.native_handle(), F_SETFD, FD_CLOEXEC);
-  }
-  if (!failed && address.is_v6()) {
-    acceptor_.set_option(boost::asio::ip::v6_only(/*only=*/false), failed);
-  }
-  if (!failed) {
-    acceptor_.set_option(boost::asio::socket_base::reuse_address(/*reuse=*/true), failed);
-  }
-  if (!failed) {
-    acceptor_.bind(tcp::endpoint(address, port_), failed);
-  }
-  if (!failed) {
-    acceptor_.listen(boost::asio::socket_base::max_listen_connections, failed);
-  }
-  if (!failed) {
-    acceptor_.non_blocking(/*mode=*/true, failed);
-  }
-  if (!failed) {
-    port_ = acceptor_.local_endpoint(failed).port();
-  }
-  return failed.value();
+  return errorNumber;
 }
 
 void TlsListener::report(platform::ListenerState state, int errorNumber) {
@@ -138,6 +104,9 @@ void TlsListener::waitForSockets() {
 
 void TlsListener::acceptSockets() {
   for (int count = 0; count < kAcceptancesPerTurn; ++count) {
+    if (const auto reached = reachedDescriptorReserve()) {
+      return pauseAccepting(*reached);
+    }
     error_code failed;
     tcp::socket socket = acceptor_.accept(failed);
     if (failed == boost::asio::error::would_block) {
@@ -145,16 +114,20 @@ void TlsListener::acceptSockets() {
     }
     if (failed.value() == EMFILE || failed.value() == ENFILE || failed.value() == ENOBUFS ||
         failed.value() == ENOMEM) {
-      return pauseAccepting();
+      return pauseAccepting(descriptorLimit());
     }
+    isPaused_ = false;
     if (!failed) {  // else this one was gone before it was accepted
-      shakeHands(std::move(socket));
+      letIn(std::move(socket));
     }
   }
   waitForSockets();
 }
 
-void TlsListener::pauseAccepting() {
+void TlsListener::pauseAccepting(const platform::Limit &descriptors) {
+  if (!std::exchange(isPaused_, true)) {
+    commons_->reporter({descriptors, "connections on port " + std::to_string(port_) + " wait"});
+  }
   retry_.expires_after(kRest);
   retry_.async_wait([self = self_](const error_code &aborted) {
     if (!aborted && *self != nullptr) {
@@ -163,41 +136,61 @@ void TlsListener::pauseAccepting() {
   });
 }
 
-void TlsListener::shakeHands(tcp::socket socket) {
-  prepare(socket);
-  const auto link = std::make_shared<TlsLink>(queue_, std::move(socket), *context_, buffer_);
-  handshaking_.insert(link);
-  link->handshake(parameters_.limits().handshakeTime,
-                  [self = self_, weak = std::weak_ptr(link)](int error) {
-                    const auto finished = weak.lock();
-                    if (*self != nullptr && finished) {
-                      (*self)->handOver(finished, error);
-                    }
-                  });
+void TlsListener::letIn(tcp::socket socket) {
+  const platform::ListenerLimits limits = parameters_.limits();
+  const Guest guest = entrance_.guestAt(socket);
+  if (const auto limit = refuses(guest, limits)) {
+    return commons_->reporter({*limit, guest.name + " refused"});
+  }
+  prepareAccepted(socket, parameters_);
+  shakeHands(std::move(socket), guest, limits.handshakeTime);
 }
 
-void TlsListener::prepare(tcp::socket &socket) const {
-  error_code ignored;
-  socket.non_blocking(/*mode=*/true, ignored);
-  const int descriptor = socket.native_handle();
-  (void)::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  setOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
-  setOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, parameters_.keepaliveCount);
-  setOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, parameters_.keepaliveIntervalSeconds);
-  setOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, parameters_.keepaliveIdleSeconds);
-  setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
+std::optional<platform::Limit> TlsListener::refuses(const Guest &guest,
+                                                    const platform::ListenerLimits &limits) {
+  if (const auto limit = entrance_.refuses(guest, limits)) {
+    return limit;
+  }
+  const auto limit = entrance_.isFull(limits);
+  return limit && abandonOldest(*limit) ? entrance_.isFull(limits) : limit;
 }
 
-void TlsListener::handOver(const std::shared_ptr<TlsLink> &link, int errorNumber) {
-  handshaking_.erase(link);
+bool TlsListener::abandonOldest(const platform::Limit &limit) {
+  if (unfinished_.empty() || unfinished_.front().handshake->age() <= kHonestHandshake) {
+    return false;
+  }
+  TlsHandshake &oldest = *unfinished_.front().handshake;
+  commons_->reporter({limit, "handshake of " + oldest.peer().host + " abandoned"});
+  oldest.abandon();
+  unfinished_.pop_front();
+  return true;
+}
+
+void TlsListener::shakeHands(tcp::socket socket, const Guest &guest,
+                             std::chrono::milliseconds time) {
+  const auto handshake =
+      std::make_shared<TlsHandshake>(commons_->queue, commons_->handshakes, std::move(socket),
+                                     *context_, guest.peer, entrance_.takeConnection(guest));
+  unfinished_.push_back({handshake, entrance_.takeHandshake(guest)});
+  handshake->begin(time, [self = self_, weak = std::weak_ptr(handshake)](int error) {
+    const auto finished = weak.lock();
+    if (*self != nullptr && finished) {
+      (*self)->handOver(finished, error);
+    }
+  });
+}
+
+void TlsListener::handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber) {
+  unfinished_.remove_if([&](const Unfinished &each) { return each.handshake == handshake; });
   if (errorNumber != 0) {
     if (failedHandshakeHandler_) {
-      failedHandshakeHandler_(link->peer(), errorNumber);
+      failedHandshakeHandler_(handshake->peer(), errorNumber);
     }
     return;
   }
   if (connectionHandler_) {
-    connectionHandler_(std::make_shared<TlsConnection>(link));
+    connectionHandler_(std::make_shared<TlsConnection>(
+        std::make_shared<TlsLink>(commons_, handshake->takeStream())));
   }
 }
 

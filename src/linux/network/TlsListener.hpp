@@ -3,14 +3,14 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <optional>
-#include <unordered_set>
 
-#include "base/Secret.hpp"
 #include "crypto/TlsChannel.hpp"
-#include "linux/network/AsioMainQueue.hpp"
-#include "linux/network/TlsLink.hpp"
+#include "linux/network/Entrance.hpp"
+#include "linux/network/TlsCommons.hpp"
+#include "linux/network/TlsHandshake.hpp"
 #include "platform/Network.hpp"
 
 namespace platform_linux {
@@ -18,8 +18,7 @@ namespace platform_linux {
 // Accepts sockets, does their handshakes and hands over what is established.
 class TlsListener final : public platform::Listener {
  public:
-  TlsListener(AsioMainQueue &queue, const platform::ListenerParameters &parameters,
-              std::shared_ptr<CleansedBytes> buffer);
+  TlsListener(std::shared_ptr<TlsCommons> commons, const platform::ListenerParameters &parameters);
   ~TlsListener() override;
   TlsListener(const TlsListener &) = delete;
   TlsListener &operator=(const TlsListener &) = delete;
@@ -31,26 +30,36 @@ class TlsListener final : public platform::Listener {
   void start() override;
 
  private:
+  struct Unfinished {
+    std::shared_ptr<TlsHandshake> handshake;
+    Place place;
+  };
+
   [[nodiscard]] int open();
   void report(platform::ListenerState state, int errorNumber);
   void waitForSockets();
   void acceptSockets();
-  void pauseAccepting();
-  void shakeHands(boost::asio::ip::tcp::socket socket);
-  void prepare(boost::asio::ip::tcp::socket &socket) const;
-  void handOver(const std::shared_ptr<TlsLink> &link, int errorNumber);
+  void pauseAccepting(const platform::Limit &descriptors);
+  void letIn(boost::asio::ip::tcp::socket socket);
+  [[nodiscard]] std::optional<platform::Limit> refuses(const Guest &guest,
+                                                       const platform::ListenerLimits &limits);
+  [[nodiscard]] bool abandonOldest(const platform::Limit &limit);
+  void shakeHands(boost::asio::ip::tcp::socket socket, const Guest &guest,
+                  std::chrono::milliseconds time);
+  void handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber);
 
-  AsioMainQueue &queue_;
+  std::shared_ptr<TlsCommons> commons_;
   platform::ListenerParameters parameters_;
-  std::shared_ptr<CleansedBytes> buffer_;
+  Entrance entrance_;
   std::optional<crypto::TlsContext> context_;
   boost::asio::ip::tcp::acceptor acceptor_;
   boost::asio::steady_timer retry_;
+  bool isPaused_ = false;  // for want of descriptors
   std::uint16_t port_ = 0;
   StateHandler stateHandler_;
   ConnectionHandler connectionHandler_;
   FailedHandshakeHandler failedHandshakeHandler_;
-  std::unordered_set<std::shared_ptr<TlsLink>> handshaking_;
+  std::list<Unfinished> unfinished_;  // the oldest first
   std::shared_ptr<TlsListener *>
       self_;  // shared with events that may come after this object has gone
 };

@@ -1,8 +1,7 @@
 #include "linux/network/TlsNetwork.hpp"
 
-#include <utility>
-
 #include "crypto/TlsChannel.hpp"
+#include "linux/network/DescriptorReserve.hpp"
 #include "linux/network/TlsListener.hpp"
 
 namespace platform_linux {
@@ -13,16 +12,19 @@ constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + 8;
 
 }  // namespace
 
-TlsNetwork::TlsNetwork(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
-                       platform::LimitReporter reporter)
-    : queue_(queue),
-      limits_(std::move(limits)),
-      reporter_(std::move(reporter)),
-      buffer_(std::make_shared<CleansedBytes>(kChunkBytes)) {}
+TlsNetwork::TlsNetwork(AsioMainQueue &queue,
+                       const std::function<platform::ConnectionLimits()> &limits,
+                       const platform::LimitReporter &reporter)
+    : commons_(std::make_shared<TlsCommons>(
+          TlsCommons{queue, CleansedBytes(kChunkBytes), std::make_shared<HandshakeTurns>(queue),
+                     std::make_shared<Ledger>(limits, reporter),
+                     std::make_shared<StallWatch>(queue, limits, reporter), reporter})) {
+  raiseDescriptorLimit();
+}
 
 std::unique_ptr<platform::Listener> TlsNetwork::createListener(
     const platform::ListenerParameters &parameters) {
-  return std::make_unique<TlsListener>(queue_, parameters, buffer_);
+  return std::make_unique<TlsListener>(commons_, parameters);
 }
 
 }  // namespace platform_linux

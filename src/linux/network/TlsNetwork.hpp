@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
-#include "base/Secret.hpp"
 #include "linux/network/AsioMainQueue.hpp"
+#include "linux/network/TlsCommons.hpp"
 #include "platform/Network.hpp"
 
 namespace platform_linux {
@@ -13,18 +13,15 @@ namespace platform_linux {
 class TlsNetwork final : public platform::Network {
  public:
   // `limits` is asked anew whenever a limit matters; what is refused or dropped is told to
-  // `reporter`.
-  TlsNetwork(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
-             platform::LimitReporter reporter);
+  // `reporter`. Raises the process's soft limit of open descriptors to the hard one.
+  TlsNetwork(AsioMainQueue &queue, const std::function<platform::ConnectionLimits()> &limits,
+             const platform::LimitReporter &reporter);
 
   [[nodiscard]] std::unique_ptr<platform::Listener> createListener(
       const platform::ListenerParameters &parameters) override;
 
  private:
-  AsioMainQueue &queue_;
-  std::function<platform::ConnectionLimits()> limits_;
-  platform::LimitReporter reporter_;
-  std::shared_ptr<CleansedBytes> buffer_;  // for one chunk at a time
+  std::shared_ptr<TlsCommons> commons_;
 };
 
 }  // namespace platform_linux

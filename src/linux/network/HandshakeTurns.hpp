@@ -1,0 +1,28 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+
+#include "linux/network/AsioMainQueue.hpp"
+
+namespace platform_linux {
+
+class TlsHandshake;
+
+// Gives the handshakes that can go on their steps in the order in which they ask. A step costs a
+// signature, many times a relay: all of them together have two per turn of the loop.
+class HandshakeTurns : public std::enable_shared_from_this<HandshakeTurns> {
+ public:
+  explicit HandshakeTurns(AsioMainQueue &queue) : queue_(queue) {}
+
+  void add(const std::shared_ptr<TlsHandshake> &handshake);
+
+ private:
+  void post();
+  void turn();
+
+  AsioMainQueue &queue_;
+  std::deque<std::weak_ptr<TlsHandshake>> waiting_;
+};
+
+}  // namespace platform_linux

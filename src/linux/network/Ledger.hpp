@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_set>
+
+#include "platform/Network.hpp"
+
+namespace platform_linux {
+
+// What the connections of a network hold in memory, and who has to go where that is too much. The
+// limits are looked up only where somebody holds more than most ever do.
+class Ledger {
+ public:
+  // Told once, in the middle of a call of the connection's owner.
+  using Doom = std::function<void(int errorNumber)>;
+
+  // One connection's part. It counts as long as this lives and is not doomed.
+  class Account {
+   public:
+    Account(std::shared_ptr<Ledger> ledger, std::string name, Doom doom);
+    ~Account();
+    Account(const Account &) = delete;
+    Account &operator=(const Account &) = delete;
+
+    void holdsFrame(std::size_t bytes);
+    void holdsUnsent(std::size_t bytes);
+    void close();  // it counts no longer
+
+   private:
+    friend class Ledger;
+    [[nodiscard]] std::size_t all() const { return frame_ + unsent_; }
+    void set(std::size_t &part, std::size_t bytes);
+
+    std::shared_ptr<Ledger> ledger_;
+    std::string name_;  // for people
+    Doom doom_;
+    std::size_t frame_ = 0;
+    std::size_t unsent_ = 0;
+    bool isOpen_ = true;
+  };
+
+  Ledger(std::function<platform::ConnectionLimits()> limits, platform::LimitReporter reporter);
+
+ private:
+  void check(Account &grown);
+  void shrinkTo(const platform::Limit &limit);
+  void doom(Account &account, int errorNumber, const platform::Limit &limit);
+
+  std::function<platform::ConnectionLimits()> limits_;
+  platform::LimitReporter reporter_;
+  std::unordered_set<Account *> accounts_;
+  std::size_t total_ = 0;
+};
+
+}  // namespace platform_linux

@@ -1,0 +1,65 @@
+#include "linux/network/StallWatch.hpp"
+
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+#include "linux/network/TlsLink.hpp"
+
+namespace platform_linux {
+namespace {
+
+constexpr std::chrono::seconds kBetweenLooks{1};
+
+}  // namespace
+
+StallWatch::StallWatch(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
+                       platform::LimitReporter reporter)
+    : limits_(std::move(limits)), reporter_(std::move(reporter)), timer_(queue.context()) {}
+
+void StallWatch::watch(std::weak_ptr<TlsLink> link) {
+  watched_.push_back(std::move(link));
+  arm();
+}
+
+void StallWatch::arm() {
+  if (isArmed_ || watched_.empty()) {
+    return;
+  }
+  isArmed_ = true;
+  timer_.expires_after(kBetweenLooks);
+  timer_.async_wait(
+      [self = shared_from_this()](const boost::system::error_code & /*never cancelled*/) {
+        self->isArmed_ = false;
+        self->sweep();
+      });
+}
+
+void StallWatch::sweep() {
+  for (std::weak_ptr<TlsLink> &each : std::exchange(watched_, {})) {
+    const auto link = each.lock();
+    if (link && staysWatched(*link)) {
+      watched_.push_back(std::move(each));
+    }
+  }
+  arm();
+}
+
+bool StallWatch::staysWatched(TlsLink &link) {
+  const auto missing = link.acknowledgementsMissingFor();
+  if (!missing) {
+    return false;
+  }
+  if (*missing < kBetweenLooks) {  // the least value of the limit
+    return true;
+  }
+  const platform::Limit longest = limits_().stalledOutput;
+  if (*missing < std::chrono::seconds(longest.most)) {
+    return true;
+  }
+  reporter_({longest, "connection from " + link.peer().host + " dropped"});
+  link.lose(ETIMEDOUT);
+  return false;
+}
+
+}  // namespace platform_linux

@@ -1,0 +1,118 @@
+#include "linux/network/TlsHandshake.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace platform_linux {
+namespace {
+
+using boost::asio::ip::tcp;
+using boost::system::error_code;
+using crypto::TlsChannel;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Time is counted in pieces of this length; a timer that fires so much too late tells that the loop
+// was blocked.
+constexpr milliseconds kPiece{500};
+
+}  // namespace
+
+TlsHandshake::TlsHandshake(AsioMainQueue &queue, std::shared_ptr<HandshakeTurns> turns,
+                           tcp::socket socket, const crypto::TlsContext &context,
+                           platform::Endpoint peer, Place place)
+    : turns_(std::move(turns)),
+      stream_{std::move(socket), std::move(peer), std::move(place), nullptr},
+      timer_(queue.context()) {
+  stream_.channel = std::make_unique<TlsChannel>(context, TlsChannel::Role::server,
+                                                 stream_.socket.native_handle());
+}
+
+void TlsHandshake::begin(milliseconds time, Done done) {
+  time_ = time;
+  done_ = std::move(done);
+  countPiece();
+  turns_->add(shared_from_this());
+}
+
+void TlsHandshake::abandon() {
+  done_ = nullptr;
+  timer_.cancel();
+  stream_.close();
+}
+
+milliseconds TlsHandshake::age() const {
+  const auto piece = duration_cast<milliseconds>(steady_clock::now() - pieceBegan_);
+  return counted_ + std::min(piece, kPiece);
+}
+
+TlsStream TlsHandshake::takeStream() {
+  error_code ignored;
+  stream_.socket.cancel(ignored);  // a wait of ours that is left would call a socket that has moved
+  return std::move(stream_);
+}
+
+void TlsHandshake::stepWhen(Wait ready) {
+  stream_.socket.async_wait(ready, [self = shared_from_this()](const error_code &aborted) {
+    if (!aborted) {
+      self->turns_->add(self);
+    }
+  });
+}
+
+void TlsHandshake::countPiece() {
+  pieceBegan_ = steady_clock::now();
+  timer_.expires_after(std::min(time_ - counted_, kPiece));
+  timer_.async_wait([self = shared_from_this()](const error_code &aborted) {
+    if (!aborted && self->done_) {
+      self->pieceIsOver();
+    }
+  });
+}
+
+// While a step blocks the loop the peer's bytes may be waiting: such a time counts as one piece at
+// most, and as none where the timer shows it.
+void TlsHandshake::pieceIsOver() {
+  const bool wasBlocked = steady_clock::now() > timer_.expiry() + kPiece;
+  if (!wasBlocked) {
+    counted_ += std::min(time_ - counted_, kPiece);
+  }
+  if (counted_ < time_) {
+    return countPiece();
+  }
+  turns_->add(shared_from_this());  // the last step: what it needs may have come meanwhile
+}
+
+void TlsHandshake::step() {
+  if (!done_) {
+    return;
+  }
+  const TlsChannel::Result result = stream_.channel->handshake();
+  switch (result) {
+    case TlsChannel::Result::done:
+      return end(0);
+    case TlsChannel::Result::wantsRead:
+    case TlsChannel::Result::wantsWrite:
+      if (counted_ >= time_) {
+        return end(ETIMEDOUT);
+      }
+      return stepWhen(result == TlsChannel::Result::wantsRead ? Wait::wait_read : Wait::wait_write);
+    case TlsChannel::Result::ended:
+      return end(ECONNRESET);
+    case TlsChannel::Result::failed:
+      return end(stream_.channel->errorNumber());
+  }
+}
+
+void TlsHandshake::end(int errorNumber) {
+  timer_.cancel();
+  if (errorNumber != 0) {
+    stream_.close();
+  }
+  const Done done = std::exchange(done_, nullptr);
+  done(errorNumber);
+}
+
+}  // namespace platform_linux

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <boost/asio/ip/tcp.hpp>
+#include <memory>
+
+#include "crypto/TlsChannel.hpp"
+#include "linux/network/Tally.hpp"
+#include "platform/Network.hpp"
+
+namespace platform_linux {
+
+// An accepted socket with its TLS: a handshake's at first, then a link's.
+struct TlsStream {
+  boost::asio::ip::tcp::socket socket;
+  platform::Endpoint peer;
+  Place place;                                  // among the listener's connections
+  std::unique_ptr<crypto::TlsChannel> channel;  // borrows the socket and so goes first
+
+  // Gives back the socket and the place.
+  void close() {
+    boost::system::error_code ignored;
+    socket.close(ignored);
+    place.reset();
+  }
+};
+
+}  // namespace platform_linux
