@@ -1,0 +1,136 @@
+// Honest clients go on while others do what they can to the daemon.
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "client/Dialing.hpp"
+#include "load/LoadedMachine.hpp"
+#include "protocol/Frame.hpp"
+
+namespace load {
+namespace {
+
+using namespace std::chrono_literals;
+
+// The beginning of a ClientHello of 512 bytes (RFC 8446 4.1.2 and 5.1), and then nothing.
+Behaviour stopsInItsHandshake() {
+  return {.says = {{22, 3, 1, 2, 0, 1, 0, 1, 0xFC, 3, 3, 0x5A}}, .shakesHands = false};
+}
+
+Behaviour sendsGarbageForAHandshake() {
+  return {.says = {base::bytesOf("GET / HTTP/1.0\r\n\r\n"), Bytes(4096, 0xA5)},
+          .isEndless = true,
+          .shakesHands = false};
+}
+
+Behaviour sendsGarbageForMessages() {
+  return {.says = {base::bytesOf("[DATA]{\"type\":\"request\",[ENDDATA]"), Bytes(5000, 0xA5),
+                   Bytes(3, 0), base::bytesOf("[DATA][ENDDATA]")},
+          .isEndless = true};
+}
+
+Behaviour neverReadsItsAnswers() {
+  const auto frame = protocol::frameOf(QuillMessage::initCommandMessageGetCertificates());
+  return {.says = {Bytes(frame.begin(), frame.end())}, .isEndless = true};
+}
+
+class Flood : public LoadedMachine {
+ public:
+  // A round: a crowd that makes noise, once before its handshakes and once after them, among others
+  // that stand still, and a signer. Returns the daemon's memory when all but the holder have left.
+  std::size_t hold(std::size_t base) {
+    const std::size_t share = isFull() ? 1 : 10;
+    std::vector<double> times;
+    for (const Behaviour &noise : {sendsGarbageForAHandshake(), sendsGarbageForMessages()}) {
+      const Crowd crowd(client::kPublicPort, {{50 / share, neverReadsItsAnswers()},
+                                              {400 / share, noise},
+                                              {500 / share, stopsInItsHandshake()}});
+      const std::vector<double> some = sign(isFull() ? 10s : 500ms);
+      times.insert(times.end(), some.begin(), some.end());
+      std::printf("  %zu handshakes, %zu ends, %zu pieces of the crowd\n", crowd.established(),
+                  crowd.ended(), crowd.said());
+    }
+    std::printf("  %zu signatures, p50 %.2f ms, p99 %.2f ms (wanted: below 50)\n", times.size(),
+                percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3);
+    expectDescriptors(base);
+    return residentKiB();
+  }
+
+  // Two equal rounds.
+  void holdTwice() {
+    const Holder holder(/*signs=*/true);
+    sign(100ms);  // by now it has opened what it opens once
+    const pid_t process = daemon->id();
+    const std::size_t base = descriptors();
+    const std::size_t first = hold(base);
+    compareMemory(first, hold(base));
+    EXPECT_EQ(::kill(process, 0), 0) << "the same process serves on";
+    EXPECT_TRUE(Peer::local().ask(QuillMessage::initCommandMessageGetCertificates()).status);
+  }
+};
+
+TEST_F(Flood, StopsNoSigning) {
+  openJournal(/*isRead=*/true);
+  startDaemon();
+  holdTwice();
+}
+
+// The machine's journal in a mount namespace of its own, whose /run is the one of this root; -1 if
+// there is none that runs.
+pid_t startJournal(const std::string &run) {
+  constexpr const char *kJournal = "/lib/systemd/systemd-journald";
+  std::filesystem::create_directories(run);
+  const pid_t journal = ::fork();
+  if (journal == 0) {
+    const int nowhere = ::open("/dev/null", O_RDWR);
+    ::dup2(nowhere, STDOUT_FILENO);
+    ::dup2(nowhere, STDERR_FILENO);
+    if (::unshare(CLONE_NEWNS) == 0 &&
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        ::mount(run.c_str(), "/run", nullptr, MS_BIND, nullptr) == 0 &&
+        ::mount("none", "/var/log", "tmpfs", 0, "size=16m") == 0) {
+      ::execl(kJournal, kJournal, nullptr);
+    }
+    ::_exit(1);
+  }
+  return journal;
+}
+
+TEST_F(Flood, StopsNoSigningWhileNobodyReadsWhatIsLogged) {
+  const pid_t journal = startJournal(at("/run"));
+  const std::string socket = at("/run/systemd/journal/socket");
+  const bool hasJournal =
+      eventually([&] {
+        return std::filesystem::exists(socket) || ::waitpid(journal, nullptr, WNOHANG) != 0;
+      }) &&
+      std::filesystem::exists(socket);
+  if (hasJournal) {
+    ::kill(journal, SIGSTOP);
+  } else {
+    std::puts("  no journal runs here: its socket is one that nobody reads");
+    openJournal(/*isRead=*/false);
+  }
+  // Standard error is a pipe that nobody reads.
+  const std::string pipe = at("/var/log/pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const base::Descriptor end(::open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+  daemon = start("/bin/sh", {"-c", "exec " KEYFERRY_PROGRAMS "/kfyd >" + pipe + " 2>&1"});
+  ASSERT_TRUE(eventually([] {
+    return client::dial(client::kLoopbackHost, client::kLoopbackPort, {}, nullptr).isOpen();
+  }));
+  holdTwice();
+  if (hasJournal) {
+    ::kill(journal, SIGKILL);
+    ::waitpid(journal, nullptr, 0);
+  }
+}
+
+}  // namespace
+}  // namespace load

@@ -1,0 +1,144 @@
+#include "load/LoadedMachine.hpp"
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace load {
+namespace {
+
+using namespace std::chrono_literals;
+using system_tests::otherRSAIdentity;
+using system_tests::rsaIdentity;
+
+}  // namespace
+
+bool isFull() {
+  const char *form = std::getenv("KEYFERRY_LOAD");
+  return form != nullptr && std::string(form) == "full";
+}
+
+Holder::Holder(bool signs) {
+  EXPECT_TRUE(peer_.authenticate(rsaIdentity()));
+  EXPECT_TRUE(peer_.insert({&otherRSAIdentity()}));
+  thread_ = std::thread([this, signs] {
+    while (!isOver_ && !peer_.connection->end()) {
+      const auto request = peer_.connection->receive(client::Patience::lasting(100ms));
+      if (request) {
+        const Bytes &data = *request->dataToSign;
+        peer_.send(QuillMessage::initWithReplyMessageForSignMessage(
+            /*status=*/true, request->messageID,
+            signs ? *otherRSAIdentity().key.signRawPKCS1(data) : data));
+      }
+    }
+    EXPECT_FALSE(peer_.connection->end()) << "the holder was thrown out";
+  });
+}
+
+Holder::~Holder() {
+  isOver_ = true;
+  thread_.join();
+}
+
+LoadedMachine::LoadedMachine() {
+  rlimit descriptors{};
+  ::getrlimit(RLIMIT_NOFILE, &descriptors);
+  descriptors.rlim_cur = descriptors.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &descriptors);
+  makeServerIdentity();
+  pair(rsaIdentity().key);
+}
+
+LoadedMachine::~LoadedMachine() {
+  ::shutdown(journal_.get(), SHUT_RDWR);
+  if (reader_.joinable()) {
+    reader_.join();
+  }
+}
+
+void LoadedMachine::openJournal(bool isRead) {
+  std::filesystem::create_directories(at("/run/systemd/journal"));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  at("/run/systemd/journal/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+  journal_ = base::Descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(::bind(journal_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)),
+            0);
+  if (isRead) {
+    reader_ = std::thread([this] {
+      std::array<char, 65536> entry{};
+      while (::recv(journal_.get(), entry.data(), entry.size(), 0) > 0) {
+      }
+    });
+  }
+}
+
+QuillMessage LoadedMachine::signRequest(const Bytes &data) {
+  return QuillMessage::initCommandMessageSignData(data, otherRSAIdentity().certificate.sha1(),
+                                                  SecretText());
+}
+
+std::vector<double> LoadedMachine::sign(std::chrono::milliseconds time, bool isSigned) {
+  using Clock = std::chrono::steady_clock;
+  Peer asker = Peer::local();
+  std::vector<double> times;
+  const auto end = Clock::now() + time;
+  for (std::uint32_t number = 0; Clock::now() < end; ++number) {
+    const Bytes data = base::bytesOf(std::to_string(number));
+    const auto start = Clock::now();
+    const QuillMessage answer = asker.ask(signRequest(data));
+    times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    if (!answer.status || !answer.signedData) {
+      ADD_FAILURE() << "request " << number << " was refused";
+      break;
+    }
+    EXPECT_TRUE(isSigned
+                    ? otherRSAIdentity().key.publicKey().verifyRawPKCS1(*answer.signedData, data)
+                    : answer.signedData == data);
+  }
+  EXPECT_FALSE(asker.connection->take()) << "each has exactly one answer";
+  return times;
+}
+
+double percentile(std::vector<double> values, double share) {
+  const auto place =
+      values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+  std::ranges::nth_element(values, place);
+  return *place;
+}
+
+std::size_t LoadedMachine::descriptors() const {
+  std::error_code failed;
+  const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->id()) + "/fd",
+                                                failed);
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+void LoadedMachine::expectDescriptors(std::size_t count) const {
+  EXPECT_TRUE(eventually([&] { return descriptors() <= count; }))
+      << descriptors() << " instead of " << count;
+}
+
+std::size_t LoadedMachine::residentKiB() const {
+  std::ifstream file("/proc/" + std::to_string(daemon->id()) + "/statm");
+  std::size_t all = 0;
+  std::size_t resident = 0;
+  file >> all >> resident;
+  return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+void LoadedMachine::compareMemory(std::size_t first, std::size_t second) {
+  std::printf("  memory: %zu KiB, after an equal round %zu KiB\n", first, second);
+  if (isFull()) {
+    EXPECT_LE(second, first + first / 10);
+  }
+}
+
+}  // namespace load

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "base/Descriptor.hpp"
+#include "load/Crowd.hpp"
+#include "system/Machine.hpp"
+
+namespace load {
+
+using system_tests::eventually;
+using system_tests::Peer;
+
+// True for the long form, whose figures are worth something: KEYFERRY_LOAD=full.
+[[nodiscard]] bool isFull();
+
+// A remote client whose card is otherRSAIdentity()'s; it answers in a thread of its own until it
+// goes. One that does not sign answers with what it was asked to sign, which costs it nothing.
+class Holder {
+ public:
+  explicit Holder(bool signs);
+  ~Holder();
+  Holder(const Holder &) = delete;
+  Holder &operator=(const Holder &) = delete;
+
+ private:
+  Peer peer_ = Peer::remote();
+  std::atomic<bool> isOver_ = false;
+  std::thread thread_;
+};
+
+// A machine whose daemon is put under load.
+class LoadedMachine : public system_tests::Machine {
+ public:
+  LoadedMachine();
+  ~LoadedMachine() override;
+
+  // The socket of a journal, which reads what it is sent or does not.
+  void openJournal(bool isRead);
+
+  [[nodiscard]] static QuillMessage signRequest(const Bytes &data);
+
+  // Has data signed, one request after the other, until the time is over; how long each took, in
+  // microseconds. Each has exactly one answer, with a signature that verifies if it `isSigned`.
+  static std::vector<double> sign(std::chrono::milliseconds time, bool isSigned = true);
+
+  // What the daemon holds.
+  [[nodiscard]] std::size_t descriptors() const;
+  [[nodiscard]] std::size_t residentKiB() const;
+  // Waits until it has no more descriptors than these.
+  void expectDescriptors(std::size_t count) const;
+  // Two readings after equal rounds: the second is within 10 % of the first. No verdict in the
+  // short form, whose rounds end before all memory is in use.
+  static void compareMemory(std::size_t first, std::size_t second);
+
+ private:
+  base::Descriptor journal_;
+  std::thread reader_;
+};
+
+// The value that this share of all does not exceed.
+[[nodiscard]] double percentile(std::vector<double> values, double share);
+
+}  // namespace load
