@@ -28,7 +28,10 @@ std::optional<Bytes> encrypt(const PublicKey &key, ByteView data, const OSSL_PAR
   Bytes block(static_cast<std::size_t>(EVP_PKEY_get_size(key.native())));
   std::size_t length = block.size();
   const bool isDone =
-      context && EVP_PKEY_encrypt_init_ex(context.get(), parameters) == 1 &&
+      context && EVP_PKEY_encrypt_init(context.get()) == 1 &&
+      // not with the former call: a host that has made an engine its default gets contexts of the
+      // old kind, which take parameters in this way alone
+      EVP_PKEY_CTX_set_params(context.get(), parameters) == 1 &&
       EVP_PKEY_encrypt(context.get(), block.data(), &length, data.data(), data.size()) == 1;
   ERR_clear_error();
   block.resize(length);
@@ -58,8 +61,10 @@ std::optional<Bytes> encryptOAEP(const PublicKey &key, ByteView data,
       textParameter(OSSL_ASYM_CIPHER_PARAM_PAD_MODE, OSSL_PKEY_RSA_PAD_MODE_OAEP),
       textParameter(OSSL_ASYM_CIPHER_PARAM_OAEP_DIGEST, nameOf(parameters.hash)),
       textParameter(OSSL_ASYM_CIPHER_PARAM_MGF1_DIGEST, nameOf(parameters.maskHash)),
-      OSSL_PARAM_construct_octet_string(OSSL_ASYM_CIPHER_PARAM_OAEP_LABEL, label.data(),
-                                        label.size()),
+      // the library takes no empty label, which is what counts without one
+      label.empty() ? OSSL_PARAM_construct_end()
+                    : OSSL_PARAM_construct_octet_string(OSSL_ASYM_CIPHER_PARAM_OAEP_LABEL,
+                                                        label.data(), label.size()),
       OSSL_PARAM_construct_end()};
   return encrypt(key, data, given.data());
 }

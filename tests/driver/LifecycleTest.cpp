@@ -1,0 +1,175 @@
+#include <openssl/err.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "base/Root.hpp"
+#include "driver/TokenUser.hpp"
+
+namespace driver {
+namespace {
+
+// The status with which a child ends that runs `child`.
+template <typename Child>
+int statusOfChild(Child &&child) {
+  const pid_t identifier = ::fork();
+  if (identifier == 0) {
+    ::_exit(child());
+  }
+  int status = -1;
+  return ::waitpid(identifier, &status, 0) == identifier && WIFEXITED(status) ? WEXITSTATUS(status)
+                                                                              : -1;
+}
+
+class TokenUserWithSettings : public TokenUser {
+ protected:
+  void use(const std::string &settings) {
+    const std::string folder = base::rooted("/etc/keyferry");
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/pkcs11.toml") << settings;
+    EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
+    EXPECT_EQ(f.C_Initialize(nullptr), CKR_OK);
+    session = opened();
+  }
+  ~TokenUserWithSettings() override {
+    std::filesystem::remove(base::rooted("/etc/keyferry/pkcs11.toml"));
+  }
+
+  CK_RV loginWith(std::string pin) {
+    return f.C_Login(session, CKU_USER, reinterpret_cast<CK_BYTE *>(pin.data()), pin.size());
+  }
+  CK_FLAGS tokenFlags() {
+    CK_TOKEN_INFO info{};
+    EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_OK);
+    return info.flags;
+  }
+  CK_RV sign(CK_OBJECT_HANDLE object) {
+    CK_MECHANISM given{CKM_ECDSA, nullptr, 0};
+    Bytes digest(32, 1);
+    Bytes signature(64);
+    CK_ULONG length = signature.size();
+    const CK_RV begun = f.C_SignInit(session, &given, object);
+    return begun != CKR_OK
+               ? begun
+               : f.C_Sign(session, digest.data(), digest.size(), signature.data(), &length);
+  }
+};
+
+TEST_F(TokenUser, TheTableHasEveryFunction) {
+  std::array<void *, (sizeof(CK_FUNCTION_LIST) - sizeof(void *)) / sizeof(void *)> functions{};
+  std::memcpy(functions.data(), &f.C_Initialize, sizeof functions);
+  EXPECT_EQ(functions.size(), 68U);
+  for (const void *function : functions) {
+    EXPECT_NE(function, nullptr);
+  }
+}
+
+TEST_F(TokenUser, InitialisesOnceAndAgain) {
+  CK_INFO info{};
+  CK_C_INITIALIZE_ARGS strange{};
+  strange.pReserved = &strange;
+  EXPECT_EQ(f.C_Initialize(&strange), CKR_CRYPTOKI_ALREADY_INITIALIZED);
+  EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
+  EXPECT_EQ(f.C_Finalize(nullptr), CKR_CRYPTOKI_NOT_INITIALIZED);
+  EXPECT_EQ(f.C_GetInfo(&info), CKR_CRYPTOKI_NOT_INITIALIZED);
+  EXPECT_EQ(f.C_Initialize(&strange), CKR_OK);
+  EXPECT_EQ(f.C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
+}
+
+TEST_F(TokenUser, AChildBeginsAnewAndLetsGoOfWhatItInherited) {
+  EXPECT_EQ(found({}).size(), 3 * usualKeyCount);
+  card.abandoned = 0;
+  const int status = statusOfChild([&] {
+    CK_INFO info{};
+    if (f.C_GetInfo(&info) != CKR_CRYPTOKI_NOT_INITIALIZED || card.abandoned != 1) {
+      return 1;
+    }
+    if (f.C_Initialize(nullptr) != CKR_OK) {
+      return 2;
+    }
+    session = opened();
+    return found({}).size() == 3 * usualKeyCount && card.abandoned == 1 ? 0 : 3;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(found({}).size(), 3 * usualKeyCount);
+}
+
+// Even where calls of ours fail in the library; a mark of the program's stays as well.
+TEST_F(TokenUser, LeavesTheProgramsErrorsAlone) {
+  CK_MECHANISM given{CKM_RSA_PKCS, nullptr, 0};
+  Bytes block(256, 1);
+  Bytes opened(256);
+  CK_ULONG length = opened.size();
+  ERR_clear_error();
+  ERR_raise_data(ERR_LIB_EVP, EVP_R_DECODE_ERROR, "of the %s", "program");
+  ERR_raise(ERR_LIB_SYS, ENOENT);
+  ERR_set_mark();
+  errno = EDOM;
+  EXPECT_EQ(f.C_DecryptInit(session, &given, key(CKO_PRIVATE_KEY, rsa)), CKR_OK);
+  EXPECT_EQ(f.C_Decrypt(session, block.data(), block.size(), opened.data(), &length),
+            CKR_ENCRYPTED_DATA_INVALID);
+  EXPECT_EQ(errno, EDOM);
+  ERR_raise(ERR_LIB_EVP, EVP_R_DECODE_ERROR);
+  EXPECT_EQ(ERR_pop_to_mark(), 1);
+  const char *data = nullptr;
+  int flags = 0;
+  const unsigned long first = ERR_get_error_all(nullptr, nullptr, nullptr, &data, &flags);
+  EXPECT_EQ(ERR_GET_REASON(first), EVP_R_DECODE_ERROR);
+  EXPECT_STREQ(data, "of the program");
+  EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), ENOENT);
+  EXPECT_EQ(ERR_get_error(), 0U);
+}
+
+TEST_F(TokenUser, WaitingEndsWithTheDriver) {
+  CK_SLOT_ID slot = 0;
+  CK_RV result = CKR_OK;
+  EXPECT_EQ(f.C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+  std::thread waiting([&] { result = f.C_WaitForSlotEvent(0, &slot, nullptr); });
+  EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
+  waiting.join();
+  EXPECT_EQ(result, CKR_CRYPTOKI_NOT_INITIALIZED);
+}
+
+TEST_F(TokenUserWithSettings, WithoutAPinNobodyHasToLogIn) {
+  EXPECT_EQ(tokenFlags(), CKF_TOKEN_INITIALIZED | CKF_RNG | CKF_WRITE_PROTECTED);
+  EXPECT_EQ(loginWith("1234"), CKR_OK);
+  EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256)), CKR_OK);
+  EXPECT_EQ(card.lastPin, "");
+}
+
+TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
+  use("pinMode = \"pass\"\n");
+  EXPECT_EQ(tokenFlags() & CKF_LOGIN_REQUIRED, CKF_LOGIN_REQUIRED);
+  EXPECT_EQ(found({}).size(), 2 * usualKeyCount);
+  EXPECT_EQ(loginWith(""), CKR_PIN_LEN_RANGE);
+  ASSERT_EQ(loginWith("1234"), CKR_OK);
+  EXPECT_EQ(loginWith("1234"), CKR_USER_ALREADY_LOGGED_IN);
+  const CK_OBJECT_HANDLE object = key(CKO_PRIVATE_KEY, p256);
+  EXPECT_EQ(sign(object), CKR_OK);
+  EXPECT_EQ(card.lastPin, "1234");
+  EXPECT_EQ(f.C_Logout(session), CKR_OK);
+  EXPECT_EQ(sign(object), CKR_KEY_HANDLE_INVALID);
+  ASSERT_EQ(loginWith("1234"), CKR_OK);
+  EXPECT_EQ(f.C_CloseSession(session), CKR_OK);
+  session = opened();
+  EXPECT_EQ(sign(object), CKR_KEY_HANDLE_INVALID);
+  ASSERT_EQ(loginWith("1234"), CKR_OK);
+  card.insert({usualKeys()[p521]});  // somebody else's card
+  EXPECT_EQ(found({}).size(), 2U);
+}
+
+TEST_F(TokenUserWithSettings, AHolderThatAsksForThePinGetsNone) {
+  use("pinMode = \"protected\"\n");
+  EXPECT_EQ(tokenFlags() & CKF_PROTECTED_AUTHENTICATION_PATH, CKF_PROTECTED_AUTHENTICATION_PATH);
+  ASSERT_EQ(f.C_Login(session, CKU_USER, nullptr, 0), CKR_OK);
+  EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256)), CKR_OK);
+  EXPECT_EQ(card.lastPin, "");
+}
+
+}  // namespace
+}  // namespace driver
