@@ -1,12 +1,11 @@
 #include "daemon/QuillNetworkManager.hpp"
 
-#include <algorithm>
-
 #include "daemon/NetworkLimits.hpp"
 #include "daemon/TokenPin.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
+#include "support/Settings.hpp"
 #include "support/StandardErrorLines.hpp"
 #include "worker/ConnectionLines.hpp"
 
@@ -52,7 +51,11 @@ void publish(const crypto::Certificate &certificate) {
 }  // namespace
 
 QuillNetworkManager::QuillNetworkManager(const ManagerPlatform &platform)
-    : RequestProcessor(platform.processing), platform_(platform) {}
+    : RequestProcessor(platform.processing),
+      platform_(platform),
+      localUsers_(platform.processing.defaults),
+      authenticationTime_(platform.queue, platform.processing.defaults, platform.processing.limits,
+                          workers) {}
 
 void QuillNetworkManager::usePlatform(const ManagerPlatform &platform) {
   processPlatform().emplace(platform);
@@ -118,9 +121,7 @@ std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerW
   parameters.keepaliveIntervalSeconds = kKeepaliveSeconds;
   parameters.keepaliveCount = kKeepaliveProbes;
   parameters.isLoopback = localOnly;
-  parameters.limits = [&defaults = platform_.processing.defaults, localOnly] {
-    return kfyd::listenerLimits(defaults, localOnly);
-  };
+  parameters.limits = [this, localOnly] { return limitsOf(localOnly); };
   std::unique_ptr<platform::Listener> created = platform_.network.createListener(parameters);
   created->setStateHandler([self = created.get()](platform::ListenerState state, int errorNumber) {
     reportListenerState(self->port(), state, errorNumber);
@@ -161,6 +162,14 @@ CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
   return identity;
 }
 
+platform::ListenerLimits QuillNetworkManager::limitsOf(bool isLoopback) {
+  platform::ListenerLimits limits = kfyd::listenerLimits(platform_.processing.defaults, isLoopback);
+  if (isLoopback) {
+    limits.users = localUsers_.allowed();
+  }
+  return limits;
+}
+
 void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &connection,
                                  bool isLocal) {
   forgetDeadWorkers();
@@ -175,6 +184,9 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
     connectionDisconnected(from);
   };
   worker->isLocal = isLocal;
+  if (!isLocal) {
+    authenticationTime_.begin();
+  }
   workers.push_back(worker);
   worker->startConnection(connection);
   worker->receiveLoopWithConnection(connection);
@@ -184,10 +196,7 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
 // more it is forgotten, so that failed authentications do not pile up.
 void QuillNetworkManager::forgetDeadWorkers() {
   std::erase_if(workers, [this](const QuillWorker::Shared &worker) {
-    return !worker->g_inbound_connection &&
-           std::ranges::none_of(pendingMessages, [&](const auto &entry) {
-             return entry.second.requester == worker || entry.second.holder == worker;
-           });
+    return !worker->g_inbound_connection && !pendingMessages.name(worker);
   });
 }
 
@@ -202,16 +211,24 @@ void QuillNetworkManager::received(const QuillMessage *message, const QuillWorke
 
 void QuillNetworkManager::disconnected(const QuillWorker::Shared &worker,
                                        const std::optional<std::string> &error) {
-  if (!worker->isLocal) {
+  if (withdrawsCard(worker)) {
     CVNLog("worker is not local removing smartcard");
     removeSmartcard();
   }
   CVNLogDebug("client disconnected:%s", error);
 }
 
+// Whether the card goes with this connection.
+bool QuillNetworkManager::withdrawsCard(const QuillWorker::Shared &worker) const {
+  if (worker->isLocal) {
+    return false;
+  }
+  return cardInserter.lock() == worker ||
+         !support::isOn(support::kCardEndsWithItsConnection, platform_.processing.defaults);
+}
+
 // The observer of "CVNNotificationConnectionDisconnected".
 void QuillNetworkManager::connectionDisconnected(const QuillWorker::Shared &worker) {
-  std::erase_if(pendingMessages,
-                [&](const auto &entry) { return entry.second.requester == worker; });
+  pendingMessages.eraseAllOf(worker);
   std::erase(workers, worker);
 }

@@ -6,7 +6,10 @@
 #include <optional>
 #include <string>
 
+#include "daemon/AuthenticationTime.hpp"
+#include "daemon/LocalUsers.hpp"
 #include "identity/CVNKeychain.hpp"
+#include "platform/MainQueue.hpp"
 #include "platform/Network.hpp"
 #include "platform/UserDefaults.hpp"
 #include "requests/RequestProcessor.hpp"
@@ -21,6 +24,7 @@ class QuillNetworkManager : public RequestProcessor {
     platform::Network &network;
     platform::ItemStore &store;
     platform::TokenWatcher &tokens;
+    platform::MainQueue &queue;
   };
 
   // Everything but tests uses manager().
@@ -52,11 +56,15 @@ class QuillNetworkManager : public RequestProcessor {
 
  private:
   [[nodiscard]] CVNKeychain::IdentityReference findServerIdentity() const;
+  [[nodiscard]] platform::ListenerLimits limitsOf(bool isLoopback);
   void accept(const std::shared_ptr<platform::Connection> &connection, bool isLocal);
   void forgetDeadWorkers();
   void received(const QuillMessage *message, const QuillWorker::Shared &worker);
   void disconnected(const QuillWorker::Shared &worker, const std::optional<std::string> &error);
+  [[nodiscard]] bool withdrawsCard(const QuillWorker::Shared &worker) const;
   void connectionDisconnected(const QuillWorker::Shared &worker);
 
   ManagerPlatform platform_;
+  kfyd::LocalUsers localUsers_;
+  kfyd::AuthenticationTime authenticationTime_;
 };

@@ -95,7 +95,7 @@ int runDaemon() {
       clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));
   queue.setBeforeEvent(support::eventBegins);
   QuillNetworkManager::usePlatform(
-      {{tools, clock, defaults, directory, accounts, limits}, network, store, tokens});
+      {{tools, clock, defaults, directory, accounts, limits}, network, store, tokens, queue});
   try {
     return serve(queue);
   } catch (const std::exception &failure) {

@@ -9,6 +9,7 @@
 #include "requests/PairingListing.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
+#include "support/Settings.hpp"
 
 namespace requests {
 namespace {
@@ -16,6 +17,27 @@ namespace {
 const std::string kNoUserText =
     "There was no user matching on the remote machine mapped to the certificate on the smart card. "
     "Please check the pairing and try again.";
+
+const std::string kTooOftenText =
+    "There were too many attempts from this address. Please wait a minute and try again.";
+
+// Counts the attempt; false, with a report, if its address has made as many as it may.
+bool isAdmitted(const Request &request) {
+  const RequestProcessor::Platform &platform = request.processor.platform();
+  const auto most =
+      static_cast<std::uint64_t>(support::valueOf(support::kConnectsPerMinute, platform.defaults));
+  const auto &connection = request.worker->g_inbound_connection;
+  if (most == 0 || !connection) {
+    return true;
+  }
+  const platform::Endpoint peer = connection->peer();
+  if (request.processor.connectRate.admits(peer.source, most, platform.clock.now())) {
+    return true;
+  }
+  platform.limits.reached(
+      {{most, support::kConnectsPerMinute.key}, "connect from " + peer.host + " refused"});
+  return false;
+}
 
 void select(Request &request, std::optional<Bytes> hash) {
   request.worker->selectedCertificateHash = hash;
@@ -99,6 +121,10 @@ bool provesItself(const QuillMessage &message, const QuillWorker &worker) {
 }  // namespace
 
 void handleConnect(Request &request) {
+  if (!isAdmitted(request)) {
+    request.reply.errorMessage = kTooOftenText;
+    return refuse(request);
+  }
   selectCertificate(request);
   const UUID random = UUID::random();
   const Bytes challenge(random.bytes.begin(), random.bytes.end());
@@ -114,6 +140,7 @@ void handleAuthenticate(Request &request) {
     CVNLogDebug("signature good.");
     request.worker->isAuthenticated = true;
     request.worker->authCertificate = request.message.certificateUsedToAuthenticate;
+    request.worker->keysAlike.clear();
     request.reply.status = true;
   }
   if (request.worker->isAuthenticated) {

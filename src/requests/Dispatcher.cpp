@@ -6,34 +6,64 @@
 #include "requests/ScreenSharingPassword.hpp"
 #include "requests/VirtualCard.hpp"
 #include "support/CVNLog.hpp"
+#include "support/Settings.hpp"
 
 namespace requests {
 namespace {
 
 // Who may send a command.
-enum Sender { anyone, authenticated, local };
+enum Sender { anyone, authenticated, local, localOrAuthenticated };
+
+// A setting that, while it is on, leaves a command to fewer.
+struct OptIn {
+  const support::Switch *setting = nullptr;
+  Sender sender = anyone;
+};
 
 struct Route {
   QuillCommand command;
   const char *trace;
   Sender sender;
+  OptIn optIn;
   void (*handle)(Request &request);
 };
 
 constexpr Route kRoutes[] = {
-    {QuillCommandConnect, "Command: QuillCommandConnect", anyone, handleConnect},
-    {QuillCommandAuthenticate, "Command: QuillCommandAuthenticate", anyone, handleAuthenticate},
-    {QuillCommandInsert, "Command: QuillCommandInsert", anyone, handleInsert},
-    {QuillCommandRemove, "Command: QuillCommandRemove", authenticated, handleRemove},
-    {QuillCommandGetCertificates, "Command: QuillCommandGetCertificates", anyone,
+    {QuillCommandConnect, "Command: QuillCommandConnect", anyone, {}, handleConnect},
+    {QuillCommandAuthenticate, "Command: QuillCommandAuthenticate", anyone, {}, handleAuthenticate},
+    {QuillCommandInsert,
+     "Command: QuillCommandInsert",
+     anyone,
+     {&support::kInsertRequiresAuthentication, authenticated},
+     handleInsert},
+    {QuillCommandRemove, "Command: QuillCommandRemove", authenticated, {}, handleRemove},
+    {QuillCommandGetCertificates,
+     "Command: QuillCommandGetCertificates",
+     anyone,
+     {&support::kListRequiresAuthentication, localOrAuthenticated},
      handleGetCertificates},
-    {QuillCommandSignData, "Command: QuillCommandSignData or QuillCommandDecryptData", local,
+    {QuillCommandSignData,
+     "Command: QuillCommandSignData or QuillCommandDecryptData",
+     local,
+     {},
      handleRelay},
-    {QuillCommandDecryptData, "Command: QuillCommandSignData or QuillCommandDecryptData", local,
+    {QuillCommandDecryptData,
+     "Command: QuillCommandSignData or QuillCommandDecryptData",
+     local,
+     {},
      handleRelay},
-    {QuillCommandCreateEmphemeralUser, "Command: QuillCommandCreateEmphemeralUser", authenticated,
+    {QuillCommandCreateEmphemeralUser,
+     "Command: QuillCommandCreateEmphemeralUser",
+     authenticated,
+     {},
      handleCreateUser},
 };
+
+Sender senderOf(const Route &route, platform::UserDefaults &defaults) {
+  const OptIn &optIn = route.optIn;
+  return optIn.setting != nullptr && support::isOn(*optIn.setting, defaults) ? optIn.sender
+                                                                             : route.sender;
+}
 
 bool maySend(Sender sender, const QuillWorker &worker) {
   switch (sender) {
@@ -46,6 +76,8 @@ bool maySend(Sender sender, const QuillWorker &worker) {
         CVNLogDebug("request from non-local client. rejecting");
       }
       return worker.isLocal;
+    case localOrAuthenticated:
+      return worker.isLocal || worker.isAuthenticated;
   }
   return false;
 }
@@ -62,20 +94,21 @@ void dispatchRequest(RequestProcessor &processor, const QuillMessage &message,
     return;
   }
   CVNLogDebug("%s", route->trace);
-  if (!maySend(route->sender, *worker)) {
+  if (!maySend(senderOf(*route, processor.platform().defaults), *worker)) {
     return refuse(request);
   }
   route->handle(request);
 }
 
-void dispatchResponse(RequestProcessor &processor, const QuillMessage &message) {
+void dispatchResponse(RequestProcessor &processor, const QuillMessage &message,
+                      const QuillWorker::Shared &worker) {
   CVNLogDebug("Message Type: Response");
   if (message.command != QuillCommandSignData && message.command != QuillCommandDecryptData) {
     CVNLog("invalid command: %li.", message.command);
     return;
   }
   CVNLogDebug("Command: Sign or Decrypt Data");
-  relayResponse(processor, message);
+  relayResponse(processor, message, worker);
 }
 
 }  // namespace
@@ -89,7 +122,7 @@ void RequestProcessor::processRequest(const QuillMessage *message,
     return;
   }
   if (message->messageType == QuillMessageTypeResponse) {
-    return requests::dispatchResponse(*this, *message);
+    return requests::dispatchResponse(*this, *message, worker);
   }
   requests::dispatchRequest(*this, *message, worker);
 }

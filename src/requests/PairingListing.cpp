@@ -1,8 +1,10 @@
 #include "requests/PairingListing.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "base/UTF8.hpp"
@@ -20,23 +22,59 @@ constexpr std::string_view kPairedSection = "Paired identities which are used fo
 constexpr std::size_t kHashCharacters = 40;
 constexpr int kAttempts = 30;
 constexpr std::chrono::seconds kPause{1};
+constexpr std::chrono::milliseconds kShortestRun{1};
 
-platform::RunLimits limitsOfOneRun(platform::UserDefaults &defaults) {
-  return {std::chrono::seconds(support::valueOf(support::kPairingToolSeconds, defaults)),
+// The time that all attempts of one look-up together may take, where the setting gives one.
+class LookUpTime {
+ public:
+  explicit LookUpTime(const RequestProcessor::Platform &platform)
+      : platform_(platform),
+        most_(support::valueOf(support::kPairingSeconds, platform.defaults)),
+        start_(platform.clock.now()) {}
+
+  [[nodiscard]] std::chrono::milliseconds left() {
+    if (most_.count() == 0) {
+      return std::chrono::milliseconds::max();
+    }
+    const auto now = platform_.clock.now();
+    start_ = std::min(start_, now);  // a clock that was set back begins the time anew
+    return std::chrono::duration_cast<std::chrono::milliseconds>(start_ + most_ - now);
+  }
+
+  // Pauses until the next attempt; false, with a report, if there is no time for that.
+  [[nodiscard]] bool pause() {
+    if (left() <= kPause) {
+      platform_.limits.reached(
+          {{static_cast<std::uint64_t>(most_.count()), support::kPairingSeconds.key},
+           "look-up of the pairing ended before its last attempt"});
+      return false;
+    }
+    const support::BlockingStep step;
+    platform_.clock.pause(kPause);
+    return true;
+  }
+
+ private:
+  const RequestProcessor::Platform &platform_;
+  std::chrono::seconds most_;
+  platform::Clock::Time start_;
+};
+
+platform::RunLimits limitsOfOneRun(platform::UserDefaults &defaults, LookUpTime &time) {
+  const std::chrono::milliseconds most =
+      std::chrono::seconds(support::valueOf(support::kPairingToolSeconds, defaults));
+  // what a pause that took too long has left may be nothing
+  return {std::clamp(time.left(), kShortestRun, most),
           static_cast<std::size_t>(support::valueOf(support::kPairingToolBytes, defaults))};
 }
 
-Bytes runTool(const RequestProcessor::Platform &platform) {
+Bytes runTool(const RequestProcessor::Platform &platform, LookUpTime &time) {
   CVNLogDebug("running /usr/sbin/sc_auth identities to get bound user hash");
   const std::array<std::string, 1> arguments{"identities"};
   const support::BlockingStep step;
-  return platform.tools.outputOf(kTool, arguments, kToolFolder, limitsOfOneRun(platform.defaults))
+  return platform.tools
+      .outputOf(kTool, arguments, kToolFolder, limitsOfOneRun(platform.defaults, time))
       .value_or(Bytes{});
-}
-
-void pause(const RequestProcessor::Platform &platform) {
-  const support::BlockingStep step;
-  platform.clock.pause(kPause);
 }
 
 // The first characters of a bind line; nothing if there is none or it is too short to hold a hash.
@@ -81,12 +119,14 @@ std::optional<std::string_view> findBindLine(ByteView listing) {
 }
 
 std::optional<Bytes> findPairedHash(const RequestProcessor::Platform &platform) {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const Bytes listing = runTool(platform);
+  LookUpTime time(platform);
+  bool goesOn = true;
+  for (int attempt = 0; attempt < kAttempts && goesOn; ++attempt) {
+    const Bytes listing = runTool(platform, time);
     if (listing.empty()) {
       CVNLog(
           "no paired identity found yet with no output. waiting for 1 second and trying again...");
-      pause(platform);
+      goesOn = time.pause();
       continue;
     }
     CVNLogDebug("found data from sc_auth. parsing.");
@@ -95,7 +135,7 @@ std::optional<Bytes> findPairedHash(const RequestProcessor::Platform &platform) 
       return support::dataWithHexString(*text);
     }
     CVNLog("no paired identity found yet. waiting for 1 second and trying again...");
-    pause(platform);
+    goesOn = time.pause();
   }
   return std::nullopt;
 }

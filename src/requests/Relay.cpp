@@ -1,11 +1,24 @@
 #include "requests/Relay.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <ranges>
+#include <utility>
 
+#include "crypto/Certificate.hpp"
+#include "protocol/CardList.hpp"
+#include "protocol/Frame.hpp"
 #include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+#include "support/Settings.hpp"
 
 namespace requests {
 namespace {
+
+// What TLS may add to what waits: a sixty-fourth is more than that, be the frames ever so short.
+constexpr std::size_t kTlsShare = 64;
 
 // Traces which hash is wanted and returns it; nothing if the request names none.
 const std::optional<Bytes> &wantedHash(const QuillMessage &request) {
@@ -17,13 +30,40 @@ const std::optional<Bytes> &wantedHash(const QuillMessage &request) {
   return request.signingCertificateHash;
 }
 
-bool isWanted(const protocol::CardEntry &entry, const QuillMessage &request) {
+// Writes the lines of one search about elements that decode to nothing. A list of 2 MiB may hold
+// 100,000 of them; the first lines stand for all then, since every request would write them anew.
+class UnusableElements {
+ public:
+  UnusableElements() = default;
+  ~UnusableElements() {
+    if (count_ > kMostLines) {
+      CVNLog("error base64 decoding certificate (%lu more)", count_ - kMostLines);
+    }
+  }
+  UnusableElements(const UnusableElements &) = delete;
+  UnusableElements &operator=(const UnusableElements &) = delete;
+
+  void add() {
+    ++count_;
+    if (count_ <= kMostLines) {
+      CVNLog("error base64 decoding certificate");
+    }
+  }
+
+ private:
+  static constexpr std::size_t kMostLines = 1000;
+
+  std::size_t count_ = 0;
+};
+
+bool isWanted(const protocol::CardEntry &entry, const QuillMessage &request,
+              UnusableElements &unusable) {
   if (!entry.hasCertificate) {
     CVNLogDebug("worker found with no associated certificates");
     return false;
   }
   if (entry.certificateSHA1.empty()) {
-    CVNLog("error base64 decoding certificate");
+    unusable.add();
     return false;
   }
   const std::optional<Bytes> &wanted = wantedHash(request);
@@ -34,21 +74,104 @@ bool isWanted(const protocol::CardEntry &entry, const QuillMessage &request) {
   return true;
 }
 
-// The first connection, in order of acceptance, whose list holds the certificate; null if none
-// does.
+std::optional<Bytes> exportedKeyOf(ByteView der) {
+  const auto certificate = crypto::Certificate::fromDER(der);
+  const auto key = certificate ? certificate->publicKey() : std::nullopt;
+  return key ? key->externalRepresentation() : std::nullopt;
+}
+
+// True if the worker has authenticated with the key of this element. Keys are compared, since
+// another certificate of the same key would authenticate as well.
+bool hasAuthenticatedWith(const protocol::CardEntry &entry, QuillWorker &worker) {
+  if (!worker.authCertificate) {
+    return false;
+  }
+  const auto [place, isNew] = worker.keysAlike.try_emplace(entry.certificateSHA1, false);
+  if (isNew) {
+    const auto info = protocol::certificateInfoIn(entry);
+    const auto key =
+        info ? exportedKeyOf(support::dataFromBase64String(info->certificate)) : std::nullopt;
+    place->second = key && key == exportedKeyOf(*worker.authCertificate);
+  }
+  return place->second;
+}
+
+// A search through the workers that offer a list.
+class Search {
+ public:
+  explicit Search(const Request &request)
+      : message_(request.message),
+        relaysAuthenticationKey_(support::isOn(support::kRelayAuthenticationKey,
+                                               request.processor.platform().defaults)) {}
+
+  // The first of the workers whose list holds the certificate; null if none does.
+  template <typename Workers>
+  QuillWorker::Shared firstOf(const Workers &workers) {
+    const auto found =
+        std::ranges::find_if(workers, [this](const auto &worker) { return offersKey(*worker); });
+    return found == std::ranges::end(workers) ? nullptr : *found;
+  }
+
+ private:
+  bool offersKey(QuillWorker &worker) {
+    if (!worker.certificates || !worker.g_inbound_connection) {
+      return false;
+    }
+    const auto entries = worker.certificates->entries();
+    const auto entry = std::ranges::find_if(entries, [this](const protocol::CardEntry &candidate) {
+      return isWanted(candidate, message_, unusable_);
+    });
+    return entry != entries.end() && mayBeUsed(*entry, worker);
+  }
+
+  // All elements of one digest are the same certificate: if one may not be used, none may.
+  bool mayBeUsed(const protocol::CardEntry &entry, QuillWorker &worker) const {
+    if (relaysAuthenticationKey_ || !hasAuthenticatedWith(entry, worker)) {
+      return true;
+    }
+    CVNLog(
+        "key of certificate %@ is not used: its client has authenticated with it (setting "
+        "relayAuthenticationKey)",
+        support::Hex{entry.certificateSHA1});
+    return false;
+  }
+
+  const QuillMessage &message_;
+  bool relaysAuthenticationKey_;
+  UnusableElements unusable_;
+};
+
+// In the order of acceptance, or from the newest on where the setting says so.
 QuillWorker::Shared findCertificateHolder(const Request &request) {
   CVNLogDebug("finding worker that sent the request");
-  for (const QuillWorker::Shared &worker : request.processor.workers) {
-    if (!worker->certificates || !worker->g_inbound_connection) {
-      continue;
-    }
-    for (const protocol::CardEntry &entry : worker->certificates->entries()) {
-      if (isWanted(entry, request.message)) {
-        return worker;
-      }
-    }
+  Search search(request);
+  const auto &workers = request.processor.workers;
+  return support::isOn(support::kNewestRemoteFirst, request.processor.platform().defaults)
+             ? search.firstOf(std::views::reverse(workers))
+             : search.firstOf(workers);
+}
+
+// Reports a limit that a request would go past.
+bool isPast(const support::Bound &bound, std::uint64_t value, const Request &request) {
+  const RequestProcessor::Platform &platform = request.processor.platform();
+  const auto most = static_cast<std::uint64_t>(support::valueOf(bound, platform.defaults));
+  if (value <= most) {
+    return false;
   }
-  return nullptr;
+  platform.limits.reached({{most, bound.key}, "request of a program on this machine refused"});
+  return true;
+}
+
+bool isOneTooMany(const Request &request) {
+  const PendingMessages &pending = request.processor.pendingMessages;
+  return isPast(support::kMaxPendingPerConnection, pending.countOf(request.worker) + 1, request) ||
+         isPast(support::kMaxPending, pending.size() + 1, request);
+}
+
+// True if the frame would make the holder lose its connection, which is not the holder's fault.
+bool isTooMuchFor(const QuillWorker &holder, std::size_t frameBytes, const Request &request) {
+  const std::size_t bytes = holder.g_inbound_connection->unsentBytes() + frameBytes;
+  return isPast(support::kMaxUnsentBytes, bytes + bytes / kTlsShare, request);
 }
 
 }  // namespace
@@ -65,22 +188,33 @@ void handleRelay(Request &request) {
     CVNLog("certificate not found or not authenticated. stopping");
     return refuse(request);
   }
+  if (isOneTooMany(request)) {
+    return refuse(request);
+  }
   CVNLogDebug("authenticated connection so sending message back to client");
-  request.processor.pendingMessages.insert_or_assign(
-      *messageID, RequestProcessor::Pending{request.worker, holder});
-  holder->sendMessage(request.message);
+  CleansedBytes frame = protocol::frameOf(request.message);
+  if (isTooMuchFor(*holder, frame.size(), request)) {
+    return refuse(request);
+  }
+  request.processor.pendingMessages.insert(*messageID, {request.worker, holder});
+  ++request.processor.counts.relayed;
+  holder->sendFrame(std::move(frame), request.message);
 }
 
-void relayResponse(RequestProcessor &processor, const QuillMessage &response) {
-  const auto found = response.messageID ? processor.pendingMessages.find(*response.messageID)
-                                        : processor.pendingMessages.end();
-  if (found == processor.pendingMessages.end()) {
+void relayResponse(RequestProcessor &processor, const QuillMessage &response,
+                   const QuillWorker::Shared &sender) {
+  const PendingMessages::Entry *entry =
+      response.messageID ? processor.pendingMessages.find(*response.messageID) : nullptr;
+  const bool isFromStranger =
+      entry != nullptr && entry->holder != sender &&
+      support::isOn(support::kAnswersOnlyFromHolder, processor.platform().defaults);
+  if (entry == nullptr || isFromStranger) {
     CVNLog("worker not found");
     return;
   }
   CVNLogDebug("Removing pending worker");
-  const QuillWorker::Shared requester = found->second.requester;
-  processor.pendingMessages.erase(found);
+  const QuillWorker::Shared requester = entry->requester;
+  processor.pendingMessages.erase(*response.messageID);
   requester->sendMessage(response);
 }
 

@@ -8,7 +8,8 @@ namespace requests {
 // certificate.
 void handleRelay(Request &request);
 
-// Passes the answer to such a request on to whoever asked.
-void relayResponse(RequestProcessor &processor, const QuillMessage &response);
+// Passes the answer to such a request, which `sender` has sent, on to whoever asked.
+void relayResponse(RequestProcessor &processor, const QuillMessage &response,
+                   const QuillWorker::Shared &sender);
 
 }  // namespace requests

@@ -2,17 +2,17 @@
 
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "base/Secret.hpp"
-#include "base/UUID.hpp"
 #include "platform/Accounts.hpp"
 #include "platform/Clock.hpp"
 #include "platform/LocalDirectory.hpp"
 #include "platform/ToolRunner.hpp"
 #include "platform/UserDefaults.hpp"
 #include "protocol/QuillMessage.hpp"
+#include "requests/ConnectRate.hpp"
+#include "requests/PendingMessages.hpp"
 #include "support/LimitLog.hpp"
 #include "worker/QuillWorker.hpp"
 
@@ -30,10 +30,10 @@ class RequestProcessor {
     support::LimitLog &limits;
   };
 
-  // A relayed request that waits for its answer.
-  struct Pending {
-    QuillWorker::Shared requester;
-    QuillWorker::Shared holder;
+  // What was done since the start.
+  struct Counts {
+    std::uint64_t relayed = 0;
+    std::uint64_t refused = 0;
   };
 
   explicit RequestProcessor(const Platform &platform) : platform_(platform) {}
@@ -62,8 +62,11 @@ class RequestProcessor {
   std::vector<QuillWorker::Shared> workers;
   // The card's list from the latest insert that carried one; null before. Never cleared.
   QuillMessage::Certificates certificates;
-  // By the message ID of the request.
-  std::unordered_map<UUID, Pending> pendingMessages;
+  // The remote connection that inserted the card last; none if it has gone.
+  std::weak_ptr<QuillWorker> cardInserter;
+  PendingMessages pendingMessages;
+  requests::ConnectRate connectRate;
+  Counts counts;
 
  private:
   Platform platform_;

@@ -3,9 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <memory>
-#include <vector>
-
 #include "base/Descriptor.hpp"
 #include "base/Root.hpp"
 
@@ -16,6 +13,12 @@ void handleInsert(Request &request) {
   if (request.message.certificates) {
     request.processor.certificates = request.message.certificates;
     request.worker->certificates = request.message.certificates;
+    request.worker->keysAlike.clear();
+  }
+  // The end of a local connection never withdraws a card, so one does not take the card over
+  // either.
+  if (!request.worker->isLocal) {
+    request.processor.cardInserter = request.worker;
   }
   request.processor.insertSmartcard();
   request.worker->sendMessage(request.reply);
@@ -31,9 +34,7 @@ void handleGetCertificates(Request &request) {
   request.reply.status = true;
   request.reply.certificates = request.processor.certificates;
   if (!request.reply.certificates) {
-    // an answer without a list could not be written
-    request.reply.certificates =
-        std::make_shared<const protocol::CardList>(std::vector<protocol::CardEntry>{});
+    request.reply.certificates = noCertificates();
   }
   request.worker->sendMessage(request.reply);
 }

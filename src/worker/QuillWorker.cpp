@@ -129,7 +129,10 @@ void QuillWorker::peerEndedStream() {
 }
 
 bool QuillWorker::sendMessage(const QuillMessage &message) {
-  CleansedBytes frame = protocol::frameOf(message);
+  return sendFrame(protocol::frameOf(message), message);
+}
+
+bool QuillWorker::sendFrame(CleansedBytes frame, const QuillMessage &message) {
   CVNLog("sending message: %s", message);
   if (!g_inbound_connection) {
     CVNLog("connection dropped! Cannot send mesage : %s", Hex{frame});
@@ -149,10 +152,18 @@ void QuillWorker::sendMessageAndDisconnect(const QuillMessage &message) {
 }
 
 void QuillWorker::disconnect() {
-  if (g_inbound_connection) {
-    std::exchange(g_inbound_connection, nullptr)->cancel();
-    // Nothing reads these any more, while the worker itself stays registered.
-    certificates.reset();
-    dataBuffer = CleansedBytes();
+  const auto connection = std::exchange(g_inbound_connection, nullptr);
+  if (!connection) {
+    return;
   }
+  // Lives until `cancelled` was told, even if the registry forgets it before.
+  connection->setStateHandler([self = shared_from_this(), peer = connection->peer()](
+                                  platform::ConnectionState state, int errorNumber) {
+    self->stateChanged(peer, state, errorNumber);
+  });
+  connection->cancel();
+  // Nothing reads these any more, while the worker itself stays registered.
+  certificates.reset();
+  keysAlike.clear();
+  dataBuffer = CleansedBytes();
 }

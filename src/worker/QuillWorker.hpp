@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,6 +35,9 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // Sends a message as one frame; false, with a log line, if there is no connection any more.
   bool sendMessage(const QuillMessage &message);
 
+  // The same with the frame that protocol::frameOf has made of the message.
+  bool sendFrame(CleansedBytes frame, const QuillMessage &message);
+
   // Sends a message and ends the connection; the message still arrives.
   void sendMessageAndDisconnect(const QuillMessage &message);
 
@@ -41,11 +46,15 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
 
   bool isLocal = false;  // came in on the loopback listener
   bool isAuthenticated = false;
-  ReceiveBlock receiveBlock;  // called for every decoded message
+  std::uint64_t secondsUnauthenticated = 0;  // as far as they are counted
+  ReceiveBlock receiveBlock;                 // called for every decoded message
   QuillMessage::Certificates certificates;
   std::optional<Bytes> challenge;
   std::optional<Bytes> authCertificate;
   std::optional<Bytes> selectedCertificateHash;
+  // Whether a certificate of the list, by its digest, has the same key as authCertificate, as far
+  // as it was asked for.
+  std::map<Bytes, bool> keysAlike;
   std::shared_ptr<platform::Connection> g_inbound_connection;  // null once closed or cancelled
   DisconnectedBlock disconnectedBlock;                         // called when the connection ends
   CleansedBytes dataBuffer;                                    // the frame being collected

@@ -9,6 +9,7 @@
 #include "base/Root.hpp"
 #include "fakes/FakeAccounts.hpp"
 #include "fakes/FakeItemStore.hpp"
+#include "fakes/FakeMainQueue.hpp"
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/FakeToolRunner.hpp"
 #include "fakes/LoggedTest.hpp"
@@ -23,7 +24,8 @@ using testing::IsEmpty;
 class Manager : public fakes::LoggedTest {
  public:
   Manager()
-      : manager({{tools, clock, defaults, accounts, accounts, limits}, network, store, store}) {
+      : manager(
+            {{tools, clock, defaults, accounts, accounts, limits}, network, store, store, queue}) {
     store.items = {{identity, ""}};
   }
 
@@ -38,6 +40,7 @@ class Manager : public fakes::LoggedTest {
   support::LimitLog limits{clock};
   fakes::FakeNetwork network;
   fakes::FakeItemStore store;
+  fakes::FakeMainQueue queue;
   QuillNetworkManager manager;
 };
 
@@ -152,19 +155,88 @@ TEST_F(Listening, DropsWhatAPeerThatEndedWasWaitingFor) {
   const auto far = publicListener().connect();
   const auto &workers = manager.workers;
   const QuillWorker::Shared holder = workers[2];
-  manager.pendingMessages[UUID::random()] = {workers[0], holder};
-  manager.pendingMessages[UUID::random()] = {workers[0], holder};
+  manager.pendingMessages.insert(UUID::random(), {workers[0], holder});
+  manager.pendingMessages.insert(UUID::random(), {workers[0], holder});
   const UUID other = UUID::random();
-  manager.pendingMessages[other] = {workers[1], holder};
+  manager.pendingMessages.insert(other, {workers[1], holder});
   first->end();
   EXPECT_EQ(manager.pendingMessages.size(), 1U);
-  EXPECT_EQ(manager.pendingMessages.count(other), 1U);
+  EXPECT_NE(manager.pendingMessages.find(other), nullptr);
   far->end();  // the holder's end leaves what waits for it
   EXPECT_EQ(manager.pendingMessages.size(), 1U);
   EXPECT_EQ(workers.size(), 1U);
   holder->disconnect();
   const auto next = publicListener().connect();
   EXPECT_EQ(workers.size(), 2U);
+}
+
+TEST_F(Listening, ToldOfACancelledConnectionThatIsForgottenAlready) {
+  const auto cancelled = publicListener().connect();
+  manager.insertSmartcard();
+  manager.workers[0]->disconnect();
+  const auto next = publicListener().connect();
+  cancelled->stateHandler(platform::ConnectionState::cancelled, 0);
+  EXPECT_FALSE(isMarkerThere());
+}
+
+TEST_F(Listening, WithTheSettingWithdrawsTheCardWithItsConnectionAlone) {
+  struct Case {
+    bool isSet;
+    bool byInserter;
+    bool isWithdrawn;
+  };
+  for (const Case &row :
+       {Case{false, false, true}, {false, true, true}, {true, false, false}, {true, true, true}}) {
+    defaults.values["kfyd/cardEndsWithItsConnection"] = row.isSet;
+    const auto first = publicListener().connect();
+    const auto last = publicListener().connect();
+    const auto program = loopbackListener().connect();
+    const auto &workers = manager.workers;
+    for (const QuillWorker::Shared &worker : {workers[0], workers[1], workers[2]}) {
+      const auto insert = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(nullptr);
+      manager.processRequest(&insert, worker);
+    }
+    (row.byInserter ? last : first)->end();
+    program->end();
+    EXPECT_EQ(isMarkerThere(), !row.isWithdrawn) << row.isSet << row.byInserter;
+    (row.byInserter ? first : last)->end();
+  }
+}
+
+TEST_F(Listening, WithTheSettingEndsConnectionsThatDoNotAuthenticate) {
+  const auto before = publicListener().connect();
+  queue.advance(std::chrono::hours(1));
+  EXPECT_FALSE(before->isCancelled);
+  before->end();
+  defaults.values["kfyd/unauthenticatedSeconds"] = 5;
+  const auto stranger = publicListener().connect();
+  const auto client = publicListener().connect();
+  const auto program = loopbackListener().connect();
+  manager.workers[1]->isAuthenticated = true;
+  queue.advance(std::chrono::seconds(5));
+  EXPECT_FALSE(stranger->isCancelled);
+  queue.advance(std::chrono::seconds(1));
+  EXPECT_TRUE(stranger->isCancelled);
+  EXPECT_FALSE(client->isCancelled || program->isCancelled);
+  EXPECT_EQ(limits.counts().at("unauthenticatedSeconds"), 1U);
+  queue.advance(std::chrono::seconds(2));
+  EXPECT_EQ(queue.waitingEvents(), 0U) << "nothing is counted while nobody is new";
+}
+
+TEST_F(Listening, LocalUsersAreLookedUpForEachAcceptance) {
+  ASSERT_TRUE(base::makeFolders(base::rooted("/etc"), 0755));
+  const std::string file = "ann:x:1000:1::/:/bin/sh\nbob:x:1001:1::/:/bin/sh\n";
+  ASSERT_TRUE(base::replaceFile(base::rooted("/etc/passwd"), base::viewOf(file), 0644));
+  using Users = std::optional<std::vector<std::uint32_t>>;
+  const auto allowed = [&] { return network.asked[1].limits().users; };
+  EXPECT_EQ(allowed(), Users());
+  defaults.values["kfyd/localUsers"] = std::string("bob  eve ann");
+  EXPECT_EQ(allowed(), (Users{{1001, 1000}}));
+  EXPECT_EQ(allowed(), (Users{{1001, 1000}}));
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:localUsers: no account is named eve"));
+  std::filesystem::remove(base::rooted("/etc/passwd"));
+  EXPECT_EQ(allowed(), Users{std::vector<std::uint32_t>{}}) << "then only root";
+  EXPECT_EQ(network.asked[0].limits().users, Users());
 }
 
 }  // namespace

@@ -1,0 +1,56 @@
+#include "daemon/AuthenticationTime.hpp"
+
+#include <chrono>
+#include <cstdint>
+
+#include "support/Settings.hpp"
+
+namespace kfyd {
+namespace {
+
+constexpr std::chrono::seconds kSecond{1};
+
+}  // namespace
+
+AuthenticationTime::AuthenticationTime(platform::MainQueue &queue, platform::UserDefaults &defaults,
+                                       support::LimitLog &limits,
+                                       const std::vector<QuillWorker::Shared> &workers)
+    : queue_(queue), defaults_(defaults), limits_(limits), workers_(workers) {}
+
+void AuthenticationTime::begin() {
+  if (!isCounting_ && support::valueOf(support::kUnauthenticatedSeconds, defaults_) > 0) {
+    isCounting_ = true;
+    queue_.postAfter(kSecond, [this] { second(); });
+  }
+}
+
+void AuthenticationTime::second() {
+  isCounting_ = false;
+  const std::int64_t most = support::valueOf(support::kUnauthenticatedSeconds, defaults_);
+  if (most > 0 && countSecond(static_cast<std::uint64_t>(most))) {
+    begin();
+  }
+}
+
+// True if there is still a connection whose time runs.
+bool AuthenticationTime::countSecond(std::uint64_t most) {
+  bool isOneLeft = false;
+  for (const QuillWorker::Shared &worker : workers_) {
+    if (worker->isLocal || worker->isAuthenticated || !worker->g_inbound_connection) {
+      continue;
+    }
+    ++worker->secondsUnauthenticated;
+    // the first second may have been a part of one
+    if (worker->secondsUnauthenticated <= most) {
+      isOneLeft = true;
+      continue;
+    }
+    limits_.reached({{most, support::kUnauthenticatedSeconds.key},
+                     "connection from " + worker->g_inbound_connection->peer().host +
+                         " ended: it has not authenticated"});
+    worker->disconnect();
+  }
+  return isOneLeft;
+}
+
+}  // namespace kfyd

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/MainQueue.hpp"
+#include "platform/UserDefaults.hpp"
+#include "support/LimitLog.hpp"
+#include "worker/QuillWorker.hpp"
+
+namespace kfyd {
+
+// Ends public connections that have not authenticated within the time that the setting
+// `unauthenticatedSeconds` gives them. Time is counted in whole seconds by one timer, which runs
+// only while such a connection is there: a timer for each would outlive its connection, and
+// strangers come and go.
+class AuthenticationTime {
+ public:
+  // All is borrowed and outlives this; `workers` are those that are looked at.
+  AuthenticationTime(platform::MainQueue &queue, platform::UserDefaults &defaults,
+                     support::LimitLog &limits, const std::vector<QuillWorker::Shared> &workers);
+
+  // A public connection was accepted.
+  void begin();
+
+ private:
+  void second();
+  [[nodiscard]] bool countSecond(std::uint64_t most);
+
+  platform::MainQueue &queue_;
+  platform::UserDefaults &defaults_;
+  support::LimitLog &limits_;
+  const std::vector<QuillWorker::Shared> &workers_;
+  bool isCounting_ = false;
+};
+
+}  // namespace kfyd

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "base/UUID.hpp"
+#include "worker/QuillWorker.hpp"
+
+// The relayed requests that wait for an answer, by message ID: who asked, and who was asked. What
+// one connection has to do with them is known without a search, whatever their number.
+class PendingMessages {
+ public:
+  struct Entry {
+    QuillWorker::Shared requester;
+    QuillWorker::Shared holder;
+  };
+
+  // An entry that is already held under the ID is replaced.
+  void insert(const UUID &messageID, Entry entry);
+
+  // Null if there is none; borrowed until the next change.
+  [[nodiscard]] const Entry *find(const UUID &messageID) const;
+
+  // Both do nothing where there is nothing to erase.
+  void erase(const UUID &messageID);
+  void eraseAllOf(const QuillWorker::Shared &requester);
+
+  [[nodiscard]] std::size_t size() const { return entries_.size(); }
+  [[nodiscard]] std::size_t countOf(const QuillWorker::Shared &requester) const;
+
+  // True if an entry names the worker as who asked or as who was asked.
+  [[nodiscard]] bool name(const QuillWorker::Shared &worker) const {
+    return parts_.contains(worker.get());
+  }
+
+ private:
+  // What a worker that an entry names has to do with it. The entries keep the worker alive.
+  struct Part {
+    std::unordered_set<UUID> asked;
+    std::size_t held = 0;
+  };
+
+  void leave(const QuillWorker::Shared &worker);
+
+  std::unordered_map<UUID, Entry> entries_;
+  std::unordered_map<const QuillWorker *, Part> parts_;
+};
