@@ -1,6 +1,7 @@
 // Chunks of a connection, against a second and simpler model of the framing. The input is a row of
-// chunks, each behind one byte that is its length.
+// chunks, each behind one byte that says its length.
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -8,12 +9,17 @@
 
 namespace {
 
+// The length that a byte says: itself, or from 0xF0 on a multiple of 256, to 4,096.
+std::size_t lengthOf(std::uint8_t byte) {
+  return byte < 0xF0 ? byte : (std::size_t{byte} - 0xEF) * 256;
+}
+
 // What a buffer ends with after a chunk, in the plainest words.
 std::optional<std::string> modelOf(std::string &buffer, const std::string &chunk) {
   if (chunk.size() < 9) {
     return std::nullopt;
   }
-  if (chunk.rfind("[DATA]", 0) == 0) {
+  if (chunk.starts_with("[DATA]")) {
     buffer = chunk;
   } else {
     buffer += chunk;
@@ -31,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   CleansedBytes buffer;
   std::string model;
   while (!rest.empty()) {
-    const std::size_t length = std::min<std::size_t>(rest[0], rest.size() - 1);
+    const std::size_t length = std::min(lengthOf(rest[0]), rest.size() - 1);
     const ByteView chunk = rest.subspan(1, length);
     rest = rest.subspan(1 + length);
     const auto collected = protocol::collectChunk(buffer, chunk);
