@@ -55,7 +55,14 @@ QuillNetworkManager::QuillNetworkManager(const ManagerPlatform &platform)
       platform_(platform),
       localUsers_(platform.processing.defaults),
       authenticationTime_(platform.queue, platform.processing.defaults, platform.processing.limits,
-                          workers) {}
+                          workers),
+      state_(platform.queue, *this) {
+  platform.processing.limits.setObserver([this] { state_.changed(); });
+}
+
+QuillNetworkManager::~QuillNetworkManager() {
+  platform_.processing.limits.setObserver(nullptr);
+}
 
 void QuillNetworkManager::usePlatform(const ManagerPlatform &platform) {
   processPlatform().emplace(platform);
@@ -132,6 +139,7 @@ std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerW
       });
   created->setFailedHandshakeHandler(worker::warnConnectionFailed);
   created->start();
+  state_.changed();
   return created;
 }
 
@@ -190,6 +198,7 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
   workers.push_back(worker);
   worker->startConnection(connection);
   worker->receiveLoopWithConnection(connection);
+  state_.changed();
 }
 
 // A worker whose connection the daemon cancelled stays registered; once nothing waits for it any
@@ -207,6 +216,7 @@ void QuillNetworkManager::received(const QuillMessage *message, const QuillWorke
   }
   CVNLogDebug("Got message: %s", *message);
   processRequest(message, worker);
+  state_.changed();
 }
 
 void QuillNetworkManager::disconnected(const QuillWorker::Shared &worker,
@@ -216,6 +226,7 @@ void QuillNetworkManager::disconnected(const QuillWorker::Shared &worker,
     removeSmartcard();
   }
   CVNLogDebug("client disconnected:%s", error);
+  state_.changed();
 }
 
 // Whether the card goes with this connection.

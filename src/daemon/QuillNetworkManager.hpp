@@ -8,6 +8,7 @@
 
 #include "daemon/AuthenticationTime.hpp"
 #include "daemon/LocalUsers.hpp"
+#include "daemon/StateFile.hpp"
 #include "identity/CVNKeychain.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/Network.hpp"
@@ -29,6 +30,7 @@ class QuillNetworkManager : public RequestProcessor {
 
   // Everything but tests uses manager().
   explicit QuillNetworkManager(const ManagerPlatform &platform);
+  ~QuillNetworkManager() override;
 
   // The process's one manager, made at the first call on the platform that usePlatform was given
   // before.
@@ -67,4 +69,5 @@ class QuillNetworkManager : public RequestProcessor {
   ManagerPlatform platform_;
   kfyd::LocalUsers localUsers_;
   kfyd::AuthenticationTime authenticationTime_;
+  kfyd::StateFile state_;
 };

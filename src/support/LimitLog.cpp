@@ -14,6 +14,9 @@ constexpr std::chrono::seconds kSilence{10};
 void LimitLog::reached(const platform::ReachedLimit &reached) {
   Account &account = accounts_[std::string(reached.limit.setting)];
   ++account.times;
+  if (observer_) {
+    observer_();
+  }
   const auto now = clock_.now();
   // a clock that was set back does not silence it for longer
   const bool isSilent =

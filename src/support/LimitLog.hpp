@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/Clock.hpp"
 #include "platform/Network.hpp"
@@ -19,6 +20,9 @@ class LimitLog {
 
   void reached(const platform::ReachedLimit &reached);
 
+  // Whom to tell that a count has changed. Replaces the former one.
+  void setObserver(std::function<void()> observer) { observer_ = std::move(observer); }
+
   // How often each setting's limit was reached since the start.
   [[nodiscard]] std::map<std::string, std::uint64_t> counts() const;
 
@@ -30,6 +34,7 @@ class LimitLog {
   };
 
   platform::Clock &clock_;
+  std::function<void()> observer_;
   std::map<std::string, Account, std::less<>> accounts_;  // by setting
 };
 

@@ -239,4 +239,34 @@ TEST_F(Listening, LocalUsersAreLookedUpForEachAcceptance) {
   EXPECT_EQ(network.asked[0].limits().users, Users());
 }
 
+TEST_F(Listening, TellsItsStateOnceASecond) {
+  const std::string path = base::rooted(kfyd::kStatePath);
+  const auto state = [&] {
+    queue.advance(std::chrono::seconds(1));
+    const auto content = base::readFile(path, 65536);
+    return content ? std::string(base::textOf(*content)) : "";
+  };
+  const auto far = publicListener().connect();
+  std::filesystem::remove_all(base::rooted("/run"));
+  EXPECT_EQ(state(), "{\"started\":1741940813,\"pid\":" + std::to_string(getpid()) +
+                         R"(,"connections":[{"address":"192.0.2.7","port":50123,"local":false,)"
+                         R"("authenticated":false,"cards":[]}],"connectionCount":1,"pending":0,)"
+                         R"("relays":0,"refusals":0,"limits":{}})");
+  EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+  limits.reached({{1, "maxHandshakes"}, "x"});
+  far->end();
+  EXPECT_THAT(state(), testing::AllOf(testing::HasSubstr(R"("connections":[])"),
+                                      testing::HasSubstr(R"("limits":{"maxHandshakes":1})")));
+  std::filesystem::remove_all(base::rooted("/run"));
+  EXPECT_EQ(state(), "") << "nothing has changed";
+  ASSERT_TRUE(base::replaceFile(base::rooted("/run"), {}, 0600));
+  takeEntries();
+  const auto near = loopbackListener().connect();
+  EXPECT_EQ(state() + state(), "");
+  const auto next = loopbackListener().connect();
+  EXPECT_EQ(state(), "");
+  EXPECT_THAT(takeEntries(), ElementsAre(testing::HasSubstr("state for kfyctl is not written")));
+  std::filesystem::remove(base::rooted("/run"));
+}
+
 }  // namespace

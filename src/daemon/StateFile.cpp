@@ -1,0 +1,137 @@
+#include "daemon/StateFile.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "protocol/JSONWriter.hpp"
+#include "support/CVNLog.hpp"
+#include "support/HexString.hpp"
+
+namespace kfyd {
+namespace {
+
+using protocol::JSONWriter;
+
+constexpr std::chrono::seconds kPause{1};
+constexpr std::size_t kMostConnections = 1024;
+constexpr std::size_t kMostCertificates = 16;
+
+template <typename Number>
+void putNumber(JSONWriter &writer, std::string_view key, Number number) {
+  writer.key(key);
+  writer.raw(std::to_string(number));
+}
+
+void putCertificates(JSONWriter &writer, const QuillWorker &worker) {
+  writer.key("cards");
+  writer.beginArray();
+  if (worker.certificates) {
+    const auto entries = worker.certificates->entries();
+    for (const protocol::CardEntry &entry :
+         entries.first(std::min(entries.size(), kMostCertificates))) {
+      writer.text(support::hexString(entry.certificateSHA1));
+    }
+  }
+  writer.endArray();
+}
+
+void putConnection(JSONWriter &writer, const QuillWorker &worker) {
+  const platform::Endpoint peer = worker.g_inbound_connection->peer();
+  writer.beginObject();
+  writer.key("address");
+  writer.text(peer.host);
+  putNumber(writer, "port", peer.port);
+  writer.key("local");
+  writer.boolean(worker.isLocal);
+  writer.key("authenticated");
+  writer.boolean(worker.isAuthenticated);
+  putCertificates(writer, worker);
+  writer.endObject();
+}
+
+// Returns how many there are.
+std::size_t putConnections(JSONWriter &writer, const std::vector<QuillWorker::Shared> &workers) {
+  std::size_t count = 0;
+  writer.key("connections");
+  writer.beginArray();
+  for (const bool isLocal : {false, true}) {
+    for (const QuillWorker::Shared &worker : workers) {
+      if (worker->isLocal != isLocal || !worker->g_inbound_connection) {
+        continue;
+      }
+      ++count;
+      if (count <= kMostConnections) {
+        putConnection(writer, *worker);
+      }
+    }
+  }
+  writer.endArray();
+  return count;
+}
+
+// Everybody may see that the folder is there, whatever the umask says; the file is for root alone.
+bool makeFolder(const std::string &folder, Error *error) {
+  return base::fileExists(folder) ||
+         (base::makeFolders(folder, 0755, error) && ::chmod(folder.c_str(), 0755) == 0);
+}
+
+}  // namespace
+
+StateFile::StateFile(platform::MainQueue &queue, const RequestProcessor &processor)
+    : queue_(queue), processor_(processor), started_(processor.platform().clock.now()) {}
+
+void StateFile::changed() {
+  if (!isWaiting_) {
+    isWaiting_ = true;
+    queue_.postAfter(kPause, [this] { write(); });
+  }
+}
+
+CleansedBytes StateFile::content() const {
+  CleansedBytes content;
+  JSONWriter writer(content);
+  writer.beginObject();
+  putNumber(writer, "started", std::chrono::system_clock::to_time_t(started_));
+  putNumber(writer, "pid", ::getpid());
+  const std::size_t count = putConnections(writer, processor_.workers);
+  putNumber(writer, "connectionCount", count);
+  putNumber(writer, "pending", processor_.pendingMessages.size());
+  putNumber(writer, "relays", processor_.counts.relayed);
+  putNumber(writer, "refusals", processor_.counts.refused);
+  writer.key("limits");
+  writer.beginObject();
+  for (const auto &[setting, times] : processor_.platform().limits.counts()) {
+    putNumber(writer, setting, times);
+  }
+  writer.endObject();
+  writer.endObject();
+  return content;
+}
+
+void StateFile::write() {
+  isWaiting_ = false;
+  CleansedBytes now = content();
+  if (now == written_ && !hasFailed_) {
+    return;
+  }
+  written_ = std::move(now);
+  const std::string path = base::rooted(kStatePath);
+  Error error;
+  const bool isWritten = makeFolder(path.substr(0, path.rfind('/')), &error) &&
+                         base::replaceFile(path, written_, 0600, &error);
+  if (!isWritten && !hasFailed_) {
+    CVNLog("state for kfyctl is not written: %s", error.description);
+  }
+  hasFailed_ = !isWritten;
+}
+
+}  // namespace kfyd
