@@ -2,12 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <ostream>
 
 #include "base/Root.hpp"
 #include "ctl/CardMarker.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
+#include "ctl/DaemonState.hpp"
 #include "ctl/DateText.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/Identities.hpp"
@@ -22,11 +24,15 @@ namespace {
 
 constexpr std::chrono::seconds kWait{35};  // a look-up of the pairing can hold the daemon's queue
 
+// Where what is said of a place begins in its line.
+const std::string kIndentation(13, ' ');
+
 // What was found at one place. A trouble is a failure of the whole.
 struct Finding {
   std::string name;
   std::string says;
   Outcome trouble;
+  std::vector<std::string> more{};  // further lines, for people
 };
 
 Finding good(const std::string &name, const std::string &says) {
@@ -128,7 +134,50 @@ void lookAtDaemon(std::vector<Finding> &findings) {
   findings.push_back(good("card", std::to_string(cards->size()) + " certificates"));
 }
 
-std::vector<Finding> lookAround(Session &session) {
+std::string peerLine(const DaemonState::Peer &peer) {
+  std::string line = peer.address + " port " + std::to_string(peer.port) + ": ";
+  line += peer.isAuthenticated ? "authenticated" : "not authenticated";
+  return peer.certificates == 0 ? line
+                                : line + ", " + std::to_string(peer.certificates) + " certificates";
+}
+
+// Programs of this machine come and go by the hundred and have no name; remote clients are listed.
+std::vector<std::string> linesOf(const DaemonState &state) {
+  std::vector<std::string> lines;
+  for (const DaemonState::Peer &peer : state.peers) {
+    if (!peer.isLocal) {
+      lines.push_back(peerLine(peer));
+    }
+  }
+  for (const DaemonState::Limit &limit : state.limits) {
+    lines.push_back("limit " + limit.setting +
+                    " was reached, times: " + std::to_string(limit.times));
+  }
+  return lines;
+}
+
+// What the daemon has told of itself, which costs it nothing.
+Finding lookAtState(const std::optional<DaemonState> &state, const Error &error) {
+  if (!state) {
+    return error.code == ENOENT
+               ? good("state", "kfyd has told nothing yet in " + daemonStatePath())
+               : bad("state", failureFrom(error, "kfyctl status", "sudo rm " + daemonStatePath()));
+  }
+  if (!state->isRunning) {
+    return good("state", "stale: told by process " + std::to_string(state->pid) +
+                             ", which does not run any more");
+  }
+  Finding finding = good(
+      "state", "since " + dateText(state->started) + ", process " + std::to_string(state->pid) +
+                   ": " + std::to_string(state->connections) + " connections, " +
+                   std::to_string(state->pending) + " requests wait for an answer; relayed " +
+                   std::to_string(state->relays) + ", refused " + std::to_string(state->refusals));
+  finding.more = linesOf(*state);
+  return finding;
+}
+
+std::vector<Finding> lookAround(Session &session, const std::optional<DaemonState> &state,
+                                const Error &stateError) {
   std::vector<Finding> findings{lookAtRoot(),
                                 lookAtSettings(kIdentityDomain),
                                 lookAtSettings("kfyd"),
@@ -137,10 +186,12 @@ std::vector<Finding> lookAround(Session &session) {
                                 lookAtPairing()};
   lookAtDaemon(findings);
   findings.push_back(lookAtMarker());
+  findings.push_back(lookAtState(state, stateError));
   return findings;
 }
 
-std::string jsonOfFindings(const std::vector<Finding> &findings, bool isGood) {
+std::string jsonOfFindings(const std::vector<Finding> &findings,
+                           const std::optional<DaemonState> &state, bool isGood) {
   std::vector<Facts> list;
   list.reserve(findings.size());
   for (const Finding &finding : findings) {
@@ -155,6 +206,12 @@ std::string jsonOfFindings(const std::vector<Finding> &findings, bool isGood) {
   putFacts(writer, Facts{{"ok", "", isGood}});
   writer.key("findings");
   putFacts(writer, list);
+  if (state) {
+    writer.key("stateIsStale");
+    writer.boolean(!state->isRunning);
+    writer.key("state");
+    writer.raw(state->json);
+  }
   writer.endObject();
   return lineOf(json);
 }
@@ -164,18 +221,23 @@ std::string textOfFindings(const std::vector<Finding> &findings) {
   for (const Finding &finding : findings) {
     const std::string name = finding.name + std::string(10 - finding.name.size(), ' ');
     text += (finding.trouble ? "!  " : "ok ") + name + finding.says + "\n";
+    for (const std::string &line : finding.more) {
+      text += kIndentation + line + "\n";
+    }
     if (finding.trouble && !finding.trouble->next.empty()) {
-      text += std::string(13, ' ') + "try: " + finding.trouble->next + "\n";
+      text += kIndentation + "try: " + finding.trouble->next + "\n";
     }
   }
   return text;
 }
 
 Outcome tellStatus(Session &session) {
-  const auto findings = lookAround(session);
+  Error error;
+  const auto state = readDaemonState(&error);
+  const auto findings = lookAround(session, state, error);
   const auto count = std::ranges::count_if(
       findings, [](const Finding &finding) { return finding.trouble.has_value(); });
-  session.output << (session.json ? jsonOfFindings(findings, count == 0)
+  session.output << (session.json ? jsonOfFindings(findings, state, count == 0)
                                   : textOfFindings(findings));
   if (count == 0) {
     return std::nullopt;

@@ -1,0 +1,110 @@
+#include "ctl/DaemonState.hpp"
+
+#include <sys/types.h>
+
+#include <boost/json.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <string_view>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "protocol/ParsedJSON.hpp"
+
+namespace ctl {
+namespace {
+
+namespace json = boost::json;
+
+constexpr std::size_t kLargestFile = std::size_t{16} << 20;
+
+std::int64_t numberUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  const std::int64_t *number = value == nullptr ? nullptr : value->if_int64();
+  return number == nullptr ? 0 : *number;
+}
+
+bool isTrueUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  const bool *truth = value == nullptr ? nullptr : value->if_bool();
+  return truth != nullptr && *truth;
+}
+
+const json::array *arrayUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  return value == nullptr ? nullptr : value->if_array();
+}
+
+DaemonState::Peer peerFrom(const json::object &object) {
+  DaemonState::Peer peer;
+  const json::value *address = object.if_contains("address");
+  if (address != nullptr && address->is_string()) {
+    peer.address = std::string_view(address->get_string());
+  }
+  peer.port = numberUnder(object, "port");
+  peer.isLocal = isTrueUnder(object, "local");
+  peer.isAuthenticated = isTrueUnder(object, "authenticated");
+  const json::array *cards = arrayUnder(object, "cards");
+  peer.certificates = cards == nullptr ? 0 : cards->size();
+  return peer;
+}
+
+std::vector<DaemonState::Peer> peersIn(const json::object &object) {
+  std::vector<DaemonState::Peer> peers;
+  const json::array *connections = arrayUnder(object, "connections");
+  for (const json::value &element : connections == nullptr ? json::array() : *connections) {
+    if (const json::object *connection = element.if_object()) {
+      peers.push_back(peerFrom(*connection));
+    }
+  }
+  return peers;
+}
+
+std::vector<DaemonState::Limit> limitsIn(const json::object &object) {
+  std::vector<DaemonState::Limit> limits;
+  const json::value *value = object.if_contains("limits");
+  const json::object *counts = value == nullptr ? nullptr : value->if_object();
+  for (const json::key_value_pair &member : counts == nullptr ? json::object() : *counts) {
+    limits.push_back({std::string(std::string_view(member.key())),
+                      numberUnder(*counts, std::string_view(member.key()))});
+  }
+  return limits;
+}
+
+bool isRunning(std::int64_t pid) {
+  return pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH);
+}
+
+}  // namespace
+
+std::string daemonStatePath() {
+  return base::rooted("/run/keyferry/state.json");
+}
+
+std::optional<DaemonState> readDaemonState(Error *error) {
+  const auto content = base::readFile(daemonStatePath(), kLargestFile, error);
+  if (!content) {
+    return std::nullopt;
+  }
+  const protocol::ParsedJSON parsed(*content);
+  const json::object *object = parsed.value() == nullptr ? nullptr : parsed.value()->if_object();
+  if (object == nullptr) {
+    base::report(error, "state", 0, daemonStatePath() + " holds no state of kfyd");
+    return std::nullopt;
+  }
+  DaemonState state;
+  state.json = base::textOf(*content);
+  state.pid = numberUnder(*object, "pid");
+  state.isRunning = isRunning(state.pid);
+  state.started = std::chrono::system_clock::from_time_t(numberUnder(*object, "started"));
+  state.peers = peersIn(*object);
+  state.connections = numberUnder(*object, "connectionCount");
+  state.pending = numberUnder(*object, "pending");
+  state.relays = numberUnder(*object, "relays");
+  state.refusals = numberUnder(*object, "refusals");
+  state.limits = limitsIn(*object);
+  return state;
+}
+
+}  // namespace ctl

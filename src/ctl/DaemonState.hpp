@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/Error.hpp"
+
+namespace ctl {
+
+// What the daemon tells of itself in a file for root.
+struct DaemonState {
+  // One connection.
+  struct Peer {
+    std::string address;
+    std::int64_t port = 0;
+    bool isLocal = false;
+    bool isAuthenticated = false;
+    std::size_t certificates = 0;
+  };
+
+  // A limit that was reached.
+  struct Limit {
+    std::string setting;
+    std::int64_t times = 0;
+  };
+
+  std::string json;  // the file as it is
+  std::int64_t pid = 0;
+  bool isRunning = false;  // that process is still there
+  std::chrono::system_clock::time_point started;
+  std::vector<Peer> peers;       // the list may be cut;
+  std::int64_t connections = 0;  // so many there are
+  std::int64_t pending = 0;      // requests that wait for an answer
+  std::int64_t relays = 0;       // since the start, like the next
+  std::int64_t refusals = 0;
+  std::vector<Limit> limits;
+};
+
+// Where the file lies, under the root.
+[[nodiscard]] std::string daemonStatePath();
+
+// Reads it; nothing, with the reason, if it can't be read (errno) or is none of the daemon's
+// ("state"). What is missing in it counts as none.
+[[nodiscard]] std::optional<DaemonState> readDaemonState(Error *error);
+
+}  // namespace ctl
