@@ -1,30 +1,17 @@
 #include "crypto/PSS.hpp"
 
-#include <openssl/core_names.h>
-#include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/params.h>
-#include <openssl/rsa.h>
-
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
 
-#include "crypto/Library.hpp"
-#include "crypto/Owned.hpp"
 #include "crypto/Padding.hpp"
+#include "crypto/RSAEncryption.hpp"
 
 namespace crypto {
 namespace {
 
 constexpr std::uint8_t kTrailer = 0xBC;
-
-OSSL_PARAM textParameter(const char *name, const char *text) {
-  // the library only reads, but its structure is shared with calls that write
-  return OSSL_PARAM_construct_utf8_string(name, const_cast<char *>(text), 0);
-}
 
 // H of RFC 8017 9.1.1, steps 5 and 6: eight zeros, the message's digest and the salt.
 Bytes hashOfSalted(ByteView digest, ByteView salt, HashAlgorithm hash) {
@@ -63,25 +50,28 @@ std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters, in
 
 bool verifyPSS(const PublicKey &key, ByteView signature, ByteView digest,
                const PSSParameters &parameters) {
-  // RFC 8017 8.1.2 step 1; the library takes shorter ones
-  if (key.type() != KeyType::rsa || digest.size() != digestSize(parameters.hash) ||
-      signature.size() != static_cast<std::size_t>(EVP_PKEY_get_size(key.native()))) {
+  auto block = encryptBlock(key, signature);
+  const std::size_t size = digestSize(parameters.hash);
+  const auto usedBits = static_cast<std::size_t>(std::max(key.bits(), 16)) - 1;
+  const std::size_t encodedSize = (usedBits + 7) / 8;
+  if (!block || digest.size() != size || encodedSize < size + 2 ||
+      parameters.saltLength > encodedSize - size - 2) {
     return false;
   }
-  int saltLength = static_cast<int>(std::min<std::size_t>(parameters.saltLength, 1U << 16U));
-  const std::array given{
-      textParameter(OSSL_SIGNATURE_PARAM_PAD_MODE, OSSL_PKEY_RSA_PAD_MODE_PSS),
-      textParameter(OSSL_SIGNATURE_PARAM_DIGEST, nameOf(parameters.hash)),
-      textParameter(OSSL_SIGNATURE_PARAM_MGF1_DIGEST, nameOf(parameters.maskHash)),
-      OSSL_PARAM_construct_int(OSSL_SIGNATURE_PARAM_PSS_SALTLEN, &saltLength),
-      OSSL_PARAM_construct_end()};
-  const Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(
-      EVP_PKEY_CTX_new_from_pkey(libraryContext(), key.native(), nullptr));
-  const bool isValid = context && EVP_PKEY_verify_init_ex(context.get(), given.data()) == 1 &&
-                       EVP_PKEY_verify(context.get(), signature.data(), signature.size(),
-                                       digest.data(), digest.size()) == 1;
-  ERR_clear_error();
-  return isValid;
+  // RFC 8017 9.1.2, step by step
+  const std::span<std::uint8_t> encoded = std::span(*block).last(encodedSize);
+  const std::span<std::uint8_t> masked = encoded.first(encodedSize - size - 1);
+  const ByteView hash = ByteView(encoded).subspan(masked.size(), size);
+  const auto unused = static_cast<std::uint8_t>(~(0xFFU >> (8 * encodedSize - usedBits)));
+  const bool isFramed = encoded.back() == kTrailer && (masked[0] & unused) == 0 &&
+                        (encodedSize == block->size() || block->front() == 0);
+  layMGF1(masked, hash, parameters.maskHash);
+  masked[0] &= static_cast<std::uint8_t>(~unused);
+  const auto salt = masked.last(parameters.saltLength);
+  const auto zeros = masked.first(masked.size() - salt.size() - 1);
+  return isFramed && masked[zeros.size()] == 1 &&
+         std::ranges::all_of(zeros, [](std::uint8_t byte) { return byte == 0; }) &&
+         base::equal(hashOfSalted(digest, salt, parameters.hash), hash);
 }
 
 }  // namespace crypto

@@ -1,5 +1,6 @@
 #include "crypto/RSAEncryption.hpp"
 
+#include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -8,6 +9,7 @@
 
 #include <array>
 
+#include "crypto/KeyParts.hpp"
 #include "crypto/Library.hpp"
 #include "crypto/Owned.hpp"
 
@@ -38,6 +40,12 @@ std::optional<Bytes> encrypt(const PublicKey &key, ByteView data, const OSSL_PAR
   return isDone ? std::optional(std::move(block)) : std::nullopt;
 }
 
+using Number = Owned<BIGNUM, BN_free>;
+
+Number numberOf(ByteView bytes) {
+  return Number(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
+}
+
 std::optional<Bytes> encryptPadded(const PublicKey &key, ByteView data, const char *padding) {
   const std::array parameters{textParameter(OSSL_ASYM_CIPHER_PARAM_PAD_MODE, padding),
                               OSSL_PARAM_construct_end()};
@@ -46,8 +54,26 @@ std::optional<Bytes> encryptPadded(const PublicKey &key, ByteView data, const ch
 
 }  // namespace
 
+// By the numbers themselves, since a driver judges signatures with it: a host that makes an engine
+// its default takes over what EVP does with RSA keys, in every context of the library.
 std::optional<Bytes> encryptBlock(const PublicKey &key, ByteView block) {
-  return encryptPadded(key, block, OSSL_PKEY_RSA_PAD_MODE_NONE);
+  const auto parts = rsaPartsOf(key);
+  if (!parts) {
+    return std::nullopt;
+  }
+  const Number modulus = numberOf(parts->modulus);
+  const Number exponent = numberOf(parts->publicExponent);
+  const Number base = numberOf(block);
+  const Number result(BN_new());
+  const Owned<BN_CTX, BN_CTX_free> context(BN_CTX_new_ex(libraryContext()));
+  Bytes encrypted(static_cast<std::size_t>(EVP_PKEY_get_size(key.native())));
+  const bool isDone =
+      modulus && exponent && base && result && context && block.size() == encrypted.size() &&
+      BN_ucmp(base.get(), modulus.get()) < 0 &&
+      BN_mod_exp(result.get(), base.get(), exponent.get(), modulus.get(), context.get()) == 1 &&
+      BN_bn2binpad(result.get(), encrypted.data(), static_cast<int>(encrypted.size())) >= 0;
+  ERR_clear_error();
+  return isDone ? std::optional(std::move(encrypted)) : std::nullopt;
 }
 
 std::optional<Bytes> encryptPKCS1(const PublicKey &key, ByteView data) {
