@@ -1,0 +1,216 @@
+// What people use with a smart card, on a real daemon and a real remote client that holds an RSA
+// and an EC key.
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "fakes/MadeKeys.hpp"
+#include "system/CardMachine.hpp"
+
+namespace system_tests {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+// Root of a user namespace may not become another user, so a login server can't do its work there.
+bool isRealRoot() {
+  std::ifstream map("/proc/self/uid_map");
+  std::string inside;
+  std::string outside;
+  map >> inside >> outside;
+  return geteuid() == 0 && outside == "0";
+}
+
+class Programs : public CardMachine {
+ public:
+  Programs() {
+    shell(
+        "mkdir -p home; printf 'the letter' >letter\n"
+        "make() { openssl req -x509 -newkey $2 -noenc -days 2 -subj \"/CN=$3 key\" -keyout $1.key "
+        "\\\n"
+        "    -out $1.crt 2>log; cat $1.key $1.crt >other-device/$1.pem; rm $1.key\n"
+        "  openssl x509 -in $1.crt -pubkey -noout >$1.pub; ssh-keygen -i -m PKCS8 -f $1.pub "
+        ">$1.ssh; }\n"
+        "make rsa rsa:2048 RSA; make ec 'ec -pkeyopt ec_paramgen_curve:P-256' EC");
+    remote = startConfirmingRemote();
+  }
+  ~Programs() override {
+    if (server) {
+      server->end(SIGTERM);
+    }
+    EXPECT_EQ(remote->end(SIGTERM), 0);
+  }
+
+  // Runs a script that has to succeed, in the root of this machine; MODULE is the driver. Returns
+  // what it printed.
+  std::string shell(const std::string &script) {
+    return succeed("/bin/sh", {"-ec", "cd " + at("") + "; MODULE=" KEYFERRY_MODULE "\n" + script});
+  }
+
+  // A web server that admits the card's certificates alone and says whose it saw.
+  void startWebServer() {
+    write("/nginx.conf",
+          "daemon off; master_process off; pid nginx.pid; error_log stderr;\n"
+          "events {}\nhttp { access_log off; client_body_temp_path t; proxy_temp_path t;\n"
+          " fastcgi_temp_path t; uwsgi_temp_path t; scgi_temp_path t;\n"
+          " server { listen 127.0.0.1:8443 ssl; ssl_certificate web.crt; ssl_certificate_key "
+          "web.key;\n"
+          "  ssl_client_certificate clients.crt; ssl_verify_client on;\n"
+          "  location / { return 200 \"seen: $ssl_client_s_dn\\n\"; } } }\n");
+    shell(
+        "openssl req -x509 -newkey rsa:2048 -noenc -days 2 -subj /CN=localhost \\\n"
+        "  -addext subjectAltName=DNS:localhost -keyout web.key -out web.crt 2>/dev/null\n"
+        "cat rsa.crt ec.crt >clients.crt");
+    server = start("/usr/sbin/nginx", {"-p", at("/"), "-c", at("/nginx.conf"), "-e", "stderr"});
+    shell(
+        "for n in $(seq 100); do\n"
+        "  ! openssl s_client -connect localhost:8443 </dev/null >/dev/null 2>&1 || exit 0\n"
+        "  sleep 0.1; done; exit 1");
+  }
+
+  // A login server that admits the keys in the file `admitted`.
+  void startLoginServer() {
+    write("/sshd.conf", "Port 2222\nListenAddress 127.0.0.1\nHostKey " + at("/host.key") +
+                            "\nAuthorizedKeysFile " + at("/admitted") +
+                            "\nStrictModes no\nUsePAM no\nPasswordAuthentication no\nPidFile none\n"
+                            "PermitRootLogin prohibit-password\n");
+    write("/ssh.conf",
+          "Host card\n HostName 127.0.0.1\n Port 2222\n User root\n BatchMode yes\n"
+          " IdentityFile none\n StrictHostKeyChecking accept-new\n"
+          " UserKnownHostsFile " +
+              at("/known") + "\n");
+    shell("ssh-keygen -q -t ed25519 -N '' -f host.key; cat rsa.ssh ec.ssh >admitted");
+    server = start("/usr/sbin/sshd", {"-D", "-e", "-f", at("/sshd.conf")});
+    ASSERT_TRUE(server->hasSaid("Server listening on 127.0.0.1 port 2222.")) << server->output();
+  }
+
+  std::unique_ptr<Process> remote;
+  std::unique_ptr<Process> server;
+};
+
+TEST_F(Programs, OpenSSHListsTheKeysAndLogsIn) {
+  EXPECT_EQ(shell("ssh-keygen -D $MODULE | cut -d' ' -f1,2 | sort"), shell("sort rsa.ssh ec.ssh"));
+  if (!isRealRoot()) {
+    GTEST_SKIP() << "a login server needs a root that can become other users";
+  }
+  startLoginServer();
+  for (const std::string key : {"rsa", "ec"}) {
+    EXPECT_EQ(
+        shell(
+            "cp " + key +
+            ".ssh admitted\n"
+            "ssh -F ssh.conf -I $MODULE card 'echo I am in' 2>ssh.log || { cat ssh.log; exit 1; }"),
+        "I am in\n");
+  }
+}
+
+// The agent runs the driver in a process of its own and keeps it for long.
+TEST_F(Programs, AgentKeepsTheKeysAndGitSignsWithThem) {
+  write("/agent.sh",
+        "ssh-add -q -s $MODULE 2>&1\nssh-add -L | cut -d' ' -f1,2 | sort >listed\n"
+        "sort rsa.ssh ec.ssh | cmp - listed\n"
+        "git init -q work; cd work\n"
+        "for k in rsa ec; do\n"
+        "  git -c user.name=Ann -c user.email=ann@x.example -c gpg.format=ssh \\\n"
+        "    -c user.signingkey=\"key::$(cat ../$k.ssh)\" commit -q -S --allow-empty -m $k\n"
+        "  echo \"ann@x.example $(cat ../$k.ssh)\" >>../signers; done\n"
+        "git -c gpg.ssh.allowedSignersFile=../signers log --format='%G? %GS %s'\n"
+        "ssh-add -q -e $MODULE 2>&1\n");
+  const std::string said = shell(
+      "export MODULE SSH_ASKPASS=/bin/true SSH_ASKPASS_REQUIRE=force\n"
+      "ssh-agent -P \"$(dirname $MODULE)/*\" sh -e agent.sh");
+  EXPECT_THAT(said, HasSubstr("G ann@x.example ec\nG ann@x.example rsa\n"));
+}
+
+TEST_F(Programs, OpenSSLSignsThroughItsEngine) {
+  const std::string signing =
+      "export PKCS11_MODULE_PATH=$MODULE\n"
+      "sign() { openssl dgst -sha256 -engine pkcs11 -keyform engine \\\n"
+      "  -sign \"pkcs11:object=$1%20key;type=private\" -out sig letter 2>log || { cat log; exit 1; "
+      "}; }\n";
+  for (const std::string row : {"RSA rsa", "EC ec"}) {
+    EXPECT_THAT(shell(signing + "set -- " + row +
+                      "; sign $1; openssl dgst -sha256 -verify $2.pub -signature sig letter"),
+                HasSubstr("Verified OK"));
+  }
+  const std::string pss = "-sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32";
+  EXPECT_THAT(shell("export PKCS11_MODULE_PATH=$MODULE\nopenssl dgst -sha256 -engine pkcs11 "
+                    "-keyform engine " +
+                    pss +
+                    " -sign 'pkcs11:object=RSA%20key;type=private' "
+                    "-out sig letter\nopenssl dgst -sha256 -verify rsa.pub " +
+                    pss + " -signature sig letter"),
+              HasSubstr("Verified OK"));
+}
+
+TEST_F(Programs, WebClientsShowTheCardsCertificate) {
+  startWebServer();
+  for (const std::string name : {"RSA", "EC"}) {
+    const std::string file = name == "RSA" ? "rsa.crt" : "ec.crt";
+    const std::string uri = "pkcs11:object=" + name + "%20key";
+    const std::string seen = "seen: CN=" + name + " key";
+    const std::string engine = "export PKCS11_MODULE_PATH=$MODULE\n";
+    EXPECT_THAT(shell(engine +
+                      "printf 'GET / HTTP/1.0\\r\\n\\r\\n' | openssl s_client -quiet "
+                      "-connect localhost:8443 -engine pkcs11 -keyform engine -key '" +
+                      uri + ";type=private' -cert " + file + " 2>/dev/null"),
+                HasSubstr(seen));
+    EXPECT_THAT(shell(engine + "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key '" +
+                      uri + ";type=private' --cert " + file + " https://localhost:8443/"),
+                HasSubstr(seen));
+    EXPECT_THAT(
+        shell("(printf 'GET / HTTP/1.0\\r\\n\\r\\n'; sleep 1) | gnutls-cli --x509cafile web.crt "
+              "--x509certfile '" +
+              uri + ";type=cert' --x509keyfile '" + uri + ";type=private' -p 8443 localhost"),
+        HasSubstr(seen));
+    EXPECT_THAT(
+        shell("wget -q -O - --ca-certificate=web.crt --certificate='" + uri +
+              ";type=cert' --private-key='" + uri + ";type=private' https://localhost:8443/"),
+        HasSubstr(seen));
+  }
+}
+
+TEST_F(Programs, GnuTLSFindsTheCardWithoutConfiguration) {
+  EXPECT_THAT(shell("p11tool --list-all 'pkcs11:object=RSA%20key'"),
+              AllOf(HasSubstr("type=cert"), HasSubstr("Type: Private key")));
+  EXPECT_THAT(shell("p11tool --test-sign 'pkcs11:object=EC%20key;type=private' 2>&1"),
+              AllOf(HasSubstr("ok"), Not(HasSubstr("fail"))));
+}
+
+TEST_F(Programs, CardToolsPassTheirOwnTests) {
+  EXPECT_THAT(shell("pkcs11-tool --module $MODULE --test 2>&1"),
+              AllOf(HasSubstr("No errors"), Not(HasSubstr("ERR"))));
+  EXPECT_THAT(shell("pkcs11-tool --module $MODULE --test-fork 2>&1"),
+              AllOf(HasSubstr("forked child"), Not(HasSubstr("CKR_"))));
+  EXPECT_THAT(shell("pkcs11-tool --module /usr/lib/$(uname -m)-linux-gnu/p11-kit-proxy.so -O 2>&1"),
+              AllOf(HasSubstr("RSA key"), HasSubstr("EC key")));
+}
+
+TEST_F(Programs, PythonSignsAndDecrypts) {
+  write("/use.py",
+        "import sys, PyKCS11\n"
+        "from PyKCS11 import *\n"
+        "lib = PyKCS11Lib(); lib.load(sys.argv[1])\n"
+        "session = lib.openSession(lib.getSlotList(tokenPresent=True)[0])\n"
+        "rsa = session.findObjects([(CKA_CLASS, CKO_PRIVATE_KEY), (CKA_KEY_TYPE, CKK_RSA)])[0]\n"
+        "ec = session.findObjects([(CKA_CLASS, CKO_PRIVATE_KEY), (CKA_KEY_TYPE, CKK_EC)])[0]\n"
+        "open('sig', 'wb').write(bytes(session.sign(rsa, b'the letter', "
+        "Mechanism(CKM_SHA256_RSA_PKCS))))\n"
+        "assert len(session.sign(ec, bytes(32), Mechanism(CKM_ECDSA))) == 64\n"
+        "secret = bytes(session.decrypt(rsa, open('enc', 'rb').read(), RSAOAEPMechanism(CKM_SHA_1, "
+        "CKG_MGF1_SHA1)))\n"
+        "print(secret.decode())\n");
+  EXPECT_THAT(shell("printf 'blue tin' | openssl pkeyutl -encrypt -pubin -inkey rsa.pub "
+                    "-pkeyopt rsa_padding_mode:oaep -out enc\n"
+                    "/usr/bin/python3 use.py $MODULE\n"
+                    "openssl dgst -sha256 -verify rsa.pub -signature sig letter"),
+              AllOf(HasSubstr("blue tin\n"), HasSubstr("Verified OK")));
+}
+
+}  // namespace
+}  // namespace system_tests
