@@ -6,9 +6,7 @@
 namespace client {
 
 void LinkKeeper::keep(std::unique_ptr<Connection> connection) {
-  current_ = std::make_shared<SharedLink>(std::move(connection));
-  std::erase_if(links_, [](const auto &link) { return link.expired(); });
-  links_.push_back(current_);
+  current_ = std::make_shared<SharedLink>(std::move(connection), descriptors_);
 }
 
 void LinkKeeper::retire(const std::shared_ptr<SharedLink> &link) {
@@ -45,14 +43,6 @@ std::optional<Error> LinkKeeper::whyHopeless(Deadline callBegan,
   const bool isHopeless = trouble_ && trouble_->latest >= callBegan &&
                           trouble_->latest - std::max(callBegan, trouble_->since) >= limit;
   return isHopeless ? std::optional(trouble_->reason) : std::nullopt;
-}
-
-void LinkKeeper::abandon() {
-  for (const auto &entry : links_) {
-    if (const auto link = entry.lock()) {
-      link->abandon();
-    }
-  }
 }
 
 }  // namespace client

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <vector>
 
 #include "base/Error.hpp"
 #include "client/Backoff.hpp"
+#include "client/OpenDescriptors.hpp"
 #include "client/Patience.hpp"
 #include "client/SharedLink.hpp"
 
@@ -41,8 +41,8 @@ class LinkKeeper {
   [[nodiscard]] std::optional<Error> whyHopeless(Deadline callBegan,
                                                  std::chrono::milliseconds limit) const;
 
-  // Closes the descriptors of all links without a word.
-  void abandon();
+  // Closes the descriptors of all links without a word, in the child of a fork: needs no lock.
+  void abandon() { descriptors_.closeAll(); }
 
  private:
   // Failures in a row, without an answer or a connection that lasted between them.
@@ -56,8 +56,8 @@ class LinkKeeper {
   static constexpr std::chrono::milliseconds kFirstPause{50};
   static constexpr std::chrono::milliseconds kLongestPause{1000};
 
+  OpenDescriptors descriptors_;  // outlives the links
   std::shared_ptr<SharedLink> current_;
-  std::vector<std::weak_ptr<SharedLink>> links_;  // this and those on which requests still wait
   Deadline nextAttempt_;
   Backoff pauses_{kFirstPause, kLongestPause};
   std::optional<Trouble> trouble_;

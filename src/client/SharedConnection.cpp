@@ -106,7 +106,7 @@ class SharedConnection::Call {
   // Null, with the reason given, if there is none within the terms.
   std::shared_ptr<SharedLink> linkThatStands() {
     while (true) {
-      const auto link = state_.links.current();
+      auto link = state_.links.current();
       if (link && link->stands()) {
         return link;
       }
@@ -182,9 +182,7 @@ std::optional<QuillMessage> SharedConnection::request(const QuillMessage &messag
 void SharedConnection::abandon() {
   // never released: a thread that is not in this process may hold its lock or wait in it
   State &old = *state_.release();
-  if (old.mutex.try_lock()) {
-    old.links.abandon();
-  }
+  old.links.abandon();
   state_ = std::make_unique<State>();
 }
 

@@ -56,8 +56,8 @@ class SharedConnection {
                                                     Error *error = nullptr);
 
   // For a process that got this through fork: closes the descriptors without a word and begins
-  // anew. Safe whatever the threads of the other process were doing; what they held is left as it
-  // is, descriptors included if they held the lock at that instant.
+  // anew. Safe whatever the threads of the other process were doing; all else that they held is
+  // left as it is.
   void abandon();
 
  private:

@@ -25,8 +25,8 @@ SharedLink::Waiter::~Waiter() {
   link_.handOn();
 }
 
-SharedLink::SharedLink(std::unique_ptr<Connection> connection)
-    : connection_(std::move(connection)) {}
+SharedLink::SharedLink(std::unique_ptr<Connection> connection, OpenDescriptors &descriptors)
+    : connection_(std::move(connection)), entry_(descriptors, connection_->descriptor()) {}
 
 bool SharedLink::stands() {
   if (polling_ == 0) {

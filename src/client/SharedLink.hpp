@@ -10,6 +10,7 @@
 #include "base/Error.hpp"
 #include "base/UUID.hpp"
 #include "client/Connection.hpp"
+#include "client/OpenDescriptors.hpp"
 #include "client/Patience.hpp"
 #include "protocol/QuillMessage.hpp"
 
@@ -42,7 +43,7 @@ class SharedLink {
     bool sleeps_ = false;
   };
 
-  explicit SharedLink(std::unique_ptr<Connection> connection);
+  SharedLink(std::unique_ptr<Connection> connection, OpenDescriptors &descriptors);
 
   // Reads what has come while nobody polled. False if the connection is at its end.
   [[nodiscard]] bool stands();
@@ -64,15 +65,13 @@ class SharedLink {
   // True if it brought nothing: no answer has come, and it is hardly older than its handshake.
   [[nodiscard]] bool wasInVain() const;
 
-  // See Connection.
-  void abandon() { connection_->abandon(); }
-
  private:
   [[nodiscard]] bool isPolledForAll() const;
   void poll(Lock &lock, Deadline time);
   void pump();
 
   std::unique_ptr<Connection> connection_;
+  OpenDescriptors::Entry entry_;  // goes before the descriptor is closed
   Deadline openedAt_ = std::chrono::steady_clock::now();
   std::unordered_map<UUID, Waiter *> waiters_;  // without those that have their answer
   int polling_ = 0;                             // threads that poll now

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "client/PinnedServer.hpp"
+#include "client/SocketMark.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 
 namespace client {
@@ -96,6 +97,28 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
   std::ranges::for_each(threads, [](std::thread &thread) { thread.join(); });
 }
 
+TEST_F(SharedConnectionTest, IsReadByAnotherThreadWhenTheOneThatReadLeaves) {
+  std::promise<void> isWaiting;
+  std::promise<void> hasLeft;
+  serve([&](ServedConnection &connection, int number) {
+    const auto first = connection.receive().value();
+    isWaiting.set_value();
+    const auto second = connection.receive().value();
+    answer(connection, number, first);
+    hasLeft.get_future().wait();
+    answer(connection, number, second);
+  });
+  Terms terms = soon();
+  terms.glance = std::chrono::hours(1);
+  std::thread first([&] {
+    EXPECT_TRUE(connection_.request(requestFor(1), terms));
+    hasLeft.set_value();
+  });
+  isWaiting.get_future().wait();
+  EXPECT_EQ(ask(2, terms), (Bytes{2, 0}));
+  first.join();
+}
+
 TEST_F(SharedConnectionTest, LeavesAConnectionOnWhichADeadlinePassedToThoseThatWaitThere) {
   std::promise<void> isWaiting;
   std::promise<void> isLeft;
@@ -147,7 +170,7 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
   ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
 
   EXPECT_EQ(ask(2), (Bytes{2, 1}));
-  EXPECT_NE(::fcntl(reused, F_GETFD), -1) << "it was closed";
+  EXPECT_EQ(SocketMark::of(reused), SocketMark::of(mine.get())) << "it was closed";
   std::array<char, 1> byte{};
   EXPECT_EQ(::recv(other.get(), byte.data(), byte.size(), MSG_DONTWAIT), -1) << "it was written to";
   ::close(reused);
@@ -170,8 +193,10 @@ TEST_F(SharedConnectionTest, IsTakenUpAnewByTheChildOfAForkWhileTheParentsGoesOn
   isWaiting.get_future().wait();
   const pid_t child = ::fork();
   if (child == 0) {
+    const int inherited = descriptor_;
     connection_.abandon();
-    ::_exit(ask(2) == Bytes{2, 1} && ::fcntl(descriptor_, F_GETFD) != -1 ? 0 : 1);
+    const bool isClosed = ::fcntl(inherited, F_GETFD) == -1;
+    ::_exit(isClosed && ask(2) == Bytes{2, 1} ? 0 : 1);
   }
   int status = -1;
   EXPECT_EQ(::waitpid(child, &status, 0), child);
