@@ -21,6 +21,17 @@ namespace {
 // A record that is no longer than this and follows a full one belongs to the same chunk.
 constexpr std::size_t kTailBytes = 8;
 
+// What one call may take from the socket: a chain of certificates is at most 100 KiB, and
+// afterwards a record with its overhead, behind the buffer's fill of what is none of the
+// application's. Whoever needs more sends nothing but key updates and the like, which would hold
+// the caller's loop for as long as they come.
+constexpr std::size_t kReceivedPerStep = std::size_t{128} * 1024;
+constexpr std::size_t kReceivedPerRead = std::size_t{36} * 1024;
+
+// Key updates that may come before one record of the application: keys last for millions of
+// records, and each update costs as much as many of these.
+constexpr int kMostKeyUpdates = 32;
+
 }  // namespace
 
 struct TlsChannel::State {
@@ -34,9 +45,9 @@ struct TlsChannel::State {
   std::string errorText;
 
   // Before each call of the library: nothing of another connection may show on this one.
-  void begin() {
+  void begin(std::size_t mayReceive = 0) {
     ERR_clear_error();
-    transport.receivedInCall = 0;
+    transport.mayReceive = mayReceive;
   }
 
   Result fail(bool &side, int number, std::string text) {
@@ -77,8 +88,15 @@ struct TlsChannel::State {
   }
 
   Result read(std::span<std::uint8_t> buffer, std::size_t &length) {
-    begin();
-    return finish(SSL_read_ex(ssl.get(), buffer.data(), buffer.size(), &length));
+    begin(kReceivedPerRead);
+    const Result result = finish(SSL_read_ex(ssl.get(), buffer.data(), buffer.size(), &length));
+    if (transport.keyUpdates > kMostKeyUpdates) {
+      return failWithErrno(readFailed, EPROTO);
+    }
+    if (result == Result::done) {
+      transport.keyUpdates = 0;
+    }
+    return result;
   }
 
   // True if the next record is there and so short that it belongs to a full one before it. It stays
@@ -86,7 +104,7 @@ struct TlsChannel::State {
   bool tailFollows() {
     std::array<std::uint8_t, kTailBytes + 1> tail{};
     std::size_t length = 0;
-    begin();
+    begin(kReceivedPerRead);
     const Result result = finish(SSL_peek_ex(ssl.get(), tail.data(), tail.size(), &length));
     base::cleanse(tail.data(), tail.size());
     return result == Result::done && length <= kTailBytes;
@@ -115,7 +133,7 @@ TlsChannel::Result TlsChannel::handshake() {
   if (state_->readFailed || state_->writeFailed) {
     return Result::failed;
   }
-  state_->begin();
+  state_->begin(kReceivedPerStep);
   Result result = state_->finish(SSL_do_handshake(state_->ssl.get()));
   if (result == Result::ended) {
     result = state_->failWithErrno(state_->readFailed, ECONNRESET);
@@ -145,6 +163,11 @@ TlsChannel::Result TlsChannel::readChunk(std::span<std::uint8_t> buffer, ByteVie
   }
   chunk = buffer.first(length);
   return Result::done;
+}
+
+bool TlsChannel::mayHoldMore() const {
+  return state_->readFailed || !state_->transport.isDrained ||
+         SSL_has_pending(state_->ssl.get()) == 1;
 }
 
 std::size_t TlsChannel::encryptRecord(ByteView unit) {

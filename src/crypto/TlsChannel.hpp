@@ -76,6 +76,9 @@ class TlsChannel {
   // `buffer` must hold kTlsRecordBytes + 8.
   [[nodiscard]] Result readChunk(std::span<std::uint8_t> buffer, ByteView &chunk);
 
+  // False if a read has nothing to give before the socket becomes readable again.
+  [[nodiscard]] bool mayHoldMore() const;
+
   // Encrypts the first record of `unit` into the output buffer and returns how many bytes of
   // plaintext it took: full records, except that the last one of a unit never holds 8 bytes or
   // fewer (unless the unit does). 0: failed. Nothing is sent before flush().

@@ -4,6 +4,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -12,11 +13,6 @@
 namespace crypto {
 namespace {
 
-// What one call may take from the socket. A record is a fraction of it and a chain of certificates
-// is at most 100 KiB: whoever needs more sends nothing but key updates and the like, which would
-// hold the caller's loop for as long as they come.
-constexpr std::size_t kReceivedPerCall = 128 * 1024;
-
 TlsTransport &transportOf(BIO *bio) {
   return *static_cast<TlsTransport *>(BIO_get_data(bio));
 }
@@ -24,7 +20,7 @@ TlsTransport &transportOf(BIO *bio) {
 int readTransport(BIO *bio, char *data, std::size_t size, std::size_t *length) noexcept {
   TlsTransport &transport = transportOf(bio);
   BIO_clear_retry_flags(bio);
-  if (transport.receivedInCall >= kReceivedPerCall) {
+  if (transport.mayReceive == 0) {
     transport.errorNumber = EPROTO;
     return 0;
   }
@@ -32,9 +28,10 @@ int readTransport(BIO *bio, char *data, std::size_t size, std::size_t *length) n
   do {
     got = ::recv(transport.socket, data, size, MSG_DONTWAIT);
   } while (got < 0 && errno == EINTR);
+  transport.isDrained = got < 0 || static_cast<std::size_t>(got) < size;
   if (got > 0) {
     *length = static_cast<std::size_t>(got);
-    transport.receivedInCall += *length;
+    transport.mayReceive -= std::min(transport.mayReceive, *length);
     return 1;
   }
   if (got == 0) {
@@ -49,7 +46,11 @@ int readTransport(BIO *bio, char *data, std::size_t size, std::size_t *length) n
 
 int writeTransport(BIO *bio, const char *data, std::size_t size, std::size_t *length) noexcept {
   Bytes &output = transportOf(bio).output;
-  output.insert(output.end(), data, data + size);
+  try {
+    output.insert(output.end(), data, data + size);
+  } catch (const std::bad_alloc &) {  // no exception may pass the library
+    return 0;
+  }
   *length = size;
   return 1;
 }
@@ -62,6 +63,14 @@ long controlTransport(BIO *bio, int command, long /*number*/, void * /*argument*
       return transportOf(bio).ended ? 1 : 0;
     default:
       return 0;
+  }
+}
+
+void countKeyUpdates(int isWritten, int /*version*/, int type, const void *message,
+                     std::size_t size, SSL * /*ssl*/, void *transport) noexcept {
+  if (isWritten == 0 && type == SSL3_RT_HANDSHAKE && size > 0 &&
+      *static_cast<const std::uint8_t *>(message) == SSL3_MT_KEY_UPDATE) {
+    ++static_cast<TlsTransport *>(transport)->keyUpdates;
   }
 }
 
@@ -95,6 +104,8 @@ void TlsTransport::attach(SSL *ssl) {
   BIO_set_data(bio, this);
   BIO_set_init(bio, 1);
   SSL_set_bio(ssl, bio, bio);
+  SSL_set_msg_callback(ssl, countKeyUpdates);
+  SSL_set_msg_callback_arg(ssl, this);
 }
 
 }  // namespace crypto

@@ -24,10 +24,12 @@ class TlsTransport {
   void attach(SSL *ssl);
 
   int socket;
-  Bytes output;                    // not sent yet
-  std::size_t receivedInCall = 0;  // the caller begins again at 0 before each call of the library
-  bool ended = false;              // the peer has ended its stream
-  int errorNumber = 0;             // the errno value of a failed receive
+  Bytes output;                // not sent yet
+  std::size_t mayReceive = 0;  // bytes; the caller sets it before each call of the library
+  int keyUpdates = 0;          // that were received
+  bool isDrained = false;      // nothing was left in the socket when it was last read
+  bool ended = false;          // the peer has ended its stream
+  int errorNumber = 0;         // the errno value of a failed receive
 
  private:
   bio_method_st *method_;

@@ -4,6 +4,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace platform_linux {
@@ -12,8 +13,13 @@ void AsioMainQueue::run() {
   const auto staysOpen = boost::asio::make_work_guard(context_);
   context_.restart();
   while (!context_.stopped()) {
-    beforeEvent_();
-    context_.run_one();
+    try {
+      beforeEvent_();
+      context_.run_one();
+    } catch (const std::bad_alloc &) {
+      // What the event was for is lost, and nothing else: who would be left in disorder has caught
+      // it before.
+    }
   }
 }
 

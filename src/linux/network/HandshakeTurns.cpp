@@ -11,25 +11,27 @@ constexpr int kStepsPerTurn = 2;
 
 void HandshakeTurns::add(const std::shared_ptr<TlsHandshake> &handshake) {
   waiting_.push_back(handshake);
-  if (waiting_.size() == 1) {
+  if (!isPosted_) {
     post();
   }
 }
 
 void HandshakeTurns::post() {
   queue_.post([self = shared_from_this()] { self->turn(); });
+  isPosted_ = true;
 }
 
 void HandshakeTurns::turn() {
+  isPosted_ = false;
   for (int step = 0; step < kStepsPerTurn && !waiting_.empty();) {
-    // Taken out afterwards: whoever is added meanwhile finds a turn that is posted already.
-    if (const auto handshake = waiting_.front().lock()) {
+    const auto handshake = waiting_.front().lock();
+    waiting_.pop_front();
+    if (handshake) {
       handshake->step();
       ++step;
     }
-    waiting_.pop_front();
   }
-  if (!waiting_.empty()) {
+  if (!waiting_.empty() && !isPosted_) {
     post();
   }
 }

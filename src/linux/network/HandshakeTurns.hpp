@@ -23,6 +23,7 @@ class HandshakeTurns : public std::enable_shared_from_this<HandshakeTurns> {
 
   AsioMainQueue &queue_;
   std::deque<std::weak_ptr<TlsHandshake>> waiting_;
+  bool isPosted_ = false;
 };
 
 }  // namespace platform_linux

@@ -26,13 +26,13 @@ void StallWatch::arm() {
   if (isArmed_ || watched_.empty()) {
     return;
   }
-  isArmed_ = true;
   timer_.expires_after(kBetweenLooks);
   timer_.async_wait(
       [self = shared_from_this()](const boost::system::error_code & /*never cancelled*/) {
         self->isArmed_ = false;
         self->sweep();
       });
+  isArmed_ = true;
 }
 
 void StallWatch::sweep() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace platform_linux {
@@ -89,6 +90,16 @@ void TlsHandshake::step() {
   if (!done_) {
     return;
   }
+  try {
+    goOn();
+  } catch (const std::bad_alloc &) {
+    if (done_) {  // else it was done, and is lost with the one it was handed to
+      end(ENOMEM);
+    }
+  }
+}
+
+void TlsHandshake::goOn() {
   const TlsChannel::Result result = stream_.channel->handshake();
   switch (result) {
     case TlsChannel::Result::done:

@@ -35,12 +35,13 @@ class TlsHandshake : public std::enable_shared_from_this<TlsHandshake> {
   // What was established. Once, after `done`.
   [[nodiscard]] TlsStream takeStream();
 
-  // Goes on as far as the peer's bytes allow. For HandshakeTurns.
+  // Goes on as far as the peer's bytes allow; without memory for that it fails. For HandshakeTurns.
   void step();
 
  private:
   using Wait = boost::asio::ip::tcp::socket::wait_type;
 
+  void goOn();
   void stepWhen(Wait ready);
   void countPiece();
   void pieceIsOver();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace platform_linux {
@@ -29,13 +30,13 @@ TlsLink::TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream)
 // Turns. A link lives at least as long as a turn of its own waits.
 
 void TlsLink::later(void (TlsLink::*turn)()) {
-  commons_->queue.post([self = shared_from_this(), turn] { (self.get()->*turn)(); });
+  commons_->queue.post([self = shared_from_this(), turn] { self->take(turn); });
 }
 
 void TlsLink::turnWhen(Wait ready, void (TlsLink::*turn)()) {
   stream_.socket.async_wait(ready, [self = shared_from_this(), turn](const error_code &aborted) {
     if (!aborted) {
-      (self.get()->*turn)();
+      self->take(turn);
     }
   });
 }
@@ -44,9 +45,17 @@ void TlsLink::turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)())
   timer_.expires_after(time);
   timer_.async_wait([self = shared_from_this(), turn](const error_code &aborted) {
     if (!aborted) {
-      (self.get()->*turn)();
+      self->take(turn);
     }
   });
+}
+
+void TlsLink::take(void (TlsLink::*turn)()) {
+  try {
+    (this->*turn)();
+  } catch (const std::bad_alloc &) {
+    lose(ENOMEM);
+  }
 }
 
 // What others ask of a connection.
@@ -57,9 +66,11 @@ void TlsLink::setStateHandler(platform::Connection::StateHandler handler) {
 
 void TlsLink::start() {
   commons_->queue.post([self = shared_from_this()] {
+    self->isStarted_ = true;
     if (self->phase_ != Phase::closed && self->stateHandler_) {
       self->stateHandler_(ConnectionState::ready, 0);
     }
+    self->scheduleRead();
   });
 }
 
@@ -106,21 +117,30 @@ void TlsLink::rejected() {
 void TlsLink::release() {
   if (phase_ == Phase::open || phase_ == Phase::peerEnded) {
     stateHandler_ = nullptr;
-    beginClosing();
+    try {
+      beginClosing();
+    } catch (const std::bad_alloc &) {  // what was sent can't leave
+      closeNow();
+    }
   }
 }
 
 // Reading.
 
 bool TlsLink::mayRead() const {
-  return phase_ == Phase::open && receive_ && !isReadingPaused_ &&
+  return phase_ == Phase::open && isStarted_ && receive_ && !isReadingPaused_ &&
          output_.bytes() <= kMostUnsentWhileReading;
 }
 
 void TlsLink::scheduleRead() {
-  if (!isReadScheduled_ && mayRead()) {
-    isReadScheduled_ = true;
+  if (isReadScheduled_ || !mayRead()) {
+    return;
+  }
+  isReadScheduled_ = true;
+  if (stream_.channel->mayHoldMore() || writeError_ != 0) {
     later(&TlsLink::readTurn);
+  } else {
+    turnWhen(Wait::wait_read, &TlsLink::readTurn);
   }
 }
 
@@ -157,8 +177,15 @@ void TlsLink::readAgain() {
 }
 
 void TlsLink::deliver(ByteView chunk) {
-  const auto completion = std::exchange(receive_, nullptr);
-  completion({chunk, /*isFinal=*/false, /*errorNumber=*/0});
+  auto completion = std::exchange(receive_, nullptr);
+  try {
+    completion({chunk, /*isFinal=*/false, /*errorNumber=*/0});
+  } catch (const std::bad_alloc &) {
+    if (!receive_) {  // it is still to hear of the end
+      receive_ = std::move(completion);
+    }
+    throw;
+  }
   // The buffer is every link's: what stood in it may have been a PIN.
   base::cleanse(commons_->buffer.data(), std::min(commons_->buffer.size(), chunk.size()));
 }
@@ -174,8 +201,8 @@ void TlsLink::peerEnded() {
 
 void TlsLink::scheduleFlush() {
   if (!isFlushScheduled_) {
-    isFlushScheduled_ = true;
     later(&TlsLink::flushTurn);
+    isFlushScheduled_ = true;
   }
 }
 

@@ -52,6 +52,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   enum class Phase { open, peerEnded, closing, closed };
   using Wait = boost::asio::ip::tcp::socket::wait_type;
 
+  void take(void (TlsLink::*turn)());  // without memory for a turn this link is lost, and no other
   void later(void (TlsLink::*turn)());
   void turnWhen(Wait ready, void (TlsLink::*turn)());
   void turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)());
@@ -85,6 +86,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   platform::Connection::ReceiveCompletion receive_;
   Rejections rejections_;
   Acknowledgements acknowledgements_;
+  bool isStarted_ = false;  // `ready` was told; before that nothing is read
   bool isReadScheduled_ = false;
   bool isReadingPaused_ = false;
   bool isFlushScheduled_ = false;

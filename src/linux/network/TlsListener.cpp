@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <new>
 #include <utility>
 
 #include "linux/network/DescriptorReserve.hpp"
@@ -18,7 +19,7 @@ using boost::system::error_code;
 // What one turn of the loop accepts before others have theirs.
 constexpr int kAcceptancesPerTurn = 4;
 
-// How long accepting rests when the process has no descriptor left.
+// How long accepting rests when the process has no descriptor or no memory left.
 constexpr std::chrono::milliseconds kRest{100};
 
 // A handshake that is younger than this makes room for nobody: it may well be an honest one.
@@ -97,9 +98,17 @@ void TlsListener::report(platform::ListenerState state, int errorNumber) {
 void TlsListener::waitForSockets() {
   acceptor_.async_wait(tcp::acceptor::wait_read, [self = self_](const error_code &aborted) {
     if (!aborted && *self != nullptr) {
-      (*self)->acceptSockets();
+      (*self)->acceptWhatCame();
     }
   });
+}
+
+void TlsListener::acceptWhatCame() {
+  try {
+    acceptSockets();
+  } catch (const std::bad_alloc &) {  // the one that was accepted is closed again
+    rest();
+  }
 }
 
 void TlsListener::acceptSockets() {
@@ -128,6 +137,10 @@ void TlsListener::pauseAccepting(const platform::Limit &descriptors) {
   if (!std::exchange(isPaused_, true)) {
     commons_->reporter({descriptors, "connections on port " + std::to_string(port_) + " wait"});
   }
+  rest();
+}
+
+void TlsListener::rest() {
   retry_.expires_after(kRest);
   retry_.async_wait([self = self_](const error_code &aborted) {
     if (!aborted && *self != nullptr) {
@@ -171,13 +184,13 @@ void TlsListener::shakeHands(tcp::socket socket, const Guest &guest,
   const auto handshake =
       std::make_shared<TlsHandshake>(commons_->queue, commons_->handshakes, std::move(socket),
                                      *context_, guest.peer, entrance_.takeConnection(guest));
-  unfinished_.push_back({handshake, entrance_.takeHandshake(guest)});
   handshake->begin(time, [self = self_, weak = std::weak_ptr(handshake)](int error) {
     const auto finished = weak.lock();
     if (*self != nullptr && finished) {
       (*self)->handOver(finished, error);
     }
   });
+  unfinished_.push_back({handshake, entrance_.takeHandshake(guest)});  // one that has begun
 }
 
 void TlsListener::handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber) {

@@ -38,8 +38,10 @@ class TlsListener final : public platform::Listener {
   [[nodiscard]] int open();
   void report(platform::ListenerState state, int errorNumber);
   void waitForSockets();
+  void acceptWhatCame();
   void acceptSockets();
   void pauseAccepting(const platform::Limit &descriptors);
+  void rest();
   void letIn(boost::asio::ip::tcp::socket socket);
   [[nodiscard]] std::optional<platform::Limit> refuses(const Guest &guest,
                                                        const platform::ListenerLimits &limits);

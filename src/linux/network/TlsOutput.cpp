@@ -12,8 +12,9 @@ constexpr std::size_t kBytesPerTurn = std::size_t{64} << 10;
 }  // namespace
 
 void TlsOutput::add(CleansedBytes unit, Completion completion) {
-  plain_ += unit.size();
+  const std::size_t size = unit.size();
   units_.push_back(Unit{std::move(unit), 0, std::move(completion)});
+  plain_ += size;
 }
 
 TlsChannel::Result TlsOutput::turn() {
