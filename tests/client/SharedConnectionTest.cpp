@@ -59,7 +59,7 @@ class SharedConnectionTest : public testing::Test {
 
   crypto::Identity identity_ = fakes::makeIdentity("daemon");
   Judge judge_ = judgeByKeyOf(identity_.certificate);
-  std::uint16_t port_ = 0;
+  std::atomic<std::uint16_t> port_ = 0;
   std::optional<ScriptedDaemon> daemon_;
   Error error_;
   std::atomic<int> descriptor_ = -1;
