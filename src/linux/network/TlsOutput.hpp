@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <vector>
 
 #include "base/Secret.hpp"
@@ -43,7 +43,7 @@ class TlsOutput {
   [[nodiscard]] bool encrypt();
 
   crypto::TlsChannel &channel_;
-  std::deque<Unit> units_;           // not yet encrypted to their end
+  std::list<Unit> units_;            // not yet encrypted to their end
   std::size_t plain_ = 0;            // bytes in these that are not encrypted
   std::vector<Completion> leaving_;  // of units that are encrypted, not yet with the system
 };
