@@ -31,6 +31,8 @@ class QuillNetworkManager : public RequestProcessor {
   // Everything but tests uses manager().
   explicit QuillNetworkManager(const ManagerPlatform &platform);
   ~QuillNetworkManager() override;
+  QuillNetworkManager(const QuillNetworkManager &) = delete;
+  QuillNetworkManager &operator=(const QuillNetworkManager &) = delete;
 
   // The process's one manager, made at the first call on the platform that usePlatform was given
   // before.

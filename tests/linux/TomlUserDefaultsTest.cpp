@@ -47,19 +47,14 @@ TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
 }
 
 TEST_F(Defaults, AreLookedAtOnceWithinAMoment) {
-  std::uint64_t moment = 1;
+  std::uint64_t moment = 0;
   TomlUserDefaults defaults(nullptr, folder_.path(), [&] { return moment; });
-  const auto afterWriting = [&](int value) {
-    folder_.write("kfyd.toml", "n = " + std::to_string(value));
-    return defaults.integer("kfyd", "n");
-  };
-  EXPECT_EQ(afterWriting(1), 1);
-  EXPECT_EQ(afterWriting(2), 1);
-  moment = 2;
-  EXPECT_EQ(afterWriting(3), 3);
-  moment = 0;
-  EXPECT_EQ(afterWriting(4), 4);
-  EXPECT_EQ(afterWriting(5), 5);
+  int written = 0;
+  for (const auto &[now, seen] : {std::pair{1, 1}, {1, 1}, {2, 3}, {0, 4}, {0, 5}}) {
+    moment = static_cast<std::uint64_t>(now);
+    folder_.write("kfyd.toml", "n = " + std::to_string(++written));
+    EXPECT_EQ(defaults.integer("kfyd", "n"), seen);
+  }
 }
 
 TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
