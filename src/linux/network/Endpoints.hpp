@@ -7,7 +7,7 @@
 namespace platform_linux {
 
 // The same address, an IPv4-mapped one as the IPv4 address that it stands for.
-[[nodiscard]] boost::asio::ip::address unmapped(const boost::asio::ip::address &address);
+[[nodiscard]] boost::asio::ip::address unmapped(const boost::asio::ip::address &from);
 
 // The other end of a connection, for people and for counting.
 [[nodiscard]] platform::Endpoint endpointOf(const boost::asio::ip::tcp::endpoint &remote);
