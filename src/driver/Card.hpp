@@ -64,6 +64,9 @@ class Card {
   [[nodiscard]] virtual UseResult decrypt(const CardIdentity &identity, ByteView data,
                                           const SecretText &pin) = 0;
 
+  // Why the daemon could not be asked the last time, in one line; empty if it could.
+  [[nodiscard]] virtual std::string lastTrouble() = 0;
+
   // For a process that got this card through fork: lets go of the connection without a word.
   virtual void abandon() = 0;
 };

@@ -62,11 +62,11 @@ Bytes mechanismsAttribute(crypto::KeyType type) {
 Attributes commonAttributes(CK_OBJECT_CLASS objectClass, const CardIdentity &identity,
                             const std::string &label) {
   return {{CKA_CLASS, attributeOf(objectClass)},
-          {CKA_TOKEN, attributeOf(true)},
-          {CKA_PRIVATE, attributeOf(false)},
-          {CKA_MODIFIABLE, attributeOf(false)},
-          {CKA_COPYABLE, attributeOf(false)},
-          {CKA_DESTROYABLE, attributeOf(false)},
+          {CKA_TOKEN, yes()},
+          {CKA_PRIVATE, no()},
+          {CKA_MODIFIABLE, no()},
+          {CKA_COPYABLE, no()},
+          {CKA_DESTROYABLE, no()},
           {CKA_LABEL, base::bytesOf(label)},
           {CKA_ID, identity.publicKeyHash},
           {CKA_SUBJECT, identity.certificate.subjectDER()},
@@ -77,7 +77,7 @@ Attributes commonAttributes(CK_OBJECT_CLASS objectClass, const CardIdentity &ide
 // What both halves of a key have. The numbers of the public half stand on the private one too,
 // where most programs look for them.
 void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
-  attributes[CKA_LOCAL] = attributeOf(false);
+  attributes[CKA_LOCAL] = no();
   attributes[CKA_KEY_GEN_MECHANISM] = attributeOf(CK_UNAVAILABLE_INFORMATION);
   attributes[CKA_PUBLIC_KEY_INFO] = key.subjectPublicKeyInfo();
   attributes[CKA_ALLOWED_MECHANISMS] = mechanismsAttribute(key.type());
@@ -132,7 +132,7 @@ ObjectPointer CardObjectMaker::certificateObject(const CardIdentity &identity,
   object.attributes[CKA_CERTIFICATE_TYPE] = attributeOf(CK_ULONG{CKC_X_509});
   object.attributes[CKA_CERTIFICATE_CATEGORY] = attributeOf(kTokenUser);
   object.attributes[CKA_JAVA_MIDP_SECURITY_DOMAIN] = attributeOf(CK_ULONG{0});
-  object.attributes[CKA_TRUSTED] = attributeOf(false);
+  object.attributes[CKA_TRUSTED] = no();
   object.attributes[CKA_URL] = {};
   object.attributes[CKA_CHECK_VALUE] = {
       hash.begin(),
@@ -154,12 +154,12 @@ ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
   if (isRSA) {
     object.attributes[CKA_MODULUS_BITS] = attributeOf(static_cast<CK_ULONG>(key.bits()));
   }
-  object.attributes[CKA_VERIFY] = attributeOf(true);
+  object.attributes[CKA_VERIFY] = yes();
   object.attributes[CKA_ENCRYPT] = attributeOf(isRSA);
-  object.attributes[CKA_VERIFY_RECOVER] = attributeOf(false);
-  object.attributes[CKA_WRAP] = attributeOf(false);
-  object.attributes[CKA_DERIVE] = attributeOf(false);
-  object.attributes[CKA_TRUSTED] = attributeOf(false);
+  object.attributes[CKA_VERIFY_RECOVER] = no();
+  object.attributes[CKA_WRAP] = no();
+  object.attributes[CKA_DERIVE] = no();
+  object.attributes[CKA_TRUSTED] = no();
   object.key = key;
   return std::make_shared<const Object>(std::move(object));
 }
@@ -173,16 +173,16 @@ ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
   object.attributes = commonAttributes(CKO_PRIVATE_KEY, identity, label);
   addKeyAttributes(object.attributes, key);
   object.attributes[CKA_PRIVATE] = attributeOf(needsLogin);
-  object.attributes[CKA_SENSITIVE] = attributeOf(true);
-  object.attributes[CKA_ALWAYS_SENSITIVE] = attributeOf(true);
-  object.attributes[CKA_EXTRACTABLE] = attributeOf(false);
-  object.attributes[CKA_NEVER_EXTRACTABLE] = attributeOf(true);
-  object.attributes[CKA_ALWAYS_AUTHENTICATE] = attributeOf(false);
-  object.attributes[CKA_WRAP_WITH_TRUSTED] = attributeOf(false);
+  object.attributes[CKA_SENSITIVE] = yes();
+  object.attributes[CKA_ALWAYS_SENSITIVE] = yes();
+  object.attributes[CKA_EXTRACTABLE] = no();
+  object.attributes[CKA_NEVER_EXTRACTABLE] = yes();
+  object.attributes[CKA_ALWAYS_AUTHENTICATE] = no();
+  object.attributes[CKA_WRAP_WITH_TRUSTED] = no();
   object.attributes[CKA_SIGN] = attributeOf(identity.canSign);
-  object.attributes[CKA_SIGN_RECOVER] = attributeOf(false);
+  object.attributes[CKA_SIGN_RECOVER] = no();
   object.attributes[CKA_DECRYPT] = attributeOf(identity.canDecrypt && type == crypto::KeyType::rsa);
-  object.attributes[CKA_UNWRAP] = attributeOf(false);
+  object.attributes[CKA_UNWRAP] = no();
   object.attributes[CKA_DERIVE] = attributeOf(identity.canDecrypt && type == crypto::KeyType::ec);
   object.key = key;
   object.identity = identity;

@@ -54,10 +54,8 @@ class DaemonCard final : public Card {
                                const SecretText &pin) override;
   [[nodiscard]] UseResult decrypt(const CardIdentity &identity, ByteView data,
                                   const SecretText &pin) override;
+  [[nodiscard]] std::string lastTrouble() override;
   void abandon() override;
-
-  // Why the daemon could not be asked the last time, in one line; empty if it could.
-  [[nodiscard]] std::string lastTrouble();
 
  private:
   // No lock is held while anybody is asked.

@@ -22,20 +22,20 @@ std::optional<CK_ULONG> numberIn(const Bytes &value) {
 CK_RV attributesFor(std::span<const CK_ATTRIBUTE> wanted, Object &object) {
   object.attributes = {{CKA_CLASS, attributeOf(CK_ULONG{CKO_SECRET_KEY})},
                        {CKA_KEY_TYPE, attributeOf(CK_ULONG{CKK_GENERIC_SECRET})},
-                       {CKA_TOKEN, attributeOf(false)},
-                       {CKA_PRIVATE, attributeOf(false)},
-                       {CKA_MODIFIABLE, attributeOf(false)},
-                       {CKA_SENSITIVE, attributeOf(false)},
-                       {CKA_EXTRACTABLE, attributeOf(true)},
+                       {CKA_TOKEN, no()},
+                       {CKA_PRIVATE, no()},
+                       {CKA_MODIFIABLE, no()},
+                       {CKA_SENSITIVE, no()},
+                       {CKA_EXTRACTABLE, yes()},
                        {CKA_LABEL, {}},
                        {CKA_ID, {}}};
   for (const CK_ATTRIBUTE &attribute : wanted) {
     const auto *const value = static_cast<const std::uint8_t *>(attribute.pValue);
     object.attributes[attribute.type].assign(value, value + attribute.ulValueLen);
   }
-  object.attributes[CKA_LOCAL] = attributeOf(false);
-  object.attributes[CKA_ALWAYS_SENSITIVE] = attributeOf(false);
-  object.attributes[CKA_NEVER_EXTRACTABLE] = attributeOf(false);
+  object.attributes[CKA_LOCAL] = no();
+  object.attributes[CKA_ALWAYS_SENSITIVE] = no();
+  object.attributes[CKA_NEVER_EXTRACTABLE] = no();
   if (object.has(CKA_TOKEN)) {
     return CKR_TOKEN_WRITE_PROTECTED;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 namespace driver {
 
@@ -52,16 +53,15 @@ void Driver::closeAllSessions() {
 
 CK_RV Driver::waitForSlotEvent(bool mayBlock) {
   constexpr std::chrono::milliseconds kPoll{100};
+  const std::uint64_t first = token.firstGeneration();
   while (true) {
     const std::uint64_t generation = token.generation();
     std::unique_lock lock(mutex_);
     if (isStopped_) {
       return CKR_CRYPTOKI_NOT_INITIALIZED;
     }
-    const bool isNew = hasSeen_ && generation != seenGeneration_;
-    hasSeen_ = true;
-    seenGeneration_ = generation;
-    if (isNew) {
+    const std::uint64_t seen = std::exchange(seenGeneration_, generation).value_or(first);
+    if (generation != seen) {
       return CKR_OK;
     }
     if (!mayBlock) {

@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "driver/Handles.hpp"
@@ -30,8 +31,9 @@ class Driver {
   [[nodiscard]] CK_RV closeSession(CK_SESSION_HANDLE handle);
   void closeAllSessions();
 
-  // Waits on the calling thread until a card came or went since the last such event, or the driver
-  // is stopped: CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there.
+  // Waits on the calling thread until a card came or went since the last such event, or since the
+  // program first looked at the token, or until the driver is stopped:
+  // CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there.
   [[nodiscard]] CK_RV waitForSlotEvent(bool mayBlock);
 
   // Ends all waiting above. C_Finalize.
@@ -46,8 +48,7 @@ class Driver {
   std::mutex mutex_;
   std::condition_variable stopping_;
   bool isStopped_ = false;
-  std::uint64_t seenGeneration_ = 0;
-  bool hasSeen_ = false;
+  std::optional<std::uint64_t> seenGeneration_;  // of the last event; nothing before the first wait
 };
 
 }  // namespace driver

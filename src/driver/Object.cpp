@@ -53,7 +53,7 @@ bool fitsOne(const Object &object, const CK_ATTRIBUTE &wanted) {
 }  // namespace
 
 Bytes attributeOf(bool value) {
-  return {value ? std::uint8_t{CK_TRUE} : std::uint8_t{CK_FALSE}};
+  return value ? yes() : no();
 }
 
 Bytes attributeOf(CK_ULONG value) {
@@ -64,7 +64,7 @@ Bytes attributeOf(CK_ULONG value) {
 
 bool Object::has(CK_ATTRIBUTE_TYPE type) const {
   const auto found = attributes.find(type);
-  return found != attributes.end() && found->second == attributeOf(true);
+  return found != attributes.end() && found->second == yes();
 }
 
 CK_RV fill(std::span<CK_ATTRIBUTE> wanted, const Object &object) {

@@ -29,9 +29,15 @@ struct Object {
 
 using ObjectPointer = std::shared_ptr<const Object>;
 
-// How attributes are written: a CK_BBOOL, a CK_ULONG.
+// How attributes are written: a CK_BBOOL, a CK_ULONG; yes() and no() where it is always the same.
 [[nodiscard]] Bytes attributeOf(bool value);
 [[nodiscard]] Bytes attributeOf(CK_ULONG value);
+[[nodiscard]] inline Bytes yes() {
+  return {CK_TRUE};
+}
+[[nodiscard]] inline Bytes no() {
+  return {CK_FALSE};
+}
 
 // Fills a template with the object's attributes (PKCS #11 v2.40, C_GetAttributeValue): each one on
 // its own, whatever became of those before it. The result names one that could not be had.

@@ -44,7 +44,7 @@ class OperationPlace {
     if (!operation) {
       return CKR_OPERATION_NOT_INITIALIZED;
     }
-    Return returned{*this, nullptr};
+    Return returned(*this);
     const Progress progress = std::forward<Step>(step)(*operation);
     if (!progress.isOver) {
       returned.operation = std::move(operation);
@@ -61,14 +61,21 @@ class OperationPlace {
 
  private:
   // Puts back what the step left, whichever way it is left.
-  struct Return {
+  class Return {
+   public:
+    explicit Return(OperationPlace &place) : place_(place) {}
     ~Return() {
-      const std::lock_guard lock(place.mutex_);
-      place.isActive_ = operation != nullptr;
-      place.operation_ = std::move(operation);
+      const std::lock_guard lock(place_.mutex_);
+      place_.isActive_ = operation != nullptr;
+      place_.operation_ = std::move(operation);
     }
-    OperationPlace &place;
+    Return(const Return &) = delete;
+    Return &operator=(const Return &) = delete;
+
     std::unique_ptr<T> operation;
+
+   private:
+    OperationPlace &place_;
   };
 
   [[nodiscard]] std::unique_ptr<T> take() {

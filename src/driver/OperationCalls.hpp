@@ -27,7 +27,7 @@ template <typename T>
 // A step of an operation that gets input: `step` takes the operation and the bytes.
 template <typename T, typename Step>
 [[nodiscard]] CK_RV proceed(OperationPlace<T> &place, const CK_BYTE *bytes, CK_ULONG length,
-                            Step &&step) {
+                            const Step &step) {
   return place.proceed([&](T &operation) -> Progress {
     const auto input = inputOf(bytes, length);
     return input ? step(operation, *input) : Progress{CKR_ARGUMENTS_BAD};

@@ -21,7 +21,7 @@ void workInOwnContext() {
 }
 
 void leaveInheritedContext() {
-  crypto::setLibraryContext(nullptr);
+  crypto::setLibraryContext(/*context=*/nullptr);
 }
 
 }  // namespace driver

@@ -51,8 +51,8 @@ CK_RV Process::finalize() {
   }
   ended->stop();
   if (crypto::libraryHasEnded()) {
-    // what it holds of the library can't be released any more
-    static_cast<void>(std::make_unique<std::shared_ptr<Driver>>(std::move(ended)).release());
+    const std::lock_guard lock(mutex_);
+    unreleasable_.push_back(std::move(ended));
   }
   return CKR_OK;
 }

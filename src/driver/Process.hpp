@@ -5,6 +5,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "driver/Driver.hpp"
 #include "driver/Pkcs11.hpp"
@@ -37,6 +38,8 @@ class Process {
   pid_t identifier_;
   std::mutex mutex_;
   std::shared_ptr<Driver> driver_;
+  std::vector<std::shared_ptr<Driver>>
+      unreleasable_;                      // ended after the library they hold things of
   std::atomic<Driver *> shown_{nullptr};  // the same, to be found without the lock after fork
 };
 

@@ -40,6 +40,7 @@ Card &Token::card() {
     workInOwnContext();
     settings_ = readSettings([this](const std::string &line) { journal_.report(line); });
     owned_ = factory_(settings_, journal_);
+    firstGeneration_ = owned_->generation();
     card_ = owned_.get();
   });
   return *card_;
@@ -51,6 +52,11 @@ void Token::abandon() {
   }
 }
 
+std::uint64_t Token::firstGeneration() {
+  static_cast<void>(card());
+  return firstGeneration_;
+}
+
 PinMode Token::pinMode() {
   static_cast<void>(card());
   return settings_.pinMode;
@@ -59,6 +65,7 @@ PinMode Token::pinMode() {
 std::shared_ptr<const CardObjects> Token::objects() {
   const std::shared_ptr<const CardContent> content = card().content();
   if (!content || content->empty()) {
+    reportMissingContent();
     return nullptr;
   }
   const std::lock_guard lock(mutex_);
@@ -69,6 +76,15 @@ std::shared_ptr<const CardObjects> Token::objects() {
     login_.reset();
   }
   return objects_;
+}
+
+// That there is no card is nothing to report: programs look all the time.
+void Token::reportMissingContent() {
+  const std::string trouble = card().lastTrouble();
+  if (!trouble.empty() && isPresent()) {
+    report("the card is there, but what it holds can't be read: " + trouble +
+           "; try: kfyctl doctor");
+  }
 }
 
 bool Token::isLoggedIn() {
@@ -118,8 +134,10 @@ CK_RV Token::ask(KeyRequest request, const Object &privateKey, ByteView data, Se
     answer = std::move(use.answer);
   } else {
     const char *const what = request == KeyRequest::sign ? "signing" : "decrypting";
-    report(std::string(what) + " with the key \"" + identity.label + "\" failed: " + trouble.cause +
-           "; try: " + trouble.remedy);
+    const std::string cause =
+        use.outcome == UseOutcome::failed ? card().lastTrouble() : std::string();
+    report(std::string(what) + " with the key \"" + identity.label +
+           "\" failed: " + (cause.empty() ? trouble.cause : cause) + "; try: " + trouble.remedy);
   }
   return trouble.result;
 }

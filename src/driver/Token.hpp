@@ -33,6 +33,10 @@ class Token {
   [[nodiscard]] bool isPresent() { return card().isPresent(); }
   [[nodiscard]] std::uint64_t generation() { return card().generation(); }
 
+  // The generation when the program first looked at the token: what it has seen since then it need
+  // not be told.
+  [[nodiscard]] std::uint64_t firstGeneration();
+
   // The card's objects as they are now, null while there is no card.
   [[nodiscard]] std::shared_ptr<const CardObjects> objects();
 
@@ -64,12 +68,14 @@ class Token {
   };
 
   [[nodiscard]] Card &card();
+  void reportMissingContent();
   [[nodiscard]] SecretText pinForNow();
 
   CardFactory factory_;
   Journal journal_;
   std::once_flag once_;
   Settings settings_;
+  std::uint64_t firstGeneration_ = 0;
   std::unique_ptr<Card> owned_;
   std::atomic<Card *> card_{nullptr};  // the same, to be found without a lock after fork
 

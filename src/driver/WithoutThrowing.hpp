@@ -59,7 +59,7 @@ template <typename Call>
 
 template <typename Call>
 [[nodiscard]] CK_RV withoutThrowing(const char *function, CK_SESSION_HANDLE handle,
-                                    Call &&call) noexcept {
+                                    const Call &call) noexcept {
   return withoutThrowing(function, [&](Driver &driver) {
     const std::shared_ptr<Session> session = driver.sessions.find(handle);
     return session ? call(driver, *session) : CK_RV{CKR_SESSION_HANDLE_INVALID};

@@ -122,9 +122,9 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   CK_ULONG length = signature.size();
   CK_TOKEN_INFO info{};
   CK_SLOT_ID slot = 9;
-  EXPECT_EQ(f.C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
   card.show(nullptr);
   EXPECT_EQ(f.C_WaitForSlotEvent(0, &slot, nullptr), CKR_OK);
+  EXPECT_EQ(f.C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
   EXPECT_EQ(slot, 0U);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_TOKEN_NOT_PRESENT);
   EXPECT_EQ(f.C_SignInit(session, &given, before.front()), CKR_DEVICE_REMOVED);

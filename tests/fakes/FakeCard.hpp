@@ -80,6 +80,7 @@ class FakeCard : public driver::Card {
                                                             : key.deriveECDH(data);
     });
   }
+  std::string lastTrouble() override { return ""; }
   void abandon() override { ++card_.abandoned; }
 
  private:
