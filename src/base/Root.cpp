@@ -4,15 +4,22 @@
 
 namespace base {
 
+namespace {
+
+std::string rootOfEnvironment() {
+  const char *text = secure_getenv("KFYD_ROOT");
+  std::string folder = text == nullptr ? "" : text;
+  while (!folder.empty() && folder.back() == '/') {
+    folder.pop_back();
+  }
+  return folder;
+}
+
+}  // namespace
+
 const std::string &root() {
-  static const std::string value = [] {
-    const char *text = secure_getenv("KFYD_ROOT");
-    std::string folder = text == nullptr ? "" : text;
-    while (!folder.empty() && folder.back() == '/') {
-      folder.pop_back();
-    }
-    return folder;
-  }();
+  // Never destroyed: programs call the token driver from exit handlers, after static objects went.
+  static const auto &value = *new std::string(rootOfEnvironment());  // NOLINT: see above
   return value;
 }
 
