@@ -195,9 +195,9 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
   if (!isLocal) {
     authenticationTime_.begin();
   }
-  workers.push_back(worker);
   worker->startConnection(connection);
   worker->receiveLoopWithConnection(connection);
+  workers.push_back(worker);  // one that hears of its end
   state_.changed();
 }
 

@@ -18,12 +18,12 @@ void RetryTimer::arm() {
   if (isArmed_) {
     return;
   }
-  isArmed_ = true;
   queue_.postAfter(pause_, [this, life = std::weak_ptr<bool>(life_)] {
     if (!life.expired()) {
       fire();
     }
   });
+  isArmed_ = true;  // where there is memory for it
 }
 
 void RetryTimer::fire() {

@@ -1,0 +1,223 @@
+// An allocation fails, the next, the one after that: one message or one connection is lost then,
+// and nothing else.
+
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+
+#include <cstdlib>
+#include <future>
+#include <new>
+#include <thread>
+
+#include "client/Connection.hpp"
+#include "daemon/NetworkLimits.hpp"
+#include "daemon/QuillNetworkManager.hpp"
+#include "fakes/FakeAccounts.hpp"
+#include "fakes/FakeItemStore.hpp"
+#include "fakes/FakeToolRunner.hpp"
+#include "fakes/LoggedTest.hpp"
+#include "fakes/MadeIdentity.hpp"
+#include "linux/network/AsioMainQueue.hpp"
+#include "linux/network/TlsNetwork.hpp"
+#include "support/HexString.hpp"
+#include "support/Settings.hpp"
+
+namespace {
+
+// How many allocations of this thread succeed before one fails; negative: all do.
+thread_local long remaining = -1;
+
+bool fails() {
+  return remaining >= 0 && remaining-- == 0;
+}
+
+void *allocated(std::size_t size, std::size_t alignment) {
+  void *const memory =
+      fails() ? nullptr
+              : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+}  // namespace
+
+void *operator new(std::size_t size) {
+  return allocated(size, alignof(std::max_align_t));
+}
+void *operator new(std::size_t size, std::align_val_t alignment) {
+  return allocated(size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void *memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void *memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void *memory, std::align_val_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void *memory, std::size_t, std::align_val_t) noexcept {
+  std::free(memory);
+}
+
+namespace {
+
+// The library that TLS is made of asks for its own memory.
+const int kIsLibraryIncluded = CRYPTO_set_mem_functions(
+    [](std::size_t size, const char *, int) { return fails() ? nullptr : std::malloc(size); },
+    [](void *memory, std::size_t size, const char *, int) {
+      return fails() ? nullptr : std::realloc(memory, size);
+    },
+    [](void *memory, const char *, int) { std::free(memory); });
+
+using client::Connection;
+
+constexpr std::chrono::milliseconds kLongEnough{20};
+
+// The whole daemon in a thread of this process, on the platform's real network.
+class WithoutMemory : public fakes::LoggedTest {
+ public:
+  WithoutMemory()
+      : manager(
+            {{tools, clock, defaults, accounts, accounts, limits}, network, store, store, queue}) {
+    store.items = {{fakes::makeIdentity("Server", "server"), ""}};
+    defaults.values["com.corvane.kfyd/ssl_certificate_common_name"] = std::string("Server");
+    EXPECT_EQ(kIsLibraryIncluded, 1);
+    listener = listen(/*localOnly=*/false);
+    localListener = listen(/*localOnly=*/true);
+    thread = std::thread([this] { queue.run(); });
+  }
+  ~WithoutMemory() override {
+    queue.post([this] { queue.stop(); });
+    thread.join();
+  }
+
+  std::unique_ptr<platform::Listener> listen(bool localOnly) {
+    return manager.createAndStartListenerWithName("127.0.0.1", "0", localOnly);
+  }
+
+  // In the daemon's thread.
+  template <typename Work>
+  void there(Work work) {
+    std::promise<void> isDone;
+    queue.post([&] {
+      work();
+      isDone.set_value();
+    });
+    isDone.get_future().wait();
+  }
+
+  struct Peers {
+    std::unique_ptr<Connection> remote;
+    std::unique_ptr<Connection> local;
+  };
+  Peers dialBoth() const { return {dial(*listener), dial(*localListener)}; }
+
+  // Serves both while the n-th of the daemon's allocations fails; true if so many were asked for.
+  // Whoever is still connected afterwards is served, and so are those who come then.
+  template <typename Work>
+  bool surviveFailure(long number, Peers &peers, Work work) {
+    SCOPED_TRACE(number);
+    there([&] { remaining = number; });
+    work();
+    bool hasFailed = false;
+    there([&] {
+      hasFailed = remaining < 0;
+      remaining = -1;
+      takeEntries();
+    });
+    for (const auto *connection : {&peers.remote, &peers.local}) {
+      EXPECT_TRUE(!*connection || isServed(**connection) || (*connection)->end())
+          << "neither served nor ended";
+    }
+    const Peers next = dialBoth();
+    EXPECT_TRUE(next.remote && isServed(*next.remote) && next.local && isServed(*next.local));
+    return hasFailed;
+  }
+
+  // True once it is answered. What was sent before has been done then, or lost; and one question
+  // may be what is lost.
+  static bool isServed(Connection &connection) {
+    const auto list = QuillMessage::initCommandMessageGetCertificates;
+    bool isAnswered = false;
+    for (int tries = 0; !isAnswered && !connection.end() && tries < 100; ++tries) {
+      isAnswered = connection.request(list(), client::Patience::lasting(kLongEnough)).has_value();
+    }
+    return isAnswered;
+  }
+  std::unique_ptr<Connection> dial(const platform::Listener &to) const {
+    return Connection::open("127.0.0.1", to.port(), [](const auto &) { return true; }, patience());
+  }
+  static client::Patience patience() { return client::Patience::lasting(std::chrono::seconds(3)); }
+
+  fakes::FakeToolRunner tools;
+  fakes::FakeAccounts accounts;
+  fakes::FakeItemStore store;
+  support::LimitLog limits{clock};
+  platform_linux::AsioMainQueue queue;
+  platform_linux::TlsNetwork network{queue, [this] { return kfyd::connectionLimits(defaults); },
+                                     [](const platform::ReachedLimit &) {}};
+  QuillNetworkManager manager;
+  std::unique_ptr<platform::Listener> listener;
+  std::unique_ptr<platform::Listener> localListener;
+  std::thread thread;
+};
+
+TEST_F(WithoutMemory, HandshakesFailAloneAndListenersGoOn) {
+  long number = 0;
+  Peers peers;
+  // most are the TLS library's, one like the other
+  for (long step = 1; surviveFailure(number, peers, [&] { peers = dialBoth(); }); step = 7) {
+    number += step;
+  }
+  EXPECT_GT(number, 100);
+}
+
+TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {
+  const crypto::Identity card = fakes::madeIdentity("EC", "card");
+  support::CertificateInfo info;
+  info.certificate = support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
+  const std::vector<protocol::CardElement> elements{info};
+  int relayed = 0;
+  const auto insertion = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+      protocol::makeCardList(elements));
+  // An insertion, and a relay there and back.
+  const auto exchange = [&](const Peers &peers) {
+    (void)peers.remote->send(insertion);
+    if (!isServed(*peers.remote)) {
+      return;
+    }
+    (void)peers.local->send(
+        QuillMessage::initCommandMessageSignData(Bytes{1}, card.certificate.sha1(), SecretText()));
+    if (!isServed(*peers.local) || !isServed(*peers.remote)) {
+      return;
+    }
+    std::optional<QuillMessage> message = peers.remote->take();
+    while (message && message->messageType != QuillMessageTypeRequest) {
+      message = peers.remote->take();
+    }
+    if (message) {
+      relayed += 1;
+      (void)peers.remote->send(QuillMessage::initWithReplyMessageForSignMessage(
+          /*status=*/true, message->messageID, Bytes{2}));
+      (void)isServed(*peers.remote);
+    }
+  };
+  bool hasFailed = true;
+  long number = 0;
+  for (; hasFailed; ++number) {
+    Peers peers = dialBoth();
+    there([this] {
+      for (const auto &worker : manager.workers) {
+        worker->isAuthenticated = !worker->isLocal;  // without listing and signature
+      }
+    });
+    hasFailed = surviveFailure(number, peers, [&] { exchange(peers); });
+  }
+  EXPECT_GT(number, 100);
+  EXPECT_GT(relayed, 0);
+}
+
+}  // namespace
