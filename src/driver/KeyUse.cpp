@@ -34,11 +34,6 @@ CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key, C
     return CKR_MECHANISM_INVALID;
   }
   const CK_RV found = driver.findObject(key, use.object);
-  if (found == CKR_DEVICE_REMOVED) {
-    driver.token.report(
-        "a key is to be used, but no card is there; try: connect the device that holds the key, "
-        "then kfyctl status");
-  }
   if (found != CKR_OK) {
     return found == CKR_OBJECT_HANDLE_INVALID ? CKR_KEY_HANDLE_INVALID : found;
   }

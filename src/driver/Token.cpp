@@ -78,10 +78,13 @@ std::shared_ptr<const CardObjects> Token::objects() {
   return objects_;
 }
 
-// That there is no card is nothing to report: programs look all the time.
 void Token::reportMissingContent() {
   const std::string trouble = card().lastTrouble();
-  if (!trouble.empty() && isPresent()) {
+  if (!isPresent()) {
+    report(
+        "the program wants the card's objects, but no card is there; try: connect the device that "
+        "holds the key, then kfyctl status");
+  } else if (!trouble.empty()) {
     report("the card is there, but what it holds can't be read: " + trouble +
            "; try: kfyctl doctor");
   }

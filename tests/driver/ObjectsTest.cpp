@@ -1,6 +1,9 @@
 #include "driver/Object.hpp"
 
-#include "crypto/KeyParts.hpp"
+#include <fstream>
+#include <iterator>
+
+#include "base/Root.hpp"
 #include "driver/TokenUser.hpp"
 #include "support/HexString.hpp"
 
@@ -9,6 +12,13 @@ namespace {
 
 Bytes hex(const char *text) {
   return support::dataWithHexString(text).value();
+}
+
+// Whether the machine's log, here a file of the sandboxed root, holds a text.
+bool hasReported(const std::string &text) {
+  std::ifstream log(base::rooted("/var/log/unified.log"));
+  const std::string lines(std::istreambuf_iterator<char>(log), {});
+  return lines.find(text) != std::string::npos;
 }
 
 Bytes joined(Bytes left, const Bytes &right) {
@@ -129,6 +139,7 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_TOKEN_NOT_PRESENT);
   EXPECT_EQ(f.C_SignInit(session, &given, before.front()), CKR_DEVICE_REMOVED);
   EXPECT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_DEVICE_REMOVED);
+  EXPECT_TRUE(hasReported("no card is there"));
   card.show(std::make_shared<const CardContent>(*content));  // read again, the same keys
   EXPECT_EQ(found({}), before);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_OK);
