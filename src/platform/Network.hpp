@@ -86,9 +86,10 @@ class Connection {
   // The bytes that were sent and that the system has not taken yet.
   [[nodiscard]] virtual std::size_t unsentBytes() const = 0;
 
-  // The owner says how many bytes of frames it holds of this connection. They count as the
-  // connection's own where memory is limited; past a limit it is lost.
-  virtual void holds(std::size_t bytes) = 0;
+  // The owner says how many bytes it holds of the frame that it collects, and of what it keeps of
+  // former ones. They count as the connection's own where memory is limited; past a limit it is
+  // lost.
+  virtual void holds(std::size_t frameBytes, std::size_t otherBytes) = 0;
 
   // The owner could do nothing with a chunk or a frame. After a hundred of those within a second
   // nothing is read from this peer for 100 ms.

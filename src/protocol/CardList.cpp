@@ -68,6 +68,12 @@ struct EntryMaker {
 
 }  // namespace
 
+CardList::CardList(std::vector<CardEntry> entries) : entries_(std::move(entries)) {
+  for (const CardEntry &entry : entries_) {
+    bytes_ += sizeof(CardEntry) + entry.json.capacity() + entry.certificateSHA1.capacity();
+  }
+}
+
 Bytes certificateSHA1In(std::string_view text) {
   const Bytes der = support::dataFromBase64String(text);
   return der.empty() ? Bytes{} : support::sha1(der);

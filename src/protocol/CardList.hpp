@@ -26,12 +26,16 @@ struct CardEntry {
 // copies nothing.
 class CardList {
  public:
-  explicit CardList(std::vector<CardEntry> entries) : entries_(std::move(entries)) {}
+  explicit CardList(std::vector<CardEntry> entries);
 
   [[nodiscard]] std::span<const CardEntry> entries() const { return entries_; }
 
+  // What the list takes in memory, about.
+  [[nodiscard]] std::size_t bytes() const { return bytes_; }
+
  private:
   std::vector<CardEntry> entries_;
+  std::size_t bytes_ = 0;
 };
 
 // What a list may be made of: the description of an identity, or bytes, which travel as Base64

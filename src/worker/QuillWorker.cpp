@@ -98,7 +98,7 @@ void QuillWorker::receivedContent(ByteView content) {
       break;
   }
   if (g_inbound_connection) {
-    g_inbound_connection->holds(dataBuffer.size());
+    g_inbound_connection->holds(dataBuffer.size(), certificates ? certificates->bytes() : 0);
   }
 }
 

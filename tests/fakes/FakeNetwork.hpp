@@ -23,7 +23,9 @@ class FakeConnection : public platform::Connection {
   }
   void cancel() override { isCancelled = true; }
   [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
-  void holds(std::size_t bytes) override { held = bytes; }
+  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
+    held = frameBytes + otherBytes;
+  }
   void rejected() override { ++rejections; }
 
   // One chunk from the peer, or the end of its stream.

@@ -144,7 +144,7 @@ TEST_F(NetworkLimits, EveryEndGivesThePlaceBack) {
       [this] { connection.reset(); },
       [this] {
         limits.frameBytes.most = 1;
-        connection->holds(70000);
+        connection->holds(70000, 0);
       },
   };
   for (const auto &end : ends) {
@@ -187,9 +187,10 @@ TEST_F(NetworkLimits, WhatHoldsTooMuchIsLostOnALaterEvent) {
     int error;
   };
   const std::vector<Case> cases = {
-      {"frame", [this] { connection->holds(70001); }, EMSGSIZE},
+      {"frame", [this] { connection->holds(70001, 0); }, EMSGSIZE},
       {"unsent", [this] { connection->send(bytes(9000000), [](int) {}); }, ENOBUFS},
-      {"both", [this] { connection->holds(69999), connection->send(bytes(7999999), [](int) {}); },
+      {"both",
+       [this] { connection->holds(9999, 60000), connection->send(bytes(7999999), [](int) {}); },
        ENOBUFS},
   };
   limits = {{70000, "frame"}, {8000000, "unsent"}, {8010000, "all"}, {45, "stalled"}};
@@ -219,7 +220,7 @@ TEST_F(NetworkLimits, TheOneThatHoldsMostGoesEvenWhileItCloses) {
   connection.reset();
   establish();
   settle();  // the sockets have taken what they can
-  connection->holds(2 << 20);
+  connection->holds(2 << 20, 0);
   EXPECT_EQ(sent, std::nullopt);
   connection->send(bytes(10 << 20), [](int) {});
   runUntil([&] { return sent.has_value(); });

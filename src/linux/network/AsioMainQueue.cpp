@@ -19,6 +19,7 @@ void AsioMainQueue::run() {
     } catch (const std::bad_alloc &) {
       // What the event was for is lost, and nothing else: who would be left in disorder has caught
       // it before.
+      continue;
     }
   }
 }

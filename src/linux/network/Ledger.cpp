@@ -22,8 +22,9 @@ Ledger::Account::~Account() {
   close();
 }
 
-void Ledger::Account::holdsFrame(std::size_t bytes) {
-  set(frame_, bytes);
+void Ledger::Account::holds(std::size_t frameBytes, std::size_t otherBytes) {
+  set(frame_, frameBytes);
+  set(other_, otherBytes);
 }
 
 void Ledger::Account::holdsUnsent(std::size_t bytes) {

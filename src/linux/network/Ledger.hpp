@@ -25,19 +25,20 @@ class Ledger {
     Account(const Account &) = delete;
     Account &operator=(const Account &) = delete;
 
-    void holdsFrame(std::size_t bytes);
+    void holds(std::size_t frameBytes, std::size_t otherBytes);
     void holdsUnsent(std::size_t bytes);
     void close();  // it counts no longer
 
    private:
     friend class Ledger;
-    [[nodiscard]] std::size_t all() const { return frame_ + unsent_; }
+    [[nodiscard]] std::size_t all() const { return frame_ + other_ + unsent_; }
     void set(std::size_t &part, std::size_t bytes);
 
     std::shared_ptr<Ledger> ledger_;
     std::string name_;  // for people
     Doom doom_;
     std::size_t frame_ = 0;
+    std::size_t other_ = 0;  // what its owner keeps of former frames
     std::size_t unsent_ = 0;
     bool isOpen_ = true;
   };

@@ -27,7 +27,9 @@ class TlsConnection final : public platform::Connection {
   }
   void cancel() override { link_->cancel(); }
   [[nodiscard]] std::size_t unsentBytes() const override { return link_->unsentBytes(); }
-  void holds(std::size_t bytes) override { link_->holds(bytes); }
+  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
+    link_->holds(frameBytes, otherBytes);
+  }
   void rejected() override { link_->rejected(); }
 
  private:

@@ -34,7 +34,9 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void send(CleansedBytes unit, platform::Connection::SendCompletion completion);
   void cancel();
   [[nodiscard]] std::size_t unsentBytes() const { return output_.bytes(); }
-  void holds(std::size_t bytes) { account_.holdsFrame(bytes); }
+  void holds(std::size_t frameBytes, std::size_t otherBytes) {
+    account_.holds(frameBytes, otherBytes);
+  }
   void rejected();
 
   // The last reference to the connection was dropped.

@@ -19,7 +19,7 @@ constexpr std::chrono::seconds kLinger{2};
 void TlsLink::beginClosing() {
   phase_ = Phase::closing;
   receive_ = nullptr;
-  account_.holdsFrame(0);
+  account_.holds(0, 0);
   if (writeError_ != 0) {  // nothing can leave any more, so there is nothing to wait for
     return closeNow();
   }
