@@ -19,7 +19,7 @@ struct Options {
   std::string value;
 };
 
-constexpr const char *kDomains[] = {kIdentityDomain, "kfyd"};
+constexpr const char *kDomains[] = {kIdentityDomain, "kfyd", "pkcs11"};
 
 Failure unknownKey(const Options &options, const char *command) {
   return {"there is no setting \"" + options.key + "\"",

@@ -16,6 +16,7 @@ namespace {
 using platform_linux::SettingValue;
 
 constexpr const char *kStandard = "kfyd";
+constexpr const char *kDriver = "pkcs11";
 
 const std::array kSettings = {
     KnownSetting{kIdentityHashKey, kIdentityDomain, SettingType::certificateHash, 0, "",
@@ -32,6 +33,10 @@ const std::array kSettings = {
                  "name of the log file in that folder"},
     KnownSetting{"tlsTokenPinFile", kStandard, SettingType::text, 0, "",
                  "root-only file with the PIN of a token that holds kfyd's TLS identity"},
+    KnownSetting{"timeLimitSeconds", kDriver, SettingType::integer, 1, "60",
+                 "how long one use of a key may take in a program, the question at the device too"},
+    KnownSetting{"pinMode", kDriver, SettingType::text, 0, "none",
+                 "\"pass\": programs ask for a PIN; \"protected\": the device does; \"none\""},
     KnownSetting{support::kLocalUsers, kStandard, SettingType::text, 0, "",
                  "names of those who may connect on this machine beside root; all if empty"},
 };
