@@ -74,6 +74,7 @@ TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
   const int count = isFull() ? 100 : 20;
   int served = 0;
   int refused = 0;
+  std::atomic<bool> isSent = false;
   std::atomic<bool> isOver = false;
   std::thread asking([&] {
     Peer asker = Peer::local();
@@ -88,6 +89,7 @@ TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
         ::poll(&socket, 1, 1000);
       }
     }
+    isSent = true;
     for (const UUID &messageID : sent) {
       const auto answer = asker.connection->await(messageID, client::Patience::lasting(60s));
       if (!answer) {
@@ -99,11 +101,11 @@ TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
     EXPECT_FALSE(asker.connection->take()) << "each has exactly one answer";
     isOver = true;
   });
+  EXPECT_TRUE(eventually([&] { return isSent.load(); })) << "who does not read holds up nobody";
   while (!isOver && !remote.connection->end()) {
     if (const auto request = remote.connection->receive(client::Patience::lasting(100ms))) {
       remote.send(QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true,
                                                                    request->messageID, Bytes{1}));
-      std::this_thread::sleep_for(100ms);  // it takes its time
     }
   }
   asking.join();
