@@ -28,6 +28,24 @@ bool writeAll(int descriptor, ByteView content) {
   return true;
 }
 
+bool replace(const std::string &path, ByteView content, unsigned mode, int (*synchronise)(int file),
+             Error *error) {
+  std::string temporary = path + ".XXXXXX";
+  const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+  if (file.get() < 0) {
+    reportErrno(error, errno, "cannot write " + path);
+    return false;
+  }
+  if (::fchmod(file.get(), mode) != 0 || !writeAll(file.get(), content) ||
+      synchronise(file.get()) != 0 || std::rename(temporary.c_str(), path.c_str()) != 0) {
+    const int cause = errno;
+    ::unlink(temporary.c_str());
+    reportErrno(error, cause, "cannot write " + path);
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<CleansedBytes> readFile(const std::string &path, std::size_t limit, Error *error) {
@@ -73,20 +91,11 @@ std::optional<CleansedBytes> readFile(const std::string &path, std::size_t limit
 }
 
 bool replaceFile(const std::string &path, ByteView content, unsigned mode, Error *error) {
-  std::string temporary = path + ".XXXXXX";
-  const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (file.get() < 0) {
-    reportErrno(error, errno, "cannot write " + path);
-    return false;
-  }
-  if (::fchmod(file.get(), mode) != 0 || !writeAll(file.get(), content) ||
-      ::fsync(file.get()) != 0 || std::rename(temporary.c_str(), path.c_str()) != 0) {
-    const int cause = errno;
-    ::unlink(temporary.c_str());
-    reportErrno(error, cause, "cannot write " + path);
-    return false;
-  }
-  return true;
+  return replace(path, content, mode, ::fsync, error);
+}
+
+bool replacePassingFile(const std::string &path, ByteView content, unsigned mode, Error *error) {
+  return replace(path, content, mode, [](int /*file*/) { return 0; }, error);
 }
 
 bool makeFolders(const std::string &path, unsigned mode, Error *error) {

@@ -21,6 +21,11 @@ namespace base {
 [[nodiscard]] bool replaceFile(const std::string &path, ByteView content, unsigned mode,
                                Error *error = nullptr);
 
+// The same without waiting for the disk, for a file that means nothing after a crash of the
+// machine.
+[[nodiscard]] bool replacePassingFile(const std::string &path, ByteView content, unsigned mode,
+                                      Error *error = nullptr);
+
 // Makes a folder and the missing ones above it, the new ones with `mode` less the umask.
 [[nodiscard]] bool makeFolders(const std::string &path, unsigned mode, Error *error = nullptr);
 

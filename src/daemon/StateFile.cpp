@@ -127,7 +127,7 @@ void StateFile::write() {
   const std::string path = base::rooted(kStatePath);
   Error error;
   const bool isWritten = makeFolder(path.substr(0, path.rfind('/')), &error) &&
-                         base::replaceFile(path, written_, 0600, &error);
+                         base::replacePassingFile(path, written_, 0600, &error);
   if (!isWritten && !hasFailed_) {
     CVNLog("state for kfyctl is not written: %s", error.description);
   }
