@@ -73,7 +73,7 @@ class DaemonCard final : public Card {
   [[nodiscard]] std::optional<CardContent> readList(const client::Terms &terms);
   [[nodiscard]] std::optional<QuillMessage> ask(const QuillMessage &message,
                                                 const client::Terms &terms, UseOutcome &failure);
-  [[nodiscard]] client::Terms termsOfUse();
+  [[nodiscard]] client::Terms termsOfUse(bool &isAnother);
   [[nodiscard]] std::optional<QuillMessage> use(const CardIdentity &identity,
                                                 const QuillMessage &message, UseOutcome &outcome);
 

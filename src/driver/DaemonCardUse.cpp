@@ -24,13 +24,17 @@ UseResult resultOf(UseOutcome outcome, SecretBytes answer) {
 
 }  // namespace
 
-client::Terms DaemonCard::termsOfUse() {
+// A card that was inserted anew ends the wait: whoever was asked before has gone with the old one.
+client::Terms DaemonCard::termsOfUse(bool &isAnother) {
   client::Terms terms = client::lasting(times_.use);
   terms.glance = times_.glance;
-  terms.goesOn = [this, awaySince = std::optional<Clock::time_point>()]() mutable {
+  terms.goesOn = [this, &isAnother, asked = generation(),
+                  awaySince = std::optional<Clock::time_point>()]() mutable {
     if (isPresent()) {
       awaySince.reset();
-      return true;
+      const auto now = generation();
+      isAnother = std::exchange(asked, now) != now;
+      return !isAnother;
     }
     awaySince = awaySince.value_or(Clock::now());
     return Clock::now() - *awaySince < times_.away;
@@ -45,7 +49,12 @@ std::optional<QuillMessage> DaemonCard::use(const CardIdentity &identity,
     outcome = UseOutcome::cardGone;
     return std::nullopt;
   }
-  auto answer = ask(message, termsOfUse(), outcome);
+  bool isAnother = false;
+  const client::Terms terms = termsOfUse(isAnother);
+  auto answer = ask(message, terms, outcome);
+  while (!answer && std::exchange(isAnother, false)) {
+    answer = ask(message, terms, outcome);
+  }
   if (!answer) {
     if (outcome == UseOutcome::failed && !isPresent()) {
       outcome = UseOutcome::cardGone;
