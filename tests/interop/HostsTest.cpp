@@ -1,0 +1,77 @@
+// What the driver is to the kinds of programs that load it; interop/host is such a program.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+#include "system/CardMachine.hpp"
+
+namespace system_tests {
+namespace {
+
+using testing::HasSubstr;
+
+class Hosts : public CardMachine, public testing::WithParamInterface<const char *> {
+ public:
+  Outcome host(const std::vector<std::string> &arguments) { return run(KEYFERRY_HOST, arguments); }
+
+  std::unique_ptr<Process> remote = startConfirmingRemote();
+};
+
+TEST_P(Hosts, AreServed) {
+  const Outcome outcome = host({GetParam(), std::to_string(daemon->id())});
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  if (std::string(GetParam()) == "LosesTheDaemonWithAllSignalsBlocked") {
+    EXPECT_EQ(daemon->waitForEnd(), 128 + SIGKILL);
+    daemon.reset();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(That, Hosts,
+                         testing::Values("EndsTheDriverInALateExitHandler", "ClosesAllDescriptors",
+                                         "LosesTheDaemonWithAllSignalsBlocked",
+                                         "ForksAndEndsTheDriverWhileThreadsSign",
+                                         "LoadsTheDriverAgainAndAgain"),
+                         [](const auto &row) { return std::string(row.param); });
+
+class OneHost : public Hosts {};
+
+// The program's OpenSSL is as odd, or as broken, with the driver as without it.
+TEST_F(OneHost, KeepsItsOpenSSLAsConfigured) {
+  const std::string section = "openssl_conf = own\n[own]\nproviders = them\nalg_section = how\n";
+  for (const std::string &configuration :
+       {section + "[them]\nlegacy = on\n[on]\nactivate = 1\n[how]\ndefault_properties = fips=yes\n",
+        section + "[them]\nnothing = on\n[on]\nmodule = /nonexistent\nactivate = 1\n",
+        std::string("[[[ broken")}) {
+    SCOPED_TRACE(configuration);
+    write("/openssl.cnf", configuration);
+    setenv("OPENSSL_CONF", at("/openssl.cnf").c_str(), /*overwrite=*/1);
+    const Outcome without = host({"ShowsItsOpenSSL"});
+    const Outcome with = host({"ShowsItsOpenSSL", "with the driver"});
+    unsetenv("OPENSSL_CONF");
+    EXPECT_EQ(with.status, 0);
+    EXPECT_EQ(with.output, without.output);
+    EXPECT_THAT(with.output, HasSubstr("properties"));
+  }
+}
+
+TEST_F(OneHost, WithRaisedPrivilegesListensToNoEnvironment) {
+  const std::string raised = at("/raised-host");
+  std::filesystem::copy(KEYFERRY_HOST, raised);
+  if (chown(raised.c_str(), 0, 1) != 0 || chmod(raised.c_str(), 02755) != 0) {
+    GTEST_SKIP() << "only a root that has another group can raise a program";
+  }
+  setenv("KFY_PKCS11_DEBUG", "1", /*overwrite=*/1);
+  const Outcome usual = host({"LooksForTheKey"});
+  const Outcome secure = run(raised, {"LooksForTheKey"});
+  unsetenv("KFY_PKCS11_DEBUG");
+  EXPECT_THAT(usual.output, HasSubstr("kfy-pkcs11: C_Initialize: CKR_OK"));
+  EXPECT_THAT(usual.output, HasSubstr("usual environment, found\n"));
+  EXPECT_EQ(secure.output, "secure environment, nothing\n");
+}
+
+}  // namespace
+}  // namespace system_tests

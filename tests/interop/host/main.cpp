@@ -1,0 +1,202 @@
+// Programs of the kinds that load the driver: the first argument says which. Exit status 0 if all
+// was as such a program needs it; else the check that failed is on standard error.
+
+#include <fcntl.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/provider.h>
+#include <sys/auxv.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "interop/CardUse.hpp"
+
+namespace {
+
+using system_tests::CardUse;
+using system_tests::loadDriver;
+
+void check(bool isTrue, const char *what) {
+  if (!isTrue) {
+    std::fprintf(stderr, "host: not so: %s\n", what);
+    std::_Exit(1);
+  }
+}
+
+CK_FUNCTION_LIST *f = nullptr;
+
+CardUse begun() {
+  f = loadDriver();
+  check(f->C_Initialize(nullptr) == CKR_OK, "initialises");
+  CardUse card(*f);
+  check(card.open(), "finds the key");
+  return card;
+}
+
+CK_RV sign(CardUse &card) {
+  Bytes signature;
+  return card.sign(Bytes(32, 7), signature);
+}
+
+// Its exit handler runs after all that the driver and its libraries may have registered.
+void endsTheDriverInALateExitHandler(const char * /*argument*/) {
+  std::atexit([] {
+    check(f->C_CloseAllSessions(0) != CKR_OK, "late calls do nothing");
+    check(f->C_Finalize(nullptr) == CKR_OK, "ends");
+  });
+  CardUse card = begun();
+  check(sign(card) == CKR_OK, "signs");
+}
+
+void closesAllDescriptors(const char * /*argument*/) {
+  CardUse card = begun();
+  check(sign(card) == CKR_OK, "signs");
+  close_range(3, ~0U, 0);
+  std::array<std::array<int, 2>, 8> pairs{};
+  for (auto &pair : pairs) {
+    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()) == 0, "opens its own");
+  }
+  check(sign(card) == CKR_OK, "signs afterwards");
+  check(f->C_Finalize(nullptr) == CKR_OK, "ends");
+  char byte = 0;
+  for (const auto &pair : pairs) {
+    check(send(pair[0], "x", 1, 0) == 1 && recv(pair[1], &byte, 1, 0) == 1 && byte == 'x' &&
+              recv(pair[0], &byte, 1, 0) < 0 && recv(pair[1], &byte, 1, 0) < 0,
+          "its descriptors are untouched");
+  }
+}
+
+// Threads that sign until a call fails; the reason goes to `end`.
+std::vector<std::jthread> startSigning(std::atomic<int> &signatures, void (*end)(CK_RV reason)) {
+  std::vector<std::jthread> threads;
+  for (int count = 0; count < 4; ++count) {
+    threads.emplace_back([&signatures, end] {
+      CardUse card(*f);
+      check(card.open(), "a thread finds the key");
+      CK_RV result = CKR_OK;
+      for (; result == CKR_OK; result = sign(card)) {
+        ++signatures;
+      }
+      end(result);
+    });
+  }
+  while (signatures < 20) {
+    std::this_thread::yield();
+  }
+  return threads;
+}
+
+// The argument is the daemon's process. A signal that came would stay pending.
+void losesTheDaemonWithAllSignalsBlocked(const char *argument) {
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, nullptr);
+  begun();
+  std::atomic<int> signatures = 0;
+  const auto threads = startSigning(signatures, [](CK_RV /*reason*/) {
+    sigset_t pending;
+    sigset_t mask;
+    check(sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0, "no signal came");
+    check(pthread_sigmask(SIG_SETMASK, nullptr, &mask) == 0 && sigismember(&mask, SIGPIPE) == 1,
+          "the mask is as it was");
+  });
+  kill(std::atoi(argument), SIGKILL);
+}
+
+void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
+  begun();
+  std::atomic<int> signatures = 0;
+  const auto threads = startSigning(signatures, [](CK_RV reason) {
+    check(reason == CKR_CRYPTOKI_NOT_INITIALIZED, "threads sign until the driver ends");
+  });
+  for (int round = 0; round < 10; ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(/*seconds=*/15);
+      CK_INFO info{};
+      check(f->C_GetInfo(&info) == CKR_CRYPTOKI_NOT_INITIALIZED, "a child begins anew");
+      CardUse card = begun();
+      check(sign(card) == CKR_OK, "a child signs");
+      check(f->C_Finalize(nullptr) == CKR_OK, "a child ends");
+      std::exit(0);
+    }
+    int status = -1;
+    check(waitpid(child, &status, 0) == child && status == 0, "a child ends well");
+  }
+  check(f->C_Finalize(nullptr) == CKR_OK, "ends");
+}
+
+void loadsTheDriverAgainAndAgain(const char * /*argument*/) {
+  for (int round = 0; round < 10; ++round) {
+    void *const module = dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
+    CardUse card = begun();
+    check(sign(card) == CKR_OK, "signs");
+    check(f->C_Finalize(nullptr) == CKR_OK, "ends");
+    dlclose(module);
+    check(dup(STDIN_FILENO) == 3 && close(3) == 0, "leaves no descriptor");
+  }
+}
+
+// Prints what OpenSSL's default context is like; with an argument after the driver was used.
+void showsItsOpenSSL(const char *argument) {
+  if (argument != nullptr) {
+    CardUse card = begun();
+    check(sign(card) == CKR_OK, "signs");
+  }
+  check(ERR_peek_error() == 0, "no error is left");
+  EVP_MD *const digest = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  EVP_MD_free(digest);
+  ERR_clear_error();
+  OSSL_PROVIDER_do_all(
+      nullptr,
+      [](OSSL_PROVIDER *provider, void *) {
+        std::puts(OSSL_PROVIDER_get0_name(provider));
+        return 1;
+      },
+      nullptr);
+  std::printf("properties %d, SHA-256 %d\n", EVP_default_properties_is_fips_enabled(nullptr),
+              digest != nullptr);
+}
+
+void looksForTheKey(const char * /*argument*/) {
+  f = loadDriver();
+  const bool isInitialised = f->C_Initialize(nullptr) == CKR_OK;
+  std::printf("%s environment, %s\n", getauxval(AT_SECURE) != 0 ? "secure" : "usual",
+              isInitialised && CardUse(*f).open() ? "found" : "nothing");
+}
+
+struct Kind {
+  std::string_view name;
+  void (*run)(const char *argument);
+};
+
+constexpr std::array kKinds{
+    Kind{"EndsTheDriverInALateExitHandler", endsTheDriverInALateExitHandler},
+    Kind{"ClosesAllDescriptors", closesAllDescriptors},
+    Kind{"LosesTheDaemonWithAllSignalsBlocked", losesTheDaemonWithAllSignalsBlocked},
+    Kind{"ForksAndEndsTheDriverWhileThreadsSign", forksAndEndsTheDriverWhileThreadsSign},
+    Kind{"LoadsTheDriverAgainAndAgain", loadsTheDriverAgainAndAgain},
+    Kind{"ShowsItsOpenSSL", showsItsOpenSSL},
+    Kind{"LooksForTheKey", looksForTheKey},
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  const auto *const kind =
+      std::ranges::find(kKinds, argc > 1 ? std::string_view(argv[1]) : "", &Kind::name);
+  check(kind != kKinds.end(), "the kind of program is known");
+  kind->run(argc > 2 ? argv[2] : nullptr);
+  return 0;
+}
