@@ -1,7 +1,6 @@
 // Any account file is read to its end or refused, and gives accounts of the asked name alone.
 
-#include <cstdlib>
-
+#include "Expect.hpp"
 #include "base/AccountFile.hpp"
 #include "base/Bytes.hpp"
 
@@ -9,9 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   Bytes content(data, data + size);
   const auto accounts = base::accountsIn(content, "ann");
   for (const auto &account : accounts.value_or(std::vector<base::Account>{})) {
-    if (account.name != "ann") {
-      std::abort();
-    }
+    expect(account.name == "ann");
   }
   return 0;
 }

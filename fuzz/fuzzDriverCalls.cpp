@@ -2,9 +2,8 @@
 // null pointers, gets answers.
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
-#include <cstring>
+#include <utility>
 
 #include "Expect.hpp"
 #include "driver/FunctionList.hpp"
@@ -25,6 +24,10 @@ class Choices {
     return value;
   }
   std::size_t below(std::size_t count) { return byte() % count; }
+  template <typename Row, std::size_t count>
+  const Row &oneOf(const Row (&rows)[count]) {
+    return rows[below(count)];
+  }
 
   // A small number, at times one that no memory has.
   CK_ULONG number() {
@@ -44,24 +47,16 @@ class Choices {
   ByteView rest_;
 };
 
-constexpr std::array<CK_ATTRIBUTE_TYPE, 16> kAttributes{CKA_CLASS,
-                                                        CKA_TOKEN,
-                                                        CKA_PRIVATE,
-                                                        CKA_LABEL,
-                                                        CKA_VALUE,
-                                                        CKA_ID,
-                                                        CKA_KEY_TYPE,
-                                                        CKA_SIGN,
-                                                        CKA_SENSITIVE,
-                                                        CKA_MODULUS,
-                                                        CKA_EC_POINT,
-                                                        CKA_VALUE_LEN,
-                                                        CKA_SUBJECT,
-                                                        CKA_PRIVATE_EXPONENT,
-                                                        CKA_ALLOWED_MECHANISMS,
-                                                        CKA_VENDOR_DEFINED};
+constexpr CK_ATTRIBUTE_TYPE kAttributes[] = {CKA_CLASS,          CKA_TOKEN,
+                                             CKA_PRIVATE,        CKA_LABEL,
+                                             CKA_VALUE,          CKA_ID,
+                                             CKA_KEY_TYPE,       CKA_SIGN,
+                                             CKA_SENSITIVE,      CKA_MODULUS,
+                                             CKA_EC_POINT,       CKA_VALUE_LEN,
+                                             CKA_SUBJECT,        CKA_PRIVATE_EXPONENT,
+                                             CKA_VENDOR_DEFINED, CKA_ALLOWED_MECHANISMS};
 
-constexpr std::array<CK_MECHANISM_TYPE, 12> kMechanisms{
+constexpr CK_MECHANISM_TYPE kMechanisms[] = {
     CKM_RSA_PKCS, CKM_RSA_X_509,           CKM_SHA256_RSA_PKCS, CKM_RSA_PKCS_PSS,
     CKM_ECDSA,    CKM_SHA512_RSA_PKCS_PSS, CKM_RSA_PKCS_OAEP,   CKM_ECDSA_SHA256,
     CKM_EDDSA,    CKM_ECDH1_DERIVE,        CKM_SHA256,          CKM_AES_CBC};
@@ -75,98 +70,77 @@ class Program {
   void run() {
     while (!choices_.isAtEnd()) {
       prepareArguments();
-      if (choices_.below(3) == 0) {
-        callWithObjects();
-      } else {
-        callWithKeys();
-      }
+      choices_.below(3) == 0 ? callWithObjects() : callWithKeys();
       expect(length_ <= room_.size() || length_ <= 512);  // of answers and of questions for them
     }
   }
 
  private:
   using Functions = CK_FUNCTION_LIST;
+  using Call = void (*)(Program &);
 
   // Calls that are alike are rows of the same kind.
-  static constexpr std::array kInits{&Functions::C_SignInit, &Functions::C_VerifyInit,
-                                     &Functions::C_EncryptInit, &Functions::C_DecryptInit};
-  static constexpr std::array kWholes{&Functions::C_Sign,          &Functions::C_Encrypt,
-                                      &Functions::C_Decrypt,       &Functions::C_Digest,
-                                      &Functions::C_EncryptUpdate, &Functions::C_DecryptUpdate};
-  static constexpr std::array kUpdates{&Functions::C_SignUpdate, &Functions::C_VerifyUpdate,
-                                       &Functions::C_DigestUpdate};
-  static constexpr std::array kFinals{&Functions::C_SignFinal, &Functions::C_EncryptFinal,
-                                      &Functions::C_DecryptFinal, &Functions::C_DigestFinal};
+  static constexpr decltype(&Functions::C_SignInit) kInits[] = {
+      &Functions::C_SignInit, &Functions::C_VerifyInit, &Functions::C_EncryptInit,
+      &Functions::C_DecryptInit};
+  static constexpr decltype(&Functions::C_Sign) kWholes[] = {
+      &Functions::C_Sign,   &Functions::C_Encrypt,       &Functions::C_Decrypt,
+      &Functions::C_Digest, &Functions::C_EncryptUpdate, &Functions::C_DecryptUpdate};
+  static constexpr decltype(&Functions::C_SignUpdate) kUpdates[] = {
+      &Functions::C_SignUpdate, &Functions::C_VerifyUpdate, &Functions::C_DigestUpdate};
+  static constexpr decltype(&Functions::C_SignFinal) kFinals[] = {
+      &Functions::C_SignFinal, &Functions::C_EncryptFinal, &Functions::C_DecryptFinal,
+      &Functions::C_DigestFinal};
 
-  template <typename Rows>
-  auto oneOf(const Rows &rows) {
-    return f_.*rows.at(choices_.below(rows.size()));
-  }
+  void init() { (f_.*choices_.oneOf(kInits))(session_, &mechanism_, object_); }
 
   void callWithKeys() {
-    switch (choices_.below(9)) {
-      case 0:
-        f_.C_DigestInit(session_, &mechanism_);
-        break;
-      case 1:
-        f_.C_Verify(session_, input_, data_.size(), place_, room_.size());
-        break;
-      case 2:
-        f_.C_VerifyFinal(session_, place_, room_.size());
-        break;
-      case 3:
-        f_.C_DeriveKey(session_, &mechanism_, object_, template_.data(), count_, &derived_);
-        break;
-      case 4:
-        oneOf(kUpdates)(session_, input_, data_.size());
-        break;
-      case 5:
-        oneOf(kFinals)(session_, place_, lengthPlace_);
-        break;
-      case 6:
-        oneOf(kWholes)(session_, input_, data_.size(), place_, lengthPlace_);
-        break;
-      default:
-        oneOf(kInits)(session_, &mechanism_, object_);
-        break;
-    }
+    static constexpr Call kCalls[] = {
+        [](Program &p) { p.f_.C_DigestInit(p.session_, &p.mechanism_); },
+        [](Program &p) {
+          p.f_.C_Verify(p.session_, p.input_, p.data_.size(), p.place_, p.room_.size());
+        },
+        [](Program &p) { p.f_.C_VerifyFinal(p.session_, p.place_, p.room_.size()); },
+        [](Program &p) {
+          p.f_.C_DeriveKey(p.session_, &p.mechanism_, p.object_, p.template_, p.count_,
+                           &p.derived_);
+        },
+        [](Program &p) {
+          (p.f_.*p.choices_.oneOf(kUpdates))(p.session_, p.input_, p.data_.size());
+        },
+        [](Program &p) { (p.f_.*p.choices_.oneOf(kFinals))(p.session_, p.place_, p.lengthPlace_); },
+        [](Program &p) {
+          (p.f_.*p.choices_.oneOf(kWholes))(p.session_, p.input_, p.data_.size(), p.place_,
+                                            p.lengthPlace_);
+        },
+        [](Program &p) { p.init(); },
+        [](Program &p) { p.init(); },  // twice as often as others, as all begins with it
+    };
+    choices_.oneOf(kCalls)(*this);
   }
 
   void callWithObjects() {
-    static const auto content = fakes::CardInHand::instance().content;
-    std::array<CK_OBJECT_HANDLE, 4> handles{};
-    switch (choices_.below(10)) {
-      case 0:
-        fakes::CardInHand::instance().show(choices_.below(2) == 0 ? nullptr : content);
-        break;
-      case 1:
-        f_.C_CloseSession(session_);
-        break;
-      case 2:
-        f_.C_CloseAllSessions(0);
-        break;
-      case 3:
-        f_.C_Login(session_, choices_.below(3), input_, data_.size());
-        break;
-      case 4:
-        f_.C_FindObjectsInit(session_, template_.data(), count_);
-        break;
-      case 5:
-        f_.C_FindObjects(session_, handles.data(), choices_.below(5), lengthPlace_);
-        break;
-      case 6:
-        f_.C_FindObjectsFinal(session_);
-        break;
-      case 7:
-        f_.C_DestroyObject(session_, object_);
-        break;
-      case 8:
-        f_.C_GetAttributeValue(session_, object_, template_.data(), count_);
-        break;
-      default:
-        f_.C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &lastSession_);
-        break;
-    }
+    static constexpr Call kCalls[] = {
+        [](Program &p) {
+          static const auto content = fakes::CardInHand::instance().content;
+          fakes::CardInHand::instance().show(p.choices_.below(2) == 0 ? nullptr : content);
+        },
+        [](Program &p) { p.f_.C_CloseSession(p.session_); },
+        [](Program &p) { p.f_.C_CloseAllSessions(0); },
+        [](Program &p) { p.f_.C_Login(p.session_, p.choices_.below(3), p.input_, p.data_.size()); },
+        [](Program &p) { p.f_.C_FindObjectsInit(p.session_, p.template_, p.count_); },
+        [](Program &p) {
+          CK_OBJECT_HANDLE handles[4] = {};
+          p.f_.C_FindObjects(p.session_, handles, p.choices_.below(5), p.lengthPlace_);
+        },
+        [](Program &p) { p.f_.C_FindObjectsFinal(p.session_); },
+        [](Program &p) { p.f_.C_DestroyObject(p.session_, p.object_); },
+        [](Program &p) { p.f_.C_GetAttributeValue(p.session_, p.object_, p.template_, p.count_); },
+        [](Program &p) {
+          p.f_.C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &p.lastSession_);
+        },
+    };
+    choices_.oneOf(kCalls)(*this);
   }
 
   void prepareArguments() {
@@ -186,37 +160,23 @@ class Program {
     pss_ = {kHash, choices_.byte(), choices_.number()};
     oaep_ = {kHash, choices_.byte(), CKZ_DATA_SPECIFIED, data_.data(), data_.size()};
     ecdh_ = {CKD_NULL, 0, nullptr, data_.size(), data_.data()};
-    mechanism_ = {kMechanisms.at(choices_.below(kMechanisms.size())), nullptr, 0};
-    switch (choices_.below(5)) {
-      case 0:
-        mechanism_.pParameter = &pss_;
-        mechanism_.ulParameterLen = sizeof pss_;
-        break;
-      case 1:
-        mechanism_.pParameter = &oaep_;
-        mechanism_.ulParameterLen = sizeof oaep_;
-        break;
-      case 2:
-        mechanism_.pParameter = &ecdh_;
-        mechanism_.ulParameterLen = sizeof ecdh_;
-        break;
-      case 3:
-        mechanism_.pParameter = data_.data();
-        mechanism_.ulParameterLen = data_.size();
-        break;
-      default:
-        break;
-    }
+    const CK_MECHANISM_TYPE type = choices_.oneOf(kMechanisms);
+    const std::pair<void *, std::size_t> kParameters[] = {{&pss_, sizeof pss_},
+                                                          {&oaep_, sizeof oaep_},
+                                                          {&ecdh_, sizeof ecdh_},
+                                                          {data_.data(), data_.size()},
+                                                          {nullptr, 0}};
+    const auto &[parameter, length] = choices_.oneOf(kParameters);
+    mechanism_ = {type, parameter, length};
   }
 
   void prepareTemplate() {
     count_ = choices_.below(4);
     for (std::size_t index = 0; index < count_; ++index) {
-      values_.at(index) = choices_.bytes();
+      Bytes &value = values_[index] = choices_.bytes();
       const bool isNull = choices_.below(4) == 0;
-      template_.at(index) = {kAttributes.at(choices_.below(kAttributes.size())),
-                             isNull ? nullptr : values_.at(index).data(),
-                             isNull ? choices_.number() : values_.at(index).size()};
+      template_[index] = {choices_.oneOf(kAttributes), isNull ? nullptr : value.data(),
+                          isNull ? choices_.number() : value.size()};
     }
   }
 
@@ -237,8 +197,8 @@ class Program {
   CK_RSA_PKCS_OAEP_PARAMS oaep_{};
   CK_ECDH1_DERIVE_PARAMS ecdh_{};
   CK_MECHANISM mechanism_{};
-  std::array<Bytes, 4> values_;
-  std::array<CK_ATTRIBUTE, 4> template_{};
+  Bytes values_[4];
+  CK_ATTRIBUTE template_[4] = {};
   CK_ULONG count_ = 0;
   CK_OBJECT_HANDLE derived_ = CK_INVALID_HANDLE;
 };

@@ -2,9 +2,9 @@
 // chunks, each behind one byte that says its length.
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
+#include "Expect.hpp"
 #include "protocol/Frame.hpp"
 
 namespace {
@@ -19,11 +19,7 @@ std::optional<std::string> modelOf(std::string &buffer, const std::string &chunk
   if (chunk.size() < 9) {
     return std::nullopt;
   }
-  if (chunk.starts_with("[DATA]")) {
-    buffer = chunk;
-  } else {
-    buffer += chunk;
-  }
+  buffer = chunk.starts_with("[DATA]") ? chunk : buffer + chunk;
   if (buffer.size() < 15 || buffer.compare(buffer.size() - 9, 9, "[ENDDATA]") != 0) {
     return std::nullopt;
   }
@@ -43,10 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const auto collected = protocol::collectChunk(buffer, chunk);
     const auto expected = modelOf(model, std::string(base::textOf(chunk)));
     const bool isFrame = collected.outcome == protocol::ChunkOutcome::frame;
-    if (isFrame != expected.has_value() ||
-        (isFrame && base::textOf(collected.payload) != *expected)) {
-      std::abort();
-    }
+    expect(isFrame == expected.has_value() &&
+           (!isFrame || base::textOf(collected.payload) == *expected));
   }
   return 0;
 }

@@ -3,21 +3,15 @@
 
 #include <strings.h>
 
-#include <cstdlib>
-#include <string>
-
+#include "Expect.hpp"
 #include "support/HexString.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const std::string text(base::textOf({data, size}));
-  const auto bytes = support::dataWithHexString(text);
-  if (!bytes) {
-    return 0;
-  }
-  const std::string written = support::hexString(*bytes);
-  if (text.size() < written.size() ||
-      strcasecmp(text.c_str() + (text.size() - written.size()), written.c_str()) != 0) {
-    std::abort();
+  if (const auto bytes = support::dataWithHexString(text)) {
+    const std::string written = support::hexString(*bytes);
+    expect(text.size() >= written.size() &&
+           strcasecmp(text.c_str() + (text.size() - written.size()), written.c_str()) == 0);
   }
   return 0;
 }

@@ -1,10 +1,9 @@
 // A settings file whose one line is changed and removed again keeps every other value.
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "Expect.hpp"
 #include "base/Bytes.hpp"
 #include "linux/defaults/TomlText.hpp"
 
@@ -19,9 +18,7 @@ const SettingValue kValue = std::string("\"\n\\");
 // All but the one that is changed; what does not parse is an error here.
 std::vector<Setting> othersIn(const std::string &text) {
   auto settings = platform_linux::readSettings(text);
-  if (!settings) {
-    std::abort();
-  }
+  expect(settings.has_value());
   std::erase_if(*settings, [](const Setting &setting) { return setting.key == kKey; });
   return *settings;
 }
@@ -36,11 +33,8 @@ bool areEqual(const std::vector<Setting> &left, const std::vector<Setting> &righ
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const std::string text(base::textOf({data, size}));
-  if (!platform_linux::readSettings(text)) {
-    return 0;
-  }
   const auto changed = platform_linux::withSetting(text, kKey, kValue);
-  if (!changed) {
+  if (!platform_linux::readSettings(text) || !changed) {
     return 0;
   }
   const auto settings = platform_linux::readSettings(*changed);
@@ -48,9 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                          return setting.key == kKey && setting.value == kValue;
                        });
   const auto removed = platform_linux::withSetting(*changed, kKey, std::nullopt);
-  if (!isThere || !areEqual(othersIn(text), othersIn(*changed)) ||
-      (removed && !areEqual(othersIn(text), platform_linux::readSettings(*removed).value()))) {
-    std::abort();
-  }
+  expect(isThere && areEqual(othersIn(text), othersIn(*changed)));
+  expect(!removed || areEqual(othersIn(text), platform_linux::readSettings(*removed).value()));
   return 0;
 }
