@@ -4,13 +4,12 @@
 #include <sys/eventfd.h>
 
 #include "client/PinnedServer.hpp"
-#include "fakes/TlsServer.hpp"
+#include "fakes/ScriptedDaemon.hpp"
 
 namespace client {
 namespace {
 
 using fakes::ServedConnection;
-using fakes::TlsServer;
 
 Patience soon() {
   return Patience::lasting(std::chrono::seconds(10));
@@ -21,8 +20,8 @@ QuillMessage signRequest() {
 }
 
 TEST(Connection, EndsAWaitAtItsDeadlineOrWhenStoppedAndStandsAllTheSame) {
-  TlsServer server([](ServedConnection &connection) {
-    ASSERT_TRUE(connection.handshake());
+  const crypto::Identity identity = fakes::makeIdentity("daemon");
+  const fakes::ScriptedDaemon daemon(identity, 0, [](ServedConnection &connection, int /*number*/) {
     const auto unanswered = connection.receive();
     const auto answered = connection.receive();
     ASSERT_TRUE(answered);
@@ -30,7 +29,7 @@ TEST(Connection, EndsAWaitAtItsDeadlineOrWhenStoppedAndStandsAllTheSame) {
         /*status=*/true, answered->messageID, Bytes{7}));
   });
   const auto connection =
-      Connection::open("127.0.0.1", server.port(), judgeByKeyOf(server.certificate()), soon());
+      Connection::open("127.0.0.1", daemon.port(), judgeByKeyOf(identity.certificate), soon());
   ASSERT_TRUE(connection);
   Error error;
   EXPECT_FALSE(

@@ -6,8 +6,8 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"
-#include "fakes/TlsServer.hpp"
 
 namespace client {
 namespace {

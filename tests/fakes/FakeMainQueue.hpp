@@ -43,9 +43,6 @@ class FakeMainQueue : public platform::MainQueue {
   // How many events, posted ones and timers, have not run yet.
   [[nodiscard]] std::size_t waitingEvents() const { return waiting_.size(); }
 
-  // How long until the next event is due. Only if one waits.
-  [[nodiscard]] Duration untilNextEvent() const { return waiting_.begin()->first - now_; }
-
  private:
   void runFirst() {
     auto first = waiting_.extract(waiting_.begin());

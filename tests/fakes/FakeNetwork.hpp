@@ -15,7 +15,7 @@ class FakeConnection : public platform::Connection {
  public:
   [[nodiscard]] platform::Endpoint peer() const override { return {host, 50123, host}; }
   void setStateHandler(StateHandler handler) override { stateHandler = std::move(handler); }
-  void start() override { isStarted = true; }
+  void start() override {}
   void receive(ReceiveCompletion completion) override { receive_ = std::move(completion); }
   void send(CleansedBytes unit, SendCompletion completion) override {
     sent.emplace_back(base::textOf(unit));
@@ -23,10 +23,8 @@ class FakeConnection : public platform::Connection {
   }
   void cancel() override { isCancelled = true; }
   [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
-  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
-    held = frameBytes + otherBytes;
-  }
-  void rejected() override { ++rejections; }
+  void holds(std::size_t /*frameBytes*/, std::size_t /*otherBytes*/) override {}
+  void rejected() override {}
 
   // One chunk from the peer, or the end of its stream.
   void deliver(std::string_view content) {
@@ -57,9 +55,6 @@ class FakeConnection : public platform::Connection {
   std::vector<std::string> sent;
   int sendError = 0;
   std::size_t unsent = 0;
-  std::size_t held = 0;
-  int rejections = 0;
-  bool isStarted = false;
   bool isCancelled = false;
 
  private:
@@ -74,10 +69,8 @@ class FakeListener : public platform::Listener {
   void setConnectionHandler(ConnectionHandler handler) override {
     connectionHandler = std::move(handler);
   }
-  void setFailedHandshakeHandler(FailedHandshakeHandler handler) override {
-    failedHandshakeHandler = std::move(handler);
-  }
-  void start() override { isStarted = true; }
+  void setFailedHandshakeHandler(FailedHandshakeHandler /*handler*/) override {}
+  void start() override {}
 
   // A new peer.
   [[nodiscard]] std::shared_ptr<FakeConnection> connect() {
@@ -88,8 +81,6 @@ class FakeListener : public platform::Listener {
 
   StateHandler stateHandler;
   ConnectionHandler connectionHandler;
-  FailedHandshakeHandler failedHandshakeHandler;
-  bool isStarted = false;
 
  private:
   std::uint16_t port_;

@@ -9,7 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "fakes/TlsServer.hpp"
+#include "fakes/LoopbackSocket.hpp"
+#include "fakes/MadeKeys.hpp"
+#include "fakes/ServedConnection.hpp"
 
 namespace fakes {
 

@@ -297,25 +297,14 @@ TEST_F(Message, DescribesItselfWithoutASecret) {
   message.PIN = message.ephemeralPassword = SecretText("hush");
   message.dataToSign = base::bytesOf("hush");
   message.decryptedData = SecretBytes(base::viewOf("hush"));
-  EXPECT_EQ(message.description(), std::string("Status: NO\n"
-                                               "Mesage Type: 0\n"
-                                               "Command: 5\n"
-                                               "Certificate Array: (01)\n"
-                                               "Challenge: <Set>\n"
-                                               "challengeSignature: <Set>\n"
-                                               "certificates: ()\n"
-                                               "ephemeralUsername: x\n"
-                                               "ephemeralPassword: <Set>\n"
-                                               "error message: x\n"
-                                               "dataToSign: <Set>\n"
-                                               "objectID: 01\n"
-                                               "PIN: <Set>\n"
-                                               "signedData: <Set>\n"
-                                               "certificateUsedToAuthenticate: 01\n"
-                                               "decryptedData: <Set>\n"
-                                               "selectedCertificateHash: 01\n"
-                                               "messageID: ") +
-                                       kID + "\n");
+  EXPECT_EQ(message.description(),
+            std::string("Status: NO\nMesage Type: 0\nCommand: 5\nCertificate Array: (01)\n"
+                        "Challenge: <Set>\nchallengeSignature: <Set>\ncertificates: ()\n"
+                        "ephemeralUsername: x\nephemeralPassword: <Set>\nerror message: x\n"
+                        "dataToSign: <Set>\nobjectID: 01\nPIN: <Set>\nsignedData: <Set>\n"
+                        "certificateUsedToAuthenticate: 01\ndecryptedData: <Set>\n"
+                        "selectedCertificateHash: 01\nmessageID: ") +
+                kID + "\n");
 }
 
 }  // namespace

@@ -68,6 +68,7 @@ TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
 
 TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   pairWith(hashOf(client()));
+  defaults.values["kfyd/pairingToolSeconds"] = 7;
   const Peer remote = this->remote();
   const QuillMessage reply = connect(remote, {hashOf(otherClient()), hashOf(client())});
   EXPECT_TRUE(reply.status);
@@ -78,6 +79,7 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   EXPECT_EQ(tools.calls[0].program, "/usr/sbin/sc_auth");
   EXPECT_THAT(tools.calls[0].arguments, ElementsAre("identities"));
   EXPECT_EQ(tools.calls[0].workingFolder, "/var");
+  EXPECT_EQ(tools.calls[0].limits.time, std::chrono::seconds(7));
 
   const Peer other = this->remote();
   connect(other, {hashOf(client())});
@@ -120,6 +122,26 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
       std::ranges::count(
           entries, "kfy:no paired identity found yet. waiting for 1 second and trying again..."),
       28);
+}
+
+TEST_F(Authentication, FailsWithAnotherKeyOrCertificateOrAnEllipticCurve) {
+  const crypto::Identity curve = fakes::makeIdentity("curve");
+  for (const auto &[paired, signer] : {std::pair(client(), otherClient()),
+                                       {client(), {client().certificate, otherClient().key}},
+                                       {client(), {otherClient().certificate, client().key}},
+                                       {curve, curve}}) {
+    pairWith(hashOf(paired));
+    const Peer remote = this->remote();
+    const Bytes challenge = *connect(remote, {hashOf(paired)}).challenge;
+    const auto signature = signer.key.signRawPKCS1(challenge);
+    EXPECT_FALSE(ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
+                         signature ? *signature : *signer.key.signDigestECDSA(challenge),
+                         signer.certificate.der()),
+                     remote)
+                     .status);
+    EXPECT_FALSE(remote.worker->isAuthenticated);
+    EXPECT_TRUE(remote.connection->isCancelled);
+  }
 }
 
 TEST_F(Authentication, FailsWithoutAChallengeOrACertificate) {

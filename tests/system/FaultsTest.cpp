@@ -11,7 +11,7 @@
 
 #include "base/Descriptor.hpp"
 #include "client/PinnedServer.hpp"
-#include "fakes/TlsServer.hpp"
+#include "fakes/LoopbackSocket.hpp"
 #include "system/Machine.hpp"
 
 namespace system_tests {
@@ -169,7 +169,12 @@ TEST_F(FullLogDisk, StopsNothingAndIsWrittenToAgain) {
   EXPECT_EQ(read("/tmp/kfy/Keyferry.log"), "");
   std::filesystem::remove(at("/tmp/filler"));
   EXPECT_TRUE(isServed(asker, remote));
-  EXPECT_THAT(read("/tmp/kfy/Keyferry.log"), testing::HasSubstr("Removing pending worker"));
+  const std::string log = read("/tmp/kfy/Keyferry.log");
+  EXPECT_THAT(log, testing::HasSubstr("Removing pending worker"));
+  EXPECT_TRUE(daemon->hasSaid("Removing pending worker"));
+  succeed("kfyctl", {"debug", "off"});
+  EXPECT_TRUE(isServed(asker, remote));
+  EXPECT_EQ(read("/tmp/kfy/Keyferry.log"), log) << "off at once";
 }
 
 }  // namespace

@@ -64,20 +64,6 @@ TEST_F(WholeLoop, WithNoWayToAskRefusesEveryUse) {
   EXPECT_EQ(read("/letter.sig"), "");
 }
 
-TEST_F(WholeLoop, ComesBackAfterTheDaemonWasRestarted) {
-  const auto remote = startConfirmingRemote();
-  EXPECT_EQ(daemon->end(SIGKILL), 128 + SIGKILL);
-  ASSERT_TRUE(remote->hasSaid("next attempt in")) << remote->output();
-  startDaemon();
-  ASSERT_TRUE(hasLogged("Command: 2"));
-  EXPECT_TRUE(eventually([&] {
-    const std::string said = remote->output();
-    return said.find("card inserted") != said.rfind("card inserted");
-  })) << remote->output();
-  succeed("kfyctl", {"sign", "--certificate", hashOf(ecIdentity()), "--in", at("/letter"), "--out",
-                     at("/letter.sig")});
-}
-
 TEST_F(WholeLoop, SaysWhatIsWrongAndWhatToDo) {
   const Outcome noCard = run("kfyctl", {"sign", "--certificate", hashOf(rsaIdentity()), "--in",
                                         at("/letter"), "--out", at("/letter.sig")});

@@ -1,18 +1,11 @@
 #pragma once
 
-#include <sys/socket.h>
-
 #include <chrono>
-#include <functional>
 #include <optional>
-#include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "base/Descriptor.hpp"
 #include "crypto/TlsChannel.hpp"
-#include "fakes/LoopbackSocket.hpp"
-#include "fakes/MadeKeys.hpp"
 #include "protocol/Frame.hpp"
 #include "protocol/QuillMessage.hpp"
 
@@ -78,45 +71,6 @@ class ServedConnection {
   CleansedBytes buffer_;
   CleansedBytes frame_;
   std::size_t received_ = 0;
-};
-
-// A TLS server on a free loopback port, with a fresh identity, that serves one connection in a
-// thread of its own; the handshake is left to `serve`.
-class TlsServer {
- public:
-  explicit TlsServer(std::function<void(ServedConnection &)> serve)
-      : identity_(makeIdentity("test server")), listener_(boundToLoopback(port_)) {
-    if (::listen(listener_.get(), 1) != 0) {
-      throw std::runtime_error("no loopback listener");
-    }
-    thread_ = std::thread([this, serve = std::move(serve)] {
-      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-      if (base::waitToRead(listener_.get(), deadline)) {
-        base::Descriptor socket(
-            ::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        ServedConnection connection(std::move(socket),
-                                    crypto::TlsContext::server(identity_).value());
-        serve(connection);
-      }
-    });
-  }
-  ~TlsServer() { join(); }
-  TlsServer(const TlsServer &) = delete;
-  TlsServer &operator=(const TlsServer &) = delete;
-
-  [[nodiscard]] std::uint16_t port() const { return port_; }
-  [[nodiscard]] const crypto::Certificate &certificate() const { return identity_.certificate; }
-  void join() {
-    if (thread_.joinable()) {
-      thread_.join();
-    }
-  }
-
- private:
-  crypto::Identity identity_;
-  std::uint16_t port_ = 0;
-  base::Descriptor listener_;
-  std::thread thread_;
 };
 
 }  // namespace fakes
