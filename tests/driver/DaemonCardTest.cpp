@@ -32,14 +32,7 @@ void putMarker() {
 // A daemon whose card does with data what its first byte says.
 class DaemonCardTest : public testing::Test {
  protected:
-  enum Deed : std::uint8_t {
-    answers,
-    refuses,
-    isSilent,
-    sendsNothing,
-    sendsOtherThings,
-    withdraws
-  };
+  enum Deed : std::uint8_t { answers, refuses, isSilent, sendsNothing, isConfused, withdraws };
 
   void SetUp() override { putMarker(); }
   void TearDown() override { removeMarker(); }
@@ -61,8 +54,7 @@ class DaemonCardTest : public testing::Test {
 
   void serve(fakes::ServedConnection &connection) {
     while (const auto request = connection.receive()) {
-      if (auto reply = replyTo(*request)) {
-        reply->messageID = request->messageID;
+      if (const auto reply = replyTo(*request)) {
         connection.send(*reply);
       }
     }
@@ -78,27 +70,17 @@ class DaemonCardTest : public testing::Test {
       return reply;
     }
     const Bytes data = request.dataToSign ? *request.dataToSign : request.dataToDecrypt.value();
-    reply.signedData = Bytes{7, 8};
-    reply.decryptedData = SecretBytes(Bytes{9});
-    switch (static_cast<Deed>(data.at(0))) {
-      case answers:
-        break;
-      case refuses:
-        reply.status = false;
-        reply.signedData = Bytes();
-        break;
-      case isSilent:
-        return std::nullopt;
-      case sendsNothing:
-        reply.signedData = Bytes();
-        break;
-      case sendsOtherThings:
-        reply.command = QuillCommandDecryptData;
-        break;
-      case withdraws:
-        removeMarker();
-        return std::nullopt;
+    const auto deed = static_cast<Deed>(data.at(0));
+    if (deed == withdraws) {
+      removeMarker();
     }
+    if (deed == withdraws || deed == isSilent) {
+      return std::nullopt;
+    }
+    reply.status = deed != refuses;
+    reply.signedData = deed == answers || deed == isConfused ? Bytes{7, 8} : Bytes();
+    reply.decryptedData = SecretBytes(Bytes{9});
+    reply.command = deed == isConfused ? QuillCommandDecryptData : reply.command;
     return reply;
   }
 
@@ -192,7 +174,7 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   EXPECT_TRUE(isAnswer(card_.decrypt(identity, Bytes{answers}, SecretText("")), Bytes{9}));
   EXPECT_EQ(outcomeOf(refuses), UseOutcome::refused);
   EXPECT_EQ(outcomeOf(sendsNothing), UseOutcome::failed);
-  EXPECT_EQ(outcomeOf(sendsOtherThings), UseOutcome::failed);
+  EXPECT_EQ(outcomeOf(isConfused), UseOutcome::failed);
   EXPECT_NE(card_.lastTrouble(), "");
   EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
   EXPECT_EQ(card_.lastTrouble(), "");

@@ -12,27 +12,33 @@ struct DecryptionCase {
   CK_RSA_PKCS_OAEP_PARAMS oaep = {};
 };
 
+CK_RSA_PKCS_OAEP_PARAMS oaep(CK_MECHANISM_TYPE hash, CK_RSA_PKCS_MGF_TYPE mask,
+                             std::string_view label = {}) {
+  return {hash, mask, CKZ_DATA_SPECIFIED, const_cast<char *>(label.data()), label.size()};
+}
+
 // What the token encrypts it has decrypted, in parts as well; a place that is too short costs no
 // second use of the key.
 TEST_F(TokenUser, DecryptsWhatItEncrypts) {
-  char label[] = "label";
   const DecryptionCase kCases[] = {
       {"PKCS1", CKM_RSA_PKCS, 245},
       {"Raw", CKM_RSA_X_509, 256},
-      {"OAEP", CKM_RSA_PKCS_OAEP, 190, {CKM_SHA256, CKG_MGF1_SHA256, 0, nullptr, 0}},
-      {"OAEPWithLabelAndOtherMask",
-       CKM_RSA_PKCS_OAEP,
-       214,
-       {CKM_SHA_1, CKG_MGF1_SHA384, CKZ_DATA_SPECIFIED, label, 5}}};
+      {"OAEP", CKM_RSA_PKCS_OAEP, 190, oaep(CKM_SHA256, CKG_MGF1_SHA256)},
+      {"OAEPWithLabelAndOtherMask", CKM_RSA_PKCS_OAEP, 214,
+       oaep(CKM_SHA_1, CKG_MGF1_SHA384, "label")}};
   for (DecryptionCase row : kCases) {
     SCOPED_TRACE(row.name);
-    CK_MECHANISM given{row.mechanism, &row.oaep, row.oaep.hashAlg == 0 ? 0 : sizeof row.oaep};
-    Bytes plain(row.mostBytes, 0x11);
+    CK_MECHANISM given = mechanismOf(row.mechanism, row.oaep);
+    const Bytes plain(row.mostBytes, 0x11);
     Bytes block(256);
     Bytes opened(256);
     CK_ULONG length = block.size();
-    ASSERT_EQ(f.C_EncryptInit(session, &given, key(CKO_PUBLIC_KEY, rsa)), CKR_OK);
-    ASSERT_EQ(f.C_Encrypt(session, plain.data(), plain.size(), block.data(), &length), CKR_OK);
+    const auto encrypt = [&](Bytes text) {
+      EXPECT_EQ(f.C_EncryptInit(session, &given, key(CKO_PUBLIC_KEY, rsa)), CKR_OK);
+      return f.C_Encrypt(session, text.data(), text.size(), block.data(), &length);
+    };
+    EXPECT_EQ(encrypt(Bytes(row.mostBytes + 1, 1)), CKR_DATA_LEN_RANGE);
+    ASSERT_EQ(encrypt(plain), CKR_OK);
     ASSERT_EQ(f.C_DecryptInit(session, &given, key(CKO_PRIVATE_KEY, rsa)), CKR_OK);
     card.uses = 0;
     ASSERT_EQ(f.C_Decrypt(session, block.data(), block.size(), nullptr, &length), CKR_OK);
@@ -46,12 +52,6 @@ TEST_F(TokenUser, DecryptsWhatItEncrypts) {
     EXPECT_EQ(card.uses, 1);
     opened.resize(length);
     EXPECT_EQ(opened, plain);
-
-    Bytes longer(row.mostBytes + 1, 1);
-    length = block.size();
-    ASSERT_EQ(f.C_EncryptInit(session, &given, key(CKO_PUBLIC_KEY, rsa)), CKR_OK);
-    EXPECT_EQ(f.C_Encrypt(session, longer.data(), longer.size(), block.data(), &length),
-              CKR_DATA_LEN_RANGE);
   }
 }
 
@@ -77,7 +77,18 @@ struct DerivationCase {
   CK_RV result = CKR_OK;
 };
 
-TEST_F(TokenUser, AgreesOnASecretWithAnotherKey) {
+class Derivation : public TokenUser {
+ protected:
+  CK_RV derive(CK_SESSION_HANDLE in, UsualKey with, Bytes point, CK_ATTRIBUTE wanted) {
+    CK_ECDH1_DERIVE_PARAMS parameters{CKD_NULL, 0, nullptr, point.size(), point.data()};
+    CK_MECHANISM given{CKM_ECDH1_DERIVE, &parameters, sizeof parameters};
+    return f.C_DeriveKey(in, &given, key(CKO_PRIVATE_KEY, with), &wanted, 1, &secret);
+  }
+
+  CK_OBJECT_HANDLE secret = CK_INVALID_HANDLE;
+};
+
+TEST_F(Derivation, AgreesOnASecretWithAnotherKey) {
   const DerivationCase kCases[] = {
       {"RawPoint", p256, {}, 32},
       {"PointInAnOctetString", p384, {4, 97}, 48},
@@ -92,13 +103,8 @@ TEST_F(TokenUser, AgreesOnASecretWithAnotherKey) {
     const Bytes point = peer.publicKey().externalRepresentation().value();
     Bytes encoded = row.prefix;
     encoded.insert(encoded.end(), point.begin(), point.end());
-    CK_ECDH1_DERIVE_PARAMS parameters{CKD_NULL, 0, nullptr, encoded.size(), encoded.data()};
-    CK_MECHANISM given{CKM_ECDH1_DERIVE, &parameters, sizeof parameters};
-    CK_ULONG wantedBytes = row.bytes;
-    CK_ATTRIBUTE wanted{CKA_VALUE_LEN, &wantedBytes, sizeof wantedBytes};
-    CK_OBJECT_HANDLE secret = 0;
-    ASSERT_EQ(f.C_DeriveKey(session, &given, key(CKO_PRIVATE_KEY, row.key), &wanted, 1, &secret),
-              row.result);
+    CK_ULONG bytes = row.bytes;
+    ASSERT_EQ(derive(session, row.key, encoded, {CKA_VALUE_LEN, &bytes, sizeof bytes}), row.result);
     if (row.result != CKR_OK) {
       continue;
     }
@@ -110,17 +116,11 @@ TEST_F(TokenUser, AgreesOnASecretWithAnotherKey) {
   }
 }
 
-TEST_F(TokenUser, ASensitiveSecretStaysHiddenAndGoesWithItsSession) {
-  const crypto::PrivateKey peer = madeCurveKey("P-256");
-  Bytes point = peer.publicKey().externalRepresentation().value();
-  CK_ECDH1_DERIVE_PARAMS parameters{CKD_NULL, 0, nullptr, point.size(), point.data()};
-  CK_MECHANISM given{CKM_ECDH1_DERIVE, &parameters, sizeof parameters};
+TEST_F(Derivation, ASensitiveSecretStaysHiddenAndGoesWithItsSession) {
+  const Bytes point = madeCurveKey("P-256").publicKey().externalRepresentation().value();
   CK_BBOOL yes = CK_TRUE;
-  CK_ATTRIBUTE sensitive{CKA_SENSITIVE, &yes, sizeof yes};
-  CK_OBJECT_HANDLE secret = 0;
   const CK_SESSION_HANDLE other = opened();
-  ASSERT_EQ(f.C_DeriveKey(other, &given, key(CKO_PRIVATE_KEY, p256), &sensitive, 1, &secret),
-            CKR_OK);
+  ASSERT_EQ(derive(other, p256, point, {CKA_SENSITIVE, &yes, sizeof yes}), CKR_OK);
   CK_ATTRIBUTE value{CKA_VALUE, nullptr, 0};
   EXPECT_EQ(f.C_GetAttributeValue(session, secret, &value, 1), CKR_ATTRIBUTE_SENSITIVE);
   EXPECT_EQ(f.C_CloseSession(other), CKR_OK);

@@ -49,21 +49,13 @@ class TokenUserWithSettings : public TokenUser {
     return info.flags;
   }
   CK_RV sign(CK_OBJECT_HANDLE object) {
-    CK_MECHANISM given{CKM_ECDSA, nullptr, 0};
-    Bytes digest(32, 1);
-    Bytes signature(64);
-    CK_ULONG length = signature.size();
-    const CK_RV begun = f.C_SignInit(session, &given, object);
-    return begun != CKR_OK
-               ? begun
-               : f.C_Sign(session, digest.data(), digest.size(), signature.data(), &length);
+    return TokenUser::sign(object, {CKM_ECDSA, nullptr, 0}, Bytes(32, 1));
   }
 };
 
 TEST_F(TokenUser, TheTableHasEveryFunction) {
   std::array<void *, (sizeof(CK_FUNCTION_LIST) - sizeof(void *)) / sizeof(void *)> functions{};
   std::memcpy(functions.data(), &f.C_Initialize, sizeof functions);
-  EXPECT_EQ(functions.size(), 68U);
   for (const void *function : functions) {
     EXPECT_NE(function, nullptr);
   }

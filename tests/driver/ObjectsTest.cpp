@@ -10,10 +10,6 @@
 namespace driver {
 namespace {
 
-Bytes hex(const char *text) {
-  return support::dataWithHexString(text).value();
-}
-
 // Whether the machine's log, here a file of the sandboxed root, holds a text.
 bool hasReported(const std::string &text) {
   std::ifstream log(base::rooted("/var/log/unified.log"));
@@ -74,7 +70,7 @@ TEST_F(TokenUser, ShowsWhatProgramsLookFor) {
       {"ECDerives", CKO_PRIVATE_KEY, p256, CKA_DERIVE, kYes},
       {"Exponent", CKO_PRIVATE_KEY, rsa, CKA_PUBLIC_EXPONENT, {1, 0, 1}},
       {"ModulusBits", CKO_PUBLIC_KEY, oddRSA, CKA_MODULUS_BITS, attributeOf(CK_ULONG{1025})},
-      {"Curve", CKO_PRIVATE_KEY, p384, CKA_EC_PARAMS, hex("06052B81040022")},
+      {"Curve", CKO_PRIVATE_KEY, p384, CKA_EC_PARAMS, {6, 5, 0x2B, 0x81, 4, 0, 0x22}},
       {"ShortPoint", CKO_PUBLIC_KEY, p256, CKA_EC_POINT, joined({4, 65}, exported(p256))},
       {"LongPoint", CKO_PUBLIC_KEY, p521, CKA_EC_POINT, joined({4, 0x81, 133}, exported(p521))},
       {"EdwardsPoint", CKO_PUBLIC_KEY, ed25519, CKA_EC_POINT, joined({4, 32}, exported(ed25519))},
@@ -126,10 +122,7 @@ TEST_F(TokenUser, OneKeyWithTwoCertificatesIsOneKey) {
 TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   const auto content = card.content;
   const auto before = found({});
-  CK_MECHANISM given{CKM_ECDSA, nullptr, 0};
-  Bytes digest(32, 1);
-  Bytes signature(64);
-  CK_ULONG length = signature.size();
+  const CK_MECHANISM given{CKM_ECDSA, nullptr, 0};
   CK_TOKEN_INFO info{};
   CK_SLOT_ID slot = 9;
   card.show(nullptr);
@@ -137,7 +130,7 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(f.C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
   EXPECT_EQ(slot, 0U);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_TOKEN_NOT_PRESENT);
-  EXPECT_EQ(f.C_SignInit(session, &given, before.front()), CKR_DEVICE_REMOVED);
+  EXPECT_EQ(sign(before.front(), given, {}), CKR_DEVICE_REMOVED);
   EXPECT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_DEVICE_REMOVED);
   EXPECT_TRUE(hasReported("no card is there"));
   card.show(std::make_shared<const CardContent>(*content));  // read again, the same keys
@@ -145,10 +138,9 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_OK);
   EXPECT_EQ(std::string_view(reinterpret_cast<const char *>(info.serialNumber), 16),
             support::hexString(content->front().publicKeyHash).substr(0, 16));
-  EXPECT_EQ(f.C_SignInit(session, &given, key(CKO_PRIVATE_KEY, p256)), CKR_OK);
-  EXPECT_EQ(f.C_Sign(session, digest.data(), digest.size(), signature.data(), &length), CKR_OK);
+  EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256), given, Bytes(32, 1)), CKR_OK);
   card.insert({*crypto::PrivateKey::generateP256()});
-  EXPECT_EQ(f.C_SignInit(session, &given, before.back()), CKR_KEY_HANDLE_INVALID);
+  EXPECT_EQ(sign(before.back(), given, {}), CKR_KEY_HANDLE_INVALID);
 }
 
 }  // namespace

@@ -26,6 +26,13 @@ inline const std::vector<crypto::PrivateKey> &usualKeys() {
   return keys;
 }
 
+// A mechanism, and its parameters if they name a hash.
+template <typename Parameters>
+CK_MECHANISM mechanismOf(CK_MECHANISM_TYPE type, Parameters &parameters) {
+  return parameters.hashAlg == 0 ? CK_MECHANISM{type, nullptr, 0}
+                                 : CK_MECHANISM{type, &parameters, sizeof parameters};
+}
+
 // A program that uses the token through the function table, with the usual card in.
 class TokenUser : public testing::Test {
  protected:
@@ -73,9 +80,24 @@ class TokenUser : public testing::Test {
     return value;
   }
 
+  // In one call.
+  CK_RV sign(CK_OBJECT_HANDLE object, CK_MECHANISM given, Bytes message) {
+    signature.assign(512, 0);
+    CK_ULONG length = signature.size();
+    const CK_RV begun = f.C_SignInit(session, &given, object);
+    if (begun != CKR_OK) {
+      return begun;
+    }
+    const CK_RV result =
+        f.C_Sign(session, message.data(), message.size(), signature.data(), &length);
+    signature.resize(length);
+    return result;
+  }
+
   CK_FUNCTION_LIST &f = *functionList();
   fakes::CardInHand &card = fakes::CardInHand::instance();
   CK_SESSION_HANDLE session = CK_INVALID_HANDLE;
+  Bytes signature;  // the last one
 };
 
 }  // namespace driver

@@ -105,11 +105,8 @@ class FakeCard : public driver::Card {
                         Operation &&operation) {
     ++card_.uses;
     card_.lastPin = pin.reveal();
-    if (!isPresent()) {
-      return {driver::UseOutcome::cardGone, {}};
-    }
-    if (card_.outcome != driver::UseOutcome::done) {
-      return {card_.outcome, {}};
+    if (!isPresent() || card_.outcome != driver::UseOutcome::done) {
+      return {isPresent() ? card_.outcome : driver::UseOutcome::cardGone, {}};
     }
     const auto answer = operation(card_.keys.at(identity.certificateHash));
     if (!answer) {
