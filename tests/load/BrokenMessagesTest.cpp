@@ -4,7 +4,6 @@
 #include <random>
 
 #include "load/LoadedMachine.hpp"
-#include "protocol/Frame.hpp"
 
 namespace load {
 namespace {
@@ -47,16 +46,6 @@ std::string brokenMessage(std::size_t kind, std::size_t random) {
   }
 }
 
-std::vector<Bytes> brokenFrames(std::size_t count, std::minstd_rand &random) {
-  std::vector<Bytes> frames;
-  for (std::size_t number = 0; number < count; ++number) {
-    frames.push_back(base::bytesOf(std::string(protocol::kFrameStart) +
-                                   brokenMessage(number % kKinds, random()) +
-                                   std::string(protocol::kFrameEnd)));
-  }
-  return frames;
-}
-
 TEST_F(LoadedMachine, ServesAsBeforeAfterBrokenMessagesOfEveryKind) {
   openJournal(/*isRead=*/true);
   startDaemon();
@@ -66,11 +55,14 @@ TEST_F(LoadedMachine, ServesAsBeforeAfterBrokenMessagesOfEveryKind) {
   constexpr std::size_t kMembers = 100;
   const std::size_t ofOne = isFull() ? 500 : 50;
   for (const std::uint16_t port : {client::kPublicPort, client::kLoopbackPort}) {
-    std::vector<Crowd::Part> parts;
-    for (std::size_t member = 0; member < kMembers; ++member) {
-      parts.push_back({1, {.says = brokenFrames(ofOne, random)}});
+    std::vector<Behaviour> members(kMembers);
+    for (Behaviour &member : members) {
+      for (std::size_t number = 0; number < ofOne; ++number) {
+        member.says.push_back(
+            base::bytesOf("[DATA]" + brokenMessage(number % kKinds, random()) + "[ENDDATA]"));
+      }
     }
-    const Crowd crowd(port, std::move(parts));
+    const Crowd crowd(port, std::move(members));
     EXPECT_TRUE(eventually([&] { return crowd.ended() == kMembers; })) << "each is read to its end";
     EXPECT_EQ(crowd.said(), kMembers * ofOne);
   }

@@ -2,18 +2,16 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <sys/epoll.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <bit>
-#include <optional>
+#include <memory>
 
 namespace load {
 namespace {
-
-using Result = crypto::TlsChannel::Result;
 
 constexpr int kNiceness = 5;          // what it costs the daemon is to be seen, not that it keeps
                                       // the honest clients of the test from running
@@ -35,24 +33,18 @@ std::uint32_t ownHost(std::size_t number) {
 }  // namespace
 
 struct Crowd::Member {
-  Member(const Behaviour &itsBehaviour, std::uint32_t itsHost)
-      : behaviour(itsBehaviour), host(itsHost) {}
-
-  const Behaviour &behaviour;
+  Behaviour behaviour;
   std::uint32_t host;
-  base::Descriptor socket;
-  std::optional<crypto::TlsChannel> channel;
-  std::uint32_t awaited = 0;
+  base::Descriptor socket{};
+  std::unique_ptr<crypto::TlsChannel> channel{};
+  short awaited = POLLOUT;
   bool isEstablished = false;
   std::size_t next = 0;  // piece
 };
 
-Crowd::Crowd(std::uint16_t port, std::vector<Part> parts)
-    : port_(port), parts_(std::move(parts)), events_(::epoll_create1(EPOLL_CLOEXEC)) {
-  for (const Part &part : parts_) {
-    for (std::size_t count = 0; count < part.count; ++count) {
-      members_.push_back(std::make_unique<Member>(part.behaviour, ownHost(members_.size())));
-    }
+Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members) : port_(port) {
+  for (Behaviour &behaviour : members) {
+    members_.push_back({std::move(behaviour), ownHost(members_.size())});
   }
   thread_ = std::thread([this] { run(); });
 }
@@ -64,27 +56,29 @@ Crowd::~Crowd() {
 
 void Crowd::run() {
   ::setpriority(PRIO_PROCESS, 0, kNiceness);  // of this thread alone
-  for (const auto &member : members_) {
-    dial(*member);
+  for (Member &member : members_) {
+    dial(member);
   }
-  std::array<epoll_event, 256> happened{};
+  std::vector<pollfd> sockets(members_.size());
   while (!isOver_) {
-    const int count = ::epoll_wait(events_.get(), happened.data(),
-                                   static_cast<int>(happened.size()), /*timeout=*/50);
-    for (int index = 0; index < count; ++index) {
-      Member &member = *static_cast<Member *>(happened[static_cast<std::size_t>(index)].data.ptr);
-      const Progress progress = step(member);
-      const std::uint32_t awaits = progress == Progress::needsInput ? EPOLLIN : EPOLLOUT;
-      if (progress == Progress::isLost) {
+    for (std::size_t number = 0; number < sockets.size(); ++number) {
+      sockets[number] = {members_[number].socket.get(), members_[number].awaited, 0};
+    }
+    ::poll(sockets.data(), sockets.size(), /*timeout=*/50);
+    for (std::size_t number = 0; number < sockets.size(); ++number) {
+      if (sockets[number].revents == 0) {
+        continue;
+      }
+      Member &member = members_[number];
+      const Result result = step(member);
+      member.awaited = result == Result::wantsRead ? POLLIN : POLLOUT;
+      if (result == Result::ended || result == Result::failed) {
         ++ended_;
         member.channel.reset();
         member.socket.close();
         if (member.behaviour.isEndless) {
           dial(member);
         }
-      } else if (awaits != member.awaited) {
-        epoll_event event{member.awaited = awaits, {.ptr = &member}};
-        ::epoll_ctl(events_.get(), EPOLL_CTL_MOD, member.socket.get(), &event);
       }
     }
   }
@@ -98,75 +92,70 @@ void Crowd::dial(Member &member) {
   // what fails here fails at the first event
   (void)::bind(member.socket.get(), &own, sizeof own);
   (void)::connect(member.socket.get(), &daemon, sizeof daemon);
-  member.channel.emplace(context_, crypto::TlsChannel::Role::client, member.socket.get());
+  member.channel = std::make_unique<crypto::TlsChannel>(context_, crypto::TlsChannel::Role::client,
+                                                        member.socket.get());
   member.isEstablished = false;
   member.next = 0;
-  epoll_event event{member.awaited = EPOLLOUT, {.ptr = &member}};
-  ::epoll_ctl(events_.get(), EPOLL_CTL_ADD, member.socket.get(), &event);
 }
 
-Crowd::Progress Crowd::step(Member &member) {
-  const Behaviour &behaviour = member.behaviour;
+// What it waits for now; `done`: it can go on.
+Crowd::Result Crowd::step(Member &member) {
   Result result = Result::done;
-  if (behaviour.shakesHands && !member.isEstablished) {
+  if (member.behaviour.shakesHands && !member.isEstablished) {
     result = member.channel->handshake();
     member.isEstablished = result == Result::done;
     established_ += member.isEstablished ? 1 : 0;
   }
   std::array<std::uint8_t, crypto::kTlsRecordBytes> dropped;
   std::size_t length = 0;
-  while (result == Result::done && behaviour.shakesHands && !behaviour.isEndless) {
+  while (result == Result::done && member.isEstablished && !member.behaviour.isEndless) {
     result = member.channel->readRecord(dropped, length);
   }
-  if (result == Result::ended || result == Result::failed) {
-    return Progress::isLost;
+  if (member.isEstablished && result == Result::wantsRead) {
+    result = Result::done;  // it has read all, and speaks
   }
-  if (behaviour.shakesHands && !member.isEstablished) {
-    return result == Result::wantsRead ? Progress::needsInput : Progress::needsOutput;
+  for (int pieces = 0; pieces < kPiecesOfOneStep && result == Result::done; ++pieces) {
+    result = say(member);
   }
-  Progress progress = Progress::mayGoOn;
-  for (int pieces = 0; pieces < kPiecesOfOneStep && progress == Progress::mayGoOn; ++pieces) {
-    progress = say(member);
-  }
-  return progress;
+  return result;
 }
 
 // Sends what the socket takes of the piece before, and then begins with the next one.
-Crowd::Progress Crowd::say(Member &member) {
-  const std::vector<Bytes> &says = member.behaviour.says;
+Crowd::Result Crowd::say(Member &member) {
+  const auto &[says, isEndless, shakesHands] = member.behaviour;
   crypto::TlsChannel &channel = *member.channel;
   const Result flushed = channel.flush();
   if (flushed != Result::done) {
-    return flushed == Result::wantsWrite ? Progress::needsOutput : Progress::isLost;
+    return flushed;
   }
   if (member.next >= says.size()) {
-    if (member.next++ != says.size() || says.empty() || !member.behaviour.shakesHands) {
-      return Progress::needsInput;
+    if (member.next++ != says.size() || says.empty() || !shakesHands) {
+      return Result::wantsRead;
     }
     channel.sayGoodbye();
-    return Progress::mayGoOn;
+    return Result::done;
   }
   ByteView rest = says[member.next];
-  if (!member.behaviour.shakesHands) {
+  if (!shakesHands) {
     // a part of it does as well
     if (::send(member.socket.get(), rest.data(), rest.size(), MSG_NOSIGNAL) < 0) {
-      return errno == EAGAIN ? Progress::needsOutput : Progress::isLost;
+      return errno == EAGAIN ? Result::wantsWrite : Result::failed;
     }
     rest = {};
   }
   while (!rest.empty()) {
     const std::size_t taken = channel.encryptRecord(rest);
     if (taken == 0) {
-      return Progress::isLost;
+      return Result::failed;
     }
     rest = rest.subspan(taken);
   }
   ++said_;
   ++member.next;
-  if (member.behaviour.isEndless) {
+  if (isEndless) {
     member.next %= says.size();
   }
-  return Progress::mayGoOn;
+  return Result::done;
 }
 
 }  // namespace load

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <thread>
 #include <vector>
 
@@ -26,12 +25,7 @@ struct Behaviour {
 // keeps them out. Gone, with all connections, with the object.
 class Crowd {
  public:
-  struct Part {
-    std::size_t count;
-    Behaviour behaviour;
-  };
-
-  Crowd(std::uint16_t port, std::vector<Part> parts);
+  Crowd(std::uint16_t port, std::vector<Behaviour> members);
   ~Crowd();
   Crowd(const Crowd &) = delete;
   Crowd &operator=(const Crowd &) = delete;
@@ -43,18 +37,16 @@ class Crowd {
 
  private:
   struct Member;
-  enum class Progress { needsInput, needsOutput, mayGoOn, isLost };
+  using Result = crypto::TlsChannel::Result;
 
   void run();
   void dial(Member &member);
-  [[nodiscard]] Progress step(Member &member);
-  [[nodiscard]] Progress say(Member &member);
+  [[nodiscard]] Result step(Member &member);
+  [[nodiscard]] Result say(Member &member);
 
   std::uint16_t port_;
-  std::vector<Part> parts_;
   crypto::TlsContext context_ = crypto::TlsContext::client().value();
-  std::vector<std::unique_ptr<Member>> members_;
-  base::Descriptor events_;
+  std::vector<Member> members_;
   std::atomic<std::size_t> established_ = 0;
   std::atomic<std::size_t> ended_ = 0;
   std::atomic<std::size_t> said_ = 0;

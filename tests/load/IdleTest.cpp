@@ -45,7 +45,7 @@ TEST_F(LoadedMachine, IdleConnectionsCostARelayNothing) {
     const Cost alone = measure();
     const std::size_t base = descriptors();
     {
-      const Crowd crowd(client::kLoopbackPort, {{count, Behaviour{}}});
+      const Crowd crowd(client::kLoopbackPort, std::vector<Behaviour>(count));
       ASSERT_TRUE(eventually([&] { return crowd.established() == count; })) << crowd.established();
       const Cost among = measure();
       EXPECT_EQ(crowd.ended(), 0U);

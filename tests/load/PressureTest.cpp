@@ -59,7 +59,7 @@ TEST_F(Pressure, HandshakesBegunWhileTheQueueIsBlockedSucceed) {
       QuillMessage::initCommandMessageConnectWithCertificate({publicKeyHash(rsaIdentity().key)}));
   // the tool has run once: from now on the queue is blocked
   ASSERT_TRUE(eventually([&] { return read("/var/ran") == "ran\n"; }));
-  const Crowd crowd(client::kPublicPort, {{20, Behaviour{}}});
+  const Crowd crowd(client::kPublicPort, std::vector<Behaviour>(20));
   ASSERT_TRUE(remote.connection->receive(client::Patience::lasting(60s)))
       << "the look-up has an end";
   EXPECT_TRUE(eventually([&] { return crowd.established() == 20; })) << crowd.established();
