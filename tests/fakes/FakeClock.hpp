@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <vector>
 
 #include "platform/Clock.hpp"
@@ -15,15 +14,11 @@ class FakeClock : public platform::Clock {
   void pause(std::chrono::milliseconds duration) override {
     pauses.push_back(duration);
     time += duration;
-    if (whilePaused) {
-      whilePaused();
-    }
   }
 
   Time time{std::chrono::seconds(1741940813)};  // 2025-03-14 08:26:53 UTC
   std::chrono::seconds offset{0};
   std::vector<std::chrono::milliseconds> pauses;
-  std::function<void()> whilePaused;
 };
 
 }  // namespace fakes

@@ -48,7 +48,7 @@ TEST(SpawnToolRunner, GivesAllOutputOrNothing) {
   }
   const fakes::TemporaryFolder folder;
   EXPECT_EQ(run("pwd -P", kGenerous, folder.path()), folder.path() + "\n");
-  EXPECT_FALSE(run("echo x", kGenerous, "/nonexistent"));
+  EXPECT_FALSE(run("echo x", kGenerous, folder / "none"));
   EXPECT_FALSE(SpawnToolRunner().outputOf("/nonexistent/tool", {}, "/", kGenerous));
 }
 

@@ -77,21 +77,17 @@ TEST_F(Daemon, NoticesEveryWayInWhichARemoteVanishes) {
     EXPECT_TRUE(Peer::local().insert({&otherRSAIdentity()}));
     EXPECT_TRUE(isMarkerThere());
   };
-  const auto peer = std::make_unique<RawPeer>(client::kPublicPort);
-  insertCard();
-  shutdown(peer->socket.get(), SHUT_WR);
-  EXPECT_TRUE(isMarkerGone()) << "FIN without close_notify";
-
-  const auto reset = std::make_unique<RawPeer>(client::kPublicPort);
-  insertCard();
-  fakes::reset(reset->socket);
-  EXPECT_TRUE(isMarkerGone()) << "reset";
+  const auto half = [](RawPeer &peer) { shutdown(peer.socket.get(), SHUT_WR); };
+  const auto reset = [](RawPeer &peer) { fakes::reset(peer.socket); };
+  const auto garbage = [](RawPeer &peer) { (void)send(peer.socket.get(), "no TLS record", 13, 0); };
+  for (const auto &[name, vanish] :
+       {std::pair{"half closed", +half}, {"reset", +reset}, {"a broken record", +garbage}}) {
+    RawPeer peer(client::kPublicPort);
+    insertCard();
+    vanish(peer);
+    EXPECT_TRUE(isMarkerGone()) << name;
+  }
   EXPECT_TRUE(daemon->hasSaid("failed: Connection reset by peer")) << daemon->output();
-
-  const auto garbage = std::make_unique<RawPeer>(client::kPublicPort);
-  insertCard();
-  EXPECT_EQ(send(garbage->socket.get(), "no record of TLS", 16, 0), 16);
-  EXPECT_TRUE(isMarkerGone()) << "a broken record";
 
   insertCard();
   const base::Descriptor plain =

@@ -1,16 +1,11 @@
 // What the daemon does when networks, peers and disks fail for real.
 
 #include <linux/filter.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
-#include <cstring>
 #include <filesystem>
 
 #include "base/Descriptor.hpp"
-#include "client/PinnedServer.hpp"
 #include "fakes/LoopbackSocket.hpp"
 #include "system/Machine.hpp"
 
@@ -97,16 +92,6 @@ TEST_F(Faults, RemoteThatVanishesWithRequestsPendingIsReplaced) {
   }
 }
 
-TEST_F(Faults, NewestRemoteIsAskedAtOnceWhileADeadOneStillStands) {
-  set(*this, "newestRemoteFirst", "true");
-  startDaemon();
-  Peer asker = Peer::local();
-  Peer dead = holder();
-  fallSilent(dead);
-  Peer back = holder();
-  EXPECT_TRUE(isServed(asker, back));
-}
-
 TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
   set(*this, "stalledOutputSeconds", "2");
   startDaemon();
@@ -125,40 +110,13 @@ TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
   }
 }
 
-TEST_F(Faults, WithoutDescriptorsServesOnAndRecovers) {
-  startDaemon();
-  Peer remote = holder();
-  Peer asker = Peer::local();
-  rlimit before{};
-  ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, nullptr, &before), 0);
-  const rlimit few{4, before.rlim_max};
-  ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &few, nullptr), 0);
-  EXPECT_FALSE(client::openLoopback(client::Patience::lasting(500ms)));
-  EXPECT_TRUE(isServed(asker, remote)) << "who is there is served on";
-  EXPECT_TRUE(remote.insert({&otherRSAIdentity()})) << "answered even though no marker can be made";
-  ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &before, nullptr), 0);
-  Peer other = Peer::local();
-  EXPECT_TRUE(isServed(other, remote));
-}
-
 // Both logs' folders lie on a small disk of their own.
 class FullLogDisk : public Faults {
  public:
-  FullLogDisk() {
-    isMounted_ = unshare(CLONE_NEWNS) == 0 &&
-                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                 mount("small", at("/tmp").c_str(), "tmpfs", 0, "size=64k") == 0;
-  }
-  ~FullLogDisk() override { umount2(at("/tmp").c_str(), MNT_DETACH); }
-
- protected:
-  bool isMounted_ = false;
+  void SetUp() override { mountDisk("/tmp", "size=64k"); }
 };
 
 TEST_F(FullLogDisk, StopsNothingAndIsWrittenToAgain) {
-  if (!isMounted_) {
-    GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
-  }
   succeed("kfyctl", {"debug", "on"});
   write("/tmp/filler", std::string(256 * 1024, 'x'));
   startDaemon();

