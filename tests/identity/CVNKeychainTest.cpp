@@ -1,14 +1,9 @@
 #include "identity/CVNKeychain.hpp"
 
-#include <sys/stat.h>
-
-#include "base/Files.hpp"
-#include "base/Root.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/MadeIdentity.hpp"
 #include "identity/LowerCase.hpp"
-#include "identity/PinnedCertificate.hpp"
 
 namespace {
 
@@ -91,24 +86,6 @@ TEST_F(Keychain, TokensThatFailHideNothingOfTheKeychain) {
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), nullptr);
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyCertificate error"));
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), onToken.reference);
-}
-
-TEST_F(Keychain, PinnedCertificateIsReadableByAllWhateverTheUmask) {
-  const mode_t before = umask(077);
-  const std::string path = base::rooted(identity::kPinnedCertificate);
-  EXPECT_TRUE(identity::publishPinnedCertificate(first.reference->certificate));
-  struct stat status{};
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0644U);
-  const auto inode = status.st_ino;
-  EXPECT_TRUE(identity::publishPinnedCertificate(first.reference->certificate));
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
-  EXPECT_EQ(status.st_ino, inode) << "the same certificate is not written again";
-  EXPECT_TRUE(identity::publishPinnedCertificate(second.reference->certificate));
-  EXPECT_EQ(base::textOf(*base::readFile(path, 65536)), second.reference->certificate.pem());
-  ASSERT_EQ(stat(path.substr(0, path.rfind('/')).c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0755U);
-  umask(before);
 }
 
 }  // namespace

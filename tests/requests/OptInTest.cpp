@@ -18,14 +18,6 @@ const crypto::Identity &otherKey() {
   return made;
 }
 
-QuillMessage insertOf(const crypto::Identity &identity) {
-  const std::vector<protocol::CardElement> elements{support::CertificateInfo{
-      support::base64EncodeBytes(identity.certificate.der(), /*separateLines=*/false), true, true,
-      true, "", std::nullopt}};
-  return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-      protocol::makeCardList(elements));
-}
-
 QuillMessage signRequest(const std::size_t bytes = 16) {
   return QuillMessage::initCommandMessageSignData(Bytes(bytes), cardKey().certificate.sha1(),
                                                   SecretText());
@@ -43,7 +35,7 @@ class OptIn : public Requests {
   }
   Peer holder(const crypto::Identity &authenticatedWith = otherKey()) {
     Peer made = authenticated();
-    EXPECT_TRUE(ask(insertOf(cardKey()), made).status);
+    EXPECT_TRUE(ask(insertOf({cardKey().certificate.der()}), made).status);
     made.worker->authCertificate = authenticatedWith.certificate.der();
     return made;
   }
@@ -57,7 +49,7 @@ class OptIn : public Requests {
   std::string inserts() {
     std::string outcomes;
     for (const Peer &peer : {remote(), local(), authenticated()}) {
-      outcomes += ask(insertOf(cardKey()), peer).status ? 'y' : 'n';
+      outcomes += ask(insertOf({cardKey().certificate.der()}), peer).status ? 'y' : 'n';
     }
     return outcomes;
   }

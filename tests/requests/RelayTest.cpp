@@ -2,7 +2,6 @@
 
 #include <fstream>
 
-#include "protocol/CardList.hpp"
 #include "requests/RequestsFixture.hpp"
 
 namespace {
@@ -12,20 +11,6 @@ using testing::IsEmpty;
 
 const Bytes kDER = base::bytesOf("certificate");
 const Bytes kHash = support::sha1(kDER);
-
-QuillMessage::Certificates cardOf(const std::vector<Bytes> &certificates) {
-  std::vector<protocol::CardElement> elements{Bytes{1}};  // an element that describes nothing
-  for (const Bytes &der : certificates) {
-    elements.emplace_back(
-        support::CertificateInfo{support::base64EncodeBytes(der, /*separateLines=*/false), true,
-                                 true, true, "", std::nullopt});
-  }
-  return protocol::makeCardList(elements);
-}
-
-QuillMessage insertOf(const std::vector<Bytes> &certificates) {
-  return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(cardOf(certificates));
-}
 
 QuillMessage signRequest(const Bytes &hash = kHash) {
   return QuillMessage::initCommandMessageSignData(Bytes{7}, hash, SecretText("123"));

@@ -12,6 +12,7 @@
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/FakeToolRunner.hpp"
 #include "fakes/LoggedTest.hpp"
+#include "protocol/CardList.hpp"
 #include "requests/ClientAuthentication.hpp"
 #include "requests/RequestProcessor.hpp"
 #include "requests/VirtualCard.hpp"
@@ -45,6 +46,18 @@ class Requests : public fakes::LoggedTest {
   }
   Peer remote() { return peer(/*isLocal=*/false); }
   Peer local() { return peer(/*isLocal=*/true); }
+
+  // Inserts a card with these certificates, and with an element that describes nothing.
+  static QuillMessage insertOf(const std::vector<Bytes> &certificates) {
+    std::vector<protocol::CardElement> elements{Bytes{1}};
+    for (const Bytes &der : certificates) {
+      elements.emplace_back(
+          support::CertificateInfo{support::base64EncodeBytes(der, /*separateLines=*/false), true,
+                                   true, true, "", std::nullopt});
+    }
+    return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+        protocol::makeCardList(elements));
+  }
 
   void process(const QuillMessage &message, const Peer &from) {
     processor.processRequest(&message, from.worker);
