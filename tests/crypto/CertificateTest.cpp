@@ -10,7 +10,6 @@ namespace {
 
 using fakes::madeIdentity;
 using fakes::madeKey;
-using fakes::pemOf;
 
 using crypto::Certificate;
 

@@ -44,15 +44,15 @@ class ServedConnection {
     }
   }
 
-  // Sends bytes as they are, in records as a unit is cut, or a message as a frame.
-  void sendUnit(ByteView unit) {
+  void send(const QuillMessage &message) {
+    const auto frame = protocol::frameOf(message);
+    ByteView unit = frame;
     while (!unit.empty()) {
       unit = unit.subspan(channel_.encryptRecord(unit));
     }
     while (wait(channel_.flush())) {
     }
   }
-  void send(const QuillMessage &message) { sendUnit(protocol::frameOf(message)); }
 
   // How much plaintext has come in all.
   [[nodiscard]] std::size_t received() const { return received_; }

@@ -37,11 +37,9 @@ class Faults : public Machine {
   Faults() {
     makeServerIdentity();
     pair(rsaIdentity().key);
+    succeed("kfyctl", {"defaults", "write", "stalledOutputSeconds", "2"});
   }
 
-  static void set(Machine &machine, const char *setting, const char *value) {
-    machine.succeed("kfyctl", {"defaults", "write", setting, value});
-  }
   static Peer holder() {
     Peer remote = Peer::remote();
     EXPECT_TRUE(remote.authenticate(rsaIdentity()));
@@ -69,7 +67,6 @@ class Faults : public Machine {
 };
 
 TEST_F(Faults, RemoteThatVanishesWithRequestsPendingIsReplaced) {
-  set(*this, "stalledOutputSeconds", "2");
   startDaemon();
   Peer asker = Peer::local();
   struct Case {
@@ -93,7 +90,6 @@ TEST_F(Faults, RemoteThatVanishesWithRequestsPendingIsReplaced) {
 }
 
 TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
-  set(*this, "stalledOutputSeconds", "2");
   startDaemon();
   Peer remote = holder();
   for (void (*vanish)(Peer &) : {reset, closeHalf, fallSilent}) {
