@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
+#include <openssl/pkcs12.h>
 
 #include <cstdlib>
 #include <future>
@@ -75,6 +76,25 @@ const int kIsLibraryIncluded = CRYPTO_set_mem_functions(
 using client::Connection;
 
 constexpr std::chrono::milliseconds kLongEnough{20};
+
+QuillMessage insertionOf(const crypto::Identity &card) {
+  support::CertificateInfo info;
+  info.certificate = support::base64EncodedString(card.certificate.der());
+  const protocol::CardElement element = info;
+  return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+      protocol::makeCardList({&element, 1}));
+}
+
+Bytes packageOf(const crypto::Identity &owner, const char *password) {
+  const std::unique_ptr<PKCS12, void (*)(PKCS12 *)> made(
+      PKCS12_create(password, "owner", owner.key.native(), owner.certificate.native(), nullptr,
+                    NID_aes_256_cbc, NID_aes_256_cbc, /*iter=*/1, /*mac_iter=*/1, 0),
+      PKCS12_free);
+  Bytes package(static_cast<std::size_t>(i2d_PKCS12(made.get(), nullptr)));
+  auto *place = package.data();
+  i2d_PKCS12(made.get(), &place);
+  return package;
+}
 
 // The whole daemon in a thread of this process, on the platform's real network.
 class WithoutMemory : public fakes::LoggedTest {
@@ -165,6 +185,50 @@ class WithoutMemory : public fakes::LoggedTest {
   std::thread thread;
 };
 
+// Reads while the n-th allocation fails, for each n: the result is whole, or there is none, or
+// std::bad_alloc reaches the caller; and the next reading succeeds. `step`: where most allocations
+// are the library's, one like the other.
+template <typename Read, typename Check>
+void expectAllOrNothing(const char *name, long step, Read read, Check isWhole) {
+  SCOPED_TRACE(name);
+  bool hasFailed = true;
+  long number = 0;
+  for (; hasFailed; number += step) {
+    decltype(read()) result;
+    remaining = number;
+    try {
+      result = read();
+    } catch (const std::bad_alloc &) {
+    }
+    hasFailed = std::exchange(remaining, -1) < 0;
+    EXPECT_TRUE(result ? isWhole(*result) : hasFailed) << number;
+    result = read();
+    ASSERT_TRUE(result && isWhole(*result)) << number;
+  }
+  EXPECT_GT(number, 5);
+}
+
+using ReadingWithoutMemory = fakes::LoggedTest;
+
+TEST_F(ReadingWithoutMemory, GivesAllOrNothing) {
+  const crypto::Identity owner = fakes::madeIdentity("EC", "owner");
+  const SecretText password("secret");
+  const auto isOwner = [&](const crypto::Identity &read) {
+    return read.certificate.der() == owner.certificate.der() &&
+           crypto::belongTogether(read.certificate, read.key);
+  };
+  const std::string pem = fakes::encryptedPemOf(owner, "secret");
+  const Bytes package = packageOf(owner, "secret");
+  for (const auto &[name, file] : {std::pair{"PEM", base::viewOf(pem)}, {"package", package}}) {
+    expectAllOrNothing(
+        name, /*step=*/17, [&] { return crypto::readIdentity(file, &password); }, isOwner);
+  }
+  const CleansedBytes json = insertionOf(owner).json().value();
+  expectAllOrNothing(
+      "message", /*step=*/1, [&] { return QuillMessage::initWithJSONData(json); },
+      [&](const QuillMessage &read) { return read.json() == json; });
+}
+
 TEST_F(WithoutMemory, HandshakesFailAloneAndListenersGoOn) {
   long number = 0;
   Peers peers;
@@ -177,12 +241,8 @@ TEST_F(WithoutMemory, HandshakesFailAloneAndListenersGoOn) {
 
 TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {
   const crypto::Identity card = fakes::madeIdentity("EC", "card");
-  support::CertificateInfo info;
-  info.certificate = support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
-  const std::vector<protocol::CardElement> elements{info};
+  const auto insertion = insertionOf(card);
   int relayed = 0;
-  const auto insertion = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-      protocol::makeCardList(elements));
   // An insertion, and a relay there and back.
   const auto exchange = [&](const Peers &peers) {
     (void)peers.remote->send(insertion);
