@@ -72,6 +72,10 @@ TEST_F(Card, MarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {
   processor.removeSmartcard();
   EXPECT_FALSE(isMarkerThere());
   EXPECT_EQ(std::filesystem::file_size(elsewhere), 4U);
+  ASSERT_EQ(::mkfifo(marker.c_str(), 0600), 0);
+  processor.insertSmartcard();
+  EXPECT_TRUE(std::filesystem::is_regular_file(marker)) << "nothing waits for a FIFO's reader";
+  processor.removeSmartcard();
   std::filesystem::create_directory(marker);
   processor.insertSmartcard();
   processor.removeSmartcard();

@@ -1,11 +1,13 @@
 // What the daemon does when networks, peers and disks fail for real.
 
 #include <linux/filter.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <filesystem>
 
 #include "base/Descriptor.hpp"
+#include "client/PinnedServer.hpp"
 #include "fakes/LoopbackSocket.hpp"
 #include "system/Machine.hpp"
 
@@ -89,6 +91,16 @@ TEST_F(Faults, RemoteThatVanishesWithRequestsPendingIsReplaced) {
   }
 }
 
+TEST_F(Faults, NewestRemoteIsAskedAtOnceWhileADeadOneStillStands) {
+  succeed("kfyctl", {"defaults", "write", "newestRemoteFirst", "true"});
+  startDaemon();
+  Peer asker = Peer::local();
+  Peer dead = holder();
+  fallSilent(dead);
+  Peer back = holder();
+  EXPECT_TRUE(isServed(asker, back));
+}
+
 TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
   startDaemon();
   Peer remote = holder();
@@ -104,6 +116,22 @@ TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
     EXPECT_TRUE(isServed(other, remote));
     EXPECT_FALSE(other.connection->take()) << "the other's answer is not for it";
   }
+}
+
+TEST_F(Faults, WithoutDescriptorsServesOnAndRecovers) {
+  startDaemon();
+  Peer remote = holder();
+  Peer asker = Peer::local();
+  rlimit before{};
+  ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, nullptr, &before), 0);
+  const rlimit few{4, before.rlim_max};
+  ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &few, nullptr), 0);
+  EXPECT_FALSE(client::openLoopback(client::Patience::lasting(std::chrono::milliseconds(500))));
+  EXPECT_TRUE(isServed(asker, remote)) << "who is there is served on";
+  EXPECT_TRUE(remote.insert({&otherRSAIdentity()})) << "answered even though no marker can be made";
+  ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &before, nullptr), 0);
+  Peer other = Peer::local();
+  EXPECT_TRUE(isServed(other, remote));
 }
 
 // Both logs' folders lie on a small disk of their own.

@@ -1,7 +1,6 @@
-// Strangers, as people see them with the tools.
+// What the protocol leaves open, tried for real, and that its settings close it.
 
 #include <csignal>
-
 #include "system/Machine.hpp"
 
 namespace system_tests {
@@ -10,12 +9,50 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-class OptIn : public Machine {};
+class OptIn : public Machine {
+ public:
+  OptIn() {
+    write("/etc/passwd",
+          "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/:/bin/sh\n"
+          "cvnkfyvncuser:x:1001:1001::/:/bin/bash\n");
+    write("/etc/shadow", "root:*:19000::::::\ncvnkfyvncuser:!:19000:0:99999:7:::\n", 0640);
+    makeServerIdentity();
+    pair(rsaIdentity().key);
+    startDaemon();
+  }
+
+  // A local program without any key has a challenge signed as if it were to log in somewhere, and
+  // asks for the password with it. The card's client signs whatever it is asked to, if it is.
+  static bool isPasswordStolen(const crypto::Identity &card, bool isClientAsked) {
+    Peer client = Peer::remote();
+    EXPECT_TRUE(client.authenticate(rsaIdentity()) && client.insert({&card}));
+    Peer thief = Peer::remote();
+    Peer program = Peer::local();
+    program.send(QuillMessage::initCommandMessageSignData(
+        *thief.connect(rsaIdentity().key).challenge, card.certificate.sha1(), SecretText()));
+    if (isClientAsked) {
+      const QuillMessage asked = client.receive();
+      client.send(QuillMessage::initWithReplyMessageForSignMessage(
+          /*status=*/true, asked.messageID, *card.key.signRawPKCS1(*asked.dataToSign)));
+    }
+    const QuillMessage signature = program.receive();
+    EXPECT_EQ(signature.status, isClientAsked);
+    return thief
+               .ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
+                   *signature.signedData, rsaIdentity().certificate.der()))
+               .status &&
+           thief.ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status;
+  }
+};
+
+TEST_F(OptIn, PasswordIsStolenOnlyWithAKeyThatServesBothEnds) {
+  EXPECT_TRUE(isPasswordStolen(rsaIdentity(), /*isClientAsked=*/true));
+  EXPECT_FALSE(isPasswordStolen(otherRSAIdentity(), /*isClientAsked=*/true));
+  write("/etc/keyferry/kfyd.toml", "relayAuthenticationKey = false\n");
+  EXPECT_FALSE(isPasswordStolen(rsaIdentity(), /*isClientAsked=*/false));
+}
 
 TEST_F(OptIn, StrangersAreSeenAndDropped) {
-  makeServerIdentity();
-  pair(rsaIdentity().key);
-  startDaemon();
   Peer client = Peer::remote();
   ASSERT_TRUE(client.authenticate(rsaIdentity()));
   ASSERT_TRUE(client.insert({&rsaIdentity()}));
