@@ -1,6 +1,4 @@
 #include <openssl/err.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,18 +11,6 @@
 
 namespace driver {
 namespace {
-
-// The status with which a child ends that runs `child`.
-template <typename Child>
-int statusOfChild(Child &&child) {
-  const pid_t identifier = ::fork();
-  if (identifier == 0) {
-    ::_exit(child());
-  }
-  int status = -1;
-  return ::waitpid(identifier, &status, 0) == identifier && WIFEXITED(status) ? WEXITSTATUS(status)
-                                                                              : -1;
-}
 
 class TokenUserWithSettings : public TokenUser {
  protected:

@@ -1,10 +1,7 @@
 // The module as it is built: what it needs, what it shows, and how it behaves at a program's end.
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <openssl/crypto.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -13,7 +10,7 @@
 #include <set>
 #include <string>
 
-#include "driver/Pkcs11.hpp"
+#include "driver/TokenUser.hpp"
 
 namespace driver {
 namespace {
@@ -50,27 +47,24 @@ TEST(Module, NeedsAndShowsNothingElse) {
 
 // As from an exit handler that runs late: OpenSSL has been shut down, the module was unloaded.
 TEST(Module, AnswersAfterTheLibraryWasShutDown) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    void *const module = ::dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
-    const auto get = reinterpret_cast<CK_C_GetFunctionList>(::dlsym(module, "C_GetFunctionList"));
-    CK_FUNCTION_LIST *f = nullptr;
-    CK_ULONG count = 0;
-    if (get == nullptr || get(&f) != CKR_OK || f->C_Initialize(nullptr) != CKR_OK ||
-        f->C_GetSlotList(CK_TRUE, nullptr, &count) != CKR_OK || count != 0) {
-      ::_exit(1);
-    }
-    ::dlclose(module);
-    OPENSSL_cleanup();
-    const bool answers = f->C_CloseAllSessions(0) == CKR_CRYPTOKI_NOT_INITIALIZED &&
-                         f->C_Finalize(nullptr) == CKR_OK &&
-                         f->C_Finalize(nullptr) == CKR_CRYPTOKI_NOT_INITIALIZED;
-    ::_exit(answers ? 0 : 2);
-  }
-  int status = -1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(statusOfChild([] {
+              void *const module = ::dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
+              const auto get =
+                  reinterpret_cast<CK_C_GetFunctionList>(::dlsym(module, "C_GetFunctionList"));
+              CK_FUNCTION_LIST *f = nullptr;
+              CK_ULONG count = 0;
+              if (get == nullptr || get(&f) != CKR_OK || f->C_Initialize(nullptr) != CKR_OK ||
+                  f->C_GetSlotList(CK_TRUE, nullptr, &count) != CKR_OK || count != 0) {
+                return 1;
+              }
+              ::dlclose(module);
+              OPENSSL_cleanup();
+              const bool answers = f->C_CloseAllSessions(0) == CKR_CRYPTOKI_NOT_INITIALIZED &&
+                                   f->C_Finalize(nullptr) == CKR_OK &&
+                                   f->C_Finalize(nullptr) == CKR_CRYPTOKI_NOT_INITIALIZED;
+              return answers ? 0 : 2;
+            }),
+            0);
 }
 
 }  // namespace
