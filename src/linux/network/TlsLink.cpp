@@ -65,13 +65,7 @@ void TlsLink::setStateHandler(platform::Connection::StateHandler handler) {
 }
 
 void TlsLink::start() {
-  commons_->queue.post([self = shared_from_this()] {
-    self->isStarted_ = true;
-    if (self->phase_ != Phase::closed && self->stateHandler_) {
-      self->stateHandler_(ConnectionState::ready, 0);
-    }
-    self->scheduleRead();
-  });
+  later(&TlsLink::beginTurn);
 }
 
 void TlsLink::receive(platform::Connection::ReceiveCompletion completion) {
@@ -126,6 +120,14 @@ void TlsLink::release() {
 }
 
 // Reading.
+
+void TlsLink::beginTurn() {
+  isStarted_ = true;
+  if (phase_ != Phase::closed && stateHandler_) {
+    stateHandler_(ConnectionState::ready, 0);
+  }
+  scheduleRead();
+}
 
 bool TlsLink::mayRead() const {
   return phase_ == Phase::open && isStarted_ && receive_ && !isReadingPaused_ &&

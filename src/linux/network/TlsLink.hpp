@@ -59,6 +59,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void turnWhen(Wait ready, void (TlsLink::*turn)());
   void turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)());
 
+  void beginTurn();
   [[nodiscard]] bool mayRead() const;
   void scheduleRead();
   void readTurn();
