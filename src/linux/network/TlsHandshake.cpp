@@ -58,7 +58,7 @@ TlsStream TlsHandshake::takeStream() {
 void TlsHandshake::stepWhen(Wait ready) {
   stream_.socket.async_wait(ready, [self = shared_from_this()](const error_code &aborted) {
     if (!aborted) {
-      self->turns_->add(self);
+      self->orEnd(&TlsHandshake::awaitTurn);
     }
   });
 }
@@ -67,8 +67,8 @@ void TlsHandshake::countPiece() {
   pieceBegan_ = steady_clock::now();
   timer_.expires_after(std::min(time_ - counted_, kPiece));
   timer_.async_wait([self = shared_from_this()](const error_code &aborted) {
-    if (!aborted && self->done_) {
-      self->pieceIsOver();
+    if (!aborted) {
+      self->orEnd(&TlsHandshake::pieceIsOver);
     }
   });
 }
@@ -83,15 +83,23 @@ void TlsHandshake::pieceIsOver() {
   if (counted_ < time_) {
     return countPiece();
   }
-  turns_->add(shared_from_this());  // the last step: what it needs may have come meanwhile
+  awaitTurn();  // the last step: what it needs may have come meanwhile
+}
+
+void TlsHandshake::awaitTurn() {
+  turns_->add(shared_from_this());
 }
 
 void TlsHandshake::step() {
+  orEnd(&TlsHandshake::goOn);
+}
+
+void TlsHandshake::orEnd(void (TlsHandshake::*part)()) {
   if (!done_) {
     return;
   }
   try {
-    goOn();
+    (this->*part)();
   } catch (const std::bad_alloc &) {
     if (done_) {  // else it was done, and is lost with the one it was handed to
       end(ENOMEM);

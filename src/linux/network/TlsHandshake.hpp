@@ -41,6 +41,8 @@ class TlsHandshake : public std::enable_shared_from_this<TlsHandshake> {
  private:
   using Wait = boost::asio::ip::tcp::socket::wait_type;
 
+  void orEnd(void (TlsHandshake::*part)());  // without memory for it this handshake has failed
+  void awaitTurn();
   void goOn();
   void stepWhen(Wait ready);
   void countPiece();
