@@ -182,7 +182,7 @@ class Row {
 
   void set(Peer & /*peer*/, unsigned value) {
     const auto &switches = support::kSwitches;
-    const unsigned which = byte() % (switches.size() + support::kBounds.size());
+    const std::size_t which = byte() % (switches.size() + support::kBounds.size());
     if (which < switches.size()) {
       defaults_.values[std::string("kfyd/") + switches[which].key] = value % 2 == 1;
     } else {

@@ -30,6 +30,9 @@ std::uint32_t ownHost(std::size_t number) {
   return INADDR_LOOPBACK + 0x10000U + static_cast<std::uint32_t>(number / 250 * 256 + number % 250);
 }
 
+// Whether it is over is looked at so often: seldom, or an idle crowd would cost something.
+constexpr int kLookMilliseconds = 500;
+
 }  // namespace
 
 struct Crowd::Member {
@@ -64,7 +67,7 @@ void Crowd::run() {
     for (std::size_t number = 0; number < sockets.size(); ++number) {
       sockets[number] = {members_[number].socket.get(), members_[number].awaited, 0};
     }
-    ::poll(sockets.data(), sockets.size(), /*timeout=*/50);
+    ::poll(sockets.data(), sockets.size(), kLookMilliseconds);
     for (std::size_t number = 0; number < sockets.size(); ++number) {
       if (sockets[number].revents == 0) {
         continue;

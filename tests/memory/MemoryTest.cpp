@@ -50,16 +50,17 @@ void *operator new(std::size_t size) {
 void *operator new(std::size_t size, std::align_val_t alignment) {
   return allocated(size, static_cast<std::size_t>(alignment));
 }
-void operator delete(void *memory) noexcept {
+// In line the compiler sees what free() gets and takes the pair for a mistake.
+[[gnu::noinline]] void operator delete(void *memory) noexcept {
   std::free(memory);
 }
-void operator delete(void *memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept {
   std::free(memory);
 }
-void operator delete(void *memory, std::align_val_t) noexcept {
+[[gnu::noinline]] void operator delete(void *memory, std::align_val_t) noexcept {
   std::free(memory);
 }
-void operator delete(void *memory, std::size_t, std::align_val_t) noexcept {
+[[gnu::noinline]] void operator delete(void *memory, std::size_t, std::align_val_t) noexcept {
   std::free(memory);
 }
 
