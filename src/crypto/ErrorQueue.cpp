@@ -9,12 +9,12 @@
 namespace crypto {
 namespace {
 
-// An entry as the library gave it. File and function are texts of the program that never go.
+// An entry as the library gave it, whose texts it overwrites with those of later entries.
 struct Entry {
   unsigned long code = 0;
-  const char *file = nullptr;
+  std::string file;
   int line = 0;
-  const char *function = nullptr;
+  std::string function;
   std::string data;
   bool hasData = false;
 };
@@ -23,12 +23,16 @@ std::vector<Entry> takeEntries() {
   std::vector<Entry> entries;
   while (true) {
     Entry entry;
+    const char *file = nullptr;
+    const char *function = nullptr;
     const char *data = nullptr;
     int flags = 0;
-    entry.code = ERR_get_error_all(&entry.file, &entry.line, &entry.function, &data, &flags);
+    entry.code = ERR_get_error_all(&file, &entry.line, &function, &data, &flags);
     if (entry.code == 0) {
       return entries;
     }
+    entry.file = file == nullptr ? "" : file;
+    entry.function = function == nullptr ? "" : function;
     entry.hasData = (flags & ERR_TXT_STRING) != 0 && data != nullptr;
     entry.data = entry.hasData ? data : "";
     entries.push_back(std::move(entry));
@@ -37,7 +41,7 @@ std::vector<Entry> takeEntries() {
 
 void putBack(const Entry &entry) {
   ERR_new();
-  ERR_set_debug(entry.file, entry.line, entry.function);
+  ERR_set_debug(entry.file.c_str(), entry.line, entry.function.c_str());
   const int library = ERR_GET_LIB(entry.code);
   const int reason = ERR_GET_REASON(entry.code);
   if (entry.hasData) {

@@ -33,7 +33,9 @@ std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters, in
     return std::nullopt;
   }
   Bytes salt(parameters.saltLength);
-  ::arc4random_buf(salt.data(), salt.size());
+  if (!salt.empty()) {
+    ::arc4random_buf(salt.data(), salt.size());
+  }
 
   Bytes block((static_cast<std::size_t>(modulusBits) + 7) / 8);
   const std::span<std::uint8_t> encoded = std::span(block).last(encodedSize);
