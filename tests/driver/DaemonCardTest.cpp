@@ -1,6 +1,7 @@
 #include "driver/DaemonCard.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -192,8 +193,15 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
 TEST_F(DaemonCardTest, WorksAgainInTheChildOfAFork) {
   setList({entry(identity_.certificate, "key")});
   EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
-  card_.abandon();
-  EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    card_.abandon();
+    ::_exit(outcomeOf(answers) == UseOutcome::done ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(outcomeOf(answers), UseOutcome::done) << "the parent's connection goes on";
   EXPECT_EQ(listings_, 2);
 }
 

@@ -43,7 +43,9 @@ TEST_F(Pressure, ListsOfThoseWhoFailToAuthenticateAreNotKept) {
   const std::size_t first = fail(times);
   const std::size_t second = fail(times);
   compareMemory(first, second);
+#ifndef __SANITIZE_ADDRESS__  // which keeps what was given back for a while
   EXPECT_LT(second, first + static_cast<std::size_t>(times) * 128) << "half of each list was kept";
+#endif
 }
 
 TEST_F(Pressure, HandshakesBegunWhileTheQueueIsBlockedSucceed) {
