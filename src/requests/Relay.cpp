@@ -104,12 +104,15 @@ class Search {
         relaysAuthenticationKey_(support::isOn(support::kRelayAuthenticationKey,
                                                request.processor.platform().defaults)) {}
 
-  // The first of the workers whose list holds the certificate; null if none does.
-  template <typename Workers>
-  QuillWorker::Shared firstOf(const Workers &workers) {
-    const auto found =
-        std::ranges::find_if(workers, [this](const auto &worker) { return offersKey(*worker); });
-    return found == std::ranges::end(workers) ? nullptr : *found;
+  // The first of the holders whose list has the certificate; null if none has it.
+  template <typename Holders>
+  QuillWorker::Shared firstOf(const Holders &holders) {
+    for (const auto &[number, holder] : holders) {
+      if (QuillWorker::Shared worker = holder.lock(); worker && offersKey(*worker)) {
+        return worker;
+      }
+    }
+    return nullptr;
   }
 
  private:
@@ -145,10 +148,10 @@ class Search {
 QuillWorker::Shared findCertificateHolder(const Request &request) {
   CVNLogDebug("finding worker that sent the request");
   Search search(request);
-  const auto &workers = request.processor.workers;
+  const auto &holders = request.processor.listHolders;
   return support::isOn(support::kNewestRemoteFirst, request.processor.platform().defaults)
-             ? search.firstOf(std::views::reverse(workers))
-             : search.firstOf(workers);
+             ? search.firstOf(std::views::reverse(holders))
+             : search.firstOf(holders);
 }
 
 // Reports a limit that a request would go past.

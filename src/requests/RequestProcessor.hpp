@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -60,6 +61,9 @@ class RequestProcessor {
 
   // Every accepted connection, in order of acceptance.
   std::vector<QuillWorker::Shared> workers;
+  // Those of them whose client has sent a list, by their numbers: a search for a key looks at them
+  // alone, and idle connections cost it nothing. Some may have gone since.
+  std::map<std::uint64_t, std::weak_ptr<QuillWorker>> listHolders;
   // The card's list from the latest insert that carried one; null before. Never cleared.
   QuillMessage::Certificates certificates;
   // The remote connection that inserted the card last; none if it has gone.

@@ -3,14 +3,26 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <map>
+
 #include "base/Descriptor.hpp"
 #include "base/Root.hpp"
 
 namespace requests {
 
+namespace {
+
+void addListHolder(RequestProcessor &processor, const QuillWorker::Shared &worker) {
+  std::erase_if(processor.listHolders, [](const auto &holder) { return holder.second.expired(); });
+  processor.listHolders.try_emplace(worker->number, worker);
+}
+
+}  // namespace
+
 void handleInsert(Request &request) {
   request.reply.status = true;
   if (request.message.certificates) {
+    addListHolder(request.processor, request.worker);
     request.processor.certificates = request.message.certificates;
     request.worker->certificates = request.message.certificates;
     request.worker->keysAlike.clear();

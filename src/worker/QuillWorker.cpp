@@ -18,6 +18,11 @@ QuillWorker::Shared QuillWorker::initWithReceiveBlock(ReceiveBlock receiveBlock,
   return worker;
 }
 
+std::uint64_t QuillWorker::nextNumber() {
+  static std::uint64_t last = 0;
+  return ++last;
+}
+
 void QuillWorker::startConnection(std::shared_ptr<platform::Connection> connection) {
   g_inbound_connection = std::move(connection);
   // The callbacks outlive the worker, and may come after the connection was forgotten.

@@ -44,6 +44,8 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // Ends the connection, if there is one.
   void disconnect();
 
+  // Rises from worker to worker, and with it the order of acceptance.
+  const std::uint64_t number = nextNumber();
   bool isLocal = false;  // came in on the loopback listener
   bool isAuthenticated = false;
   std::uint64_t secondsUnauthenticated = 0;  // as far as they are counted
@@ -65,6 +67,7 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
 
  private:
   QuillWorker() = default;
+  static std::uint64_t nextNumber();
 
   void stateChanged(const platform::Endpoint &peer, platform::ConnectionState state,
                     int errorNumber);

@@ -87,7 +87,7 @@ class OptIn : public Requests {
     std::string outcomes;
     for (const auto &identity :
          {otherKey(), cardKey(), fakes::identityOf(cardKey().key, "another")}) {
-      processor.workers.clear();
+      processor.listHolders.clear();
       outcomes += isRelayedTo(holder(identity)) ? 'y' : 'n';
     }
     return outcomes + (isRelayedTo(holder()) ? 'y' : 'n');
@@ -125,12 +125,12 @@ TEST_F(OptIn, SwitchesChangeWhatTheySayAndNothingElse) {
     const bool prescribed = row.setting.valueIfAbsent;
     EXPECT_EQ((this->*row.outcomes)(), row.asPrescribed) << "absent";
     for (const bool value : {!prescribed, prescribed}) {
-      processor.workers.clear();
+      processor.listHolders.clear();
       set(row.setting.key, value);
       EXPECT_EQ((this->*row.outcomes)(),
                 value == prescribed ? row.asPrescribed : row.withTheSetting);
     }
-    processor.workers.clear();
+    processor.listHolders.clear();
   }
 }
 
@@ -195,6 +195,7 @@ TEST_F(OptIn, ElementsThatDecodeToNothingFillNoLog) {
   const Peer stranger = remote();
   stranger.worker->certificates = std::make_shared<const protocol::CardList>(
       std::vector(1500, protocol::CardEntry{"{}", /*hasCertificate=*/true, {}}));
+  processor.listHolders.try_emplace(stranger.worker->number, stranger.worker);
   const Peer holder = this->holder();
   takeEntries();
   EXPECT_TRUE(isRelayedTo(holder));
