@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -89,6 +90,8 @@ class Network : public testing::Test {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     EXPECT_EQ(connect(socket.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
     fcntl(socket.get(), F_SETFL, O_NONBLOCK);
+    const int on = 1;  // what is sent is there at once
+    setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     return socket;
   }
 

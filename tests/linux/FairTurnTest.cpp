@@ -1,0 +1,97 @@
+// Who asks for much at once makes nobody else wait.
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "linux/NetworkTest.hpp"
+#include "linux/network/Endpoints.hpp"
+
+namespace platform_linux {
+namespace {
+
+class FairTurn : public Network {
+ public:
+  struct Client {
+    base::Descriptor socket;
+    TlsChannel channel;
+
+    explicit Client(base::Descriptor dialled)
+        : socket(std::move(dialled)),
+          channel(*crypto::TlsContext::client(), TlsChannel::Role::client, socket.get()) {}
+  };
+
+  // Sends so many records of one letter.
+  static void send(Client &from, std::string_view letter, int records) {
+    for (int count = 0; count < records; ++count) {
+      EXPECT_EQ(from.channel.encryptRecord(base::viewOf(letter)), 1U);
+      EXPECT_EQ(from.channel.flush(), TlsChannel::Result::done);
+    }
+  }
+
+  // What any of these connections sends is received in one text.
+  void readAlways(platform::Connection &from) {
+    from.receive([this, &from](const platform::Chunk &chunk) {
+      received += base::textOf(chunk.content);
+      if (!chunk.isFinal) {
+        readAlways(from);
+      }
+    });
+  }
+};
+
+TEST_F(FairTurn, ReadsOneChunkOfEachConnection) {
+  std::array<std::unique_ptr<Client>, 2> clients;
+  std::vector<std::shared_ptr<platform::Connection>> connections;
+  for (auto &each : clients) {
+    connection.reset();
+    each = std::make_unique<Client>(dial());
+    runUntil([&] { return each->channel.handshake() == TlsChannel::Result::done && connection; });
+    connections.push_back(connection);
+    readAlways(*connection);
+  }
+  settle();
+  send(*clients[0], "a", 50);
+  send(*clients[1], "b", 1);
+  runUntil([this] { return received.find('b') != std::string::npos; });
+  EXPECT_LE(received.size(), 4U) << received;
+  runUntil([this] { return received.size() == 51; });
+}
+
+// A step costs a signature: who sends a frame while many shake hands does not wait for all of them.
+TEST_F(FairTurn, TakesFewStepsOfAllHandshakes) {
+  constexpr int kMany = 30;
+  listenerLimits.handshakes.most = listenerLimits.handshakesPerSource.most = kMany;
+  listenerLimits.connections.most = listenerLimits.connectionsPerSource.most = kMany + 1;
+  establish();
+  settle();
+  std::vector<std::unique_ptr<Client>> many;
+  for (int count = 0; count < kMany; ++count) {
+    many.push_back(std::make_unique<Client>(dial()));
+    EXPECT_EQ(many.back()->channel.handshake(), TlsChannel::Result::wantsRead);
+  }
+  const auto answered = [&] {
+    return std::ranges::count_if(many, [](const auto &each) {
+      char byte = 0;
+      return recv(each->socket.get(), &byte, 1, MSG_DONTWAIT | MSG_PEEK) == 1;
+    });
+  };
+  runUntil([&] { return answered() > 0; });
+  sendFromClient("x");
+  runUntil([this] { return received == "x"; });
+  EXPECT_LT(answered(), kMany / 3);
+  runUntil([&] { return answered() == kMany; });
+}
+
+TEST(Endpoints, AddressesThatOnePeerHasAreCountedAsOne) {
+  const auto sourceOf = [](const char *address) {
+    return endpointOf({boost::asio::ip::make_address(address), 1}).source;
+  };
+  EXPECT_EQ(sourceOf("2001:db8:1:2::1"), sourceOf("2001:db8:1:2:ffff:ffff:ffff:ffff"));
+  EXPECT_NE(sourceOf("2001:db8:1:2::1"), sourceOf("2001:db8:1:3::1"));
+  EXPECT_EQ(sourceOf("::ffff:192.0.2.7"), sourceOf("192.0.2.7"));
+  EXPECT_NE(sourceOf("192.0.2.7"), sourceOf("192.0.2.8"));
+}
+
+}  // namespace
+}  // namespace platform_linux
