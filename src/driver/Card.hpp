@@ -46,8 +46,8 @@ class Card {
  public:
   virtual ~Card() = default;
 
-  // Whether a card is there now. Looks at the marker and what is known already; never waits for
-  // the key's holder.
+  // Whether a card is there now. Looks at the marker and what is known already, or asks the daemon
+  // where no marker can be seen; never waits for the key's holder.
   [[nodiscard]] virtual bool isPresent() = 0;
 
   // What the card holds now; null if none is there or the list can't be had. Read again only when

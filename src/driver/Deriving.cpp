@@ -91,8 +91,7 @@ CK_RV derive(Driver &driver, const Session &session, const CK_MECHANISM *mechani
   object.secret = SecretBytes(shared.reveal().last(*length));
   object.attributes[CKA_VALUE_LEN] = attributeOf(CK_ULONG{*length});
   *handle = object.handle;
-  driver.sessionObjects.add(session.handle, std::make_shared<const Object>(std::move(object)));
-  return CKR_OK;
+  return driver.keep(session, std::move(object));
 }
 
 }  // namespace driver

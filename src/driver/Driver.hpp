@@ -31,6 +31,12 @@ class Driver {
   [[nodiscard]] CK_RV closeSession(CK_SESSION_HANDLE handle);
   void closeAllSessions();
 
+  // Keeps an object that ends with the session. CKR_SESSION_CLOSED if that has ended already.
+  [[nodiscard]] CK_RV keep(const Session &session, Object object);
+
+  // See Token. CKR_SESSION_CLOSED, and no PIN is kept, if no session is open any more.
+  [[nodiscard]] CK_RV logIn(SecretText pin);
+
   // Waits on the calling thread until a card came or went since the last such event, or since the
   // program first looked at the token, or until the driver is stopped:
   // CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there.

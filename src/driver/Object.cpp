@@ -12,8 +12,14 @@ constexpr std::array<CK_ATTRIBUTE_TYPE, 7> kSecretParts{
     CKA_VALUE,      CKA_PRIVATE_EXPONENT, CKA_PRIME_1,    CKA_PRIME_2,
     CKA_EXPONENT_1, CKA_EXPONENT_2,       CKA_COEFFICIENT};
 
-bool isSensitive(const Object &object, CK_ATTRIBUTE_TYPE type) {
-  return object.has(CKA_SENSITIVE) && std::ranges::find(kSecretParts, type) != kSecretParts.end();
+// Odd values, which programs may have given a derived key, hide as well.
+bool isHidden(const Object &object, CK_ATTRIBUTE_TYPE type) {
+  const auto isOther = [&](CK_ATTRIBUTE_TYPE flag, const Bytes &open) {
+    const auto found = object.attributes.find(flag);
+    return found != object.attributes.end() && found->second != open;
+  };
+  return std::ranges::find(kSecretParts, type) != kSecretParts.end() &&
+         (isOther(CKA_SENSITIVE, no()) || isOther(CKA_EXTRACTABLE, yes()));
 }
 
 std::optional<ByteView> valueOf(const Object &object, CK_ATTRIBUTE_TYPE type) {
@@ -27,7 +33,7 @@ std::optional<ByteView> valueOf(const Object &object, CK_ATTRIBUTE_TYPE type) {
 CK_RV fillOne(CK_ATTRIBUTE &wanted, const Object &object) {
   const CK_ULONG room = wanted.ulValueLen;
   wanted.ulValueLen = CK_UNAVAILABLE_INFORMATION;
-  if (isSensitive(object, wanted.type)) {
+  if (isHidden(object, wanted.type)) {
     return CKR_ATTRIBUTE_SENSITIVE;
   }
   const auto value = valueOf(object, wanted.type);
@@ -45,7 +51,7 @@ CK_RV fillOne(CK_ATTRIBUTE &wanted, const Object &object) {
 }
 
 bool fitsOne(const Object &object, const CK_ATTRIBUTE &wanted) {
-  const auto value = isSensitive(object, wanted.type) ? std::nullopt : valueOf(object, wanted.type);
+  const auto value = isHidden(object, wanted.type) ? std::nullopt : valueOf(object, wanted.type);
   return value &&
          base::equal(*value, {static_cast<const std::uint8_t *>(wanted.pValue), wanted.ulValueLen});
 }

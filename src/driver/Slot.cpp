@@ -202,7 +202,7 @@ CK_RV login(Driver &driver, CK_USER_TYPE user, const CK_BYTE *pin, CK_ULONG leng
     return CKR_USER_TYPE_INVALID;
   }
   if (driver.token.pinMode() != PinMode::pass) {
-    return driver.token.logIn(SecretText());
+    return driver.logIn(SecretText());
   }
   if (pin == nullptr) {
     return CKR_ARGUMENTS_BAD;
@@ -211,7 +211,7 @@ CK_RV login(Driver &driver, CK_USER_TYPE user, const CK_BYTE *pin, CK_ULONG leng
     return CKR_PIN_LEN_RANGE;
   }
   const ByteView characters(pin, length);
-  return base::isUTF8(characters) ? driver.token.logIn(SecretText(base::textOf(characters)))
+  return base::isUTF8(characters) ? driver.logIn(SecretText(base::textOf(characters)))
                                   : CK_RV{CKR_PIN_INVALID};
 }
 

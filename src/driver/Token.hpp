@@ -29,7 +29,7 @@ class Token {
   // For a process that got this through fork; see Card.
   void abandon();
 
-  // Both never wait for anybody.
+  // See Card.
   [[nodiscard]] bool isPresent() { return card().isPresent(); }
   [[nodiscard]] std::uint64_t generation() { return card().generation(); }
 

@@ -1,7 +1,6 @@
 #include "driver/DaemonCard.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,6 +11,7 @@
 #include "base/Root.hpp"
 #include "client/CardMarker.hpp"
 #include "crypto/Digest.hpp"
+#include "driver/Driver.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 #include "protocol/CardList.hpp"
 #include "support/HexString.hpp"
@@ -190,21 +190,6 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, SecretText("")).outcome, UseOutcome::timedOut);
 }
 
-TEST_F(DaemonCardTest, WorksAgainInTheChildOfAFork) {
-  setList({entry(identity_.certificate, "key")});
-  EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    card_.abandon();
-    ::_exit(outcomeOf(answers) == UseOutcome::done ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(outcomeOf(answers), UseOutcome::done) << "the parent's connection goes on";
-  EXPECT_EQ(listings_, 2);
-}
-
 TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   removeMarker();
   DaemonCard blind(times_, surroundings(/*isFolderPrivate=*/true));
@@ -222,6 +207,18 @@ TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   EXPECT_TRUE(calm.isPresent());
   EXPECT_TRUE(calm.content());
   EXPECT_EQ(listings_, 4);
+
+  static auto *test = this;
+  test = this;
+  Driver waiting([](const Settings & /*settings*/, Journal & /*journal*/) {
+    return std::unique_ptr<Card>(
+        new DaemonCard(test->times_, test->surroundings(/*isFolderPrivate=*/true)));
+  });
+  times_.again = milliseconds(0);
+  setList({});
+  EXPECT_EQ(waiting.waitForSlotEvent(/*mayBlock=*/false), CKR_NO_EVENT);
+  setList({entry(identity_.certificate, "key")});
+  EXPECT_EQ(waiting.waitForSlotEvent(/*mayBlock=*/false), CKR_OK);
 
   daemon_.reset();
   EXPECT_FALSE(blind.isPresent());

@@ -79,10 +79,10 @@ struct DerivationCase {
 
 class Derivation : public TokenUser {
  protected:
-  CK_RV derive(CK_SESSION_HANDLE in, UsualKey with, Bytes point, CK_ATTRIBUTE wanted) {
+  CK_RV derive(CK_SESSION_HANDLE in, CK_OBJECT_HANDLE with, Bytes point, CK_ATTRIBUTE wanted) {
     CK_ECDH1_DERIVE_PARAMS parameters{CKD_NULL, 0, nullptr, point.size(), point.data()};
     CK_MECHANISM given{CKM_ECDH1_DERIVE, &parameters, sizeof parameters};
-    return f.C_DeriveKey(in, &given, key(CKO_PRIVATE_KEY, with), &wanted, 1, &secret);
+    return f.C_DeriveKey(in, &given, with, &wanted, 1, &secret);
   }
 
   CK_OBJECT_HANDLE secret = CK_INVALID_HANDLE;
@@ -104,7 +104,9 @@ TEST_F(Derivation, AgreesOnASecretWithAnotherKey) {
     Bytes encoded = row.prefix;
     encoded.insert(encoded.end(), point.begin(), point.end());
     CK_ULONG bytes = row.bytes;
-    ASSERT_EQ(derive(session, row.key, encoded, {CKA_VALUE_LEN, &bytes, sizeof bytes}), row.result);
+    ASSERT_EQ(derive(session, key(CKO_PRIVATE_KEY, row.key), encoded,
+                     {CKA_VALUE_LEN, &bytes, sizeof bytes}),
+              row.result);
     if (row.result != CKR_OK) {
       continue;
     }
@@ -116,15 +118,23 @@ TEST_F(Derivation, AgreesOnASecretWithAnotherKey) {
   }
 }
 
-TEST_F(Derivation, ASensitiveSecretStaysHiddenAndGoesWithItsSession) {
+TEST_F(Derivation, ASecretThatIsNotOpenStaysHiddenAndGoesWithItsSession) {
   const Bytes point = madeCurveKey("P-256").publicKey().externalRepresentation().value();
-  CK_BBOOL yes = CK_TRUE;
-  const CK_SESSION_HANDLE other = opened();
-  ASSERT_EQ(derive(other, p256, point, {CKA_SENSITIVE, &yes, sizeof yes}), CKR_OK);
-  CK_ATTRIBUTE value{CKA_VALUE, nullptr, 0};
-  EXPECT_EQ(f.C_GetAttributeValue(session, secret, &value, 1), CKR_ATTRIBUTE_SENSITIVE);
-  EXPECT_EQ(f.C_CloseSession(other), CKR_OK);
-  EXPECT_EQ(f.C_GetAttributeValue(session, secret, &value, 1), CKR_OBJECT_HANDLE_INVALID);
+  const CK_OBJECT_HANDLE object = key(CKO_PRIVATE_KEY, p256);
+  const std::pair<CK_ATTRIBUTE_TYPE, CK_BBOOL> kFlags[] = {
+      {CKA_SENSITIVE, CK_TRUE}, {CKA_SENSITIVE, 7}, {CKA_EXTRACTABLE, CK_FALSE}};
+  for (auto [flag, set] : kFlags) {
+    const CK_SESSION_HANDLE other = opened();
+    ASSERT_EQ(derive(other, object, point, {flag, &set, sizeof set}), CKR_OK);
+    CK_ATTRIBUTE value{CKA_VALUE, nullptr, 0};
+    EXPECT_EQ(f.C_GetAttributeValue(session, secret, &value, 1), CKR_ATTRIBUTE_SENSITIVE);
+    EXPECT_EQ(f.C_CloseSession(other), CKR_OK);
+    EXPECT_EQ(f.C_GetAttributeValue(session, secret, &value, 1), CKR_OBJECT_HANDLE_INVALID);
+  }
+  const CK_SESSION_HANDLE closed = opened();
+  card.meanwhile = [&] { EXPECT_EQ(f.C_CloseSession(closed), CKR_OK); };
+  EXPECT_EQ(derive(closed, object, point, {CKA_ID, nullptr, 0}), CKR_SESSION_CLOSED);
+  EXPECT_EQ(found({}).size(), 3 * usualKeyCount) << "the secret is still there";
 }
 
 }  // namespace

@@ -139,6 +139,10 @@ TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
   ASSERT_EQ(loginWith("1234"), CKR_OK);
   card.insert({usualKeys()[p521]});  // somebody else's card
   EXPECT_EQ(found({}).size(), 2U);
+  card.meanwhile = [&] { EXPECT_EQ(f.C_CloseSession(session), CKR_OK); };
+  EXPECT_EQ(loginWith("1234"), CKR_SESSION_CLOSED);
+  session = opened();
+  EXPECT_EQ(found({}).size(), 2U);
 }
 
 TEST_F(TokenUserWithSettings, AHolderThatAsksForThePinGetsNone) {

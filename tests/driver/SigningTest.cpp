@@ -1,12 +1,9 @@
 #include "driver/Signing.hpp"
 
-#include "crypto/KeyParts.hpp"
 #include "driver/TokenUser.hpp"
 
 namespace driver {
 namespace {
-
-using enum crypto::HashAlgorithm;
 
 using Pss = CK_RSA_PKCS_PSS_PARAMS;
 
@@ -86,16 +83,6 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     ASSERT_EQ(f.C_VerifyUpdate(session, message.data(), message.size()), CKR_OK);
     EXPECT_EQ(f.C_VerifyFinal(session, whole.data(), whole.size()), CKR_SIGNATURE_INVALID);
   }
-}
-
-// What the library makes with the same key says whether our forms are those of others.
-TEST_F(Signatures, AreThoseOfOthers) {
-  const Bytes digest = crypto::digestOf(sha256, sixty);
-  ASSERT_EQ(sign(key(CKO_PRIVATE_KEY, rsa), {CKM_SHA256_RSA_PKCS, nullptr, 0}, sixty), CKR_OK);
-  EXPECT_EQ(signature, usualKeys()[rsa].signRawPKCS1(crypto::digestInfo(sha256, digest)));
-  const auto joined =
-      crypto::joinedSignature(*usualKeys()[p521].signDigestECDSA(digest), /*fieldBytes=*/66);
-  EXPECT_EQ(verify(p521, {CKM_ECDSA, nullptr, 0}, digest, joined.value()), CKR_OK);
 }
 
 struct RefusedCase {

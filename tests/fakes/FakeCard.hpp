@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -26,6 +27,7 @@ struct CardInHand {
   int uses = 0;
   std::string lastPin;
   int abandoned = 0;
+  std::function<void()> meanwhile;  // happens once, when the card is looked at next
 
   static CardInHand &instance() {
     static CardInHand card;
@@ -62,6 +64,9 @@ class FakeCard : public driver::Card {
  public:
   bool isPresent() override { return content() != nullptr; }
   std::shared_ptr<const driver::CardContent> content() override {
+    if (const auto event = std::exchange(card_.meanwhile, nullptr)) {
+      event();
+    }
     const std::lock_guard lock(card_.mutex);
     return card_.content;
   }
