@@ -182,7 +182,14 @@ bool Connection::readChunk() {
   ByteView chunk;
   switch (channel_.readChunk(buffer_, chunk)) {
     case Result::done:
-      collect(chunk);
+      try {
+        collect(chunk);
+      } catch (...) {
+        // what follows would be taken for the frame that now lacks a piece; in a text that is short
+        // enough to need no memory
+        endWith(connectionLost, "out of memory");
+        throw;
+      }
       return true;
     case Result::wantsRead:
     case Result::wantsWrite:
