@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <ctime>
 #include <limits>
+#include <new>
 
 #include "crypto/Digest.hpp"
 #include "crypto/Library.hpp"
@@ -47,6 +48,19 @@ Bytes derOf(const X509_NAME *name) {
   return bytes;
 }
 
+// Empties this thread's error queue. True if what failed did for want of memory, which may show in
+// no entry at all, or as a buffer that could not be made.
+bool wasOutOfMemory() {
+  bool isEmpty = true;
+  bool isMemory = false;
+  while (const unsigned long code = ERR_get_error()) {
+    const int reason = ERR_GET_REASON(code);
+    isEmpty = false;
+    isMemory |= reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL;
+  }
+  return isEmpty || isMemory;
+}
+
 int refusePassword(char * /*buffer*/, int /*size*/, int /*isForWriting*/, void * /*argument*/) {
   return -1;
 }
@@ -73,23 +87,25 @@ std::optional<Certificate> Certificate::fromDER(ByteView der, Error *error) {
 }
 
 std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
+  ERR_clear_error();
   std::vector<Certificate> certificates;
   const TextBuffer text(BIO_new_mem_buf(
       pem.data(),
       static_cast<int>(std::min<std::size_t>(pem.size(), std::numeric_limits<int>::max()))));
-  while (text) {
+  while (true) {
     X509 *certificate = X509_new_ex(libraryContext(), nullptr);
     const bool isRead =
-        certificate != nullptr &&
+        text && certificate != nullptr &&
         PEM_read_bio_X509(text.get(), &certificate, refusePassword, nullptr) != nullptr;
     std::shared_ptr<X509> owner(certificate, X509_free);
-    if (!isRead) {
-      break;
+    if (isRead) {
+      certificates.emplace_back(std::move(owner));
+    } else if (wasOutOfMemory()) {
+      throw std::bad_alloc();
+    } else {
+      return certificates;
     }
-    certificates.emplace_back(std::move(owner));
   }
-  ERR_clear_error();
-  return certificates;
 }
 
 Bytes Certificate::der() const {

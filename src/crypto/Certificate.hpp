@@ -25,7 +25,7 @@ class Certificate {
   // Reads DER; nothing, with the reason, if the bytes are not exactly one certificate.
   [[nodiscard]] static std::optional<Certificate> fromDER(ByteView der, Error *error = nullptr);
 
-  // All certificates of a PEM text, in order; none if it holds none.
+  // All certificates of a PEM text, in order, up to one that can't be read; none if it holds none.
   [[nodiscard]] static std::vector<Certificate> allFromPEM(ByteView pem);
 
   // A new self-signed certificate (version 3, random serial number, not a CA) with this common

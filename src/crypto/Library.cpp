@@ -23,6 +23,9 @@ std::string takeLibraryError() {
   const char *data = nullptr;
   int flags = 0;
   const unsigned long first = ERR_get_error_all(nullptr, nullptr, nullptr, &data, &flags);
+  if (first == 0) {
+    return "unknown error";
+  }
   const char *reason = ERR_reason_error_string(first);
   std::string text = reason == nullptr ? "unknown error" : reason;
   if ((flags & ERR_TXT_STRING) != 0 && data != nullptr && *data != '\0') {

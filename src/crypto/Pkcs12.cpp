@@ -220,9 +220,7 @@ Reader::Outcome Reader::read(ByteView file, const SecretText *password) {
 class LegacyContext {
  public:
   LegacyContext()
-      : context_(OSSL_LIB_CTX_new()),
-        standard_(OSSL_PROVIDER_load(context_.get(), "default")),
-        legacy_(OSSL_PROVIDER_load(context_.get(), "legacy")) {}
+      : context_(OSSL_LIB_CTX_new()), standard_(load("default")), legacy_(load("legacy")) {}
 
   // Null if this machine has no legacy provider.
   [[nodiscard]] OSSL_LIB_CTX *get() const {
@@ -231,6 +229,11 @@ class LegacyContext {
 
  private:
   using Provider = Owned<OSSL_PROVIDER, OSSL_PROVIDER_unload>;
+
+  // Without a context of our own it would be loaded into that of the whole program.
+  [[nodiscard]] OSSL_PROVIDER *load(const char *name) const {
+    return context_ ? OSSL_PROVIDER_load(context_.get(), name) : nullptr;
+  }
 
   Owned<OSSL_LIB_CTX, OSSL_LIB_CTX_free> context_;
   Provider standard_;

@@ -232,6 +232,11 @@ TEST_F(ReadingWithoutMemory, GivesAllOrNothing) {
     expectAllOrNothing(
         name, /*step=*/17, [&] { return crypto::readIdentity(file, &password); }, isOwner);
   }
+  const std::string twice = owner.certificate.pem() + owner.certificate.pem();
+  expectAllOrNothing(
+      "certificates", /*step=*/1,
+      [&] { return std::optional(crypto::Certificate::allFromPEM(base::viewOf(twice))); },
+      [](const std::vector<crypto::Certificate> &read) { return read.size() == 2; });
   const CleansedBytes json = insertionOf(owner).json().value();
   expectAllOrNothing(
       "message", /*step=*/1, [&] { return QuillMessage::initWithJSONData(json); },
