@@ -207,7 +207,8 @@ class Program {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   static const bool isInserted = [] {
-    ::setenv("KFYD_ROOT", "/nonexistent", /*overwrite=*/1);  // nothing goes to the machine's log
+    // nothing can be made there, and nothing goes to the machine's log
+    ::setenv("KFYD_ROOT", "/dev/null/root", /*overwrite=*/1);
     driver::Process::useCardFactory(fakes::CardInHand::factory);
     fakes::CardInHand::instance().insert(
         {*crypto::PrivateKey::generateRSA(1024), fakes::madeKey("EC"), fakes::madeKey("ED25519")});
