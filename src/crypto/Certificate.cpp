@@ -40,9 +40,11 @@ TimePoint timePointOf(const ASN1_TIME *time) {
   return TimePoint(std::clamp(seconds, first, last));
 }
 
-Bytes derOf(const X509_NAME *name) {
+// What the library's `encode` makes of an object; empty if it fails.
+template <typename T>
+Bytes derOf(const T *object, int (*encode)(const T *, std::uint8_t **)) {
   std::uint8_t *encoded = nullptr;
-  const int length = i2d_X509_NAME(name, &encoded);
+  const int length = encode(object, &encoded);
   Bytes bytes(encoded, encoded + std::max(length, 0));
   OPENSSL_free(encoded);
   return bytes;
@@ -109,11 +111,7 @@ std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
 }
 
 Bytes Certificate::der() const {
-  std::uint8_t *encoded = nullptr;
-  const int length = i2d_X509(native(), &encoded);
-  Bytes bytes(encoded, encoded + std::max(length, 0));
-  OPENSSL_free(encoded);
-  return bytes;
+  return derOf(native(), i2d_X509);
 }
 
 std::string Certificate::pem() const {
@@ -172,19 +170,15 @@ std::string Certificate::subject() const {
 }
 
 Bytes Certificate::subjectDER() const {
-  return derOf(X509_get_subject_name(native()));
+  return derOf(X509_get_subject_name(native()), i2d_X509_NAME);
 }
 
 Bytes Certificate::issuerDER() const {
-  return derOf(X509_get_issuer_name(native()));
+  return derOf(X509_get_issuer_name(native()), i2d_X509_NAME);
 }
 
 Bytes Certificate::serialNumberDER() const {
-  std::uint8_t *encoded = nullptr;
-  const int length = i2d_ASN1_INTEGER(X509_get0_serialNumber(native()), &encoded);
-  Bytes bytes(encoded, encoded + std::max(length, 0));
-  OPENSSL_free(encoded);
-  return bytes;
+  return derOf(X509_get0_serialNumber(native()), i2d_ASN1_INTEGER);
 }
 
 TimePoint Certificate::notBefore() const {

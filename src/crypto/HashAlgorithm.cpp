@@ -71,7 +71,8 @@ std::size_t digestSize(HashAlgorithm algorithm) {
 
 Bytes digestOf(HashAlgorithm algorithm, ByteView bytes) {
   Bytes digest(digestSize(algorithm));
-  // Only a library without memory fails here.
+  // Only a library without memory fails here. An empty result would not do: it equals every other
+  // one.
   if (EVP_Q_digest(libraryContext(), nameOf(algorithm), nullptr, bytes.data(), bytes.size(),
                    digest.data(), nullptr) != 1) {
     throw std::bad_alloc();

@@ -66,16 +66,12 @@ CK_RV C_InitToken(CK_SLOT_ID slot, CK_BYTE * /*pin*/, CK_ULONG /*pinLength*/, CK
 }
 
 CK_RV C_InitPIN(CK_SESSION_HANDLE session, CK_BYTE * /*pin*/, CK_ULONG /*length*/) {
-  return withoutThrowing("C_InitPIN", session, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_TOKEN_WRITE_PROTECTED};
-  });
+  return driver::refuse("C_InitPIN", session, CKR_TOKEN_WRITE_PROTECTED);
 }
 
 CK_RV C_SetPIN(CK_SESSION_HANDLE session, CK_BYTE * /*oldPin*/, CK_ULONG /*oldLength*/,
                CK_BYTE * /*newPin*/, CK_ULONG /*newLength*/) {
-  return withoutThrowing("C_SetPIN", session, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_TOKEN_WRITE_PROTECTED};
-  });
+  return driver::refuse("C_SetPIN", session, CKR_TOKEN_WRITE_PROTECTED);
 }
 
 CK_RV C_OpenSession(CK_SLOT_ID slot, CK_FLAGS flags, void * /*application*/, CK_NOTIFY /*notify*/,
@@ -102,17 +98,13 @@ CK_RV C_GetSessionInfo(CK_SESSION_HANDLE handle, CK_SESSION_INFO *info) {
 }
 
 CK_RV C_GetOperationState(CK_SESSION_HANDLE session, CK_BYTE * /*state*/, CK_ULONG * /*length*/) {
-  return withoutThrowing(
-      "C_GetOperationState", session,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_GetOperationState", session, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_SetOperationState(CK_SESSION_HANDLE session, CK_BYTE * /*state*/, CK_ULONG /*length*/,
                           CK_OBJECT_HANDLE /*encryptionKey*/,
                           CK_OBJECT_HANDLE /*authenticationKey*/) {
-  return withoutThrowing(
-      "C_SetOperationState", session,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_SetOperationState", session, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_Login(CK_SESSION_HANDLE session, CK_USER_TYPE user, CK_BYTE *pin, CK_ULONG length) {
@@ -128,15 +120,11 @@ CK_RV C_Logout(CK_SESSION_HANDLE session) {
 }
 
 CK_RV C_GetFunctionStatus(CK_SESSION_HANDLE session) {
-  return withoutThrowing(
-      "C_GetFunctionStatus", session,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_PARALLEL}; });
+  return driver::refuse("C_GetFunctionStatus", session, CKR_FUNCTION_NOT_PARALLEL);
 }
 
 CK_RV C_CancelFunction(CK_SESSION_HANDLE session) {
-  return withoutThrowing(
-      "C_CancelFunction", session,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_PARALLEL}; });
+  return driver::refuse("C_CancelFunction", session, CKR_FUNCTION_NOT_PARALLEL);
 }
 
 }  // extern "C"

@@ -13,9 +13,7 @@ extern "C" {
 
 CK_RV C_CreateObject(CK_SESSION_HANDLE handle, CK_ATTRIBUTE * /*attributes*/, CK_ULONG /*count*/,
                      CK_OBJECT_HANDLE * /*object*/) {
-  return withoutThrowing("C_CreateObject", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_TOKEN_WRITE_PROTECTED};
-  });
+  return driver::refuse("C_CreateObject", handle, CKR_TOKEN_WRITE_PROTECTED);
 }
 
 CK_RV C_CopyObject(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object, CK_ATTRIBUTE * /*attributes*/,
@@ -73,34 +71,26 @@ CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE handle) {
 
 CK_RV C_GenerateKey(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
                     CK_ATTRIBUTE * /*attributes*/, CK_ULONG /*count*/, CK_OBJECT_HANDLE * /*key*/) {
-  return withoutThrowing("C_GenerateKey", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
-  });
+  return driver::refuse("C_GenerateKey", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
                         CK_ATTRIBUTE * /*publicAttributes*/, CK_ULONG /*publicCount*/,
                         CK_ATTRIBUTE * /*privateAttributes*/, CK_ULONG /*privateCount*/,
                         CK_OBJECT_HANDLE * /*publicKey*/, CK_OBJECT_HANDLE * /*privateKey*/) {
-  return withoutThrowing(
-      "C_GenerateKeyPair", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_GenerateKeyPair", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_WrapKey(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
                 CK_OBJECT_HANDLE /*wrappingKey*/, CK_OBJECT_HANDLE /*key*/, CK_BYTE * /*wrapped*/,
                 CK_ULONG * /*length*/) {
-  return withoutThrowing("C_WrapKey", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
-  });
+  return driver::refuse("C_WrapKey", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_UnwrapKey(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
                   CK_OBJECT_HANDLE /*unwrappingKey*/, CK_BYTE * /*wrapped*/, CK_ULONG /*length*/,
                   CK_ATTRIBUTE * /*attributes*/, CK_ULONG /*count*/, CK_OBJECT_HANDLE * /*key*/) {
-  return withoutThrowing("C_UnwrapKey", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
-  });
+  return driver::refuse("C_UnwrapKey", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_DeriveKey(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE baseKey,

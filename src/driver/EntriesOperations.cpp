@@ -94,9 +94,7 @@ CK_RV C_DigestUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLengt
 }
 
 CK_RV C_DigestKey(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE /*key*/) {
-  return withoutThrowing("C_DigestKey", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_KEY_INDIGESTIBLE};
-  });
+  return driver::refuse("C_DigestKey", handle, CKR_KEY_INDIGESTIBLE);
 }
 
 CK_RV C_DigestFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
@@ -141,16 +139,12 @@ CK_RV C_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
 
 CK_RV C_SignRecoverInit(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
                         CK_OBJECT_HANDLE /*key*/) {
-  return withoutThrowing(
-      "C_SignRecoverInit", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_SignRecoverInit", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_SignRecover(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
                     CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
-  return withoutThrowing("C_SignRecover", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
-  });
+  return driver::refuse("C_SignRecover", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_VerifyInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
@@ -187,50 +181,36 @@ CK_RV C_VerifyFinal(CK_SESSION_HANDLE handle, CK_BYTE *signature, CK_ULONG lengt
 
 CK_RV C_VerifyRecoverInit(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
                           CK_OBJECT_HANDLE /*key*/) {
-  return withoutThrowing(
-      "C_VerifyRecoverInit", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_VerifyRecoverInit", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_VerifyRecover(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
                       CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
-  return withoutThrowing("C_VerifyRecover", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_FUNCTION_NOT_SUPPORTED};
-  });
+  return driver::refuse("C_VerifyRecover", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_DigestEncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
                             CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
-  return withoutThrowing(
-      "C_DigestEncryptUpdate", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_DigestEncryptUpdate", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_DecryptDigestUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
                             CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
-  return withoutThrowing(
-      "C_DecryptDigestUpdate", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_DecryptDigestUpdate", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_SignEncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
                           CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
-  return withoutThrowing(
-      "C_SignEncryptUpdate", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_SignEncryptUpdate", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_DecryptVerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*partLength*/,
                             CK_BYTE * /*place*/, CK_ULONG * /*length*/) {
-  return withoutThrowing(
-      "C_DecryptVerifyUpdate", handle,
-      [](Driver & /*driver*/, Session & /*session*/) { return CK_RV{CKR_FUNCTION_NOT_SUPPORTED}; });
+  return driver::refuse("C_DecryptVerifyUpdate", handle, CKR_FUNCTION_NOT_SUPPORTED);
 }
 
 CK_RV C_SeedRandom(CK_SESSION_HANDLE handle, CK_BYTE * /*seed*/, CK_ULONG /*length*/) {
-  return withoutThrowing("C_SeedRandom", handle, [](Driver & /*driver*/, Session & /*session*/) {
-    return CK_RV{CKR_RANDOM_SEED_NOT_SUPPORTED};
-  });
+  return driver::refuse("C_SeedRandom", handle, CKR_RANDOM_SEED_NOT_SUPPORTED);
 }
 
 CK_RV C_GenerateRandom(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG length) {

@@ -66,4 +66,11 @@ template <typename Call>
   });
 }
 
+// A function that the token does not do for any session: `reason` is why.
+[[nodiscard]] inline CK_RV refuse(const char *function, CK_SESSION_HANDLE handle,
+                                  CK_RV reason) noexcept {
+  return withoutThrowing(function, handle,
+                         [&](Driver & /*driver*/, Session & /*session*/) { return reason; });
+}
+
 }  // namespace driver
