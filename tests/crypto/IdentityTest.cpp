@@ -15,14 +15,6 @@ const crypto::Identity &owner() {
   return identity;
 }
 
-std::string contentOf(BIO *buffer) {
-  char *data = nullptr;
-  const long length = BIO_get_mem_data(buffer, &data);
-  std::string content(data, static_cast<std::size_t>(length));
-  BIO_free(buffer);
-  return content;
-}
-
 // PKCS #12 with these rounds written into the file afterwards, so that nobody derives them.
 std::string packaged(long macRounds) {
   PKCS12 *made =
@@ -31,10 +23,11 @@ std::string packaged(long macRounds) {
   const ASN1_INTEGER *rounds = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &rounds, made);
   ASN1_INTEGER_set(const_cast<ASN1_INTEGER *>(rounds), macRounds);
-  BIO *buffer = BIO_new(BIO_s_mem());
-  i2d_PKCS12_bio(buffer, made);
+  std::string file(static_cast<std::size_t>(i2d_PKCS12(made, nullptr)), '\0');
+  auto *place = reinterpret_cast<unsigned char *>(file.data());
+  i2d_PKCS12(made, &place);
   PKCS12_free(made);
-  return contentOf(buffer);
+  return file;
 }
 
 TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {

@@ -128,50 +128,39 @@ TEST_F(Programs, AgentKeepsTheKeysAndGitSignsWithThem) {
 }
 
 TEST_F(Programs, OpenSSLSignsThroughItsEngine) {
-  const std::string signing =
-      "export PKCS11_MODULE_PATH=$MODULE\n"
-      "sign() { openssl dgst -sha256 -engine pkcs11 -keyform engine \\\n"
-      "  -sign \"pkcs11:object=$1%20key;type=private\" -out sig letter 2>log || { cat log; exit 1; "
-      "}; }\n";
-  for (const std::string row : {"RSA rsa", "EC ec"}) {
-    EXPECT_THAT(shell(signing + "set -- " + row +
-                      "; sign $1; openssl dgst -sha256 -verify $2.pub -signature sig letter"),
-                HasSubstr("Verified OK"));
+  for (const std::string row :
+       {"RSA rsa", "EC ec", "RSA rsa -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32"}) {
+    EXPECT_THAT(
+        shell("export PKCS11_MODULE_PATH=$MODULE\nset -- " + row +
+              "\nlabel=$1; public=$2.pub; shift 2\n"
+              "openssl dgst -sha256 -engine pkcs11 -keyform engine \"$@\" \\\n"
+              "  -sign \"pkcs11:object=$label%20key;type=private\" -out sig letter 2>log || \\\n"
+              "  { cat log; exit 1; }\n"
+              "openssl dgst -sha256 -verify $public \"$@\" -signature sig letter"),
+        HasSubstr("Verified OK"));
   }
-  const std::string pss = "-sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32";
-  EXPECT_THAT(shell("export PKCS11_MODULE_PATH=$MODULE\nopenssl dgst -sha256 -engine pkcs11 "
-                    "-keyform engine " +
-                    pss +
-                    " -sign 'pkcs11:object=RSA%20key;type=private' "
-                    "-out sig letter\nopenssl dgst -sha256 -verify rsa.pub " +
-                    pss + " -signature sig letter"),
-              HasSubstr("Verified OK"));
 }
 
 TEST_F(Programs, WebClientsShowTheCardsCertificate) {
   startWebServer();
   for (const std::string name : {"RSA", "EC"}) {
     const std::string file = name == "RSA" ? "rsa.crt" : "ec.crt";
-    const std::string uri = "pkcs11:object=" + name + "%20key";
-    const std::string seen = "seen: CN=" + name + " key";
-    const std::string engine = "export PKCS11_MODULE_PATH=$MODULE\n";
-    EXPECT_THAT(shell(engine +
-                      "printf 'GET / HTTP/1.0\\r\\n\\r\\n' | openssl s_client -quiet "
-                      "-connect localhost:8443 -engine pkcs11 -keyform engine -key '" +
-                      uri + ";type=private' -cert " + file + " 2>/dev/null"),
-                HasSubstr(seen));
-    EXPECT_THAT(shell(engine + "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key '" +
-                      uri + ";type=private' --cert " + file + " https://localhost:8443/"),
-                HasSubstr(seen));
-    EXPECT_THAT(
-        shell("(printf 'GET / HTTP/1.0\\r\\n\\r\\n'; sleep 1) | gnutls-cli --x509cafile web.crt "
-              "--x509certfile '" +
-              uri + ";type=cert' --x509keyfile '" + uri + ";type=private' -p 8443 localhost"),
-        HasSubstr(seen));
-    EXPECT_THAT(
-        shell("wget -q -O - --ca-certificate=web.crt --certificate='" + uri +
-              ";type=cert' --private-key='" + uri + ";type=private' https://localhost:8443/"),
-        HasSubstr(seen));
+    const std::string key = "'pkcs11:object=" + name + "%20key;type=private'";
+    const std::string certificate = "'pkcs11:object=" + name + "%20key;type=cert'";
+    for (const std::string &command :
+         {"printf 'GET / HTTP/1.0\\r\\n\\r\\n' | openssl s_client -quiet -connect localhost:8443 "
+          "-engine pkcs11 -keyform engine -key " +
+              key + " -cert " + file + " 2>/dev/null",
+          "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key " + key + " --cert " +
+              file + " https://localhost:8443/",
+          "(printf 'GET / HTTP/1.0\\r\\n\\r\\n'; sleep 1) | gnutls-cli --x509cafile web.crt "
+          "--x509certfile " +
+              certificate + " --x509keyfile " + key + " -p 8443 localhost",
+          "wget -q -O - --ca-certificate=web.crt --certificate=" + certificate +
+              " --private-key=" + key + " https://localhost:8443/"}) {
+      EXPECT_THAT(shell("export PKCS11_MODULE_PATH=$MODULE\n" + command),
+                  HasSubstr("seen: CN=" + name + " key"));
+    }
   }
 }
 
