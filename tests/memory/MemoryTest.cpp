@@ -138,6 +138,15 @@ class WithoutMemory : public fakes::LoggedTest {
     isDone.get_future().wait();
   }
 
+  // Without listing and signature.
+  void trustRemotes() {
+    there([this] {
+      for (const auto &worker : manager.workers) {
+        worker->isAuthenticated = !worker->isLocal;
+      }
+    });
+  }
+
   struct Peers {
     std::unique_ptr<Connection> remote;
     std::unique_ptr<Connection> local;
@@ -253,6 +262,35 @@ TEST_F(WithoutMemory, HandshakesFailAloneAndListenersGoOn) {
   EXPECT_GT(number, 100);
 }
 
+TEST_F(WithoutMemory, AClientReadsALongMessageWholeOrNotAtAll) {
+  const crypto::Identity card = fakes::madeIdentity("EC", "card");
+  const auto request = QuillMessage::initCommandMessageSignData(
+      Bytes(100'000, 7), card.certificate.sha1(), SecretText());
+  int whole = 0;
+  bool hasFailed = true;
+  for (long number = 0; hasFailed; ++number) {
+    const Peers peers = dialBoth();
+    trustRemotes();
+    ASSERT_TRUE(peers.remote->send(insertionOf(card)) && isServed(*peers.remote));
+    while (peers.remote->take()) {  // the answers so far
+    }
+    ASSERT_TRUE(peers.local->send(request) && isServed(*peers.local));
+    std::optional<QuillMessage> message;
+    remaining = number;
+    try {
+      message = peers.remote->receive(client::Patience::lasting(kLongEnough));
+    } catch (const std::bad_alloc &) {
+    }
+    hasFailed = std::exchange(remaining, -1) < 0;
+    if (!message) {  // what is still to come
+      message = peers.remote->receive(client::Patience::lasting(kLongEnough));
+    }
+    EXPECT_TRUE(!message || message->dataToSign == request.dataToSign) << number;
+    whole += message ? 1 : 0;
+  }
+  EXPECT_GT(whole, 0);
+}
+
 TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {
   const crypto::Identity card = fakes::madeIdentity("EC", "card");
   const auto insertion = insertionOf(card);
@@ -283,11 +321,7 @@ TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {
   long number = 0;
   for (; hasFailed; ++number) {
     Peers peers = dialBoth();
-    there([this] {
-      for (const auto &worker : manager.workers) {
-        worker->isAuthenticated = !worker->isLocal;  // without listing and signature
-      }
-    });
+    trustRemotes();
     hasFailed = surviveFailure(number, peers, [&] { exchange(peers); });
   }
   EXPECT_GT(number, 100);
