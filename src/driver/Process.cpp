@@ -20,13 +20,15 @@ Process &Process::current() {
     return *known;
   }
   auto fresh = std::make_unique<Process>(::getpid());
+  const std::lock_guard lock(fresh->mutex_);  // other threads wait in it for the end of this
   if (!theProcess.compare_exchange_strong(known, fresh.get())) {
     return *known;  // another thread was faster
   }
+  Process &current = *fresh.release();
   if (known != nullptr) {
     known->abandon();
   }
-  return *fresh.release();
+  return current;
 }
 
 CK_RV Process::initialize() {
