@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 
 #include "client/PinnedServer.hpp"
 #include "client/SocketMark.hpp"
+#include "fakes/ChildProcess.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 
 namespace client {
@@ -191,16 +191,12 @@ TEST_F(SharedConnectionTest, IsTakenUpAnewByTheChildOfAForkWhileTheParentsGoesOn
   });
   std::thread asking([this] { EXPECT_EQ(ask(1), (Bytes{1, 0})); });
   isWaiting.get_future().wait();
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const int inherited = descriptor_;
-    connection_.abandon();
-    const bool isClosed = ::fcntl(inherited, F_GETFD) == -1;
-    ::_exit(isClosed && ask(2) == Bytes{2, 1} ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(fakes::statusOfChild([this] {
+              connection_.abandon();
+              const bool isClosed = ::fcntl(descriptor_, F_GETFD) == -1;
+              return isClosed && ask(2) == Bytes{2, 1} ? 0 : 1;
+            }),
+            0);
   mayEnd.set_value();
   asking.join();
   EXPECT_EQ(ask(3), (Bytes{3, 0}));

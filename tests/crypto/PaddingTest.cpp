@@ -1,10 +1,8 @@
 #include "crypto/Padding.hpp"
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
-#include <openssl/rsa.h>
 
-#include "crypto/Owned.hpp"
+#include "crypto/RSAEncryption.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace {
@@ -14,23 +12,15 @@ using fakes::madeKey;
 using crypto::HashAlgorithm;
 using enum crypto::HashAlgorithm;
 
-// What the library's own encryption makes of a message, after the private operation.
-Bytes openedBlock(const Bytes &message, int padding, HashAlgorithm hash, HashAlgorithm maskHash) {
-  const crypto::PrivateKey key = madeKey("RSA");
-  const crypto::Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(
-      EVP_PKEY_CTX_new(key.native(), nullptr));
-  EXPECT_EQ(EVP_PKEY_encrypt_init(context.get()), 1);
-  EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(context.get(), padding), 1);
-  if (padding == RSA_PKCS1_OAEP_PADDING) {
-    EVP_PKEY_CTX_set_rsa_oaep_md_name(context.get(), nameOf(hash), nullptr);
-    EVP_PKEY_CTX_set_rsa_mgf1_md_name(context.get(), nameOf(maskHash), nullptr);
-  }
-  Bytes block(256);
-  std::size_t length = block.size();
-  EXPECT_EQ(EVP_PKEY_encrypt(context.get(), block.data(), &length, message.data(), message.size()),
-            1);
-  const SecretBytes opened = key.rawRSA(block).value();
-  return {opened.reveal().begin(), opened.reveal().end()};
+// A block after the private operation.
+Bytes opened(const std::optional<Bytes> &block) {
+  const SecretBytes secret = madeKey("RSA").rawRSA(block.value()).value();
+  return {secret.reveal().begin(), secret.reveal().end()};
+}
+
+// What the library's own encryption makes of a message.
+Bytes paddedOAEP(const Bytes &message, HashAlgorithm hash, HashAlgorithm maskHash) {
+  return opened(crypto::encryptOAEP(madeKey("RSA").publicKey(), message, {hash, maskHash, {}}));
 }
 
 bool holds(const std::optional<SecretBytes> &secret, const Bytes &message) {
@@ -40,15 +30,14 @@ bool holds(const std::optional<SecretBytes> &secret, const Bytes &message) {
 TEST(Padding, TakesOffWhatTheLibraryPutOn) {
   for (const std::size_t size : {0, 1, 32, 245}) {
     const Bytes message(size, 7);
-    EXPECT_TRUE(
-        holds(crypto::unpadPKCS1(openedBlock(message, RSA_PKCS1_PADDING, sha1, sha1)), message))
-        << size;
+    const Bytes block = opened(crypto::encryptPKCS1(madeKey("RSA").publicKey(), message));
+    EXPECT_TRUE(holds(crypto::unpadPKCS1(block), message)) << size;
   }
   for (const auto &[hash, maskHash] :
        {std::pair{sha1, sha1}, {sha256, sha256}, {sha256, sha1}, {sha512, sha224}}) {
     for (const std::size_t size : {std::size_t{0}, std::size_t{1}, 254 - 2 * digestSize(hash)}) {
       const Bytes message(size, 7);
-      const Bytes block = openedBlock(message, RSA_PKCS1_OAEP_PADDING, hash, maskHash);
+      const Bytes block = paddedOAEP(message, hash, maskHash);
       EXPECT_TRUE(holds(crypto::unpadOAEP(block, hash, maskHash), message))
           << nameOf(hash) << " " << nameOf(maskHash) << " " << size;
     }
@@ -66,7 +55,7 @@ TEST(Padding, PKCS1RefusesABlockThatIsNotPadded) {
 }
 
 TEST(Padding, OAEPRefusesAnotherHashLabelOrBlock) {
-  Bytes block = openedBlock(Bytes(20), RSA_PKCS1_OAEP_PADDING, sha256, sha256);
+  Bytes block = paddedOAEP(Bytes(20), sha256, sha256);
   EXPECT_FALSE(crypto::unpadOAEP(block, sha1, sha256));
   EXPECT_FALSE(crypto::unpadOAEP(block, sha256, sha1));
   EXPECT_FALSE(crypto::unpadOAEP(block, sha256, sha256, base::viewOf("label")));

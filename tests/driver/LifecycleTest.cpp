@@ -8,6 +8,7 @@
 
 #include "base/Root.hpp"
 #include "driver/TokenUser.hpp"
+#include "fakes/ChildProcess.hpp"
 
 namespace driver {
 namespace {
@@ -62,7 +63,7 @@ TEST_F(TokenUser, InitialisesOnceAndAgain) {
 TEST_F(TokenUser, AChildBeginsAnewAndLetsGoOfWhatItInherited) {
   EXPECT_EQ(found({}).size(), 3 * usualKeyCount);
   card.abandoned = 0;
-  const int status = statusOfChild([&] {
+  const int status = fakes::statusOfChild([&] {
     CK_INFO info{};
     if (f.C_GetInfo(&info) != CKR_CRYPTOKI_NOT_INITIALIZED || card.abandoned != 1) {
       return 1;

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "driver/TokenUser.hpp"
+#include "fakes/ChildProcess.hpp"
 
 namespace driver {
 namespace {
@@ -47,7 +48,7 @@ TEST(Module, NeedsAndShowsNothingElse) {
 
 // As from an exit handler that runs late: OpenSSL has been shut down, the module was unloaded.
 TEST(Module, AnswersAfterTheLibraryWasShutDown) {
-  EXPECT_EQ(statusOfChild([] {
+  EXPECT_EQ(fakes::statusOfChild([] {
               void *const module = ::dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
               const auto get =
                   reinterpret_cast<CK_C_GetFunctionList>(::dlsym(module, "C_GetFunctionList"));

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -26,18 +24,6 @@ inline const std::vector<crypto::PrivateKey> &usualKeys() {
       fakes::madeKey("EC"),  madeCurveKey("P-384"),
       madeCurveKey("P-521"), fakes::madeKey("ED25519")};
   return keys;
-}
-
-// The status with which a child ends that runs `child`; the negative signal that has ended it.
-template <typename Child>
-int statusOfChild(Child &&child) {
-  const pid_t identifier = ::fork();
-  if (identifier == 0) {
-    ::_exit(child());
-  }
-  int status = -1;
-  EXPECT_EQ(::waitpid(identifier, &status, 0), identifier);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 // A mechanism, and its parameters if they name a hash.
