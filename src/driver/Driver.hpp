@@ -39,7 +39,8 @@ class Driver {
 
   // Waits on the calling thread until a card came or went since the last such event, or since the
   // program first looked at the token, or until the driver is stopped:
-  // CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there.
+  // CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there. Each look at
+  // the card takes as long as Card::isPresent.
   [[nodiscard]] CK_RV waitForSlotEvent(bool mayBlock);
 
   // Ends all waiting above. C_Finalize.
