@@ -60,14 +60,20 @@ Connection::Connection(Opening /*opening*/, base::Descriptor socket,
       buffer_(kChunkBytes) {}
 
 Connection::~Connection() {
-  if (holdsSocket() && !end_) {
+  if (!isSocketOurs()) {  // with no memory there may be nothing to note the end in
+    (void)socket_.release();
+  } else if (!end_) {
     channel_.sayGoodbye();
     (void)channel_.flush();
   }
 }
 
+bool Connection::isSocketOurs() const {
+  return socket_.isOpen() && SocketMark::of(socket_.get()) == mark_;
+}
+
 bool Connection::holdsSocket() {
-  if (socket_.isOpen() && SocketMark::of(socket_.get()) != mark_) {
+  if (socket_.isOpen() && !isSocketOurs()) {
     // closing it would close what belongs to somebody else
     (void)socket_.release();
     endWith(connectionLost, "connection lost: its descriptor was closed by the program");

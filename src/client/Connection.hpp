@@ -97,7 +97,8 @@ class Connection {
  private:
   using Take = std::function<std::optional<QuillMessage>()>;
 
-  [[nodiscard]] bool holdsSocket();
+  [[nodiscard]] bool isSocketOurs() const;
+  [[nodiscard]] bool holdsSocket();  // lets go of what is not ours, with the end noted
   [[nodiscard]] bool handshake(const Patience &patience, Error *error);
   [[nodiscard]] std::optional<QuillMessage> waitUntil(const Take &take, const Patience &patience,
                                                       Error *error);

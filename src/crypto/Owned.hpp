@@ -1,6 +1,12 @@
 #pragma once
 
+#include <openssl/crypto.h>
+
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+
+#include "base/Bytes.hpp"
 
 namespace crypto {
 
@@ -15,5 +21,18 @@ struct Releaser {
 // An OpenSSL object that is released with `Release`; for this folder's own files.
 template <typename T, auto Release>
 using Owned = std::unique_ptr<T, Releaser<Release>>;
+
+// A secret that OpenSSL has written into memory of its own; cleansed when this goes.
+struct SecretOutput {
+  SecretOutput() = default;
+  ~SecretOutput() { OPENSSL_clear_free(bytes, length); }
+  SecretOutput(const SecretOutput &) = delete;
+  SecretOutput &operator=(const SecretOutput &) = delete;
+
+  [[nodiscard]] ByteView view() const { return {bytes, length}; }
+
+  std::uint8_t *bytes = nullptr;
+  std::size_t length = 0;
+};
 
 }  // namespace crypto

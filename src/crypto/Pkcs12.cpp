@@ -120,13 +120,13 @@ bool Reader::choosePassword(PKCS12 *package, const SecretText *password) {
 }
 
 bool Reader::addKey(const PKCS8_PRIV_KEY_INFO *info) {
-  std::uint8_t *encoded = nullptr;
-  const int length = info == nullptr ? -1 : i2d_PKCS8_PRIV_KEY_INFO(info, &encoded);
+  SecretOutput encoded;
+  const int length = info == nullptr ? -1 : i2d_PKCS8_PRIV_KEY_INFO(info, &encoded.bytes);
   if (length <= 0) {
     return false;
   }
-  content_.keys.emplace_back(ByteView(encoded, static_cast<std::size_t>(length)));
-  OPENSSL_clear_free(encoded, static_cast<std::size_t>(length));
+  encoded.length = static_cast<std::size_t>(length);
+  content_.keys.emplace_back(encoded.view());
   return true;
 }
 

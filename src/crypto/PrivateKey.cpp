@@ -62,15 +62,12 @@ SecretBytes encoded(const EVP_PKEY *key, const char *format) {
   ERR_clear_error();
   const Owned<OSSL_ENCODER_CTX, OSSL_ENCODER_CTX_free> encoder(
       OSSL_ENCODER_CTX_new_for_pkey(key, EVP_PKEY_KEYPAIR, format, "PrivateKeyInfo", nullptr));
-  std::uint8_t *bytes = nullptr;
-  std::size_t length = 0;
-  if (!encoder || OSSL_ENCODER_to_data(encoder.get(), &bytes, &length) != 1) {
+  SecretOutput output;
+  if (!encoder || OSSL_ENCODER_to_data(encoder.get(), &output.bytes, &output.length) != 1) {
     ERR_clear_error();
     return {};
   }
-  SecretBytes result(ByteView(bytes, length));
-  OPENSSL_clear_free(bytes, length);
-  return result;
+  return SecretBytes(output.view());
 }
 
 }  // namespace
