@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/Secret.hpp"
 #include "directory/DSQueryable.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
@@ -52,8 +53,9 @@ bool setFreshPassword(Request &request, platform::DirectoryRecord &record) {
     CVNLog("password not allowed.");
     return false;
   }
-  request.reply.ephemeralPassword =
-      SecretText(support::base64EncodedString(base::viewOf(password.reveal())));
+  std::string encoded = support::base64EncodedString(base::viewOf(password.reveal()));
+  request.reply.ephemeralPassword = SecretText(encoded);
+  base::cleanse(encoded.data(), encoded.size());
   request.reply.ephemeralUsername = kScreenSharingAccount;
   CVNLogDebug("setting password for screen sharing");
   if (!request.processor.changeTokenUserPassword(password)) {
