@@ -1,5 +1,7 @@
 #include "daemon/QuillNetworkManager.hpp"
 
+#include <algorithm>
+
 #include "daemon/NetworkLimits.hpp"
 #include "daemon/TokenPin.hpp"
 #include "identity/PinnedCertificate.hpp"
@@ -204,8 +206,14 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
 // A worker whose connection the daemon cancelled stays registered; once nothing waits for it any
 // more it is forgotten, so that failed authentications do not pile up.
 void QuillNetworkManager::forgetDeadWorkers() {
-  std::erase_if(workers, [this](const QuillWorker::Shared &worker) {
-    return !worker->g_inbound_connection && !pendingMessages.name(worker);
+  const auto isDead = [](const QuillWorker::Shared &worker) {
+    return !worker->g_inbound_connection;
+  };
+  if (std::ranges::any_of(workers, isDead)) {
+    pendingMessages.eraseAbandoned();
+  }
+  std::erase_if(workers, [&](const QuillWorker::Shared &worker) {
+    return isDead(worker) && !pendingMessages.name(worker);
   });
 }
 

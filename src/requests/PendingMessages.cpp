@@ -1,6 +1,7 @@
 #include "requests/PendingMessages.hpp"
 
 #include <utility>
+#include <vector>
 
 void PendingMessages::insert(const UUID &messageID, Entry entry) {
   erase(messageID);
@@ -34,6 +35,18 @@ void PendingMessages::eraseAllOf(const QuillWorker::Shared &requester) {
   // a copy, since each erased entry leaves the set
   const std::unordered_set<UUID> asked = part->second.asked;
   for (const UUID &messageID : asked) {
+    erase(messageID);
+  }
+}
+
+void PendingMessages::eraseAbandoned() {
+  std::vector<UUID> abandoned;
+  for (const auto &[messageID, entry] : entries_) {
+    if (!entry.requester->g_inbound_connection && !entry.holder->g_inbound_connection) {
+      abandoned.push_back(messageID);
+    }
+  }
+  for (const UUID &messageID : abandoned) {
     erase(messageID);
   }
 }

@@ -27,6 +27,10 @@ class PendingMessages {
   void erase(const UUID &messageID);
   void eraseAllOf(const QuillWorker::Shared &requester);
 
+  // Erases the entries of which neither end has a connection any more: no answer will come, and
+  // nobody waits for one.
+  void eraseAbandoned();
+
   [[nodiscard]] std::size_t size() const { return entries_.size(); }
   [[nodiscard]] std::size_t countOf(const QuillWorker::Shared &requester) const;
 
