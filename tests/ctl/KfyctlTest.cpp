@@ -1,7 +1,5 @@
 #include "ctl/Kfyctl.hpp"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "crypto/Certificate.hpp"
@@ -15,10 +13,8 @@ using testing::HasSubstr;
 const std::string kIdentitySettings = "etc/keyferry/com.corvane.kfyd.toml";
 const std::string kSettings = "etc/keyferry/kfyd.toml";
 
-class Kfyctl : public testing::Test {
+class Kfyctl : public Tools {
  protected:
-  Kfyctl() { emptyTheRoot(); }
-
   // The hash of a new identity.
   static std::string created(const std::string &name) {
     const ToolRun run = kfyctl({"identity", "create", "--common-name", name});

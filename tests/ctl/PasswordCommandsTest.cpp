@@ -1,6 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "ctl/RunningTools.hpp"
 
 namespace {
@@ -9,28 +6,23 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-// Files with passwords, and no keychain yet.
-class KeychainCommands : public testing::Test {
- protected:
-  KeychainCommands() {
-    emptyTheRoot();
-    sandboxedRoot().write("pw", "s3same\n");
-    sandboxedRoot().write("accented", "sésame\n");
-  }
-  static std::string at(const std::string &name) { return sandboxedRoot() / name; }
-};
+using PasswordCommands = Tools;
 
-TEST_F(KeychainCommands, PrintAPasswordOnlyWhenAskedFor) {
+TEST_F(PasswordCommands, PrintAPasswordOnlyWhenAskedFor) {
+  sandboxedRoot().write("pw", "s3same\n");
+  sandboxedRoot().write("accented", "sésame\n");
+  const auto set = [](const std::string &file) {
+    return kfyctl({"password", "set", "ann", "--password-file", sandboxedRoot() / file});
+  };
   const std::vector<std::string> get = {"password", "get", "ann"};
   const std::vector<std::string> show = {"password", "get", "ann", "--show"};
   EXPECT_THAT(kfyctl(get).notes, HasSubstr("try: kfyctl password set ann"));
-  EXPECT_EQ(kfyctl({"password", "set", "ann", "--password-file", at("pw")}).output, "");
+  EXPECT_EQ(set("pw").output, "");
   EXPECT_THAT(kfyctl(get).output, AllOf(HasSubstr("com.corvane.hdq.apns"), Not(HasSubstr("s3"))));
   EXPECT_EQ(kfyctl(show).output, "s3same\n");
   EXPECT_THAT(kfyctl({"password", "get", "ann", "--show", "--json"}).output,
               HasSubstr("\"password\":\"s3same\"}"));
-  EXPECT_THAT(kfyctl({"password", "set", "ann", "--password-file", at("accented")}).notes,
-              HasSubstr("ASCII"));
+  EXPECT_THAT(set("accented").notes, HasSubstr("ASCII"));
   EXPECT_EQ(kfyctl(show).output, "s3same\n") << "nothing was changed";
   const ToolRun made = kfyctl({"password", "set", "ann", "--random", "--show"});
   EXPECT_EQ(made.output.size(), 16U);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -27,17 +30,21 @@ inline const fakes::TemporaryFolder &sandboxedRoot() {
   return folder;
 }
 
-inline void emptyTheRoot() {
-  for (const auto &entry : std::filesystem::directory_iterator(sandboxedRoot().path())) {
-    std::filesystem::remove_all(entry.path());
+// A test of the tools, in a root that holds one account and nothing else.
+class Tools : public testing::Test {
+ protected:
+  Tools() {
+    for (const auto &entry : std::filesystem::directory_iterator(sandboxedRoot().path())) {
+      std::filesystem::remove_all(entry.path());
+    }
+    std::filesystem::create_directories(sandboxedRoot() / "etc");
+    sandboxedRoot().write("etc/passwd", "ada:x:1000:1000::/home/ada:/bin/sh\n");
   }
-  std::filesystem::create_directories(sandboxedRoot() / "etc");
-  sandboxedRoot().write("etc/passwd", "ada:x:1000:1000::/home/ada:/bin/sh\n");
-}
+};
 
 // What a run of a tool came to.
 struct ToolRun {
-  int status = -1;
+  int status;
   std::string output;
   std::string notes;
 };
@@ -54,11 +61,8 @@ inline ToolRun runTool(const std::function<int(ctl::Session &)> &tool) {
                                          platform_linux::P11TokenWatcher::moduleFolderOfRoot());
   session.keychain = &keychain;
   session.tokens = &tokens;
-  ToolRun run;
-  run.status = tool(session);
-  run.output = output.str();
-  run.notes = notes.str();
-  return run;
+  const int status = tool(session);
+  return {status, output.str(), notes.str()};
 }
 
 inline ToolRun kfyctl(const std::vector<std::string> &arguments) {

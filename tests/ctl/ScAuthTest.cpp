@@ -1,8 +1,5 @@
 #include "ctl/ScAuth.hpp"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "ctl/RunningTools.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
@@ -11,13 +8,10 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::string kOne = "1111111111111111111111111111111111111111";
-const std::string kTwo = "2222222222222222222222222222222222222222";
+using ScAuth = Tools;
 
-class ScAuth : public testing::Test {
- protected:
-  ScAuth() { emptyTheRoot(); }
-};
+const std::string kOne(40, '1');
+const std::string kTwo(40, '2');
 
 TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
   EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kOne}).status, 0);

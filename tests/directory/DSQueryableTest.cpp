@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <tuple>
 
 #include "fakes/FakeAccounts.hpp"
 
@@ -11,20 +12,15 @@ namespace {
 TEST(DSQueryable, GivesTheOneRecordOrSaysWhyNot) {
   fakes::FakeAccounts accounts;
   EXPECT_NE(DSQueryable(accounts).getLocalRecord("ann"), nullptr);
-  struct Case {
-    std::size_t records;
-    int nodeError;
-    const char *domain;
-    int code;
-  };
-  for (const Case &row : {Case{0, 0, "kfyd.DSQueryableErrors", 0},
-                          Case{2, 0, "kfyd.DSQueryableErrors", 1}, Case{1, EIO, "errno", EIO}}) {
-    accounts.records = row.records;
-    accounts.nodeError = row.nodeError;
+  const char *const kOwn = "kfyd.DSQueryableErrors";
+  for (const auto &[records, nodeError, domain, code] :
+       {std::tuple(0U, 0, kOwn, 0), {2U, 0, kOwn, 1}, {1U, EIO, "errno", EIO}}) {
+    accounts.records = records;
+    accounts.nodeError = nodeError;
     Error error;
     EXPECT_EQ(DSQueryable(accounts).getLocalRecord("ann", &error), nullptr);
-    EXPECT_EQ(error.domain, row.domain);
-    EXPECT_EQ(error.code, row.code);
+    EXPECT_EQ(error.domain, domain);
+    EXPECT_EQ(error.code, code);
     EXPECT_EQ(DSQueryable(accounts).getLocalRecord("ann"), nullptr);
   }
 }

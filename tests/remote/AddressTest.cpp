@@ -19,7 +19,6 @@ TEST(Address, IsReadInEveryFormThatPeopleWrite) {
         AddressCase{"FE80::1", "[fe80::1]:4116", "fe80::1"},
         AddressCase{"[::1]", "[::1]:4116", "::1"}, AddressCase{"[::1]:99", "[::1]:99", "[::1]:99"},
         AddressCase{"", nullptr}, AddressCase{"mac:", nullptr}, AddressCase{"mac:65536", nullptr},
-
         AddressCase{"[::1]99", nullptr}, AddressCase{"two words", nullptr}}) {
     const auto address = Address::fromText(row.text);
     ASSERT_EQ(address.has_value(), row.canonical != nullptr) << row.text;

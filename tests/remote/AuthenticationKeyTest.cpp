@@ -1,6 +1,7 @@
+#include "remote/AuthenticationKey.hpp"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include "remote/AuthenticationKey.hpp"
 
 #include "fakes/TemporaryFolder.hpp"
 #include "remote/KeyRing.hpp"
@@ -16,7 +17,7 @@ std::string hashOf(const std::string &home) {
   return identity ? support::hexString(publicKeyHashOf(identity->key.publicKey()).value()) : "";
 }
 
-TEST(AuthenticationKey, IsMadeOnceAndIsPrivate) {
+TEST(AuthenticationKey, IsMadeOnceAndIsUsedOnlyWhilePrivate) {
   const fakes::TemporaryFolder folder;
   const std::string home = folder / "new/kfy-remote";
   const std::string hash = hashOf(home);
@@ -24,12 +25,6 @@ TEST(AuthenticationKey, IsMadeOnceAndIsPrivate) {
   EXPECT_EQ(folder.modeOf(authenticationKeyPath("new/kfy-remote")), 0600U);
   EXPECT_EQ(hashOf(home), hash);
   EXPECT_NE(hashOf(home + "-other"), hash);
-}
-
-TEST(AuthenticationKey, IsNotUsedWhenOthersMayKnowIt) {
-  const fakes::TemporaryFolder folder;
-  const std::string &home = folder.path();
-  ASSERT_NE(hashOf(home), "");
   ASSERT_EQ(::chmod(authenticationKeyPath(home).c_str(), 0640), 0);
   Error error;
   EXPECT_FALSE(authenticationKey(home, &error));

@@ -22,10 +22,7 @@ TEST(KeyRing, DescribesItsKeysAsTheCardShowsThem) {
   folder.write("a.pem", fakes::pemOf(named));
   folder.write("b.pem", fakes::pemOf(second));
   const std::vector<std::string> files{folder / "a.pem", folder / "b.pem"};
-  Error error;
-  const auto plain = KeyRing::load(files, {}, {}, noPassword, &error);
-  ASSERT_TRUE(plain) << error.description;
-  EXPECT_EQ(plain->keys()[0].label, "work?key");
+  EXPECT_EQ(KeyRing::load(files, {}, {}, noPassword).value().keys()[0].label, "work?key");
   const auto ring = KeyRing::load(files, std::vector<std::string>{"mine"}, {}, noPassword);
   ASSERT_TRUE(ring);
   const auto infos = protocol::certificateInfosOf(*ring->cardList());

@@ -1,13 +1,11 @@
 #include "remote/KeyUse.hpp"
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
-#include <openssl/rsa.h>
 
 #include <string>
 
 #include "crypto/HashAlgorithm.hpp"
-#include "crypto/Owned.hpp"
+#include "crypto/PSS.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
 
@@ -15,8 +13,6 @@ namespace remote {
 namespace {
 
 using fakes::madeKey;
-
-using Context = crypto::Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 
 constexpr std::size_t kModulus = 256;
 
@@ -34,23 +30,9 @@ Bytes padded(const Bytes &content) {
   return block;
 }
 
-// The block that the library signs with PSS padding, found again by the public operation.
 Bytes pssBlock() {
-  Bytes signature(kModulus);
-  Bytes block(kModulus);
-  std::size_t length = kModulus;
-  const Bytes digest(32, 7);
-  const Context sign(EVP_PKEY_CTX_new(madeKey("RSA").native(), nullptr));
-  EXPECT_EQ(EVP_PKEY_sign_init(sign.get()), 1);
-  EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(sign.get(), RSA_PKCS1_PSS_PADDING), 1);
-  EXPECT_EQ(EVP_PKEY_CTX_set_signature_md(sign.get(), EVP_sha256()), 1);
-  EXPECT_EQ(EVP_PKEY_CTX_set_rsa_pss_saltlen(sign.get(), RSA_PSS_SALTLEN_DIGEST), 1);
-  EXPECT_EQ(EVP_PKEY_sign(sign.get(), signature.data(), &length, digest.data(), digest.size()), 1);
-  const Context open(EVP_PKEY_CTX_new(madeKey("RSA").native(), nullptr));
-  EXPECT_EQ(EVP_PKEY_encrypt_init(open.get()), 1);
-  EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(open.get(), RSA_NO_PADDING), 1);
-  EXPECT_EQ(EVP_PKEY_encrypt(open.get(), block.data(), &length, signature.data(), kModulus), 1);
-  return block;
+  constexpr auto kHash = crypto::HashAlgorithm::sha256;
+  return crypto::padPSS(Bytes(32, 7), {kHash, kHash, /*saltLength=*/32}, 8 * kModulus).value();
 }
 
 Bytes withChangedByte(Bytes block, std::size_t index) {

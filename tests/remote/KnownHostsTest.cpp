@@ -10,13 +10,9 @@ namespace remote {
 namespace {
 
 TEST(Fingerprint, IsReadInEveryFormThatPeopleCopy) {
-  const Fingerprint expected(32, 0xAB);
+  const Fingerprint expected(32, 0xAA);
   EXPECT_EQ(fingerprintFrom(textOf(expected)), expected);
-  std::string spaced = " ";
-  for (int count = 0; count < 16; ++count) {
-    spaced += "abAB ";
-  }
-  EXPECT_EQ(fingerprintFrom(spaced + "\n"), expected);
+  EXPECT_EQ(fingerprintFrom(" aaAA Aa" + std::string(58, 'a') + " \n"), expected);
   EXPECT_FALSE(fingerprintFrom(std::string(64, 'g')));
 }
 
@@ -32,7 +28,11 @@ TEST(KnownHosts, KeepsAFingerprintForEachHostAndPort) {
   ASSERT_TRUE(hosts.add(mac, Fingerprint(32, 3)));
   EXPECT_EQ(hosts.find(mac), Fingerprint(32, 1)) << "a later line must not replace the first";
   EXPECT_EQ(KnownHosts(path).find(other), Fingerprint(32, 2));
-  EXPECT_FALSE(hosts.find({"mac.example.org", 4116}));
+  Error error;
+  EXPECT_FALSE(hosts.find({"mac.example.org", 4116}, &error));
+  EXPECT_EQ(error.description, "");
+  EXPECT_FALSE(KnownHosts(folder.path()).find(mac, &error));
+  EXPECT_NE(error.description, "") << "a folder was read as an empty list";
 }
 
 TEST(KnownHosts, ShowsACommandThatRemovesExactlyOneHost) {
@@ -44,19 +44,11 @@ TEST(KnownHosts, ShowsACommandThatRemovesExactlyOneHost) {
   for (const Address &address : {mac, similar, six}) {
     ASSERT_TRUE(hosts.add(address, Fingerprint(32, 1)));
   }
-  ASSERT_EQ(std::system(hosts.removalCommand(mac).c_str()), 0);
-  EXPECT_FALSE(hosts.find(mac));
-  EXPECT_TRUE(hosts.find(similar));
-  ASSERT_EQ(std::system(hosts.removalCommand(six).c_str()), 0);
-  EXPECT_FALSE(hosts.find(six));
-  EXPECT_TRUE(hosts.find(similar));
-}
-
-TEST(KnownHosts, TellsAnUnreadableFileFromAnUnknownHost) {
-  const fakes::TemporaryFolder folder;
-  Error error;
-  EXPECT_FALSE(KnownHosts(folder.path()).find({"mac", 4116}, &error));
-  EXPECT_NE(error.description, "") << "a folder was read as an empty list";
+  for (const Address &address : {mac, six}) {
+    ASSERT_EQ(std::system(hosts.removalCommand(address).c_str()), 0);
+    EXPECT_FALSE(hosts.find(address));
+    EXPECT_TRUE(hosts.find(similar));
+  }
 }
 
 }  // namespace
