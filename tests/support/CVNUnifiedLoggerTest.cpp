@@ -230,11 +230,4 @@ TEST_F(Logger, PlaceOfTheLogFollowsSettingsAndUser) {
   }
 }
 
-TEST(SilentProgram, LogsNothingAndMakesNoFolder) {
-  CVNLog("nobody hears");
-  CVNLogDebug("nobody hears");
-  support::logToFileAlone("nobody hears");
-  EXPECT_FALSE(base::fileExists(base::rooted("/tmp/kfy")));
-}
-
 }  // namespace
