@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "identity/LowerCase.hpp"
+#include "identity/PublicKeyHash.hpp"
+#include "identity/QueryWithAttributes.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 
@@ -33,17 +35,9 @@ platform::ItemStatus combined(platform::ItemStatus inKeychain, platform::ItemSta
   return onTokens;
 }
 
-IdentityQuery queryWithAttributes() {
-  IdentityQuery query;
-  query.returnAttributes = true;
-  query.returnReference = true;
-  return query;
-}
-
 std::optional<Bytes> hashOfKey(const crypto::Certificate &certificate) {
   const auto key = certificate.publicKey();
-  const auto exported = key ? key->externalRepresentation() : std::nullopt;
-  return exported ? std::optional(support::sha1(*exported)) : std::nullopt;
+  return key ? identity::publicKeyHashOf(*key) : std::nullopt;
 }
 
 CertificateInfo describe(const IdentityRecord &record) {
@@ -71,7 +65,7 @@ template <typename Matches>
 CVNKeychain::IdentityReference CVNKeychain::findFirst(bool tokenOnly,
                                                       const std::optional<SecretText> &pin,
                                                       Matches matches) const {
-  IdentityQuery query = queryWithAttributes();
+  IdentityQuery query = identity::queryWithAttributes();
   if (tokenOnly) {
     query.accessGroup = platform::kTokenAccessGroup;
   }
@@ -153,7 +147,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
   CVNLogDebug("token IDS: %@", textForm(tokenIDs));
   std::vector<CertificateInfo> list;
   for (const std::string &tokenID : tokenIDs) {
-    IdentityQuery query = queryWithAttributes();
+    IdentityQuery query = identity::queryWithAttributes();
     query.tokenID = tokenID;
     CVNLogDebug("querying for identities on %s", tokenID);
     const platform::IdentityMatches found = tokens_.searchIdentities(query, /*isWanted=*/nullptr);
@@ -181,7 +175,7 @@ std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() cons
   const bool isVerbose =
       defaults_.boolean(platform::kStandardDefaults, "verboseLogging").value_or(false);
   CVNLogDebug("querying ios certificates");
-  const platform::IdentityMatches found = searchEverywhere(queryWithAttributes());
+  const platform::IdentityMatches found = searchEverywhere(identity::queryWithAttributes());
   if (found.status == platform::itemNotFound) {
     CVNLog("No identities found");
   } else if (found.status != platform::itemSuccess) {

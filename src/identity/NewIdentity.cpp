@@ -1,6 +1,6 @@
 #include "identity/NewIdentity.hpp"
 
-#include "support/HexString.hpp"
+#include "identity/PublicKeyHash.hpp"
 
 namespace identity {
 
@@ -11,9 +11,7 @@ platform::IdentityRecord describeNew(const crypto::Identity &identity,
   platform::IdentityRecord record;
   record.reference = std::make_shared<const crypto::Identity>(identity);
   record.label = label;
-  if (const auto exported = key.externalRepresentation()) {
-    record.publicKeyHash = support::sha1(*exported);
-  }
+  record.publicKeyHash = publicKeyHashOf(key);
   record.canSign = true;
   record.canDecrypt = isRSA;
   record.canUnwrap = isRSA;

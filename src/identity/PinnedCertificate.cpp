@@ -1,12 +1,11 @@
 #include "identity/PinnedCertificate.hpp"
 
-#include <sys/stat.h>
-
 #include <cstddef>
 #include <string>
 
 #include "base/Bytes.hpp"
 #include "base/Files.hpp"
+#include "base/FolderForAll.hpp"
 #include "base/Root.hpp"
 
 namespace identity {
@@ -14,16 +13,6 @@ namespace {
 
 constexpr std::size_t kLargestFile = std::size_t{64} * 1024;
 constexpr unsigned kReadableByAll = 0644;
-constexpr unsigned kEnterableByAll = 0755;
-
-bool makeFolderForAll(const std::string &folder, Error *error) {
-  if (base::fileExists(folder)) {
-    return true;
-  }
-  // the umask of a daemon would keep others out
-  return base::makeFolders(folder, kEnterableByAll, error) &&
-         ::chmod(folder.c_str(), kEnterableByAll) == 0;
-}
 
 }  // namespace
 
@@ -34,7 +23,7 @@ bool publishPinnedCertificate(const crypto::Certificate &certificate, Error *err
   if (present && base::textOf(*present) == pem) {
     return true;
   }
-  return makeFolderForAll(path.substr(0, path.rfind('/')), error) &&
+  return base::makeFolderForAll(path.substr(0, path.rfind('/')), error) &&
          base::replaceFile(path, base::viewOf(pem), kReadableByAll, error);
 }
 

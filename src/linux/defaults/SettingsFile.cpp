@@ -9,6 +9,7 @@
 
 #include "base/Bytes.hpp"
 #include "base/Files.hpp"
+#include "base/FolderForAll.hpp"
 
 namespace platform_linux {
 namespace {
@@ -26,13 +27,9 @@ unsigned modeOf(const std::string &path) {
   return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0644U;
 }
 
-// Readable for everybody whatever the umask says: programs of all users look into it.
 bool makeFolderOf(const std::string &path, Error *error) {
   const std::string folder = path.substr(0, path.rfind('/'));
-  if (folder.empty() || base::fileExists(folder)) {
-    return true;
-  }
-  return base::makeFolders(folder, 0755, error) && ::chmod(folder.c_str(), 0755) == 0;
+  return folder.empty() || base::makeFolderForAll(folder, error);
 }
 
 // Names the file in a reason that only knows its text.

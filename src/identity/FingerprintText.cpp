@@ -1,0 +1,15 @@
+#include "identity/FingerprintText.hpp"
+
+#include "support/HexString.hpp"
+
+namespace identity {
+
+std::string fingerprintText(ByteView digest) {
+  std::string text;
+  for (const std::uint8_t byte : digest) {
+    text += (text.empty() ? "" : ":") + support::hexString({&byte, 1});
+  }
+  return text;
+}
+
+}  // namespace identity
