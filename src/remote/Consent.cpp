@@ -37,15 +37,18 @@ void Consent::readAnswer() {
   if (questions_.empty()) {
     return;
   }
-  std::string line = terminal_.readLine();
-  std::ranges::transform(line, line.begin(), [](char character) {
+  auto line = terminal_.readLine();
+  if (!line) {
+    return;
+  }
+  std::ranges::transform(*line, line->begin(), [](char character) {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                                 : character;
   });
   const Question question = std::move(questions_.front());
   questions_.pop_front();
   showFirst();
-  const bool isYes = line == "yes" || (line == "y" && !question.inFull);
+  const bool isYes = *line == "yes" || (*line == "y" && !question.inFull);
   question.answer(isYes ? Reply::yes : Reply::no);
 }
 

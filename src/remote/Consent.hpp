@@ -33,7 +33,8 @@ class Consent {
   // To wait on: readable when an answer was typed. Negative while nothing is asked.
   [[nodiscard]] int descriptor() const { return questions_.empty() ? -1 : terminal_.descriptor(); }
 
-  // Reads the answer to the question that is shown, gives it to its asker, shows the next.
+  // Reads the answer to the question that is shown, gives it to its asker, shows the next. The
+  // question stays if none was typed.
   void readAnswer();
 
  private:

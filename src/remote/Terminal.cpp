@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <string_view>
 
 #include "client/SecretInput.hpp"
@@ -26,9 +27,12 @@ void Terminal::show(const std::string &question) {
   (void)!::write(terminal_.get(), question.data(), question.size());
 }
 
-std::string Terminal::readLine() {
+std::optional<std::string> Terminal::readLine() {
   std::array<char, 256> line{};
   const ssize_t length = ::read(terminal_.get(), line.data(), line.size());
+  if (length < 0 && errno == EAGAIN) {
+    return std::nullopt;
+  }
   std::string_view text(line.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
   while (text.ends_with('\n') || text.ends_with('\r') || text.ends_with(' ')) {
     text.remove_suffix(1);

@@ -23,9 +23,9 @@ class Terminal {
   // Shows a question. What was typed before it does not count as its answer.
   void show(const std::string &question);
 
-  // The line that was typed, without its end; read when descriptor() is readable. Empty at the end
-  // of the input, too.
-  [[nodiscard]] std::string readLine();
+  // The line that was typed, without its end; empty at the end of the input, too. Nothing if there
+  // is none: descriptor() may have been readable for what show() has thrown away since.
+  [[nodiscard]] std::optional<std::string> readLine();
 
   // Asks for a secret without showing what is typed. Nothing if nobody can be asked or
   // `stopDescriptor` becomes readable.

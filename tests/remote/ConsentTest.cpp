@@ -66,5 +66,14 @@ TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
   EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "two withdrawn", "three no"}));
 }
 
+TEST_F(ConsentAtATerminal, TakesNoSilenceForANo) {
+  Consent consent(terminal_);
+  bool isAnswered = false;
+  consent.ask(this, "Allow it?", /*inFull=*/false, [&](Consent::Reply) { isAnswered = true; });
+  consent.readAnswer();
+  EXPECT_FALSE(isAnswered);
+  EXPECT_EQ(consent.waiting(this), 1U);
+}
+
 }  // namespace
 }  // namespace remote
