@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/Files.hpp"
+#include "identity/PublicKeyHash.hpp"
 #include "remote/Console.hpp"
 #include "support/HexString.hpp"
 
@@ -52,11 +53,6 @@ support::CertificateInfo infoOf(const CardKey &key) {
 
 }  // namespace
 
-std::optional<Bytes> publicKeyHashOf(const crypto::PublicKey &key) {
-  const auto exported = key.externalRepresentation();
-  return exported ? std::optional(support::sha1(*exported)) : std::nullopt;
-}
-
 std::optional<KeyRing> KeyRing::load(std::span<const std::string> files,
                                      std::span<const std::string> labels,
                                      ByteView authenticationKeyHash,
@@ -68,7 +64,7 @@ std::optional<KeyRing> KeyRing::load(std::span<const std::string> files,
     if (!identity) {
       return std::nullopt;
     }
-    const auto hash = publicKeyHashOf(identity->key.publicKey());
+    const auto hash = identity::publicKeyHashOf(identity->key.publicKey());
     if (!hash) {
       base::report(error, "file", 0,
                    file + ": only RSA, elliptic-curve and Ed25519 keys can be used");

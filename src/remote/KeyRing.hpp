@@ -15,10 +15,6 @@
 
 namespace remote {
 
-// SHA-1 of the key's exported form, by which pairing names a key. Nothing for a key of an unknown
-// kind.
-[[nodiscard]] std::optional<Bytes> publicKeyHashOf(const crypto::PublicKey &key);
-
 // A key that is inserted as part of the card.
 struct CardKey {
   std::string label;

@@ -8,6 +8,7 @@
 
 #include "base/Descriptor.hpp"
 #include "base/Files.hpp"
+#include "identity/FingerprintText.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
@@ -15,6 +16,22 @@ namespace {
 
 constexpr std::size_t kFingerprintBytes = 32;
 constexpr std::size_t kLargestFile = 1024 * 1024;
+
+// True for an empty file, too.
+bool endsWithLineFeed(const base::Descriptor &file) {
+  char last = '\n';
+  const off_t size = ::lseek(file.get(), 0, SEEK_END);
+  return size <= 0 || ::pread(file.get(), &last, 1, size - 1) != 1 || last == '\n';
+}
+
+// As one word for a shell.
+std::string quoted(std::string_view text) {
+  std::string word = "'";
+  for (const char character : text) {
+    word += character == '\'' ? "'\\''" : std::string(1, character);
+  }
+  return word + "'";
+}
 
 }  // namespace
 
@@ -27,14 +44,6 @@ std::optional<Fingerprint> fingerprintFrom(std::string_view text) {
   }
   auto bytes = support::dataWithHexString(digits);
   return bytes && bytes->size() == kFingerprintBytes ? bytes : std::nullopt;
-}
-
-std::string textOf(const Fingerprint &fingerprint) {
-  std::string text;
-  for (const std::uint8_t byte : fingerprint) {
-    text += (text.empty() ? "" : ":") + support::hexString({&byte, 1});
-  }
-  return text;
 }
 
 std::optional<Fingerprint> KnownHosts::find(const Address &address, Error *error) const {
@@ -56,12 +65,18 @@ std::optional<Fingerprint> KnownHosts::find(const Address &address, Error *error
 
 bool KnownHosts::add(const Address &address, const Fingerprint &fingerprint, Error *error) const {
   const base::Descriptor file(
-      ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-  const std::string line = address.text() + " " + textOf(fingerprint) + "\n";
-  // in one piece, so that two processes do not mix their lines
-  if (!file.isOpen() ||
-      ::write(file.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+      ::open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!file.isOpen()) {
     base::reportErrno(error, errno, "cannot write " + path_);
+    return false;
+  }
+  // a line that a full disk has cut must not swallow this one
+  const std::string line = (endsWithLineFeed(file) ? "" : "\n") + address.text() + " " +
+                           identity::fingerprintText(fingerprint) + "\n";
+  // in one piece, so that two processes do not mix their lines
+  const ssize_t written = ::write(file.get(), line.data(), line.size());
+  if (written != static_cast<ssize_t>(line.size())) {
+    base::reportErrno(error, written < 0 ? errno : ENOSPC, "cannot write " + path_);
     return false;
   }
   return true;
@@ -75,7 +90,7 @@ std::string KnownHosts::removalCommand(const Address &address) const {
     }
     pattern.push_back(character);
   }
-  return "sed -i '/^" + pattern + " /d' '" + path_ + "'";
+  return "sed -i " + quoted("/^" + pattern + " /d") + " " + quoted(path_);
 }
 
 }  // namespace remote

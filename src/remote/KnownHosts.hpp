@@ -17,9 +17,6 @@ using Fingerprint = Bytes;
 // nothing.
 [[nodiscard]] std::optional<Fingerprint> fingerprintFrom(std::string_view text);
 
-// "AB:CD:…"
-[[nodiscard]] std::string textOf(const Fingerprint &fingerprint);
-
 // The machines that were trusted before: a text file with one line "host:port fingerprint" for
 // each. Lines of another form are skipped; of several for one machine the first counts.
 class KnownHosts {

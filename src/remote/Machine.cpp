@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "identity/FingerprintText.hpp"
 #include "remote/AuthenticationKey.hpp"
 #include "remote/Console.hpp"
 #include "support/HexString.hpp"
@@ -116,9 +117,9 @@ void Machine::sayUntrusted(const Fingerprint &shown) const {
   complain("the server at " + address_.name() +
            " is not the one that was trusted: it may have a new certificate, or somebody may be "
            "in between; nothing was sent to it");
-  warn("it shows " + textOf(shown));
+  warn("it shows " + identity::fingerprintText(shown));
   if (pinned_) {
-    warn("--fingerprint says " + textOf(*pinned_));
+    warn("--fingerprint says " + identity::fingerprintText(*pinned_));
   } else {
     advise("on that machine: kfyctl identity show, and here, only if it shows the same: " +
            services_.knownHosts.removalCommand(address_));
@@ -130,7 +131,8 @@ void Machine::askForTrust(const Fingerprint &shown) {
   services_.consent.ask(
       this,
       address_.name() + " is not known yet. Its certificate has the fingerprint\n  " +
-          textOf(shown) + "\nwhich \"kfyctl identity show\" has to show on that machine. Trust it?",
+          identity::fingerprintText(shown) +
+          "\nwhich \"kfyctl identity show\" has to show on that machine. Trust it?",
       /*inFull=*/true, [weak = weak_from_this(), attempt = attempt_, shown](Consent::Reply reply) {
         const auto self = weak.lock();
         if (!self || self->attempt_ != attempt || reply == Consent::Reply::withdrawn) {

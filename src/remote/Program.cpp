@@ -6,7 +6,9 @@
 
 #include <csignal>
 #include <cstdio>
+#include <utility>
 
+#include "identity/PublicKeyHash.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
 #include "remote/AuthenticationKey.hpp"
@@ -37,7 +39,12 @@ int listKeys(const KeysCommand &command, const Arguments &arguments, ByteView ha
 int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
                   const crypto::Identity &authentication, const StopSignal &stop) {
   const KnownHosts knownHosts(arguments.home + "/known_hosts");
-  const auto pinned = command.fingerprint ? command.fingerprint : knownHosts.find(command.machine);
+  Error error;
+  const auto pinned =
+      command.fingerprint ? command.fingerprint : knownHosts.find(command.machine, &error);
+  if (!error.description.empty()) {
+    return fail(error.description);
+  }
   if (!pinned) {
     complain(command.machine.name() + " is not known here, so nothing was sent to it");
     advise("kfy-remote password " + command.machine.name() + " --fingerprint SHA256");
@@ -45,7 +52,6 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
   }
   client::Patience patience;
   patience.stopDescriptor = stop.descriptor();
-  Error error;
   const auto account =
       fetchScreenSharingAccount(command.machine, *pinned, authentication, patience, &error);
   if (!account) {
@@ -60,10 +66,10 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
     writer.key("password");
     writer.text(account->password.reveal());
     writer.endObject();
-    say(std::string(base::textOf(text)));
+    saySecret("", SecretText(std::move(text)));
   } else {
     say("account:  " + printable(account->name));
-    say("password: " + printable(account->password.reveal()));
+    saySecret("password: ", printable(account->password));
   }
   return kDone;
 }
@@ -97,7 +103,7 @@ int run(const Arguments &arguments) {
   if (const auto *command = std::get_if<PasswordCommand>(&arguments.command)) {
     return fetchPassword(*command, arguments, *authentication, stop);
   }
-  const auto hash = publicKeyHashOf(authentication->key.publicKey());
+  const auto hash = identity::publicKeyHashOf(authentication->key.publicKey(), &error);
   const auto password = readGivenPassword(arguments.passwords, &error);
   if (!hash || !password) {
     return fail(error.description);

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "identity/PublicKeyHash.hpp"
 #include "remote/AuthenticationKey.hpp"
-#include "remote/KeyRing.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
@@ -20,7 +20,10 @@ std::nullopt_t fail(Error *error, const std::string &reason) {
 // `connect` and `authenticate`; false with the reason.
 bool authenticate(client::Connection &connection, const crypto::Identity &authentication,
                   const client::Patience &patience, Error *error) {
-  const auto hash = publicKeyHashOf(authentication.key.publicKey());
+  const auto hash = identity::publicKeyHashOf(authentication.key.publicKey(), error);
+  if (!hash) {
+    return false;
+  }
   const auto reply = connection.request(
       QuillMessage::initCommandMessageConnectWithCertificate({*hash}), patience, error);
   if (!reply) {

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "fakes/TemporaryFolder.hpp"
-#include "remote/KeyRing.hpp"
+#include "identity/PublicKeyHash.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
@@ -14,7 +14,8 @@ std::string hashOf(const std::string &home) {
   Error error;
   const auto identity = authenticationKey(home, &error);
   EXPECT_TRUE(identity) << error.description;
-  return identity ? support::hexString(publicKeyHashOf(identity->key.publicKey()).value()) : "";
+  return identity ? support::hexString(identity::publicKeyHashOf(identity->key.publicKey()).value())
+                  : "";
 }
 
 TEST(AuthenticationKey, IsMadeOnceAndIsUsedOnlyWhilePrivate) {

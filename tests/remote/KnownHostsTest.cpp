@@ -5,13 +5,14 @@
 #include <cstdlib>
 
 #include "fakes/TemporaryFolder.hpp"
+#include "identity/FingerprintText.hpp"
 
 namespace remote {
 namespace {
 
 TEST(Fingerprint, IsReadInEveryFormThatPeopleCopy) {
   const Fingerprint expected(32, 0xAA);
-  EXPECT_EQ(fingerprintFrom(textOf(expected)), expected);
+  EXPECT_EQ(fingerprintFrom(identity::fingerprintText(expected)), expected);
   EXPECT_EQ(fingerprintFrom(" aaAA Aa" + std::string(58, 'a') + " \n"), expected);
   EXPECT_FALSE(fingerprintFrom(std::string(64, 'g')));
 }
@@ -49,6 +50,17 @@ TEST(KnownHosts, ShowsACommandThatRemovesExactlyOneHost) {
     EXPECT_FALSE(hosts.find(address));
     EXPECT_TRUE(hosts.find(similar));
   }
+}
+
+TEST(KnownHosts, KeepsALineApartFromOneThatWasCutAndShowsACommandForAnyPath) {
+  const fakes::TemporaryFolder folder;
+  folder.write("ann's hosts", "cut.example:4116 AB:CD");
+  const KnownHosts hosts(folder / "ann's hosts");
+  const Address mac{"mac.example", 4116};
+  ASSERT_TRUE(hosts.add(mac, Fingerprint(32, 1)));
+  EXPECT_EQ(hosts.find(mac), Fingerprint(32, 1));
+  ASSERT_EQ(std::system(hosts.removalCommand(mac).c_str()), 0);
+  EXPECT_FALSE(hosts.find(mac));
 }
 
 }  // namespace
