@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
@@ -73,7 +74,17 @@ std::vector<DaemonState::Limit> limitsIn(const json::object &object) {
 }
 
 bool isRunning(std::int64_t pid) {
-  return pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH);
+  return pid > 0 && std::in_range<pid_t>(pid) &&
+         (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH);
+}
+
+// A time that the clock can't hold counts as missing.
+std::chrono::system_clock::time_point timeFrom(std::int64_t secondsSince1970) {
+  using std::chrono::seconds;
+  using std::chrono::system_clock;
+  constexpr auto kLatest = std::chrono::floor<seconds>(system_clock::duration::max()).count();
+  const bool isTime = secondsSince1970 >= 0 && secondsSince1970 <= kLatest;
+  return system_clock::time_point(seconds(isTime ? secondsSince1970 : 0));
 }
 
 }  // namespace
@@ -97,7 +108,7 @@ std::optional<DaemonState> readDaemonState(Error *error) {
   state.json = base::textOf(*content);
   state.pid = numberUnder(*object, "pid");
   state.isRunning = isRunning(state.pid);
-  state.started = std::chrono::system_clock::from_time_t(numberUnder(*object, "started"));
+  state.started = timeFrom(numberUnder(*object, "started"));
   state.peers = peersIn(*object);
   state.connections = numberUnder(*object, "connectionCount");
   state.pending = numberUnder(*object, "pending");

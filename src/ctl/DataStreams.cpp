@@ -1,9 +1,10 @@
 #include "ctl/DataStreams.hpp"
 
-#include <array>
 #include <cstddef>
 #include <istream>
+#include <iterator>
 #include <ostream>
+#include <vector>
 
 #include "base/Bytes.hpp"
 #include "base/Files.hpp"
@@ -20,8 +21,8 @@ bool isStandard(const std::string &path) {
 
 std::optional<CleansedBytes> readAll(std::istream &input, Failure &failure) {
   CleansedBytes content;
-  std::array<char, 16384> part{};
-  while (input.read(part.data(), part.size()) || input.gcount() > 0) {
+  std::vector<char, base::CleansingAllocator<char>> part(16384);
+  while (input.read(part.data(), std::ssize(part)) || input.gcount() > 0) {
     const auto bytes = base::viewOf({part.data(), static_cast<std::size_t>(input.gcount())});
     content.insert(content.end(), bytes.begin(), bytes.end());
     if (content.size() > kLargestInput) {
@@ -29,7 +30,6 @@ std::optional<CleansedBytes> readAll(std::istream &input, Failure &failure) {
       return std::nullopt;
     }
   }
-  base::cleanse(part.data(), part.size());
   return content;
 }
 

@@ -1,7 +1,6 @@
 #include "ctl/Identities.hpp"
 
 #include <algorithm>
-#include <cstddef>
 #include <functional>
 #include <ostream>
 #include <utility>
@@ -12,23 +11,16 @@
 #include "ctl/HashText.hpp"
 #include "ctl/KeychainTrouble.hpp"
 #include "ctl/KnownSettings.hpp"
+#include "identity/FingerprintText.hpp"
 #include "identity/LowerCase.hpp"
 #include "identity/NewIdentity.hpp"
 #include "identity/PinnedCertificate.hpp"
+#include "identity/QueryWithAttributes.hpp"
 #include "platform/TokenWatcher.hpp"
 #include "support/HexString.hpp"
 
 namespace ctl {
 namespace {
-
-// As kfy-remote shows it when it asks whether the machine is the right one.
-std::string fingerprintText(ByteView digest) {
-  std::string text;
-  for (std::size_t index = 0; index < digest.size(); ++index) {
-    text += (index == 0 ? "" : ":") + support::hexString(digest.subspan(index, 1));
-  }
-  return text;
-}
 
 // In double quotes, for a shell.
 std::string quoted(const std::string &text) {
@@ -53,13 +45,6 @@ Matches hasLabel(const std::string &label) {
   return [label](const IdentityRecord &record) { return labelOf(record) == label; };
 }
 
-platform::IdentityQuery queryWithAttributes() {
-  platform::IdentityQuery query;
-  query.returnAttributes = true;
-  query.returnReference = true;
-  return query;
-}
-
 // Those of the keychain, and where it has none those of tokens: where kfyd looks, in its order.
 std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches, Session &session,
                                                         Failure &failure) {
@@ -68,7 +53,9 @@ std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches, 
     return std::nullopt;
   }
   if (std::ranges::none_of(*records, matches) && session.tokens != nullptr) {
-    records = session.tokens->searchIdentities(queryWithAttributes(), /*isWanted=*/nullptr).records;
+    records =
+        session.tokens->searchIdentities(identity::queryWithAttributes(), /*isWanted=*/nullptr)
+            .records;
   }
   std::erase_if(*records, std::not_fn(matches));
   return records;
@@ -85,7 +72,7 @@ std::string commonNameOf(const IdentityRecord &record) {
 }  // namespace
 
 std::optional<std::vector<IdentityRecord>> allIdentities(Session &session, Failure &failure) {
-  auto matches = session.keychain->searchIdentities(queryWithAttributes());
+  auto matches = session.keychain->searchIdentities(identity::queryWithAttributes());
   if (matches.status != platform::itemSuccess && matches.status != platform::itemNotFound) {
     failure = keychainUnusable(session);
     return std::nullopt;
@@ -98,7 +85,7 @@ std::vector<TokenIdentities> identitiesOnTokens(Session &session) {
   if (session.tokens == nullptr) {
     return tokens;
   }
-  platform::IdentityQuery query = queryWithAttributes();
+  platform::IdentityQuery query = identity::queryWithAttributes();
   for (const std::string &id : session.tokens->tokenIDs()) {
     query.tokenID = id;
     tokens.push_back({id, session.tokens->searchIdentities(query, /*isWanted=*/nullptr).records});
@@ -206,7 +193,7 @@ Facts factsOf(const IdentityRecord &record, bool isInUse) {
           {"commonName", "common name", commonNameOf(record)},
           {"sha1", "SHA-1", hashOf(record)},
           {"sha256", "SHA-256", support::hexString(certificate.sha256()),
-           fingerprintText(certificate.sha256())},
+           identity::fingerprintText(certificate.sha256())},
           {"notBefore", "valid from", dateText(certificate.notBefore())},
           {"notAfter", "valid until", dateText(certificate.notAfter())},
           {"key", "key", key ? key->description() : "unknown"},

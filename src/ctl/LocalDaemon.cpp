@@ -49,10 +49,6 @@ std::optional<CardCertificate> cardCertificateFrom(support::CertificateInfo info
                      : std::nullopt;
 }
 
-Bytes copyOf(ByteView bytes) {
-  return {bytes.begin(), bytes.end()};
-}
-
 }  // namespace
 
 std::optional<LocalDaemon> LocalDaemon::open(std::chrono::seconds time, Failure &failure) {
@@ -111,9 +107,10 @@ std::optional<CardCertificate> LocalDaemon::certificate(ByteView hash, Failure &
 
 std::optional<Bytes> LocalDaemon::sign(ByteView certificateHash, Bytes data, SecretText pin,
                                        Failure &failure) {
-  const auto answer = ask(QuillMessage::initCommandMessageSignData(
-                              std::move(data), copyOf(certificateHash), std::move(pin)),
-                          failure);
+  const auto answer = ask(
+      QuillMessage::initCommandMessageSignData(
+          std::move(data), Bytes(certificateHash.begin(), certificateHash.end()), std::move(pin)),
+      failure);
   if (!answer) {
     return std::nullopt;
   }
@@ -126,9 +123,10 @@ std::optional<Bytes> LocalDaemon::sign(ByteView certificateHash, Bytes data, Sec
 
 std::optional<SecretBytes> LocalDaemon::decrypt(ByteView certificateHash, Bytes block,
                                                 SecretText pin, Failure &failure) {
-  auto answer = ask(QuillMessage::initCommandMessageDecryptDataWithObjectID(
-                        copyOf(certificateHash), std::move(block), std::move(pin)),
-                    failure);
+  auto answer = ask(
+      QuillMessage::initCommandMessageDecryptDataWithObjectID(
+          Bytes(certificateHash.begin(), certificateHash.end()), std::move(block), std::move(pin)),
+      failure);
   if (!answer) {
     return std::nullopt;
   }

@@ -6,7 +6,7 @@
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/HashText.hpp"
-#include "support/HexString.hpp"
+#include "identity/PublicKeyHash.hpp"
 
 namespace ctl {
 namespace {
@@ -60,8 +60,7 @@ std::optional<Bytes> publicKeyHashFromCertificate(const std::string &path, Error
                      "; a client can authenticate with an RSA key alone");
     return std::nullopt;
   }
-  const auto exported = key->externalRepresentation(error);
-  return exported ? std::optional(support::sha1(*exported)) : std::nullopt;
+  return identity::publicKeyHashOf(*key, error);
 }
 
 }  // namespace ctl

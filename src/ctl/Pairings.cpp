@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "base/Files.hpp"
+#include "base/FolderForAll.hpp"
 #include "linux/defaults/SettingsFile.hpp"
 #include "support/HexString.hpp"
 
@@ -33,15 +34,6 @@ std::optional<Pairing> pairingFrom(const platform_linux::Setting &setting) {
     return std::nullopt;
   }
   return Pairing{setting.key, std::move(*hash)};
-}
-
-// Programs of all users look into the folder, whatever the umask says.
-bool makeFolderOf(const std::string &path, Error *error) {
-  const std::string folder = path.substr(0, path.rfind('/'));
-  if (base::fileExists(folder)) {
-    return true;
-  }
-  return base::makeFolders(folder, 0755, error) && ::chmod(folder.c_str(), 0755) == 0;
 }
 
 }  // namespace
@@ -105,7 +97,7 @@ bool PairingFile::write(std::span<const Pairing> pairings, Error *error) const {
                                               support::hexString(pairing.publicKeyHash), error)
                 : text;
   }
-  return text && makeFolderOf(path_, error) &&
+  return text && base::makeFolderForAll(path_.substr(0, path_.rfind('/')), error) &&
          base::replaceFile(path_, base::viewOf(*text), 0600, error);
 }
 

@@ -2,6 +2,7 @@
 #include <memory>
 #include <ostream>
 
+#include "base/ConstantTime.hpp"
 #include "base/Secret.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
@@ -89,7 +90,7 @@ std::optional<SecretText> newPassword(const Options &options, Failure &failure) 
   }
   if (!options.password.isGiven()) {
     const auto again = options.password.take("The same again: ", &error);
-    if (!again || again->reveal() != password->reveal()) {
+    if (!again || !base::equalInConstantTime(*again, *password)) {
       failure = {"the two were not the same; nothing is changed", commandFor("set", options)};
       return std::nullopt;
     }

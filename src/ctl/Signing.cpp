@@ -1,5 +1,6 @@
 #include "ctl/Signing.hpp"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "crypto/Signature.hpp"
@@ -15,13 +16,11 @@ constexpr std::size_t kLeastPadding = 11;
 // A frame may have 2 MiB, and Base64 text takes half as much again.
 constexpr std::size_t kLargestMessage = 1024 * 1024;
 
-Bytes copyOf(ByteView bytes) {
-  return {bytes.begin(), bytes.end()};
-}
-
 // The most that a key of this size signs as it is.
 std::size_t mostUnhashed(const crypto::PublicKey &key) {
-  return (static_cast<std::size_t>(key.bits()) + 7) / 8 - kLeastPadding;
+  const std::size_t modulus = (static_cast<std::size_t>(key.bits()) + 7) / 8;
+  // a card's certificate may hold a key of any size
+  return modulus - std::min(modulus, kLeastPadding);
 }
 
 std::optional<Bytes> unhashed(const crypto::PublicKey &key, ByteView input, Failure &failure) {
@@ -38,7 +37,7 @@ std::optional<Bytes> unhashed(const crypto::PublicKey &key, ByteView input, Fail
                "kfyctl sign --help"};
     return std::nullopt;
   }
-  return copyOf(input);
+  return Bytes(input.begin(), input.end());
 }
 
 }  // namespace
