@@ -261,7 +261,7 @@ TEST_F(DriverFaults, AnswersThatAreWorthNothingReachNoProgram) {
   pair(otherRSAIdentity().key);
   Peer holder = Peer::remote();
   ASSERT_TRUE(holder.authenticate(otherRSAIdentity()));
-  ASSERT_TRUE(holder.insert({&rsaIdentity()}));
+  ASSERT_TRUE(holder.insert(rsaIdentity()));
   std::atomic<const Answer *> answer = &kAnswers.back();
   const std::jthread holding([&](const std::stop_token &stop) {
     while (!stop.stop_requested()) {

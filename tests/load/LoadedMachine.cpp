@@ -16,7 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using system_tests::otherRSAIdentity;
-using system_tests::rsaIdentity;
 
 }  // namespace
 
@@ -26,16 +25,12 @@ bool isFull() {
 }
 
 Holder::Holder(bool signs) {
-  EXPECT_TRUE(peer_.authenticate(rsaIdentity()));
-  EXPECT_TRUE(peer_.insert({&otherRSAIdentity()}));
   thread_ = std::thread([this, signs] {
     while (!isOver_ && !peer_.connection->end()) {
       const auto request = peer_.connection->receive(client::Patience::lasting(100ms));
       if (request) {
         const Bytes &data = *request->dataToSign;
-        peer_.send(QuillMessage::initWithReplyMessageForSignMessage(
-            /*status=*/true, request->messageID,
-            signs ? *otherRSAIdentity().key.signRawPKCS1(data) : data));
+        peer_.answer(*request, signs ? *otherRSAIdentity().key.signRawPKCS1(data) : data);
       }
     }
     EXPECT_FALSE(peer_.connection->end()) << "the holder was thrown out";
@@ -52,8 +47,6 @@ LoadedMachine::LoadedMachine() {
   ::getrlimit(RLIMIT_NOFILE, &descriptors);
   descriptors.rlim_cur = descriptors.rlim_max;
   ::setrlimit(RLIMIT_NOFILE, &descriptors);
-  makeServerIdentity();
-  pair(rsaIdentity().key);
 }
 
 LoadedMachine::~LoadedMachine() {
@@ -80,11 +73,6 @@ void LoadedMachine::openJournal(bool isRead) {
   }
 }
 
-QuillMessage LoadedMachine::signRequest(const Bytes &data) {
-  return QuillMessage::initCommandMessageSignData(data, otherRSAIdentity().certificate.sha1(),
-                                                  SecretText());
-}
-
 std::vector<double> LoadedMachine::sign(std::chrono::milliseconds time, bool isSigned) {
   using Clock = std::chrono::steady_clock;
   Peer asker = Peer::local();
@@ -93,7 +81,7 @@ std::vector<double> LoadedMachine::sign(std::chrono::milliseconds time, bool isS
   for (std::uint32_t number = 0; Clock::now() < end; ++number) {
     const Bytes data = base::bytesOf(std::to_string(number));
     const auto start = Clock::now();
-    const QuillMessage answer = asker.ask(signRequest(data));
+    const QuillMessage answer = asker.ask(system_tests::signRequest(data));
     times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     if (!answer.status || !answer.signedData) {
       ADD_FAILURE() << "request " << number << " was refused";

@@ -27,21 +27,19 @@ class Holder {
   Holder &operator=(const Holder &) = delete;
 
  private:
-  Peer peer_ = Peer::remote();
+  Peer peer_ = Peer::holder();
   std::atomic<bool> isOver_ = false;
   std::thread thread_;
 };
 
 // A machine whose daemon is put under load.
-class LoadedMachine : public system_tests::Machine {
+class LoadedMachine : public system_tests::PairedMachine {
  public:
   LoadedMachine();
   ~LoadedMachine() override;
 
   // The socket of a journal, which reads what it is sent or does not.
   void openJournal(bool isRead);
-
-  [[nodiscard]] static QuillMessage signRequest(const Bytes &data);
 
   // Has data signed, one request after the other, until the time is over; how long each took, in
   // microseconds. Each has exactly one answer, with a signature that verifies if it `isSigned`.

@@ -13,9 +13,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using system_tests::ecIdentity;
-using system_tests::otherRSAIdentity;
 using system_tests::publicKeyHash;
 using system_tests::rsaIdentity;
+using system_tests::signRequest;
 
 class Pressure : public LoadedMachine {
  public:
@@ -70,9 +70,7 @@ TEST_F(Pressure, HandshakesBegunWhileTheQueueIsBlockedSucceed) {
 
 TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
   startDaemon();
-  Peer remote = Peer::remote();
-  ASSERT_TRUE(remote.authenticate(rsaIdentity()));
-  ASSERT_TRUE(remote.insert({&otherRSAIdentity()}));
+  Peer remote = Peer::holder();
   const int count = isFull() ? 100 : 20;
   int served = 0;
   int refused = 0;
@@ -106,8 +104,7 @@ TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
   EXPECT_TRUE(eventually([&] { return isSent.load(); })) << "who does not read holds up nobody";
   while (!isOver && !remote.connection->end()) {
     if (const auto request = remote.connection->receive(client::Patience::lasting(100ms))) {
-      remote.send(QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true,
-                                                                   request->messageID, Bytes{1}));
+      remote.answer(*request, Bytes{1});
     }
   }
   asking.join();

@@ -3,9 +3,6 @@
 #include <sys/socket.h>
 
 #include "base/Descriptor.hpp"
-#include "client/Dialing.hpp"
-#include "client/PinnedServer.hpp"
-#include "crypto/TlsChannel.hpp"
 #include "fakes/LoopbackSocket.hpp"
 #include "protocol/Frame.hpp"
 #include "system/Machine.hpp"
@@ -13,24 +10,11 @@
 namespace system_tests {
 namespace {
 
-class Daemon : public Machine {
- public:
-  Daemon() {
-    makeServerIdentity();
-    pair(rsaIdentity().key);
-    startDaemon();
-  }
-
-  static QuillMessage signRequest(const Bytes &data) {
-    return QuillMessage::initCommandMessageSignData(data, otherRSAIdentity().certificate.sha1(),
-                                                    SecretText());
-  }
-};
+using Daemon = PairedMachine;
 
 TEST_F(Daemon, CarriesFramesOfEverySize) {
-  Peer remote = Peer::remote();
-  EXPECT_TRUE(remote.authenticate(rsaIdentity()));
-  EXPECT_TRUE(remote.insert({&otherRSAIdentity()}));
+  startDaemon();
+  Peer remote = Peer::holder();
   Peer asker = Peer::local();
   const std::size_t empty = protocol::frameOf(signRequest({})).size();
   // A frame's length grows with the PIN by one each; each crosses the relay in both directions,
@@ -47,58 +31,14 @@ TEST_F(Daemon, CarriesFramesOfEverySize) {
     EXPECT_EQ(remote.receive().PIN->reveal().size(), length - empty) << length;
     EXPECT_EQ(remote.receive().messageID, behind.messageID) << length;
     const Bytes large(length / 2, 0x55);
-    remote.send(QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, request.messageID,
-                                                                 large));
-    remote.send(QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, behind.messageID,
-                                                                 Bytes{2}));
+    remote.answer(request, large);
+    remote.answer(behind, Bytes{2});
     EXPECT_EQ(asker.receive().signedData, large) << length;
     EXPECT_EQ(asker.receive().signedData, Bytes{2}) << length;
   }
 }
 
-// A peer below the level of messages.
-class RawPeer {
- public:
-  explicit RawPeer(std::uint16_t port)
-      : socket(client::dial(client::kLoopbackHost, port, client::Patience::lasting(kPatience),
-                            nullptr)),
-        channel(*crypto::TlsContext::client(), crypto::TlsChannel::Role::client, socket.get()) {
-    EXPECT_TRUE(
-        eventually([&] { return channel.handshake() == crypto::TlsChannel::Result::done; }));
-  }
-
-  base::Descriptor socket;
-  crypto::TlsChannel channel;
-};
-
-TEST_F(Daemon, NoticesEveryWayInWhichARemoteVanishes) {
-  const auto insertCard = [] {
-    // by a local client, whose own end leaves the card alone
-    EXPECT_TRUE(Peer::local().insert({&otherRSAIdentity()}));
-    EXPECT_TRUE(isMarkerThere());
-  };
-  const auto half = [](RawPeer &peer) { shutdown(peer.socket.get(), SHUT_WR); };
-  const auto reset = [](RawPeer &peer) { fakes::reset(peer.socket); };
-  const auto garbage = [](RawPeer &peer) { (void)send(peer.socket.get(), "no TLS record", 13, 0); };
-  for (const auto &[name, vanish] :
-       {std::pair{"half closed", +half}, {"reset", +reset}, {"a broken record", +garbage}}) {
-    RawPeer peer(client::kPublicPort);
-    insertCard();
-    vanish(peer);
-    EXPECT_TRUE(isMarkerGone()) << name;
-  }
-  EXPECT_TRUE(daemon->hasSaid("failed: Connection reset by peer")) << daemon->output();
-
-  insertCard();
-  const base::Descriptor plain =
-      client::dial(client::kLoopbackHost, client::kPublicPort, client::Patience{}, nullptr);
-  EXPECT_EQ(send(plain.get(), "GET / HTTP/1.0\r\n\r\n", 18, 0), 18);
-  EXPECT_TRUE(daemon->hasSaid("failed: Protocol error")) << daemon->output();
-  EXPECT_TRUE(isMarkerThere()) << "a handshake that fails leaves the card alone";
-  EXPECT_TRUE(hasLogged("worker is not local removing smartcard"));
-}
-
-class Start : public Machine {};
+using Start = Machine;
 
 TEST_F(Start, WithoutAnIdentityEndsWithStatus255) {
   succeed("kfyctl", {"debug", "on"});

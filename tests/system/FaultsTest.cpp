@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "base/Descriptor.hpp"
+#include "client/Dialing.hpp"
 #include "client/PinnedServer.hpp"
 #include "fakes/LoopbackSocket.hpp"
 #include "system/Machine.hpp"
@@ -16,15 +17,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The peer's end of a connection is taken from it, so that it can be brought down.
+// What comes in is dropped before it is acknowledged, as on a link that is down.
 void fallSilent(Peer &peer) {
-  // what comes in is dropped before it is acknowledged, as on a link that is down
   sock_filter dropAll{BPF_RET | BPF_K, 0, 0, 0};
   const sock_fprog filter{1, &dropAll};
   ASSERT_EQ(setsockopt(peer.connection->descriptor(), SOL_SOCKET, SO_ATTACH_FILTER, &filter,
                        sizeof filter),
             0);
 }
+// The peer's end of a connection is taken from it, so that it can be brought down.
 void reset(Peer &peer) {
   base::Descriptor copy(dup(peer.connection->descriptor()));
   peer.connection->abandon();
@@ -34,56 +35,39 @@ void closeHalf(Peer &peer) {
   shutdown(peer.connection->descriptor(), SHUT_WR);
 }
 
-class Faults : public Machine {
+// Asks and answers one request; true if it is the one that was asked and the answer comes back.
+bool isServed(Peer &asker, Peer &remote) {
+  const QuillMessage request = signRequest(Bytes{77});
+  asker.send(request);
+  const auto asked = remote.connection->receive(client::Patience::lasting(1s));
+  if (!asked || asked->messageID != request.messageID) {
+    return false;
+  }
+  remote.answer(*asked, Bytes{5});
+  return asker.connection->await(*request.messageID, client::Patience::lasting(kPatience))
+             .value_or(QuillMessage())
+             .signedData == Bytes{5};
+}
+
+class Faults : public PairedMachine {
  public:
   Faults() {
-    makeServerIdentity();
-    pair(rsaIdentity().key);
     succeed("kfyctl", {"defaults", "write", "stalledOutputSeconds", "2"});
-  }
-
-  static Peer holder() {
-    Peer remote = Peer::remote();
-    EXPECT_TRUE(remote.authenticate(rsaIdentity()));
-    EXPECT_TRUE(remote.insert({&otherRSAIdentity()}));
-    return remote;
-  }
-  static QuillMessage signRequest(std::uint8_t number) {
-    return QuillMessage::initCommandMessageSignData(
-        Bytes{number}, otherRSAIdentity().certificate.sha1(), SecretText());
-  }
-  // Asks and answers one request; true if it is the one that was asked and the answer comes back.
-  static bool isServed(Peer &asker, Peer &remote) {
-    const QuillMessage request = signRequest(77);
-    asker.send(request);
-    const auto asked = remote.connection->receive(client::Patience::lasting(1s));
-    if (!asked || asked->messageID != request.messageID) {
-      return false;
-    }
-    remote.send(QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, asked->messageID,
-                                                                 Bytes{5}));
-    return asker.connection->await(*request.messageID, client::Patience::lasting(kPatience))
-               .value_or(QuillMessage())
-               .signedData == Bytes{5};
+    startDaemon();
   }
 };
 
 TEST_F(Faults, RemoteThatVanishesWithRequestsPendingIsReplaced) {
-  startDaemon();
   Peer asker = Peer::local();
-  struct Case {
-    const char *name;
-    void (*vanish)(Peer &);
-  };
-  for (const Case &row :
-       {Case{"reset", reset}, Case{"half closed", closeHalf}, Case{"silent", fallSilent}}) {
-    SCOPED_TRACE(row.name);
-    Peer lost = holder();
-    asker.send(signRequest(1));
+  for (const auto &[name, vanish] :
+       {std::pair{"reset", &reset}, {"half closed", &closeHalf}, {"silent", &fallSilent}}) {
+    SCOPED_TRACE(name);
+    Peer lost = Peer::holder();
+    asker.send(signRequest(Bytes{1}));
     EXPECT_EQ(lost.receive().dataToSign, Bytes{1});
-    row.vanish(lost);
-    asker.send(signRequest(2));  // a silent one shows by what it does not acknowledge
-    Peer back = holder();
+    vanish(lost);
+    asker.send(signRequest(Bytes{2}));  // a silent one shows by what it does not acknowledge
+    Peer back = Peer::holder();
     EXPECT_TRUE(eventually([&] { return isServed(asker, back); }));
     while (const auto other = asker.connection->take()) {
       EXPECT_FALSE(other->status) << "who was asked before has not answered";
@@ -91,27 +75,51 @@ TEST_F(Faults, RemoteThatVanishesWithRequestsPendingIsReplaced) {
   }
 }
 
+TEST_F(Faults, EveryWayInWhichARemoteVanishesTakesTheCard) {
+  const auto insertCard = [] {
+    // by a local client, whose own end leaves the card alone
+    EXPECT_TRUE(Peer::local().insert(otherRSAIdentity()));
+    EXPECT_TRUE(isMarkerThere());
+  };
+  const auto garble = [](Peer &peer) {
+    (void)send(peer.connection->descriptor(), "no TLS record", 13, 0);
+  };
+  for (const auto &[name, vanish] :
+       {std::pair{"half closed", &closeHalf}, {"reset", &reset}, {"a broken record", +garble}}) {
+    Peer peer = Peer::remote();
+    insertCard();
+    vanish(peer);
+    EXPECT_TRUE(isMarkerGone()) << name;
+  }
+  EXPECT_TRUE(daemon->hasSaid("failed: Connection reset by peer")) << daemon->output();
+
+  insertCard();
+  const base::Descriptor plain =
+      client::dial(client::kLoopbackHost, client::kPublicPort, client::Patience{}, nullptr);
+  EXPECT_EQ(send(plain.get(), "GET / HTTP/1.0\r\n\r\n", 18, 0), 18);
+  EXPECT_TRUE(daemon->hasSaid("failed: Protocol error")) << daemon->output();
+  EXPECT_TRUE(isMarkerThere()) << "a handshake that fails leaves the card alone";
+  EXPECT_TRUE(hasLogged("worker is not local removing smartcard"));
+}
+
 TEST_F(Faults, NewestRemoteIsAskedAtOnceWhileADeadOneStillStands) {
   succeed("kfyctl", {"defaults", "write", "newestRemoteFirst", "true"});
-  startDaemon();
   Peer asker = Peer::local();
-  Peer dead = holder();
+  Peer dead = Peer::holder();
   fallSilent(dead);
-  Peer back = holder();
+  Peer back = Peer::holder();
   EXPECT_TRUE(isServed(asker, back));
 }
 
 TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
-  startDaemon();
-  Peer remote = holder();
+  Peer remote = Peer::holder();
   for (void (*vanish)(Peer &) : {reset, closeHalf, fallSilent}) {
     Peer lost = Peer::local();
-    lost.send(signRequest(3));
+    lost.send(signRequest(Bytes{3}));
     const QuillMessage request = remote.receive();
     vanish(lost);
     // a frame that no socket buffer takes, so that a silent one is noticed
-    remote.send(QuillMessage::initWithReplyMessageForSignMessage(
-        /*status=*/true, request.messageID, Bytes(1 << 20, 0x5A)));
+    remote.answer(request, Bytes(1 << 20, 0x5A));
     Peer other = Peer::local();
     EXPECT_TRUE(isServed(other, remote));
     EXPECT_FALSE(other.connection->take()) << "the other's answer is not for it";
@@ -119,8 +127,7 @@ TEST_F(Faults, RequesterThatVanishesTakesNothingWithIt) {
 }
 
 TEST_F(Faults, WithoutDescriptorsServesOnAndRecovers) {
-  startDaemon();
-  Peer remote = holder();
+  Peer remote = Peer::holder();
   Peer asker = Peer::local();
   rlimit before{};
   ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, nullptr, &before), 0);
@@ -128,14 +135,14 @@ TEST_F(Faults, WithoutDescriptorsServesOnAndRecovers) {
   ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &few, nullptr), 0);
   EXPECT_FALSE(client::openLoopback(client::Patience::lasting(std::chrono::milliseconds(500))));
   EXPECT_TRUE(isServed(asker, remote)) << "who is there is served on";
-  EXPECT_TRUE(remote.insert({&otherRSAIdentity()})) << "answered even though no marker can be made";
+  EXPECT_TRUE(remote.insert(otherRSAIdentity())) << "answered even though no marker can be made";
   ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &before, nullptr), 0);
   Peer other = Peer::local();
   EXPECT_TRUE(isServed(other, remote));
 }
 
 // Both logs' folders lie on a small disk of their own.
-class FullLogDisk : public Faults {
+class FullLogDisk : public PairedMachine {
  public:
   void SetUp() override { mountDisk("/tmp", "size=64k"); }
 };
@@ -144,7 +151,7 @@ TEST_F(FullLogDisk, StopsNothingAndIsWrittenToAgain) {
   succeed("kfyctl", {"debug", "on"});
   write("/tmp/filler", std::string(256 * 1024, 'x'));
   startDaemon();
-  Peer remote = holder();
+  Peer remote = Peer::holder();
   Peer asker = Peer::local();
   EXPECT_TRUE(isServed(asker, remote));
   EXPECT_TRUE(isMarkerThere()) << "an empty file needs no room";

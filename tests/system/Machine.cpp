@@ -18,7 +18,10 @@ namespace system_tests {
 namespace fs = std::filesystem;
 
 Machine::Machine() {
-  write("/etc/passwd", "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/home/ann:/bin/sh\n");
+  write("/etc/passwd",
+        "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/:/bin/sh\n"
+        "cvnkfyvncuser:x:1001:1001::/:/bin/bash\n");
+  write("/etc/shadow", "root:*:19000::::::\ncvnkfyvncuser:!:19000:0:99999:7:::\n", 0640);
   for (const char *folder : {"/tmp", "/var/log", "/usr/sbin", "/other-device"}) {
     fs::create_directories(at(folder));
   }
@@ -67,13 +70,16 @@ bool Machine::isMarkerGone() const {
 }
 
 void Machine::mountDisk(const std::string &folder, const char *options) {
+  const std::string content = at("/before-the-disk");
   fs::create_directories(at(folder));
+  fs::copy(at(folder), content, fs::copy_options::recursive);
   if (unshare(CLONE_NEWNS) != 0 ||
       mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       mount("small", at(folder).c_str(), "tmpfs", 0, options) != 0) {
     GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
   }
   disk_ = at(folder);
+  fs::copy(content, disk_, fs::copy_options::recursive);
 }
 
 std::unique_ptr<Process> Machine::start(const std::string &program,
@@ -107,6 +113,11 @@ void Machine::pair(const std::string &hash) {
 
 void Machine::pair(const crypto::PrivateKey &key) {
   pair(support::hexString(publicKeyHash(key)));
+}
+
+PairedMachine::PairedMachine() {
+  makeServerIdentity();
+  pair(rsaIdentity().key);
 }
 
 void Machine::replaceListingTool(const std::string &script) {

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "crypto/Identity.hpp"
 #include "system/Peer.hpp"
 #include "system/Process.hpp"
 
@@ -31,7 +30,7 @@ class Machine : public testing::Test {
   [[nodiscard]] static std::string read(const std::string &path);
   [[nodiscard]] static bool isMarkerThere();
   [[nodiscard]] bool isMarkerGone() const;
-  // Puts a disk of its own in a folder's place. Skips the test where that is not possible.
+  // Puts a disk of its own under what a folder holds. Skips the test where that is not possible.
   void mountDisk(const std::string &folder, const char *options);
 
   // Runs a program to its end.
@@ -59,6 +58,12 @@ class Machine : public testing::Test {
  private:
   int started_ = 0;
   std::string disk_;
+};
+
+// A machine whose daemon has a TLS identity and whose user ann is paired with rsaIdentity().
+class PairedMachine : public Machine {
+ public:
+  PairedMachine();
 };
 
 }  // namespace system_tests

@@ -9,31 +9,21 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-class OptIn : public Machine {
+class OptIn : public PairedMachine {
  public:
-  OptIn() {
-    write("/etc/passwd",
-          "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/:/bin/sh\n"
-          "cvnkfyvncuser:x:1001:1001::/:/bin/bash\n");
-    write("/etc/shadow", "root:*:19000::::::\ncvnkfyvncuser:!:19000:0:99999:7:::\n", 0640);
-    makeServerIdentity();
-    pair(rsaIdentity().key);
-    startDaemon();
-  }
+  OptIn() { startDaemon(); }
 
   // A local program without any key has a challenge signed as if it were to log in somewhere, and
   // asks for the password with it. The card's client signs whatever it is asked to, if it is.
   static bool isPasswordStolen(const crypto::Identity &card, bool isClientAsked) {
     Peer client = Peer::remote();
-    EXPECT_TRUE(client.authenticate(rsaIdentity()) && client.insert({&card}));
+    EXPECT_TRUE(client.authenticate(rsaIdentity()) && client.insert(card));
     Peer thief = Peer::remote();
     Peer program = Peer::local();
-    program.send(QuillMessage::initCommandMessageSignData(
-        *thief.connect(rsaIdentity().key).challenge, card.certificate.sha1(), SecretText()));
+    program.send(signRequest(*thief.connect(rsaIdentity().key).challenge, card));
     if (isClientAsked) {
       const QuillMessage asked = client.receive();
-      client.send(QuillMessage::initWithReplyMessageForSignMessage(
-          /*status=*/true, asked.messageID, *card.key.signRawPKCS1(*asked.dataToSign)));
+      client.answer(asked, *card.key.signRawPKCS1(*asked.dataToSign));
     }
     const QuillMessage signature = program.receive();
     EXPECT_EQ(signature.status, isClientAsked);
@@ -53,9 +43,7 @@ TEST_F(OptIn, PasswordIsStolenOnlyWithAKeyThatServesBothEnds) {
 }
 
 TEST_F(OptIn, StrangersAreSeenAndDropped) {
-  Peer client = Peer::remote();
-  ASSERT_TRUE(client.authenticate(rsaIdentity()));
-  ASSERT_TRUE(client.insert({&rsaIdentity()}));
+  const Peer client = Peer::holder();
   write("/etc/keyferry/kfyd.toml",
         "unauthenticatedSeconds = 1\ncardEndsWithItsConnection = true\n");
   Peer stranger = Peer::remote();

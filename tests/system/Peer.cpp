@@ -26,6 +26,10 @@ Bytes publicKeyHash(const crypto::PrivateKey &key) {
   return support::sha1(*key.publicKey().externalRepresentation());
 }
 
+QuillMessage signRequest(const Bytes &data, const crypto::Identity &card) {
+  return QuillMessage::initCommandMessageSignData(data, card.certificate.sha1(), SecretText());
+}
+
 Peer Peer::remote() {
   Error error;
   Peer peer{client::Connection::open(
@@ -42,6 +46,12 @@ Peer Peer::local() {
   return peer;
 }
 
+Peer Peer::holder() {
+  Peer peer = remote();
+  EXPECT_TRUE(peer.authenticate(rsaIdentity()) && peer.insert(otherRSAIdentity()));
+  return peer;
+}
+
 QuillMessage Peer::ask(const QuillMessage &request) {
   Error error;
   auto answer = connection->request(request, client::Patience::lasting(kPatience), &error);
@@ -52,6 +62,11 @@ QuillMessage Peer::ask(const QuillMessage &request) {
 void Peer::send(const QuillMessage &message) {
   Error error;
   EXPECT_TRUE(connection->send(message, &error)) << error.description;
+}
+
+void Peer::answer(const QuillMessage &request, const Bytes &signature) {
+  send(QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, request.messageID,
+                                                        signature));
 }
 
 QuillMessage Peer::receive() {
@@ -78,15 +93,16 @@ bool Peer::authenticate(const crypto::Identity &as) {
                                 .status;
 }
 
-bool Peer::insert(const std::vector<const crypto::Identity *> &identities) {
-  std::vector<protocol::CardElement> elements;
-  for (const crypto::Identity *identity : identities) {
-    elements.emplace_back(support::CertificateInfo{
-        support::base64EncodeBytes(identity->certificate.der(), /*separateLines=*/false), true,
-        true, true, "key", std::nullopt});
-  }
+bool Peer::insert(const crypto::Identity &card) {
+  const protocol::CardElement element = support::CertificateInfo{
+      support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false),
+      true,
+      true,
+      true,
+      "key",
+      std::nullopt};
   return ask(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-                 protocol::makeCardList(elements)))
+                 protocol::makeCardList({&element, 1})))
       .status;
 }
 

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "base/Bytes.hpp"
 #include "client/Connection.hpp"
@@ -19,8 +17,12 @@ namespace system_tests {
 [[nodiscard]] const crypto::Identity &otherRSAIdentity();
 [[nodiscard]] const crypto::Identity &ecIdentity();
 
-// The SHA-1 hash of a key's public half, and the same as text.
+// The SHA-1 hash of a key's public half.
 [[nodiscard]] Bytes publicKeyHash(const crypto::PrivateKey &key);
+
+// Asks for a signature of the card's key.
+[[nodiscard]] QuillMessage signRequest(const Bytes &data,
+                                       const crypto::Identity &card = otherRSAIdentity());
 
 // A connection to the daemon as a test uses it: asked for and answered in the test's own thread.
 class Peer {
@@ -28,9 +30,12 @@ class Peer {
   // Connects; fails the test if that is not possible.
   static Peer remote();
   static Peer local();
+  // A remote client that authenticates as rsaIdentity() and whose card is otherRSAIdentity()'s.
+  static Peer holder();
 
   QuillMessage ask(const QuillMessage &request);
   void send(const QuillMessage &message);
+  void answer(const QuillMessage &request, const Bytes &signature);
   QuillMessage receive();
   // Waits until the daemon has ended the connection.
   [[nodiscard]] bool isEnded();
@@ -38,7 +43,7 @@ class Peer {
   // `connect` and `authenticate` with this key; the last reply's status.
   bool authenticate(const crypto::Identity &as);
   QuillMessage connect(const crypto::PrivateKey &key);
-  bool insert(const std::vector<const crypto::Identity *> &identities);
+  bool insert(const crypto::Identity &card);
 
   std::unique_ptr<client::Connection> connection;
 };

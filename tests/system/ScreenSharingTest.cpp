@@ -15,19 +15,8 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char *kUser = "cvnkfyvncuser:x:1001:1001::/home/screen:/bin/bash\n";
-constexpr const char *kShadow = "root:*:19000::::::\ncvnkfyvncuser:!:19000:0:99999:7:::\n";
-
-class ScreenSharing : public Machine {
+class ScreenSharing : public PairedMachine {
  public:
-  void SetUp() override {
-    write("/etc/passwd",
-          std::string("root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/:/bin/sh\n") + kUser);
-    write("/etc/shadow", kShadow, 0640);
-    makeServerIdentity();
-    pair(rsaIdentity().key);
-  }
-
   QuillMessage create() {
     startDaemon();
     Peer remote = Peer::remote();
@@ -46,12 +35,13 @@ class ScreenSharing : public Machine {
   }
 
   void expectRefusal(const char *text) {
+    const std::string shadow = read("/etc/shadow");
     const QuillMessage reply = create();
     EXPECT_FALSE(reply.status);
     EXPECT_EQ(reply.errorMessage, text);
     EXPECT_TRUE(reply.ephemeralPassword->empty());
     EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
-    EXPECT_EQ(read("/etc/shadow"), kShadow) << "nothing was changed";
+    EXPECT_EQ(read("/etc/shadow"), shadow) << "nothing was changed";
   }
 };
 
@@ -74,16 +64,17 @@ TEST_F(ScreenSharing, RulesThatRefuseEverythingAreHeeded) {
 }
 
 TEST_F(ScreenSharing, AccountThatIsNotThereIsFoundAtTheNextLookUp) {
+  const std::string accounts = read("/etc/passwd");
   write("/etc/passwd", "root:x:0:0::/root:/bin/sh\nno account at all\n");
   expectRefusal(kNoUser);
-  write("/etc/passwd", kUser);
+  write("/etc/passwd", accounts);
   Peer remote = Peer::remote();
   EXPECT_TRUE(remote.authenticate(rsaIdentity()));
   EXPECT_TRUE(remote.ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status);
 }
 
 TEST_F(ScreenSharing, TwoAccountsOfOneNameAreNone) {
-  write("/etc/passwd", std::string(kUser) + kUser);
+  write("/etc/passwd", read("/etc/passwd") + read("/etc/passwd"));
   expectRefusal(kNoUser);
 }
 
@@ -101,10 +92,7 @@ TEST_F(ScreenSharing, LockedShadowFileIsLeftAlone) {
 
 class FullDisk : public ScreenSharing {
  public:
-  void SetUp() override {
-    mountDisk("/etc", "size=48k");
-    ScreenSharing::SetUp();
-  }
+  void SetUp() override { mountDisk("/etc", "size=48k"); }
 };
 
 TEST_F(FullDisk, LosesNoPassword) {
