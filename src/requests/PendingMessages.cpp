@@ -1,13 +1,21 @@
 #include "requests/PendingMessages.hpp"
 
+#include <new>
 #include <utility>
-#include <vector>
 
 void PendingMessages::insert(const UUID &messageID, Entry entry) {
   erase(messageID);
-  parts_[entry.requester.get()].asked.insert(messageID);
-  ++parts_[entry.holder.get()].held;
-  entries_.emplace(messageID, std::move(entry));
+  const auto &[requester, holder] = entries_.emplace(messageID, std::move(entry)).first->second;
+  try {
+    Part &held = parts_[holder.get()];
+    parts_[requester.get()].asked.insert(messageID);
+    ++held.held;
+  } catch (const std::bad_alloc &) {
+    leave(requester);
+    leave(holder);
+    entries_.erase(messageID);
+    throw;
+  }
 }
 
 const PendingMessages::Entry *PendingMessages::find(const UUID &messageID) const {
@@ -28,26 +36,20 @@ void PendingMessages::erase(const UUID &messageID) {
 }
 
 void PendingMessages::eraseAllOf(const QuillWorker::Shared &requester) {
-  const auto part = parts_.find(requester.get());
-  if (part == parts_.end()) {
-    return;
-  }
-  // a copy, since each erased entry leaves the set
-  const std::unordered_set<UUID> asked = part->second.asked;
-  for (const UUID &messageID : asked) {
-    erase(messageID);
+  // each erased entry leaves the set, and the last one takes the part with it
+  auto part = parts_.find(requester.get());
+  while (part != parts_.end() && !part->second.asked.empty()) {
+    erase(UUID(*part->second.asked.begin()));
+    part = parts_.find(requester.get());
   }
 }
 
 void PendingMessages::eraseAbandoned() {
-  std::vector<UUID> abandoned;
-  for (const auto &[messageID, entry] : entries_) {
+  for (auto each = entries_.begin(); each != entries_.end();) {
+    const auto &[messageID, entry] = *each++;
     if (!entry.requester->g_inbound_connection && !entry.holder->g_inbound_connection) {
-      abandoned.push_back(messageID);
+      erase(UUID(messageID));
     }
-  }
-  for (const UUID &messageID : abandoned) {
-    erase(messageID);
   }
 }
 
