@@ -38,8 +38,8 @@ std::string processName() {
   return std::filesystem::read_symlink("/proc/self/exe", unknown).filename().string();
 }
 
-// What the platform has to report of itself: settings and keychain files, tokens
-// and their keys that can't be used.
+// What the platform has to report of itself: settings and keychain files, tokens and their keys
+// that can't be used, events that are lost.
 void reportFromPlatform(const std::string &line) {
   CVNLog("%s", line);
 }
@@ -75,7 +75,7 @@ int serve(platform::MainQueue &queue) {
 
 int runDaemon() {
   prepareProcess();
-  platform_linux::AsioMainQueue queue;
+  platform_linux::AsioMainQueue queue(reportFromPlatform);
   platform_linux::SystemClock clock;
   platform_linux::TomlUserDefaults defaults(reportFromPlatform, "/etc/keyferry",
                                             support::currentEvent);

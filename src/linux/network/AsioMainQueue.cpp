@@ -19,8 +19,16 @@ void AsioMainQueue::run() {
     } catch (const std::bad_alloc &) {
       // What the event was for is lost, and nothing else: who would be left in disorder has caught
       // it before.
-      continue;
+      reportLostEvent();
     }
+  }
+}
+
+void AsioMainQueue::reportLostEvent() {
+  try {
+    reporter_("out of memory: an event is lost");
+  } catch (const std::bad_alloc &) {
+    return;  // nor is there memory to say so
   }
 }
 

@@ -3,6 +3,8 @@
 #include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <functional>
+#include <string>
+#include <utility>
 
 #include "platform/MainQueue.hpp"
 
@@ -11,6 +13,12 @@ namespace platform_linux {
 // The main queue on Boost.Asio's io_context.
 class AsioMainQueue final : public platform::MainQueue {
  public:
+  // Hears in a line what went wrong in the queue itself.
+  using Reporter = std::function<void(const std::string &line)>;
+
+  explicit AsioMainQueue(Reporter reporter = [](const std::string &) {})
+      : reporter_(std::move(reporter)) {}
+
   void run() override;
   void stop() override;
   void post(std::function<void()> work) override;
@@ -21,6 +29,9 @@ class AsioMainQueue final : public platform::MainQueue {
   [[nodiscard]] boost::asio::io_context &context() { return context_; }
 
  private:
+  void reportLostEvent();
+
+  Reporter reporter_;
   boost::asio::io_context context_{1};  // one thread runs it
   std::function<void()> beforeEvent_ = [] {};
 };

@@ -72,9 +72,9 @@ void Ledger::shrinkTo(const platform::Limit &limit) {
 }
 
 void Ledger::doom(Account &account, int errorNumber, const platform::Limit &limit) {
+  account.doom_(errorNumber);  // first: one that counts no longer and stays would escape the limits
   account.close();
   reporter_({limit, account.name_ + " dropped"});
-  account.doom_(errorNumber);
 }
 
 }  // namespace platform_linux

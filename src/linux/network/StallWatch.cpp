@@ -36,13 +36,11 @@ void StallWatch::arm() {
 }
 
 void StallWatch::sweep() {
-  for (std::weak_ptr<TlsLink> &each : std::exchange(watched_, {})) {
+  arm();  // first: where a look fails for want of memory, the next one comes all the same
+  std::erase_if(watched_, [this](const std::weak_ptr<TlsLink> &each) {
     const auto link = each.lock();
-    if (link && staysWatched(*link)) {
-      watched_.push_back(std::move(each));
-    }
-  }
-  arm();
+    return !link || !staysWatched(*link);
+  });
 }
 
 bool StallWatch::staysWatched(TlsLink &link) {

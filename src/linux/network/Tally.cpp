@@ -1,19 +1,23 @@
 #include "linux/network/Tally.hpp"
 
+#include <utility>
+
 namespace platform_linux {
 
 Place Tally::take(const std::string &source) {
-  ++counts_->all;
+  // Made before anything is counted: a count that no place gives back would stay for ever.
+  auto leave = [counts = counts_, source](const void * /*same*/) {
+    --counts->all;
+    const auto entry = counts->bySource.find(source);
+    if (entry != counts->bySource.end() && --entry->second == 0) {
+      counts->bySource.erase(entry);
+    }
+  };
   if (!source.empty()) {
     ++counts_->bySource[source];
   }
-  return {counts_.get(), [counts = counts_, source](const void * /*same*/) {
-            --counts->all;
-            const auto entry = counts->bySource.find(source);
-            if (entry != counts->bySource.end() && --entry->second == 0) {
-              counts->bySource.erase(entry);
-            }
-          }};
+  ++counts_->all;
+  return {counts_.get(), std::move(leave)};
 }
 
 std::size_t Tally::of(const std::string &source) const {

@@ -180,16 +180,20 @@ void TlsLink::readAgain() {
 
 void TlsLink::deliver(ByteView chunk) {
   auto completion = std::exchange(receive_, nullptr);
+  // The buffer is every link's: what stood in it may have been a PIN.
+  const auto cleanse = [this, size = std::min(commons_->buffer.size(), chunk.size())] {
+    base::cleanse(commons_->buffer.data(), size);
+  };
   try {
     completion({chunk, /*isFinal=*/false, /*errorNumber=*/0});
   } catch (const std::bad_alloc &) {
+    cleanse();
     if (!receive_) {  // it is still to hear of the end
       receive_ = std::move(completion);
     }
     throw;
   }
-  // The buffer is every link's: what stood in it may have been a PIN.
-  base::cleanse(commons_->buffer.data(), std::min(commons_->buffer.size(), chunk.size()));
+  cleanse();
 }
 
 void TlsLink::peerEnded() {
@@ -270,8 +274,8 @@ void TlsLink::outputIsLost(int errorNumber) {
 
 // Holds too much. Its owner, who may be just about to send, hears of it on a later event.
 void TlsLink::doom(int errorNumber) {
-  writeError_ = errorNumber;
   commons_->queue.post([self = shared_from_this(), errorNumber] { self->lose(errorNumber); });
+  writeError_ = errorNumber;
 }
 
 void TlsLink::lose(int errorNumber) {
@@ -283,8 +287,12 @@ void TlsLink::lose(int errorNumber) {
   const auto completion = std::exchange(receive_, nullptr);
   writeError_ = errorNumber;
   phase_ = Phase::closed;
-  if (handler) {
-    handler(ConnectionState::failed, errorNumber);
+  try {
+    if (handler) {
+      handler(ConnectionState::failed, errorNumber);
+    }
+  } catch (const std::bad_alloc &) {  // the end itself still has to come
+    errorNumber = ENOMEM;
   }
   closeNow();
   if (completion) {

@@ -184,13 +184,19 @@ void TlsListener::shakeHands(tcp::socket socket, const Guest &guest,
   const auto handshake =
       std::make_shared<TlsHandshake>(commons_->queue, commons_->handshakes, std::move(socket),
                                      *context_, guest.peer, entrance_.takeConnection(guest));
-  handshake->begin(time, [self = self_, weak = std::weak_ptr(handshake)](int error) {
-    const auto finished = weak.lock();
-    if (*self != nullptr && finished) {
-      (*self)->handOver(finished, error);
-    }
-  });
-  unfinished_.push_back({handshake, entrance_.takeHandshake(guest)});  // one that has begun
+  unfinished_.push_back({handshake, entrance_.takeHandshake(guest)});
+  try {
+    handshake->begin(time, [self = self_, weak = std::weak_ptr(handshake)](int error) {
+      const auto finished = weak.lock();
+      if (*self != nullptr && finished) {
+        (*self)->handOver(finished, error);
+      }
+    });
+  } catch (const std::bad_alloc &) {
+    handshake->abandon();
+    unfinished_.pop_back();
+    throw;
+  }
 }
 
 void TlsListener::handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <new>
 #include <vector>
 
 #include "base/Descriptor.hpp"
@@ -72,8 +73,9 @@ class Setup {
   bool isComplete_ = false;
 };
 
-// All that comes until the end of the stream; nothing if that is past a limit.
-std::optional<Bytes> readToEnd(int descriptor, Deadline deadline, std::size_t limit) {
+// All that comes until the end of the stream; nothing if that is past a limit, or more than memory
+// holds: the program still has to be ended.
+std::optional<Bytes> readToEnd(int descriptor, Deadline deadline, std::size_t limit) try {
   Bytes output;
   std::array<std::uint8_t, 65536> piece;
   while (base::waitToRead(descriptor, deadline)) {
@@ -89,6 +91,8 @@ std::optional<Bytes> readToEnd(int descriptor, Deadline deadline, std::size_t li
     }
     output.insert(output.end(), piece.begin(), piece.begin() + count);
   }
+  return std::nullopt;
+} catch (const std::bad_alloc &) {
   return std::nullopt;
 }
 
