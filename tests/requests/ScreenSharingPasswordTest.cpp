@@ -74,13 +74,7 @@ TEST_F(Password, ThatFailsTenTimesIsAnsweredWithoutOne) {
   }
 }
 
-TEST_F(Password, WithoutTheAccountOrAuthenticationNothingIsTried) {
-  accounts.records = 0;
-  const QuillMessage none = create();
-  EXPECT_FALSE(none.status);
-  EXPECT_EQ(none.errorMessage, "The screen sharing user does not exist");
-  EXPECT_TRUE(none.ephemeralPassword->empty());
-  accounts.opened = 0;
+TEST_F(Password, WithoutAuthenticationNothingIsTried) {
   const QuillMessage stranger =
       ask(QuillMessage::initCommandMessageCreateEphemeralUser("x"), remote());
   EXPECT_FALSE(stranger.status);

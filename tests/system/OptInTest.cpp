@@ -1,6 +1,7 @@
 // What the protocol leaves open, tried for real, and that its settings close it.
 
 #include <csignal>
+
 #include "system/Machine.hpp"
 
 namespace system_tests {
