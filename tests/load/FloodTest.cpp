@@ -1,11 +1,7 @@
 // Honest clients go on while others do what they can to the daemon.
 
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -83,37 +79,17 @@ TEST_F(Flood, StopsNoSigning) {
   holdTwice();
 }
 
-// The machine's journal in a mount namespace of its own, whose /run is the one of this root; -1 if
-// there is none that runs.
-pid_t startJournal(const std::string &run) {
-  constexpr const char *kJournal = "/lib/systemd/systemd-journald";
-  std::filesystem::create_directories(run);
-  const pid_t journal = ::fork();
-  if (journal == 0) {
-    const int nowhere = ::open("/dev/null", O_RDWR);
-    ::dup2(nowhere, STDOUT_FILENO);
-    ::dup2(nowhere, STDERR_FILENO);
-    if (::unshare(CLONE_NEWNS) == 0 &&
-        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-        ::mount(run.c_str(), "/run", nullptr, MS_BIND, nullptr) == 0 &&
-        ::mount("none", "/var/log", "tmpfs", 0, "size=16m") == 0) {
-      ::execl(kJournal, kJournal, nullptr);
-    }
-    ::_exit(1);
-  }
-  return journal;
-}
-
 TEST_F(Flood, StopsNoSigningWhileNobodyReadsWhatIsLogged) {
-  const pid_t journal = startJournal(at("/run"));
-  const std::string socket = at("/run/systemd/journal/socket");
-  const bool hasJournal =
-      eventually([&] {
-        return std::filesystem::exists(socket) || ::waitpid(journal, nullptr, WNOHANG) != 0;
-      }) &&
-      std::filesystem::exists(socket);
-  if (hasJournal) {
-    ::kill(journal, SIGSTOP);
+  // the machine's journal in a mount namespace of its own, whose /run is the one of this root
+  std::filesystem::create_directories(at("/run"));
+  const auto journal =
+      start("/usr/bin/unshare", {"--mount", "/bin/sh", "-c",
+                                 "mount --bind " + at("/run") +
+                                     " /run && mount -t tmpfs -o size=16m none /var/log && exec "
+                                     "/lib/systemd/systemd-journald"});
+  const auto isThere = [] { return std::filesystem::exists(at("/run/systemd/journal/socket")); };
+  if (eventually([&] { return isThere() || journal->hasEnded(); }) && isThere()) {
+    ::kill(journal->id(), SIGSTOP);
   } else {
     std::puts("  no journal runs here: its socket is one that nobody reads");
     openJournal(/*isRead=*/false);
@@ -127,10 +103,6 @@ TEST_F(Flood, StopsNoSigningWhileNobodyReadsWhatIsLogged) {
     return client::dial(client::kLoopbackHost, client::kLoopbackPort, {}, nullptr).isOpen();
   }));
   holdTwice();
-  if (hasJournal) {
-    ::kill(journal, SIGKILL);
-    ::waitpid(journal, nullptr, 0);
-  }
 }
 
 }  // namespace

@@ -9,15 +9,21 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 #include "base/Root.hpp"
 #include "support/HexString.hpp"
+#include "system/OwnNetwork.hpp"
 
 namespace system_tests {
 
 namespace fs = std::filesystem;
 
 Machine::Machine() {
+  static const bool isAlone = enterOwnNetwork();
+  if (!isAlone) {
+    throw std::runtime_error("the daemon's ports may be taken");
+  }
   write("/etc/passwd",
         "root:x:0:0::/root:/bin/sh\nann:x:1000:1000::/:/bin/sh\n"
         "cvnkfyvncuser:x:1001:1001::/:/bin/bash\n");

@@ -44,6 +44,7 @@ class Process {
   // Waits until it has written the text; false if it ends or time runs out before.
   [[nodiscard]] bool hasSaid(const std::string &text);
 
+  [[nodiscard]] bool hasEnded();
   // Waits for its end: its exit status, or 128 and the signal that ended it. -1: it still runs.
   int waitForEnd();
 
@@ -51,8 +52,6 @@ class Process {
   int end(int signal);
 
  private:
-  [[nodiscard]] bool hasEnded();
-
   std::string outputPath_;
   pid_t id_ = -1;
   bool isRunning_ = false;
