@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "Expect.hpp"
+#include "Input.hpp"
 #include "daemon/QuillNetworkManager.hpp"
 #include "fakes/FakeAccounts.hpp"
 #include "fakes/FakeClock.hpp"
@@ -60,7 +61,7 @@ class Row {
  public:
   Row(const World &world, ByteView input)
       : world_(world),
-        rest_(input),
+        input_(input),
         manager_({{tools_, clock_, defaults_, accounts_, accounts_, limits_},
                   network_,
                   store_,
@@ -79,9 +80,9 @@ class Row {
     constexpr void (Row::*kEvents[])(Peer &, unsigned) = {
         &Row::connect, &Row::sendMessage, &Row::sendBytes, &Row::end,
         &Row::cancel,  &Row::set,         &Row::pass};
-    while (!rest_.empty()) {
-      const auto event = kEvents[byte() % std::size(kEvents)];
-      const unsigned where = byte();
+    while (!input_.isAtEnd()) {
+      const auto event = kEvents[input_.below(std::size(kEvents))];
+      const unsigned where = input_.byte();
       (this->*event)(peers_[where % 4], where / 4);
     }
     for (Peer &peer : peers_) {
@@ -92,12 +93,6 @@ class Row {
  private:
   static bool isConnected(const Peer &peer) {
     return peer.worker && peer.worker->g_inbound_connection;
-  }
-  std::uint8_t byte() { return rest_.empty() ? 0 : take(1)[0]; }
-  ByteView take(std::size_t most) {
-    const ByteView taken = rest_.first(std::min(most, rest_.size()));
-    rest_ = rest_.subspan(taken.size());
-    return taken;
   }
 
   void connect(Peer &peer, unsigned isLocal) {
@@ -118,7 +113,7 @@ class Row {
 
   // All fields at once: those that the command does not have are left out.
   void sendMessage(Peer &peer, unsigned kind) {
-    const unsigned more = byte();
+    const unsigned more = input_.byte();
     QuillMessage message;
     message.messageType = kind % 2;
     message.command = kind / 2 % 8;
@@ -143,7 +138,7 @@ class Row {
   }
 
   void sendBytes(Peer &peer, unsigned size) {
-    const std::string text(base::textOf(take(size / 2 * 16)));
+    const std::string text(base::textOf(input_.take(size / 2 * 16)));
     deliver(peer, size % 2 == 0 ? "[DATA]" + text + "[ENDDATA]" : text);
   }
 
@@ -182,7 +177,7 @@ class Row {
 
   void set(Peer & /*peer*/, unsigned value) {
     const auto &switches = support::kSwitches;
-    const std::size_t which = byte() % (switches.size() + support::kBounds.size());
+    const std::size_t which = input_.below(switches.size() + support::kBounds.size());
     if (which < switches.size()) {
       defaults_.values[std::string("kfyd/") + switches[which].key] = value % 2 == 1;
     } else {
@@ -238,7 +233,7 @@ class Row {
   }
 
   const World &world_;
-  ByteView rest_;
+  Input input_;
   fakes::FakeClock clock_;
   fakes::FakeUserDefaults defaults_;
   fakes::FakeToolRunner tools_;

@@ -1,32 +1,30 @@
 // A program that calls the token's functions in any order, with any handles, templates, lengths and
 // null pointers, gets answers.
 
-#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
 #include "Expect.hpp"
+#include "Input.hpp"
 #include "driver/FunctionList.hpp"
 #include "driver/Process.hpp"
 #include "fakes/FakeCard.hpp"
 
 namespace {
 
-// Choices and bytes from the input; zeros once it is used up.
-class Choices {
+class Choices : public Input {
  public:
-  explicit Choices(ByteView input) : rest_(input) {}
+  using Input::Input;
 
-  [[nodiscard]] bool isAtEnd() const { return rest_.empty(); }
-  std::uint8_t byte() {
-    const std::uint8_t value = rest_.empty() ? 0 : rest_.front();
-    rest_ = rest_.subspan(rest_.empty() ? 0 : 1);
-    return value;
-  }
-  std::size_t below(std::size_t count) { return byte() % count; }
   template <typename Row, std::size_t count>
   const Row &oneOf(const Row (&rows)[count]) {
     return rows[below(count)];
+  }
+  // Makes one of the calls.
+  template <typename... Calls>
+  void oneCallOf(const Calls &...calls) {
+    std::size_t left = below(sizeof...(calls));
+    ((left-- == 0 ? calls() : void()), ...);
   }
 
   // A small number, at times one that no memory has.
@@ -36,15 +34,9 @@ class Choices {
   }
 
   Bytes bytes() {
-    const std::size_t wanted = below(2) == 0 ? byte() : 256;
-    const std::size_t length = std::min(wanted, rest_.size());
-    Bytes taken(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(length));
-    rest_ = rest_.subspan(length);
-    return taken;
+    const ByteView taken = take(below(2) == 0 ? byte() : 256);
+    return {taken.begin(), taken.end()};
   }
-
- private:
-  ByteView rest_;
 };
 
 constexpr CK_ATTRIBUTE_TYPE kAttributes[] = {CKA_CLASS,          CKA_TOKEN,
@@ -77,7 +69,6 @@ class Program {
 
  private:
   using Functions = CK_FUNCTION_LIST;
-  using Call = void (*)(Program &);
 
   // Calls that are alike are rows of the same kind.
   static constexpr decltype(&Functions::C_SignInit) kInits[] = {
@@ -92,55 +83,33 @@ class Program {
       &Functions::C_SignFinal, &Functions::C_EncryptFinal, &Functions::C_DecryptFinal,
       &Functions::C_DigestFinal};
 
-  void init() { (f_.*choices_.oneOf(kInits))(session_, &mechanism_, object_); }
-
   void callWithKeys() {
-    static constexpr Call kCalls[] = {
-        [](Program &p) { p.f_.C_DigestInit(p.session_, &p.mechanism_); },
-        [](Program &p) {
-          p.f_.C_Verify(p.session_, p.input_, p.data_.size(), p.place_, p.room_.size());
+    const auto init = [&] { (f_.*choices_.oneOf(kInits))(session_, &mechanism_, object_); };
+    choices_.oneCallOf(
+        [&] { f_.C_DigestInit(session_, &mechanism_); },
+        [&] { f_.C_Verify(session_, input_, data_.size(), place_, room_.size()); },
+        [&] { f_.C_VerifyFinal(session_, place_, room_.size()); },
+        [&] { f_.C_DeriveKey(session_, &mechanism_, object_, template_, count_, &derived_); },
+        [&] { (f_.*choices_.oneOf(kUpdates))(session_, input_, data_.size()); },
+        [&] { (f_.*choices_.oneOf(kFinals))(session_, place_, lengthPlace_); },
+        [&] {
+          (f_.*choices_.oneOf(kWholes))(session_, input_, data_.size(), place_, lengthPlace_);
         },
-        [](Program &p) { p.f_.C_VerifyFinal(p.session_, p.place_, p.room_.size()); },
-        [](Program &p) {
-          p.f_.C_DeriveKey(p.session_, &p.mechanism_, p.object_, p.template_, p.count_,
-                           &p.derived_);
-        },
-        [](Program &p) {
-          (p.f_.*p.choices_.oneOf(kUpdates))(p.session_, p.input_, p.data_.size());
-        },
-        [](Program &p) { (p.f_.*p.choices_.oneOf(kFinals))(p.session_, p.place_, p.lengthPlace_); },
-        [](Program &p) {
-          (p.f_.*p.choices_.oneOf(kWholes))(p.session_, p.input_, p.data_.size(), p.place_,
-                                            p.lengthPlace_);
-        },
-        [](Program &p) { p.init(); },
-        [](Program &p) { p.init(); },  // twice as often as others, as all begins with it
-    };
-    choices_.oneOf(kCalls)(*this);
+        init, init);  // twice as often as others, as all begins with it
   }
 
   void callWithObjects() {
-    static constexpr Call kCalls[] = {
-        [](Program &p) {
-          static const auto content = fakes::CardInHand::instance().content;
-          fakes::CardInHand::instance().show(p.choices_.below(2) == 0 ? nullptr : content);
-        },
-        [](Program &p) { p.f_.C_CloseSession(p.session_); },
-        [](Program &p) { p.f_.C_CloseAllSessions(0); },
-        [](Program &p) { p.f_.C_Login(p.session_, p.choices_.below(3), p.input_, p.data_.size()); },
-        [](Program &p) { p.f_.C_FindObjectsInit(p.session_, p.template_, p.count_); },
-        [](Program &p) {
-          CK_OBJECT_HANDLE handles[4] = {};
-          p.f_.C_FindObjects(p.session_, handles, p.choices_.below(5), p.lengthPlace_);
-        },
-        [](Program &p) { p.f_.C_FindObjectsFinal(p.session_); },
-        [](Program &p) { p.f_.C_DestroyObject(p.session_, p.object_); },
-        [](Program &p) { p.f_.C_GetAttributeValue(p.session_, p.object_, p.template_, p.count_); },
-        [](Program &p) {
-          p.f_.C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &p.lastSession_);
-        },
-    };
-    choices_.oneOf(kCalls)(*this);
+    static const auto content = fakes::CardInHand::instance().content;
+    CK_OBJECT_HANDLE handles[4] = {};
+    choices_.oneCallOf(
+        [&] { fakes::CardInHand::instance().show(choices_.below(2) == 0 ? nullptr : content); },
+        [&] { f_.C_CloseSession(session_); }, [&] { f_.C_CloseAllSessions(0); },
+        [&] { f_.C_Login(session_, choices_.below(3), input_, data_.size()); },
+        [&] { f_.C_FindObjectsInit(session_, template_, count_); },
+        [&] { f_.C_FindObjects(session_, handles, choices_.below(5), lengthPlace_); },
+        [&] { f_.C_FindObjectsFinal(session_); }, [&] { f_.C_DestroyObject(session_, object_); },
+        [&] { f_.C_GetAttributeValue(session_, object_, template_, count_); },
+        [&] { f_.C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &lastSession_); });
   }
 
   void prepareArguments() {

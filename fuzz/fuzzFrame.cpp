@@ -1,10 +1,10 @@
 // Chunks of a connection, against a second and simpler model of the framing. The input is a row of
 // chunks, each behind one byte that says its length.
 
-#include <algorithm>
 #include <string>
 
 #include "Expect.hpp"
+#include "Input.hpp"
 #include "protocol/Frame.hpp"
 
 namespace {
@@ -29,13 +29,10 @@ std::optional<std::string> modelOf(std::string &buffer, const std::string &chunk
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  ByteView rest(data, size);
   CleansedBytes buffer;
   std::string model;
-  while (!rest.empty()) {
-    const std::size_t length = std::min(lengthOf(rest[0]), rest.size() - 1);
-    const ByteView chunk = rest.subspan(1, length);
-    rest = rest.subspan(1 + length);
+  for (Input input({data, size}); !input.isAtEnd();) {
+    const ByteView chunk = input.take(lengthOf(input.byte()));
     const auto collected = protocol::collectChunk(buffer, chunk);
     const auto expected = modelOf(model, std::string(base::textOf(chunk)));
     const bool isFrame = collected.outcome == protocol::ChunkOutcome::frame;

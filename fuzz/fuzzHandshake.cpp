@@ -5,10 +5,10 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <array>
 
 #include "Expect.hpp"
+#include "Input.hpp"
 #include "base/Descriptor.hpp"
 #include "crypto/TlsChannel.hpp"
 #include "fakes/MadeKeys.hpp"
@@ -52,11 +52,9 @@ Result step(TlsChannel &channel, int socket) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  if (size == 0) {
-    return 0;
-  }
-  const auto role = data[0] % 2 == 0 ? TlsChannel::Role::server : TlsChannel::Role::client;
-  const std::size_t pieceLength = std::size_t{data[0]} / 2 * 8 + 1;
+  Input input({data, size});
+  const std::size_t first = input.byte();
+  const auto role = first % 2 == 0 ? TlsChannel::Role::server : TlsChannel::Role::client;
   std::array<int, 2> pair{};
   expect(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair.data()) == 0);
   const base::Descriptor socket(pair[0]);
@@ -64,9 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   TlsChannel channel(contextOf(role), role, socket.get());
 
   Result result = step(channel, socket.get());
-  for (ByteView rest(data + 1, size - 1); !rest.empty() && result != Result::failed;) {
-    const ByteView piece = rest.first(std::min(pieceLength, rest.size()));
-    rest = rest.subspan(piece.size());
+  while (!input.isAtEnd() && result != Result::failed) {
+    const ByteView piece = input.take(first / 2 * 8 + 1);
     expect(::send(peer.get(), piece.data(), piece.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(piece.size()));
     result = step(channel, socket.get());

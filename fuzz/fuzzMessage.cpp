@@ -9,25 +9,19 @@
 
 namespace {
 
-template <typename T>
-bool areEqual(const T &left, const T &right) {
-  return left == right;
-}
-bool areEqual(const SecretBytes &left, const SecretBytes &right) {
-  return base::equal(left.reveal(), right.reveal());
-}
-bool areEqual(const SecretText &left, const SecretText &right) {
-  return left.reveal() == right.reveal();
-}
-bool areEqual(const protocol::CardList &left, const protocol::CardList &right) {
-  return std::ranges::equal(left.entries(), right.entries(), [](const auto &one, const auto &two) {
-    return one.json == two.json && one.hasCertificate == two.hasCertificate &&
-           one.certificateSHA1 == two.certificateSHA1;
-  });
+bool areEqual(const auto &left, const auto &right) {
+  if constexpr (requires { left.reveal(); }) {
+    return std::ranges::equal(left.reveal(), right.reveal());
+  } else if constexpr (requires { left.entries(); }) {
+    return std::ranges::equal(left.entries(), right.entries(), [](auto &one, auto &two) {
+      return one.json == two.json && one.certificateSHA1 == two.certificateSHA1;
+    });
+  } else {
+    return left == right;
+  }
 }
 
-template <typename T>
-bool isEmpty(const T &value) {
+bool isEmpty(const auto &value) {
   return value.empty();
 }
 bool isEmpty(const protocol::CardList & /*list*/) {

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <span>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
@@ -29,17 +28,14 @@ void replay(const fs::path &file) {
 
 int main(int argc, char **argv) try {
   int replayed = 0;
-  for (const fs::path path : std::span(argv + 1, argv + argc)) {
-    if (!fs::is_directory(path)) {
+  std::vector<fs::path> paths(argv + 1, argv + argc);
+  for (std::size_t next = 0; next < paths.size(); ++next) {
+    const fs::path path = paths[next];
+    if (fs::is_directory(path)) {
+      paths.insert(paths.end(), fs::directory_iterator(path), {});
+    } else {
       replay(path);
       ++replayed;
-      continue;
-    }
-    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(path)) {
-      if (entry.is_regular_file()) {
-        replay(entry.path());
-        ++replayed;
-      }
     }
   }
   std::printf("%i inputs replayed\n", replayed);
