@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "base/Bytes.hpp"
 
@@ -19,6 +20,7 @@ class Input {
   }
   std::uint8_t byte() { return isAtEnd() ? 0 : take(1)[0]; }
   std::size_t below(std::size_t count) { return byte() % count; }
+  const auto &oneOf(const auto &rows) { return rows[below(std::size(rows))]; }
 
  private:
   ByteView rest_;

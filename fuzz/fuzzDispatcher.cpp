@@ -81,7 +81,7 @@ class Row {
         &Row::connect, &Row::sendMessage, &Row::sendBytes, &Row::end,
         &Row::cancel,  &Row::set,         &Row::pass};
     while (!input_.isAtEnd()) {
-      const auto event = kEvents[input_.below(std::size(kEvents))];
+      const auto event = input_.oneOf(kEvents);
       const unsigned where = input_.byte();
       (this->*event)(peers_[where % 4], where / 4);
     }

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <sstream>
+#include <string>
 
 #include "Expect.hpp"
 #include "driver/CardReading.hpp"
@@ -117,15 +119,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   nextUse = {};
   fakes::CardInHand::instance().show(nullptr);
   CleansedBytes frame;
-  for (ByteView rest(data, size); !rest.empty();) {
-    const auto end = static_cast<std::size_t>(std::ranges::find(rest, '\n') - rest.begin());
-    const auto collected = protocol::collectChunk(frame, rest.first(end));
+  std::istringstream chunks(std::string(base::textOf({data, size})));
+  for (std::string chunk; std::getline(chunks, chunk);) {
+    const auto collected = protocol::collectChunk(frame, base::viewOf(chunk));
     if (collected.outcome == protocol::ChunkOutcome::frame) {
       if (const auto answer = QuillMessage::initWithJSONData(collected.payload)) {
         take(*answer);
       }
     }
-    rest = rest.subspan(std::min(end + 1, rest.size()));
   }
   CK_FUNCTION_LIST &f = *driver::functionList();
   expect(f.C_Initialize(nullptr) == CKR_OK);

@@ -1,6 +1,7 @@
 // A program that calls the token's functions in any order, with any handles, templates, lengths and
 // null pointers, gets answers.
 
+#include <array>
 #include <cstdlib>
 #include <utility>
 
@@ -12,43 +13,17 @@
 
 namespace {
 
-class Choices : public Input {
- public:
-  using Input::Input;
+constexpr std::array<CK_ATTRIBUTE_TYPE, 16> kAttributeTypes{
+    CKA_CLASS,          CKA_TOKEN,
+    CKA_PRIVATE,        CKA_LABEL,
+    CKA_VALUE,          CKA_ID,
+    CKA_KEY_TYPE,       CKA_SIGN,
+    CKA_SENSITIVE,      CKA_MODULUS,
+    CKA_EC_POINT,       CKA_VALUE_LEN,
+    CKA_SUBJECT,        CKA_PRIVATE_EXPONENT,
+    CKA_VENDOR_DEFINED, CKA_ALLOWED_MECHANISMS};
 
-  template <typename Row, std::size_t count>
-  const Row &oneOf(const Row (&rows)[count]) {
-    return rows[below(count)];
-  }
-  // Makes one of the calls.
-  template <typename... Calls>
-  void oneCallOf(const Calls &...calls) {
-    std::size_t left = below(sizeof...(calls));
-    ((left-- == 0 ? calls() : void()), ...);
-  }
-
-  // A small number, at times one that no memory has.
-  CK_ULONG number() {
-    const std::uint8_t chosen = byte();
-    return chosen == 255 ? CK_UNAVAILABLE_INFORMATION : chosen;
-  }
-
-  Bytes bytes() {
-    const ByteView taken = take(below(2) == 0 ? byte() : 256);
-    return {taken.begin(), taken.end()};
-  }
-};
-
-constexpr CK_ATTRIBUTE_TYPE kAttributes[] = {CKA_CLASS,          CKA_TOKEN,
-                                             CKA_PRIVATE,        CKA_LABEL,
-                                             CKA_VALUE,          CKA_ID,
-                                             CKA_KEY_TYPE,       CKA_SIGN,
-                                             CKA_SENSITIVE,      CKA_MODULUS,
-                                             CKA_EC_POINT,       CKA_VALUE_LEN,
-                                             CKA_SUBJECT,        CKA_PRIVATE_EXPONENT,
-                                             CKA_VENDOR_DEFINED, CKA_ALLOWED_MECHANISMS};
-
-constexpr CK_MECHANISM_TYPE kMechanisms[] = {
+constexpr std::array<CK_MECHANISM_TYPE, 12> kMechanisms{
     CKM_RSA_PKCS, CKM_RSA_X_509,           CKM_SHA256_RSA_PKCS, CKM_RSA_PKCS_PSS,
     CKM_ECDSA,    CKM_SHA512_RSA_PKCS_PSS, CKM_RSA_PKCS_OAEP,   CKM_ECDSA_SHA256,
     CKM_EDDSA,    CKM_ECDH1_DERIVE,        CKM_SHA256,          CKM_AES_CBC};
@@ -68,40 +43,53 @@ class Program {
   }
 
  private:
-  using Functions = CK_FUNCTION_LIST;
+  using F = CK_FUNCTION_LIST;
 
   // Calls that are alike are rows of the same kind.
-  static constexpr decltype(&Functions::C_SignInit) kInits[] = {
-      &Functions::C_SignInit, &Functions::C_VerifyInit, &Functions::C_EncryptInit,
-      &Functions::C_DecryptInit};
-  static constexpr decltype(&Functions::C_Sign) kWholes[] = {
-      &Functions::C_Sign,   &Functions::C_Encrypt,       &Functions::C_Decrypt,
-      &Functions::C_Digest, &Functions::C_EncryptUpdate, &Functions::C_DecryptUpdate};
-  static constexpr decltype(&Functions::C_SignUpdate) kUpdates[] = {
-      &Functions::C_SignUpdate, &Functions::C_VerifyUpdate, &Functions::C_DigestUpdate};
-  static constexpr decltype(&Functions::C_SignFinal) kFinals[] = {
-      &Functions::C_SignFinal, &Functions::C_EncryptFinal, &Functions::C_DecryptFinal,
-      &Functions::C_DigestFinal};
+  static constexpr std::array kInits{&F::C_SignInit, &F::C_VerifyInit, &F::C_EncryptInit,
+                                     &F::C_DecryptInit};
+  static constexpr std::array kWholes{&F::C_Sign,   &F::C_Encrypt,       &F::C_Decrypt,
+                                      &F::C_Digest, &F::C_EncryptUpdate, &F::C_DecryptUpdate};
+  static constexpr std::array kUpdates{&F::C_SignUpdate, &F::C_VerifyUpdate, &F::C_DigestUpdate};
+  static constexpr std::array kFinals{&F::C_SignFinal, &F::C_EncryptFinal, &F::C_DecryptFinal,
+                                      &F::C_DigestFinal};
+
+  // Makes one of the calls.
+  template <typename... Calls>
+  void oneCallOf(const Calls &...calls) {
+    std::size_t left = choices_.below(sizeof...(calls));
+    ((left-- == 0 ? calls() : void()), ...);
+  }
+
+  // A small number, at times one that no memory has.
+  CK_ULONG number() {
+    const std::uint8_t chosen = choices_.byte();
+    return chosen == 255 ? CK_UNAVAILABLE_INFORMATION : chosen;
+  }
+
+  Bytes bytes() {
+    const ByteView taken = choices_.take(choices_.below(2) == 0 ? choices_.byte() : 256);
+    return {taken.begin(), taken.end()};
+  }
 
   void callWithKeys() {
     const auto init = [&] { (f_.*choices_.oneOf(kInits))(session_, &mechanism_, object_); };
-    choices_.oneCallOf(
-        [&] { f_.C_DigestInit(session_, &mechanism_); },
-        [&] { f_.C_Verify(session_, input_, data_.size(), place_, room_.size()); },
-        [&] { f_.C_VerifyFinal(session_, place_, room_.size()); },
-        [&] { f_.C_DeriveKey(session_, &mechanism_, object_, template_, count_, &derived_); },
-        [&] { (f_.*choices_.oneOf(kUpdates))(session_, input_, data_.size()); },
-        [&] { (f_.*choices_.oneOf(kFinals))(session_, place_, lengthPlace_); },
-        [&] {
-          (f_.*choices_.oneOf(kWholes))(session_, input_, data_.size(), place_, lengthPlace_);
-        },
-        init, init);  // twice as often as others, as all begins with it
+    oneCallOf([&] { f_.C_DigestInit(session_, &mechanism_); },
+              [&] { f_.C_Verify(session_, input_, data_.size(), place_, room_.size()); },
+              [&] { f_.C_VerifyFinal(session_, place_, room_.size()); },
+              [&] { f_.C_DeriveKey(session_, &mechanism_, object_, template_, count_, &derived_); },
+              [&] { (f_.*choices_.oneOf(kUpdates))(session_, input_, data_.size()); },
+              [&] { (f_.*choices_.oneOf(kFinals))(session_, place_, lengthPlace_); },
+              [&] {
+                (f_.*choices_.oneOf(kWholes))(session_, input_, data_.size(), place_, lengthPlace_);
+              },
+              init, init);  // twice as often as others, as all begins with it
   }
 
   void callWithObjects() {
     static const auto content = fakes::CardInHand::instance().content;
     CK_OBJECT_HANDLE handles[4] = {};
-    choices_.oneCallOf(
+    oneCallOf(
         [&] { fakes::CardInHand::instance().show(choices_.below(2) == 0 ? nullptr : content); },
         [&] { f_.C_CloseSession(session_); }, [&] { f_.C_CloseAllSessions(0); },
         [&] { f_.C_Login(session_, choices_.below(3), input_, data_.size()); },
@@ -113,9 +101,9 @@ class Program {
   }
 
   void prepareArguments() {
-    session_ = choices_.below(4) == 0 ? choices_.number() : lastSession_;
-    object_ = choices_.below(4) == 0 ? choices_.number() : 1 + choices_.below(16);
-    data_ = choices_.bytes();
+    session_ = choices_.below(4) == 0 ? number() : lastSession_;
+    object_ = choices_.below(4) == 0 ? number() : 1 + choices_.below(16);
+    data_ = bytes();
     input_ = choices_.below(8) == 0 ? nullptr : data_.data();
     room_.assign(choices_.below(3) == 0 ? choices_.byte() : 512, 0);
     place_ = choices_.below(4) == 0 ? nullptr : room_.data();
@@ -126,7 +114,7 @@ class Program {
   }
 
   void prepareMechanism() {
-    pss_ = {kHash, choices_.byte(), choices_.number()};
+    pss_ = {kHash, choices_.byte(), number()};
     oaep_ = {kHash, choices_.byte(), CKZ_DATA_SPECIFIED, data_.data(), data_.size()};
     ecdh_ = {CKD_NULL, 0, nullptr, data_.size(), data_.data()};
     const CK_MECHANISM_TYPE type = choices_.oneOf(kMechanisms);
@@ -142,17 +130,17 @@ class Program {
   void prepareTemplate() {
     count_ = choices_.below(4);
     for (std::size_t index = 0; index < count_; ++index) {
-      Bytes &value = values_[index] = choices_.bytes();
+      Bytes &value = values_[index] = bytes();
       const bool isNull = choices_.below(4) == 0;
-      template_[index] = {choices_.oneOf(kAttributes), isNull ? nullptr : value.data(),
-                          isNull ? choices_.number() : value.size()};
+      template_[index] = {choices_.oneOf(kAttributeTypes), isNull ? nullptr : value.data(),
+                          isNull ? number() : value.size()};
     }
   }
 
   static constexpr CK_MECHANISM_TYPE kHash = CKM_SHA256;
 
   CK_FUNCTION_LIST &f_ = *driver::functionList();
-  Choices choices_;
+  Input choices_;
   CK_SESSION_HANDLE lastSession_ = CK_INVALID_HANDLE;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
   CK_OBJECT_HANDLE object_ = CK_INVALID_HANDLE;

@@ -33,26 +33,24 @@ class Card : public Requests {
 TEST_F(Card, IsInsertedByAnyoneAndKeepsItsListForGood) {
   const Peer remote = this->remote();
   const Peer reader = local();
-  const QuillMessage before = ask(QuillMessage::initCommandMessageGetCertificates(), reader);
-  EXPECT_TRUE(before.status);
-  EXPECT_THAT(before.certificates->entries(), IsEmpty());
+  const auto isListed = [&] {
+    const QuillMessage reply = ask(QuillMessage::initCommandMessageGetCertificates(), reader);
+    EXPECT_TRUE(reply.status);
+    return !reply.certificates->entries().empty();
+  };
+  EXPECT_FALSE(isListed());
   EXPECT_TRUE(ask(insertOf({kDER}), remote).status);
   EXPECT_TRUE(isMarkerThere());
   QuillMessage withoutList = insertOf({});
   withoutList.certificates.reset();
-  process(withoutList, remote);
-  EXPECT_TRUE(remote.answer().status);
-  EXPECT_EQ(
-      ask(QuillMessage::initCommandMessageGetCertificates(), reader).certificates->entries().size(),
-      2U);
+  EXPECT_TRUE(ask(withoutList, remote).status);
+  EXPECT_TRUE(isListed());
   EXPECT_FALSE(ask(QuillMessage::initCommandMessageRemoveSmartCard(), remote).status);
   EXPECT_TRUE(isMarkerThere());
   remote.worker->isAuthenticated = true;
   EXPECT_TRUE(ask(QuillMessage::initCommandMessageRemoveSmartCard(), remote).status);
   EXPECT_FALSE(isMarkerThere());
-  EXPECT_EQ(
-      ask(QuillMessage::initCommandMessageGetCertificates(), reader).certificates->entries().size(),
-      2U);
+  EXPECT_TRUE(isListed());
 }
 
 TEST_F(Card, MarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {

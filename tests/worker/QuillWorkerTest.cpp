@@ -35,25 +35,22 @@ class Worker : public fakes::LoggedTest {
 
 // What is a frame and what is none: fuzzFrame's corpus.
 TEST_F(Worker, CutsMessagesOutOfChunks) {
+  setDebugMode(true);
   for (const auto &[chunk, messagesThen] :
        {std::pair{kFrame, 1U},
         {kRemove + "[ENDDATA]", 1U},  // the buffer is kept after a frame
         {kFrame.substr(0, 20), 1U},
         {kFrame.substr(20, 30), 1U},
         {kFrame.substr(50), 2U},
-        {kFrame.substr(0, kFrame.size() - 7), 2U},
-        {"NDDATA]", 2U},  // too small
+        {kFrame.substr(0, 50), 2U},
+        {"12345678", 2U},
         {kFrame, 3U}}) {
     connection->deliver(chunk);
     EXPECT_EQ(messages, messagesThen) << chunk;
     EXPECT_TRUE(connection->isReceiving());
   }
-}
-
-TEST_F(Worker, SaysThatASmallChunkIsDropped) {
-  setDebugMode(true);
-  connection->deliver("12345678");
-  EXPECT_THAT(takeEntries(), ElementsAre("kfy:3132333435363738", "kfy:data too small. ignoring"));
+  EXPECT_THAT(takeEntries(),
+              testing::IsSupersetOf({"kfy:3132333435363738", "kfy:data too small. ignoring"}));
 }
 
 TEST_F(Worker, SendsAMessageAsOneUnitAndAnUnwritableOneAsAnEmptyFrame) {
