@@ -68,12 +68,7 @@ TEST_F(Kfyctl, ChangesOneSettingAndKeepsAllOtherLines) {
 }
 
 TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
-  struct Case {
-    std::vector<std::string> arguments;
-    int status;
-    const char *says;
-  };
-  const Case kCases[] = {
+  const std::tuple<std::vector<std::string>, int, const char *> kCases[] = {
       {{}, 2, "try: kfyctl --help"},
       {{"defaults", "write", "debugLoging", "true"},
        2,
@@ -82,11 +77,11 @@ TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
       {{"identity", "show"}, 1, "no TLS identity is chosen"},
       {{"identity", "show", "--json"}, 1, "{\"error\":\"no TLS identity"},
   };
-  for (const Case &row : kCases) {
-    SCOPED_TRACE(row.says);
-    const ToolRun run = kfyctl(row.arguments);
-    EXPECT_EQ(run.status, row.status);
-    EXPECT_THAT(run.notes, HasSubstr(row.says));
+  for (const auto &[arguments, status, says] : kCases) {
+    SCOPED_TRACE(says);
+    const ToolRun run = kfyctl(arguments);
+    EXPECT_EQ(run.status, status);
+    EXPECT_THAT(run.notes, HasSubstr(says));
     EXPECT_THAT(run.output, testing::IsEmpty());
   }
   EXPECT_FALSE(std::filesystem::exists(sandboxedRoot() / "etc/keyferry"));

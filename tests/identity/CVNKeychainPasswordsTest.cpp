@@ -87,12 +87,8 @@ class Import : public Passwords {
 };
 
 TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
-  struct Case {
-    std::vector<const char *> names;  // without "pkcs12/" and ".p12"
-    const char *password;
-    int result;
-  };
-  const Case kCases[] = {
+  // names without "pkcs12/" and ".p12", password, result
+  const std::tuple<std::vector<std::string>, const char *, int> kCases[] = {
       {{"cert-key-aes256cbc", "cert-rc2-key-3des", "cert-none-key-none"}, "cryptography", 0},
       {{"no-password"}, "", 0},
       {{"cert-key-aes256cbc"}, "wrong", -1},
@@ -106,11 +102,11 @@ TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
       {{"no-cert-no-name-pwd", "no-cert-name-unicode-pwd"}, "password", -1},
       {{"no-cert-name-2-no-pwd", "no-cert-name-all-no-pwd"}, "", -1},
   };
-  for (const Case &row : kCases) {
-    for (const std::string name : row.names) {
+  for (const auto &[names, password, result] : kCases) {
+    for (const std::string &name : names) {
       store.items.clear();
-      EXPECT_EQ(importCopy(kSamples + "pkcs12/" + name + ".p12", row.password), row.result) << name;
-      EXPECT_EQ(store.items.size(), row.result == 0 ? 1U : 0U) << name;
+      EXPECT_EQ(importCopy(kSamples + "pkcs12/" + name + ".p12", password), result) << name;
+      EXPECT_EQ(store.items.size(), result == 0 ? 1U : 0U) << name;
     }
   }
 }

@@ -142,11 +142,8 @@ std::string nested(std::size_t depth) {
 }
 
 TEST_F(Message, ThatIsUnusableIsNone) {
-  struct Case {
-    std::string json;
-    const char *entry;  // what the log line begins with; null: silence
-  };
-  const Case kCases[] = {
+  // and what the log line begins with; null: silence
+  const std::pair<std::string, const char *> kCases[] = {
       {"", "kfy:incomplete JSON : "},
       {"x", "kfy:syntax error : 78"},
       {"\xEF\xBB\xBF" + request("remove"), "kfy:syntax error : EFBBBF"},
@@ -162,12 +159,12 @@ TEST_F(Message, ThatIsUnusableIsNone) {
       {R"({"type":1,"command":"remove"})", nullptr},
       {R"({"type":"Request","command":"remove","message_id":"x"})",
        "kfy:Unknown message type received"}};
-  for (const Case &row : kCases) {
-    SCOPED_TRACE(row.json);
-    EXPECT_FALSE(decode(row.json));
+  for (const auto &[json, entry] : kCases) {
+    SCOPED_TRACE(json);
+    EXPECT_FALSE(decode(json));
     const auto entries = takeEntries();
-    ASSERT_EQ(entries.size(), row.entry == nullptr ? 0U : 1U);
-    EXPECT_TRUE(entries.empty() || entries[0].starts_with(row.entry)) << entries[0];
+    ASSERT_EQ(entries.size(), entry == nullptr ? 0U : 1U);
+    EXPECT_TRUE(entries.empty() || entries[0].starts_with(entry)) << entries[0];
   }
 }
 

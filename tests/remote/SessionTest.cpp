@@ -42,16 +42,6 @@ class ServedSession : public testing::Test {
     return serveMachines(command, knownHosts_, keys_.value(), authentication_, terminal_, stop_);
   }
 
-  static void end() { (void)::kill(::getpid(), SIGTERM); }
-
-  QuillMessage connectReply(const QuillMessage &request, std::optional<Bytes> challenge) const {
-    auto reply = QuillMessage::initWithReplyMessageForCommand(QuillCommandConnect, /*status=*/true,
-                                                              request.messageID);
-    reply.selectedCertificateHash = hash_;
-    reply.challenge = std::move(challenge);
-    return reply;
-  }
-
   const StopSignal stop_;  // before the first thread
   fakes::TemporaryFolder folder_;
   crypto::Identity authentication_ = authenticationKey(folder_.path()).value();
@@ -76,12 +66,13 @@ TEST_F(ServedSession, SignsNothingButAChallengeForItsOwnKey) {
         Case{"another key", Bytes(16), Bytes(20)}, Case{"no user", Bytes(16), hash_, false}}) {
     SCOPED_TRACE(row.name);
     (void)session([&](ServedConnection &connection) {
-      auto reply = connectReply(connection.receive().value(), row.challenge);
+      auto reply = QuillMessage::initWithReplyMessageForCommand(
+          QuillCommandConnect, row.status, connection.receive().value().messageID);
       reply.selectedCertificateHash = row.selected;
-      reply.status = row.status;
+      reply.challenge = row.challenge;
       connection.send(reply);
       EXPECT_FALSE(connection.receive()) << "something was sent in answer to the challenge";
-      end();
+      (void)::kill(::getpid(), SIGTERM);
     });
   }
 }

@@ -16,17 +16,12 @@ Bytes hashOf(const crypto::Identity &identity) {
   return support::sha1(*identity.key.publicKey().externalRepresentation());
 }
 
-const crypto::Identity &client() {
-  static const crypto::Identity made = fakes::madeIdentity("RSA", "client");
-  return made;
-}
-const crypto::Identity &otherClient() {
-  static const auto made = fakes::identityOf(*crypto::PrivateKey::generateRSA(2048), "other");
-  return made;
-}
-
 class Authentication : public Requests {
  public:
+  static inline const crypto::Identity kClient = fakes::madeIdentity("RSA", "client");
+  static inline const crypto::Identity kOther =
+      fakes::identityOf(*crypto::PrivateKey::generateRSA(2048), "other");
+
   void pairWith(const Bytes &hash) {
     tools.answers = {kHeader + kSection + support::hexString(hash) + "\tann\n"};
   }
@@ -42,12 +37,8 @@ class Authentication : public Requests {
 };
 
 TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
-  struct Case {
-    std::string listing;
-    std::optional<std::string_view> bindLine;
-  };
   const std::string section = kSection.substr(0, kSection.size() - 1);
-  const Case kCases[] = {
+  const std::pair<std::string, std::optional<std::string_view>> kCases[] = {
       {kHeader + kSection + "AB\tann\nCD\n", "AB\tann"},
       {kSection + "AB\n" + kHeader + "CD\n", {}},
       {kHeader + "x\nSmartCard: other\n" + kSection + "AB", "AB"},
@@ -59,18 +50,18 @@ TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
       {kHeader + section, {}},
       {kHeader + kSection + "AB\xFF", {}},
       {"", {}}};
-  for (const Case &row : kCases) {
-    EXPECT_EQ(requests::findBindLine(base::viewOf(row.listing)), row.bindLine) << row.listing;
+  for (const auto &[listing, bindLine] : kCases) {
+    EXPECT_EQ(requests::findBindLine(base::viewOf(listing)), bindLine) << listing;
   }
 }
 
 TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
-  pairWith(hashOf(client()));
+  pairWith(hashOf(kClient));
   defaults.values["kfyd/pairingToolSeconds"] = 7;
   const Peer remote = this->remote();
-  const QuillMessage reply = connect(remote, {hashOf(otherClient()), hashOf(client())});
+  const QuillMessage reply = connect(remote, {hashOf(kOther), hashOf(kClient)});
   EXPECT_TRUE(reply.status);
-  EXPECT_EQ(reply.selectedCertificateHash, hashOf(client()));
+  EXPECT_EQ(reply.selectedCertificateHash, hashOf(kClient));
   ASSERT_EQ(reply.challenge->size(), 16U);
   EXPECT_EQ((*reply.challenge)[6] >> 4, 4) << "the challenge is a version-4 UUID";
   ASSERT_EQ(tools.calls.size(), 1U);
@@ -78,18 +69,18 @@ TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   EXPECT_EQ(tools.calls[0].limits.time, std::chrono::seconds(7));
 
   const Peer other = this->remote();
-  connect(other, {hashOf(client())});
-  EXPECT_FALSE(authenticate(other, client(), *reply.challenge)) << "another connection's challenge";
+  connect(other, {hashOf(kClient)});
+  EXPECT_FALSE(authenticate(other, kClient, *reply.challenge)) << "another connection's challenge";
   EXPECT_TRUE(other.connection->isCancelled);
-  EXPECT_TRUE(authenticate(remote, client(), *reply.challenge));
-  EXPECT_TRUE(authenticate(remote, client(), *reply.challenge)) << "a challenge is not used up";
+  EXPECT_TRUE(authenticate(remote, kClient, *reply.challenge));
+  EXPECT_TRUE(authenticate(remote, kClient, *reply.challenge)) << "a challenge is not used up";
   EXPECT_TRUE(remote.worker->isAuthenticated);
   EXPECT_FALSE(remote.connection->isCancelled);
 
-  const QuillMessage second = connect(remote, {hashOf(client())});
+  const QuillMessage second = connect(remote, {hashOf(kClient)});
   EXPECT_NE(second.challenge, reply.challenge);
   EXPECT_TRUE(remote.worker->isAuthenticated) << "connect leaves it";
-  EXPECT_FALSE(authenticate(remote, client(), *reply.challenge)) << "the challenge was replaced";
+  EXPECT_FALSE(authenticate(remote, kClient, *reply.challenge)) << "the challenge was replaced";
   EXPECT_FALSE(remote.worker->isAuthenticated);
   EXPECT_TRUE(remote.connection->isCancelled);
 }
@@ -98,7 +89,7 @@ TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge
   tools.answers = {"", std::nullopt, kHeader + kSection + "tooshort\n", kHeader};
   const Peer remote = this->remote();
   remote.worker->selectedCertificateHash = Bytes{1};
-  const QuillMessage reply = connect(remote, {hashOf(client())});
+  const QuillMessage reply = connect(remote, {hashOf(kClient)});
   EXPECT_EQ(tools.calls.size(), 30U);
   EXPECT_EQ(clock.pauses, std::vector(30, std::chrono::milliseconds(1000)));
   EXPECT_FALSE(reply.status);
@@ -128,13 +119,13 @@ TEST_F(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChalleng
     void (*change)(QuillMessage &, QuillWorker &) = [](QuillMessage &, QuillWorker &) {};
   };
   const Case kCases[] = {
-      {client(), otherClient()},
-      {client(), {client().certificate, otherClient().key}},
-      {client(), {otherClient().certificate, client().key}},
+      {kClient, kOther},
+      {kClient, {kClient.certificate, kOther.key}},
+      {kClient, {kOther.certificate, kClient.key}},
       {curve, curve},
-      {client(), client(), [](auto &, auto &worker) { worker.challenge.reset(); }},
-      {client(), client(), [](auto &message, auto &) { message.challengeSignature.reset(); }},
-      {client(), client(),
+      {kClient, kClient, [](auto &, auto &worker) { worker.challenge.reset(); }},
+      {kClient, kClient, [](auto &message, auto &) { message.challengeSignature.reset(); }},
+      {kClient, kClient,
        [](auto &message, auto &) { message.certificateUsedToAuthenticate = Bytes{1, 2}; }},
   };
   for (const auto &[paired, signer, change] : kCases) {
@@ -153,7 +144,7 @@ TEST_F(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChalleng
 
 TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
   tools.answers = {kHeader + kSection + std::string(39, 'A') + "éé"};
-  EXPECT_FALSE(connect(remote(), {hashOf(client())}).status);
+  EXPECT_FALSE(connect(remote(), {hashOf(kClient)}).status);
   EXPECT_EQ(tools.calls.size(), 1U);
   EXPECT_EQ(clock.pauses.size(), 0U);
   tools.answers = {kHeader + kSection + "0x" + std::string(38, 'A') + "BB"};

@@ -9,22 +9,15 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 
-const crypto::Identity &cardKey() {
-  static const crypto::Identity made = fakes::madeIdentity("RSA", "card");
-  return made;
-}
-const crypto::Identity &otherKey() {
-  static const crypto::Identity made = fakes::madeIdentity("EC", "other");
-  return made;
-}
-
-QuillMessage signRequest(const std::size_t bytes = 16) {
-  return QuillMessage::initCommandMessageSignData(Bytes(bytes), cardKey().certificate.sha1(),
-                                                  SecretText());
-}
-
 class OptIn : public Requests {
  public:
+  static inline const crypto::Identity kCard = fakes::madeIdentity("RSA", "card");
+  static inline const crypto::Identity kOther = fakes::madeIdentity("EC", "other");
+
+  static QuillMessage signRequest(const std::size_t bytes = 16) {
+    return QuillMessage::initCommandMessageSignData(Bytes(bytes), kCard.certificate.sha1(),
+                                                    SecretText());
+  }
   void set(const char *key, fakes::FakeUserDefaults::Value value) {
     defaults.values[std::string("kfyd/") + key] = std::move(value);
   }
@@ -33,9 +26,9 @@ class OptIn : public Requests {
     made.worker->isAuthenticated = true;
     return made;
   }
-  Peer holder(const crypto::Identity &authenticatedWith = otherKey()) {
+  Peer holder(const crypto::Identity &authenticatedWith = kOther) {
     Peer made = authenticated();
-    EXPECT_TRUE(ask(insertOf({cardKey().certificate.der()}), made).status);
+    EXPECT_TRUE(ask(insertOf({kCard.certificate.der()}), made).status);
     made.worker->authCertificate = authenticatedWith.certificate.der();
     return made;
   }
@@ -49,7 +42,7 @@ class OptIn : public Requests {
   std::string inserts() {
     std::string outcomes;
     for (const Peer &peer : {remote(), local(), authenticated()}) {
-      outcomes += ask(insertOf({cardKey().certificate.der()}), peer).status ? 'y' : 'n';
+      outcomes += ask(insertOf({kCard.certificate.der()}), peer).status ? 'y' : 'n';
     }
     return outcomes;
   }
@@ -85,8 +78,7 @@ class OptIn : public Requests {
   // by another; then whether the next holder is asked for it.
   std::string usesTheKey() {
     std::string outcomes;
-    for (const auto &identity :
-         {otherKey(), cardKey(), fakes::identityOf(cardKey().key, "another")}) {
+    for (const auto &identity : {kOther, kCard, fakes::identityOf(kCard.key, "another")}) {
       processor.listHolders.clear();
       outcomes += isRelayedTo(holder(identity)) ? 'y' : 'n';
     }

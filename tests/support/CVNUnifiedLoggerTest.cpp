@@ -5,7 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <regex>
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
@@ -36,14 +36,12 @@ class Logger : public fakes::LoggedTest {
   }
 
   // The lines of the log file, without time and tag.
-  static std::vector<std::string> fileLines(const std::string &path = kDefaultLog) {
-    std::ifstream file(base::rooted(path));
-    const std::string tag = "kfyd(" + std::to_string(getpid()) + "): ";
+  static std::vector<std::string> fileLines() {
+    std::ifstream file(base::rooted(kDefaultLog));
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);) {
-      const std::size_t message = line.find(tag);
-      lines.push_back(message == std::string::npos ? line.substr(line.find(":Last") + 1)
-                                                   : line.substr(message + tag.size()));
+      lines.push_back(
+          std::regex_replace(line, std::regex("^.*kfyd\\([0-9]+\\): |^.*:(?=Last)"), ""));
     }
     return lines;
   }

@@ -18,20 +18,15 @@ TEST_F(HexText, IsReadInEitherCaseWithOnePrefix) {
 }
 
 TEST_F(HexText, ThatIsMalformedGivesNothingAndSaysWhere) {
-  struct Case {
-    const char *text;
-    std::vector<std::string> entries;
-  };
-  const Case kCases[] = {
-      {"ABC", {}},
-      {"é", {}},  // one character
-      {"0X0x12", {"kfy:String should be all hex digits: 0x12 (bad digit around 0)"}},
-      {"12 4", {"kfy:String should be all hex digits: 12 4 (bad digit around 2)"}},
-      {"12éa", {"kfy:String should be all hex digits: 12éa (bad digit around 2)"}},
-  };
-  for (const Case &row : kCases) {
-    EXPECT_EQ(dataWithHexString(row.text), std::nullopt) << row.text;
-    EXPECT_EQ(takeEntries(), row.entries);
+  for (const auto &[text, entry] : {std::pair{"ABC", ""},
+                                    {"é", ""},  // one character
+                                    {"0X0x12", "0x12 (bad digit around 0)"},
+                                    {"12 4", "12 4 (bad digit around 2)"},
+                                    {"12éa", "12éa (bad digit around 2)"}}) {
+    EXPECT_EQ(dataWithHexString(text), std::nullopt) << text;
+    const auto entries = takeEntries();
+    EXPECT_EQ(entries.empty() ? "" : entries.front(),
+              *entry == '\0' ? "" : std::string("kfy:String should be all hex digits: ") + entry);
   }
 }
 
@@ -43,14 +38,8 @@ TEST(Base64, HasALineBreakBetweenLinesOnly) {
   EXPECT_EQ(base64EncodedString({}), "");
 }
 
-struct ReadingCase {
-  const char *text;
-  Bytes lenient;
-  std::optional<Bytes> field;
-};
-
 TEST(Base64, HasTwoReaders) {
-  const ReadingCase kCases[] = {
+  const std::tuple<const char *, Bytes, std::optional<Bytes>> kCases[] = {
       {"QQ==", {0x41}, Bytes{0x41}},
       {"QQ", {0x41}, std::nullopt},
       {"Q\r\nQ =*=", {0x41}, Bytes{0x41}},
@@ -65,11 +54,11 @@ TEST(Base64, HasTwoReaders) {
       {"QQé==", {}, Bytes{0x41}},
       {"", {}, Bytes{}},
   };
-  for (const ReadingCase &row : kCases) {
-    EXPECT_EQ(dataFromBase64String(row.text), row.lenient) << row.text;
-    const auto field = dataFromBase64Field(row.text);
-    EXPECT_EQ(field ? std::optional(Bytes(field->begin(), field->end())) : std::nullopt, row.field)
-        << row.text;
+  for (const auto &[text, lenient, expected] : kCases) {
+    EXPECT_EQ(dataFromBase64String(text), lenient) << text;
+    const auto field = dataFromBase64Field(text);
+    EXPECT_EQ(field ? std::optional(Bytes(field->begin(), field->end())) : std::nullopt, expected)
+        << text;
   }
 }
 
