@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <string>
@@ -44,7 +45,8 @@ std::string remedyFor(StoreTrouble trouble) {
     case StoreTrouble::other:
       break;
   }
-  return "sudo ls -l " + path;
+  // to anybody else it cannot even be told what is wrong
+  return ::geteuid() == 0 ? "sudo ls -l " + path : "sudo kfyctl status";
 }
 
 // What the store's own words leave open.

@@ -52,7 +52,7 @@ void addHome(CLI::App &command, Texts &texts) {
 void addFingerprint(CLI::App &command, Texts &texts) {
   command
       .add_option("--fingerprint", texts.fingerprint,
-                  "SHA-256 of the server's certificate as \"kfyctl identity show\" prints it")
+                  "SHA-256 of the server's certificate as \"sudo kfyctl identity show\" prints it")
       ->type_name("SHA256");
 }
 

@@ -77,7 +77,7 @@ void Machine::open() {
     complain(address_.name() + " is not known yet, and there is no terminal to ask whether to " +
              "trust it");
     advise("kfy-remote connect " + address_.name() +
-           " --fingerprint SHA256, as shown there by: kfyctl identity show");
+           " --fingerprint SHA256, as shown there by: sudo kfyctl identity show");
     return giveUp();
   }
   phase_ = Phase::opening;
@@ -121,7 +121,7 @@ void Machine::sayUntrusted(const Fingerprint &shown) const {
   if (pinned_) {
     warn("--fingerprint says " + identity::fingerprintText(*pinned_));
   } else {
-    advise("on that machine: kfyctl identity show, and here, only if it shows the same: " +
+    advise("on that machine: sudo kfyctl identity show, and here, only if it shows the same: " +
            services_.knownHosts.removalCommand(address_));
   }
 }
@@ -132,7 +132,7 @@ void Machine::askForTrust(const Fingerprint &shown) {
       this,
       address_.name() + " is not known yet. Its certificate has the fingerprint\n  " +
           identity::fingerprintText(shown) +
-          "\nwhich \"kfyctl identity show\" has to show on that machine. Trust it?",
+          "\nwhich \"sudo kfyctl identity show\" has to show on that machine. Trust it?",
       /*inFull=*/true, [weak = weak_from_this(), attempt = attempt_, shown](Consent::Reply reply) {
         const auto self = weak.lock();
         if (!self || self->attempt_ != attempt || reply == Consent::Reply::withdrawn) {
@@ -206,7 +206,7 @@ void Machine::authenticate(const QuillMessage &reply) {
     complain(address_.name() + " has not paired this key with a user" +
              (reason.empty() ? "" : ": " + printable(reason)) + "; next attempt in " +
              secondsOf(kWaitAfterNoUser));
-    advise("on that machine: sc_auth pair --user USER --hash " +
+    advise("on that machine: sudo sc_auth pair --user USER --hash " +
            support::hexString(services_.authenticationKeyHash));
     return retryAfter(kWaitAfterNoUser);
   }

@@ -30,8 +30,9 @@ bool authenticate(client::Connection &connection, const crypto::Identity &authen
     return false;
   }
   if (!reply->status || reply->selectedCertificateHash != hash) {
-    fail(error, "it has not paired this key with a user; there: sc_auth pair --user USER --hash " +
-                    support::hexString(*hash));
+    fail(error,
+         "it has not paired this key with a user; there: sudo sc_auth pair --user USER --hash " +
+             support::hexString(*hash));
     return false;
   }
   Error reason;
