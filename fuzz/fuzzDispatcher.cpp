@@ -19,6 +19,7 @@
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/FakeToolRunner.hpp"
 #include "fakes/FakeUserDefaults.hpp"
+#include "fakes/FullMessage.hpp"
 #include "fakes/MadeIdentity.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "protocol/Frame.hpp"
@@ -39,16 +40,6 @@ struct World {
       fakes::identityOf(*crypto::PrivateKey::generateRSA(/*bits=*/1024), "client");
   Bytes clientDER = client.certificate.der();
   Bytes clientHash = support::sha1(*client.key.publicKey().externalRepresentation());
-  // What a card may hold: the client's own certificate, or another.
-  std::array<Bytes, 2> held{clientDER, Bytes{1}};
-  std::array<QuillMessage::Certificates, 2> lists{listOf(held[0]), listOf(held[1])};
-
- private:
-  static QuillMessage::Certificates listOf(const Bytes &certificate) {
-    const protocol::CardElement element = support::CertificateInfo{
-        support::base64EncodedString(certificate), true, true, true, "", {}};
-    return protocol::makeCardList({&element, 1});
-  }
 };
 
 struct Peer {
@@ -111,21 +102,17 @@ class Row {
     }));
   }
 
-  // All fields at once: those that the command does not have are left out.
   void sendMessage(Peer &peer, unsigned kind) {
     const unsigned more = input_.byte();
-    QuillMessage message;
-    message.messageType = kind % 2;
-    message.command = kind / 2 % 8;
+    QuillMessage message = fakes::fullMessage(kind / 2 % 8, kind % 2);
     message.messageID.emplace().bytes[0] = static_cast<std::uint8_t>(kind / 16);
     message.certificateArray.emplace({support::ArrayElement(world_.clientHash)});
-    message.certificates = world_.lists[more % 2];
-    message.signingCertificateHash = message.objectID = support::sha1(world_.held[more % 2]);
-    message.dataToSign = message.dataToDecrypt = message.signedData = Bytes{1};
-    message.decryptedData.emplace();
-    message.PIN.emplace();
-    message.ephemeralUsername.emplace();
-    message.ephemeralPassword.emplace();
+    // the card holds the client's own certificate, or another
+    const Bytes held = more % 2 == 0 ? world_.clientDER : Bytes{1};
+    const protocol::CardElement element =
+        support::CertificateInfo{support::base64EncodedString(held), true, true, true, "", {}};
+    message.certificates = protocol::makeCardList({&element, 1});
+    message.signingCertificateHash = message.objectID = support::sha1(held);
     message.challengeSignature = Bytes(256);
     message.certificateUsedToAuthenticate = world_.clientDER;
     const Peer &challenged = peers_[more / 2 % 4];

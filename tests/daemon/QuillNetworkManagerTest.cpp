@@ -111,6 +111,8 @@ TEST_F(Listening, LetsNobodyButThisMachineReachTheSecondListener) {
   EXPECT_EQ(network.asked.at(1).host, "127.0.0.1");
   const auto named = manager.createAndStartListenerWithName("192.0.2.1", "5", /*localOnly=*/false);
   EXPECT_EQ(network.asked.at(2).host, "192.0.2.1") << "a name is the host of a public listener";
+  EXPECT_EQ(base::textOf(*base::readFile(base::rooted("/etc/keyferry/server.pem"), 65536)),
+            identity.reference->certificate.pem());
 }
 
 TEST_F(Listening, WithdrawsTheCardWhenARemoteConnectionEndsInWhicheverWay) {

@@ -111,7 +111,7 @@ TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
   }
 }
 
-// A package of these identities, neither key nor certificate encrypted.
+// A package of these identities, neither encrypted nor with a digest.
 void writePackage(const std::string &path, const std::vector<crypto::Identity> &identities) {
   STACK_OF(PKCS12_SAFEBAG) *bags = nullptr;
   for (const crypto::Identity &identity : identities) {
@@ -121,7 +121,6 @@ void writePackage(const std::string &path, const std::vector<crypto::Identity> &
   STACK_OF(PKCS7) *safes = nullptr;
   PKCS12_add_safe(&safes, bags, -1, 0, nullptr);
   PKCS12 *const package = PKCS12_add_safes(safes, 0);
-  PKCS12_set_mac(package, "pw", -1, nullptr, 0, 2048, nullptr);
   FILE *const file = std::fopen(path.c_str(), "wb");
   i2d_PKCS12_fp(file, package);
   std::fclose(file);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "fakes/FullMessage.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "protocol/MessageFields.hpp"
 #include "support/HexString.hpp"
@@ -40,23 +41,6 @@ struct RowCase {
   std::vector<std::string> keys;
 };
 
-QuillMessage fullMessage(const RowCase &row) {
-  QuillMessage message;
-  message.command = row.command;
-  message.messageType = row.type;
-  message.messageID = UUID::fromText(kID);
-  message.certificateArray = {{Bytes{1}}};
-  message.challenge = message.challengeSignature = message.dataToSign = Bytes{1};
-  message.signingCertificateHash = message.dataToDecrypt = message.objectID = Bytes{1};
-  message.signedData = message.certificateUsedToAuthenticate = Bytes{1};
-  message.selectedCertificateHash = Bytes{1};
-  message.decryptedData = SecretBytes(Bytes{1});
-  message.certificates = protocol::makeCardList({});
-  message.ephemeralUsername = message.errorMessage = "x";
-  message.ephemeralPassword = message.PIN = SecretText("x");
-  return message;
-}
-
 TEST_F(Message, HasTheKeysThatItsCommandAndTypeDecide) {
   constexpr auto kRequest = QuillMessageTypeRequest;
   constexpr auto kResponse = QuillMessageTypeResponse;
@@ -84,7 +68,7 @@ TEST_F(Message, HasTheKeysThatItsCommandAndTypeDecide) {
       {QuillCommandDecryptData, kRequest, {"encrypted_data!", "object_id!", "pin!"}},
       {QuillCommandDecryptData, kResponse, {"decrypted_data!"}}};
   for (const RowCase &row : kCases) {
-    const QuillMessage full = fullMessage(row);
+    const QuillMessage full = fakes::fullMessage(row.command, row.type);
     const auto isWritten = [json = encode(full)](const std::string &key) {
       return json.find('"' + key + "\":") != std::string::npos;
     };
@@ -247,7 +231,7 @@ TEST_F(Message, TracesItsFieldsInOrder) {
 }
 
 TEST_F(Message, DescribesItselfWithoutASecret) {
-  QuillMessage message = fullMessage({QuillCommandSignData, QuillMessageTypeRequest, {}});
+  QuillMessage message = fakes::fullMessage(QuillCommandSignData, QuillMessageTypeRequest);
   message.PIN = message.ephemeralPassword = SecretText("hush");
   message.dataToSign = base::bytesOf("hush");
   message.decryptedData = SecretBytes(base::viewOf("hush"));

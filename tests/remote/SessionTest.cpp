@@ -19,8 +19,6 @@ using fakes::ServedConnection;
 // A session of the real loop with one machine, which the test plays.
 class ServedSession : public testing::Test {
  protected:
-  using Serve = std::function<void(ServedConnection &)>;
-
   ServedSession() {
     folder_.write("key.pem", fakes::pemOf(cardKey_));
     keys_ = KeyRing::load(std::vector{folder_ / "key.pem"}, {}, hash_,
@@ -28,7 +26,8 @@ class ServedSession : public testing::Test {
   }
 
   // Serves until a signal or until the machine is given up.
-  SessionEnd session(const Serve &serve, std::optional<Fingerprint> known = std::nullopt) {
+  SessionEnd session(const std::function<void(ServedConnection &)> &serve,
+                     std::optional<Fingerprint> known = std::nullopt) {
     const fakes::ScriptedDaemon daemon(
         server_, 0, [&](ServedConnection &connection, int /*number*/) { serve(connection); });
     ConnectCommand command;
