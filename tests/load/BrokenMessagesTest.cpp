@@ -47,7 +47,6 @@ std::string brokenMessage(std::size_t kind, std::size_t random) {
 }
 
 TEST_F(LoadedMachine, ServesAsBeforeAfterBrokenMessagesOfEveryKind) {
-  openJournal(/*isRead=*/true);
   startDaemon();
   const auto seed = std::random_device()();
   SCOPED_TRACE(seed);

@@ -2,13 +2,11 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <bit>
-#include <memory>
 
 namespace load {
 namespace {
@@ -35,35 +33,20 @@ constexpr int kLookMilliseconds = 500;
 
 }  // namespace
 
-struct Crowd::Member {
-  Behaviour behaviour;
-  std::uint32_t host;
-  base::Descriptor socket{};
-  std::unique_ptr<crypto::TlsChannel> channel{};
-  short awaited = POLLOUT;
-  bool isEstablished = false;
-  std::size_t next = 0;  // piece
-};
-
 Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members) : port_(port) {
   for (Behaviour &behaviour : members) {
     members_.push_back({std::move(behaviour), ownHost(members_.size())});
   }
-  thread_ = std::thread([this] { run(); });
+  thread_ = std::jthread([this](const std::stop_token &stop) { run(stop); });
 }
 
-Crowd::~Crowd() {
-  isOver_ = true;
-  thread_.join();
-}
-
-void Crowd::run() {
+void Crowd::run(const std::stop_token &stop) {
   ::setpriority(PRIO_PROCESS, 0, kNiceness);  // of this thread alone
   for (Member &member : members_) {
     dial(member);
   }
   std::vector<pollfd> sockets(members_.size());
-  while (!isOver_) {
+  while (!stop.stop_requested()) {
     for (std::size_t number = 0; number < sockets.size(); ++number) {
       sockets[number] = {members_[number].socket.get(), members_[number].awaited, 0};
     }

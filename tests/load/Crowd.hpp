@@ -1,8 +1,11 @@
 #pragma once
 
+#include <poll.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -26,9 +29,6 @@ struct Behaviour {
 class Crowd {
  public:
   Crowd(std::uint16_t port, std::vector<Behaviour> members);
-  ~Crowd();
-  Crowd(const Crowd &) = delete;
-  Crowd &operator=(const Crowd &) = delete;
 
   // Handshakes and ends of its members so far, and pieces that they have said.
   [[nodiscard]] std::size_t established() const { return established_; }
@@ -36,10 +36,18 @@ class Crowd {
   [[nodiscard]] std::size_t said() const { return said_; }
 
  private:
-  struct Member;
+  struct Member {
+    Behaviour behaviour;
+    std::uint32_t host;
+    base::Descriptor socket{};
+    std::unique_ptr<crypto::TlsChannel> channel{};
+    short awaited = POLLOUT;
+    bool isEstablished = false;
+    std::size_t next = 0;  // piece
+  };
   using Result = crypto::TlsChannel::Result;
 
-  void run();
+  void run(const std::stop_token &stop);
   void dial(Member &member);
   [[nodiscard]] Result step(Member &member);
   [[nodiscard]] Result say(Member &member);
@@ -50,8 +58,7 @@ class Crowd {
   std::atomic<std::size_t> established_ = 0;
   std::atomic<std::size_t> ended_ = 0;
   std::atomic<std::size_t> said_ = 0;
-  std::atomic<bool> isOver_ = false;
-  std::thread thread_;
+  std::jthread thread_;
 };
 
 }  // namespace load

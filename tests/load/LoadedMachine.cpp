@@ -25,10 +25,9 @@ bool isFull() {
 }
 
 Holder::Holder(bool signs) {
-  thread_ = std::thread([this, signs] {
-    while (!isOver_ && !peer_.connection->end()) {
-      const auto request = peer_.connection->receive(client::Patience::lasting(100ms));
-      if (request) {
+  thread_ = std::jthread([this, signs](const std::stop_token &stop) {
+    while (!stop.stop_requested() && !peer_.connection->end()) {
+      if (const auto request = peer_.connection->receive(client::Patience::lasting(100ms))) {
         const Bytes &data = *request->dataToSign;
         peer_.answer(*request, signs ? *otherRSAIdentity().key.signRawPKCS1(data) : data);
       }
@@ -37,27 +36,17 @@ Holder::Holder(bool signs) {
   });
 }
 
-Holder::~Holder() {
-  isOver_ = true;
-  thread_.join();
-}
-
 LoadedMachine::LoadedMachine() {
   rlimit descriptors{};
   ::getrlimit(RLIMIT_NOFILE, &descriptors);
   descriptors.rlim_cur = descriptors.rlim_max;
   ::setrlimit(RLIMIT_NOFILE, &descriptors);
-}
-
-LoadedMachine::~LoadedMachine() {
-  ::shutdown(journal_.get(), SHUT_RDWR);
-  if (reader_.joinable()) {
-    reader_.join();
-  }
+  std::filesystem::create_directories(at("/run/systemd/journal"));
+  openJournal(/*isRead=*/true);
 }
 
 void LoadedMachine::openJournal(bool isRead) {
-  std::filesystem::create_directories(at("/run/systemd/journal"));
+  reader_ = {};
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   at("/run/systemd/journal/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
@@ -65,7 +54,8 @@ void LoadedMachine::openJournal(bool isRead) {
   ASSERT_EQ(::bind(journal_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)),
             0);
   if (isRead) {
-    reader_ = std::thread([this] {
+    reader_ = std::jthread([this](const std::stop_token &stop) {
+      const std::stop_callback wake(stop, [this] { ::shutdown(journal_.get(), SHUT_RDWR); });
       std::array<char, 65536> entry{};
       while (::recv(journal_.get(), entry.data(), entry.size(), 0) > 0) {
       }
@@ -103,9 +93,7 @@ double percentile(std::vector<double> values, double share) {
 }
 
 std::size_t LoadedMachine::descriptors() const {
-  std::error_code failed;
-  const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->id()) + "/fd",
-                                                failed);
+  const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->id()) + "/fd");
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 

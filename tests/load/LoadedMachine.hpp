@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -22,23 +21,18 @@ using system_tests::Peer;
 class Holder {
  public:
   explicit Holder(bool signs);
-  ~Holder();
-  Holder(const Holder &) = delete;
-  Holder &operator=(const Holder &) = delete;
 
  private:
   Peer peer_ = Peer::holder();
-  std::atomic<bool> isOver_ = false;
-  std::thread thread_;
+  std::jthread thread_;
 };
 
-// A machine whose daemon is put under load.
+// A machine whose daemon is put under load. It has a journal that is read.
 class LoadedMachine : public system_tests::PairedMachine {
  public:
   LoadedMachine();
-  ~LoadedMachine() override;
 
-  // The socket of a journal, which reads what it is sent or does not.
+  // A new socket of a journal, which reads what it is sent or does not.
   void openJournal(bool isRead);
 
   // Has data signed, one request after the other, until the time is over; how long each took, in
@@ -56,7 +50,7 @@ class LoadedMachine : public system_tests::PairedMachine {
 
  private:
   base::Descriptor journal_;
-  std::thread reader_;
+  std::jthread reader_;
 };
 
 // The value that this share of all does not exceed.

@@ -23,8 +23,8 @@
 #include "fakes/MadeIdentity.hpp"
 #include "linux/network/AsioMainQueue.hpp"
 #include "linux/network/TlsNetwork.hpp"
-#include "support/HexString.hpp"
 #include "support/Settings.hpp"
+#include "system/Peer.hpp"
 
 namespace {
 
@@ -83,16 +83,10 @@ const int kIsLibraryIncluded = CRYPTO_set_mem_functions(
     [](void *memory, const char *, int) { std::free(memory); });
 
 using client::Connection;
+using system_tests::insertionOf;
+using system_tests::signRequest;
 
 constexpr std::chrono::milliseconds kLongEnough{20};
-
-QuillMessage insertionOf(const crypto::Identity &card) {
-  support::CertificateInfo info;
-  info.certificate = support::base64EncodedString(card.certificate.der());
-  const protocol::CardElement element = info;
-  return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-      protocol::makeCardList({&element, 1}));
-}
 
 Bytes packageOf(const crypto::Identity &owner, const char *password) {
   const std::unique_ptr<PKCS12, void (*)(PKCS12 *)> made(
@@ -203,22 +197,27 @@ class WithoutMemory : public fakes::LoggedTest {
   std::thread thread;
 };
 
+// Does the work while the n-th of its allocations fails; true if it asks for so many.
+template <typename Work>
+bool failsIn(long number, Work work) {
+  remaining = number;
+  try {
+    work();
+  } catch (const std::bad_alloc &) {
+  }
+  return std::exchange(remaining, -1) < 0;
+}
+
 // Reads while the n-th allocation fails, for each n: the result is whole, or there is none, or
 // std::bad_alloc reaches the caller; and the next reading succeeds. `step`: where most allocations
 // are the library's, one like the other.
 template <typename Read, typename Check>
 void expectAllOrNothing(const char *name, long step, Read read, Check isWhole) {
   SCOPED_TRACE(name);
-  bool hasFailed = true;
   long number = 0;
-  for (; hasFailed; number += step) {
+  for (bool hasFailed = true; hasFailed; number += step) {
     decltype(read()) result;
-    remaining = number;
-    try {
-      result = read();
-    } catch (const std::bad_alloc &) {
-    }
-    hasFailed = std::exchange(remaining, -1) < 0;
+    hasFailed = failsIn(number, [&] { result = read(); });
     EXPECT_TRUE(result ? isWhole(*result) : hasFailed) << number;
     result = read();
     ASSERT_TRUE(result && isWhole(*result)) << number;
@@ -229,7 +228,7 @@ void expectAllOrNothing(const char *name, long step, Read read, Check isWhole) {
 using ReadingWithoutMemory = fakes::LoggedTest;
 
 TEST_F(ReadingWithoutMemory, GivesAllOrNothing) {
-  const crypto::Identity owner = fakes::madeIdentity("EC", "owner");
+  const crypto::Identity &owner = system_tests::ecIdentity();
   const SecretText password("secret");
   const auto isOwner = [&](const crypto::Identity &read) {
     return read.certificate.der() == owner.certificate.der() &&
@@ -263,9 +262,8 @@ TEST_F(WithoutMemory, HandshakesFailAloneAndListenersGoOn) {
 }
 
 TEST_F(WithoutMemory, AClientReadsALongMessageWholeOrNotAtAll) {
-  const crypto::Identity card = fakes::madeIdentity("EC", "card");
-  const auto request = QuillMessage::initCommandMessageSignData(
-      Bytes(100'000, 7), card.certificate.sha1(), SecretText());
+  const crypto::Identity &card = system_tests::ecIdentity();
+  const QuillMessage request = signRequest(Bytes(100'000, 7), card);
   int whole = 0;
   bool hasFailed = true;
   for (long number = 0; hasFailed; ++number) {
@@ -276,14 +274,12 @@ TEST_F(WithoutMemory, AClientReadsALongMessageWholeOrNotAtAll) {
     }
     ASSERT_TRUE(peers.local->send(request) && isServed(*peers.local));
     std::optional<QuillMessage> message;
-    remaining = number;
-    try {
+    const auto receive = [&] {
       message = peers.remote->receive(client::Patience::lasting(kLongEnough));
-    } catch (const std::bad_alloc &) {
-    }
-    hasFailed = std::exchange(remaining, -1) < 0;
+    };
+    hasFailed = failsIn(number, receive);
     if (!message) {  // what is still to come
-      message = peers.remote->receive(client::Patience::lasting(kLongEnough));
+      receive();
     }
     EXPECT_TRUE(!message || message->dataToSign == request.dataToSign) << number;
     whole += message ? 1 : 0;
@@ -292,34 +288,29 @@ TEST_F(WithoutMemory, AClientReadsALongMessageWholeOrNotAtAll) {
 }
 
 TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {
-  const crypto::Identity card = fakes::madeIdentity("EC", "card");
-  const auto insertion = insertionOf(card);
+  const crypto::Identity &card = system_tests::ecIdentity();
   int relayed = 0;
   // An insertion, and a relay there and back.
   const auto exchange = [&](const Peers &peers) {
-    (void)peers.remote->send(insertion);
+    (void)peers.remote->send(insertionOf(card));
     if (!isServed(*peers.remote)) {
       return;
     }
-    (void)peers.local->send(
-        QuillMessage::initCommandMessageSignData(Bytes{1}, card.certificate.sha1(), SecretText()));
+    (void)peers.local->send(signRequest(Bytes{1}, card));
     if (!isServed(*peers.local) || !isServed(*peers.remote)) {
       return;
     }
-    std::optional<QuillMessage> message = peers.remote->take();
-    while (message && message->messageType != QuillMessageTypeRequest) {
-      message = peers.remote->take();
-    }
-    if (message) {
-      relayed += 1;
-      (void)peers.remote->send(QuillMessage::initWithReplyMessageForSignMessage(
-          /*status=*/true, message->messageID, Bytes{2}));
-      (void)isServed(*peers.remote);
+    while (const auto message = peers.remote->take()) {
+      if (message->messageType == QuillMessageTypeRequest) {
+        ++relayed;
+        (void)peers.remote->send(QuillMessage::initWithReplyMessageForSignMessage(
+            /*status=*/true, message->messageID, Bytes{2}));
+        (void)isServed(*peers.remote);
+      }
     }
   };
-  bool hasFailed = true;
   long number = 0;
-  for (; hasFailed; ++number) {
+  for (bool hasFailed = true; hasFailed; ++number) {
     Peers peers = dialBoth();
     trustRemotes();
     hasFailed = surviveFailure(number, peers, [&] { exchange(peers); });

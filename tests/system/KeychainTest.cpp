@@ -27,25 +27,18 @@ using testing::AllOf;
 using testing::HasSubstr;
 using Items = std::map<std::string, std::string>;
 
-SecretBytes secret(const std::string &text) {
-  return SecretBytes(base::viewOf(text));
-}
+constexpr std::size_t kLength = 16 * 1024;  // many pages: a kill may fall between two of them
 
-// A value of many pages, so that a kill may fall between the writing of two.
-std::string lengthened(const std::string &text) {
-  constexpr std::size_t kLength = 16 * 1024;
-  std::string value;
-  while (value.size() < kLength) {
-    value += text + "|";
-  }
-  return value;
+// What contentOf() shows of the value that a writer stores in this step.
+std::string valueOf(int step) {
+  return static_cast<char>('0' + step) + std::string(" ") + std::to_string(kLength);
 }
 
 // The endless work of a writer: it adds an item and changes it again and again.
-platform::ItemStatus doStep(SqliteItemStore &store, const std::string &account, int number) {
+platform::ItemStatus doStep(SqliteItemStore &store, const std::string &account, int step) {
   const platform::PasswordName name{"service", account, std::nullopt};
-  const SecretBytes value = secret(lengthened(std::to_string(number)));
-  return number == 0 ? store.addPassword(name, value) : store.updatePassword(name, value);
+  const SecretBytes value(Bytes(kLength, static_cast<std::uint8_t>('0' + step)));
+  return step == 0 ? store.addPassword(name, value) : store.updatePassword(name, value);
 }
 
 // Kills a writer some time after a number of its steps; how many it had done in all, -1 if it had
@@ -68,14 +61,12 @@ int stepsUntilKilled(const std::string &path, const std::string &account, int fi
   return status == -SIGALRM ? done.load() : -1;
 }
 
-// What stands in the file, read by nothing of ours; with a complaint of the library as an item.
+// What stands in the file, read by nothing of ours: the character of which each value consists,
+// followed by any others in it, and its length; with a complaint of the library as an item.
 Items contentOf(const std::string &path) {
   Items items;
   const auto collect = [](void *place, int count, char **values, char **) {
-    const std::string value = count == 2 ? values[1] : "";
-    const std::string text = value.substr(0, value.find('|'));
-    const bool isWhole = value == text || value == lengthened(text);
-    (*static_cast<Items *>(place))[values[0]] = isWhole ? text : "torn";
+    (*static_cast<Items *>(place))[values[0]] = count == 2 ? values[1] : "";
     return 0;
   };
   sqlite3 *database = nullptr;
@@ -83,8 +74,11 @@ Items contentOf(const std::string &path) {
   char *complaint = nullptr;
   sqlite3_exec(database, "PRAGMA integrity_check", collect, &items, &complaint);
   EXPECT_EQ(items.erase("ok"), 1U) << (complaint == nullptr ? "" : complaint);
-  sqlite3_exec(database, "SELECT account, CAST(value AS TEXT) FROM passwords", collect, &items,
-               nullptr);
+  sqlite3_exec(database,
+               "SELECT account, substr(text, 1, 1) || trim(text, substr(text, 1, 1)) || ' ' || "
+               "length(text) FROM"
+               " (SELECT account, CAST(value AS TEXT) AS text FROM passwords)",
+               collect, &items, nullptr);
   sqlite3_close(database);
   return items;
 }
@@ -108,10 +102,10 @@ TEST(Keychain, SurvivesTwoHundredKilledWriters) {
     SqliteItemStore store(path, nullptr);
     ASSERT_EQ(store.searchPassword({"service", "none", {}}, false).status, platform::itemNotFound);
     if (done > 0) {
-      stored[account] = std::to_string(done - 1);
+      stored[account] = valueOf(done - 1);
     }
     Items withTheNext = stored;
-    withTheNext[account] = std::to_string(done);
+    withTheNext[account] = valueOf(done);
     const Items found = std::filesystem::exists(path) ? contentOf(path) : Items();
     ASSERT_THAT(found, testing::AnyOf(stored, withTheNext));
     stored = found;
@@ -128,9 +122,7 @@ TEST(Keychain, TakesTwoWritersAtOnce) {
       SqliteItemStore store(folder / "new/keychain.db", nullptr);
       int number = 0;
       while (number < kItems &&
-             store.addPassword(
-                 {"service", std::to_string(::getpid()) + "." + std::to_string(number), {}},
-                 secret("x")) == 0) {
+             doStep(store, std::to_string(::getpid()) + "." + std::to_string(number), 0) == 0) {
         ++number;
       }
       return kItems - number;

@@ -38,11 +38,9 @@ Machine::~Machine() {
   if (daemon) {
     EXPECT_EQ(daemon->end(SIGTERM), 128 + SIGTERM) << daemon->output();
   }
-  if (HasFailure()) {
-    std::fprintf(stderr, "unified log:\n%s\n", read("/var/log/unified.log").c_str());
-    if (daemon) {
-      std::fprintf(stderr, "daemon:\n%s\n", daemon->output().c_str());
-    }
+  if (HasFailure() && daemon) {
+    std::fprintf(stderr, "unified log:\n%s\ndaemon:\n%s\n", read("/var/log/unified.log").c_str(),
+                 daemon->output().c_str());
   }
   if (!disk_.empty()) {
     umount2(disk_.c_str(), MNT_DETACH);
@@ -69,10 +67,6 @@ std::string Machine::read(const std::string &path) {
 
 bool Machine::isMarkerThere() {
   return fs::exists(at("/tmp/scinsert"));
-}
-
-bool Machine::isMarkerGone() const {
-  return eventually([] { return !isMarkerThere(); });
 }
 
 void Machine::mountDisk(const std::string &folder, const char *options) {
@@ -121,24 +115,19 @@ void Machine::pair(const crypto::PrivateKey &key) {
   pair(support::hexString(publicKeyHash(key)));
 }
 
+bool Machine::hasLogged(const std::string &text) const {
+  return eventually([&] { return read("/var/log/unified.log").find(text) != std::string::npos; });
+}
+
 PairedMachine::PairedMachine() {
   makeServerIdentity();
   pair(rsaIdentity().key);
-}
-
-void Machine::replaceListingTool(const std::string &script) {
-  write("/usr/sbin/tool", "#!/bin/sh\n" + script, 0755);
-  fs::rename(at("/usr/sbin/tool"), at("/usr/sbin/sc_auth"));  // at no moment half a script
 }
 
 void Machine::startDaemon() {
   daemon = start("kfyd", {});
   ASSERT_TRUE(daemon->hasSaid("Listener on port 4116 (tcp) ready!")) << daemon->output();
   ASSERT_TRUE(daemon->hasSaid("Listener on port 4117 (tcp) ready!")) << daemon->output();
-}
-
-bool Machine::hasLogged(const std::string &text) const {
-  return eventually([&] { return read("/var/log/unified.log").find(text) != std::string::npos; });
 }
 
 }  // namespace system_tests

@@ -29,7 +29,6 @@ class Machine : public testing::Test {
   static void write(const std::string &path, const std::string &content, unsigned mode = 0644);
   [[nodiscard]] static std::string read(const std::string &path);
   [[nodiscard]] static bool isMarkerThere();
-  [[nodiscard]] bool isMarkerGone() const;
   // Puts a disk of its own under what a folder holds. Skips the test where that is not possible.
   void mountDisk(const std::string &folder, const char *options);
 
@@ -46,8 +45,6 @@ class Machine : public testing::Test {
   // Pairs this key's hash with a user.
   void pair(const std::string &hash);
   void pair(const crypto::PrivateKey &key);
-  // Puts a script in the listing tool's place.
-  void replaceListingTool(const std::string &script);
   // Starts the daemon and waits until it listens.
   void startDaemon();
   // What of the unified log, from its beginning, holds the text.

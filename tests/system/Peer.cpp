@@ -30,6 +30,14 @@ QuillMessage signRequest(const Bytes &data, const crypto::Identity &card) {
   return QuillMessage::initCommandMessageSignData(data, card.certificate.sha1(), SecretText());
 }
 
+QuillMessage insertionOf(const crypto::Identity &card) {
+  const auto text = support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
+  const protocol::CardElement element =
+      support::CertificateInfo{text, true, true, true, "key", std::nullopt};
+  return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+      protocol::makeCardList({&element, 1}));
+}
+
 Peer Peer::remote() {
   Error error;
   Peer peer{client::Connection::open(
@@ -94,16 +102,7 @@ bool Peer::authenticate(const crypto::Identity &as) {
 }
 
 bool Peer::insert(const crypto::Identity &card) {
-  const protocol::CardElement element = support::CertificateInfo{
-      support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false),
-      true,
-      true,
-      true,
-      "key",
-      std::nullopt};
-  return ask(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-                 protocol::makeCardList({&element, 1})))
-      .status;
+  return ask(insertionOf(card)).status;
 }
 
 }  // namespace system_tests

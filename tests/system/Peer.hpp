@@ -24,6 +24,9 @@ namespace system_tests {
 [[nodiscard]] QuillMessage signRequest(const Bytes &data,
                                        const crypto::Identity &card = otherRSAIdentity());
 
+// Inserts this card.
+[[nodiscard]] QuillMessage insertionOf(const crypto::Identity &card);
+
 // A connection to the daemon as a test uses it: asked for and answered in the test's own thread.
 class Peer {
  public:
