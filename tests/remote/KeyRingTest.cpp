@@ -11,10 +11,7 @@
 namespace remote {
 namespace {
 
-std::optional<SecretText> noPassword(const std::string & /*file*/, int /*attempt*/,
-                                     Error * /*error*/) {
-  return std::nullopt;
-}
+constexpr auto noPassword = [](const std::string &, int, Error *) { return std::nullopt; };
 
 TEST(KeyRing, DescribesItsKeysAsTheCardShowsThem) {
   const fakes::TemporaryFolder folder;

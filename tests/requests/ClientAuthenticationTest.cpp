@@ -30,10 +30,9 @@ class Authentication : public Requests {
     return ask(QuillMessage::initCommandMessageConnectWithCertificate(hashes), from);
   }
   bool authenticate(const Peer &from, const crypto::Identity &as, const Bytes &signedBytes) {
-    return ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-                   *as.key.signRawPKCS1(signedBytes), as.certificate.der()),
-               from)
-        .status;
+    const auto message = QuillMessage::initCommandMessageAuthenticateWithSignature(
+        *as.key.signRawPKCS1(signedBytes), as.certificate.der());
+    return ask(message, from).status;
   }
 };
 
