@@ -20,12 +20,10 @@ namespace {
 driver::UseResult nextUse;
 
 class AnsweredCard final : public fakes::FakeCard {
-  driver::UseResult sign(const driver::CardIdentity & /*identity*/, ByteView /*data*/,
-                         const SecretText & /*pin*/) override {
+  driver::UseResult sign(const driver::CardIdentity &, ByteView, const SecretText &) override {
     return nextUse;
   }
-  driver::UseResult decrypt(const driver::CardIdentity & /*identity*/, ByteView /*data*/,
-                            const SecretText & /*pin*/) override {
+  driver::UseResult decrypt(const driver::CardIdentity &, ByteView, const SecretText &) override {
     return nextUse;
   }
 };

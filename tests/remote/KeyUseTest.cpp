@@ -22,11 +22,10 @@ Bytes sha256Info() {
 
 // RFC 8017 9.2: 00 01 FF … 00 and the content.
 Bytes padded(const Bytes &content) {
-  Bytes block(kModulus, 0xFF);
-  block[0] = 0x00;
-  block[1] = 0x01;
-  block[kModulus - content.size() - 1] = 0x00;
-  std::ranges::copy(content, block.end() - static_cast<std::ptrdiff_t>(content.size()));
+  Bytes block{0x00, 0x01};
+  block.resize(kModulus - content.size() - 1, 0xFF);
+  block.push_back(0x00);
+  block.insert(block.end(), content.begin(), content.end());
   return block;
 }
 
