@@ -12,12 +12,9 @@
 #include <fstream>
 
 namespace load {
-namespace {
 
 using namespace std::chrono_literals;
 using system_tests::otherRSAIdentity;
-
-}  // namespace
 
 bool isFull() {
   const char *form = std::getenv("KEYFERRY_LOAD");

@@ -3,7 +3,7 @@
 #include <poll.h>
 
 #include <filesystem>
-#include <thread>
+#include <future>
 
 #include "load/LoadedMachine.hpp"
 #include "support/HexString.hpp"
@@ -12,10 +12,7 @@ namespace load {
 namespace {
 
 using namespace std::chrono_literals;
-using system_tests::ecIdentity;
-using system_tests::publicKeyHash;
 using system_tests::rsaIdentity;
-using system_tests::signRequest;
 
 using Pressure = LoadedMachine;
 
@@ -30,7 +27,7 @@ TEST_F(Pressure, ListsOfThoseWhoFailToAuthenticateAreNotKept) {
       EXPECT_TRUE(remote.ask(insertion).status);
       EXPECT_FALSE(remote
                        .ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-                           Bytes(256, 1), ecIdentity().certificate.der()))
+                           Bytes(256, 1), system_tests::ecIdentity().certificate.der()))
                        .status);
       EXPECT_TRUE(remote.isEnded());
     }
@@ -55,8 +52,8 @@ TEST_F(Pressure, HandshakesBegunWhileTheQueueIsBlockedSucceed) {
   startDaemon();
   Peer remote = Peer::remote();
   Peer local = Peer::local();
-  remote.send(
-      QuillMessage::initCommandMessageConnectWithCertificate({publicKeyHash(rsaIdentity().key)}));
+  remote.send(QuillMessage::initCommandMessageConnectWithCertificate(
+      {system_tests::publicKeyHash(rsaIdentity().key)}));
   // the tool has run once: from now on the queue is blocked
   ASSERT_TRUE(eventually([&] { return read("/var/ran") == "ran\n"; }));
   const Crowd crowd(client::kPublicPort, std::vector<Behaviour>(20));
@@ -73,13 +70,12 @@ TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
   int served = 0;
   int refused = 0;
   std::atomic<bool> isSent = false;
-  std::atomic<bool> isOver = false;
-  std::thread asking([&] {
+  const auto asking = std::async(std::launch::async, [&] {
     Peer asker = Peer::local();
     std::vector<UUID> sent;
     for (int number = 0; number < count; ++number) {
       const QuillMessage request =
-          signRequest(Bytes(1400 * 1000, 0x5A));  // nearly 2 MiB as a frame
+          system_tests::signRequest(Bytes(1400 * 1000, 0x5A));  // nearly 2 MiB as a frame
       sent.push_back(*request.messageID);
       asker.send(request);
       while (asker.connection->wantsWrite() && asker.connection->pump()) {
@@ -97,15 +93,14 @@ TEST_F(Pressure, RemoteThatReadsSlowlyIsNotDroppedForWhatAnAskerSends) {
       EXPECT_EQ(answer->signedData, answer->status ? Bytes{1} : Bytes{}) << "a readable refusal";
     }
     EXPECT_FALSE(asker.connection->take()) << "each has exactly one answer";
-    isOver = true;
   });
   EXPECT_TRUE(eventually([&] { return isSent.load(); })) << "who does not read holds up nobody";
-  while (!isOver && !remote.connection->end()) {
+  while (asking.wait_for(0s) != std::future_status::ready && !remote.connection->end()) {
     if (const auto request = remote.connection->receive(client::Patience::lasting(100ms))) {
       remote.answer(*request, Bytes{1});
     }
   }
-  asking.join();
+  asking.wait();
   std::printf("  %d large requests: %d served, %d refused\n", count, served, refused);
   EXPECT_FALSE(remote.connection->end()) << "the remote stays connected";
   EXPECT_EQ(served + refused, count);

@@ -108,17 +108,13 @@ class WithoutMemory : public fakes::LoggedTest {
     store.items = {{fakes::makeIdentity("Server", "server"), ""}};
     defaults.values["com.corvane.kfyd/ssl_certificate_common_name"] = std::string("Server");
     EXPECT_EQ(kIsLibraryIncluded, 1);
-    listener = listen(/*localOnly=*/false);
-    localListener = listen(/*localOnly=*/true);
+    listener = manager.createAndStartListenerWithName("127.0.0.1", "0", /*localOnly=*/false);
+    localListener = manager.createAndStartListenerWithName("127.0.0.1", "0", /*localOnly=*/true);
     thread = std::thread([this] { queue.run(); });
   }
   ~WithoutMemory() override {
     queue.post([this] { queue.stop(); });
     thread.join();
-  }
-
-  std::unique_ptr<platform::Listener> listen(bool localOnly) {
-    return manager.createAndStartListenerWithName("127.0.0.1", "0", localOnly);
   }
 
   // In the daemon's thread.
@@ -132,20 +128,20 @@ class WithoutMemory : public fakes::LoggedTest {
     isDone.get_future().wait();
   }
 
-  // Without listing and signature.
-  void trustRemotes() {
+  struct Peers {
+    std::unique_ptr<Connection> remote;
+    std::unique_ptr<Connection> local;
+  };
+  // Trusts remotes without listing and signature.
+  Peers dialBoth() {
+    Peers peers{dial(*listener), dial(*localListener)};
     there([this] {
       for (const auto &worker : manager.workers) {
         worker->isAuthenticated = !worker->isLocal;
       }
     });
+    return peers;
   }
-
-  struct Peers {
-    std::unique_ptr<Connection> remote;
-    std::unique_ptr<Connection> local;
-  };
-  Peers dialBoth() const { return {dial(*listener), dial(*localListener)}; }
 
   // Serves both while the n-th of the daemon's allocations fails; true if so many were asked for.
   // Whoever is still connected afterwards is served, and so are those who come then.
@@ -156,8 +152,7 @@ class WithoutMemory : public fakes::LoggedTest {
     work();
     bool hasFailed = false;
     there([&] {
-      hasFailed = remaining < 0;
-      remaining = -1;
+      hasFailed = std::exchange(remaining, -1) < 0;
       takeEntries();
     });
     for (const auto *connection : {&peers.remote, &peers.local}) {
@@ -180,9 +175,10 @@ class WithoutMemory : public fakes::LoggedTest {
     return isAnswered;
   }
   std::unique_ptr<Connection> dial(const platform::Listener &to) const {
-    return Connection::open("127.0.0.1", to.port(), [](const auto &) { return true; }, patience());
+    return Connection::open(
+        "127.0.0.1", to.port(), [](const auto &) { return true; },
+        client::Patience::lasting(std::chrono::seconds(3)));
   }
-  static client::Patience patience() { return client::Patience::lasting(std::chrono::seconds(3)); }
 
   fakes::FakeToolRunner tools;
   fakes::FakeAccounts accounts;
@@ -268,7 +264,6 @@ TEST_F(WithoutMemory, AClientReadsALongMessageWholeOrNotAtAll) {
   bool hasFailed = true;
   for (long number = 0; hasFailed; ++number) {
     const Peers peers = dialBoth();
-    trustRemotes();
     ASSERT_TRUE(peers.remote->send(insertionOf(card)) && isServed(*peers.remote));
     while (peers.remote->take()) {  // the answers so far
     }
@@ -312,7 +307,6 @@ TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {
   long number = 0;
   for (bool hasFailed = true; hasFailed; ++number) {
     Peers peers = dialBoth();
-    trustRemotes();
     hasFailed = surviveFailure(number, peers, [&] { exchange(peers); });
   }
   EXPECT_GT(number, 100);

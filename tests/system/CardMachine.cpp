@@ -15,7 +15,6 @@ std::string textUnder(const std::string &json, const std::string &key) {
 }  // namespace
 
 CardMachine::CardMachine() {
-  makeServerIdentity();
   write("/other-device/rsa.pem", fakes::pemOf(rsaIdentity()), 0600);
   write("/other-device/ec.pem", fakes::pemOf(ecIdentity()), 0600);
   pair(textUnder(succeed("kfy-remote", {"keys", "--json", "--home", at("/other-device/home")}),

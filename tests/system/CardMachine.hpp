@@ -10,7 +10,7 @@ namespace system_tests {
 
 // A machine whose daemon runs, and another device that holds an RSA and an EC key (rsaIdentity(),
 // ecIdentity()) and is paired with it.
-class CardMachine : public Machine {
+class CardMachine : public PairedMachine {
  public:
   CardMachine();
 

@@ -55,8 +55,7 @@ TEST_F(Start, WithoutAnIdentityEndsWithStatus255) {
             "kfy:error setting up listener. exiting.\n");
 }
 
-TEST_F(Start, WithABusyPortGoesOnWithTheOtherListener) {
-  makeServerIdentity();
+TEST_F(Daemon, WithABusyPortGoesOnWithTheOtherListener) {
   std::uint16_t port = client::kPublicPort;
   const base::Descriptor busy = fakes::boundToLoopback(port);
   ASSERT_EQ(listen(busy.get(), 1), 0);

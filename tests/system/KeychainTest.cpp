@@ -71,9 +71,8 @@ Items contentOf(const std::string &path) {
   };
   sqlite3 *database = nullptr;
   sqlite3_open(path.c_str(), &database);
-  char *complaint = nullptr;
-  sqlite3_exec(database, "PRAGMA integrity_check", collect, &items, &complaint);
-  EXPECT_EQ(items.erase("ok"), 1U) << (complaint == nullptr ? "" : complaint);
+  sqlite3_exec(database, "PRAGMA integrity_check", collect, &items, nullptr);
+  EXPECT_EQ(items.erase("ok"), 1U) << sqlite3_errmsg(database);
   sqlite3_exec(database,
                "SELECT account, substr(text, 1, 1) || trim(text, substr(text, 1, 1)) || ' ' || "
                "length(text) FROM"

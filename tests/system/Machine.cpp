@@ -36,18 +36,15 @@ Machine::Machine() {
 
 Machine::~Machine() {
   if (daemon) {
-    EXPECT_EQ(daemon->end(SIGTERM), 128 + SIGTERM) << daemon->output();
+    EXPECT_EQ(daemon->end(SIGTERM), 128 + SIGTERM);
   }
-  if (HasFailure() && daemon) {
-    std::fprintf(stderr, "unified log:\n%s\ndaemon:\n%s\n", read("/var/log/unified.log").c_str(),
-                 daemon->output().c_str());
-  }
+  EXPECT_FALSE(HasFailure()) << "unified log:\n"
+                             << read("/var/log/unified.log") << "daemon:\n"
+                             << (daemon ? daemon->output() : "");
   if (!disk_.empty()) {
     umount2(disk_.c_str(), MNT_DETACH);
   }
-  for (const auto &entry : fs::directory_iterator(base::root())) {
-    fs::remove_all(entry);
-  }
+  fs::remove_all(base::root());
 }
 
 std::string Machine::at(const std::string &path) {
@@ -102,11 +99,6 @@ std::string Machine::succeed(const std::string &program,
   return outcome.output;
 }
 
-void Machine::makeServerIdentity() {
-  succeed("kfyctl", {"identity", "create", "--common-name", "Test Machine"});
-  succeed("kfyctl", {"identity", "use", "Test Machine"});
-}
-
 void Machine::pair(const std::string &hash) {
   succeed("sc_auth", {"pair", "--user", "ann", "--hash", hash, "--replace"});
 }
@@ -120,7 +112,8 @@ bool Machine::hasLogged(const std::string &text) const {
 }
 
 PairedMachine::PairedMachine() {
-  makeServerIdentity();
+  succeed("kfyctl", {"identity", "create", "--common-name", "Test Machine"});
+  succeed("kfyctl", {"identity", "use", "Test Machine"});
   pair(rsaIdentity().key);
 }
 

@@ -40,8 +40,6 @@ class Machine : public testing::Test {
   std::unique_ptr<Process> start(const std::string &program,
                                  const std::vector<std::string> &arguments);
 
-  // Gives the daemon a TLS identity.
-  void makeServerIdentity();
   // Pairs this key's hash with a user.
   void pair(const std::string &hash);
   void pair(const crypto::PrivateKey &key);

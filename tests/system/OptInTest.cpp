@@ -17,8 +17,7 @@ class OptIn : public PairedMachine {
   // A local program without any key has a challenge signed as if it were to log in somewhere, and
   // asks for the password with it. The card's client signs whatever it is asked to, if it is.
   static bool isPasswordStolen(const crypto::Identity &card, bool isClientAsked) {
-    Peer client = Peer::remote();
-    EXPECT_TRUE(client.authenticate(rsaIdentity()) && client.insert(card));
+    Peer client = Peer::holder(card);
     Peer thief = Peer::remote();
     Peer program = Peer::local();
     program.send(signRequest(*thief.connect(rsaIdentity().key).challenge, card));
@@ -58,7 +57,6 @@ TEST_F(OptIn, StrangersAreSeenAndDropped) {
               AllOf(HasSubstr(": authenticated, 1 certificates"),
                     HasSubstr("limit unauthenticatedSeconds was reached, times: 1")));
   daemon->end(SIGTERM);
-  daemon.reset();
   const Outcome after = run("kfyctl", {"status", "--json"});
   EXPECT_EQ(after.status, 3);
   EXPECT_THAT(after.output, AllOf(HasSubstr("stale: told by process"),

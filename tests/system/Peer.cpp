@@ -54,9 +54,9 @@ Peer Peer::local() {
   return peer;
 }
 
-Peer Peer::holder() {
+Peer Peer::holder(const crypto::Identity &card) {
   Peer peer = remote();
-  EXPECT_TRUE(peer.authenticate(rsaIdentity()) && peer.insert(otherRSAIdentity()));
+  EXPECT_TRUE(peer.authenticate(rsaIdentity()) && peer.insert(card));
   return peer;
 }
 

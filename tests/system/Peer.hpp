@@ -33,8 +33,8 @@ class Peer {
   // Connects; fails the test if that is not possible.
   static Peer remote();
   static Peer local();
-  // A remote client that authenticates as rsaIdentity() and whose card is otherRSAIdentity()'s.
-  static Peer holder();
+  // A remote client that authenticates as rsaIdentity() and inserts this card.
+  static Peer holder(const crypto::Identity &card = otherRSAIdentity());
 
   QuillMessage ask(const QuillMessage &request);
   void send(const QuillMessage &message);

@@ -35,9 +35,7 @@ Process::Process(const std::string &program, const std::vector<std::string> &arg
 }
 
 Process::~Process() {
-  if (isRunning_) {
-    end(SIGKILL);
-  }
+  end(SIGKILL);
 }
 
 std::string Process::output() const {

@@ -2,7 +2,6 @@
 // and tools, on the root's own account files.
 
 #include <crypt.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -19,9 +18,7 @@ class ScreenSharing : public PairedMachine {
  public:
   QuillMessage create() {
     startDaemon();
-    Peer remote = Peer::remote();
-    EXPECT_TRUE(remote.authenticate(rsaIdentity()));
-    return remote.ask(QuillMessage::initCommandMessageCreateEphemeralUser("anybody"));
+    return Peer::holder().ask(QuillMessage::initCommandMessageCreateEphemeralUser("anybody"));
   }
 
   // True if the password is that of the account's shadow entry.
@@ -68,9 +65,7 @@ TEST_F(ScreenSharing, AccountThatIsNotThereIsFoundAtTheNextLookUp) {
   write("/etc/passwd", "root:x:0:0::/root:/bin/sh\nno account at all\n");
   expectRefusal(kNoUser);
   write("/etc/passwd", accounts);
-  Peer remote = Peer::remote();
-  EXPECT_TRUE(remote.authenticate(rsaIdentity()));
-  EXPECT_TRUE(remote.ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status);
+  EXPECT_TRUE(Peer::holder().ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status);
 }
 
 TEST_F(ScreenSharing, TwoAccountsOfOneNameAreNone) {
@@ -96,11 +91,7 @@ class FullDisk : public ScreenSharing {
 };
 
 TEST_F(FullDisk, LosesNoPassword) {
-  const int filler = open(at("/etc/filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  const std::string piece(512, 'x');
-  while (::write(filler, piece.data(), piece.size()) > 0) {
-  }
-  close(filler);
+  write("/etc/filler", std::string(64 * 1024, 'x'));
   expectRefusal(kNotSet);
 }
 
