@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
 
@@ -17,9 +18,9 @@ using namespace std::chrono_literals;
 
 class Flood : public LoadedMachine {
  public:
-  // A round: a crowd that makes noise, once before its handshakes and once after them, among others
-  // that stand still, and a signer. Returns the daemon's memory when all but the holder have left.
-  std::size_t hold(std::size_t base) {
+  // Two equal rounds: a crowd that makes noise, once before its handshakes and once after them,
+  // among others that stand still, and a signer.
+  void holdTwice() {
     // the beginning of a ClientHello of 512 bytes (RFC 8446 4.1.2 and 5.1), and then nothing
     const Behaviour stopsInItsHandshake{.says = {{22, 3, 1, 2, 0, 1, 0, 1, 0xFC, 3, 3, 0x5A}},
                                         .shakesHands = false};
@@ -35,30 +36,28 @@ class Flood : public LoadedMachine {
     const Behaviour neverReadsItsAnswers{.says = {Bytes(question.begin(), question.end())},
                                          .isEndless = true};
     const std::size_t share = isFull() ? 1 : 10;
-    std::vector<double> times;
-    for (const Behaviour &noise : {garbageForAHandshake, garbageForMessages}) {
-      std::vector<Behaviour> members(50 / share, neverReadsItsAnswers);
-      members.insert(members.end(), 400 / share, noise);
-      members.insert(members.end(), 500 / share, stopsInItsHandshake);
-      const Crowd crowd(client::kPublicPort, std::move(members));
-      const std::vector<double> some = sign(isFull() ? 10s : 500ms);
-      times.insert(times.end(), some.begin(), some.end());
-      std::printf("  %zu handshakes, %zu ends, %zu pieces of the crowd\n", crowd.established(),
-                  crowd.ended(), crowd.said());
-    }
-    std::printf("  %zu signatures, p50 %.2f ms, p99 %.2f ms (wanted: below 50)\n", times.size(),
-                percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3);
-    expectDescriptors(base);
-    return residentKiB();
-  }
-
-  // Two equal rounds.
-  void holdTwice() {
     const Holder holder(/*signs=*/true);
     sign(100ms);  // by now it has opened what it opens once
     const std::size_t base = descriptors();
-    const std::size_t first = hold(base);
-    compareMemory(first, hold(base));
+    std::array<std::size_t, 2> memory{};
+    for (std::size_t &held : memory) {
+      std::vector<double> times;
+      for (const Behaviour &noise : {garbageForAHandshake, garbageForMessages}) {
+        std::vector<Behaviour> members(50 / share, neverReadsItsAnswers);
+        members.insert(members.end(), 400 / share, noise);
+        members.insert(members.end(), 500 / share, stopsInItsHandshake);
+        const Crowd crowd(client::kPublicPort, std::move(members));
+        const std::vector<double> some = sign(isFull() ? 10s : 500ms);
+        times.insert(times.end(), some.begin(), some.end());
+        std::printf("  %zu handshakes, %zu ends, %zu pieces of the crowd\n", crowd.established(),
+                    crowd.ended(), crowd.said());
+      }
+      std::printf("  %zu signatures, p50 %.2f ms, p99 %.2f ms (wanted: below 50)\n", times.size(),
+                  percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3);
+      expectDescriptors(base);
+      held = residentKiB();
+    }
+    compareMemory(memory[0], memory[1]);
     EXPECT_TRUE(Peer::local().ask(QuillMessage::initCommandMessageGetCertificates()).status);
   }
 };

@@ -110,11 +110,10 @@ class WithoutMemory : public fakes::LoggedTest {
     EXPECT_EQ(kIsLibraryIncluded, 1);
     listener = manager.createAndStartListenerWithName("127.0.0.1", "0", /*localOnly=*/false);
     localListener = manager.createAndStartListenerWithName("127.0.0.1", "0", /*localOnly=*/true);
-    thread = std::thread([this] { queue.run(); });
-  }
-  ~WithoutMemory() override {
-    queue.post([this] { queue.stop(); });
-    thread.join();
+    thread = std::jthread([this](const std::stop_token &stop) {
+      const std::stop_callback end(stop, [this] { queue.post([this] { queue.stop(); }); });
+      queue.run();
+    });
   }
 
   // In the daemon's thread.
@@ -190,7 +189,7 @@ class WithoutMemory : public fakes::LoggedTest {
   QuillNetworkManager manager;
   std::unique_ptr<platform::Listener> listener;
   std::unique_ptr<platform::Listener> localListener;
-  std::thread thread;
+  std::jthread thread;
 };
 
 // Does the work while the n-th of its allocations fails; true if it asks for so many.

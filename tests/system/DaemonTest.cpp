@@ -19,9 +19,8 @@ TEST_F(Daemon, CarriesFramesOfEverySize) {
   const std::size_t empty = protocol::frameOf(signRequest({})).size();
   // A frame's length grows with the PIN by one each; each crosses the relay in both directions,
   // alone and with another one right behind it.
-  for (const std::size_t length : {std::size_t{1000}, std::size_t{16383}, std::size_t{16384},
-                                   std::size_t{16385}, std::size_t{16390}, std::size_t{16393},
-                                   std::size_t{32768}, std::size_t{32769}, std::size_t{1} << 20}) {
+  for (const std::size_t length :
+       std::vector<std::size_t>{1000, 16383, 16384, 16385, 16390, 16393, 32768, 32769, 1 << 20}) {
     QuillMessage request = signRequest({});
     request.PIN = SecretText(std::string(length - empty, '7'));
     ASSERT_EQ(protocol::frameOf(request).size(), length);
