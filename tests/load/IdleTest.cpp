@@ -55,7 +55,9 @@ TEST_F(LoadedMachine, IdleConnectionsCostARelayNothing) {
                      percentile(times, 0.5));
   };
   measure();  // not counted: all memory is got once
-  for (int round = 0; round < (isFull() ? 3 : 1); ++round) {
+  std::vector<double> processor;
+  std::vector<double> p50;
+  for (int round = 0; round < (isFull() ? 5 : 1); ++round) {
     const auto [alone, p50Alone] = measure();
     const std::size_t base = descriptors();
     {
@@ -63,13 +65,15 @@ TEST_F(LoadedMachine, IdleConnectionsCostARelayNothing) {
       ASSERT_TRUE(eventually([&] { return crowd.established() == count; })) << crowd.established();
       const auto [among, p50Among] = measure();
       EXPECT_EQ(crowd.ended(), 0U);
-      std::printf(
-          "  a relay alone: %.1f µs of kfyd, p50 %.1f µs; among %zu idle: %.1f, %.1f; ratio "
-          "(wanted: at most 1.05): %.3f, %.3f\n",
-          alone, p50Alone, count, among, p50Among, among / alone, p50Among / p50Alone);
+      processor.push_back(among / alone);
+      p50.push_back(p50Among / p50Alone);
+      std::printf("  a relay alone: %.1f µs of kfyd, p50 %.1f µs; among %zu idle: %.1f, %.1f\n",
+                  alone, p50Alone, count, among, p50Among);
     }
     expectDescriptors(base);
   }
+  std::printf("  ratio, median of the rounds (wanted: at most 1.05): %.3f, p50 %.3f\n",
+              percentile(processor, 0.5), percentile(p50, 0.5));
 }
 
 }  // namespace
