@@ -1,6 +1,5 @@
 #include "daemon/StateFile.hpp"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "base/Files.hpp"
+#include "base/FolderForAll.hpp"
 #include "base/Root.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "support/CVNLog.hpp"
@@ -78,12 +78,6 @@ std::size_t putConnections(JSONWriter &writer, const std::vector<QuillWorker::Sh
   return count;
 }
 
-// Everybody may see that the folder is there, whatever the umask says; the file is for root alone.
-bool makeFolder(const std::string &folder, Error *error) {
-  return base::fileExists(folder) ||
-         (base::makeFolders(folder, 0755, error) && ::chmod(folder.c_str(), 0755) == 0);
-}
-
 }  // namespace
 
 StateFile::StateFile(platform::MainQueue &queue, const RequestProcessor &processor)
@@ -126,7 +120,7 @@ void StateFile::write() {
   written_ = std::move(now);
   const std::string path = base::rooted(kStatePath);
   Error error;
-  const bool isWritten = makeFolder(path.substr(0, path.rfind('/')), &error) &&
+  const bool isWritten = base::makeFolderForAll(path.substr(0, path.rfind('/')), &error) &&
                          base::replacePassingFile(path, written_, 0600, &error);
   if (!isWritten && !hasFailed_) {
     CVNLog("state for kfyctl is not written: %s", error.description);
