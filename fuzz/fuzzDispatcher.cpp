@@ -97,6 +97,12 @@ class Row {
       last_ = message;
       next(from, message);
     };
+    // with it goes what waited between two that have no connection any more
+    std::erase_if(waiting_, [](const auto &entry) {
+      const auto &[requester, holder] = entry.second;
+      return !requester->g_inbound_connection && !holder->g_inbound_connection;
+    });
+    expect(waiting_.size() == manager_.pendingMessages.size());
     expect(std::ranges::all_of(manager_.workers, [&](const auto &worker) {
       return worker->g_inbound_connection || manager_.pendingMessages.name(worker);
     }));
