@@ -1,5 +1,7 @@
 #include "daemon/NetworkLimits.hpp"
 
+#include <algorithm>
+
 #include "support/Settings.hpp"
 
 namespace kfyd {
@@ -22,11 +24,14 @@ platform::ListenerLimits listenerLimits(platform::UserDefaults &defaults, bool i
   limits.handshakeTime =
       std::chrono::seconds(support::valueOf(support::kHandshakeSeconds, defaults));
   limits.handshakes = limitOf(support::kMaxHandshakes, defaults);
-  limits.handshakesPerSource = limitOf(support::kMaxHandshakesPerAddress, defaults);
   if (isLoopback) {
+    // Half for one user: a crowd of his keeps no other user's program out.
+    limits.handshakesPerSource = limits.handshakes;
+    limits.handshakesPerSource.most = std::max<std::uint64_t>(limits.handshakes.most / 2, 1);
     limits.connections = limitOf(support::kMaxLocalConnections, defaults);
     limits.connectionsPerSource = limitOf(support::kMaxLocalConnectionsPerUser, defaults);
   } else {
+    limits.handshakesPerSource = limitOf(support::kMaxHandshakesPerAddress, defaults);
     limits.connections = limitOf(support::kMaxPublicConnections, defaults);
     limits.connectionsPerSource = limitOf(support::kMaxConnectionsPerAddress, defaults);
   }

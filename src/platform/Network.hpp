@@ -91,6 +91,10 @@ class Connection {
   // lost.
   virtual void holds(std::size_t frameBytes, std::size_t otherBytes) = 0;
 
+  // Whether the peer has proved who it is. A connection of a public listener begins as one that has
+  // not: all of these together get at most half of the loop's time.
+  virtual void setAuthenticated(bool isAuthenticated) = 0;
+
   // The owner could do nothing with a chunk or a frame. After a hundred of those within a second
   // nothing is read from this peer for 100 ms.
   virtual void rejected() = 0;
@@ -110,7 +114,7 @@ enum class ListenerState { waiting, ready, failed, cancelled };
 struct ListenerLimits {
   std::chrono::milliseconds handshakeTime{0};  // while the loop runs; blocked time is not counted
   Limit handshakes;                            // unfinished ones
-  Limit handshakesPerSource;                   // of a public listener
+  Limit handshakesPerSource;                   // of a loopback listener: per user, root left out
   Limit connections;                           // established ones
   Limit connectionsPerSource;                  // of a loopback listener: per user, root left out
   std::optional<std::vector<std::uint32_t>> users;  // who may use a loopback listener beside root;
@@ -160,6 +164,10 @@ class Network {
   // A listener that has not started yet.
   [[nodiscard]] virtual std::unique_ptr<Listener> createListener(
       const ListenerParameters &parameters) = 0;
+
+  // Which program of this machine listens on a TCP port, for people: "NAME (process NUMBER)".
+  // Nothing if that can't be told.
+  [[nodiscard]] virtual std::optional<std::string> ownerOfPort(std::uint16_t port) = 0;
 };
 
 }  // namespace platform

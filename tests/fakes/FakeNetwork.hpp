@@ -24,6 +24,7 @@ class FakeConnection : public platform::Connection {
   void cancel() override { isCancelled = true; }
   [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
   void holds(std::size_t /*frameBytes*/, std::size_t /*otherBytes*/) override {}
+  void setAuthenticated(bool /*isAuthenticated*/) override {}
   void rejected() override {}
 
   // One chunk from the peer, or the end of its stream.
@@ -98,6 +99,11 @@ class FakeNetwork : public platform::Network {
     return listener;
   }
 
+  [[nodiscard]] std::optional<std::string> ownerOfPort(std::uint16_t /*port*/) override {
+    return owner;
+  }
+
+  std::optional<std::string> owner;
   std::vector<platform::ListenerParameters> asked;
   std::vector<FakeListener *> listeners;
 };

@@ -2,11 +2,13 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <bit>
+#include <utility>
 
 namespace load {
 namespace {
@@ -33,7 +35,8 @@ constexpr int kLookMilliseconds = 500;
 
 }  // namespace
 
-Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members) : port_(port) {
+Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members, uid_t user)
+    : port_(port), user_(user) {
   for (Behaviour &behaviour : members) {
     members_.push_back({std::move(behaviour), ownHost(members_.size())});
   }
@@ -42,6 +45,7 @@ Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members) : port_(port) {
 
 void Crowd::run(const std::stop_token &stop) {
   ::setpriority(PRIO_PROCESS, 0, kNiceness);  // of this thread alone
+  ::setfsuid(user_);                          // likewise; whose the sockets are
   for (Member &member : members_) {
     dial(member);
   }
@@ -81,6 +85,7 @@ void Crowd::dial(Member &member) {
   member.channel = std::make_unique<crypto::TlsChannel>(context_, crypto::TlsChannel::Role::client,
                                                         member.socket.get());
   member.isEstablished = false;
+  member.isAnswered = true;
   member.next = 0;
 }
 
@@ -94,8 +99,14 @@ Crowd::Result Crowd::step(Member &member) {
   }
   std::array<std::uint8_t, crypto::kTlsRecordBytes> dropped;
   std::size_t length = 0;
-  while (result == Result::done && member.isEstablished && !member.behaviour.isEndless) {
+  const bool reads = !member.behaviour.isEndless || member.behaviour.readsAnswers;
+  while (result == Result::done && member.isEstablished && reads) {
     result = member.channel->readRecord(dropped, length);
+    // an answer's last record ends so
+    if (result == Result::done &&
+        base::textOf(ByteView(dropped).first(length)).ends_with("[ENDDATA]")) {
+      member.isAnswered = true;
+    }
   }
   if (member.isEstablished && result == Result::wantsRead) {
     result = Result::done;  // it has read all, and speaks
@@ -108,11 +119,14 @@ Crowd::Result Crowd::step(Member &member) {
 
 // Sends what the socket takes of the piece before, and then begins with the next one.
 Crowd::Result Crowd::say(Member &member) {
-  const auto &[says, isEndless, shakesHands] = member.behaviour;
+  const auto &[says, isEndless, readsAnswers, shakesHands] = member.behaviour;
   crypto::TlsChannel &channel = *member.channel;
   const Result flushed = channel.flush();
   if (flushed != Result::done) {
     return flushed;
+  }
+  if (readsAnswers && !std::exchange(member.isAnswered, false)) {
+    return Result::wantsRead;
   }
   if (member.next >= says.size()) {
     if (member.next++ != says.size() || says.empty() || !shakesHands) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <poll.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <cstddef>
@@ -21,14 +22,15 @@ struct Behaviour {
   // As fast as it can, again and again, reading nothing, and coming back when it is thrown out.
   // Otherwise it reads, and says goodbye after its last piece; who has nothing to say stays.
   bool isEndless = false;
-  bool shakesHands = true;  // otherwise the pieces are sent in the clear, and it stays
+  bool readsAnswers = false;  // although it is endless: it then says one piece for each answer
+  bool shakesHands = true;    // otherwise the pieces are sent in the clear, and it stays
 };
 
-// Many clients in one thread. Each has a loopback address of its own, so that no bound per address
-// keeps them out. Gone, with all connections, with the object.
+// Many clients of one user in one thread. Each has a loopback address of its own, so that no bound
+// per address keeps them out. Gone, with all connections, with the object.
 class Crowd {
  public:
-  Crowd(std::uint16_t port, std::vector<Behaviour> members);
+  Crowd(std::uint16_t port, std::vector<Behaviour> members, uid_t user = 0);
 
   // Handshakes and ends of its members so far, and pieces that they have said.
   [[nodiscard]] std::size_t established() const { return established_; }
@@ -43,6 +45,7 @@ class Crowd {
     std::unique_ptr<crypto::TlsChannel> channel{};
     short awaited = POLLOUT;
     bool isEstablished = false;
+    bool isAnswered = true;
     std::size_t next = 0;  // piece
   };
   using Result = crypto::TlsChannel::Result;
@@ -53,6 +56,7 @@ class Crowd {
   [[nodiscard]] Result say(Member &member);
 
   std::uint16_t port_;
+  uid_t user_;
   crypto::TlsContext context_ = crypto::TlsContext::client().value();
   std::vector<Member> members_;
   std::atomic<std::size_t> established_ = 0;

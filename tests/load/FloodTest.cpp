@@ -67,6 +67,38 @@ TEST_F(Flood, StopsNoSigning) {
   holdTwice();
 }
 
+// Connections that are only made, on both ports, those of this machine by another user.
+TEST_F(Flood, OfConnectionsKeepsNoNewcomerWaiting) {
+  constexpr uid_t kNobody = 65534;
+  startDaemon();
+  const Holder holder(/*signs=*/true);
+  sign(100ms);
+  const std::size_t base = descriptors();
+  const std::size_t memory = residentKiB();
+  const std::vector<Behaviour> members(isFull() ? 1000 : 100);
+  std::vector<double> times;
+  for (int round = 0; round < (isFull() ? 10 : 1); ++round) {
+    const Crowd far(client::kPublicPort, members);
+    const Crowd near(client::kLoopbackPort, members, kNobody);
+    const auto end = std::chrono::steady_clock::now() + (isFull() ? 1s : 200ms);
+    while (std::chrono::steady_clock::now() < end) {
+      const auto start = std::chrono::steady_clock::now();
+      EXPECT_TRUE(Peer::local().ask(system_tests::signRequest(Bytes(32))).status);
+      times.push_back(
+          std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+              .count());
+    }
+    EXPECT_TRUE(eventually([&] { return near.established() + near.ended() >= members.size(); }));
+  }
+  expectDescriptors(base);
+  std::printf("  %zu newcomers, p50 %.0f ms, p99 %.0f ms (wanted: at most 500)\n", times.size(),
+              percentile(times, 0.5), percentile(times, 0.99));
+#ifndef __SANITIZE_ADDRESS__  // which keeps what was given back for a while
+  EXPECT_TRUE(eventually([&] { return residentKiB() < memory + 16 * 1024; })) << residentKiB();
+#endif
+  std::printf("  memory: %zu KiB, afterwards %zu KiB\n", memory, residentKiB());
+}
+
 TEST_F(Flood, StopsNoSigningWhileNobodyReadsWhatIsLogged) {
   // the machine's journal in a mount namespace of its own, whose /run is the one of this root
   std::filesystem::remove(at("/run/systemd/journal/socket"));

@@ -40,10 +40,15 @@ std::optional<Limit> Entrance::refuses(const Guest &guest, const ListenerLimits 
   if (isLoopback_ && limits.users && !isAmong(*limits.users, guest.user)) {
     return Limit{limits.users->size(), "localUsers"};
   }
+  return std::nullopt;
+}
+
+std::optional<Limit> Entrance::isSourceFull(const Guest &guest,
+                                            const ListenerLimits &limits) const {
   if (guest.source.empty()) {
     return std::nullopt;
   }
-  if (!isLoopback_ && handshakes_.of(guest.source) >= limits.handshakesPerSource.most) {
+  if (handshakes_.of(guest.source) >= limits.handshakesPerSource.most) {
     return limits.handshakesPerSource;
   }
   if (connections_.of(guest.source) >= limits.connectionsPerSource.most) {

@@ -27,8 +27,12 @@ class Entrance {
 
   [[nodiscard]] Guest guestAt(const boost::asio::ip::tcp::socket &socket) const;
 
-  // The limit for which this guest can't come in.
+  // The limit for which this guest can't come in, whatever handshakes end.
   [[nodiscard]] std::optional<platform::Limit> refuses(
+      const Guest &guest, const platform::ListenerLimits &limits) const;
+
+  // The limit for which this guest can't come in as long as no handshake of its source ends.
+  [[nodiscard]] std::optional<platform::Limit> isSourceFull(
       const Guest &guest, const platform::ListenerLimits &limits) const;
 
   // The limit for which nobody can come in as long as no handshake ends.

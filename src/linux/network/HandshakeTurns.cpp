@@ -3,11 +3,6 @@
 #include "linux/network/TlsHandshake.hpp"
 
 namespace platform_linux {
-namespace {
-
-constexpr int kStepsPerTurn = 2;
-
-}  // namespace
 
 void HandshakeTurns::add(const std::shared_ptr<TlsHandshake> &handshake) {
   waiting_.push_back(handshake);
@@ -23,12 +18,12 @@ void HandshakeTurns::post() {
 
 void HandshakeTurns::turn() {
   isPosted_ = false;
-  for (int step = 0; step < kStepsPerTurn && !waiting_.empty();) {
+  while (!waiting_.empty()) {
     const auto handshake = waiting_.front().lock();
     waiting_.pop_front();
     if (handshake) {
       handshake->step();
-      ++step;
+      break;
     }
   }
   if (!waiting_.empty() && !isPosted_) {

@@ -4,9 +4,10 @@
 
 #include "base/Secret.hpp"
 #include "linux/network/AsioMainQueue.hpp"
-#include "linux/network/HandshakeTurns.hpp"
+#include "linux/network/HeapTrim.hpp"
 #include "linux/network/Ledger.hpp"
 #include "linux/network/StallWatch.hpp"
+#include "linux/network/UnauthenticatedTurns.hpp"
 
 namespace platform_linux {
 
@@ -14,9 +15,10 @@ namespace platform_linux {
 struct TlsCommons {
   AsioMainQueue &queue;
   CleansedBytes buffer;  // for one chunk at a time
-  std::shared_ptr<HandshakeTurns> handshakes;
+  std::shared_ptr<UnauthenticatedTurns> unauthenticated;
   std::shared_ptr<Ledger> ledger;
   std::shared_ptr<StallWatch> stalls;
+  std::shared_ptr<HeapTrim> heap;
   platform::LimitReporter reporter;
 };
 

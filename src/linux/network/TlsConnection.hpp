@@ -30,6 +30,7 @@ class TlsConnection final : public platform::Connection {
   void holds(std::size_t frameBytes, std::size_t otherBytes) override {
     link_->holds(frameBytes, otherBytes);
   }
+  void setAuthenticated(bool isAuthenticated) override { link_->setAuthenticated(isAuthenticated); }
   void rejected() override { link_->rejected(); }
 
  private:

@@ -51,10 +51,16 @@ void TlsLink::turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)())
 }
 
 void TlsLink::take(void (TlsLink::*turn)()) {
+  const bool isCharged = !isAuthenticated_;
+  const auto began =
+      isCharged ? std::chrono::steady_clock::now() : std::chrono::steady_clock::time_point();
   try {
     (this->*turn)();
   } catch (const std::bad_alloc &) {
     lose(ENOMEM);
+  }
+  if (isCharged) {
+    commons_->unauthenticated->charge(std::chrono::steady_clock::now() - began);
   }
 }
 
@@ -147,6 +153,13 @@ void TlsLink::scheduleRead() {
 }
 
 void TlsLink::readTurn() {
+  if (isAuthenticated_ || !mayRead()) {
+    return read();
+  }
+  commons_->unauthenticated->add(weak_from_this());
+}
+
+void TlsLink::read() {
   isReadScheduled_ = false;
   if (!mayRead()) {  // whatever ends that schedules it anew
     return;

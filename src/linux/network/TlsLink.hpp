@@ -24,6 +24,9 @@ namespace platform_linux {
 class TlsLink : public std::enable_shared_from_this<TlsLink> {
  public:
   TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream);
+  ~TlsLink() { commons_->heap->connectionGone(); }
+  TlsLink(const TlsLink &) = delete;
+  TlsLink &operator=(const TlsLink &) = delete;
 
   [[nodiscard]] const platform::Endpoint &peer() const { return stream_.peer; }
 
@@ -37,7 +40,11 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void holds(std::size_t frameBytes, std::size_t otherBytes) {
     account_.holds(frameBytes, otherBytes);
   }
+  void setAuthenticated(bool isAuthenticated) { isAuthenticated_ = isAuthenticated; }
   void rejected();
+
+  // Reads a chunk, if one may still be read. For UnauthenticatedTurns.
+  void readInTurn() { take(&TlsLink::read); }
 
   // The last reference to the connection was dropped.
   void release();
@@ -63,6 +70,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   [[nodiscard]] bool mayRead() const;
   void scheduleRead();
   void readTurn();
+  void read();
   void readAgain();
   void deliver(ByteView chunk);
   void peerEnded();
@@ -89,6 +97,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   platform::Connection::ReceiveCompletion receive_;
   Rejections rejections_;
   Acknowledgements acknowledgements_;
+  bool isAuthenticated_ = false;
   bool isStarted_ = false;  // `ready` was told; before that nothing is read
   bool isReadScheduled_ = false;
   bool isReadingPaused_ = false;

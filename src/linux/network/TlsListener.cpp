@@ -22,8 +22,8 @@ constexpr int kAcceptancesPerTurn = 4;
 // How long accepting rests when the process has no descriptor or no memory left.
 constexpr std::chrono::milliseconds kRest{100};
 
-// A handshake that is younger than this makes room for nobody: it may well be an honest one.
-constexpr std::chrono::seconds kHonestHandshake{1};
+// Younger handshakes are never evicted: they may be legitimate.
+constexpr std::chrono::seconds kLeastAgeToEvict{1};
 
 std::uint16_t portFrom(const std::string &text) {
   std::uint16_t port = 0;
@@ -38,6 +38,7 @@ TlsListener::TlsListener(std::shared_ptr<TlsCommons> commons,
     : commons_(std::move(commons)),
       parameters_(parameters),
       entrance_(parameters.isLoopback),
+      turns_(std::make_shared<HandshakeTurns>(commons_->queue)),
       acceptor_(commons_->queue.context()),
       retry_(commons_->queue.context()),
       port_(portFrom(parameters.port)),
@@ -152,39 +153,53 @@ void TlsListener::rest() {
 void TlsListener::letIn(tcp::socket socket) {
   const platform::ListenerLimits limits = parameters_.limits();
   const Guest guest = entrance_.guestAt(socket);
-  if (const auto limit = refuses(guest, limits)) {
+  if (const auto limit = makeRoomFor(guest, limits)) {
     return commons_->reporter({*limit, guest.name + " refused"});
   }
   prepareAccepted(socket, parameters_);
   shakeHands(std::move(socket), guest, limits.handshakeTime);
 }
 
-std::optional<platform::Limit> TlsListener::refuses(const Guest &guest,
-                                                    const platform::ListenerLimits &limits) {
+// Where the places are taken, those of its source or all, the oldest unfinished handshake there has
+// to go. Returns the limit for which the guest can't come in all the same.
+std::optional<platform::Limit> TlsListener::makeRoomFor(const Guest &guest,
+                                                        const platform::ListenerLimits &limits) {
   if (const auto limit = entrance_.refuses(guest, limits)) {
     return limit;
   }
-  const auto limit = entrance_.isFull(limits);
-  return limit && abandonOldest(*limit) ? entrance_.isFull(limits) : limit;
+  const auto isOfSource = [&guest](const Unfinished &each) { return each.source == guest.source; };
+  const auto ofSource = entrance_.isSourceFull(guest, limits);
+  if (ofSource && !(evictOldest(*ofSource, isOfSource) && !entrance_.isSourceFull(guest, limits))) {
+    return ofSource;
+  }
+  const auto isAny = [](const Unfinished &) { return true; };
+  const auto ofAll = entrance_.isFull(limits);
+  if (ofAll && !(evictOldest(*ofAll, isAny) && !entrance_.isFull(limits))) {
+    return ofAll;
+  }
+  return std::nullopt;
 }
 
-bool TlsListener::abandonOldest(const platform::Limit &limit) {
-  if (unfinished_.empty() || unfinished_.front().handshake->age() <= kHonestHandshake) {
+// False if there is none of the pool, or the oldest is too young.
+bool TlsListener::evictOldest(const platform::Limit &limit,
+                              const std::function<bool(const Unfinished &)> &isOfPool) {
+  const auto oldest = std::ranges::find_if(unfinished_, isOfPool);
+  if (oldest == unfinished_.end() || oldest->handshake->age() <= kLeastAgeToEvict) {
     return false;
   }
-  TlsHandshake &oldest = *unfinished_.front().handshake;
-  commons_->reporter({limit, "handshake of " + oldest.peer().host + " abandoned"});
-  oldest.abandon();
-  unfinished_.pop_front();
+  commons_->reporter({limit, "handshake of " + oldest->handshake->peer().host + " abandoned"});
+  oldest->handshake->abandon();
+  unfinished_.erase(oldest);
+  commons_->heap->connectionGone();
   return true;
 }
 
 void TlsListener::shakeHands(tcp::socket socket, const Guest &guest,
                              std::chrono::milliseconds time) {
   const auto handshake =
-      std::make_shared<TlsHandshake>(commons_->queue, commons_->handshakes, std::move(socket),
-                                     *context_, guest.peer, entrance_.takeConnection(guest));
-  unfinished_.push_back({handshake, entrance_.takeHandshake(guest)});
+      std::make_shared<TlsHandshake>(commons_->queue, turns_, std::move(socket), *context_,
+                                     guest.peer, entrance_.takeConnection(guest));
+  unfinished_.push_back({handshake, guest.source, entrance_.takeHandshake(guest)});
   try {
     handshake->begin(time, [self = self_, weak = std::weak_ptr(handshake)](int error) {
       const auto finished = weak.lock();
@@ -202,14 +217,16 @@ void TlsListener::shakeHands(tcp::socket socket, const Guest &guest,
 void TlsListener::handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber) {
   unfinished_.remove_if([&](const Unfinished &each) { return each.handshake == handshake; });
   if (errorNumber != 0) {
+    commons_->heap->connectionGone();
     if (failedHandshakeHandler_) {
       failedHandshakeHandler_(handshake->peer(), errorNumber);
     }
     return;
   }
   if (connectionHandler_) {
-    connectionHandler_(std::make_shared<TlsConnection>(
-        std::make_shared<TlsLink>(commons_, handshake->takeStream())));
+    auto link = std::make_shared<TlsLink>(commons_, handshake->takeStream());
+    link->setAuthenticated(parameters_.isLoopback);
+    connectionHandler_(std::make_shared<TlsConnection>(std::move(link)));
   }
 }
 

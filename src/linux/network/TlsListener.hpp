@@ -3,9 +3,11 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "crypto/TlsChannel.hpp"
 #include "linux/network/Entrance.hpp"
@@ -32,6 +34,7 @@ class TlsListener final : public platform::Listener {
  private:
   struct Unfinished {
     std::shared_ptr<TlsHandshake> handshake;
+    std::string source;  // as the entrance counts it
     Place place;
   };
 
@@ -43,9 +46,10 @@ class TlsListener final : public platform::Listener {
   void pauseAccepting(const platform::Limit &descriptors);
   void rest();
   void letIn(boost::asio::ip::tcp::socket socket);
-  [[nodiscard]] std::optional<platform::Limit> refuses(const Guest &guest,
-                                                       const platform::ListenerLimits &limits);
-  [[nodiscard]] bool abandonOldest(const platform::Limit &limit);
+  [[nodiscard]] std::optional<platform::Limit> makeRoomFor(const Guest &guest,
+                                                           const platform::ListenerLimits &limits);
+  [[nodiscard]] bool evictOldest(const platform::Limit &limit,
+                                 const std::function<bool(const Unfinished &)> &isOfPool);
   void shakeHands(boost::asio::ip::tcp::socket socket, const Guest &guest,
                   std::chrono::milliseconds time);
   void handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber);
@@ -53,6 +57,7 @@ class TlsListener final : public platform::Listener {
   std::shared_ptr<TlsCommons> commons_;
   platform::ListenerParameters parameters_;
   Entrance entrance_;
+  std::shared_ptr<HandshakeTurns> turns_;
   std::optional<crypto::TlsContext> context_;
   boost::asio::ip::tcp::acceptor acceptor_;
   boost::asio::steady_timer retry_;

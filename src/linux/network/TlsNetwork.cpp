@@ -15,10 +15,11 @@ constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + 8;
 TlsNetwork::TlsNetwork(AsioMainQueue &queue,
                        const std::function<platform::ConnectionLimits()> &limits,
                        const platform::LimitReporter &reporter)
-    : commons_(std::make_shared<TlsCommons>(
-          TlsCommons{queue, CleansedBytes(kChunkBytes), std::make_shared<HandshakeTurns>(queue),
-                     std::make_shared<Ledger>(limits, reporter),
-                     std::make_shared<StallWatch>(queue, limits, reporter), reporter})) {
+    : commons_(std::make_shared<TlsCommons>(TlsCommons{
+          queue, CleansedBytes(kChunkBytes), std::make_shared<UnauthenticatedTurns>(queue),
+          std::make_shared<Ledger>(limits, reporter),
+          std::make_shared<StallWatch>(queue, limits, reporter), std::make_shared<HeapTrim>(queue),
+          reporter})) {
   raiseDescriptorLimit();
 }
 

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "linux/network/AsioMainQueue.hpp"
+#include "linux/network/PortOwner.hpp"
 #include "linux/network/TlsCommons.hpp"
 #include "platform/Network.hpp"
 
@@ -19,6 +23,9 @@ class TlsNetwork final : public platform::Network {
 
   [[nodiscard]] std::unique_ptr<platform::Listener> createListener(
       const platform::ListenerParameters &parameters) override;
+  [[nodiscard]] std::optional<std::string> ownerOfPort(std::uint16_t port) override {
+    return platform_linux::ownerOfPort(port);
+  }
 
  private:
   std::shared_ptr<TlsCommons> commons_;

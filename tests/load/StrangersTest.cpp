@@ -1,0 +1,73 @@
+// Clients that have not authenticated ask for what costs most.
+
+#include "load/LoadedMachine.hpp"
+#include "protocol/Frame.hpp"
+#include "support/HexString.hpp"
+
+namespace load {
+namespace {
+
+using namespace std::chrono_literals;
+
+Bytes frameOf(const QuillMessage &message) {
+  const auto frame = protocol::frameOf(message);
+  return {frame.begin(), frame.end()};
+}
+
+// Lists of a frame's length, of few long elements or of many short ones.
+Bytes insertionOf(std::size_t elements, std::size_t bytesOfOne) {
+  const std::string text =
+      support::base64EncodeBytes(Bytes(bytesOfOne, 0x5A), /*separateLines=*/false);
+  const std::vector<protocol::CardElement> list(
+      elements, support::CertificateInfo{text, true, true, true, "", std::nullopt});
+  return frameOf(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+      protocol::makeCardList(list)));
+}
+
+class Strangers : public LoadedMachine {
+ public:
+  // One attack by 31 clients; how long honest relays take meanwhile is printed.
+  void attack(const char *name, const Behaviour &behaviour) {
+    const Holder holder(/*signs=*/false);
+    const double calm = percentile(sign(isFull() ? 2s : 50ms, /*isSigned=*/false), 0.5);
+    const Crowd crowd(client::kPublicPort, std::vector<Behaviour>(31, behaviour));
+    EXPECT_TRUE(eventually([&] { return crowd.established() >= 31; }));
+    const std::vector<double> times = sign(isFull() ? 10s : 300ms, /*isSigned=*/false);
+    EXPECT_GT(crowd.said(), 0U);
+    std::printf("  %-30s calm p50 %5.2f ms; p50 %7.2f ms, p99 %7.2f ms; %zu pieces\n", name,
+                calm / 1e3, percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3,
+                crowd.said());
+  }
+
+  void attackInEveryWay() {
+    const auto asked = [](Bytes frame) {
+      return Behaviour{.says = {std::move(frame)}, .isEndless = true, .readsAnswers = true};
+    };
+    attack("connect", asked(frameOf(QuillMessage::initCommandMessageConnectWithCertificate(
+                          {system_tests::publicKeyHash(system_tests::rsaIdentity().key)}))));
+    attack("insert, 1,000 certificates", asked(insertionOf(1000, 1200)));
+    attack("insert, 18,000 elements", asked(insertionOf(18000, 3)));
+    attack("get_certificates", asked(frameOf(QuillMessage::initCommandMessageGetCertificates())));
+    attack("no JSON",
+           Behaviour{.says = {base::bytesOf("[DATA]" + std::string(60000, '{') + "[ENDDATA]")},
+                     .isEndless = true});
+  }
+};
+
+TEST_F(Strangers, KeepNobodyWaiting) {
+  startDaemon();
+  attackInEveryWay();
+}
+
+TEST_F(Strangers, KeepNobodyWaitingInTheHardenedProfile) {
+  write("/etc/keyferry/kfyd.toml",
+        "insertRequiresAuthentication = true\nlistRequiresAuthentication = true\n"
+        "answersOnlyFromHolder = true\ncardEndsWithItsConnection = true\n"
+        "newestRemoteFirst = true\nconnectsPerMinute = 6\npairingSeconds = 5\n"
+        "refuseRepeatedMessageID = true\nstrangerLogBytesPerSecond = 65536\n");
+  startDaemon();
+  attackInEveryWay();
+}
+
+}  // namespace
+}  // namespace load
