@@ -1,6 +1,7 @@
 #include "daemon/QuillNetworkManager.hpp"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "daemon/NetworkLimits.hpp"
 #include "daemon/TokenPin.hpp"
@@ -9,6 +10,7 @@
 #include "support/HexString.hpp"
 #include "support/Settings.hpp"
 #include "support/StandardErrorLines.hpp"
+#include "support/UnauthenticatedLines.hpp"
 #include "worker/ConnectionLines.hpp"
 
 namespace {
@@ -24,22 +26,6 @@ constexpr int kKeepaliveProbes = 15;
 std::optional<QuillNetworkManager::ManagerPlatform> &processPlatform() {
   static std::optional<QuillNetworkManager::ManagerPlatform> platform;
   return platform;
-}
-
-void reportListenerState(std::uint16_t port, platform::ListenerState state, int errorNumber) {
-  switch (state) {
-    case platform::ListenerState::waiting:
-      support::printToStandardError("Listener on port %u (%s) waiting\n", port, "tcp");
-      break;
-    case platform::ListenerState::ready:
-      support::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
-      break;
-    case platform::ListenerState::failed:
-      support::warn(errorNumber, "listener (%s) failed", "tcp");
-      break;
-    case platform::ListenerState::cancelled:
-      break;
-  }
 }
 
 // Clients on this machine pin what stands there; that it can't be written stops nobody else.
@@ -132,17 +118,44 @@ std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerW
   parameters.isLoopback = localOnly;
   parameters.limits = [this, localOnly] { return limitsOf(localOnly); };
   std::unique_ptr<platform::Listener> created = platform_.network.createListener(parameters);
-  created->setStateHandler([self = created.get()](platform::ListenerState state, int errorNumber) {
-    reportListenerState(self->port(), state, errorNumber);
-  });
+  created->setStateHandler(
+      [this, self = created.get()](platform::ListenerState state, int errorNumber) {
+        listenerChanged(self->port(), state, errorNumber);
+      });
   created->setConnectionHandler(
       [this, localOnly](const std::shared_ptr<platform::Connection> &connection) {
         accept(connection, localOnly);
       });
-  created->setFailedHandshakeHandler(worker::warnConnectionFailed);
+  created->setFailedHandshakeHandler([localOnly](const platform::Endpoint &peer, int errorNumber) {
+    const support::UnauthenticatedLines lines(!localOnly);
+    worker::warnConnectionFailed(peer, errorNumber);
+  });
   created->start();
-  state_.changed();
   return created;
+}
+
+void QuillNetworkManager::listenerChanged(std::uint16_t port, platform::ListenerState state,
+                                          int errorNumber) {
+  switch (state) {
+    case platform::ListenerState::waiting:
+      support::printToStandardError("Listener on port %u (%s) waiting\n", port, "tcp");
+      break;
+    case platform::ListenerState::ready:
+      support::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
+      state_.begin();
+      break;
+    case platform::ListenerState::failed:
+      support::warn(errorNumber, "listener (%s) failed", "tcp");
+      if (errorNumber == EADDRINUSE) {
+        CVNLog(
+            "port %u is taken by %s: nobody reaches this kfyd there; end that program, then "
+            "restart kfyd",
+            port, platform_.network.ownerOfPort(port).value_or("another program"));
+      }
+      break;
+    case platform::ListenerState::cancelled:
+      break;
+  }
 }
 
 CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
@@ -193,6 +206,7 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
   worker->postDisconnected = [this](const QuillWorker::Shared &from) {
     connectionDisconnected(from);
   };
+  worker->mayBringList = [this](const QuillWorker &from) { return mayInsert(from); };
   worker->isLocal = isLocal;
   if (!isLocal) {
     authenticationTime_.begin();

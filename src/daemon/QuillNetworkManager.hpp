@@ -61,6 +61,7 @@ class QuillNetworkManager : public RequestProcessor {
  private:
   [[nodiscard]] CVNKeychain::IdentityReference findServerIdentity() const;
   [[nodiscard]] platform::ListenerLimits limitsOf(bool isLoopback);
+  void listenerChanged(std::uint16_t port, platform::ListenerState state, int errorNumber);
   void accept(const std::shared_ptr<platform::Connection> &connection, bool isLocal);
   void forgetDeadWorkers();
   void received(const QuillMessage *message, const QuillWorker::Shared &worker);

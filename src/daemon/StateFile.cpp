@@ -83,8 +83,13 @@ std::size_t putConnections(JSONWriter &writer, const std::vector<QuillWorker::Sh
 StateFile::StateFile(platform::MainQueue &queue, const RequestProcessor &processor)
     : queue_(queue), processor_(processor), started_(processor.platform().clock.now()) {}
 
+void StateFile::begin() {
+  isKept_ = true;
+  changed();
+}
+
 void StateFile::changed() {
-  if (!isWaiting_) {
+  if (isKept_ && !isWaiting_) {
     isWaiting_ = true;
     queue_.postAfter(kPause, [this] { write(); });
   }

@@ -22,6 +22,10 @@ class StateFile {
   // Both are borrowed and outlive this.
   StateFile(platform::MainQueue &queue, const RequestProcessor &processor);
 
+  // From now on the file is kept. A kfyd that serves nobody must leave the file to the one that
+  // does.
+  void begin();
+
   // Something that the file tells may have changed.
   void changed();
 
@@ -33,6 +37,7 @@ class StateFile {
   const RequestProcessor &processor_;
   platform::Clock::Time started_;
   CleansedBytes written_;  // the content at the last attempt
+  bool isKept_ = false;
   bool isWaiting_ = false;
   bool hasFailed_ = false;  // at the last attempt
 };

@@ -1,5 +1,6 @@
 #include "protocol/CardList.hpp"
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <string_view>
 #include <utility>
@@ -66,12 +67,42 @@ struct EntryMaker {
   }
 };
 
+CardList::Beginning beginningOf(ByteView digest) {
+  CardList::Beginning beginning{};
+  std::ranges::copy(digest.first(std::min(digest.size(), beginning.size())), beginning.begin());
+  return beginning;
+}
+
 }  // namespace
 
 CardList::CardList(std::vector<CardEntry> entries) : entries_(std::move(entries)) {
-  for (const CardEntry &entry : entries_) {
+  for (std::size_t position = 0; position < entries_.size(); ++position) {
+    const CardEntry &entry = entries_[position];
     bytes_ += sizeof(CardEntry) + entry.json.capacity() + entry.certificateSHA1.capacity();
+    if (!entry.certificateSHA1.empty()) {
+      byDigest_.emplace_back(beginningOf(entry.certificateSHA1), position);
+    } else if (entry.hasCertificate) {
+      unusable_.push_back(position);
+    }
   }
+  std::ranges::sort(byDigest_);
+  bytes_ += byDigest_.capacity() * sizeof(byDigest_.front());
+}
+
+std::optional<std::size_t> CardList::find(ByteView certificateSHA1) const {
+  const Beginning beginning = beginningOf(certificateSHA1);
+  auto place = std::ranges::lower_bound(byDigest_, std::pair(beginning, std::size_t{0}));
+  for (; place != byDigest_.end() && place->first == beginning; ++place) {
+    if (base::equal(entries_[place->second].certificateSHA1, certificateSHA1)) {
+      return place->second;
+    }
+  }
+  return std::nullopt;
+}
+
+std::size_t CardList::unusableBefore(std::size_t position) const {
+  return static_cast<std::size_t>(std::ranges::lower_bound(unusable_, position) -
+                                  unusable_.begin());
 }
 
 Bytes certificateSHA1In(std::string_view text) {

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -26,14 +29,27 @@ struct CardEntry {
 // copies nothing.
 class CardList {
  public:
+  using Beginning = std::array<std::uint8_t, 8>;  // of a digest
+
   explicit CardList(std::vector<CardEntry> entries);
 
   [[nodiscard]] std::span<const CardEntry> entries() const { return entries_; }
+
+  // The position of the first entry whose certificate has this SHA-1 digest; nothing if there is
+  // none. Takes the same time in a list of any length.
+  [[nodiscard]] std::optional<std::size_t> find(ByteView certificateSHA1) const;
+
+  // How many entries before this position have a certificate that decodes to no bytes.
+  [[nodiscard]] std::size_t unusableBefore(std::size_t position) const;
 
   // What the list takes in memory, about.
   [[nodiscard]] std::size_t bytes() const { return bytes_; }
 
  private:
+  // By the digests' first bytes and then by position: a search looks at few of these.
+  std::vector<std::pair<Beginning, std::size_t>> byDigest_;
+  std::vector<std::size_t> unusable_;  // positions
+
   std::vector<CardEntry> entries_;
   std::size_t bytes_ = 0;
 };

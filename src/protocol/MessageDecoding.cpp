@@ -229,6 +229,8 @@ void logUnusable(const std::string &reason, ByteView data) {
   CVNLogDebug("%s : %@", reason, payload);
 }
 
+constexpr std::array<std::string_view, 3> kHeadKeys{"type", "message_id", "command"};
+
 // The three texts without which there is no message.
 struct Head {
   std::string_view type;
@@ -239,15 +241,14 @@ struct Head {
 // Nothing if one is missing (in silence, null included) or is no text (with a log line).
 std::optional<Head> readHead(const json::object &object, ByteView data) {
   std::array<std::string_view, 3> texts;
-  constexpr std::array<std::string_view, 3> kKeys{"type", "message_id", "command"};
   std::string_view wrong;
-  for (std::size_t index = 0; index < kKeys.size(); ++index) {
-    const json::value *value = object.if_contains(kKeys[index]);
+  for (std::size_t index = 0; index < kHeadKeys.size(); ++index) {
+    const json::value *value = object.if_contains(kHeadKeys[index]);
     if (value == nullptr || value->is_null()) {
       return std::nullopt;
     }
     if (!value->is_string()) {
-      wrong = kKeys[index];
+      wrong = kHeadKeys[index];
       continue;
     }
     texts[index] = std::string_view(value->get_string());
@@ -259,8 +260,17 @@ std::optional<Head> readHead(const json::object &object, ByteView data) {
   return Head{texts[0], texts[1], texts[2]};
 }
 
-std::optional<QuillMessage> decode(ByteView data) {
-  const ParsedJSON parsed(data);
+// Whether a value under this key is needed. Of all others, which a stranger can make as large as a
+// frame, no memory is taken.
+bool isKnownKey(std::string_view key) {
+  return key == "status" || std::ranges::find(kHeadKeys, key) != kHeadKeys.end() ||
+         std::ranges::find(kFieldsAsRead, key, &Field::key) != kFieldsAsRead.end();
+}
+
+std::optional<QuillMessage> decode(ByteView data, bool readsList) {
+  const ParsedJSON parsed(data, [readsList](std::string_view key) {
+    return isKnownKey(key) && (readsList || key != kCertificates.key);
+  });
   if (parsed.value() == nullptr) {
     logUnusable(parsed.error(), data);
     return std::nullopt;
@@ -291,9 +301,9 @@ std::optional<QuillMessage> decode(ByteView data) {
 
 }  // namespace protocol
 
-std::optional<QuillMessage> QuillMessage::initWithJSONData(ByteView data) {
+std::optional<QuillMessage> QuillMessage::initWithJSONData(ByteView data, bool readsList) {
   try {
-    return protocol::decode(data);
+    return protocol::decode(data, readsList);
   } catch (const std::exception &failure) {  // no memory, in a library that throws
     CVNLog("%s : %@", failure.what(), support::Hex{data});
     return std::nullopt;

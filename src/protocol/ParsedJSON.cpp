@@ -34,10 +34,11 @@ class CleansingResource final : public json::memory_resource {
   }
 };
 
-// Takes what the parser finds. The library's own handler would do, but for numbers: it computes
+// Takes what the parser finds. The library's own handler would do, but for two things. It computes
 // doubles fast and one unit off where they have many digits, and a card entry has to be passed on
-// as it is.
-struct Handler {
+// as it is. And it keeps everything, also what nobody wants.
+class Handler {
+ public:
   // NOLINTBEGIN(readability-identifier-naming): the parser asks for these names
   static constexpr std::size_t max_object_size = json::object::max_size();
   static constexpr std::size_t max_array_size = json::array::max_size();
@@ -45,77 +46,118 @@ struct Handler {
   static constexpr std::size_t max_string_size = json::string::max_size();
   // NOLINTEND(readability-identifier-naming)
 
-  Handler(json::storage_ptr storage, unsigned char *unfinished, std::size_t size)
-      : stack(std::move(storage), unfinished, size) {}
+  Handler(const ParsedJSON::Wanted &wanted, json::storage_ptr storage, unsigned char *unfinished,
+          std::size_t size)
+      : stack_(std::move(storage), unfinished, size), wanted_(wanted) {}
+
+  [[nodiscard]] json::value_stack &stack() { return stack_; }
+  [[nodiscard]] bool isOutOfRange() const { return isOutOfRange_; }
 
   bool on_document_begin(json::error_code & /*ec*/) { return true; }
   bool on_document_end(json::error_code & /*ec*/) { return true; }
-  bool on_object_begin(json::error_code & /*ec*/) { return true; }
+  bool on_object_begin(json::error_code & /*ec*/) { return begin(); }
   bool on_object_end(std::size_t count, json::error_code & /*ec*/) {
-    stack.push_object(count);
-    return true;
+    --depth_;
+    // the outermost object has fewer members than were read
+    return take([&] { stack_.push_object(depth_ == 0 ? count - leftOut_ : count); });
   }
-  bool on_array_begin(json::error_code & /*ec*/) { return true; }
+  bool on_array_begin(json::error_code & /*ec*/) { return begin(); }
   bool on_array_end(std::size_t count, json::error_code & /*ec*/) {
-    stack.push_array(count);
-    return true;
+    --depth_;
+    return take([&] { stack_.push_array(count); });
   }
   bool on_key_part(json::string_view part, std::size_t /*size*/, json::error_code & /*ec*/) {
-    stack.push_chars(part);
+    if (depth_ == 1) {
+      key_.append(part.data(), part.size());
+    } else {
+      takePart(part);
+    }
     return true;
   }
   bool on_key(json::string_view end, std::size_t /*size*/, json::error_code & /*ec*/) {
-    stack.push_key(end);
+    if (depth_ == 1) {
+      key_.append(end.data(), end.size());
+      isLeftOut_ = !wanted_(key_);
+      leftOut_ += isLeftOut_ ? 1 : 0;
+      end = key_;
+    }
+    if (!isLeftOut_) {
+      stack_.push_key(end);
+    }
+    key_.clear();
     return true;
   }
   bool on_string_part(json::string_view part, std::size_t /*size*/, json::error_code & /*ec*/) {
-    stack.push_chars(part);
+    takePart(part);
     return true;
   }
   bool on_string(json::string_view end, std::size_t /*size*/, json::error_code & /*ec*/) {
-    stack.push_string(end);
-    return true;
+    return take([&] { stack_.push_string(end); });
   }
   bool on_number_part(json::string_view part, json::error_code & /*ec*/) {
-    number.append(part.data(), part.size());
+    number_.append(part.data(), part.size());
     return true;
   }
   bool on_int64(std::int64_t value, json::string_view /*end*/, json::error_code & /*ec*/) {
-    number.clear();
-    stack.push_int64(value);
-    return true;
+    number_.clear();
+    return take([&] { stack_.push_int64(value); });
   }
   bool on_uint64(std::uint64_t value, json::string_view /*end*/, json::error_code & /*ec*/) {
-    number.clear();
-    stack.push_uint64(value);
-    return true;
+    number_.clear();
+    return take([&] { stack_.push_uint64(value); });
   }
   bool on_double(double /*nearly*/, json::string_view end, json::error_code &ec) {
-    number.append(end.data(), end.size());
-    const double value = std::strtod(number.c_str(), nullptr);
-    number.clear();
+    number_.append(end.data(), end.size());
+    const double value = std::strtod(number_.c_str(), nullptr);
+    number_.clear();
     if (std::isinf(value)) {
-      isOutOfRange = true;
+      isOutOfRange_ = true;
       ec = json::error::exception;  // any will do: the parser stops
       return false;
     }
-    stack.push_double(value);
-    return true;
+    return take([&] { stack_.push_double(value); });
   }
   bool on_bool(bool value, json::error_code & /*ec*/) {
-    stack.push_bool(value);
-    return true;
+    return take([&] { stack_.push_bool(value); });
   }
   bool on_null(json::error_code & /*ec*/) {
-    stack.push_null();
-    return true;
+    return take([&] { stack_.push_null(); });
   }
   bool on_comment_part(json::string_view /*part*/, json::error_code & /*ec*/) { return true; }
   bool on_comment(json::string_view /*end*/, json::error_code & /*ec*/) { return true; }
 
-  json::value_stack stack;
-  std::string number;  // the characters of the number that is being read
-  bool isOutOfRange = false;
+ private:
+  bool begin() {
+    ++depth_;
+    return true;
+  }
+
+  void takePart(json::string_view part) {
+    if (!isLeftOut_) {
+      stack_.push_chars(part);
+    }
+  }
+
+  // A value has ended. Behind one that was left out the next member of the outermost object
+  // follows.
+  template <typename Push>
+  bool take(Push push) {
+    if (!isLeftOut_) {
+      push();
+    } else if (depth_ == 1) {
+      isLeftOut_ = false;
+    }
+    return true;
+  }
+
+  json::value_stack stack_;
+  const ParsedJSON::Wanted &wanted_;
+  std::size_t depth_ = 0;
+  bool isLeftOut_ = false;   // what is read now
+  std::size_t leftOut_ = 0;  // members of the outermost object
+  std::string key_;          // that is being read, of the outermost object
+  std::string number_;       // the characters of the number that is being read
+  bool isOutOfRange_ = false;
 };
 
 }  // namespace
@@ -131,7 +173,7 @@ struct ParsedJSON::State {
     base::cleanse(unfinished.data(), unfinished.size());
   }
 
-  void parse(ByteView text);
+  void parse(ByteView text, const Wanted &wanted);
 
   // for what the parser has read of an object or array that has not ended: short texts stand in it
   std::array<unsigned char, 4096> unfinished;
@@ -142,12 +184,12 @@ struct ParsedJSON::State {
   std::string error;
 };
 
-void ParsedJSON::State::parse(ByteView text) {
+void ParsedJSON::State::parse(ByteView text, const Wanted &wanted) {
   json::parse_options options;
   options.max_depth = kDeepestNesting;
-  json::basic_parser<Handler> parser(options, json::storage_ptr(&pool), unfinished.data(),
+  json::basic_parser<Handler> parser(options, wanted, json::storage_ptr(&pool), unfinished.data(),
                                      unfinished.size());
-  parser.handler().stack.reset(json::storage_ptr(&pool));
+  parser.handler().stack().reset(json::storage_ptr(&pool));
   json::error_code code;
   const std::string_view characters = base::textOf(text);
   const std::size_t read =
@@ -155,17 +197,17 @@ void ParsedJSON::State::parse(ByteView text) {
   if (!code && read < characters.size()) {
     code = json::error::extra_data;
   }
-  if (parser.handler().isOutOfRange) {
+  if (parser.handler().isOutOfRange()) {
     error = "number out of range";
   } else if (code) {
     error = code.message();
   } else {
-    value = parser.handler().stack.release();
+    value = parser.handler().stack().release();
   }
 }
 
-ParsedJSON::ParsedJSON(ByteView text) : state_(std::make_unique<State>()) {
-  state_->parse(text);
+ParsedJSON::ParsedJSON(ByteView text, const Wanted &wanted) : state_(std::make_unique<State>()) {
+  state_->parse(text, wanted);
 }
 
 ParsedJSON::~ParsedJSON() = default;

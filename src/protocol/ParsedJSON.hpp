@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "base/Bytes.hpp"
 
@@ -17,8 +19,11 @@ namespace protocol {
 // or a password.
 class ParsedJSON {
  public:
-  // Throws std::bad_alloc.
-  explicit ParsedJSON(ByteView text);
+  // Says whether the value under a key of the outermost object is wanted.
+  using Wanted = std::function<bool(std::string_view key)>;
+
+  // What is not wanted is checked like all else and then left out. Throws std::bad_alloc.
+  explicit ParsedJSON(ByteView text, const Wanted &wanted = [](std::string_view) { return true; });
   ~ParsedJSON();
   ParsedJSON(const ParsedJSON &) = delete;
   ParsedJSON &operator=(const ParsedJSON &) = delete;

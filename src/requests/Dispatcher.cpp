@@ -82,14 +82,19 @@ bool maySend(Sender sender, const QuillWorker &worker) {
   return false;
 }
 
+const Route *routeOf(std::int64_t command) {
+  const Route *route = std::ranges::find(kRoutes, command, &Route::command);
+  return route == std::end(kRoutes) ? nullptr : route;
+}
+
 void dispatchRequest(RequestProcessor &processor, const QuillMessage &message,
                      const QuillWorker::Shared &worker) {
   CVNLogDebug("Message Type: Request");
   Request request{message, worker, processor,
                   QuillMessage::initWithReplyMessageForCommand(message.command, /*status=*/false,
                                                                message.messageID)};
-  const Route *route = std::ranges::find(kRoutes, message.command, &Route::command);
-  if (route == std::end(kRoutes)) {
+  const Route *route = routeOf(message.command);
+  if (route == nullptr) {
     CVNLog("invalid command:%li", message.command);
     return;
   }
@@ -125,4 +130,9 @@ void RequestProcessor::processRequest(const QuillMessage *message,
     return requests::dispatchResponse(*this, *message, worker);
   }
   requests::dispatchRequest(*this, *message, worker);
+}
+
+bool RequestProcessor::mayInsert(const QuillWorker &worker) const {
+  const requests::Route &insert = *requests::routeOf(QuillCommandInsert);
+  return requests::maySend(requests::senderOf(insert, platform_.defaults), worker);
 }

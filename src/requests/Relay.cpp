@@ -43,11 +43,11 @@ class UnusableElements {
   UnusableElements(const UnusableElements &) = delete;
   UnusableElements &operator=(const UnusableElements &) = delete;
 
-  void add() {
-    ++count_;
-    if (count_ <= kMostLines) {
+  void add(std::size_t count) {
+    for (std::size_t line = count_; line < std::min(count_ + count, kMostLines); ++line) {
       CVNLog("error base64 decoding certificate");
     }
+    count_ += count;
   }
 
  private:
@@ -63,7 +63,7 @@ bool isWanted(const protocol::CardEntry &entry, const QuillMessage &request,
     return false;
   }
   if (entry.certificateSHA1.empty()) {
-    unusable.add();
+    unusable.add(1);
     return false;
   }
   const std::optional<Bytes> &wanted = wantedHash(request);
@@ -101,8 +101,10 @@ class Search {
  public:
   explicit Search(const Request &request)
       : message_(request.message),
-        relaysAuthenticationKey_(support::isOn(support::kRelayAuthenticationKey,
-                                               request.processor.platform().defaults)) {}
+        relaysAuthenticationKey_(
+            support::isOn(support::kRelayAuthenticationKey, request.processor.platform().defaults)),
+        passesOverStrangers_(support::isOn(support::kInsertRequiresAuthentication,
+                                           request.processor.platform().defaults)) {}
 
   // The first of the holders whose list has the certificate; null if none has it.
   template <typename Holders>
@@ -117,14 +119,30 @@ class Search {
 
  private:
   bool offersKey(QuillWorker &worker) {
-    if (!worker.certificates || !worker.g_inbound_connection) {
+    if (!worker.certificates || !worker.g_inbound_connection ||
+        (passesOverStrangers_ && !worker.isAuthenticated)) {
       return false;
     }
-    const auto entries = worker.certificates->entries();
+    const auto position =
+        support::debugModeOn() ? walk(*worker.certificates) : lookUp(*worker.certificates);
+    return position && mayBeUsed(worker.certificates->entries()[*position], worker);
+  }
+
+  // Element by element, each with its traces.
+  std::optional<std::size_t> walk(const protocol::CardList &list) {
+    const auto entries = list.entries();
     const auto entry = std::ranges::find_if(entries, [this](const protocol::CardEntry &candidate) {
       return isWanted(candidate, message_, unusable_);
     });
-    return entry != entries.end() && mayBeUsed(*entry, worker);
+    return entry == entries.end() ? std::nullopt : std::optional(entry - entries.begin());
+  }
+
+  // The same result and log lines without a trace.
+  std::optional<std::size_t> lookUp(const protocol::CardList &list) {
+    const auto &wanted = wantedHash(message_);
+    const auto position = wanted ? list.find(*wanted) : std::nullopt;
+    unusable_.add(list.unusableBefore(position.value_or(list.entries().size())));
+    return position;
   }
 
   // All elements of one digest are the same certificate: if one may not be used, none may.
@@ -141,6 +159,7 @@ class Search {
 
   const QuillMessage &message_;
   bool relaysAuthenticationKey_;
+  bool passesOverStrangers_;  // their lists may date from before the setting was made
   UnusableElements unusable_;
 };
 
@@ -165,10 +184,30 @@ bool isPast(const support::Bound &bound, std::uint64_t value, const Request &req
   return true;
 }
 
+// True if the ID waits for another connection's answer and may not be taken over: whoever repeats
+// it would get that answer, and the first asker none.
+bool isRepeatedByAnother(const Request &request) {
+  const RequestProcessor::Platform &platform = request.processor.platform();
+  const auto *entry = request.processor.pendingMessages.find(*request.message.messageID);
+  if (entry == nullptr || entry->requester == request.worker ||
+      !support::isOn(support::kRefuseRepeatedMessageID, platform.defaults)) {
+    return false;
+  }
+  CVNLog("request refused: its message ID waits for another program's answer (setting %s)",
+         support::kRefuseRepeatedMessageID.key);
+  return true;
+}
+
+// An entry that the request replaces is not one more.
 bool isOneTooMany(const Request &request) {
   const PendingMessages &pending = request.processor.pendingMessages;
-  return isPast(support::kMaxPendingPerConnection, pending.countOf(request.worker) + 1, request) ||
-         isPast(support::kMaxPending, pending.size() + 1, request);
+  const auto *replaced = pending.find(*request.message.messageID);
+  const std::size_t more = replaced == nullptr ? 1 : 0;
+  const std::size_t moreOfThis =
+      replaced == nullptr || replaced->requester != request.worker ? 1 : 0;
+  return isPast(support::kMaxPendingPerConnection, pending.countOf(request.worker) + moreOfThis,
+                request) ||
+         isPast(support::kMaxPending, pending.size() + more, request);
 }
 
 // True if the frame would make the holder lose its connection, which is not the holder's fault.
@@ -191,7 +230,7 @@ void handleRelay(Request &request) {
     CVNLog("certificate not found or not authenticated. stopping");
     return refuse(request);
   }
-  if (isOneTooMany(request)) {
+  if (isRepeatedByAnother(request) || isOneTooMany(request)) {
     return refuse(request);
   }
   CVNLogDebug("authenticated connection so sending message back to client");

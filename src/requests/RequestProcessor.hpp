@@ -46,6 +46,9 @@ class RequestProcessor {
   // for as long as the pairing listing takes.
   void processRequest(const QuillMessage *message, const QuillWorker::Shared &worker);
 
+  // False if an `insert` of this worker would be refused for who it is.
+  [[nodiscard]] bool mayInsert(const QuillWorker &worker) const;
+
   // Makes the card's marker file anew, or deletes it. Failures are ignored.
   void insertSmartcard();
   void removeSmartcard();

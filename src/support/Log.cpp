@@ -8,8 +8,10 @@
 #include "support/CVNUnifiedLogger.hpp"
 #include "support/DebugMode.hpp"
 #include "support/LogPlatform.hpp"
+#include "support/LogQuota.hpp"
 #include "support/Settings.hpp"
 #include "support/StandardErrorLines.hpp"
+#include "support/UnauthenticatedLines.hpp"
 
 namespace support {
 namespace {
@@ -24,6 +26,8 @@ struct Logging {
   // as looked up in the current event
   std::optional<bool> debugMode;
   std::optional<bool> redaction;
+  bool isForUnauthenticated = false;  // what is written now
+  LogQuota quota;                     // of these
 
   void forgetLookUps() {
     ++event;
@@ -56,6 +60,41 @@ bool isRedacted() {
     state.redaction = isOn(kRedactUnifiedLog, state.platform->defaults);
   }
   return *state.redaction;
+}
+
+std::uint64_t quotaBytesPerSecond() {
+  return static_cast<std::uint64_t>(
+      valueOf(kStrangerLogBytesPerSecond, logging().platform->defaults));
+}
+
+// Whether there is still room for a line, where room is limited.
+bool hasRoom() {
+  Logging &state = logging();
+  return !state.isForUnauthenticated ||
+         state.quota.admits(quotaBytesPerSecond(), state.platform->clock.now());
+}
+
+void spend(std::size_t bytes) {
+  if (logging().isForUnauthenticated) {
+    logging().quota.spend(bytes);
+  }
+}
+
+void sayWhatWasLeftOut() {
+  Logging &state = logging();
+  if (!state.platform || !state.quota.hasLeftOut()) {
+    return;
+  }
+  const std::uint64_t most = quotaBytesPerSecond();
+  if (const auto lines = state.quota.takeLeftOut(most, state.platform->clock.now())) {
+    CVNLog("%lu lines about clients that have not authenticated left out (limit %s is %lu)", lines,
+           kStrangerLogBytesPerSecond.key, most);
+  }
+}
+
+void writeToStandardError(const std::string &text) {
+  spend(text.size());
+  logging().platform->standardError.write(text);
 }
 
 // An entry of the unified log is one line.
@@ -111,6 +150,7 @@ bool debugModeOn() {
 void eventBegins() {
   logging().inEvent = true;
   logging().forgetLookUps();
+  sayWhatWasLeftOut();
 }
 
 std::uint64_t currentEvent() {
@@ -125,9 +165,16 @@ BlockingStep::~BlockingStep() {
   logging().forgetLookUps();
 }
 
+UnauthenticatedLines::UnauthenticatedLines(bool isUnauthenticated)
+    : before_(std::exchange(logging().isForUnauthenticated, isUnauthenticated)) {}
+
+UnauthenticatedLines::~UnauthenticatedLines() {
+  logging().isForUnauthenticated = before_;
+}
+
 void writeLog(std::int64_t level, std::string_view format, std::span<const LogArgument> arguments) {
   LogPlatform *platform = logPlatform();
-  if (platform == nullptr) {
+  if (platform == nullptr || !hasRoom()) {
     return;
   }
   CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger();
@@ -136,6 +183,7 @@ void writeLog(std::int64_t level, std::string_view format, std::span<const LogAr
   const bool isForFile = level != kLogLevel || debugModeOn();
   const std::string message =
       formatted(format, arguments, isForFile ? kWholeText : platform::kLongestEntry + 1);
+  spend(message.size());
   if (platform->unifiedLog.accepts()) {
     platform->unifiedLog.entry(isRedacted() ? kRedactedEntry : unifiedLogEntry(message));
   }
@@ -151,16 +199,17 @@ void logToFileAlone(std::string_view message) {
 }
 
 void writeStandardError(std::string_view format, std::span<const LogArgument> arguments) {
-  if (LogPlatform *platform = logPlatform()) {
-    platform->standardError.write(formatted(format, arguments));
+  if (logPlatform() != nullptr && hasRoom()) {
+    writeToStandardError(formatted(format, arguments));
   }
 }
 
 void writeWarning(int errorNumber, std::string_view format,
                   std::span<const LogArgument> arguments) {
-  if (LogPlatform *platform = logPlatform()) {
-    platform->standardError.write(platform->processName + ": " + formatted(format, arguments) +
-                                  ": " + std::generic_category().message(errorNumber) + "\n");
+  const LogPlatform *platform = logPlatform();
+  if (platform != nullptr && hasRoom()) {
+    writeToStandardError(platform->processName + ": " + formatted(format, arguments) + ": " +
+                         std::generic_category().message(errorNumber) + "\n");
   }
 }
 

@@ -70,6 +70,10 @@ inline constexpr Bound kUnauthenticatedSeconds{
     "unauthenticatedSeconds", 0, 0,
     "after this time a remote client that has not authenticated is dropped; 0: never"};
 
+inline constexpr Bound kStrangerLogBytesPerSecond{
+    "strangerLogBytesPerSecond", 0, 0,
+    "what remote clients that have not authenticated may have written to the logs; 0: no limit"};
+
 inline constexpr std::array kBounds{
     kHandshakeSeconds,
     kMaxHandshakes,
@@ -89,6 +93,7 @@ inline constexpr std::array kBounds{
     kPairingSeconds,
     kConnectsPerMinute,
     kUnauthenticatedSeconds,
+    kStrangerLogBytesPerSecond,
 };
 
 // What closes a gap that the protocol leaves open. Off, each command does what it always did.
@@ -107,17 +112,16 @@ inline constexpr Switch kNewestRemoteFirst{
 inline constexpr Switch kRelayAuthenticationKey{
     "relayAuthenticationKey", true,
     "programs may also use the key with which the client authenticated"};
+inline constexpr Switch kRefuseRepeatedMessageID{
+    "refuseRepeatedMessageID", false,
+    "a request whose message ID waits for another program's answer is refused"};
 inline constexpr Switch kRedactUnifiedLog{"redactUnifiedLog", false,
                                           "entries of the machine's log become kfy:<private>"};
 
 inline constexpr std::array kSwitches{
-    kInsertRequiresAuthentication,
-    kListRequiresAuthentication,
-    kAnswersOnlyFromHolder,
-    kCardEndsWithItsConnection,
-    kNewestRemoteFirst,
-    kRelayAuthenticationKey,
-    kRedactUnifiedLog,
+    kInsertRequiresAuthentication, kListRequiresAuthentication, kAnswersOnlyFromHolder,
+    kCardEndsWithItsConnection,    kNewestRemoteFirst,          kRelayAuthenticationKey,
+    kRefuseRepeatedMessageID,      kRedactUnifiedLog,
 };
 
 // The names, with blanks between them, of those who may connect on this machine beside root. Absent

@@ -6,6 +6,7 @@
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 #include "support/StandardErrorLines.hpp"
+#include "support/UnauthenticatedLines.hpp"
 #include "worker/ConnectionLines.hpp"
 
 using support::Hex;
@@ -38,6 +39,7 @@ void QuillWorker::startConnection(std::shared_ptr<platform::Connection> connecti
 
 void QuillWorker::stateChanged(const platform::Endpoint &peer, platform::ConnectionState state,
                                int errorNumber) {
+  const support::UnauthenticatedLines lines(isStranger());
   switch (state) {
     case platform::ConnectionState::waiting:
       support::warn(errorNumber, "connect to %s port %u (%s) failed, is waiting", peer.host,
@@ -73,6 +75,7 @@ void QuillWorker::receiveLoopWithConnection(
 
 void QuillWorker::received(const std::shared_ptr<platform::Connection> &connection,
                            const platform::Chunk &chunk) {
+  const support::UnauthenticatedLines lines(isStranger());
   if (!chunk.content.empty()) {
     if (chunk.errorNumber != 0) {
       CVNLog("error receiving content");
@@ -103,12 +106,14 @@ void QuillWorker::receivedContent(ByteView content) {
       break;
   }
   if (g_inbound_connection) {
+    g_inbound_connection->setAuthenticated(!isStranger());
     g_inbound_connection->holds(dataBuffer.size(), certificates ? certificates->bytes() : 0);
   }
 }
 
 void QuillWorker::receivedFrame(ByteView payload) {
-  const auto message = QuillMessage::initWithJSONData(payload);
+  const bool readsList = !mayBringList || mayBringList(*this);
+  const auto message = QuillMessage::initWithJSONData(payload, readsList);
   if (!message) {
     return rejectedChunk();
   }
@@ -143,7 +148,8 @@ bool QuillWorker::sendFrame(CleansedBytes frame, const QuillMessage &message) {
     CVNLog("connection dropped! Cannot send mesage : %s", Hex{frame});
     return false;
   }
-  g_inbound_connection->send(std::move(frame), [](int errorNumber) {
+  g_inbound_connection->send(std::move(frame), [isStranger = isStranger()](int errorNumber) {
+    const support::UnauthenticatedLines lines(isStranger);
     if (errorNumber != 0) {
       support::warn(errorNumber, "write close error");
     }

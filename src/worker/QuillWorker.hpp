@@ -44,6 +44,9 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // Ends the connection, if there is one.
   void disconnect();
 
+  // A client of the public port that has not authenticated: anybody.
+  [[nodiscard]] bool isStranger() const { return !isLocal && !isAuthenticated; }
+
   // Rises from worker to worker, and with it the order of acceptance.
   const std::uint64_t number = nextNumber();
   bool isLocal = false;  // came in on the loopback listener
@@ -64,6 +67,10 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // Posts "CVNNotificationConnectionDisconnected" with the worker as its object: the peer has ended
   // its stream. Set by the manager, which observes it.
   std::function<void(const Shared &worker)> postDisconnected;
+
+  // Whether a list of certificates from this peer would count: if not, it is not even decoded.
+  // Unset: it does.
+  std::function<bool(const QuillWorker &worker)> mayBringList;
 
  private:
   QuillWorker() = default;

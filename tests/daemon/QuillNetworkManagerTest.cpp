@@ -52,6 +52,7 @@ class Listening : public Manager {
     set("ssl_certificate_common_name", "Server");
     EXPECT_TRUE(manager.setupListener());
     EXPECT_TRUE(manager.setupLocalListener());
+    publicListener().stateHandler(platform::ListenerState::ready, 0);
     takeEntries();
   }
 
