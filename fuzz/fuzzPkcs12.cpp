@@ -1,8 +1,8 @@
-// Whatever a PKCS #12 file holds: each key and certificate that is read out of it is a whole one.
+// Whatever a PKCS #12 file holds: each certificate that is read out of it is a whole one, and each
+// identity that its keys make is a key with its own certificate.
 
 #include "Expect.hpp"
-#include "crypto/Certificate.hpp"
-#include "crypto/Pkcs12.hpp"
+#include "crypto/Identity.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const SecretText password("password");
@@ -11,11 +11,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (!content) {
       continue;
     }
-    for (const SecretBytes &key : content->keys) {
-      expect(!key.empty());
+    for (const auto &[info, localKeyID] : content->keys) {
+      expect(!info.empty());
     }
-    for (const Bytes &certificate : content->certificates) {
-      expect(crypto::Certificate::fromDER(certificate).has_value());
+    for (const auto &[der, localKeyID] : content->certificates) {
+      expect(crypto::Certificate::fromDER(der).has_value());
+    }
+    for (const auto &identity : crypto::identitiesIn(*content)) {
+      expect(!identity || crypto::belongTogether(identity->certificate, identity->key));
     }
   }
   return 0;

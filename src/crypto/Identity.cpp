@@ -4,35 +4,32 @@
 #include <openssl/x509.h>
 
 #include <string_view>
-#include <vector>
-
-#include "crypto/Pkcs12.hpp"
+#include <utility>
 
 namespace crypto {
 namespace {
 
-std::optional<Identity> paired(const std::vector<PrivateKey> &keys,
-                               const std::vector<Certificate> &certificates, Error *error) {
-  for (const PrivateKey &key : keys) {
-    for (const Certificate &certificate : certificates) {
-      if (belongTogether(certificate, key)) {
-        return Identity{certificate, key};
-      }
-    }
+const char *reasonFor(bool hasKey, bool hasCertificate) {
+  if (!hasKey) {
+    return "the file holds no private key";
   }
-  const char *reason = "the file holds no certificate that belongs to its key";
-  if (keys.empty()) {
-    reason = "the file holds no private key";
-  } else if (certificates.empty()) {
-    reason = "the file holds no certificate";
-  }
-  base::report(error, "crypto", 0, reason);
-  return std::nullopt;
+  return hasCertificate ? "the file holds no certificate that belongs to its key"
+                        : "the file holds no certificate";
 }
 
 std::optional<Identity> readPEM(ByteView file, const SecretText *password, Error *error) {
   const std::optional<PrivateKey> key = PrivateKey::fromPEM(file, password, error);
-  return key ? paired({*key}, Certificate::allFromPEM(file), error) : std::nullopt;
+  if (!key) {
+    return std::nullopt;
+  }
+  const std::vector<Certificate> certificates = Certificate::allFromPEM(file);
+  for (const Certificate &certificate : certificates) {
+    if (belongTogether(certificate, *key)) {
+      return Identity{certificate, *key};
+    }
+  }
+  base::report(error, "crypto", 0, reasonFor(/*hasKey=*/true, !certificates.empty()));
+  return std::nullopt;
 }
 
 std::optional<Identity> readPackage(ByteView file, const SecretText *password, Error *error) {
@@ -40,19 +37,14 @@ std::optional<Identity> readPackage(ByteView file, const SecretText *password, E
   if (!content) {
     return std::nullopt;
   }
-  std::vector<PrivateKey> keys;
-  for (const SecretBytes &der : content->keys) {
-    if (const auto key = PrivateKey::fromPKCS8(der.reveal())) {
-      keys.push_back(*key);
+  for (std::optional<Identity> &identity : identitiesIn(*content)) {
+    if (identity) {
+      return std::move(identity);
     }
   }
-  std::vector<Certificate> certificates;
-  for (const Bytes &der : content->certificates) {
-    if (const auto certificate = Certificate::fromDER(der)) {
-      certificates.push_back(*certificate);
-    }
-  }
-  return paired(keys, certificates, error);
+  base::report(error, "crypto", 0,
+               reasonFor(!content->keys.empty(), !content->certificates.empty()));
+  return std::nullopt;
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
@@ -9,20 +11,36 @@
 
 namespace crypto {
 
-// The most key-derivation rounds that a file may ask for in all, those of its MAC included. More
-// would stop the program for minutes.
-inline constexpr long kPkcs12Rounds = 2'000'000;
+// What a file may ask for in all. More would hold the program for minutes.
+//
+// Rounds of key derivation: the iterations of its MAC, of each encrypted part and of each encrypted
+// key. One with scrypt counts N·r·p, see Pkcs12Budget.
+inline constexpr std::uint64_t kPkcs12Rounds = 2'000'000;
+// Bytes that one derivation with scrypt may fill; the library's own bound.
+inline constexpr std::uint64_t kPkcs12ScryptMemory = 32 * 1024 * 1024;
+// Bags, nested ones and the parts that hold them included: each can be a key to parse or an
+// identity to store, whatever else it costs.
+inline constexpr std::size_t kPkcs12Bags = 1024;
 
-// What a PKCS #12 file (RFC 7292) holds, in the order of the file.
+// What a PKCS #12 file (RFC 7292) holds, in the order of the file. The local key ID (RFC 2985
+// 5.5.2) is empty where there is none.
 struct Pkcs12Content {
-  std::vector<SecretBytes> keys;    // each a PKCS #8 PrivateKeyInfo in DER
-  std::vector<Bytes> certificates;  // X.509, DER
+  struct Key {
+    SecretBytes info;  // a PKCS #8 PrivateKeyInfo in DER
+    Bytes localKeyID;
+  };
+  struct CertificateBag {
+    Bytes der;  // X.509
+    Bytes localKeyID;
+  };
+  std::vector<Key> keys;
+  std::vector<CertificateBag> certificates;
 };
 
-// Opens a PKCS #12 file. `password` null: none. Files encrypted with algorithms of old (RC2-40) are
-// read with the library's legacy provider, in a context that ends with the call. Nothing, with the
-// reason, if the bytes are no such file, it asks for more than kPkcs12Rounds, or the password does
-// not fit (then the error's domain is "password").
+// Opens a PKCS #12 file. `password` null: none. What is encrypted with algorithms of old (RC2-40)
+// is read with the library's legacy provider, in a context that ends with the call. Each key is
+// derived once. Nothing, with the reason, if the bytes are no such file, it asks for more than the
+// bounds above, or the password does not fit (then the error's domain is "password").
 [[nodiscard]] std::optional<Pkcs12Content> readPkcs12(ByteView file, const SecretText *password,
                                                       Error *error = nullptr);
 

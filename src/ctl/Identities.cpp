@@ -138,33 +138,26 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
   return firstOf(records);
 }
 
-Outcome addIdentity(const crypto::Identity &identity, const std::string &label, Session &session) {
+Outcome addIdentity(const crypto::Identity &identity, const std::string &label, Session &session,
+                    bool &wasThere) {
   const IdentityRecord record = identity::describeNew(identity, label);
   if (!record.publicKeyHash) {
     return Failure{"the keychain cannot hold a key of this type",
                    "kfyctl identity create --common-name NAME"};
   }
-  switch (session.keychain->addIdentity(record, /*accessGroup=*/std::nullopt)) {
-    case platform::itemSuccess:
-      return std::nullopt;
-    case platform::itemDuplicate:
-      return Failure{"this certificate is in the keychain already",
-                     "kfyctl identity show " + hashOf(record)};
-    case platform::itemStoreUnusable:
-    case platform::itemPINRefused:
-    case platform::itemNotFound:
-      break;
-  }
-  return keychainUnusable(session);
+  const auto status = session.keychain->addIdentity(record, /*accessGroup=*/std::nullopt);
+  wasThere = status == platform::itemDuplicate;
+  return wasThere || status == platform::itemSuccess ? Outcome() : keychainUnusable(session);
 }
 
-void tellOfNew(const IdentityRecord &record, Session &session) {
+void tellOf(const IdentityRecord &record, bool wasThere, Session &session) {
   const std::string hash = hashOf(record);
-  session.output << (session.json
-                         ? jsonOf({{"sha1", "SHA-1", hash}, {"label", "label", labelOf(record)}})
-                         : hash + "\n");
-  session.notes << "kfyctl: \"" << labelOf(record) << "\" is in the keychain; kfyd will show it "
-                << "after: kfyctl identity use " << hash << '\n';
+  const Facts facts{
+      {"sha1", "SHA-1", hash}, {"label", "label", labelOf(record)}, {"added", "added", !wasThere}};
+  session.output << (session.json ? jsonOf(facts) : hash + "\n");
+  session.notes << "kfyctl: \"" << labelOf(record) << "\" is in the keychain"
+                << (wasThere ? " already" : "") << "; kfyd will show it after: kfyctl identity use "
+                << hash << '\n';
 }
 
 Outcome useIdentity(const IdentityRecord &record) {

@@ -37,12 +37,14 @@ struct TokenIdentities {
 // lower case. Nothing, with `failure` filled, if it finds none.
 [[nodiscard]] std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure);
 
-// Adds an identity that can do what its key can.
+// Adds an identity that can do what its key can. One that is there already is as good: it keeps its
+// label, and `wasThere` says so.
 [[nodiscard]] Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
-                                  Session &session);
+                                  Session &session, bool &wasThere);
 
-// Prints the hash of an identity that was added, by which everything else names it.
-void tellOfNew(const IdentityRecord &record, Session &session);
+// Prints the hash of an identity that was added, or was there before, by which everything else
+// names it.
+void tellOf(const IdentityRecord &record, bool wasThere, Session &session);
 
 // Makes kfyd use the identity from its next start on: by its hash, so that the label may hold
 // capitals. Also publishes its certificate, which clients on this machine pin.

@@ -2,21 +2,19 @@
 #include <memory>
 #include <ostream>
 
-#include "base/Files.hpp"
 #include "base/Root.hpp"
 #include "crypto/Identity.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/Identities.hpp"
+#include "ctl/IdentityImport.hpp"
 #include "ctl/KeychainTrouble.hpp"
-#include "ctl/PackageImport.hpp"
 #include "identity/PinnedCertificate.hpp"
 
 namespace ctl {
 namespace {
 
-constexpr std::size_t kLargestFile = 1024 * 1024;
 constexpr int kDaysOfNewOnes = 3650;
 constexpr int kMostDays = 36500;
 
@@ -30,17 +28,6 @@ struct Options {
   bool force = false;
 };
 
-Outcome addAndTell(const crypto::Identity &identity, const std::string &label, Session &session) {
-  if (auto failure = addIdentity(identity, label, session)) {
-    return failure;
-  }
-  IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(identity);
-  record.label = label;
-  tellOfNew(record, session);
-  return std::nullopt;
-}
-
 Outcome createIdentity(const Options &options, Session &session) {
   Error error;
   const auto key = crypto::PrivateKey::generateP256(&error);
@@ -51,59 +38,20 @@ Outcome createIdentity(const Options &options, Session &session) {
   if (!certificate) {
     return Failure{error.description, "kfyctl identity create --help"};
   }
-  return addAndTell({*certificate, *key},
-                    options.label.empty() ? options.commonName : options.label, session);
-}
-
-// With a password where one was given; else without one first, and asked for where the file wants
-// it.
-std::optional<crypto::Identity> identityFrom(ByteView pem, const Options &options, Error *error) {
-  Error cause;
-  auto identity = options.password.isGiven()
-                      ? std::nullopt
-                      : crypto::readIdentity(pem, /*password=*/nullptr, &cause);
-  if (identity || (!options.password.isGiven() && cause.domain != "password")) {
-    base::report(error, cause.domain, cause.code, cause.description);
-    return identity;
+  const crypto::Identity identity{*certificate, *key};
+  IdentityRecord record;
+  record.reference = std::make_shared<const crypto::Identity>(identity);
+  record.label = options.label.empty() ? options.commonName : options.label;
+  bool wasThere = false;
+  if (auto failure = addIdentity(identity, *record.label, session, wasThere)) {
+    return failure;
   }
-  const auto password = options.password.take("Password for " + options.file + ": ", &cause);
-  if (!password) {
-    base::report(error, "password", 0, "it wants a password, and " + cause.description);
-    return std::nullopt;
-  }
-  return crypto::readIdentity(pem, &*password, error);
-}
-
-Outcome importPEM(ByteView pem, const Options &options, Session &session) {
-  Error error;
-  const auto identity = identityFrom(pem, options, &error);
-  if (!identity) {
-    return Failure{options.file + ": " + error.description,
-                   error.domain == "password"
-                       ? "kfyctl identity import " + options.file + " --password-file FILE"
-                       : "kfyctl identity import --help"};
-  }
-  const std::string commonName = identity->certificate.commonName().value_or("imported");
-  return addAndTell(*identity, options.label.empty() ? commonName : options.label, session);
+  tellOf(record, wasThere, session);
+  return std::nullopt;
 }
 
 Outcome importIdentity(const Options &options, Session &session) {
-  const std::string command = "kfyctl identity import " + options.file;
-  Error error;
-  const auto file = base::readFile(options.file, kLargestFile, &error);
-  if (!file) {
-    return failureFrom(error, command);
-  }
-  if (!isPackage(*file)) {
-    return importPEM(*file, options, session);
-  }
-  if (!options.label.empty()) {
-    return Failure{
-        "--label is for PEM files; what a PKCS #12 file holds is labelled with the "
-        "common names of its certificates",
-        command, exitWrongCommandLine};
-  }
-  return importPackage(options.file, *file, options.password, session);
+  return importIdentities(options.file, options.label, options.password, session);
 }
 
 // Those on a token also name it.

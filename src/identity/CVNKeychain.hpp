@@ -48,6 +48,12 @@ class CVNKeychain {
     importNotAdded = -3,     // the store did not take an identity
   };
 
+  // An identity that an import found or put into the keychain.
+  struct Imported {
+    IdentityReference identity;
+    bool wasThere = false;
+  };
+
   CVNKeychain(platform::ItemStore &store, platform::TokenWatcher &tokens,
               platform::UserDefaults &defaults)
       : store_(store), tokens_(tokens), defaults_(defaults) {}
@@ -127,6 +133,11 @@ class CVNKeychain {
   [[nodiscard]] ImportResult importNewP12AtURL(const std::string &url,
                                                const SecretText &password) const;
 
+  // The same for a package that is open: nothing is derived again, and no file is touched. What
+  // the keychain holds of it now is added to `imported`, also on a failure.
+  [[nodiscard]] ImportResult importPackage(const crypto::Pkcs12Content &content,
+                                           std::vector<Imported> *imported = nullptr) const;
+
  private:
   template <typename Matches>
   [[nodiscard]] IdentityReference findFirst(bool tokenOnly, const std::optional<SecretText> &pin,
@@ -134,7 +145,8 @@ class CVNKeychain {
   [[nodiscard]] platform::IdentityMatches searchEverywhere(
       const platform::IdentityQuery &query) const;
 
-  [[nodiscard]] ImportResult importIdentity(const crypto::Identity &identity) const;
+  [[nodiscard]] ImportResult importIdentity(const crypto::Identity &identity,
+                                            std::vector<Imported> *imported) const;
 
   platform::ItemStore &store_;
   platform::TokenWatcher &tokens_;

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "base/Files.hpp"
-#include "crypto/Pkcs12.hpp"
 #include "identity/CVNKeychain.hpp"
 #include "identity/NewIdentity.hpp"
 #include "support/CVNLog.hpp"
@@ -27,29 +26,6 @@ bool isASCII(ByteView bytes) {
 // In steps of whole bytes, as a signature or a block of the key is long.
 int blockBits(const crypto::PublicKey &key) {
   return (key.bits() + 7) / 8 * 8;
-}
-
-// Those that do not parse are left out: they belong to nobody here.
-std::vector<crypto::Certificate> certificatesOf(const crypto::Pkcs12Content &content) {
-  std::vector<crypto::Certificate> certificates;
-  for (const Bytes &der : content.certificates) {
-    if (auto certificate = crypto::Certificate::fromDER(der)) {
-      certificates.push_back(std::move(*certificate));
-    }
-  }
-  return certificates;
-}
-
-// What the certificates make of one key: several identities where it was certified more than once.
-std::vector<crypto::Identity> identitiesOf(const crypto::PrivateKey &key,
-                                           const std::vector<crypto::Certificate> &certificates) {
-  std::vector<crypto::Identity> identities;
-  for (const crypto::Certificate &certificate : certificates) {
-    if (crypto::belongTogether(certificate, key)) {
-      identities.push_back({certificate, key});
-    }
-  }
-  return identities;
 }
 
 }  // namespace
@@ -152,43 +128,44 @@ CVNKeychain::ImportResult CVNKeychain::importNewP12AtURL(const std::string &url,
                                                          const SecretText &password) const {
   const auto file = base::readFile(url, kLargestPackage);
   const auto content = file ? crypto::readPkcs12(*file, &password) : std::nullopt;
-  if (!content) {
-    return importUnreadable;
-  }
-  const auto certificates = certificatesOf(*content);
-  bool hasIdentity = false;
-  for (const SecretBytes &der : content->keys) {
-    const auto key = crypto::PrivateKey::fromPKCS8(der.reveal());
-    if (!key) {
-      CVNLog("SecIdentityCopyPrivateKey error");
-      return importUnreadable;
-    }
-    for (const crypto::Identity &identity : identitiesOf(*key, certificates)) {
-      const ImportResult result = importIdentity(identity);
-      if (result != importDone) {
-        return result;
-      }
-      hasIdentity = true;
-    }
-  }
-  if (!hasIdentity) {
-    return importUnreadable;
-  }
-  if (::unlink(url.c_str()) != 0) {
+  const ImportResult result = content ? importPackage(*content) : importUnreadable;
+  if (result == importDone && ::unlink(url.c_str()) != 0) {
     CVNLog("imported file %@ is still there, with its keys: %@", url,
            std::generic_category().message(errno));
   }
-  return importDone;
+  return result;
 }
 
-CVNKeychain::ImportResult CVNKeychain::importIdentity(const crypto::Identity &identity) const {
+CVNKeychain::ImportResult CVNKeychain::importPackage(const crypto::Pkcs12Content &content,
+                                                     std::vector<Imported> *imported) const {
+  const auto identities = crypto::identitiesIn(content);
+  for (const std::optional<crypto::Identity> &identity : identities) {
+    if (!identity) {
+      CVNLog("SecIdentityCopyPrivateKey error");
+      return importUnreadable;
+    }
+    const ImportResult result = importIdentity(*identity, imported);
+    if (result != importDone) {
+      return result;
+    }
+  }
+  return identities.empty() ? importUnreadable : importDone;
+}
+
+CVNKeychain::ImportResult CVNKeychain::importIdentity(const crypto::Identity &identity,
+                                                      std::vector<Imported> *imported) const {
   constexpr int kMostBits = 2048;
   if (blockBits(identity.key.publicKey()) > kMostBits) {
     return importKeyTooLarge;
   }
-  const platform::ItemStatus status =
-      store_.addIdentity(identity::describeNew(identity, identity.certificate.commonName()),
-                         /*accessGroup=*/std::nullopt);
-  return status == platform::itemSuccess || status == platform::itemDuplicate ? importDone
-                                                                              : importNotAdded;
+  const platform::IdentityRecord record =
+      identity::describeNew(identity, identity.certificate.commonName());
+  const platform::ItemStatus status = store_.addIdentity(record, /*accessGroup=*/std::nullopt);
+  if (status != platform::itemSuccess && status != platform::itemDuplicate) {
+    return importNotAdded;
+  }
+  if (imported != nullptr) {
+    imported->push_back({record.reference, status == platform::itemDuplicate});
+  }
+  return importDone;
 }

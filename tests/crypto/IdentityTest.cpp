@@ -17,17 +17,28 @@ const crypto::Identity &owner() {
 
 // PKCS #12 with these rounds written into the file afterwards, so that nobody derives them.
 std::string packaged(long macRounds) {
-  PKCS12 *made =
-      PKCS12_create("secret", "owner", owner().key.native(), owner().certificate.native(), nullptr,
-                    NID_aes_256_cbc, NID_aes_256_cbc, 2048, 2048, 0);
+  PKCS12 *made = fakes::makePackage(owner(), "secret");
   const ASN1_INTEGER *rounds = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &rounds, made);
   ASN1_INTEGER_set(const_cast<ASN1_INTEGER *>(rounds), macRounds);
-  std::string file(static_cast<std::size_t>(i2d_PKCS12(made, nullptr)), '\0');
-  auto *place = reinterpret_cast<unsigned char *>(file.data());
-  i2d_PKCS12(made, &place);
-  PKCS12_free(made);
-  return file;
+  return fakes::encoded(made);
+}
+
+// A package whose one part is encrypted with scrypt, N·r·p = 16384·8·16.
+const Bytes kWithScrypt = fakes::bytesOfHex(
+    "30819a02010330819406092a864886f70d010701a08186048183308180307e06092a864886f7"
+    "0d010706a071306f020100306a06092a864886f70d010701304b06092a864886f70d01050d30"
+    "3e301d06092b06010401da47040b3010040473616c7402024000020108020110301d06096086"
+    "4801650304012a04106969696969696969696969696969696980107878787878787878787878"
+    "7878787878");
+
+std::string packageOfCertificates(int count) {
+  STACK_OF(PKCS12_SAFEBAG) *bags = nullptr;
+  PKCS12_add_key(&bags, owner().key.native(), 0, 0, -1, nullptr);
+  while (count-- > 0) {
+    PKCS12_add_cert(&bags, owner().certificate.native());
+  }
+  return fakes::packageOf(bags);
 }
 
 TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
@@ -48,10 +59,13 @@ TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
       {"encrypted key", encrypted, "secret", nullptr},
       {"wrong password for a key", encrypted, "other", "password"},
       {"foreign certificate", key + foreign, nullptr, "crypto"},
-      {"package", packaged(2048), "secret", nullptr},
-      {"wrong password for a package", packaged(2048), "other", "password"},
+      {"package", packaged(2), "secret", nullptr},
+      {"wrong password for a package", packaged(2), "other", "password"},
       {"rounds in all above the bound", packaged(1'999'999), "secret", "crypto"},
-      {"truncated package", packaged(2048).substr(0, 900), "secret", "openssl"},
+      {"scrypt above the bound", std::string(base::textOf(kWithScrypt)), "secret", "crypto"},
+      {"as many bags as may be", packageOfCertificates(1022), nullptr, nullptr},
+      {"a bag too many", packageOfCertificates(1023), nullptr, "crypto"},
+      {"truncated package", packaged(2).substr(0, 900), "secret", "openssl"},
   };
   for (const Case &row : kCases) {
     SCOPED_TRACE(row.name);

@@ -6,16 +6,8 @@
 
 namespace {
 
+using fakes::bytesOfHex;
 using fakes::madeKey;
-
-Bytes bytesOfHex(std::string_view digits) {
-  Bytes bytes;
-  for (std::size_t index = 0; index < digits.size(); index += 2) {
-    bytes.push_back(
-        static_cast<std::uint8_t>(std::stoi(std::string(digits.substr(index, 2)), nullptr, 16)));
-  }
-  return bytes;
-}
 
 TEST(PrivateKey, RefusesDataThatDoesNotFitItsModulusOrType) {
   const crypto::PrivateKey key = madeKey("RSA");

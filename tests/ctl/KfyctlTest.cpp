@@ -4,6 +4,7 @@
 
 #include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
+#include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
 
 namespace {
@@ -51,6 +52,28 @@ TEST_F(Kfyctl, NamesAnIdentityByItsLabelAsStoredOrByItsHash) {
   EXPECT_EQ(kfyctl({"identity", "delete", first}).status, 0);
   EXPECT_EQ(kfyctl({"identity", "delete", second, "--force"}).status, 0);
   EXPECT_EQ(kfyctl({"identity", "list"}).output, "");
+}
+
+TEST_F(Kfyctl, ImportsWhatIsThereAlreadyAlikeFromBothKindsOfFile) {
+  const crypto::Identity box = fakes::makeIdentity("Box");
+  const std::string hash = support::hexString(box.certificate.sha1());
+  sandboxedRoot().write("box.pem", fakes::pemOf(box));
+  sandboxedRoot().write("box.p12", fakes::encoded(fakes::makePackage(box, /*password=*/"")));
+  const auto import = [](const char *file, std::vector<std::string> more) {
+    more.insert(more.begin(), {"identity", "import", sandboxedRoot() / file});
+    return kfyctl(more);
+  };
+  const std::string facts = "{\"sha1\":\"" + hash + "\",\"label\":\"Box\",\"added\":";
+  for (const char *first : {"box.pem", "box.p12"}) {
+    EXPECT_EQ(import(first, {"--json"}).output, facts + "true}\n") << first;
+    for (const char *again : {"box.pem", "box.p12"}) {
+      const ToolRun run = import(again, {});
+      EXPECT_EQ(run.output, hash + "\n") << again << run.status;
+      EXPECT_THAT(run.notes, HasSubstr("\"Box\" is in the keychain already")) << again;
+      EXPECT_EQ(import(again, {"--json"}).output, facts + "false}\n") << again;
+    }
+    EXPECT_EQ(kfyctl({"identity", "delete", hash}).status, 0);
+  }
 }
 
 TEST_F(Kfyctl, WritesReadsAndDeletesASetting) {

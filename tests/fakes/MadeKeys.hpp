@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs12.h>
 
 #include <memory>
 #include <string>
@@ -10,6 +11,13 @@
 
 // Keys, certificates and their files for tests.
 namespace fakes {
+
+inline Bytes bytesOfHex(const std::string &digits) {
+  Bytes bytes(digits.size() / 2);
+  std::size_t length = 0;
+  OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), &length, digits.c_str(), /*sep=*/'\0');
+  return bytes;
+}
 
 // A key of this type ("RSA", "EC" or the library's name of another), those of the first two made
 // once.
@@ -53,6 +61,30 @@ inline std::string encryptedPemOf(const crypto::Identity &identity, const std::s
   char *text = nullptr;
   const long length = BIO_get_mem_data(buffer.get(), &text);
   return identity.certificate.pem() + std::string(text, static_cast<std::size_t>(length));
+}
+
+// The bytes of a package, which is released.
+inline std::string encoded(PKCS12 *package) {
+  std::string file(static_cast<std::size_t>(i2d_PKCS12(package, nullptr)), '\0');
+  auto *place = reinterpret_cast<unsigned char *>(file.data());
+  i2d_PKCS12(package, &place);
+  PKCS12_free(package);
+  return file;
+}
+
+// A package of these bags, neither encrypted nor with a digest.
+inline std::string packageOf(STACK_OF(PKCS12_SAFEBAG) * bags) {
+  STACK_OF(PKCS7) *safes = nullptr;
+  PKCS12_add_safe(&safes, bags, -1, 0, nullptr);
+  std::string file = encoded(PKCS12_add_safes(safes, 0));
+  sk_PKCS7_pop_free(safes, PKCS7_free);
+  sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
+  return file;
+}
+
+inline PKCS12 *makePackage(const crypto::Identity &owner, const char *password) {
+  return PKCS12_create(password, "owner", owner.key.native(), owner.certificate.native(), nullptr,
+                       NID_aes_256_cbc, NID_aes_256_cbc, /*iter=*/2, /*mac_iter=*/2, 0);
 }
 
 }  // namespace fakes

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <openssl/pkcs12.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -94,13 +93,10 @@ TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
       {{"cert-key-aes256cbc"}, "wrong", -1},
       {{"cert-aes256cbc-no-key", "no-cert-key-aes256cbc"}, "cryptography", -1},
       // both, and two other certificates, which are skipped; names are no matter
-      {{"no-name-pwd", "name-all-pwd", "name-1-pwd", "name-2-3-pwd", "name-unicode-pwd"},
-       "password",
-       0},
-      {{"no-name-no-pwd", "name-all-no-pwd", "name-unicode-no-pwd"}, "", 0},
+      {{"no-name-pwd", "name-all-pwd", "name-unicode-pwd"}, "password", 0},
+      {{"no-name-no-pwd", "name-all-no-pwd"}, "", 0},
       // certificates of others alone
       {{"no-cert-no-name-pwd", "no-cert-name-unicode-pwd"}, "password", -1},
-      {{"no-cert-name-2-no-pwd", "no-cert-name-all-no-pwd"}, "", -1},
   };
   for (const auto &[names, password, result] : kCases) {
     for (const std::string &name : names) {
@@ -111,34 +107,47 @@ TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
   }
 }
 
-// A package of these identities, neither encrypted nor with a digest.
-void writePackage(const std::string &path, const std::vector<crypto::Identity> &identities) {
-  STACK_OF(PKCS12_SAFEBAG) *bags = nullptr;
+constexpr std::uint8_t kOwnID = 1;
+
+// A package of these identities, kOwnID on their certificates; `otherID`: then also a key of an
+// unknown algorithm with this local key ID.
+std::string packageOf(const std::vector<crypto::Identity> &identities,
+                      std::optional<std::uint8_t> otherID = std::nullopt) {
+  STACK_OF(PKCS12_SAFEBAG) *bags = sk_PKCS12_SAFEBAG_new_null();
+  if (otherID) {
+    PKCS8_PRIV_KEY_INFO *const key = PKCS8_PRIV_KEY_INFO_new();
+    PKCS8_pkey_set0(key, OBJ_txt2obj("1.2.3", 1), 0, V_ASN1_NULL, nullptr, nullptr, 0);
+    sk_PKCS12_SAFEBAG_push(bags, PKCS12_SAFEBAG_create0_p8inf(key));
+    PKCS12_add_localkeyid(sk_PKCS12_SAFEBAG_value(bags, 0), &*otherID, 1);
+  }
   for (const crypto::Identity &identity : identities) {
-    PKCS12_add_cert(&bags, identity.certificate.native());
+    std::uint8_t id = kOwnID;
+    PKCS12_add_localkeyid(PKCS12_add_cert(&bags, identity.certificate.native()), &id, 1);
     PKCS12_add_key(&bags, identity.key.native(), 0, 0, -1, nullptr);
   }
-  STACK_OF(PKCS7) *safes = nullptr;
-  PKCS12_add_safe(&safes, bags, -1, 0, nullptr);
-  PKCS12 *const package = PKCS12_add_safes(safes, 0);
-  FILE *const file = std::fopen(path.c_str(), "wb");
-  i2d_PKCS12_fp(file, package);
-  std::fclose(file);
-  PKCS12_free(package);
-  sk_PKCS7_pop_free(safes, PKCS7_free);
-  sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
+  return fakes::packageOf(bags);
 }
 
 TEST_F(Import, RefusesALargeKeyAndKeepsWhatItAddedBefore) {
   const auto large = crypto::PrivateKey::generateRSA(2056);
-  writePackage(folder / "two.p12",
-               {fakes::makeIdentity("small"),
-                {*crypto::Certificate::selfSigned(*large, "large", /*days=*/1, /*serverName=*/true),
-                 *large}});
+  folder.write("two.p12",
+               packageOf({fakes::makeIdentity("small"), fakes::identityOf(*large, "large")}));
   EXPECT_EQ(import(folder / "two.p12", "pw"), -2);
   ASSERT_EQ(store.items.size(), 1U);
   EXPECT_EQ(store.items.at(0).record.label, "small");
   EXPECT_FALSE(store.items.at(0).record.canDecrypt) << "no RSA key";
+}
+
+TEST_F(Import, SkipsAKeyOfAnUnknownAlgorithmUnlessItBelongsToACertificate) {
+  const crypto::Identity twice = fakes::makeIdentity("twice");
+  std::vector<CVNKeychain::Imported> imported;
+  const std::string file = packageOf({twice, twice}, kOwnID + 1);
+  const auto content = crypto::readPkcs12(base::viewOf(file), /*password=*/nullptr);
+  EXPECT_EQ(keychain.importPackage(*content, &imported), 0);
+  EXPECT_EQ(imported.size(), 1U) << "two keys and two certificates make one identity";
+  folder.write("own.p12", packageOf({twice}, kOwnID));
+  EXPECT_EQ(import(folder / "own.p12", ""), -1);
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyPrivateKey error"));
 }
 
 TEST_F(Import, TakesAnIdentityThatIsThereAlreadyButKeepsTheFileWhenTheStoreFails) {

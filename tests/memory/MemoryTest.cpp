@@ -6,7 +6,6 @@
 #endif
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
-#include <openssl/pkcs12.h>
 
 #include <cstdlib>
 #include <future>
@@ -87,17 +86,6 @@ using system_tests::insertionOf;
 using system_tests::signRequest;
 
 constexpr std::chrono::milliseconds kLongEnough{20};
-
-Bytes packageOf(const crypto::Identity &owner, const char *password) {
-  const std::unique_ptr<PKCS12, void (*)(PKCS12 *)> made(
-      PKCS12_create(password, "owner", owner.key.native(), owner.certificate.native(), nullptr,
-                    NID_aes_256_cbc, NID_aes_256_cbc, /*iter=*/1, /*mac_iter=*/1, 0),
-      PKCS12_free);
-  Bytes package(static_cast<std::size_t>(i2d_PKCS12(made.get(), nullptr)));
-  auto *place = package.data();
-  i2d_PKCS12(made.get(), &place);
-  return package;
-}
 
 // The whole daemon in a thread of this process, on the platform's real network.
 class WithoutMemory : public fakes::LoggedTest {
@@ -230,8 +218,9 @@ TEST_F(ReadingWithoutMemory, GivesAllOrNothing) {
            crypto::belongTogether(read.certificate, read.key);
   };
   const std::string pem = fakes::encryptedPemOf(owner, "secret");
-  const Bytes package = packageOf(owner, "secret");
-  for (const auto &[name, file] : {std::pair{"PEM", base::viewOf(pem)}, {"package", package}}) {
+  const std::string package = fakes::encoded(fakes::makePackage(owner, "secret"));
+  for (const auto &[name, file] :
+       {std::pair{"PEM", base::viewOf(pem)}, {"package", base::viewOf(package)}}) {
     expectAllOrNothing(
         name, /*step=*/17, [&] { return crypto::readIdentity(file, &password); }, isOwner);
   }

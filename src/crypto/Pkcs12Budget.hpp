@@ -1,0 +1,38 @@
+#pragma once
+
+#include <openssl/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace crypto {
+
+// The work that one PKCS #12 file may ask for (the bounds stand in Pkcs12.hpp). All of it is taken
+// from here before it is done. For this folder's own files.
+class Pkcs12Budget {
+ public:
+  // Those of a MAC; null for the default of RFC 7292.
+  [[nodiscard]] bool takeRounds(const ASN1_INTEGER *rounds);
+
+  // Those of a password-based encryption: PBES2 (RFC 8018) with PBKDF2 or scrypt (RFC 7914), else
+  // one of the schemes of PKCS #12 and PKCS #5 v1.5, which share their parameters' form. An
+  // algorithm without parameters to read asks for none: the library refuses it before any work.
+  [[nodiscard]] bool takeDerivation(const X509_ALGOR *algorithm);
+
+  // A bag, or one of the parts that bags stand in.
+  [[nodiscard]] bool takeBag();
+
+  // What there was too much of, once one of these was false: "1024 bags".
+  [[nodiscard]] const std::string &excess() const { return excess_; }
+
+ private:
+  bool takeRounds(std::uint64_t count);
+  bool takeScrypt(const ASN1_TYPE *parameters);
+
+  std::uint64_t rounds_ = 0;
+  std::size_t bags_ = 0;
+  std::string excess_;
+};
+
+}  // namespace crypto

@@ -1,0 +1,117 @@
+#include <openssl/err.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "crypto/Identity.hpp"
+#include "crypto/Owned.hpp"
+
+namespace crypto {
+namespace {
+
+using KeyInfo = Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
+
+// To read a key of another algorithm can be work without end: for DSA the library computes the
+// public key modulo a number that may be as long as the file.
+constexpr std::array kReadAlgorithms{NID_rsaEncryption, NID_rsassaPss, NID_X9_62_id_ecPublicKey,
+                                     NID_ED25519, NID_ED448};
+
+// The certificates of one file, found by what ties a key to them.
+class Certificates {
+ public:
+  explicit Certificates(const Pkcs12Content &content);
+
+  // In the order of the file.
+  [[nodiscard]] std::vector<Identity> identitiesOf(const PrivateKey &key) const;
+
+  // Whether a key belongs to one, as far as can be told without reading it.
+  [[nodiscard]] bool haveOneFor(const Pkcs12Content::Key &key, const ASN1_OBJECT *algorithm) const {
+    return (!key.localKeyID.empty() && localKeyIDs_.contains(key.localKeyID)) ||
+           algorithms_.contains(encodedForm(algorithm));
+  }
+
+ private:
+  static Bytes encodedForm(const ASN1_OBJECT *algorithm) {
+    const std::uint8_t *bytes = OBJ_get0_data(algorithm);
+    return {bytes, bytes + OBJ_length(algorithm)};
+  }
+
+  std::map<Bytes, std::vector<Certificate>> byPublicKey_;
+  std::set<Bytes> localKeyIDs_;
+  std::set<Bytes> algorithms_;  // of their keys
+};
+
+// The same for the certificate's key and the private one, however a point is written in the file.
+Bytes indexOf(const PublicKey &key) {
+  return key.externalRepresentation().value_or(key.subjectPublicKeyInfo());
+}
+
+Certificates::Certificates(const Pkcs12Content &content) {
+  std::set<ByteView, decltype([](ByteView left, ByteView right) {
+             return std::ranges::lexicographical_compare(left, right);
+           })>
+      known;
+  for (const auto &[der, localKeyID] : content.certificates) {
+    localKeyIDs_.insert(localKeyID);
+    const auto certificate = known.insert(der).second ? Certificate::fromDER(der) : std::nullopt;
+    if (!certificate) {
+      continue;  // one that does not parse belongs to nobody here
+    }
+    ASN1_OBJECT *algorithm = nullptr;
+    X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr,
+                           X509_get_X509_PUBKEY(certificate->native()));
+    algorithms_.insert(encodedForm(algorithm));
+    if (const auto key = certificate->publicKey()) {
+      byPublicKey_[indexOf(*key)].push_back(*certificate);
+    }
+  }
+}
+
+std::vector<Identity> Certificates::identitiesOf(const PrivateKey &key) const {
+  std::vector<Identity> identities;
+  const auto found = byPublicKey_.find(indexOf(key.publicKey()));
+  if (found != byPublicKey_.end()) {
+    for (const Certificate &certificate : found->second) {
+      if (belongTogether(certificate, key)) {
+        identities.push_back({certificate, key});
+      }
+    }
+  }
+  return identities;
+}
+
+}  // namespace
+
+std::vector<std::optional<Identity>> identitiesIn(const Pkcs12Content &content) {
+  const Certificates certificates(content);
+  std::vector<std::optional<Identity>> identities;
+  std::set<Bytes> known;
+  for (const Pkcs12Content::Key &key : content.keys) {
+    const ByteView der = key.info.reveal();
+    const std::uint8_t *end = der.data();
+    const KeyInfo info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &end, static_cast<long>(der.size())));
+    const ASN1_OBJECT *algorithm = nullptr;
+    if (!info || PKCS8_pkey_get0(&algorithm, nullptr, nullptr, nullptr, info.get()) != 1) {
+      identities.emplace_back();
+      continue;
+    }
+    const bool isReadable = std::ranges::count(kReadAlgorithms, OBJ_obj2nid(algorithm)) != 0;
+    const auto read = isReadable ? PrivateKey::fromPKCS8(der) : std::nullopt;
+    if (!read) {
+      if (isReadable || certificates.haveOneFor(key, algorithm)) {
+        identities.emplace_back();
+      }
+    } else if (known.insert(indexOf(read->publicKey())).second) {
+      std::ranges::copy(certificates.identitiesOf(*read), std::back_inserter(identities));
+    }
+  }
+  ERR_clear_error();
+  return identities;
+}
+
+}  // namespace crypto
