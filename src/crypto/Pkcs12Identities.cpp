@@ -16,10 +16,27 @@ namespace {
 
 using KeyInfo = Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
 
-// To read a key of another algorithm can be work without end: for DSA the library computes the
-// public key modulo a number that may be as long as the file.
 constexpr std::array kReadAlgorithms{NID_rsaEncryption, NID_rsassaPss, NID_X9_62_id_ecPublicKey,
-                                     NID_ED25519, NID_ED448};
+                                     NID_ED25519,       NID_ED448,     NID_dsa};
+
+// For a DSA key the library computes the public one, modulo a number that may be as long as the
+// file. One with a modulus of 3,072 bits (FIPS 186-4, the largest) takes 870 bytes.
+constexpr std::size_t kLongestDSAKey = 1024;
+constexpr int kMostDSAKeys = 16;
+
+// Says which keys are worth the work of reading them.
+class Readable {
+ public:
+  bool operator()(int algorithm, ByteView der) {
+    if (algorithm == NID_dsa && (der.size() > kLongestDSAKey || ++dsaKeys_ > kMostDSAKeys)) {
+      return false;
+    }
+    return std::ranges::find(kReadAlgorithms, algorithm) != kReadAlgorithms.end();
+  }
+
+ private:
+  int dsaKeys_ = 0;
+};
 
 // The certificates of one file, found by what ties a key to them.
 class Certificates {
@@ -89,6 +106,7 @@ std::vector<Identity> Certificates::identitiesOf(const PrivateKey &key) const {
 
 std::vector<std::optional<Identity>> identitiesIn(const Pkcs12Content &content) {
   const Certificates certificates(content);
+  Readable readable;
   std::vector<std::optional<Identity>> identities;
   std::set<Bytes> known;
   for (const Pkcs12Content::Key &key : content.keys) {
@@ -100,7 +118,7 @@ std::vector<std::optional<Identity>> identitiesIn(const Pkcs12Content &content) 
       identities.emplace_back();
       continue;
     }
-    const bool isReadable = std::ranges::count(kReadAlgorithms, OBJ_obj2nid(algorithm)) != 0;
+    const bool isReadable = readable(OBJ_obj2nid(algorithm), der);
     const auto read = isReadable ? PrivateKey::fromPKCS8(der) : std::nullopt;
     if (!read) {
       if (isReadable || certificates.haveOneFor(key, algorithm)) {
