@@ -79,8 +79,8 @@ int connect(const ConnectCommand &command, const Arguments &arguments,
             const StopSignal &stop) {
   for (const CardKey &key : keys.keys()) {
     if (key.authenticates) {
-      warn(key.label + " is also the key that authenticates: it signs nothing that may be a " +
-           "challenge and decrypts nothing");
+      warn(key.label + " is also the key that authenticates: it signs nothing but digests and " +
+           "decrypts nothing");
     }
   }
   const KnownHosts knownHosts(arguments.home + "/known_hosts");
