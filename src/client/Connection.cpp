@@ -259,7 +259,7 @@ std::optional<QuillMessage> Connection::takeResponse(const UUID &messageID) {
   }));
 }
 
-std::optional<QuillMessage> Connection::takeAt(std::deque<Kept>::iterator place) {
+std::optional<QuillMessage> Connection::takeAt(const std::deque<Kept>::iterator &place) {
   if (place == kept_.end()) {
     return std::nullopt;
   }

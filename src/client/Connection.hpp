@@ -120,7 +120,7 @@ class Connection {
   void flush();
   void endWith(ErrorCode code, std::string description);
   [[nodiscard]] std::optional<QuillMessage> takeResponse(const UUID &messageID);
-  [[nodiscard]] std::optional<QuillMessage> takeAt(std::deque<Kept>::iterator place);
+  [[nodiscard]] std::optional<QuillMessage> takeAt(const std::deque<Kept>::iterator &place);
 
   base::Descriptor socket_;
   std::optional<SocketMark> mark_;

@@ -5,7 +5,16 @@
 #include <utility>
 
 namespace remote {
+namespace {
+
+constexpr std::size_t kLongestError = 2000;
+
+}  // namespace
+
 void Console::add(OutputWriter::Stream stream, std::string_view before, std::string_view text) {
+  if (stream == OutputWriter::errors) {
+    text = text.substr(0, kLongestError);
+  }
   CleansedBytes line;
   line.reserve(before.size() + text.size() + 1);
   for (const std::string_view part : {before, text, std::string_view("\n")}) {

@@ -25,7 +25,8 @@ class Console {
     add(OutputWriter::output, before, secret.reveal());
   }
 
-  // To standard error: what failed, what deserves attention, and what to type next.
+  // To standard error: what failed, what deserves attention, and what to type next. Cut where it is
+  // longer than any text of ours: a server's message may be megabytes long.
   void complain(std::string_view what) { add(OutputWriter::errors, "kfy-remote: error: ", what); }
   void warn(std::string_view what) { add(OutputWriter::errors, "kfy-remote: warning: ", what); }
   void advise(std::string_view what) { add(OutputWriter::errors, "kfy-remote: try: ", what); }

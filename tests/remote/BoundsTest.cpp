@@ -1,8 +1,9 @@
 // What one machine may hold here and make this program say.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
 #include <string>
@@ -15,28 +16,24 @@
 namespace remote {
 namespace {
 
+using Outcome = OutputWriter::Outcome;
+
 TEST(UseQuota, CountsWhatWaitsInNumberAndBytesUntilNobodyHoldsIt) {
   UseQuota quota;
   std::vector<std::shared_ptr<int>> waiting;
-  const auto ask = [&](std::size_t bytes) {
+  const auto admits = [&](std::size_t bytes) {
     waiting.push_back(std::make_shared<int>());
-    if (!quota.admits(waiting.back(), bytes)) {
-      waiting.pop_back();
-      return false;
-    }
-    return true;
+    return quota.admits(waiting.back(), bytes);
   };
-  while (waiting.size() <= UseQuota::kMostUses && ask(32)) {
+  while (waiting.size() < UseQuota::kMostUses) {
+    EXPECT_TRUE(admits(32));
   }
-  EXPECT_EQ(waiting.size(), UseQuota::kMostUses);
-  waiting.pop_back();
-  EXPECT_TRUE(ask(32));
+  EXPECT_FALSE(admits(32));
+  waiting.erase(waiting.begin());
+  EXPECT_TRUE(admits(32));
   waiting.clear();
-  EXPECT_TRUE(ask(2 * UseQuota::kMostBytes)) << "one alone may be longer";
-  EXPECT_FALSE(ask(0));
-  waiting.clear();
-  EXPECT_TRUE(ask(UseQuota::kMostBytes - 1) && ask(1));
-  EXPECT_FALSE(ask(1));
+  EXPECT_TRUE(admits(2 * UseQuota::kMostBytes)) << "one alone may be longer";
+  EXPECT_FALSE(admits(0));
 }
 
 TEST(RefusalLines, SayAFewASecondAndCountTheRest) {
@@ -45,21 +42,58 @@ TEST(RefusalLines, SayAFewASecondAndCountTheRest) {
   RefusalLines lines(console, "host");
   const auto begin = std::chrono::steady_clock::now();
   for (int number = 0; number < 1000; ++number) {
-    lines.say("first " + std::to_string(number), begin + std::chrono::microseconds(number));
+    lines.say(std::to_string(number), begin + std::chrono::microseconds(number));
   }
-  EXPECT_EQ(lines.dueAt(), begin + std::chrono::seconds(1));
   lines.turn(begin + std::chrono::milliseconds(999));
   lines.turn(lines.dueAt());
   lines.turn(begin + std::chrono::seconds(2));
-  lines.say("later", begin + std::chrono::seconds(3));
-  (void)console.flush({});
-  std::array<char, 1024> text{};
-  const ssize_t length = ::pread(file.get(), text.data(), text.size(), 0);
-  const std::string warning = "kfy-remote: warning: ";
-  EXPECT_EQ(std::string(text.data(), static_cast<std::size_t>(length)),
-            warning + "first 0\n" + warning + "first 1\n" + warning + "first 2\n" + warning +
-                "first 3\n" + warning + "first 4\n" + warning +
-                "refused 995 more requests of host within a second\n" + warning + "later\n");
+  lines.say(std::string(1000000, 'x'), begin + std::chrono::seconds(3));
+  EXPECT_EQ(console.flush({}), Outcome::written);
+  std::string said(10000, ' ');
+  said.resize(static_cast<std::size_t>(::pread(file.get(), said.data(), said.size(), 0)));
+  std::string expected;
+  for (const std::string &line :
+       {std::string("0"), std::string("1"), std::string("2"), std::string("3"), std::string("4"),
+        std::string("refused 995 more requests of host within a second"), std::string(2000, 'x')}) {
+    expected += "kfy-remote: warning: " + line + "\n";
+  }
+  EXPECT_EQ(said, expected);
+}
+
+TEST(Console, HoldsSoMuchForAReaderWhoStandsStillAndCountsTheRest) {
+  constexpr std::size_t kLines = 10000;
+  constexpr std::size_t kLine = 100;
+  std::array<int, 4> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC) | ::pipe2(&ends[2], O_CLOEXEC), 0);
+  const std::array<base::Descriptor, 4> pipes{base::Descriptor(ends[0]), base::Descriptor(ends[1]),
+                                              base::Descriptor(ends[2]), base::Descriptor(ends[3])};
+  std::array<char, kLine> piece{};
+  {
+    Console console(ends[1], ends[3]);
+    for (std::size_t number = 0; number < kLines; ++number) {
+      console.say(std::string(kLine - 1, '.'));
+    }
+    console.warn("");
+    EXPECT_EQ(::read(ends[2], piece.data(), piece.size()), 22) << "the other reader is served";
+    EXPECT_EQ(console.flush({client::Deadline::max(), ends[0]}), Outcome::lost);
+  }  // a thread is left behind
+  std::string read;
+  while (!read.ends_with("nobody read them\n")) {
+    const ssize_t count = ::read(ends[0], piece.data(), piece.size());
+    ASSERT_GT(count, 0);
+    read.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  const std::size_t shown = read.find('k') / kLine;
+  EXPECT_LE(shown * kLine, OutputWriter::kMostBytes + 65536) << "what waits, and the pipe";
+  EXPECT_EQ(read.substr(shown * kLine), "kfy-remote: " + std::to_string(kLines - shown) +
+                                            " lines dropped, since nobody read them\n");
+}
+
+TEST(Console, TellsThatAPasswordCouldNotBeWritten) {
+  const base::Descriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+  Console console(full.get(), full.get());
+  console.saySecret("password: ", SecretText("sesame"));
+  EXPECT_EQ(console.flush({client::Deadline::max(), -1}), Outcome::lost);
 }
 
 }  // namespace
