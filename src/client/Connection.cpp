@@ -18,10 +18,26 @@ constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + protocol::kDropped
 
 // A daemon takes and sends frames of 2 MiB at most by default.
 constexpr std::size_t kLargestFrame = std::size_t{16} * 1024 * 1024;
+
+// Of messages that nobody has taken: what many requests in flight come to, and two of a daemon's
+// longest frames. In memory a message may take a dozen times its frame. The newest always stays.
 constexpr std::size_t kMostKept = 1000;
+constexpr std::size_t kMostKeptBytes = std::size_t{4} * 1024 * 1024;
 
 // Between two looks at the caller's deadline, or at the other descriptors of its loop.
 constexpr int kChunksPerPump = 64;
+
+// For a wait on a peer that never stops sending.
+bool isStopped(const Patience &patience, Error *error) {
+  Error reason;
+  const Patience none{std::chrono::steady_clock::now(), patience.stopDescriptor};
+  (void)waitFor(/*descriptor=*/-1, /*toWrite=*/false, none, &reason);
+  const bool isStopped = reason.code == stopped;
+  if (isStopped && error != nullptr) {
+    *error = std::move(reason);
+  }
+  return isStopped;
+}
 
 }  // namespace
 
@@ -154,7 +170,8 @@ std::optional<QuillMessage> Connection::waitUntil(const Take &take, const Patien
       return std::nullopt;
     }
     // what TLS holds already does not make the socket readable
-    if (!hasMore_ && !waitFor(socket_.get(), wantsWrite(), patience, error)) {
+    if (hasMore_ ? isStopped(patience, error)
+                 : !waitFor(socket_.get(), wantsWrite(), patience, error)) {
       return std::nullopt;
     }
     pump();
@@ -218,36 +235,37 @@ void Connection::collect(ByteView chunk) {
   } else if (collected.outcome == protocol::ChunkOutcome::frame && !collected.payload.empty()) {
     // an empty frame answers nothing
     if (auto message = QuillMessage::initWithJSONData(collected.payload)) {
-      keep(std::move(*message));
+      keep(std::move(*message), collected.payload.size());
     }
   }
 }
 
-void Connection::keep(QuillMessage message) {
-  if (kept_.size() == kMostKept) {
-    kept_.pop_front();
+void Connection::keep(QuillMessage message, std::size_t bytes) {
+  while (!kept_.empty() && (kept_.size() >= kMostKept || keptBytes_ + bytes > kMostKeptBytes)) {
+    (void)takeAt(kept_.begin());
   }
-  kept_.push_back(std::move(message));
+  kept_.push_back({std::move(message), bytes});
+  keptBytes_ += bytes;
 }
 
 std::optional<QuillMessage> Connection::take() {
-  if (kept_.empty()) {
-    return std::nullopt;
-  }
-  std::optional<QuillMessage> message(std::move(kept_.front()));
-  kept_.pop_front();
-  return message;
+  return takeAt(kept_.begin());
 }
 
 std::optional<QuillMessage> Connection::takeResponse(const UUID &messageID) {
-  const auto found = std::ranges::find_if(kept_, [&](const QuillMessage &message) {
-    return message.messageType == QuillMessageTypeResponse && message.messageID == messageID;
-  });
-  if (found == kept_.end()) {
+  return takeAt(std::ranges::find_if(kept_, [&](const Kept &kept) {
+    return kept.message.messageType == QuillMessageTypeResponse &&
+           kept.message.messageID == messageID;
+  }));
+}
+
+std::optional<QuillMessage> Connection::takeAt(const std::deque<Kept>::iterator &place) {
+  if (place == kept_.end()) {
     return std::nullopt;
   }
-  std::optional<QuillMessage> message(std::move(*found));
-  kept_.erase(found);
+  std::optional<QuillMessage> message(std::move(place->message));
+  keptBytes_ -= place->bytes;
+  kept_.erase(place);
   return message;
 }
 

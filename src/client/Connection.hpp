@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -30,7 +31,8 @@ inline constexpr const char *kLoopbackHost = "127.0.0.1";
 using Judge = std::function<bool(const crypto::Certificate &certificate)>;
 
 // One TLS connection to a daemon. Has no thread of its own and is used from one thread at a time:
-// whoever waits reads for all, and messages that are not waited for are kept for later. Never
+// whoever waits reads for all, and messages that are not waited for are kept for later, a thousand
+// of them, and of several 4 MiB; then the oldest go, so that no peer fills the memory. Never
 // raises SIGPIPE. Any end of a connection to the public port withdraws the card there. A descriptor
 // that something else stands under by now is never touched again: the connection counts as lost.
 class Connection {
@@ -58,8 +60,7 @@ class Connection {
                                                     Error *error = nullptr);
 
   // Waits for the response with this message ID, to a request that was sent before. Many requests
-  // may be in flight; their responses may be awaited in any order. A response that nobody takes is
-  // kept until a thousand newer messages wait.
+  // may be in flight; their responses may be awaited in any order.
   [[nodiscard]] std::optional<QuillMessage> await(const UUID &messageID,
                                                   const Patience &patience = {},
                                                   Error *error = nullptr);
@@ -74,8 +75,12 @@ class Connection {
   bool pump();
   [[nodiscard]] std::optional<QuillMessage> take();
   [[nodiscard]] int descriptor() const { return socket_.get(); }
-  [[nodiscard]] bool wantsWrite() const { return !end_ && channel_.unsentBytes() > 0; }
+  [[nodiscard]] bool wantsWrite() const { return unsentBytes() > 0; }
   [[nodiscard]] bool hasMore() const { return hasMore_; }
+
+  // What the peer has not taken yet. There is no bound: it grows with each send() to a peer that
+  // does not read.
+  [[nodiscard]] std::size_t unsentBytes() const { return end_ ? 0 : channel_.unsentBytes(); }
 
   // Why the connection is at its end; nothing while it stands.
   [[nodiscard]] const std::optional<Error> &end() const { return end_; }
@@ -97,6 +102,12 @@ class Connection {
  private:
   using Take = std::function<std::optional<QuillMessage>()>;
 
+  // A message that nobody has taken yet.
+  struct Kept {
+    QuillMessage message;
+    std::size_t bytes;  // of its frame
+  };
+
   [[nodiscard]] bool isSocketOurs() const;
   [[nodiscard]] bool holdsSocket();  // lets go of what is not ours, with the end noted
   [[nodiscard]] bool handshake(const Patience &patience, Error *error);
@@ -105,17 +116,19 @@ class Connection {
   [[nodiscard]] bool readChunks();
   [[nodiscard]] bool readChunk();
   void collect(ByteView chunk);
-  void keep(QuillMessage message);
+  void keep(QuillMessage message, std::size_t bytes);
   void flush();
   void endWith(ErrorCode code, std::string description);
   [[nodiscard]] std::optional<QuillMessage> takeResponse(const UUID &messageID);
+  [[nodiscard]] std::optional<QuillMessage> takeAt(const std::deque<Kept>::iterator &place);
 
   base::Descriptor socket_;
   std::optional<SocketMark> mark_;
   crypto::TlsChannel channel_;  // borrows the socket
   CleansedBytes buffer_;        // for one chunk
   CleansedBytes frame_;         // that is being collected
-  std::deque<QuillMessage> kept_;
+  std::deque<Kept> kept_;
+  std::size_t keptBytes_ = 0;
   std::optional<Error> end_;
   bool hasMore_ = false;
 };

@@ -172,15 +172,16 @@ bool finish(Texts &texts, Error *error) {
   return true;
 }
 
-int wrong(const std::string &what) {
-  complain(what);
-  advise("kfy-remote --help");
+int wrong(Console &console, const std::string &what) {
+  console.complain(what);
+  console.advise("kfy-remote --help");
   return kWrongCommandLine;
 }
 
 }  // namespace
 
-std::variant<Arguments, int> readArguments(int count, const char *const *arguments) {
+std::variant<Arguments, int> readArguments(int count, const char *const *arguments,
+                                           Console &console) {
   Texts texts;
   CLI::App program("Be the smart card of another machine: its programs use keys that stay here.",
                    "kfy-remote");
@@ -194,12 +195,12 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   } catch (const CLI::Success &success) {
     return program.exit(success);
   } catch (const CLI::ParseError &error) {
-    return wrong(printable(error.what()));
+    return wrong(console, printable(error.what()));
   }
   Error error;
   if (!finish(texts, &error) || (connect.parsed() && !finishConnect(texts, &error)) ||
       (password.parsed() && !finishPassword(texts, &error))) {
-    return wrong(printable(error.description));
+    return wrong(console, printable(error.description));
   }
   if (keys.parsed()) {
     texts.arguments.command = texts.keys;

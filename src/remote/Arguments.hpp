@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "remote/Address.hpp"
+#include "remote/Console.hpp"
 #include "remote/KnownHosts.hpp"
 #include "remote/Passwords.hpp"
 
@@ -40,6 +41,7 @@ struct Arguments {
 
 // What stands on the command line, or the exit status if that is all to do: help and version were
 // printed, or the fault was.
-[[nodiscard]] std::variant<Arguments, int> readArguments(int count, const char *const *arguments);
+[[nodiscard]] std::variant<Arguments, int> readArguments(int count, const char *const *arguments,
+                                                         Console &console);
 
 }  // namespace remote

@@ -30,11 +30,13 @@ class Consent {
   // How many questions of one asker wait.
   [[nodiscard]] std::size_t waiting(const void *asker) const;
 
-  // To wait on: readable when an answer was typed. Negative while nothing is asked.
+  // To wait on: readable when an answer was typed, writable while wantsWrite() when more of the
+  // question can be shown. Negative while nothing is asked.
   [[nodiscard]] int descriptor() const { return questions_.empty() ? -1 : terminal_.descriptor(); }
+  [[nodiscard]] bool wantsWrite() const { return terminal_.wantsWrite(); }
 
   // Reads the answer to the question that is shown, gives it to its asker, shows the next. The
-  // question stays if none was typed.
+  // question stays if none was typed since all of it was to be seen.
   void readAnswer();
 
  private:

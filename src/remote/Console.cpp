@@ -1,48 +1,27 @@
 #include "remote/Console.hpp"
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <utility>
 
 namespace remote {
 namespace {
 
-void writeLine(std::FILE *stream, const std::string &line) {
-  // a reader that is gone stops nothing
-  (void)std::fputs((line + "\n").c_str(), stream);
-  (void)std::fflush(stream);
-}
+constexpr std::size_t kLongestError = 2000;
 
 }  // namespace
 
-void say(const std::string &line) {
-  writeLine(stdout, line);
-}
-
-void saySecret(std::string_view before, const SecretText &secret) {
+void Console::add(OutputWriter::Stream stream, std::string_view before, std::string_view text) {
+  if (stream == OutputWriter::errors) {
+    text = text.substr(0, kLongestError);
+  }
   CleansedBytes line;
-  for (const std::string_view part : {before, secret.reveal(), std::string_view("\n")}) {
+  line.reserve(before.size() + text.size() + 1);
+  for (const std::string_view part : {before, text, std::string_view("\n")}) {
     const ByteView bytes = base::viewOf(part);
     line.insert(line.end(), bytes.begin(), bytes.end());
   }
-  // not through the stream, whose buffer would keep it
-  (void)std::fflush(stdout);
-  (void)!::write(STDOUT_FILENO, line.data(), line.size());
-}
-
-void complain(const std::string &what) {
-  writeLine(stderr, "kfy-remote: error: " + what);
-}
-
-void warn(const std::string &what) {
-  writeLine(stderr, "kfy-remote: warning: " + what);
-}
-
-void advise(const std::string &command) {
-  writeLine(stderr, "kfy-remote: try: " + command);
+  writer_.add(stream, line);
 }
 
 std::string printable(std::string_view text) {

@@ -1,22 +1,46 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 #include <string_view>
 
 #include "base/Secret.hpp"
+#include "remote/OutputWriter.hpp"
 
 namespace remote {
 
-// One line to standard output, written at once: scripts wait for these lines.
-void say(const std::string &line);
+// What this program says to people and scripts. Nothing here waits for whoever reads it.
+class Console {
+ public:
+  // Borrowed; tests give others.
+  explicit Console(int output = STDOUT_FILENO, int errors = STDERR_FILENO)
+      : writer_(output, errors) {}
 
-// The same for a line that ends with a secret: no copy of it stays in memory.
-void saySecret(std::string_view before, const SecretText &secret);
+  // One line to standard output: scripts wait for these lines.
+  void say(const std::string &line) { add(OutputWriter::output, "", line); }
 
-// To standard error: what failed, what deserves attention, and what to type next.
-void complain(const std::string &what);
-void warn(const std::string &what);
-void advise(const std::string &command);
+  // The same for a line that ends with a secret: no copy of it stays in memory.
+  void saySecret(std::string_view before, const SecretText &secret) {
+    add(OutputWriter::output, before, secret.reveal());
+  }
+
+  // To standard error: what failed, what deserves attention, and what to type next. Cut where it is
+  // longer than any text of ours: a server's message may be megabytes long.
+  void complain(std::string_view what) { add(OutputWriter::errors, "kfy-remote: error: ", what); }
+  void warn(std::string_view what) { add(OutputWriter::errors, "kfy-remote: warning: ", what); }
+  void advise(std::string_view what) { add(OutputWriter::errors, "kfy-remote: try: ", what); }
+
+  // Waits until all of it is written. Returns what became of standard output so far.
+  [[nodiscard]] OutputWriter::Outcome flush(const client::Patience &patience) {
+    return writer_.flush(patience);
+  }
+
+ private:
+  void add(OutputWriter::Stream stream, std::string_view before, std::string_view text);
+
+  OutputWriter writer_;
+};
 
 // Text from elsewhere (a certificate's name, a server's message) with its control characters
 // replaced by "?": a terminal would obey them.

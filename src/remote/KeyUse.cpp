@@ -4,7 +4,6 @@
 #include <array>
 
 #include "crypto/HashAlgorithm.hpp"
-#include "remote/AuthenticationKey.hpp"
 #include "remote/PaddedBlock.hpp"
 
 namespace remote {
@@ -12,6 +11,10 @@ namespace {
 
 constexpr std::size_t kPaddingBytes = 11;  // the least of PKCS #1 v1.5 (RFC 8017 9.2)
 constexpr std::size_t kLongestDigest = 64;
+// Signatures with a fixed padding can be forged from others once the part that an attacker chooses
+// is a third of the modulus (Brier, Clavier, Coron, Naccache, CRYPTO 2001). A digest has up to 512
+// bits, which of 2048 are a quarter.
+constexpr int kLeastSharedBits = 2048;
 
 KeyUse allow(KeyOperation operation, std::string description) {
   return {operation, std::move(description)};
@@ -29,48 +32,55 @@ std::size_t bytesOf(const crypto::PublicKey &key) {
   return (static_cast<std::size_t>(key.bits()) + 7) / 8;
 }
 
-// Data that is signed with PKCS #1 v1.5 padding.
-std::string describeSigned(ByteView data) {
-  for (const crypto::HashAlgorithm algorithm : kHashAlgorithms) {
-    const std::size_t size = crypto::digestSize(algorithm);
-    if (data.size() > size && base::equal(crypto::digestInfo(algorithm, data.last(size)), data)) {
-      return std::string("a ") + crypto::nameOf(algorithm) + " digest";
-    }
+// The hash of an exact DigestInfo; nothing if the data is none.
+std::optional<crypto::HashAlgorithm> hashOfDigestInfo(ByteView data) {
+  const auto *const found =
+      std::ranges::find_if(kHashAlgorithms, [&](crypto::HashAlgorithm algorithm) {
+        const std::size_t size = crypto::digestSize(algorithm);
+        return data.size() > size &&
+               base::equal(crypto::digestInfo(algorithm, data.last(size)), data);
+      });
+  return found == kHashAlgorithms.end() ? std::nullopt : std::optional(*found);
+}
+
+// Data with the padding of PKCS #1 v1.5, which the operation adds or the block has already.
+KeyUse useForPKCS1Content(KeyOperation operation, ByteView content, bool authenticates) {
+  if (const auto algorithm = hashOfDigestInfo(content)) {
+    return allow(operation, std::string("a ") + crypto::nameOf(*algorithm) + " digest");
   }
-  return countOf(data) + " of data";
+  if (authenticates) {
+    return refuse(countOf(content) + " of data are no digest, and the key authenticates");
+  }
+  return allow(operation, countOf(content) + " of data");
 }
 
 KeyUse useForPaddedBlock(const crypto::PublicKey &key, ByteView block, bool authenticates) {
   if (const auto content = contentOfPKCS1Block(block)) {
-    if (authenticates && content->size() == kChallengeBytes) {
-      return refuse("the block holds 16 bytes, as a challenge does, and the key authenticates");
-    }
-    return allow(KeyOperation::rawRSA, describeSigned(*content));
+    return useForPKCS1Content(KeyOperation::rawRSA, *content, authenticates);
   }
   if (const auto algorithm = digestOfPSSBlock(block, key.bits())) {
     return allow(KeyOperation::rawRSA,
                  std::string("a ") + crypto::nameOf(*algorithm) + " digest with PSS padding");
   }
   if (authenticates) {
-    return refuse(
-        "the block is of no known padding and may hide a challenge, and the key "
-        "authenticates");
+    return refuse("the block is of no known padding, and the key authenticates");
   }
   return allow(KeyOperation::rawRSA, "a block of " + countOf(block));
 }
 
 KeyUse useForRSASigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
   const std::size_t modulus = bytesOf(key);
+  if (authenticates && key.bits() < kLeastSharedBits) {
+    return refuse("the key authenticates and is shorter than " + std::to_string(kLeastSharedBits) +
+                  " bits");
+  }
   if (data.size() == modulus) {
     return useForPaddedBlock(key, data, authenticates);
   }
   if (data.size() + kPaddingBytes > modulus) {
     return refuse(countOf(data) + " are too long for the key and no block of it");
   }
-  if (authenticates && data.size() == kChallengeBytes) {
-    return refuse("16 bytes may be a challenge, and the key authenticates");
-  }
-  return allow(KeyOperation::signPKCS1, describeSigned(data));
+  return useForPKCS1Content(KeyOperation::signPKCS1, data, authenticates);
 }
 
 }  // namespace

@@ -27,10 +27,11 @@ struct KeyUse {
 };
 
 // Judges the data of a request to sign or to decrypt. `authenticates`: the key is also the one with
-// which this program proves who it is. Then a program on the other machine could have a challenge
-// signed, and so take this program's place: 16 bytes are refused, and so is everything in which 16
-// bytes can hide, namely blocks that are not known to be something else, and decryption, which is
-// the same operation as signing.
+// which this program proves who it is, by signing a challenge of 16 bytes. RSA is multiplicative:
+// from the signatures of a few blocks with free contents anybody can compute that of a challenge.
+// So such a key signs nothing but digests whose whole block is prescribed, namely an exact
+// DigestInfo of a known hash (as it is or as a full PKCS #1 v1.5 block, RFC 8017 9.2) and a PSS
+// block (9.1.1), and it decrypts nothing, since that is the same operation as signing.
 [[nodiscard]] KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authenticates);
 [[nodiscard]] KeyUse useForDecryption(const crypto::PublicKey &key, ByteView data,
                                       bool authenticates);

@@ -20,11 +20,9 @@ constexpr minutes kWaitAfterNoUser(5);
 constexpr minutes kWaitAfterRefusal(1);
 constexpr seconds kWaitForRemoval(2);
 constexpr milliseconds kWaitForGoodbye(500);
-constexpr std::size_t kMostQuestions = 64;
-
-const char *verbOf(std::int64_t command) {
-  return command == QuillCommandSignData ? "sign" : "decrypt";
-}
+// Answers are some hundred bytes: a daemon that leaves thousands of them does not read, and what it
+// asks meanwhile would only add to them.
+constexpr std::size_t kMostUnsentBytes = std::size_t{4} * 1024 * 1024;
 
 std::string secondsOf(milliseconds wait) {
   return std::to_string((wait.count() + 999) / 1000) + " s";
@@ -33,7 +31,10 @@ std::string secondsOf(milliseconds wait) {
 }  // namespace
 
 Machine::Machine(Address address, std::optional<Fingerprint> pinned, const Services &services)
-    : address_(std::move(address)), pinned_(std::move(pinned)), services_(services) {}
+    : address_(std::move(address)),
+      pinned_(std::move(pinned)),
+      services_(services),
+      refusals_(services.console, address_.name()) {}
 
 std::string Machine::suffix(const char *preposition) const {
   return services_.isAlone ? "" : std::string(" ") + preposition + " " + address_.name();
@@ -52,8 +53,11 @@ void Machine::turn() {
     }
     if (connection_ == connection && connection->end()) {
       loseConnection(connection->end()->description);
+    } else if (connection_ == connection && connection->unsentBytes() > kMostUnsentBytes) {
+      loseConnection("it does not take its answers");
     }
   }
+  refusals_.turn(std::chrono::steady_clock::now());
   if (std::chrono::steady_clock::now() < dueAt_) {
     return;
   }
@@ -70,14 +74,15 @@ void Machine::open() {
   Error error;
   const auto pinned = pinned_ ? pinned_ : services_.knownHosts.find(address_, &error);
   if (!error.description.empty()) {
-    complain(error.description);
+    services_.console.complain(error.description);
     return giveUp();
   }
   if (!pinned && !services_.consent.canAsk()) {
-    complain(address_.name() + " is not known yet, and there is no terminal to ask whether to " +
-             "trust it");
-    advise("kfy-remote connect " + address_.name() +
-           " --fingerprint SHA256, as shown there by: sudo kfyctl identity show");
+    services_.console.complain(address_.name() +
+                               " is not known yet, and there is no terminal to ask whether to " +
+                               "trust it");
+    services_.console.advise("kfy-remote connect " + address_.name() +
+                             " --fingerprint SHA256, as shown there by: sudo kfyctl identity show");
     return giveUp();
   }
   phase_ = Phase::opening;
@@ -109,20 +114,22 @@ void Machine::opened(const Opened &opened) {
     return giveUp();
   }
   const milliseconds wait = backoff_.next();
-  complain(opened.error.description + "; next attempt in " + secondsOf(wait));
+  services_.console.complain(opened.error.description + "; next attempt in " + secondsOf(wait));
   retryAfter(wait);
 }
 
 void Machine::sayUntrusted(const Fingerprint &shown) const {
-  complain("the server at " + address_.name() +
-           " is not the one that was trusted: it may have a new certificate, or somebody may be "
-           "in between; nothing was sent to it");
-  warn("it shows " + identity::fingerprintText(shown));
+  services_.console.complain(
+      "the server at " + address_.name() +
+      " is not the one that was trusted: it may have a new certificate, or somebody may be "
+      "in between; nothing was sent to it");
+  services_.console.warn("it shows " + identity::fingerprintText(shown));
   if (pinned_) {
-    warn("--fingerprint says " + identity::fingerprintText(*pinned_));
+    services_.console.warn("--fingerprint says " + identity::fingerprintText(*pinned_));
   } else {
-    advise("on that machine: sudo kfyctl identity show, and here, only if it shows the same: " +
-           services_.knownHosts.removalCommand(address_));
+    services_.console.advise(
+        "on that machine: sudo kfyctl identity show, and here, only if it shows the same: " +
+        services_.knownHosts.removalCommand(address_));
   }
 }
 
@@ -139,28 +146,29 @@ void Machine::askForTrust(const Fingerprint &shown) {
           return;
         }
         if (reply == Consent::Reply::no) {
-          complain("the server at " + self->address_.name() + " is not trusted");
+          self->services_.console.complain("the server at " + self->address_.name() +
+                                           " is not trusted");
           return self->giveUp();
         }
         Error error;
         if (!self->services_.knownHosts.add(self->address_, shown, &error)) {
-          warn("the trust can't be remembered: " + error.description);
+          self->services_.console.warn("the trust can't be remembered: " + error.description);
         }
         self->start();
       });
 }
 
 void Machine::start() {
-  say("connected to " + address_.text());
+  services_.console.say("connected to " + address_.text());
   expectReply(Phase::connecting, QuillMessage::initCommandMessageConnectWithCertificate(
                                      {services_.authenticationKeyHash}));
 }
 
 void Machine::handle(const QuillMessage &message) {
   if (message.messageType == QuillMessageTypeRequest) {
-    // before the card is inserted nobody can mean its keys
-    if (phase_ == Phase::serving || phase_ == Phase::inserting) {
-      serve(message);
+    const auto requests = requests_;
+    if (requests && phase_ != Phase::leaving) {
+      requests->serve(message);
     }
     return;
   }
@@ -173,18 +181,24 @@ void Machine::handle(const QuillMessage &message) {
       return authenticate(message);
     case Phase::authenticating:
       if (!message.status) {
-        complain(address_.name() + " did not accept the authentication; next attempt in " +
-                 secondsOf(kWaitAfterNoUser));
+        services_.console.complain(address_.name() +
+                                   " did not accept the authentication; next attempt in " +
+                                   secondsOf(kWaitAfterNoUser));
         return retryAfter(kWaitAfterNoUser);
       }
-      say("authenticated" + suffix("at"));
+      services_.console.say("authenticated" + suffix("at"));
+      // before the card is on its way nobody can mean its keys
+      requests_ = std::make_shared<KeyRequests>(
+          KeyRequests::Source{this, address_.name(), quota_, refusals_,
+                              [this](const QuillMessage &answer) { return send(answer); }},
+          services_);
       return expectReply(Phase::inserting,
                          QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
                              services_.keys.cardList()));
     case Phase::inserting:
       return insert(message);
     case Phase::leaving:
-      say("card removed" + suffix("at"));
+      services_.console.say("card removed" + suffix("at"));
       return giveUp();
     case Phase::waiting:
     case Phase::opening:
@@ -198,26 +212,26 @@ void Machine::handle(const QuillMessage &message) {
 void Machine::authenticate(const QuillMessage &reply) {
   const std::string reason = reply.errorMessage.value_or("");
   if (!reply.status && reason.empty()) {
-    complain(address_.name() + " refused to connect; next attempt in " +
-             secondsOf(kWaitAfterRefusal));
+    services_.console.complain(address_.name() + " refused to connect; next attempt in " +
+                               secondsOf(kWaitAfterRefusal));
     return retryAfter(kWaitAfterRefusal);
   }
   if (!reply.status || reply.selectedCertificateHash != services_.authenticationKeyHash) {
-    complain(address_.name() + " has not paired this key with a user" +
-             (reason.empty() ? "" : ": " + printable(reason)) + "; next attempt in " +
-             secondsOf(kWaitAfterNoUser));
-    advise("on that machine: sudo sc_auth pair --user USER --hash " +
-           support::hexString(services_.authenticationKeyHash));
+    services_.console.complain(address_.name() + " has not paired this key with a user" +
+                               (reason.empty() ? "" : ": " + printable(reason)) +
+                               "; next attempt in " + secondsOf(kWaitAfterNoUser));
+    services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
+                             support::hexString(services_.authenticationKeyHash));
     return retryAfter(kWaitAfterNoUser);
   }
   Error error;
   auto signature = answerToChallenge(reply.challenge, services_.authentication, &error);
   if (!signature && error.domain == "challenge") {
-    complain(address_.name() + " " + error.description);
+    services_.console.complain(address_.name() + " " + error.description);
     return retryAfter(kWaitAfterNoUser);
   }
   if (!signature) {
-    complain("the authentication key can't sign: " + error.description);
+    services_.console.complain("the authentication key can't sign: " + error.description);
     return giveUp();
   }
   expectReply(Phase::authenticating,
@@ -233,106 +247,8 @@ void Machine::insert(const QuillMessage &reply) {
   dueAt_ = client::Deadline::max();
   backoff_.reset();
   const std::size_t count = services_.keys.keys().size();
-  say("card inserted: " + std::to_string(count) + (count == 1 ? " key" : " keys") + suffix("at"));
-}
-
-void Machine::serve(const QuillMessage &request) {
-  const bool isSigning = request.command == QuillCommandSignData;
-  // without an ID no answer finds its way back
-  if ((!isSigning && request.command != QuillCommandDecryptData) || !request.messageID) {
-    return;
-  }
-  const auto &hash = isSigning ? request.signingCertificateHash : request.objectID;
-  const auto &data = isSigning ? request.dataToSign : request.dataToDecrypt;
-  const CardKey *key = hash ? services_.keys.find(*hash) : nullptr;
-  if (key == nullptr || !data) {
-    warn("refused to " + std::string(verbOf(request.command)) + " for " + address_.name() +
-         ": the request names no key of this card");
-    return refuse(request.command, *request.messageID);
-  }
-  const crypto::PublicKey publicKey = key->identity.key.publicKey();
-  const KeyUse keyUse = isSigning ? useForSigning(publicKey, *data, key->authenticates)
-                                  : useForDecryption(publicKey, *data, key->authenticates);
-  Use use{key, request.command, *request.messageID, *data, {}};
-  if (!keyUse.operation) {
-    sayRefused(use, keyUse.description);
-    return refuse(use.command, use.messageID);
-  }
-  use.operation = *keyUse.operation;
-  allow(use, keyUse.description);
-}
-
-void Machine::allow(const Use &use, const std::string &description) {
-  if (services_.withoutConsent) {
-    return perform(use);
-  }
-  if (!services_.consent.canAsk() || services_.consent.waiting(this) >= kMostQuestions) {
-    sayRefused(use, services_.consent.canAsk()
-                        ? "too many questions wait for an answer"
-                        : "there is no terminal to ask for consent (--no-confirm allows all)");
-    return refuse(use.command, use.messageID);
-  }
-  services_.consent.ask(
-      this,
-      address_.name() + " wants to " + verbOf(use.command) + " " + description +
-          " with the key \"" + use.key->label + "\". Allow it?",
-      /*inFull=*/false, [weak = weak_from_this(), attempt = attempt_, use](Consent::Reply reply) {
-        const auto self = weak.lock();
-        if (!self || self->attempt_ != attempt) {
-          return;
-        }
-        if (reply == Consent::Reply::yes) {
-          return self->perform(use);
-        }
-        self->sayRefused(use, reply == Consent::Reply::no ? "you said no" : "this program ends");
-        self->refuse(use.command, use.messageID);
-      });
-}
-
-void Machine::perform(const Use &use) {
-  services_.pool.run(
-      [weak = weak_from_this(), attempt = attempt_, use, mailbox = services_.mailbox] {
-        Error error;
-        auto result = remote::perform(use.operation, use.key->identity.key, use.data, &error);
-        mailbox->post([weak, attempt, use, result = std::move(result),
-                       failure = std::move(error.description)] {
-          const auto self = weak.lock();
-          if (self && self->attempt_ == attempt) {
-            self->answer(use, result, failure);
-          }
-        });
-      });
-}
-
-void Machine::answer(const Use &use, std::optional<SecretBytes> result,
-                     const std::string &failure) {
-  if (!result) {
-    sayRefused(use, failure);
-    return refuse(use.command, use.messageID);
-  }
-  const ByteView content = result->reveal();
-  const bool isSigning = use.command == QuillCommandSignData;
-  const QuillMessage reply =
-      isSigning ? QuillMessage::initWithReplyMessageForSignMessage(
-                      /*status=*/true, use.messageID, Bytes(content.begin(), content.end()))
-                : QuillMessage::initWithReplyMessageForDecryptDataWithStatus(
-                      /*status=*/true, use.messageID, std::move(*result));
-  if (send(reply)) {
-    say((isSigning ? "signed with " : "decrypted with ") + use.key->label + " for " +
-        address_.name());
-  }
-}
-
-void Machine::refuse(std::int64_t command, const UUID &messageID) {
-  (void)send(command == QuillCommandSignData
-                 ? QuillMessage::initWithReplyMessageForSignMessage(/*status=*/false, messageID, {})
-                 : QuillMessage::initWithReplyMessageForDecryptDataWithStatus(
-                       /*status=*/false, messageID, SecretBytes()));
-}
-
-void Machine::sayRefused(const Use &use, const std::string &reason) const {
-  warn("refused to " + std::string(verbOf(use.command)) + " with " + use.key->label + " for " +
-       address_.name() + ": " + reason);
+  services_.console.say("card inserted: " + std::to_string(count) +
+                        (count == 1 ? " key" : " keys") + suffix("at"));
 }
 
 bool Machine::send(const QuillMessage &message) {
@@ -360,8 +276,9 @@ void Machine::loseConnection(const std::string &reason) {
     return giveUp();
   }
   const milliseconds wait = backoff_.next();
-  say("disconnected from " + address_.text());
-  complain(address_.name() + ": " + reason + "; next attempt in " + secondsOf(wait));
+  services_.console.say("disconnected from " + address_.text());
+  services_.console.complain(address_.name() + ": " + reason + "; next attempt in " +
+                             secondsOf(wait));
   retryAfter(wait);
 }
 
@@ -373,6 +290,7 @@ void Machine::retryAfter(milliseconds wait) {
 
 void Machine::giveUp() {
   closeConnection();
+  refusals_.turn(refusals_.dueAt());
   phase_ = Phase::finished;
   dueAt_ = client::Deadline::max();
 }
@@ -380,6 +298,7 @@ void Machine::giveUp() {
 void Machine::closeConnection() {
   ++attempt_;
   awaitedReply_.reset();
+  requests_.reset();
   services_.consent.withdraw(this);
   if (connection_) {
     connection_->goodbye(

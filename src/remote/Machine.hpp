@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -8,30 +9,15 @@
 
 #include "client/Backoff.hpp"
 #include "client/Connection.hpp"
-#include "crypto/Identity.hpp"
 #include "remote/Address.hpp"
-#include "remote/Consent.hpp"
-#include "remote/KeyRing.hpp"
-#include "remote/KeyUse.hpp"
+#include "remote/KeyRequests.hpp"
 #include "remote/KnownHosts.hpp"
 #include "remote/Openings.hpp"
-#include "remote/WorkPool.hpp"
+#include "remote/RefusalLines.hpp"
+#include "remote/Services.hpp"
+#include "remote/UseQuota.hpp"
 
 namespace remote {
-
-// What all machines share; borrowed, and outlives them.
-struct Services {
-  const KeyRing &keys;
-  const crypto::Identity &authentication;
-  const Bytes &authenticationKeyHash;
-  const KnownHosts &knownHosts;
-  Consent &consent;
-  bool withoutConsent = false;  // every use of a key is allowed
-  WorkPool &pool;
-  const std::shared_ptr<Mailbox> &mailbox;
-  Openings &openings;
-  bool isAlone = true;  // the only machine: lines need not say which one they mean
-};
 
 // One machine that has our card: connects, trusts, authenticates, inserts, answers, and comes back
 // when the connection ends. Everything happens on the loop's thread, in turn() and in what the
@@ -50,7 +36,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   [[nodiscard]] int descriptor() const { return connection_ ? connection_->descriptor() : -1; }
   [[nodiscard]] bool wantsWrite() const { return connection_ && connection_->wantsWrite(); }
   [[nodiscard]] bool hasMore() const { return connection_ && connection_->hasMore(); }
-  [[nodiscard]] client::Deadline dueAt() const { return dueAt_; }
+  [[nodiscard]] client::Deadline dueAt() const { return std::min(dueAt_, refusals_.dueAt()); }
 
   // Begins to end: withdraws the card where it was inserted, and then the connection.
   void leave();
@@ -71,15 +57,6 @@ class Machine : public std::enable_shared_from_this<Machine> {
     finished,
   };
 
-  // A request for the use of a key, while it waits for a person and for the key.
-  struct Use {
-    const CardKey *key;
-    std::int64_t command;
-    UUID messageID;
-    Bytes data;
-    KeyOperation operation;
-  };
-
   void open();
   void opened(const Opened &opened);
   void askForTrust(const Fingerprint &shown);
@@ -88,12 +65,6 @@ class Machine : public std::enable_shared_from_this<Machine> {
   void handle(const QuillMessage &message);
   void authenticate(const QuillMessage &reply);
   void insert(const QuillMessage &reply);
-  void serve(const QuillMessage &request);
-  void allow(const Use &use, const std::string &description);
-  void perform(const Use &use);
-  void answer(const Use &use, std::optional<SecretBytes> result, const std::string &failure);
-  void refuse(std::int64_t command, const UUID &messageID);
-  void sayRefused(const Use &use, const std::string &reason) const;
   [[nodiscard]] bool send(const QuillMessage &message);
   void expectReply(Phase phase, const QuillMessage &request);
   void loseConnection(const std::string &reason);
@@ -109,6 +80,9 @@ class Machine : public std::enable_shared_from_this<Machine> {
   Phase phase_ = Phase::waiting;
   client::Deadline dueAt_ = client::Deadline::min();
   std::shared_ptr<client::Connection> connection_;
+  std::shared_ptr<KeyRequests> requests_;  // of this connection, once the card is on its way
+  UseQuota quota_;                         // this and the next hold across connections
+  RefusalLines refusals_;
   std::uint64_t attempt_ = 0;  // what belongs to a former attempt counts no more
   std::optional<UUID> awaitedReply_;
 };

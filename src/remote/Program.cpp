@@ -1,13 +1,14 @@
 #include "remote/Program.hpp"
 
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <utility>
 
+#include "base/Descriptor.hpp"
 #include "identity/PublicKeyHash.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
@@ -24,30 +25,40 @@ namespace {
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
 
-int fail(const std::string &what) {
-  complain(printable(what));
+int fail(Console &console, const std::string &what) {
+  console.complain(printable(what));
   return kFailed;
 }
 
+// Waits for whoever reads the result, however slow, until a signal comes.
+int deliver(Console &console, const StopSignal &stop, const std::string &what) {
+  const client::Patience patience{client::Deadline::max(), stop.descriptor()};
+  if (console.flush(patience) == OutputWriter::Outcome::written) {
+    return kDone;
+  }
+  return fail(console, what + " could not be written to standard output");
+}
+
 int listKeys(const KeysCommand &command, const Arguments &arguments, ByteView hash,
-             const KeyRing &keys) {
+             const KeyRing &keys, Console &console, const StopSignal &stop) {
   const std::string path = authenticationKeyPath(arguments.home);
-  say(command.asJSON ? keyListingAsJSON(path, hash, keys) : keyListing(path, hash, keys));
-  return kDone;
+  console.say(command.asJSON ? keyListingAsJSON(path, hash, keys) : keyListing(path, hash, keys));
+  return deliver(console, stop, "the list of keys");
 }
 
 int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
-                  const crypto::Identity &authentication, const StopSignal &stop) {
+                  const crypto::Identity &authentication, Console &console,
+                  const StopSignal &stop) {
   const KnownHosts knownHosts(arguments.home + "/known_hosts");
   Error error;
   const auto pinned =
       command.fingerprint ? command.fingerprint : knownHosts.find(command.machine, &error);
   if (!error.description.empty()) {
-    return fail(error.description);
+    return fail(console, error.description);
   }
   if (!pinned) {
-    complain(command.machine.name() + " is not known here, so nothing was sent to it");
-    advise("kfy-remote password " + command.machine.name() + " --fingerprint SHA256");
+    console.complain(command.machine.name() + " is not known here, so nothing was sent to it");
+    console.advise("kfy-remote password " + command.machine.name() + " --fingerprint SHA256");
     return kFailed;
   }
   client::Patience patience;
@@ -55,7 +66,7 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
   const auto account =
       fetchScreenSharingAccount(command.machine, *pinned, authentication, patience, &error);
   if (!account) {
-    return fail(command.machine.name() + ": " + error.description);
+    return fail(console, command.machine.name() + ": " + error.description);
   }
   if (command.asJSON) {
     CleansedBytes text;
@@ -66,73 +77,87 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
     writer.key("password");
     writer.text(account->password.reveal());
     writer.endObject();
-    saySecret("", SecretText(std::move(text)));
+    console.saySecret("", SecretText(std::move(text)));
   } else {
-    say("account:  " + printable(account->name));
-    saySecret("password: ", printable(account->password));
+    console.say("account:  " + printable(account->name));
+    console.saySecret("password: ", printable(account->password));
   }
-  return kDone;
+  return deliver(console, stop, "the fresh password");
 }
 
 int connect(const ConnectCommand &command, const Arguments &arguments,
             const crypto::Identity &authentication, const KeyRing &keys, Terminal &terminal,
-            const StopSignal &stop) {
+            Console &console, const StopSignal &stop) {
   for (const CardKey &key : keys.keys()) {
     if (key.authenticates) {
-      warn(key.label + " is also the key that authenticates: it signs nothing that may be a " +
-           "challenge and decrypts nothing");
+      console.warn(key.label +
+                   " is also the key that authenticates: it signs nothing but digests and " +
+                   "decrypts nothing");
     }
   }
   const KnownHosts knownHosts(arguments.home + "/known_hosts");
-  const SessionEnd end = serveMachines(command, knownHosts, keys, authentication, terminal, stop);
+  const SessionEnd end =
+      serveMachines(command, knownHosts, keys, authentication, terminal, console, stop);
   const int status = end.bySignal ? kDone : kFailed;
   if (!end.mayClearUp) {
-    (void)std::fflush(nullptr);
+    (void)console.flush(client::Patience::lasting(OutputWriter::kLastWait));
     ::_exit(status);
   }
   return status;
 }
 
-int run(const Arguments &arguments) {
+int run(const Arguments &arguments, Console &console) {
   const StopSignal stop;
   Error error;
   const auto authentication = authenticationKey(arguments.home, &error);
   if (!authentication) {
-    return fail(error.description);
+    return fail(console, error.description);
   }
   if (const auto *command = std::get_if<PasswordCommand>(&arguments.command)) {
-    return fetchPassword(*command, arguments, *authentication, stop);
+    return fetchPassword(*command, arguments, *authentication, console, stop);
   }
   const auto hash = identity::publicKeyHashOf(authentication->key.publicKey(), &error);
   const auto password = readGivenPassword(arguments.passwords, &error);
   if (!hash || !password) {
-    return fail(error.description);
+    return fail(console, error.description);
   }
   Terminal terminal;
   const auto keys = KeyRing::load(arguments.keyFiles, arguments.labels, *hash,
                                   passwordSource(*password, terminal, stop.descriptor()), &error);
   if (!keys) {
-    return fail(error.description);
+    return fail(console, error.description);
   }
   if (const auto *command = std::get_if<KeysCommand>(&arguments.command)) {
-    return listKeys(*command, arguments, *hash, *keys);
+    return listKeys(*command, arguments, *hash, *keys, console, stop);
   }
   return connect(std::get<ConnectCommand>(arguments.command), arguments, *authentication, *keys,
-                 terminal, stop);
+                 terminal, console, stop);
 }
 
 }  // namespace
 
-int runProgram(int count, const char *const *arguments) {
+void prepareProcess() {
   // no other process of the user may look into this one, and no core file may hold its keys
   (void)::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
   (void)::umask(077);
   (void)std::signal(SIGPIPE, SIG_IGN);
-  const auto read = readArguments(count, arguments);
+  // what is said to a closed descriptor would go into the connection that gets its number; what
+  // can't be written to fails as the closed one would
+  while (true) {
+    base::Descriptor descriptor(::open("/dev/null", O_RDONLY));
+    if (descriptor.get() < 0 || descriptor.get() > STDERR_FILENO) {
+      return;
+    }
+    (void)descriptor.release();
+  }
+}
+
+int runProgram(int count, const char *const *arguments, Console &console) {
+  const auto read = readArguments(count, arguments, console);
   if (const int *status = std::get_if<int>(&read)) {
     return *status;
   }
-  return run(std::get<Arguments>(read));
+  return run(std::get<Arguments>(read), console);
 }
 
 }  // namespace remote

@@ -1,8 +1,14 @@
 #pragma once
 
+#include "remote/Console.hpp"
+
 namespace remote {
 
+// What the process needs before anything else: no core file, private files, no SIGPIPE, and
+// something under each of the standard descriptors.
+void prepareProcess();
+
 // kfy-remote. Returns the exit status: 0 done, 1 it failed, 2 the command line was wrong.
-[[nodiscard]] int runProgram(int count, const char *const *arguments);
+[[nodiscard]] int runProgram(int count, const char *const *arguments, Console &console);
 
 }  // namespace remote

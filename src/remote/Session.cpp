@@ -37,14 +37,17 @@ int waitTime(const Machines &machines) {
   return due == client::Deadline::max() ? -1 : static_cast<int>(std::min<long>(left, INT_MAX));
 }
 
+short eventsFor(bool wantsWrite) {
+  return static_cast<short>(wantsWrite ? POLLIN | POLLOUT : POLLIN);
+}
+
 std::vector<pollfd> waitForEvents(const Machines &machines, const StopSignal &stop,
                                   const Mailbox &mailbox, const Consent &consent) {
   std::vector<pollfd> events{{stop.descriptor(), POLLIN, 0},
                              {mailbox.descriptor(), POLLIN, 0},
-                             {consent.descriptor(), POLLIN, 0}};
+                             {consent.descriptor(), eventsFor(consent.wantsWrite()), 0}};
   for (const auto &machine : machines) {
-    events.push_back({machine->descriptor(),
-                      static_cast<short>(machine->wantsWrite() ? POLLIN | POLLOUT : POLLIN), 0});
+    events.push_back({machine->descriptor(), eventsFor(machine->wantsWrite()), 0});
   }
   if (::poll(events.data(), events.size(), waitTime(machines)) < 0) {
     for (pollfd &event : events) {
@@ -93,17 +96,23 @@ bool runLoop(const Machines &machines, const StopSignal &stop, Mailbox &mailbox,
 
 SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
                          const KeyRing &keys, const crypto::Identity &authentication,
-                         Terminal &terminal, const StopSignal &stop) {
+                         Terminal &terminal, Console &console, const StopSignal &stop) {
   const Bytes hash = identity::publicKeyHashOf(authentication.key.publicKey()).value_or(Bytes());
   const auto mailbox = std::make_shared<Mailbox>();
   Consent consent(terminal);
   Openings openings(mailbox);
   WorkPool pool(kKeyThreads);
-  const Services services{keys,     authentication,
-                          hash,     knownHosts,
-                          consent,  command.withoutConsent,
-                          pool,     mailbox,
-                          openings, command.machines.size() == 1};
+  const Services services{keys,
+                          authentication,
+                          hash,
+                          knownHosts,
+                          consent,
+                          console,
+                          command.withoutConsent,
+                          pool,
+                          mailbox,
+                          openings,
+                          command.machines.size() == 1};
   Machines machines;
   for (const Address &address : command.machines) {
     machines.push_back(std::make_shared<Machine>(address, command.fingerprint, services));

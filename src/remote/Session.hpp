@@ -2,6 +2,7 @@
 
 #include "crypto/Identity.hpp"
 #include "remote/Arguments.hpp"
+#include "remote/Console.hpp"
 #include "remote/KeyRing.hpp"
 #include "remote/StopSignal.hpp"
 #include "remote/Terminal.hpp"
@@ -18,6 +19,7 @@ struct SessionEnd {
 // the machines' replies. One loop on the calling thread.
 [[nodiscard]] SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
                                        const KeyRing &keys, const crypto::Identity &authentication,
-                                       Terminal &terminal, const StopSignal &stop);
+                                       Terminal &terminal, Console &console,
+                                       const StopSignal &stop);
 
 }  // namespace remote

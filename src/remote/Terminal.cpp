@@ -3,6 +3,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
@@ -22,12 +23,29 @@ bool Terminal::canAsk() const {
 }
 
 void Terminal::show(const std::string &question) {
+  rest_ = (wantsWrite() ? "\n" : "") + question;
+  showRest();
+}
+
+void Terminal::showRest() {
+  while (wantsWrite()) {
+    const ssize_t written = ::write(terminal_.get(), rest_.data(), rest_.size());
+    if (written == 0 || (written < 0 && errno == EAGAIN)) {
+      break;
+    }
+    if (written < 0 && errno != EINTR) {
+      rest_.clear();  // nobody is there any more, as the next read tells
+    }
+    rest_.erase(0, static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+  }
   (void)::tcflush(terminal_.get(), TCIFLUSH);
-  // a terminal that takes nothing is noticed when nobody answers
-  (void)!::write(terminal_.get(), question.data(), question.size());
 }
 
 std::optional<std::string> Terminal::readLine() {
+  if (wantsWrite()) {
+    showRest();
+    return std::nullopt;
+  }
   std::array<char, 256> line{};
   const ssize_t length = ::read(terminal_.get(), line.data(), line.size());
   if (length < 0 && errno == EAGAIN) {

@@ -20,11 +20,17 @@ class Terminal {
   // in the background that reads.
   [[nodiscard]] bool canAsk() const;
 
-  // Shows a question. What was typed before it does not count as its answer.
+  // Shows a question, in place of what is left of the last one. Never blocks: a terminal that
+  // stands still gets the rest from showRest(). What was typed before all of it was to be seen does
+  // not count as its answer.
   void show(const std::string &question);
 
+  // To be called when descriptor() can be written while this is wanted.
+  void showRest();
+  [[nodiscard]] bool wantsWrite() const { return !rest_.empty(); }
+
   // The line that was typed, without its end; empty at the end of the input, too. Nothing if there
-  // is none: descriptor() may have been readable for what show() has thrown away since.
+  // is none: descriptor() may have been readable for what was thrown away since.
   [[nodiscard]] std::optional<std::string> readLine();
 
   // Asks for a secret without showing what is typed. Nothing if nobody can be asked or
@@ -36,6 +42,7 @@ class Terminal {
 
  private:
   base::Descriptor terminal_;
+  std::string rest_;  // of the question, not yet to be seen
 };
 
 }  // namespace remote

@@ -4,10 +4,12 @@
 #include "remote/Program.hpp"
 
 int main(int count, char **arguments) {
+  remote::prepareProcess();
+  remote::Console console;
   try {
-    return remote::runProgram(count, arguments);
+    return remote::runProgram(count, arguments, console);
   } catch (const std::exception &failure) {
-    remote::complain(failure.what());
+    console.complain(failure.what());
     return 1;
   }
 }

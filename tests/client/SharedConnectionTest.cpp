@@ -228,5 +228,26 @@ TEST_F(SharedConnectionTest, SaysWhyThereIsNoAnswer) {
   EXPECT_EQ(error_.code, notSendable);
 }
 
+// Of one connection, where no link takes what it reads.
+TEST_F(SharedConnectionTest, KeepsTheNewestOfWhatNobodyTakesAndNeverMoreThanFourMiB) {
+  serve([](ServedConnection &connection, int number) {
+    const auto request = connection.receive().value();
+    for (std::uint8_t count = 1; count <= 40; ++count) {
+      auto message = requestFor(count);
+      message.dataToSign->resize(std::size_t{390} * 1024);  // in JSON half a MiB and more
+      connection.send(message);
+    }
+    answer(connection, number, request);
+    (void)connection.receive();
+  });
+  const auto connection = Connection::open(kLoopbackHost, port_, judge_);
+  EXPECT_TRUE(connection->request(requestFor(0)));
+  Bytes kept;
+  while (const auto message = connection->take()) {
+    kept.push_back(message->dataToSign.value().front());
+  }
+  EXPECT_EQ(kept, (Bytes{34, 35, 36, 37, 38, 39, 40}));
+}
+
 }  // namespace
 }  // namespace client

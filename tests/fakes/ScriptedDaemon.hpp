@@ -53,14 +53,18 @@ class ServedConnection {
     }
   }
 
-  void send(const QuillMessage &message) {
+  // False if it can't be sent any more.
+  bool send(const QuillMessage &message) {
     const auto frame = protocol::frameOf(message);
     ByteView unit = frame;
     while (!unit.empty()) {
       unit = unit.subspan(channel_.encryptRecord(unit));
     }
-    while (wait(channel_.flush())) {
+    Result result = channel_.flush();
+    while (wait(result)) {
+      result = channel_.flush();
     }
+    return result == Result::done;
   }
 
   // How much plaintext has come in all.

@@ -1,6 +1,7 @@
 #include "remote/Consent.hpp"
 
 #include <gtest/gtest.h>
+#include <termios.h>
 
 #include <array>
 #include <vector>
@@ -67,6 +68,23 @@ TEST_F(ConsentAtATerminal, AsksOneAfterTheOtherAndForgetsWhoeverIsGone) {
   consent.withdraw(&first);
   answer(consent, "n\n");
   EXPECT_EQ(allowed, (std::vector<std::string>{"one yes", "two withdrawn", "three no"}));
+}
+
+TEST_F(ConsentAtATerminal, TakesNoAnswerToAQuestionThatCouldNotBeSeen) {
+  Consent consent(terminal_);
+  std::optional<bool> given;
+  ASSERT_EQ(::tcflow(terminal_.descriptor(), TCOOFF), 0);  // as Ctrl-S does
+  consent.ask(this, "Allow it?", /*inFull=*/false,
+              [&](Consent::Reply reply) { given = reply == Consent::Reply::yes; });
+  answer(consent, "y\n");
+  EXPECT_FALSE(given);
+  EXPECT_TRUE(consent.wantsWrite());
+  ASSERT_EQ(::tcflow(terminal_.descriptor(), TCOON), 0);
+  consent.readAnswer();
+  EXPECT_FALSE(given);
+  EXPECT_NE(person_.shownUpTo("[y/N] ").find("Allow it?"), std::string::npos);
+  answer(consent, "y\n");
+  EXPECT_EQ(given, true);
 }
 
 }  // namespace

@@ -20,12 +20,13 @@ Bytes sha256Info() {
   return crypto::digestInfo(crypto::HashAlgorithm::sha256, Bytes(32, 7));
 }
 
-// RFC 8017 9.2: 00 01 FF … 00 and the content.
-Bytes padded(const Bytes &content) {
+// RFC 8017 9.2: 00 01 FF … 00 and the content; `behind` it what does not belong there.
+Bytes padded(const Bytes &content, std::size_t behind = 0) {
   Bytes block{0x00, 0x01};
-  block.resize(kModulus - content.size() - 1, 0xFF);
+  block.resize(kModulus - content.size() - behind - 1, 0xFF);
   block.push_back(0x00);
   block.insert(block.end(), content.begin(), content.end());
+  block.resize(kModulus);
   return block;
 }
 
@@ -68,9 +69,20 @@ TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
       {"PSSBlock", "RSA", sign, apart, pssBlock(), rawRSA, "sha256 digest with PSS"},
       {"PSSBlockThatIsNotWhole", "RSA", sign, apart, withChangedByte(pssBlock(), 100), rawRSA,
        "a block of"},
+      {"SharedDigestInfo", "RSA", sign, shared, sha256Info(), signPKCS1, "a sha256 digest"},
       {"SharedSixteenBytes", "RSA", sign, shared, Bytes(16, 1), kRefused},
+      {"SharedMD5AndSHA1", "RSA", sign, shared, Bytes(36, 1), kRefused},
+      {"SharedFactorOfAForgery", "RSA", sign, shared, Bytes(kModulus - 11, 1), kRefused},
+      {"SharedDigestInfoOfNoKnownHash", "RSA", sign, shared, withChangedByte(sha256Info(), 5),
+       kRefused},
+      {"SharedShortKey", "RSA1024", sign, shared, sha256Info(), kRefused},
       {"SharedPaddedDigest", "RSA", sign, shared, padded(sha256Info()), rawRSA},
       {"SharedPaddedSixteenBytes", "RSA", sign, shared, padded(Bytes(16, 1)), kRefused},
+      {"SharedShortPaddingAndFreeBytesBehind", "RSA", sign, shared,
+       padded(sha256Info(), kModulus - 11 - sha256Info().size()), kRefused},
+      {"SharedOneFreeByteBehind", "RSA", sign, shared, padded(sha256Info(), 1), kRefused},
+      {"SharedOtherByteBeforeTheDigestInfo", "RSA", sign, shared,
+       withChangedByte(padded(sha256Info()), kModulus - sha256Info().size() - 1), kRefused},
       {"SharedPSSBlock", "RSA", sign, shared, pssBlock(), rawRSA},
       {"SharedPSSBlockThatIsNotWhole", "RSA", sign, shared, withChangedByte(pssBlock(), 100),
        kRefused},
@@ -83,7 +95,9 @@ TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
   for (const Case &row : kCases) {
     SCOPED_TRACE(row.name);
     const auto judge = row.asked == sign ? useForSigning : useForDecryption;
-    const crypto::PrivateKey key = madeKey(row.key);
+    const crypto::PrivateKey key = std::string(row.key) == "RSA1024"
+                                       ? *crypto::PrivateKey::generateRSA(1024)
+                                       : madeKey(row.key);
     const KeyUse use = judge(key.publicKey(), row.data, row.holder == shared);
     EXPECT_EQ(use.operation, row.operation) << use.description;
     EXPECT_NE(use.description.find(row.description), std::string::npos) << use.description;

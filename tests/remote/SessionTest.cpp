@@ -1,8 +1,11 @@
 #include "remote/Session.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <functional>
 
@@ -25,6 +28,23 @@ class ServedSession : public testing::Test {
                           [](const std::string &, int, Error *) { return std::nullopt; });
   }
 
+  // What a daemon says up to the inserted card.
+  void takeCard(ServedConnection &connection) const {
+    auto connected = QuillMessage::initWithReplyMessageForCommand(
+        QuillCommandConnect, /*status=*/true, connection.receive().value().messageID);
+    connected.selectedCertificateHash = hash_;
+    connected.challenge = Bytes(16);
+    connection.send(connected);
+    connection.send(QuillMessage::initWithReplyMessageForCommand(
+        QuillCommandAuthenticate, /*status=*/true, connection.receive().value().messageID));
+    connection.send(QuillMessage::initWithReplyMessageForInsertStatus(
+        /*status=*/true, connection.receive().value().messageID));
+  }
+
+  [[nodiscard]] static QuillMessage signingWith(const Bytes &certificateSHA1) {
+    return QuillMessage::initCommandMessageSignData(Bytes(32, 1), certificateSHA1, SecretText(""));
+  }
+
   // Serves until a signal or until the machine is given up.
   SessionEnd session(const std::function<void(ServedConnection &)> &serve,
                      std::optional<Fingerprint> known = std::nullopt) {
@@ -38,7 +58,8 @@ class ServedSession : public testing::Test {
     } else {
       command.fingerprint = server_.certificate.sha256();
     }
-    return serveMachines(command, knownHosts_, keys_.value(), authentication_, terminal_, stop_);
+    return serveMachines(command, knownHosts_, keys_.value(), authentication_, terminal_, *console_,
+                         stop_);
   }
 
   const StopSignal stop_;  // before the first thread
@@ -50,6 +71,7 @@ class ServedSession : public testing::Test {
   std::optional<KeyRing> keys_;
   KnownHosts knownHosts_{folder_ / "known_hosts"};
   Terminal terminal_{base::Descriptor()};
+  std::optional<Console> console_{std::in_place};
 };
 
 TEST_F(ServedSession, SignsNothingButAChallengeForItsOwnKey) {
@@ -86,6 +108,32 @@ TEST_F(ServedSession, SendsNothingToAServerThatHasChangedSinceItWasKnown) {
       Fingerprint(32, 1));
   EXPECT_FALSE(ended.bySignal);
   EXPECT_EQ(received, 0U);
+}
+
+TEST_F(ServedSession, ServesWhileNobodyReadsWhatItSaysAndLeavesADaemonThatFloodsAndNeverReads) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  const base::Descriptor reader(ends[0]);
+  const base::Descriptor output(ends[1]);
+  std::string text(static_cast<std::size_t>(::fcntl(output.get(), F_GETPIPE_SZ)), ' ');
+  ASSERT_EQ(::write(output.get(), text.data(), text.size()), std::ssize(text));
+  console_.emplace(output.get(), output.get());
+  std::size_t sent = 0;
+  (void)session([&](ServedConnection &connection) {
+    takeCard(connection);
+    connection.send(signingWith(cardKey_.certificate.sha1()));
+    EXPECT_TRUE(connection.receive().value().status);
+    while (connection.send(signingWith(Bytes(20, 9)))) {
+      ++sent;
+    }
+    (void)::kill(::getpid(), SIGTERM);
+  });
+  ASSERT_EQ(::read(reader.get(), text.data(), text.size()), std::ssize(text));
+  EXPECT_EQ(console_->flush({}), OutputWriter::Outcome::written);
+  text.resize(static_cast<std::size_t>(::read(reader.get(), text.data(), text.size())));
+  EXPECT_NE(text.find("it does not take its answers"), std::string::npos) << text;
+  EXPECT_GT(sent, 10000U);
+  EXPECT_LT(std::ranges::count(text, '\n'), 100) << "a line for each would be " << sent;
 }
 
 }  // namespace

@@ -1,0 +1,125 @@
+#include "remote/KeyRequests.hpp"
+
+#include <utility>
+
+namespace remote {
+namespace {
+
+// The questions of one machine; a person answers them one by one.
+constexpr std::size_t kMostQuestions = 64;
+
+const char *verbOf(std::int64_t command) {
+  return command == QuillCommandSignData ? "sign" : "decrypt";
+}
+
+RefusalLines::Time now() {
+  return std::chrono::steady_clock::now();
+}
+
+}  // namespace
+
+void KeyRequests::serve(const QuillMessage &request) {
+  const bool isSigning = request.command == QuillCommandSignData;
+  // without an ID no answer finds its way back
+  if ((!isSigning && request.command != QuillCommandDecryptData) || !request.messageID) {
+    return;
+  }
+  const auto &hash = isSigning ? request.signingCertificateHash : request.objectID;
+  const auto &data = isSigning ? request.dataToSign : request.dataToDecrypt;
+  const CardKey *key = hash ? services_.keys.find(*hash) : nullptr;
+  if (key == nullptr || !data) {
+    source_.refusals.say("refused to " + std::string(verbOf(request.command)) + " for " +
+                             source_.name + ": the request names no key of this card",
+                         now());
+    return sendRefusal(request.command, *request.messageID);
+  }
+  const crypto::PublicKey publicKey = key->identity.key.publicKey();
+  const KeyUse keyUse = isSigning ? useForSigning(publicKey, *data, key->authenticates)
+                                  : useForDecryption(publicKey, *data, key->authenticates);
+  const auto use =
+      std::make_shared<const Use>(Use{key, request.command, *request.messageID, *data,
+                                      keyUse.operation.value_or(KeyOperation::rawRSA)});
+  if (!keyUse.operation) {
+    return refuse(*use, keyUse.description);
+  }
+  if (!source_.quota.admits(use, data->size())) {
+    return refuse(*use, "too many requests wait for the keys");
+  }
+  allow(use, keyUse.description);
+}
+
+void KeyRequests::allow(const SharedUse &use, const std::string &description) {
+  if (services_.withoutConsent) {
+    return perform(use);
+  }
+  if (!services_.consent.canAsk()) {
+    return refuse(*use, "there is no terminal to ask for consent (--no-confirm allows all)");
+  }
+  if (services_.consent.waiting(source_.asker) >= kMostQuestions) {
+    return refuse(*use, "too many questions wait for an answer");
+  }
+  services_.consent.ask(
+      source_.asker,
+      source_.name + " wants to " + verbOf(use->command) + " " + description + " with the key \"" +
+          use->key->label + "\". Allow it?",
+      /*inFull=*/false, [weak = weak_from_this(), use](Consent::Reply reply) {
+        const auto self = weak.lock();
+        if (!self) {
+          return;
+        }
+        if (reply == Consent::Reply::yes) {
+          return self->perform(use);
+        }
+        self->refuse(*use, reply == Consent::Reply::no ? "you said no" : "this program ends");
+      });
+}
+
+void KeyRequests::perform(const SharedUse &use) {
+  services_.pool.run([weak = weak_from_this(), use, mailbox = services_.mailbox] {
+    if (weak.expired()) {
+      return;  // nobody waits for it any more
+    }
+    Error error;
+    auto result = remote::perform(use->operation, use->key->identity.key, use->data, &error);
+    mailbox->post([weak, use, result = std::move(result), failure = std::move(error.description)] {
+      if (const auto self = weak.lock()) {
+        self->answer(*use, result, failure);
+      }
+    });
+  });
+}
+
+void KeyRequests::answer(const Use &use, std::optional<SecretBytes> result,
+                         const std::string &failure) {
+  if (!result) {
+    return refuse(use, failure);
+  }
+  const ByteView content = result->reveal();
+  const bool isSigning = use.command == QuillCommandSignData;
+  const QuillMessage reply =
+      isSigning ? QuillMessage::initWithReplyMessageForSignMessage(
+                      /*status=*/true, use.messageID, Bytes(content.begin(), content.end()))
+                : QuillMessage::initWithReplyMessageForDecryptDataWithStatus(
+                      /*status=*/true, use.messageID, std::move(*result));
+  if (source_.send(reply)) {
+    services_.console.say((isSigning ? "signed with " : "decrypted with ") + use.key->label +
+                          " for " + source_.name);
+  }
+}
+
+void KeyRequests::refuse(const Use &use, const std::string &reason) {
+  source_.refusals.say("refused to " + std::string(verbOf(use.command)) + " with " +
+                           use.key->label + " for " + source_.name + ": " + reason,
+                       now());
+  sendRefusal(use.command, use.messageID);
+}
+
+void KeyRequests::sendRefusal(std::int64_t command, const UUID &messageID) {
+  (void)source_.send(
+      command == QuillCommandSignData
+          ? QuillMessage::initWithReplyMessageForSignMessage(/*status=*/false, messageID, {})
+          : QuillMessage::initWithReplyMessageForDecryptDataWithStatus(/*status=*/false, messageID,
+                                                                       SecretBytes()));
+}
+
+}  // namespace remote

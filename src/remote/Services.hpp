@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+
+#include "base/Bytes.hpp"
+#include "crypto/Identity.hpp"
+#include "remote/Consent.hpp"
+#include "remote/Console.hpp"
+#include "remote/KeyRing.hpp"
+#include "remote/KnownHosts.hpp"
+#include "remote/Mailbox.hpp"
+#include "remote/Openings.hpp"
+#include "remote/WorkPool.hpp"
+
+namespace remote {
+
+// What all machines share; borrowed, and outlives them.
+struct Services {
+  const KeyRing &keys;
+  const crypto::Identity &authentication;
+  const Bytes &authenticationKeyHash;
+  const KnownHosts &knownHosts;
+  Consent &consent;
+  Console &console;
+  bool withoutConsent = false;  // every use of a key is allowed
+  WorkPool &pool;
+  const std::shared_ptr<Mailbox> &mailbox;
+  Openings &openings;
+  bool isAlone = true;  // the only machine: lines need not say which one they mean
+};
+
+}  // namespace remote
