@@ -213,6 +213,18 @@ TEST_F(Listening, LocalUsersAreLookedUpForEachAcceptance) {
   EXPECT_EQ(network.asked[0].limits().users, Users());
 }
 
+TEST_F(Manager, ThatHasNoPortSaysWhoseItIsAndLeavesTheStateFileAlone) {
+  set("ssl_certificate_common_name", "Server");
+  EXPECT_TRUE(manager.setupListener());
+  takeEntries();
+  network.owner = "kfyd (process 7)";
+  network.listeners[0]->stateHandler(platform::ListenerState::failed, EADDRINUSE);
+  EXPECT_THAT(takeEntries(), ElementsAre(HasSubstr("port 4116 is taken by kfyd (process 7): ")));
+  (void)network.listeners[0]->connect();
+  queue.advance(std::chrono::seconds(2));
+  EXPECT_FALSE(base::fileExists(base::rooted(kfyd::kStatePath)));
+}
+
 TEST_F(Listening, TellsItsStateOnceASecond) {
   const std::string path = base::rooted(kfyd::kStatePath);
   const auto state = [&] {

@@ -24,7 +24,7 @@ class FakeConnection : public platform::Connection {
   void cancel() override { isCancelled = true; }
   [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
   void holds(std::size_t /*frameBytes*/, std::size_t /*otherBytes*/) override {}
-  void setAuthenticated(bool /*isAuthenticated*/) override {}
+  void setAuthenticated(bool is) override { isAuthenticated = is; }
   void rejected() override {}
 
   // One chunk from the peer, or the end of its stream.
@@ -57,6 +57,7 @@ class FakeConnection : public platform::Connection {
   int sendError = 0;
   std::size_t unsent = 0;
   bool isCancelled = false;
+  bool isAuthenticated = false;
 
  private:
   ReceiveCompletion receive_;

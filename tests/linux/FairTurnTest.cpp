@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <thread>
 
 #include "linux/NetworkTest.hpp"
 #include "linux/network/Endpoints.hpp"
@@ -56,6 +57,34 @@ TEST_F(FairTurn, ReadsOneChunkOfEachConnection) {
   runUntil([this] { return received.find('b') != std::string::npos; });
   EXPECT_LE(received.size(), 4U) << received;
   runUntil([this] { return received.size() == 51; });
+}
+
+// What one of these did took 100 ms: all of them are read only after as long again, others at once.
+TEST_F(FairTurn, GivesThoseThatHaveNotAuthenticatedHalfOfTheTime) {
+  std::array<std::unique_ptr<Client>, 3> clients;
+  std::vector<std::shared_ptr<platform::Connection>> connections;
+  for (auto &each : clients) {
+    connection.reset();
+    each = std::make_unique<Client>(dial());
+    runUntil([&] { return each->channel.handshake() == TlsChannel::Result::done && connection; });
+    connections.push_back(connection);
+    settle();
+  }
+  connections[2]->setAuthenticated(true);
+  connections[0]->receive([this](const platform::Chunk &) {
+    std::this_thread::sleep_for(100ms);
+    received += 'a';
+  });
+  send(*clients[0], "a", 1);
+  runUntil([this] { return received == "a"; });
+  const auto rest = std::chrono::steady_clock::now() + 95ms;
+  readAlways(*connections[1]);
+  readAlways(*connections[2]);
+  send(*clients[1], "b", 1);
+  send(*clients[2], "c", 1);
+  runUntil([this] { return received.find('b') != std::string::npos; });
+  EXPECT_EQ(received, "acb");
+  EXPECT_GE(std::chrono::steady_clock::now(), rest);
 }
 
 // A step costs a signature: who sends a frame while many shake hands does not wait for all of them.

@@ -54,6 +54,14 @@ TEST_F(Network, AcceptsWithKeepaliveAndWithoutDelay) {
   EXPECT_EQ(accepted, 1U);
 }
 
+TEST_F(Network, TellsWhoseAPortIs) {
+  EXPECT_EQ(network.ownerOfPort(listener->port()),
+            "test_linux (process " + std::to_string(getpid()) + ")");
+  const auto port = listener->port();
+  listener.reset();
+  EXPECT_EQ(network.ownerOfPort(port), std::nullopt);
+}
+
 TEST_F(Network, ResetReportsFailedAndThenEndsTheStream) {
   establish();
   sendFromClient("hello there");

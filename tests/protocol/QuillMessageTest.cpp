@@ -162,7 +162,8 @@ TEST_F(Message, IsReadInSpiteOfWhatIsOddInIt) {
   EXPECT_EQ(decode(R"({"type":"request","command":"remove","message_id":"no uuid"})")->messageID,
             std::nullopt);
   const auto message = decode(request(
-      "sign_data", R"(,"pin":"0","challenge":{},"object_id":"","pin":"1","data_to_sign":"QQ")"));
+      "sign_data",
+      R"(,"pin":"0","odd":[{"pin":2},"x"],"challenge":{},"":{"pin":"3"},"object_id":"","pin":"1","data_to_sign":"QQ")"));
   EXPECT_EQ(message->PIN->reveal(), "1") << "of a key that stands twice the last counts";
   EXPECT_FALSE(message->challenge);
   EXPECT_EQ(message->objectID, Bytes{});

@@ -70,6 +70,18 @@ class OptIn : public Requests {
     }
     return outcomes;
   }
+  // Its own repetition replaces; then another's.
+  std::string repeatsAnID() {
+    const Peer holder = this->holder();
+    const Peer first = local();
+    const QuillMessage request = signRequest();
+    std::string outcomes;
+    for (const Peer &peer : {first, first, local()}) {
+      process(request, peer);
+      outcomes += holder.connection->takeMessages().empty() ? 'n' : 'y';
+    }
+    return outcomes;
+  }
   std::string asksTheNewest() {
     holder();
     return isRelayedTo(holder()) ? "y" : "n";
@@ -109,6 +121,7 @@ TEST_F(OptIn, SwitchesChangeWhatTheySayAndNothingElse) {
       {support::kInsertRequiresAuthentication, &OptIn::inserts, "yyy", "nny"},
       {support::kListRequiresAuthentication, &OptIn::readsTheList, "yyyy", "nyyy"},
       {support::kAnswersOnlyFromHolder, &OptIn::answers, "yn", "ny"},
+      {support::kRefuseRepeatedMessageID, &OptIn::repeatsAnID, "yyy", "yyn"},
       {support::kNewestRemoteFirst, &OptIn::asksTheNewest, "n", "y"},
       {support::kRelayAuthenticationKey, &OptIn::usesTheKey, "yyyn", "ynny"},
   };
@@ -168,6 +181,7 @@ TEST_F(OptIn, WhatWaitsForAnswersIsBounded) {
   holder.connection->unsent = 0;
   const QuillMessage second = signRequest();
   EXPECT_FALSE(isRefused(asker, second));
+  EXPECT_FALSE(isRefused(asker, second)) << "what it replaces is not one more";
   EXPECT_FALSE(isRefused(other, signRequest()));
   EXPECT_TRUE(isRefused(asker, signRequest()));
   EXPECT_TRUE(isRefused(other, signRequest()));
@@ -175,7 +189,7 @@ TEST_F(OptIn, WhatWaitsForAnswersIsBounded) {
           holder);
   EXPECT_EQ(asker.connection->takeMessages().size(), 1U);
   EXPECT_FALSE(isRefused(asker, signRequest())) << "an answer makes room";
-  EXPECT_EQ(processor.counts.relayed, 4U);
+  EXPECT_EQ(processor.counts.relayed, 5U);
   EXPECT_EQ(processor.counts.refused, 3U);
   for (const auto *bound :
        {&support::kMaxPendingPerConnection, &support::kMaxPending, &support::kMaxUnsentBytes}) {

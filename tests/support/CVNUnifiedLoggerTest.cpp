@@ -13,6 +13,7 @@
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 #include "support/StandardErrorLines.hpp"
+#include "support/UnauthenticatedLines.hpp"
 
 namespace {
 
@@ -104,6 +105,34 @@ TEST_F(Logger, HidesInTheUnifiedLogAloneWhatAMessageSays) {
   CVNLogDebug("trace");
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:<private>", "kfy:<private>"));
   EXPECT_THAT(fileLines(), ElementsAre("secret", "trace"));
+}
+
+TEST_F(Logger, CountsWhatIsLeftOutForThoseThatHaveNotAuthenticated) {
+  const auto writes = [this](std::size_t bytes) {
+    const support::UnauthenticatedLines lines(/*isUnauthenticated=*/true);
+    CVNLog("%s", std::string(bytes, 'x'));
+    support::warn(EPIPE, "y");
+    return std::to_string(takeEntries().size()) +
+           (std::exchange(log.standardError, {}).empty() ? "-" : "y");
+  };
+  EXPECT_EQ(writes(1000), "1y") << "there is no limit by default";
+  defaults.values["kfyd/strangerLogBytesPerSecond"] = 100;
+  clock.time += std::chrono::seconds(1);
+  EXPECT_EQ(writes(50), "1y");
+  EXPECT_EQ(writes(240), "1-") << "a long line is paid for afterwards";
+  CVNLog("another's");
+  support::warn(EPIPE, "another's");
+  EXPECT_EQ(takeEntries().size() + std::exchange(log.standardError, {}).size(), 30U);
+  clock.time += std::chrono::seconds(2);
+  EXPECT_EQ(writes(1), "0-");
+  support::eventBegins();
+  EXPECT_THAT(takeEntries(), testing::IsEmpty());
+  clock.time -= std::chrono::hours(1);
+  support::eventBegins();
+  EXPECT_THAT(takeEntries(),
+              ElementsAre("kfy:3 lines about clients that have not authenticated left out (limit "
+                          "strangerLogBytesPerSecond is 100)"));
+  EXPECT_EQ(writes(1), "1y");
 }
 
 TEST_F(Logger, RepeatsWithinTwoSecondsOfTheLastWrittenLineAreCounted) {

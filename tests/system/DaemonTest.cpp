@@ -62,6 +62,19 @@ TEST_F(Daemon, WithABusyPortGoesOnWithTheOtherListener) {
   EXPECT_TRUE(daemon->hasSaid("kfyd: listener (tcp) failed: Address already in use\n"));
   EXPECT_TRUE(daemon->hasSaid("Listener on port 4117 (tcp) ready!"));
   EXPECT_TRUE(Peer::local().ask(QuillMessage::initCommandMessageGetCertificates()).status);
+  EXPECT_TRUE(
+      eventually([this] { return hasLogged("port 4116 is taken by test_system (process "); }));
+}
+
+TEST_F(Daemon, TakesSuitesWithAEADAlone) {
+  startDaemon();
+  for (const auto &[suites, isTaken] :
+       {std::pair("ECDHE-ECDSA-AES128-GCM-SHA256", true),
+        {"ECDHE-ECDSA-AES128-SHA256:ECDHE-ECDSA-AES128-SHA", false}}) {
+    const auto client = run("/usr/bin/openssl", {"s_client", "-connect", "127.0.0.1:4117",
+                                                 "-tls1_2", "-cipher", suites});
+    EXPECT_EQ(client.status == 0, isTaken) << client.output;
+  }
 }
 
 }  // namespace

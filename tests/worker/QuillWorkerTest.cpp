@@ -53,6 +53,23 @@ TEST_F(Worker, CutsMessagesOutOfChunks) {
               testing::IsSupersetOf({"kfy:3132333435363738", "kfy:data too small. ignoring"}));
 }
 
+TEST_F(Worker, DecodesNoListThatWouldBeRefused) {
+  const std::string frame =
+      R"([DATA]{"type":"request","command":"insert","message_id":"x","certificates":["QQ==",{}]}[ENDDATA])";
+  std::string lists;
+  worker->receiveBlock = [&](const QuillWorker::Shared &, const QuillMessage &message) {
+    lists += message.certificates ? 'y' : 'n';
+  };
+  connection->deliver(frame);
+  worker->mayBringList = [](const QuillWorker &from) { return from.isAuthenticated; };
+  connection->deliver(frame);
+  EXPECT_FALSE(connection->isAuthenticated);
+  worker->isAuthenticated = true;
+  connection->deliver(frame);
+  EXPECT_TRUE(connection->isAuthenticated);
+  EXPECT_EQ(lists, "yny");
+}
+
 TEST_F(Worker, SendsAMessageAsOneUnitAndAnUnwritableOneAsAnEmptyFrame) {
   QuillMessage message = *QuillMessage::initWithJSONData(base::viewOf(kRemove));
   EXPECT_TRUE(worker->sendMessage(message));
