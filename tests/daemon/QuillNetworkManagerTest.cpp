@@ -213,9 +213,11 @@ TEST_F(Listening, LocalUsersAreLookedUpForEachAcceptance) {
   EXPECT_EQ(network.asked[0].limits().users, Users());
 }
 
-TEST_F(Manager, ThatHasNoPortSaysWhoseItIsAndLeavesTheStateFileAlone) {
+TEST_F(Manager, WithoutAPortSaysWhoseItIsAndTouchesNothingOfTheOther) {
   set("ssl_certificate_common_name", "Server");
   EXPECT_TRUE(manager.setupListener());
+  EXPECT_TRUE(manager.setupLocalListener());
+  manager.insertSmartcard();
   takeEntries();
   network.owner = "kfyd (process 7)";
   network.listeners[0]->stateHandler(platform::ListenerState::failed, EADDRINUSE);
@@ -223,6 +225,9 @@ TEST_F(Manager, ThatHasNoPortSaysWhoseItIsAndLeavesTheStateFileAlone) {
   (void)network.listeners[0]->connect();
   queue.advance(std::chrono::seconds(2));
   EXPECT_FALSE(base::fileExists(base::rooted(kfyd::kStatePath)));
+  EXPECT_TRUE(isMarkerThere()) << "the other one's";
+  network.listeners[1]->stateHandler(platform::ListenerState::ready, 0);
+  EXPECT_FALSE(isMarkerThere()) << "that of one that was killed";
 }
 
 TEST_F(Listening, TellsItsStateOnceASecond) {
