@@ -54,7 +54,9 @@ void LoadedMachine::openJournal(bool isRead) {
     reader_ = std::jthread([this](const std::stop_token &stop) {
       const std::stop_callback wake(stop, [this] { ::shutdown(journal_.get(), SHUT_RDWR); });
       std::array<char, 65536> entry{};
-      while (::recv(journal_.get(), entry.data(), entry.size(), 0) > 0) {
+      ssize_t size = 0;
+      while ((size = ::recv(journal_.get(), entry.data(), entry.size(), 0)) > 0) {
+        journalBytes_ += static_cast<std::size_t>(size);
       }
     });
   }

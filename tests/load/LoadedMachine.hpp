@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -35,6 +36,9 @@ class LoadedMachine : public system_tests::PairedMachine {
   // A new socket of a journal, which reads what it is sent or does not.
   void openJournal(bool isRead);
 
+  // What came in at a journal that is read.
+  [[nodiscard]] std::size_t journalBytes() const { return journalBytes_; }
+
   // Has data signed, one request after the other, until the time is over; how long each took, in
   // microseconds. Each has exactly one answer, with a signature that verifies if it `isSigned`.
   static std::vector<double> sign(std::chrono::milliseconds time, bool isSigned = true);
@@ -50,6 +54,7 @@ class LoadedMachine : public system_tests::PairedMachine {
 
  private:
   base::Descriptor journal_;
+  std::atomic<std::size_t> journalBytes_ = 0;
   std::jthread reader_;
 };
 

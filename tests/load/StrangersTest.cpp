@@ -26,6 +26,8 @@ Bytes insertionOf(std::size_t elements, std::size_t bytesOfOne) {
 
 class Strangers : public LoadedMachine {
  public:
+  bool isJournalBounded = false;
+
   // One attack by 31 clients; how long honest relays take meanwhile is printed.
   void attack(const char *name, const Behaviour &behaviour) {
     const Holder holder(/*signs=*/false);
@@ -33,10 +35,16 @@ class Strangers : public LoadedMachine {
     const Crowd crowd(client::kPublicPort, std::vector<Behaviour>(31, behaviour));
     EXPECT_TRUE(eventually([&] { return crowd.established() >= 31; }));
     const std::vector<double> times = sign(isFull() ? 10s : 300ms, /*isSigned=*/false);
-    EXPECT_GT(crowd.said(), 0U);
-    std::printf("  %-30s calm p50 %5.2f ms; p50 %7.2f ms, p99 %7.2f ms; %zu pieces\n", name,
-                calm / 1e3, percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3,
-                crowd.said());
+    const auto start = std::chrono::steady_clock::now();
+    const std::size_t written = journalBytes();
+    EXPECT_TRUE(eventually([&, before = crowd.said()] { return crowd.said() > before + 30; }));
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    const auto bytes = static_cast<double>(journalBytes() - written);
+    // twice the longest entry may be under way
+    EXPECT_TRUE(!isJournalBounded || bytes < 65536 * (time.count() + 3)) << bytes;
+    std::printf("  %-30s calm p50 %5.2f ms; p50 %7.2f ms, p99 %7.2f ms; journal %6.0f KiB/s\n",
+                name, calm / 1e3, percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3,
+                bytes / 1024 / time.count());
   }
 
   void attackInEveryWay() {
@@ -65,6 +73,7 @@ TEST_F(Strangers, KeepNobodyWaitingInTheHardenedProfile) {
         "answersOnlyFromHolder = true\ncardEndsWithItsConnection = true\n"
         "newestRemoteFirst = true\nconnectsPerMinute = 6\npairingSeconds = 5\n"
         "refuseRepeatedMessageID = true\nstrangerLogBytesPerSecond = 65536\n");
+  isJournalBounded = true;
   startDaemon();
   attackInEveryWay();
 }
