@@ -11,9 +11,9 @@
 #include <string>
 #include <utility>
 
+#include "crypto/DerivationBudget.hpp"
 #include "crypto/Library.hpp"
 #include "crypto/Owned.hpp"
-#include "crypto/Pkcs12Budget.hpp"
 
 namespace crypto {
 namespace {
@@ -112,7 +112,7 @@ class Reader {
   OSSL_LIB_CTX *context_ = libraryContext();
   std::optional<LegacyContext> legacy_;  // from its first use on
   Password password_;
-  Pkcs12Budget budget_;
+  DerivationBudget budget_;
   Pkcs12Content content_;
 };
 

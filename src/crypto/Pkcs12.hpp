@@ -14,7 +14,7 @@ namespace crypto {
 // What a file may ask for in all. More would hold the program for minutes.
 //
 // Rounds of key derivation: the iterations of its MAC, of each encrypted part and of each encrypted
-// key. One with scrypt counts N·r·p, see Pkcs12Budget.
+// key. One with scrypt counts N·r·p, see DerivationBudget.
 inline constexpr std::uint64_t kPkcs12Rounds = 2'000'000;
 // Bytes that one derivation with scrypt may fill; the library's own bound.
 inline constexpr std::uint64_t kPkcs12ScryptMemory = 32 * 1024 * 1024;

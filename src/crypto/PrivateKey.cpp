@@ -12,6 +12,7 @@
 #include <limits>
 #include <utility>
 
+#include "crypto/DerivationBudget.hpp"
 #include "crypto/Library.hpp"
 #include "crypto/Owned.hpp"
 
@@ -58,6 +59,27 @@ int givePassword(char *buffer, int size, int /*isForWriting*/, void *argument) n
   return static_cast<int>(characters.size());
 }
 
+Owned<BIO, BIO_free_all> sourceOf(ByteView pem) {
+  return Owned<BIO, BIO_free_all>(BIO_new_mem_buf(
+      pem.data(),
+      static_cast<int>(std::min<std::size_t>(pem.size(), std::numeric_limits<int>::max()))));
+}
+
+// What an encrypted key of PKCS #8 in the text asks for past the bounds; empty if there is none.
+std::string excessOf(ByteView pem) {
+  const auto text = sourceOf(pem);
+  const Owned<X509_SIG, X509_SIG_free> encrypted(
+      text ? PEM_read_bio_PKCS8(text.get(), nullptr, nullptr, nullptr) : nullptr);
+  DerivationBudget budget;
+  if (encrypted) {
+    const X509_ALGOR *algorithm = nullptr;
+    X509_SIG_get0(encrypted.get(), &algorithm, nullptr);
+    (void)budget.takeDerivation(algorithm);
+  }
+  ERR_clear_error();
+  return budget.excess();
+}
+
 SecretBytes encoded(const EVP_PKEY *key, const char *format) {
   ERR_clear_error();
   const Owned<OSSL_ENCODER_CTX, OSSL_ENCODER_CTX_free> encoder(
@@ -98,10 +120,12 @@ std::optional<PrivateKey> PrivateKey::fromPKCS8(ByteView der, Error *error) {
 std::optional<PrivateKey> PrivateKey::fromPEM(ByteView pem, const SecretText *password,
                                               Error *error) {
   ERR_clear_error();
+  if (const std::string excess = excessOf(pem); !excess.empty()) {
+    base::report(error, "crypto", 0, "the encrypted private key asks for more than " + excess);
+    return std::nullopt;
+  }
   PasswordRequest request{password};
-  const Owned<BIO, BIO_free_all> text(BIO_new_mem_buf(
-      pem.data(),
-      static_cast<int>(std::min<std::size_t>(pem.size(), std::numeric_limits<int>::max()))));
+  const auto text = sourceOf(pem);
   const std::shared_ptr<EVP_PKEY> key =
       shared(text ? PEM_read_bio_PrivateKey_ex(text.get(), nullptr, givePassword, &request,
                                                libraryContext(), nullptr)

@@ -8,9 +8,9 @@
 
 namespace crypto {
 
-// The work that one PKCS #12 file may ask for (the bounds stand in Pkcs12.hpp). All of it is taken
-// from here before it is done. For this folder's own files.
-class Pkcs12Budget {
+// The work that one file with encrypted keys may ask for (the bounds stand in Pkcs12.hpp). All of
+// it is taken from here before it is done. For this folder's own files.
+class DerivationBudget {
  public:
   // Those of a MAC; null for the default of RFC 7292.
   [[nodiscard]] bool takeRounds(const ASN1_INTEGER *rounds);

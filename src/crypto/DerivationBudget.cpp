@@ -1,4 +1,4 @@
-#include "crypto/Pkcs12Budget.hpp"
+#include "crypto/DerivationBudget.hpp"
 
 #include <openssl/asn1.h>
 #include <openssl/x509.h>
@@ -31,7 +31,7 @@ Owned<Parameters, Release> parametersOf(const ASN1_TYPE *value, const ASN1_ITEM 
 
 }  // namespace
 
-bool Pkcs12Budget::takeRounds(std::uint64_t count) {
+bool DerivationBudget::takeRounds(std::uint64_t count) {
   rounds_ += count;
   if (rounds_ > kPkcs12Rounds) {
     excess_ = std::to_string(kPkcs12Rounds) + " rounds of key derivation";
@@ -39,14 +39,14 @@ bool Pkcs12Budget::takeRounds(std::uint64_t count) {
   return excess_.empty();
 }
 
-bool Pkcs12Budget::takeRounds(const ASN1_INTEGER *rounds) {
+bool DerivationBudget::takeRounds(const ASN1_INTEGER *rounds) {
   return takeRounds(rounds == nullptr ? 1 : countOf(rounds));
 }
 
 // ROMix (RFC 7914 section 5) mixes a block of 128·r bytes 2·N times, for each of p lanes, over a
 // table of N blocks. For N·r·p that is two blocks of 128 bytes each, which takes about as long as a
 // round of PBKDF2 with SHA-256.
-bool Pkcs12Budget::takeScrypt(const ASN1_TYPE *parameters) {
+bool DerivationBudget::takeScrypt(const ASN1_TYPE *parameters) {
   const auto scrypt =
       parametersOf<SCRYPT_PARAMS, SCRYPT_PARAMS_free>(parameters, ASN1_ITEM_rptr(SCRYPT_PARAMS));
   if (!scrypt) {
@@ -64,7 +64,7 @@ bool Pkcs12Budget::takeScrypt(const ASN1_TYPE *parameters) {
   return takeRounds(cost * blockSize * lanes);
 }
 
-bool Pkcs12Budget::takeDerivation(const X509_ALGOR *algorithm) {
+bool DerivationBudget::takeDerivation(const X509_ALGOR *algorithm) {
   if (OBJ_obj2nid(algorithm->algorithm) != NID_pbes2) {
     const auto parameters =
         parametersOf<PBEPARAM, PBEPARAM_free>(algorithm->parameter, ASN1_ITEM_rptr(PBEPARAM));
@@ -84,7 +84,7 @@ bool Pkcs12Budget::takeDerivation(const X509_ALGOR *algorithm) {
   return !parameters || takeRounds(parameters->iter);
 }
 
-bool Pkcs12Budget::takeBag() {
+bool DerivationBudget::takeBag() {
   if (++bags_ > kPkcs12Bags) {
     excess_ = std::to_string(kPkcs12Bags) + " bags";
   }
