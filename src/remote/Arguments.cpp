@@ -194,12 +194,12 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   } catch (const CLI::Success &success) {
     return program.exit(success);
   } catch (const CLI::ParseError &error) {
-    return wrong(printable(error.what()));
+    return wrong(error.what());
   }
   Error error;
   if (!finish(texts, &error) || (connect.parsed() && !finishConnect(texts, &error)) ||
       (password.parsed() && !finishPassword(texts, &error))) {
-    return wrong(printable(error.description));
+    return wrong(error.description);
   }
   if (keys.parsed()) {
     texts.arguments.command = texts.keys;

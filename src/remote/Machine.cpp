@@ -204,7 +204,7 @@ void Machine::authenticate(const QuillMessage &reply) {
   }
   if (!reply.status || reply.selectedCertificateHash != services_.authenticationKeyHash) {
     complain(address_.name() + " has not paired this key with a user" +
-             (reason.empty() ? "" : ": " + printable(reason)) + "; next attempt in " +
+             (reason.empty() ? "" : ": " + reason) + "; next attempt in " +
              secondsOf(kWaitAfterNoUser));
     advise("on that machine: sudo sc_auth pair --user USER --hash " +
            support::hexString(services_.authenticationKeyHash));

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "base/DisplayText.hpp"
 #include "identity/PublicKeyHash.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
@@ -25,14 +26,20 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 
 int fail(const std::string &what) {
-  complain(printable(what));
+  complain(what);
   return kFailed;
 }
 
 int listKeys(const KeysCommand &command, const Arguments &arguments, ByteView hash,
              const KeyRing &keys) {
   const std::string path = authenticationKeyPath(arguments.home);
-  say(command.asJSON ? keyListingAsJSON(path, hash, keys) : keyListing(path, hash, keys));
+  if (command.asJSON) {
+    say(keyListingAsJSON(path, hash, keys));
+    return kDone;
+  }
+  for (const std::string &line : keyListing(path, hash, keys)) {
+    say(line);
+  }
   return kDone;
 }
 
@@ -66,10 +73,10 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
     writer.key("password");
     writer.text(account->password.reveal());
     writer.endObject();
-    saySecret("", SecretText(std::move(text)));
+    saySecret("", SecretText(base::displayJSON(text)));
   } else {
-    say("account:  " + printable(account->name));
-    saySecret("password: ", printable(account->password));
+    say("account:  " + account->name);
+    saySecret("password: ", account->password);
   }
   return kDone;
 }
