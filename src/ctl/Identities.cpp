@@ -5,6 +5,7 @@
 #include <ostream>
 #include <utility>
 
+#include "base/DisplayText.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/DateText.hpp"
@@ -163,7 +164,8 @@ void tellOfNew(const IdentityRecord &record, Session &session) {
   session.output << (session.json
                          ? jsonOf({{"sha1", "SHA-1", hash}, {"label", "label", labelOf(record)}})
                          : hash + "\n");
-  session.notes << "kfyctl: \"" << labelOf(record) << "\" is in the keychain; kfyd will show it "
+  session.notes << "kfyctl: \"" << base::displayText(labelOf(record))
+                << "\" is in the keychain; kfyd will show it "
                 << "after: kfyctl identity use " << hash << '\n';
 }
 

@@ -53,6 +53,17 @@ TEST_F(Kfyctl, NamesAnIdentityByItsLabelAsStoredOrByItsHash) {
   EXPECT_EQ(kfyctl({"identity", "list"}).output, "");
 }
 
+TEST_F(Kfyctl, ShowsNoControlsOfALabelAndKeepsThemInJSON) {
+  const std::string label = "a\x1B[2J\u009B\nb";
+  EXPECT_EQ(kfyctl({"identity", "create", "--common-name", "host", "--label", label}).status, 0);
+  EXPECT_THAT(kfyctl({"identity", "list"}).output, HasSubstr("   a?[2J??b\n"));
+  EXPECT_THAT(kfyctl({"identity", "show", label}).output,
+              HasSubstr("label:            a?[2J??b\n"));
+  EXPECT_THAT(kfyctl({"identity", "list", "--json"}).output,
+              HasSubstr(R"("label":"a\u001b[2J\u009b\nb")"));
+  EXPECT_THAT(kfyctl({"identity", "show", "\x1B\xFF"}).notes, HasSubstr("no identity \"??\""));
+}
+
 TEST_F(Kfyctl, WritesReadsAndDeletesASetting) {
   EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "YES"}).status, 0);
   EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "debugLogging = true\n");
