@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "base/DisplayText.hpp"
 #include "crypto/KeyParts.hpp"
 #include "driver/Mechanisms.hpp"
 #include "support/HexString.hpp"
@@ -201,7 +202,7 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
     if (!certificateHashes.insert(identity.certificateHash).second) {
       continue;
     }
-    const std::string label = labelApart(labelOf(identity), labels);
+    const std::string label = labelApart(base::displayText(labelOf(identity)), labels);
     made->objects.push_back(certificateObject(identity, label));
     const auto key = identity.certificate.publicKey();
     if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {

@@ -21,8 +21,9 @@ struct CardObjects {
 
 // Makes objects from what a card holds: a certificate object for each certificate, a private and a
 // public key object for each distinct key of a kind that the token can use (RSA of 1024 to 4096
-// bits, P-256, P-384, P-521, Ed25519). The same thing gets the same handle each time, so that a
-// card which goes and comes leaves the handles of programs valid. For one thread at a time.
+// bits, P-256, P-384, P-521, Ed25519). Labels are fit to be shown, since programs print them as
+// they are. The same thing gets the same handle each time, so that a card which goes and comes
+// leaves the handles of programs valid. For one thread at a time.
 class CardObjectMaker {
  public:
   explicit CardObjectMaker(Handles &handles) : handles_(handles) {}

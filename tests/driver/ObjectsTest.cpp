@@ -114,6 +114,17 @@ TEST_F(TokenUser, FillsAllAttributesButThoseItCannot) {
   }
 }
 
+TEST_F(TokenUser, LabelsAreShownFreeOfControlsAndDiffer) {
+  CardContent content = *card.content;
+  content[rsa].label = "key\nssh-rsa AAAA mallory";
+  content[p256].label = "key\tssh-rsa AAAA mallory";
+  card.show(std::make_shared<const CardContent>(content));
+  EXPECT_EQ(base::textOf(attribute(key(CKO_PUBLIC_KEY, rsa), CKA_LABEL)),
+            "key?ssh-rsa AAAA mallory");
+  EXPECT_EQ(base::textOf(attribute(key(CKO_PRIVATE_KEY, p256), CKA_LABEL)),
+            "key?ssh-rsa AAAA mallory (2)");
+}
+
 TEST_F(TokenUser, OneKeyWithTwoCertificatesIsOneKey) {
   card.insert({usualKeys()[p256], usualKeys()[p256]});
   EXPECT_EQ(found({}).size(), 4U);
