@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <set>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "base/DisplayText.hpp"
 #include "crypto/KeyParts.hpp"
@@ -96,13 +98,22 @@ void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
 }
 
 // Labels that differ: of programs that find objects by label alone, each finds them all.
-std::string labelApart(const std::string &wanted, std::set<std::string> &taken) {
-  std::string label = wanted;
-  for (int number = 2; !taken.insert(label).second; ++number) {
-    label = wanted + " (" + std::to_string(number) + ")";
+class LabelsApart {
+ public:
+  std::string apart(const std::string &wanted) {
+    std::string label = wanted;
+    // where the last one that wanted it stopped: else many of one label take quadratic time
+    int &number = lastNumbers_.try_emplace(wanted, 1).first->second;
+    while (!taken_.insert(label).second) {
+      label = wanted + " (" + std::to_string(++number) + ")";
+    }
+    return label;
   }
-  return label;
-}
+
+ private:
+  std::unordered_set<std::string> taken_;
+  std::unordered_map<std::string, int> lastNumbers_;
+};
 
 std::string labelOf(const CardIdentity &identity) {
   if (!identity.label.empty()) {
@@ -195,14 +206,14 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
   constexpr std::size_t kSerialDigits = 16;
   auto made = std::make_shared<CardObjects>();
   std::vector<ObjectPointer> keys;
-  std::set<std::string> labels;
+  LabelsApart labels;
   std::set<Bytes> certificateHashes;
   std::set<Bytes> keyHashes;
   for (const CardIdentity &identity : *content) {
     if (!certificateHashes.insert(identity.certificateHash).second) {
       continue;
     }
-    const std::string label = labelApart(base::displayText(labelOf(identity)), labels);
+    const std::string label = labels.apart(base::displayText(labelOf(identity)));
     made->objects.push_back(certificateObject(identity, label));
     const auto key = identity.certificate.publicKey();
     if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {
@@ -211,6 +222,9 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
     }
   }
   made->objects.insert(made->objects.end(), keys.begin(), keys.end());
+  for (const ObjectPointer &object : made->objects) {
+    made->byHandle.emplace(object->handle, object);
+  }
   made->serialNumber = support::hexString(content->front().publicKeyHash).substr(0, kSerialDigits);
   made->content = std::move(content);
   return made;

@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -17,6 +18,7 @@ struct CardObjects {
   std::shared_ptr<const CardContent> content;  // what they were made from
   std::string serialNumber;                    // 16 digits from the first key's hash
   std::vector<ObjectPointer> objects;          // certificates first, in the card's order
+  std::unordered_map<CK_OBJECT_HANDLE, ObjectPointer> byHandle;  // the same
 };
 
 // Makes objects from what a card holds: a certificate object for each certificate, a private and a

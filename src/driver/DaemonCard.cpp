@@ -118,7 +118,25 @@ std::optional<CardContent> DaemonCard::readList(const client::Terms &terms) {
   if (!answer) {
     return std::nullopt;
   }
-  return answer->certificates ? cardContentOf(*answer->certificates) : CardContent();
+  if (!answer->certificates) {
+    return CardContent();
+  }
+  reportLeftOut(answer->certificates->entries().size());
+  return cardContentOf(*answer->certificates);
+}
+
+// Once for each list, however often it is read.
+void DaemonCard::reportLeftOut(std::size_t entries) {
+  const std::size_t leftOut = entries - std::min(entries, kMostCertificates);
+  std::unique_lock lock(state_->mutex);
+  const bool isNews = std::exchange(state_->leftOut, leftOut) != leftOut;
+  lock.unlock();
+  if (leftOut > 0 && isNews && surroundings_.report) {
+    surroundings_.report("the card holds " + std::to_string(entries) + " certificates, of which " +
+                         std::to_string(leftOut) + " are left out: programs are shown the first " +
+                         std::to_string(kMostCertificates) +
+                         "; try: insert fewer at the device that holds the keys");
+  }
 }
 
 // Nothing, with what it comes to, if there is no answer to this request.

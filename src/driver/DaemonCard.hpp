@@ -34,6 +34,7 @@ struct CardSurroundings {
     return client::openLoopback(patience, error);
   };
   std::function<bool()> isMarkerFolderPrivate = driver::isMarkerFolderPrivate;
+  std::function<void(const std::string &line)> report;  // to the journal; null: nobody reads it
 };
 
 // The card that the daemon of this machine holds. It is there while the daemon's marker is, unless
@@ -63,6 +64,7 @@ class DaemonCard final : public Card {
     std::mutex mutex;
     CardKnowledge known;
     std::string trouble;
+    std::size_t leftOut = 0;  // of the list that was read last
 
     [[nodiscard]] bool wasAskedWithin(std::chrono::milliseconds time) const;
   };
@@ -71,6 +73,7 @@ class DaemonCard final : public Card {
   [[nodiscard]] Content contentByMarker();
   [[nodiscard]] Content contentByAsking(const client::Terms &terms);
   [[nodiscard]] std::optional<CardContent> readList(const client::Terms &terms);
+  void reportLeftOut(std::size_t entries);
   [[nodiscard]] std::optional<QuillMessage> ask(const QuillMessage &message,
                                                 const client::Terms &terms, UseOutcome &failure);
   [[nodiscard]] client::Terms termsOfUse(bool &isAnother);

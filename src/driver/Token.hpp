@@ -15,6 +15,7 @@
 namespace driver {
 
 // Makes the card that the token shows. Called once in each life of the driver, at its first use.
+// The journal outlives the card.
 using CardFactory = std::unique_ptr<Card> (*)(const Settings &settings, Journal &journal);
 
 // What a key's holder is asked to do.

@@ -11,6 +11,7 @@
 #include "base/Root.hpp"
 #include "client/CardMarker.hpp"
 #include "crypto/Digest.hpp"
+#include "driver/CardReading.hpp"
 #include "driver/Driver.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 #include "protocol/CardList.hpp"
@@ -91,7 +92,8 @@ class DaemonCardTest : public testing::Test {
                                               client::judgeByKeyOf(identity_.certificate), patience,
                                               error);
             },
-            [isFolderPrivate] { return isFolderPrivate; }};
+            [isFolderPrivate] { return isFolderPrivate; },
+            [this](const std::string &line) { journal_.push_back(line); }};
   }
 
   UseOutcome outcomeOf(Deed deed) {
@@ -102,6 +104,7 @@ class DaemonCardTest : public testing::Test {
   std::mutex mutex_;
   QuillMessage::Certificates list_;
   std::atomic<int> listings_ = 0;
+  std::vector<std::string> journal_;
   std::optional<fakes::ScriptedDaemon> daemon_{
       std::in_place, identity_, std::uint16_t{0},
       [this](fakes::ServedConnection &connection, int /*number*/) { serve(connection); }};
@@ -163,6 +166,20 @@ TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
   EXPECT_EQ(card_.content(), nullptr);
   EXPECT_FALSE(card_.isPresent());
   EXPECT_EQ(listings_, 2);
+}
+
+TEST_F(DaemonCardTest, ReadsTheBeginningOfALongList) {
+  std::vector<support::CertificateInfo> infos(kMostCertificates + 1,
+                                              entry(identity_.certificate, "key"));
+  infos.back().label = "left out";
+  for (int time = 0; time < 2; ++time) {
+    setList(infos);
+    putMarker();
+    EXPECT_EQ(card_.content()->size(), kMostCertificates);
+    EXPECT_EQ(card_.content()->back().label, "key");
+    ASSERT_EQ(journal_.size(), 1U) << "said once";
+  }
+  EXPECT_NE(journal_[0].find(" 1025 certificates, of which 1 are left out"), std::string::npos);
 }
 
 TEST_F(DaemonCardTest, TellsHowAUseEnded) {
