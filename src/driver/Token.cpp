@@ -17,7 +17,7 @@ Trouble troubleOf(UseOutcome outcome) {
     case UseOutcome::done:
       return {CKR_OK, "", ""};
     case UseOutcome::refused:
-      return {CKR_FUNCTION_REJECTED, "the key's holder refused or got a wrong PIN",
+      return {CKR_FUNCTION_REJECTED, "the key's holder refused",
               "look at what kfy-remote says on the device that holds the key"};
     case UseOutcome::cardGone:
       return {CKR_DEVICE_REMOVED, "the card is gone",
