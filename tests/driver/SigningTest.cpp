@@ -1,5 +1,8 @@
 #include "driver/Signing.hpp"
 
+#include <functional>
+#include <string>
+
 #include "driver/TokenUser.hpp"
 
 namespace driver {
@@ -82,6 +85,63 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     ASSERT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, row.key)), CKR_OK);
     ASSERT_EQ(f.C_VerifyUpdate(session, message.data(), message.size()), CKR_OK);
     EXPECT_EQ(f.C_VerifyFinal(session, whole.data(), whole.size()), CKR_SIGNATURE_INVALID);
+  }
+}
+
+// Of each kind of operation: how it begins, its call for the whole (without a place, which asks for
+// the length alone), for a part, and for the end of the parts.
+TEST_F(TokenUser, ACallForTheWholeAndCallsForPartsDoNotMix) {
+  CK_MECHANISM pkcs1{CKM_SHA256_RSA_PKCS, nullptr, 0};
+  CK_MECHANISM raw{CKM_RSA_X_509, nullptr, 0};
+  CK_MECHANISM sha256{CKM_SHA256, nullptr, 0};
+  CK_BYTE one = 1;
+  Bytes out(512);
+  CK_ULONG length = 0;
+  const CK_OBJECT_HANDLE own = key(CKO_PRIVATE_KEY, rsa);
+  const CK_OBJECT_HANDLE open = key(CKO_PUBLIC_KEY, rsa);
+  struct Kind {
+    const char *name;
+    std::function<CK_RV()> begin;
+    std::function<CK_RV(CK_BYTE *place)> whole;
+    std::function<CK_RV()> part;
+    std::function<CK_RV()> end;
+  };
+  const auto whole = [&](CK_C_Sign call) {
+    return [&, call](CK_BYTE *place) { return call(session, &one, 1, place, &(length = 512)); };
+  };
+  const auto end = [&](CK_C_SignFinal call) {
+    return [&, call] { return call(session, out.data(), &(length = 512)); };
+  };
+  const Kind kKinds[] = {
+      {"Sign", [&] { return f.C_SignInit(session, &pkcs1, own); }, whole(f.C_Sign),
+       [&] { return f.C_SignUpdate(session, &one, 1); }, end(f.C_SignFinal)},
+      {"Encrypt", [&] { return f.C_EncryptInit(session, &raw, open); }, whole(f.C_Encrypt),
+       [&] { return f.C_EncryptUpdate(session, &one, 1, nullptr, &length); },
+       end(f.C_EncryptFinal)},
+      {"Decrypt", [&] { return f.C_DecryptInit(session, &raw, own); }, whole(f.C_Decrypt),
+       [&] { return f.C_DecryptUpdate(session, &one, 1, nullptr, &length); },
+       end(f.C_DecryptFinal)},
+      {"Digest", [&] { return f.C_DigestInit(session, &sha256); }, whole(f.C_Digest),
+       [&] { return f.C_DigestUpdate(session, &one, 1); }, end(f.C_DigestFinal)},
+      {"Verify", [&] { return f.C_VerifyInit(session, &pkcs1, open); },
+       [&](CK_BYTE *place) {
+         return place == nullptr ? CKR_OK : f.C_Verify(session, &one, 1, place, 256);
+       },
+       [&] { return f.C_VerifyUpdate(session, &one, 1); },
+       [&] { return f.C_VerifyFinal(session, out.data(), 256); }}};
+  for (const Kind &kind : kKinds) {
+    SCOPED_TRACE(kind.name);
+    ASSERT_EQ(kind.begin(), CKR_OK);
+    EXPECT_EQ(kind.part(), CKR_OK);
+    EXPECT_EQ(kind.whole(out.data()), CKR_OPERATION_ACTIVE);
+    EXPECT_NE(kind.end(), CKR_OPERATION_ACTIVE);
+    ASSERT_EQ(kind.begin(), CKR_OK) << "the parts were not ended";
+    EXPECT_EQ(kind.whole(nullptr), CKR_OK);
+    const CK_RV mixed = kind.name == std::string("Verify") ? CKR_OK : CKR_OPERATION_ACTIVE;
+    EXPECT_EQ(kind.part(), mixed);
+    EXPECT_TRUE(mixed == CKR_OK || kind.end() == mixed);
+    EXPECT_EQ(kind.whole(out.data()) == CKR_OPERATION_ACTIVE, mixed == CKR_OK);
+    (void)kind.end();
   }
 }
 
