@@ -52,6 +52,10 @@ bool isUsable(const crypto::PublicKey &key) {
   return false;
 }
 
+bool derives(const CardIdentity &identity, const crypto::PublicKey &key) {
+  return identity.canDecrypt && key.type() == crypto::KeyType::ec;
+}
+
 Bytes mechanismsAttribute(crypto::KeyType type) {
   Bytes value;
   for (const CK_MECHANISM_TYPE mechanism : mechanismTypesFor(type)) {
@@ -170,7 +174,8 @@ ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
   object.attributes[CKA_ENCRYPT] = attributeOf(isRSA);
   object.attributes[CKA_VERIFY_RECOVER] = no();
   object.attributes[CKA_WRAP] = no();
-  object.attributes[CKA_DERIVE] = no();
+  // as of the private key: programs ask either half what the key can do
+  object.attributes[CKA_DERIVE] = attributeOf(derives(identity, key));
   object.attributes[CKA_TRUSTED] = no();
   object.key = key;
   return std::make_shared<const Object>(std::move(object));
@@ -195,7 +200,7 @@ ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
   object.attributes[CKA_SIGN_RECOVER] = no();
   object.attributes[CKA_DECRYPT] = attributeOf(identity.canDecrypt && type == crypto::KeyType::rsa);
   object.attributes[CKA_UNWRAP] = no();
-  object.attributes[CKA_DERIVE] = attributeOf(identity.canDecrypt && type == crypto::KeyType::ec);
+  object.attributes[CKA_DERIVE] = attributeOf(derives(identity, key));
   object.key = key;
   object.identity = identity;
   return std::make_shared<const Object>(std::move(object));

@@ -131,6 +131,8 @@ TEST_F(Derivation, ASecretThatIsNotOpenStaysHiddenAndGoesWithItsSession) {
     EXPECT_EQ(f.C_CloseSession(other), CKR_OK);
     EXPECT_EQ(f.C_GetAttributeValue(session, secret, &value, 1), CKR_OBJECT_HANDLE_INVALID);
   }
+  EXPECT_EQ(derive(session, key(CKO_PUBLIC_KEY, p256), point, {CKA_ID, nullptr, 0}),
+            CKR_KEY_FUNCTION_NOT_PERMITTED);
   const CK_SESSION_HANDLE closed = opened();
   card.meanwhile = [&] { EXPECT_EQ(f.C_CloseSession(closed), CKR_OK); };
   EXPECT_EQ(derive(closed, object, point, {CKA_ID, nullptr, 0}), CKR_SESSION_CLOSED);

@@ -56,6 +56,11 @@ TEST_F(TokenUser, InitialisesOnceAndAgain) {
   EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
   EXPECT_EQ(f.C_Finalize(nullptr), CKR_CRYPTOKI_NOT_INITIALIZED);
   EXPECT_EQ(f.C_GetInfo(&info), CKR_CRYPTOKI_NOT_INITIALIZED);
+  strange.LockMutex = [](void *) { return CK_RV{CKR_OK}; };
+  EXPECT_EQ(f.C_Initialize(&strange), CKR_ARGUMENTS_BAD)
+      << "some functions for locks without others";
+  strange.UnlockMutex = strange.DestroyMutex = strange.LockMutex;
+  strange.CreateMutex = [](void **) { return CK_RV{CKR_OK}; };
   EXPECT_EQ(f.C_Initialize(&strange), CKR_OK);
   EXPECT_EQ(f.C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
 }

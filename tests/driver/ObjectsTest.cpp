@@ -68,6 +68,8 @@ TEST_F(TokenUser, ShowsWhatProgramsLookFor) {
       {"RSADecrypts", CKO_PRIVATE_KEY, rsa, CKA_DECRYPT, kYes},
       {"ECDoesNotDecrypt", CKO_PRIVATE_KEY, p256, CKA_DECRYPT, kNo},
       {"ECDerives", CKO_PRIVATE_KEY, p256, CKA_DERIVE, kYes},
+      {"ECPublicHalfToo", CKO_PUBLIC_KEY, p256, CKA_DERIVE, kYes},
+      {"RSADoesNot", CKO_PUBLIC_KEY, rsa, CKA_DERIVE, kNo},
       {"Exponent", CKO_PRIVATE_KEY, rsa, CKA_PUBLIC_EXPONENT, {1, 0, 1}},
       {"ModulusBits", CKO_PUBLIC_KEY, oddRSA, CKA_MODULUS_BITS, attributeOf(CK_ULONG{1025})},
       {"Curve", CKO_PRIVATE_KEY, p384, CKA_EC_PARAMS, {6, 5, 0x2B, 0x81, 4, 0, 0x22}},
@@ -141,6 +143,9 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(f.C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
   EXPECT_EQ(slot, 0U);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_TOKEN_NOT_PRESENT);
+  CK_SLOT_INFO reader{};
+  EXPECT_EQ(f.C_GetSlotInfo(0, &reader), CKR_OK);
+  EXPECT_EQ(reader.flags, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
   EXPECT_EQ(sign(before.front(), given, {}), CKR_DEVICE_REMOVED);
   EXPECT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_DEVICE_REMOVED);
   EXPECT_TRUE(hasReported("no card is there"));
