@@ -38,6 +38,8 @@ const std::array kSettings = {
     KnownSetting{
         "pinMode", kDriver, SettingType::text, 0, "none",
         "\"none\": no login; \"pass\": programs log in with a PIN, \"protected\": without one"},
+    KnownSetting{"showEd25519", kDriver, SettingType::boolean, 0, "false",
+                 "programs also see Ed25519 keys, beside which some find no key at all"},
     KnownSetting{support::kLocalUsers, kStandard, SettingType::text, 0, "",
                  "names of those who may connect on this machine beside root; all if empty"},
 };

@@ -207,7 +207,7 @@ ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
 }
 
 std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
-    std::shared_ptr<const CardContent> content, bool needsLogin) {
+    std::shared_ptr<const CardContent> content, const Settings &settings) {
   constexpr std::size_t kSerialDigits = 16;
   auto made = std::make_shared<CardObjects>();
   std::vector<ObjectPointer> keys;
@@ -215,14 +215,15 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
   std::set<Bytes> certificateHashes;
   std::set<Bytes> keyHashes;
   for (const CardIdentity &identity : *content) {
-    if (!certificateHashes.insert(identity.certificateHash).second) {
+    const auto key = identity.certificate.publicKey();
+    const bool isHidden = key && key->type() == crypto::KeyType::ed25519 && !settings.showEd25519;
+    if (isHidden || !certificateHashes.insert(identity.certificateHash).second) {
       continue;
     }
     const std::string label = labels.apart(base::displayText(labelOf(identity)));
     made->objects.push_back(certificateObject(identity, label));
-    const auto key = identity.certificate.publicKey();
     if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {
-      keys.push_back(privateKeyObject(identity, label, *key, needsLogin));
+      keys.push_back(privateKeyObject(identity, label, *key, settings.pinMode != PinMode::none));
       keys.push_back(publicKeyObject(identity, label, *key));
     }
   }

@@ -70,7 +70,12 @@ std::shared_ptr<const CardObjects> Token::objects() {
   }
   const std::lock_guard lock(mutex_);
   if (!objects_ || objects_->content != content) {
-    objects_ = maker_.objectsOf(content, settings_.pinMode != PinMode::none);
+    objects_ = maker_.objectsOf(content, settings_);
+    if (objects_->objects.empty()) {
+      report(
+          "the card holds Ed25519 keys alone, which programs are not shown; try: kfyctl defaults "
+          "write showEd25519 true");
+    }
   }
   if (login_ && login_->serialNumber != objects_->serialNumber) {
     login_.reset();

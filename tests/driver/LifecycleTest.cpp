@@ -2,11 +2,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
-#include "base/Root.hpp"
 #include "driver/TokenUser.hpp"
 #include "fakes/ChildProcess.hpp"
 
@@ -16,15 +13,10 @@ namespace {
 class TokenUserWithSettings : public TokenUser {
  protected:
   void use(const std::string &settings) {
-    const std::string folder = base::rooted("/etc/keyferry");
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder + "/pkcs11.toml") << settings;
+    writeSettings(settings);
     EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
     EXPECT_EQ(f.C_Initialize(nullptr), CKR_OK);
     session = opened();
-  }
-  ~TokenUserWithSettings() override {
-    std::filesystem::remove(base::rooted("/etc/keyferry/pkcs11.toml"));
   }
 
   CK_RV loginWith(std::string pin) {
@@ -119,6 +111,16 @@ TEST_F(TokenUser, WaitingEndsWithTheDriver) {
   EXPECT_EQ(result, CKR_CRYPTOKI_NOT_INITIALIZED);
 }
 
+TEST_F(TokenUserWithSettings, WithoutThemNothingOfAnEd25519KeyIsShown) {
+  use("");
+  Bytes id = card.content->at(ed25519).publicKeyHash;
+  EXPECT_EQ(found({}).size(), 3 * (usualKeyCount - 1));
+  EXPECT_EQ(found({{CKA_ID, id.data(), id.size()}}).size(), 0U);
+  card.insert({usualKeys()[ed25519]});
+  EXPECT_EQ(found({}).size(), 0U);
+  EXPECT_TRUE(hasReported("write showEd25519 true"));
+}
+
 TEST_F(TokenUserWithSettings, WithoutAPinNobodyHasToLogIn) {
   EXPECT_EQ(tokenFlags(), CKF_TOKEN_INITIALIZED | CKF_RNG | CKF_WRITE_PROTECTED);
   EXPECT_EQ(loginWith("1234"), CKR_OK);
@@ -127,7 +129,7 @@ TEST_F(TokenUserWithSettings, WithoutAPinNobodyHasToLogIn) {
 }
 
 TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
-  use("pinMode = \"pass\"\n");
+  use("pinMode = \"pass\"\nshowEd25519 = true\n");
   EXPECT_EQ(tokenFlags() & CKF_LOGIN_REQUIRED, CKF_LOGIN_REQUIRED);
   EXPECT_EQ(found({}).size(), 2 * usualKeyCount);
   EXPECT_EQ(loginWith(""), CKR_PIN_LEN_RANGE);

@@ -1,21 +1,10 @@
 #include "driver/Object.hpp"
 
-#include <fstream>
-#include <iterator>
-
-#include "base/Root.hpp"
 #include "driver/TokenUser.hpp"
 #include "support/HexString.hpp"
 
 namespace driver {
 namespace {
-
-// Whether the machine's log, here a file of the sandboxed root, holds a text.
-bool hasReported(const std::string &text) {
-  std::ifstream log(base::rooted("/var/log/unified.log"));
-  const std::string lines(std::istreambuf_iterator<char>(log), {});
-  return lines.find(text) != std::string::npos;
-}
 
 Bytes joined(Bytes left, const Bytes &right) {
   left.insert(left.end(), right.begin(), right.end());
