@@ -242,18 +242,27 @@ TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   EXPECT_NE(blind.lastTrouble(), "");
 }
 
-TEST(PrivateFolder, IsAPartOfAFileSystemThatIsMountedElsewhereToo) {
+TEST(PrivateFolder, IsMountedForThisProgramAlone) {
   const std::string disk = "22 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n";
+  const std::string slave = "22 1 8:1 / / rw shared:40 master:1 - ext4 /dev/sda1 rw\n";
+  const std::string alone = "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
   const std::string subvolumes =
       "22 1 0:25 /@ / rw - btrfs /dev/sda1 rw\n23 22 0:25 /@tmp /tmp rw - btrfs /dev/sda1 rw\n";
   const std::string memory = "23 22 0:30 / /tmp rw shared:2 - tmpfs tmpfs rw\n";
-  EXPECT_FALSE(isBoundFolder("", "/tmp"));
-  EXPECT_FALSE(isBoundFolder("nonsense\n\n1 2 3\n" + disk, "/tmp"));
-  EXPECT_FALSE(isBoundFolder(disk + memory, "/tmp"));
-  EXPECT_FALSE(isBoundFolder(subvolumes, "/tmp"));
-  EXPECT_TRUE(isBoundFolder(disk + "23 22 8:1 /tmp/own-1/tmp /tmp rw - ext4 /dev/sda1 rw", "/tmp"));
-  EXPECT_TRUE(
-      isBoundFolder(disk + memory + "24 23 0:30 /own-1/tmp /tmp rw - tmpfs tmpfs rw\n", "/tmp"));
+  const std::pair<std::string, bool> kCases[] = {
+      {"", false},
+      {"nonsense\n\n1 2 3\n" + disk, false},
+      {disk + memory, false},
+      {slave + "23 22 0:30 / /tmp rw shared:41 master:2 - tmpfs tmpfs rw\n", false},
+      {subvolumes, false},
+      {disk + "23 22 8:1 /tmp/own-1/tmp /tmp rw - ext4 /dev/sda1 rw", true},
+      {disk + memory + "24 23 0:30 /own-1/tmp /tmp rw - tmpfs tmpfs rw\n", true},
+      {slave + memory, true},  // in the namespace of a service
+      {disk + memory + "24 23 0:31 / /tmp rw - tmpfs tmpfs rw\n", true},
+      {alone + "23 22 0:30 / /tmp rw - tmpfs tmpfs rw\n", true}};
+  for (const auto &[mountInfo, isPrivate] : kCases) {
+    EXPECT_EQ(isPrivateMount(mountInfo, "/tmp"), isPrivate) << mountInfo;
+  }
 }
 
 }  // namespace
