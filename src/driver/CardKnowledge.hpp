@@ -35,6 +35,10 @@ class CardKnowledge {
   // A number that changes whenever a card came or went.
   [[nodiscard]] std::uint64_t generation() const { return generation_; }
 
+  // When a card that was read before was first seen to be gone; nothing while it is there, and
+  // where none was ever read.
+  [[nodiscard]] const std::optional<Clock::time_point> &goneSince() const { return goneSince_; }
+
   // Takes a list that was read; null: it can't be had.
   void take(Content content);
 
@@ -45,10 +49,14 @@ class CardKnowledge {
   std::optional<Clock::time_point> askedAt;
 
  private:
+  void noteAbsence();
+
   std::optional<bool> isBlind_;
   std::optional<client::CardMarker> marker_;
   Content content_;  // null: unknown, or nothing on it
   bool isFresh_ = false;
+  bool wasRead_ = false;
+  std::optional<Clock::time_point> goneSince_;
   std::uint64_t generation_ = 0;
 };
 

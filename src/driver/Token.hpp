@@ -34,6 +34,9 @@ class Token {
   [[nodiscard]] bool isPresent() { return card().isPresent(); }
   [[nodiscard]] std::uint64_t generation() { return card().generation(); }
 
+  // See Card: for calls that use a key, not for those that only look.
+  void awaitRestart() { static_cast<void>(card().awaitRestart()); }
+
   // The generation when the program first looked at the token: what it has seen since then it need
   // not be told.
   [[nodiscard]] std::uint64_t firstGeneration();

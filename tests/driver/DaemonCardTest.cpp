@@ -36,7 +36,10 @@ class DaemonCardTest : public testing::Test {
  protected:
   enum Deed : std::uint8_t { answers, refuses, isSilent, sendsNothing, isConfused, withdraws };
 
-  void SetUp() override { putMarker(); }
+  void SetUp() override {
+    putMarker();
+    startDaemon();
+  }
   void TearDown() override { removeMarker(); }
 
   static support::CertificateInfo entry(const crypto::Certificate &certificate,
@@ -66,6 +69,7 @@ class DaemonCardTest : public testing::Test {
     auto reply = QuillMessage::initWithReplyMessageForCommand(request.command, /*status=*/true,
                                                               request.messageID);
     if (request.command == QuillCommandGetCertificates) {
+      std::exchange(whenListed_, [] {})();
       const std::scoped_lock lock(mutex_);
       reply.certificates = list_;
       ++listings_;
@@ -79,7 +83,10 @@ class DaemonCardTest : public testing::Test {
     if (deed == withdraws || deed == isSilent) {
       return std::nullopt;
     }
-    reply.status = deed != refuses;
+    {
+      const std::scoped_lock lock(mutex_);
+      reply.status = deed != refuses && !list_->entries().empty();
+    }
     reply.signedData = deed == answers || deed == isConfused ? Bytes{7, 8} : Bytes();
     reply.decryptedData = SecretBytes(Bytes{9});
     reply.command = deed == isConfused ? QuillCommandDecryptData : reply.command;
@@ -88,12 +95,23 @@ class DaemonCardTest : public testing::Test {
 
   CardSurroundings surroundings(bool isFolderPrivate) {
     return {[this](const client::Patience &patience, Error *error) {
+              if (!daemon_) {
+                base::report(error, "test", 0, "no daemon runs");
+                std::exchange(whenRefused_, [] {})();
+                return std::unique_ptr<client::Connection>();
+              }
               return client::Connection::open(client::kLoopbackHost, daemon_->port(),
                                               client::judgeByKeyOf(identity_.certificate), patience,
                                               error);
             },
             [isFolderPrivate] { return isFolderPrivate; },
             [this](const std::string &line) { journal_.push_back(line); }};
+  }
+
+  void startDaemon() {
+    daemon_.emplace(
+        identity_, std::uint16_t{0},
+        [this](fakes::ServedConnection &connection, int /*number*/) { serve(connection); });
   }
 
   UseOutcome outcomeOf(Deed deed) {
@@ -105,13 +123,14 @@ class DaemonCardTest : public testing::Test {
   QuillMessage::Certificates list_;
   std::atomic<int> listings_ = 0;
   std::vector<std::string> journal_;
-  std::optional<fakes::ScriptedDaemon> daemon_{
-      std::in_place, identity_, std::uint16_t{0},
-      [this](fakes::ServedConnection &connection, int /*number*/) { serve(connection); }};
+  std::function<void()> whenListed_ = [] {};   // happens once
+  std::function<void()> whenRefused_ = [] {};  // by a daemon that does not run; happens once
+  std::optional<fakes::ScriptedDaemon> daemon_;
   CardTimes times_{.use = milliseconds(10000),
                    .list = milliseconds(10000),
                    .away = milliseconds(20),
                    .glance = milliseconds(5),
+                   .restart = std::chrono::hours(1),
                    .again = milliseconds(0)};
   DaemonCard card_{times_, surroundings(/*isFolderPrivate=*/false)};
 };
@@ -205,6 +224,49 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   times_.use = milliseconds(30);
   DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
   EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, SecretText("")).outcome, UseOutcome::timedOut);
+}
+
+// Beside the rows above, in which the daemon runs without the card: they would wait for an hour.
+TEST_F(DaemonCardTest, AUseAwaitsADaemonThatRestarts) {
+  setList({entry(identity_.certificate, "key")});
+  const auto identity = card_.content()->at(0);
+  const auto sign = [&](DaemonCard &card) {
+    return card.sign(identity, Bytes{answers}, SecretText("")).outcome;
+  };
+  const auto stop = [&] {
+    removeMarker();
+    daemon_.reset();
+  };
+  const auto restart = [&] {
+    startDaemon();
+    putMarker();
+  };
+  stop();
+  whenRefused_ = restart;
+  EXPECT_FALSE(card_.isPresent()) << "who only looks does not wait";
+  EXPECT_EQ(sign(card_), UseOutcome::done);
+  EXPECT_FALSE(card_.awaitRestart());
+
+  // killed, so that its marker stays until it runs again
+  daemon_.reset();
+  setList({});
+  whenRefused_ = [&] {
+    removeMarker();
+    startDaemon();
+  };
+  whenListed_ = [&] {
+    setList({entry(identity_.certificate, "key")});
+    putMarker();
+  };
+  EXPECT_EQ(sign(card_), UseOutcome::done);
+
+  DaemonCard stranger(times_, surroundings(/*isFolderPrivate=*/false));
+  times_.restart = milliseconds(20);
+  DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
+  EXPECT_TRUE(hasty.content());
+  stop();
+  EXPECT_EQ(sign(hasty), UseOutcome::cardGone);
+  EXPECT_EQ(sign(stranger), UseOutcome::cardGone);
 }
 
 TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
