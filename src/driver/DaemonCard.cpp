@@ -139,25 +139,25 @@ bool DaemonCard::isDaemonStillThere() {
   return isTheSame;
 }
 
-bool DaemonCard::awaitRestart() {
+void DaemonCard::awaitRestart() {
   if (isPresent()) {
-    return false;
+    return;
   }
   std::unique_lock lock(state_->mutex);
   const auto goneSince = state_->known.goneSince();
   lock.unlock();
   const auto end = goneSince.value_or(Clock::time_point()) + times_.restart;
-  if (!goneSince || Clock::now() >= end || isDaemonStillThere()) {
-    return false;
+  if (!goneSince || Clock::now() >= end) {
+    return;
   }
-  while (!isPresent()) {
-    const auto now = Clock::now();
-    if (now >= end) {
-      return false;
-    }
-    std::this_thread::sleep_until(std::min(now + times_.glance, end));
+  // a daemon that ends withdraws the card first, and may still answer then
+  std::this_thread::sleep_until(std::min(*goneSince + times_.glance, end));
+  if (isDaemonStillThere()) {
+    return;
   }
-  return true;
+  while (!isPresent() && Clock::now() < end) {
+    std::this_thread::sleep_until(std::min(Clock::now() + times_.glance, end));
+  }
 }
 
 std::optional<CardContent> DaemonCard::readList(const client::Terms &terms) {

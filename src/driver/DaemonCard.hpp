@@ -52,7 +52,7 @@ class DaemonCard final : public Card {
   // Where no marker can be seen, may wait for the daemon, a second at most.
   [[nodiscard]] bool isPresent() override;
   [[nodiscard]] std::shared_ptr<const CardContent> content() override;
-  [[nodiscard]] bool awaitRestart() override;
+  void awaitRestart() override;
   [[nodiscard]] std::uint64_t generation() override;
   [[nodiscard]] UseResult sign(const CardIdentity &identity, ByteView data,
                                const SecretText &pin) override;

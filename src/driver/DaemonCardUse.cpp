@@ -49,8 +49,13 @@ std::optional<QuillMessage> DaemonCard::use(const CardIdentity &identity,
                                             const QuillMessage &message, UseOutcome &outcome) {
   const auto deadline = Clock::now() + times_.use;
   auto answer = useOnce(identity, message, deadline, outcome);
-  if (outcome == UseOutcome::cardGone && awaitRestart()) {
-    answer = useOnce(identity, message, deadline, outcome);
+  if (outcome == UseOutcome::cardGone) {
+    if (!holds(content().get(), identity)) {
+      awaitRestart();
+    }
+    if (holds(content().get(), identity)) {
+      answer = useOnce(identity, message, deadline, outcome);
+    }
   }
   return answer;
 }

@@ -37,7 +37,11 @@ CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key, C
     return CKR_MECHANISM_INVALID;
   }
   driver.token.awaitRestart();
-  const CK_RV found = driver.findObject(key, use.object);
+  CK_RV found = driver.findObject(key, use.object);
+  if (found == CKR_DEVICE_REMOVED) {  // since then
+    driver.token.awaitRestart();
+    found = driver.findObject(key, use.object);
+  }
   if (found != CKR_OK) {
     return found == CKR_OBJECT_HANDLE_INVALID ? CKR_KEY_HANDLE_INVALID : found;
   }

@@ -35,7 +35,7 @@ class Token {
   [[nodiscard]] std::uint64_t generation() { return card().generation(); }
 
   // See Card: for calls that use a key, not for those that only look.
-  void awaitRestart() { static_cast<void>(card().awaitRestart()); }
+  void awaitRestart() { card().awaitRestart(); }
 
   // The generation when the program first looked at the token: what it has seen since then it need
   // not be told.

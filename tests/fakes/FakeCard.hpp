@@ -70,7 +70,7 @@ class FakeCard : public driver::Card {
     const std::lock_guard lock(card_.mutex);
     return card_.content;
   }
-  bool awaitRestart() override { return false; }
+  void awaitRestart() override {}
   std::uint64_t generation() override {
     const std::lock_guard lock(card_.mutex);
     return card_.generation;
