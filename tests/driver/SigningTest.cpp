@@ -1,8 +1,5 @@
 #include "driver/Signing.hpp"
 
-#include <functional>
-#include <string>
-
 #include "driver/TokenUser.hpp"
 
 namespace driver {
@@ -32,8 +29,8 @@ class Signatures : public TokenUser {
   const Bytes sixty = Bytes(60, 0x5A);
 };
 
-// In one call and in parts, with a question for the length before; the token's own verification
-// accepts both and nothing else.
+// In one call and in parts, which do not mix, with a question for the length before; the token's
+// own verification accepts both and nothing else.
 TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
   const SigningCase kCases[] = {
       {"RSABytes", rsa, CKM_RSA_PKCS, Bytes(245, 3)},
@@ -60,6 +57,8 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     ASSERT_EQ(f.C_SignInit(session, &given, object), CKR_OK);
     EXPECT_EQ(f.C_SignInit(session, &given, object), CKR_OPERATION_ACTIVE);
     ASSERT_EQ(f.C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(f.C_SignUpdate(session, message.data(), 1), CKR_OPERATION_ACTIVE);
+    EXPECT_EQ(f.C_SignFinal(session, nullptr, &length), CKR_OPERATION_ACTIVE);
     Bytes whole(length);
     CK_ULONG tooShort = length - 1;
     EXPECT_EQ(f.C_Sign(session, message.data(), message.size(), whole.data(), &tooShort),
@@ -75,6 +74,8 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     const std::size_t half = message.size() / 2;
     ASSERT_EQ(f.C_SignInit(session, &given, object), CKR_OK);
     ASSERT_EQ(f.C_SignUpdate(session, message.data(), half), CKR_OK);
+    EXPECT_EQ(f.C_Sign(session, message.data(), half, inParts.data(), &length),
+              CKR_OPERATION_ACTIVE);
     ASSERT_EQ(f.C_SignUpdate(session, message.data() + half, message.size() - half), CKR_OK);
     ASSERT_EQ(f.C_SignFinal(session, inParts.data(), &length), CKR_OK);
     EXPECT_EQ(card.uses, 2);
@@ -84,65 +85,23 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     whole[whole.size() / 2] ^= 1;
     ASSERT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, row.key)), CKR_OK);
     ASSERT_EQ(f.C_VerifyUpdate(session, message.data(), message.size()), CKR_OK);
+    EXPECT_EQ(f.C_Verify(session, nullptr, 0, whole.data(), whole.size()), CKR_OPERATION_ACTIVE);
     EXPECT_EQ(f.C_VerifyFinal(session, whole.data(), whole.size()), CKR_SIGNATURE_INVALID);
   }
 }
 
-// Of each kind of operation: how it begins, its call for the whole (without a place, which asks for
-// the length alone), for a part, and for the end of the parts.
-TEST_F(TokenUser, ACallForTheWholeAndCallsForPartsDoNotMix) {
-  CK_MECHANISM pkcs1{CKM_SHA256_RSA_PKCS, nullptr, 0};
-  CK_MECHANISM raw{CKM_RSA_X_509, nullptr, 0};
-  CK_MECHANISM sha256{CKM_SHA256, nullptr, 0};
-  CK_BYTE one = 1;
-  Bytes out(512);
+TEST_F(TokenUser, ADigestIsMadeWholeOrInParts) {
+  CK_MECHANISM given{CKM_SHA256, nullptr, 0};
+  Bytes out(32);
   CK_ULONG length = 0;
-  const CK_OBJECT_HANDLE own = key(CKO_PRIVATE_KEY, rsa);
-  const CK_OBJECT_HANDLE open = key(CKO_PUBLIC_KEY, rsa);
-  struct Kind {
-    const char *name;
-    std::function<CK_RV()> begin;
-    std::function<CK_RV(CK_BYTE *place)> whole;
-    std::function<CK_RV()> part;
-    std::function<CK_RV()> end;
-  };
-  const auto whole = [&](CK_C_Sign call) {
-    return [&, call](CK_BYTE *place) { return call(session, &one, 1, place, &(length = 512)); };
-  };
-  const auto end = [&](CK_C_SignFinal call) {
-    return [&, call] { return call(session, out.data(), &(length = 512)); };
-  };
-  const Kind kKinds[] = {
-      {"Sign", [&] { return f.C_SignInit(session, &pkcs1, own); }, whole(f.C_Sign),
-       [&] { return f.C_SignUpdate(session, &one, 1); }, end(f.C_SignFinal)},
-      {"Encrypt", [&] { return f.C_EncryptInit(session, &raw, open); }, whole(f.C_Encrypt),
-       [&] { return f.C_EncryptUpdate(session, &one, 1, nullptr, &length); },
-       end(f.C_EncryptFinal)},
-      {"Decrypt", [&] { return f.C_DecryptInit(session, &raw, own); }, whole(f.C_Decrypt),
-       [&] { return f.C_DecryptUpdate(session, &one, 1, nullptr, &length); },
-       end(f.C_DecryptFinal)},
-      {"Digest", [&] { return f.C_DigestInit(session, &sha256); }, whole(f.C_Digest),
-       [&] { return f.C_DigestUpdate(session, &one, 1); }, end(f.C_DigestFinal)},
-      {"Verify", [&] { return f.C_VerifyInit(session, &pkcs1, open); },
-       [&](CK_BYTE *place) {
-         return place == nullptr ? CKR_OK : f.C_Verify(session, &one, 1, place, 256);
-       },
-       [&] { return f.C_VerifyUpdate(session, &one, 1); },
-       [&] { return f.C_VerifyFinal(session, out.data(), 256); }}};
-  for (const Kind &kind : kKinds) {
-    SCOPED_TRACE(kind.name);
-    ASSERT_EQ(kind.begin(), CKR_OK);
-    EXPECT_EQ(kind.part(), CKR_OK);
-    EXPECT_EQ(kind.whole(out.data()), CKR_OPERATION_ACTIVE);
-    EXPECT_NE(kind.end(), CKR_OPERATION_ACTIVE);
-    ASSERT_EQ(kind.begin(), CKR_OK) << "the parts were not ended";
-    EXPECT_EQ(kind.whole(nullptr), CKR_OK);
-    const CK_RV mixed = kind.name == std::string("Verify") ? CKR_OK : CKR_OPERATION_ACTIVE;
-    EXPECT_EQ(kind.part(), mixed);
-    EXPECT_TRUE(mixed == CKR_OK || kind.end() == mixed);
-    EXPECT_EQ(kind.whole(out.data()) == CKR_OPERATION_ACTIVE, mixed == CKR_OK);
-    (void)kind.end();
-  }
+  EXPECT_EQ(f.C_DigestInit(session, &given), CKR_OK);
+  EXPECT_EQ(f.C_Digest(session, out.data(), 1, nullptr, &length), CKR_OK);
+  EXPECT_EQ(f.C_DigestFinal(session, out.data(), &length), CKR_OPERATION_ACTIVE);
+  EXPECT_EQ(f.C_Digest(session, out.data(), 1, out.data(), &length), CKR_OK);
+  EXPECT_EQ(f.C_DigestInit(session, &given), CKR_OK);
+  EXPECT_EQ(f.C_DigestUpdate(session, out.data(), 1), CKR_OK);
+  EXPECT_EQ(f.C_Digest(session, out.data(), 1, out.data(), &length), CKR_OPERATION_ACTIVE);
+  EXPECT_EQ(f.C_DigestFinal(session, out.data(), &length), CKR_OK);
 }
 
 struct RefusedCase {

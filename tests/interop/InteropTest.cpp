@@ -116,8 +116,7 @@ TEST_F(Programs, OpenSSHPrintsOneLineForAKeyWhateverItsLabel) {
   Peer holder = Peer::remote();
   ASSERT_TRUE(holder.authenticate(otherRSAIdentity()));
   ASSERT_TRUE(holder.ask(insertionOf(rsaIdentity(), "key\nssh-rsa AAAA mallory\x1B[2K")).status);
-  const std::string listed = shell("ssh-keygen -D $MODULE | cut -d' ' -f3-");
-  EXPECT_EQ(listed, "key?ssh-rsa AAAA mallory?[2K\n");
+  EXPECT_EQ(shell("ssh-keygen -D $MODULE | cut -d' ' -f3-"), "key?ssh-rsa AAAA mallory?[2K\n");
 }
 
 // The agent runs the driver in a process of its own and keeps it for long.
