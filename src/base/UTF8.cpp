@@ -44,6 +44,19 @@ std::size_t characterLength(ByteView bytes) {
 
 }  // namespace
 
+std::optional<Character> firstCharacter(ByteView bytes) {
+  const std::size_t length = characterLength(bytes);
+  if (length == 0) {
+    return std::nullopt;
+  }
+  // of a longer character, the first byte begins with a one for each byte and a zero
+  char32_t number = length == 1 ? bytes[0] : bytes[0] & (0x7FU >> length);
+  for (const std::uint8_t byte : bytes.subspan(1, length - 1)) {
+    number = (number << 6U) | (byte & 0x3FU);
+  }
+  return Character{number, length};
+}
+
 bool isUTF8(ByteView bytes) {
   while (!bytes.empty()) {
     const std::size_t length = characterLength(bytes);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 #include "base/Bytes.hpp"
@@ -9,6 +10,16 @@ namespace base {
 
 // True if the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
 [[nodiscard]] bool isUTF8(ByteView bytes);
+
+// A character: its number in Unicode, and the bytes that it takes.
+struct Character {
+  char32_t number;
+  std::size_t length;
+};
+
+// The character that bytes begin with, of which there is one at least; nothing if it is not
+// well-formed UTF-8.
+[[nodiscard]] std::optional<Character> firstCharacter(ByteView bytes);
 
 // Characters of well-formed UTF-8 text.
 [[nodiscard]] std::size_t characterCount(std::string_view text);

@@ -7,6 +7,7 @@
 #include <cctype>
 #include <iostream>
 
+#include "base/DisplayText.hpp"
 #include "base/Version.hpp"
 #include "ctl/Facts.hpp"
 
@@ -39,9 +40,9 @@ void say(const std::string &program, const Failure &failure, Session &session) {
     session.notes << jsonOf({{"error", "error", failure.what}, {"try", "try", failure.next}});
     return;
   }
-  session.notes << program << ": error: " << failure.what << '\n';
+  session.notes << program << ": error: " << base::displayText(failure.what) << '\n';
   if (!failure.next.empty()) {
-    session.notes << program << ": try: " << failure.next << '\n';
+    session.notes << program << ": try: " << base::displayText(failure.next) << '\n';
   }
 }
 

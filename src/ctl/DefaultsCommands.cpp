@@ -3,6 +3,7 @@
 #include <memory>
 #include <ostream>
 
+#include "base/DisplayText.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
@@ -57,7 +58,7 @@ std::string lineOf(const Facts &facts) {
   const bool isSet = std::get<bool>(facts[3].value);
   const std::string value = text(2).empty() && !isSet ? "(not set)" : text(2);
   const char *const origin = isSet || text(2).empty() ? "" : " (default)";
-  return text(0) + " = " + value + origin + "  # " + text(4) + "\n";
+  return base::displayText(text(0) + " = " + value + origin + "  # " + text(4)) + "\n";
 }
 
 Outcome listDefaults(Session &session) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "base/Bytes.hpp"
+#include "base/DisplayText.hpp"
 #include "base/Secret.hpp"
 
 namespace ctl {
@@ -11,10 +12,10 @@ namespace {
 
 std::string shownValue(const Fact &fact) {
   if (!fact.shown.empty()) {
-    return fact.shown;
+    return base::displayText(fact.shown);
   }
   if (const auto *const text = std::get_if<std::string>(&fact.value)) {
-    return *text;
+    return base::displayText(*text);
   }
   if (const auto *const number = std::get_if<std::int64_t>(&fact.value)) {
     return std::to_string(*number);
@@ -81,7 +82,7 @@ void putFacts(protocol::JSONWriter &writer, std::span<const Facts> list) {
 }
 
 std::string lineOf(const CleansedBytes &json) {
-  return std::string(base::textOf(json)) + "\n";
+  return std::string(base::textOf(base::displayJSON(json))) + "\n";
 }
 
 }  // namespace ctl

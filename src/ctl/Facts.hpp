@@ -21,7 +21,8 @@ struct Fact {
 // What is told of one thing.
 using Facts = std::vector<Fact>;
 
-// For people: a line for each fact, the values below each other.
+// For people: a line for each fact, the values below each other. Both forms hold nothing that a
+// terminal would obey (base/DisplayText.hpp), since much of it comes from cards and clients.
 [[nodiscard]] std::string textOf(const Facts &facts);
 
 // For scripts: a line with a JSON object, or with an array of them.
@@ -32,7 +33,7 @@ using Facts = std::vector<Fact>;
 void putFacts(protocol::JSONWriter &writer, const Facts &facts);
 void putFacts(protocol::JSONWriter &writer, std::span<const Facts> list);
 
-// A JSON text as a line.
+// A JSON text as a line, of well-formed UTF-8 and the same values.
 [[nodiscard]] std::string lineOf(const CleansedBytes &json);
 
 }  // namespace ctl

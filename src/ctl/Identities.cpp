@@ -5,6 +5,7 @@
 #include <ostream>
 #include <utility>
 
+#include "base/DisplayText.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/DateText.hpp"
@@ -155,7 +156,7 @@ void tellOf(const IdentityRecord &record, bool wasThere, Session &session) {
   const Facts facts{
       {"sha1", "SHA-1", hash}, {"label", "label", labelOf(record)}, {"added", "added", !wasThere}};
   session.output << (session.json ? jsonOf(facts) : hash + "\n");
-  session.notes << "kfyctl: \"" << labelOf(record) << "\" is in the keychain"
+  session.notes << "kfyctl: \"" << base::displayText(labelOf(record)) << "\" is in the keychain"
                 << (wasThere ? " already" : "") << "; kfyd will show it after: kfyctl identity use "
                 << hash << '\n';
 }

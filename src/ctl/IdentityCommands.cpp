@@ -2,6 +2,7 @@
 #include <memory>
 #include <ostream>
 
+#include "base/DisplayText.hpp"
 #include "base/Root.hpp"
 #include "crypto/Identity.hpp"
 #include "ctl/CommandLine.hpp"
@@ -89,13 +90,13 @@ Outcome listIdentities(const Options & /*options*/, Session &session) {
   }
   const auto printLines = [&](const std::vector<IdentityRecord> &some) {
     for (const IdentityRecord &record : some) {
-      session.output << hashOf(record) << (isUsed(record) ? " * " : "   ") << labelOf(record)
-                     << '\n';
+      session.output << hashOf(record) << (isUsed(record) ? " * " : "   ")
+                     << base::displayText(labelOf(record)) << '\n';
     }
   };
   printLines(*records);
   for (const auto &[token, onToken] : tokens) {
-    session.output << "on " << token << ":\n";
+    session.output << "on " << base::displayText(token) << ":\n";
     printLines(onToken);
   }
   return std::nullopt;
@@ -123,8 +124,8 @@ Outcome chooseIdentity(const Options &options, Session &session) {
   if (auto outcome = useIdentity(*record)) {
     return outcome;
   }
-  session.notes << "kfyctl: kfyd will show \"" << labelOf(*record) << "\" (" << hashOf(*record)
-                << ") after: systemctl restart kfyd.service\n"
+  session.notes << "kfyctl: kfyd will show \"" << base::displayText(labelOf(*record)) << "\" ("
+                << hashOf(*record) << ") after: systemctl restart kfyd.service\n"
                 << "kfyctl: clients on this machine expect it from now on, by "
                 << base::rooted(identity::kPinnedCertificate) << '\n';
   return std::nullopt;

@@ -35,8 +35,11 @@ const std::array kSettings = {
                  "root-only file with the PIN of a token that holds kfyd's TLS identity"},
     KnownSetting{"timeLimitSeconds", kDriver, SettingType::integer, 1, "60",
                  "how long one use of a key may take in a program, the question at the device too"},
-    KnownSetting{"pinMode", kDriver, SettingType::text, 0, "none",
-                 "\"pass\": programs ask for a PIN; \"protected\": the device does; \"none\""},
+    KnownSetting{
+        "pinMode", kDriver, SettingType::text, 0, "none",
+        "\"none\": no login; \"pass\": programs log in with a PIN, \"protected\": without one"},
+    KnownSetting{"showEd25519", kDriver, SettingType::boolean, 0, "false",
+                 "programs also see Ed25519 keys, beside which some find no key at all"},
     KnownSetting{support::kLocalUsers, kStandard, SettingType::text, 0, "",
                  "names of those who may connect on this machine beside root; all if empty"},
 };

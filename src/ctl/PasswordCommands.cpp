@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "base/ConstantTime.hpp"
+#include "base/DisplayText.hpp"
 #include "base/Secret.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
@@ -51,7 +52,7 @@ void printJSON(const Facts &facts, const SecretText *password, Session &session)
     writer.text(password->reveal());
   }
   writer.endObject();
-  session.output << base::textOf(json) << '\n';
+  session.output << base::textOf(base::displayJSON(json)) << '\n';
 }
 
 Outcome getPassword(const Options &options, Session &session) {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <ostream>
 
+#include "base/DisplayText.hpp"
 #include "base/Root.hpp"
 #include "ctl/CardMarker.hpp"
 #include "ctl/CommandLine.hpp"
@@ -220,12 +221,12 @@ std::string textOfFindings(const std::vector<Finding> &findings) {
   std::string text;
   for (const Finding &finding : findings) {
     const std::string name = finding.name + std::string(10 - finding.name.size(), ' ');
-    text += (finding.trouble ? "!  " : "ok ") + name + finding.says + "\n";
+    text += (finding.trouble ? "!  " : "ok ") + name + base::displayText(finding.says) + "\n";
     for (const std::string &line : finding.more) {
-      text += kIndentation + line + "\n";
+      text += kIndentation + base::displayText(line) + "\n";
     }
     if (finding.trouble && !finding.trouble->next.empty()) {
-      text += kIndentation + "try: " + finding.trouble->next + "\n";
+      text += kIndentation + "try: " + base::displayText(finding.trouble->next) + "\n";
     }
   }
   return text;

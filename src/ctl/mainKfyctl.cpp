@@ -1,6 +1,7 @@
 #include <exception>
 #include <iostream>
 
+#include "base/DisplayText.hpp"
 #include "base/Root.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Kfyctl.hpp"
@@ -14,13 +15,15 @@ int main(int argc, char **argv) {
         base::rooted("/var/lib/keyferry/keychain.db"),
         [&session](const std::string &line) { session.keychainReport = line; });
     platform_linux::P11TokenWatcher tokens(
-        [&session](const std::string &line) { session.notes << "kfyctl: " << line << '\n'; },
+        [&session](const std::string &line) {
+          session.notes << "kfyctl: " << base::displayText(line) << '\n';
+        },
         platform_linux::P11TokenWatcher::moduleFolderOfRoot());
     session.keychain = &keychain;
     session.tokens = &tokens;
     return ctl::runKfyctl(ctl::argumentsOf(argc, argv), session);
   } catch (const std::exception &error) {
-    std::cerr << "kfyctl: error: " << error.what() << '\n';
+    std::cerr << "kfyctl: error: " << base::displayText(error.what()) << '\n';
     return ctl::exitFailed;
   }
 }

@@ -54,6 +54,12 @@ class Card {
   // the marker has changed.
   [[nodiscard]] virtual std::shared_ptr<const CardContent> content() = 0;
 
+  // For a use of a key that finds no card. Where the card that was there has gone together with its
+  // daemon, which may be restarting, waits until both are back, at most 3 s from when the card was
+  // missed first. Returns at once where the card is there or none ever was, and soon where the
+  // daemon runs without it.
+  virtual void awaitRestart() = 0;
+
   // A number that changes whenever a card came or went. Never waits.
   [[nodiscard]] virtual std::uint64_t generation() = 0;
 

@@ -20,6 +20,15 @@ void CardKnowledge::look(const std::function<bool()> &isFolderPrivate) {
     askedAt.reset();
     ++generation_;
   }
+  noteAbsence();
+}
+
+void CardKnowledge::noteAbsence() {
+  if (isPresent()) {
+    goneSince_.reset();
+  } else if (wasRead_ && !goneSince_) {
+    goneSince_ = Clock::now();
+  }
 }
 
 bool CardKnowledge::isPresent() const {
@@ -34,6 +43,8 @@ void CardKnowledge::take(Content content) {
     content_ = std::move(content);
   }
   isFresh_ = true;
+  wasRead_ = wasRead_ || content_ != nullptr;
+  noteAbsence();
 }
 
 }  // namespace driver

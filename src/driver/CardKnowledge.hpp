@@ -35,20 +35,29 @@ class CardKnowledge {
   // A number that changes whenever a card came or went.
   [[nodiscard]] std::uint64_t generation() const { return generation_; }
 
+  // When a card that was read before was first seen to be gone; nothing while it is there, and
+  // where none was ever read.
+  [[nodiscard]] const std::optional<Clock::time_point> &goneSince() const { return goneSince_; }
+
   // Takes a list that was read; null: it can't be had.
   void take(Content content);
 
-  // The list is to be read again, though the marker did not change.
-  void doubt() { isFresh_ = false; }
+  // What the card holds is to be read again, though the marker did not change. That it holds nothing
+  // stays known: with a card comes a new marker.
+  void doubt() { isFresh_ = isFresh_ && content_ == nullptr; }
 
   // When the list was asked for the last time: a failure, where the marker can be seen.
   std::optional<Clock::time_point> askedAt;
 
  private:
+  void noteAbsence();
+
   std::optional<bool> isBlind_;
   std::optional<client::CardMarker> marker_;
   Content content_;  // null: unknown, or nothing on it
   bool isFresh_ = false;
+  bool wasRead_ = false;
+  std::optional<Clock::time_point> goneSince_;
   std::uint64_t generation_ = 0;
 };
 

@@ -1,13 +1,18 @@
 #include "driver/CardMaking.hpp"
 
+#include <string>
+#include <utility>
+
 #include "driver/DaemonCard.hpp"
 
 namespace driver {
 
-std::unique_ptr<Card> makeCard(const Settings &settings, Journal & /*journal*/) {
+std::unique_ptr<Card> makeCard(const Settings &settings, Journal &journal) {
   CardTimes times;
   times.use = settings.timeLimit;
-  return std::make_unique<DaemonCard>(times);
+  CardSurroundings surroundings;
+  surroundings.report = [&journal](const std::string &line) { journal.report(line); };
+  return std::make_unique<DaemonCard>(times, std::move(surroundings));
 }
 
 }  // namespace driver

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <set>
+#include <unordered_map>
+#include <unordered_set>
 
+#include "base/DisplayText.hpp"
 #include "crypto/KeyParts.hpp"
 #include "driver/Mechanisms.hpp"
 #include "support/HexString.hpp"
@@ -47,6 +50,10 @@ bool isUsable(const crypto::PublicKey &key) {
       break;
   }
   return false;
+}
+
+bool derives(const CardIdentity &identity, const crypto::PublicKey &key) {
+  return identity.canDecrypt && key.type() == crypto::KeyType::ec;
 }
 
 Bytes mechanismsAttribute(crypto::KeyType type) {
@@ -95,13 +102,22 @@ void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
 }
 
 // Labels that differ: of programs that find objects by label alone, each finds them all.
-std::string labelApart(const std::string &wanted, std::set<std::string> &taken) {
-  std::string label = wanted;
-  for (int number = 2; !taken.insert(label).second; ++number) {
-    label = wanted + " (" + std::to_string(number) + ")";
+class LabelsApart {
+ public:
+  std::string apart(const std::string &wanted) {
+    std::string label = wanted;
+    // where the last one that wanted it stopped: else many of one label take quadratic time
+    int &number = lastNumbers_.try_emplace(wanted, 1).first->second;
+    while (!taken_.insert(label).second) {
+      label = wanted + " (" + std::to_string(++number) + ")";
+    }
+    return label;
   }
-  return label;
-}
+
+ private:
+  std::unordered_set<std::string> taken_;
+  std::unordered_map<std::string, int> lastNumbers_;
+};
 
 std::string labelOf(const CardIdentity &identity) {
   if (!identity.label.empty()) {
@@ -158,7 +174,8 @@ ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
   object.attributes[CKA_ENCRYPT] = attributeOf(isRSA);
   object.attributes[CKA_VERIFY_RECOVER] = no();
   object.attributes[CKA_WRAP] = no();
-  object.attributes[CKA_DERIVE] = no();
+  // as of the private key: programs ask either half what the key can do
+  object.attributes[CKA_DERIVE] = attributeOf(derives(identity, key));
   object.attributes[CKA_TRUSTED] = no();
   object.key = key;
   return std::make_shared<const Object>(std::move(object));
@@ -183,33 +200,37 @@ ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
   object.attributes[CKA_SIGN_RECOVER] = no();
   object.attributes[CKA_DECRYPT] = attributeOf(identity.canDecrypt && type == crypto::KeyType::rsa);
   object.attributes[CKA_UNWRAP] = no();
-  object.attributes[CKA_DERIVE] = attributeOf(identity.canDecrypt && type == crypto::KeyType::ec);
+  object.attributes[CKA_DERIVE] = attributeOf(derives(identity, key));
   object.key = key;
   object.identity = identity;
   return std::make_shared<const Object>(std::move(object));
 }
 
 std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
-    std::shared_ptr<const CardContent> content, bool needsLogin) {
+    std::shared_ptr<const CardContent> content, const Settings &settings) {
   constexpr std::size_t kSerialDigits = 16;
   auto made = std::make_shared<CardObjects>();
   std::vector<ObjectPointer> keys;
-  std::set<std::string> labels;
+  LabelsApart labels;
   std::set<Bytes> certificateHashes;
   std::set<Bytes> keyHashes;
   for (const CardIdentity &identity : *content) {
-    if (!certificateHashes.insert(identity.certificateHash).second) {
+    const auto key = identity.certificate.publicKey();
+    const bool isHidden = key && key->type() == crypto::KeyType::ed25519 && !settings.showEd25519;
+    if (isHidden || !certificateHashes.insert(identity.certificateHash).second) {
       continue;
     }
-    const std::string label = labelApart(labelOf(identity), labels);
+    const std::string label = labels.apart(base::displayText(labelOf(identity)));
     made->objects.push_back(certificateObject(identity, label));
-    const auto key = identity.certificate.publicKey();
     if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {
-      keys.push_back(privateKeyObject(identity, label, *key, needsLogin));
+      keys.push_back(privateKeyObject(identity, label, *key, settings.pinMode != PinMode::none));
       keys.push_back(publicKeyObject(identity, label, *key));
     }
   }
   made->objects.insert(made->objects.end(), keys.begin(), keys.end());
+  for (const ObjectPointer &object : made->objects) {
+    made->byHandle.emplace(object->handle, object);
+  }
   made->serialNumber = support::hexString(content->front().publicKeyHash).substr(0, kSerialDigits);
   made->content = std::move(content);
   return made;

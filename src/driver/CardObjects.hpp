@@ -3,12 +3,14 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "driver/Card.hpp"
 #include "driver/Handles.hpp"
 #include "driver/Object.hpp"
+#include "driver/Settings.hpp"
 
 namespace driver {
 
@@ -17,20 +19,22 @@ struct CardObjects {
   std::shared_ptr<const CardContent> content;  // what they were made from
   std::string serialNumber;                    // 16 digits from the first key's hash
   std::vector<ObjectPointer> objects;          // certificates first, in the card's order
+  std::unordered_map<CK_OBJECT_HANDLE, ObjectPointer> byHandle;  // the same
 };
 
 // Makes objects from what a card holds: a certificate object for each certificate, a private and a
 // public key object for each distinct key of a kind that the token can use (RSA of 1024 to 4096
-// bits, P-256, P-384, P-521, Ed25519). The same thing gets the same handle each time, so that a
-// card which goes and comes leaves the handles of programs valid. For one thread at a time.
+// bits, P-256, P-384, P-521; Ed25519 only where the settings say so, else not even its certificate
+// is shown). Labels are fit to be shown, since programs print them as
+// they are. The same thing gets the same handle each time, so that a card which goes and comes
+// leaves the handles of programs valid. For one thread at a time.
 class CardObjectMaker {
  public:
   explicit CardObjectMaker(Handles &handles) : handles_(handles) {}
 
-  // `needsLogin`: private keys are to be hidden from who has not logged in. The content is not
-  // empty.
+  // The content is not empty.
   [[nodiscard]] std::shared_ptr<const CardObjects> objectsOf(
-      std::shared_ptr<const CardContent> content, bool needsLogin);
+      std::shared_ptr<const CardContent> content, const Settings &settings);
 
  private:
   [[nodiscard]] CK_OBJECT_HANDLE handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -37,8 +38,11 @@ auto descriptionOf(const CardIdentity &identity) {
 
 CardContent cardContentOf(const protocol::CardList &list) {
   CardContent content;
-  for (const support::CertificateInfo &info : protocol::certificateInfosOf(list)) {
-    if (auto identity = identityOf(info)) {
+  const std::span<const protocol::CardEntry> entries(list.entries());
+  for (const protocol::CardEntry &entry :
+       entries.first(std::min(entries.size(), kMostCertificates))) {
+    const auto info = protocol::certificateInfoIn(entry);
+    if (auto identity = info ? identityOf(*info) : std::nullopt) {
       content.push_back(std::move(*identity));
     }
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "driver/CardKnowledge.hpp"
@@ -12,7 +13,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long somebody who only wants to know whether a card is there may be kept waiting.
+// How long somebody who only wants to know whether a card or the daemon is there may be kept
+// waiting.
 constexpr std::chrono::milliseconds kQuickly{1000};
 
 // The card may come and go while its list is read.
@@ -42,7 +44,8 @@ bool DaemonCard::State::wasAskedWithin(std::chrono::milliseconds time) const {
 DaemonCard::DaemonCard(CardTimes times, CardSurroundings surroundings)
     : times_(times),
       surroundings_(std::move(surroundings)),
-      connection_(surroundings_.open),
+      connection_(
+          [this](const client::Patience &patience, Error *error) { return open(patience, error); }),
       state_(std::make_unique<State>()) {}
 
 DaemonCard::~DaemonCard() = default;
@@ -55,6 +58,13 @@ bool DaemonCard::isPresent() {
   }
   lock.unlock();
   return contentByAsking(onceAndQuickly()) != nullptr;
+}
+
+std::unique_ptr<client::Connection> DaemonCard::open(const client::Patience &patience,
+                                                     Error *error) {
+  auto connection = surroundings_.open(patience, error);
+  connections_ += connection ? 1 : 0;
+  return connection;
 }
 
 std::uint64_t DaemonCard::generation() {
@@ -112,13 +122,74 @@ DaemonCard::Content DaemonCard::contentByAsking(const client::Terms &terms) {
   return known.content();
 }
 
+// Whether the daemon of which the card was read still answers, over the same connection: then it is
+// the card alone that has gone.
+bool DaemonCard::isDaemonStillThere() {
+  std::unique_lock lock(state_->mutex);
+  if (state_->ranAt && Clock::now() - *state_->ranAt < times_.again) {
+    return true;
+  }
+  lock.unlock();
+  auto failure = UseOutcome::failed;
+  const bool answers =
+      ask(QuillMessage::initCommandMessageGetCertificates(), onceAndQuickly(), failure).has_value();
+  lock.lock();
+  const bool isTheSame = answers && connections_ == state_->readOver;
+  state_->ranAt = isTheSame ? std::optional(Clock::now()) : std::nullopt;
+  return isTheSame;
+}
+
+void DaemonCard::awaitRestart() {
+  if (isPresent()) {
+    return;
+  }
+  std::unique_lock lock(state_->mutex);
+  const auto goneSince = state_->known.goneSince();
+  lock.unlock();
+  const auto end = goneSince.value_or(Clock::time_point()) + times_.restart;
+  if (!goneSince || Clock::now() >= end) {
+    return;
+  }
+  // a daemon that ends withdraws the card first, and may still answer then
+  std::this_thread::sleep_until(std::min(*goneSince + times_.glance, end));
+  if (isDaemonStillThere()) {
+    return;
+  }
+  while (!isPresent() && Clock::now() < end) {
+    std::this_thread::sleep_until(std::min(Clock::now() + times_.glance, end));
+  }
+}
+
 std::optional<CardContent> DaemonCard::readList(const client::Terms &terms) {
   auto failure = UseOutcome::failed;
   const auto answer = ask(QuillMessage::initCommandMessageGetCertificates(), terms, failure);
   if (!answer) {
     return std::nullopt;
   }
-  return answer->certificates ? cardContentOf(*answer->certificates) : CardContent();
+  if (!answer->certificates) {
+    return CardContent();
+  }
+  reportLeftOut(answer->certificates->entries().size());
+  auto content = cardContentOf(*answer->certificates);
+  if (!content.empty()) {
+    const std::scoped_lock lock(state_->mutex);
+    state_->readOver = connections_;
+  }
+  return content;
+}
+
+// Once for each list, however often it is read.
+void DaemonCard::reportLeftOut(std::size_t entries) {
+  const std::size_t leftOut = entries - std::min(entries, kMostCertificates);
+  std::unique_lock lock(state_->mutex);
+  const bool isNews = std::exchange(state_->leftOut, leftOut) != leftOut;
+  lock.unlock();
+  if (leftOut > 0 && isNews && surroundings_.report) {
+    surroundings_.report("the card holds " + std::to_string(entries) + " certificates, of which " +
+                         std::to_string(leftOut) + " are left out: programs are shown the first " +
+                         std::to_string(kMostCertificates) +
+                         "; try: insert fewer at the device that holds the keys");
+  }
 }
 
 // Nothing, with what it comes to, if there is no answer to this request.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -20,12 +21,13 @@ namespace driver {
 
 // How long things may take.
 struct CardTimes {
-  std::chrono::milliseconds use{60000};   // one use of a key: its holder may have to ask somebody
-  std::chrono::milliseconds list{10000};  // the reading of the list
-  std::chrono::milliseconds away{5000};   // how long the card may be away during a use
-  std::chrono::milliseconds glance{250};  // between two looks at the card during a use
-  std::chrono::milliseconds again{1000};  // before the daemon is asked again after a failure, and
-                                          // between two questions where no marker can be seen
+  std::chrono::milliseconds use{60000};     // one use of a key: its holder may have to ask somebody
+  std::chrono::milliseconds list{10000};    // the reading of the list
+  std::chrono::milliseconds away{5000};     // how long the card may be away during a use
+  std::chrono::milliseconds glance{250};    // between two looks at the card during a use
+  std::chrono::milliseconds restart{3000};  // how long a use waits for a daemon that has gone
+  std::chrono::milliseconds again{1000};    // before the daemon is asked again after a failure, and
+                                            // between two questions where no marker can be seen
 };
 
 // What it meets outside.
@@ -34,6 +36,7 @@ struct CardSurroundings {
     return client::openLoopback(patience, error);
   };
   std::function<bool()> isMarkerFolderPrivate = driver::isMarkerFolderPrivate;
+  std::function<void(const std::string &line)> report;  // to the journal; null: nobody reads it
 };
 
 // The card that the daemon of this machine holds. It is there while the daemon's marker is, unless
@@ -49,6 +52,7 @@ class DaemonCard final : public Card {
   // Where no marker can be seen, may wait for the daemon, a second at most.
   [[nodiscard]] bool isPresent() override;
   [[nodiscard]] std::shared_ptr<const CardContent> content() override;
+  void awaitRestart() override;
   [[nodiscard]] std::uint64_t generation() override;
   [[nodiscard]] UseResult sign(const CardIdentity &identity, ByteView data,
                                const SecretText &pin) override;
@@ -63,6 +67,9 @@ class DaemonCard final : public Card {
     std::mutex mutex;
     CardKnowledge known;
     std::string trouble;
+    std::size_t leftOut = 0;  // of the list that was read last
+    unsigned readOver = 0;    // the connection over which a card was read last, by its number
+    std::optional<CardKnowledge::Clock::time_point> ranAt;  // the daemon of that connection
 
     [[nodiscard]] bool wasAskedWithin(std::chrono::milliseconds time) const;
   };
@@ -70,15 +77,23 @@ class DaemonCard final : public Card {
 
   [[nodiscard]] Content contentByMarker();
   [[nodiscard]] Content contentByAsking(const client::Terms &terms);
+  [[nodiscard]] std::unique_ptr<client::Connection> open(const client::Patience &patience,
+                                                         Error *error);
+  [[nodiscard]] bool isDaemonStillThere();
   [[nodiscard]] std::optional<CardContent> readList(const client::Terms &terms);
+  void reportLeftOut(std::size_t entries);
   [[nodiscard]] std::optional<QuillMessage> ask(const QuillMessage &message,
                                                 const client::Terms &terms, UseOutcome &failure);
-  [[nodiscard]] client::Terms termsOfUse(bool &isAnother);
+  [[nodiscard]] client::Terms termsOfUse(client::Deadline deadline, bool &isAnother);
   [[nodiscard]] std::optional<QuillMessage> use(const CardIdentity &identity,
                                                 const QuillMessage &message, UseOutcome &outcome);
+  [[nodiscard]] std::optional<QuillMessage> useOnce(const CardIdentity &identity,
+                                                    const QuillMessage &message,
+                                                    client::Deadline deadline, UseOutcome &outcome);
 
   CardTimes times_;
   CardSurroundings surroundings_;
+  std::atomic<unsigned> connections_ = 0;  // so many were made
   client::SharedConnection connection_;
   std::unique_ptr<State> state_;
 };

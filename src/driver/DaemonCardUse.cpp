@@ -25,8 +25,9 @@ UseResult resultOf(UseOutcome outcome, SecretBytes answer) {
 }  // namespace
 
 // A card that was inserted anew ends the wait: whoever was asked before has gone with the old one.
-client::Terms DaemonCard::termsOfUse(bool &isAnother) {
-  client::Terms terms = client::lasting(times_.use);
+client::Terms DaemonCard::termsOfUse(client::Deadline deadline, bool &isAnother) {
+  client::Terms terms;
+  terms.deadline = deadline;
   terms.glance = times_.glance;
   terms.goesOn = [this, &isAnother, asked = generation(),
                   awaySince = std::optional<Clock::time_point>()]() mutable {
@@ -42,15 +43,32 @@ client::Terms DaemonCard::termsOfUse(bool &isAnother) {
   return terms;
 }
 
-// The answer, and `outcome` is done; nothing if it comes to anything else.
+// The answer, and `outcome` is done; nothing if it comes to anything else. A daemon that was
+// restarted may answer before the card is back.
 std::optional<QuillMessage> DaemonCard::use(const CardIdentity &identity,
                                             const QuillMessage &message, UseOutcome &outcome) {
+  const auto deadline = Clock::now() + times_.use;
+  auto answer = useOnce(identity, message, deadline, outcome);
+  if (outcome == UseOutcome::cardGone) {
+    if (!holds(content().get(), identity)) {
+      awaitRestart();
+    }
+    if (holds(content().get(), identity)) {
+      answer = useOnce(identity, message, deadline, outcome);
+    }
+  }
+  return answer;
+}
+
+std::optional<QuillMessage> DaemonCard::useOnce(const CardIdentity &identity,
+                                                const QuillMessage &message,
+                                                client::Deadline deadline, UseOutcome &outcome) {
   if (!isPresent()) {
     outcome = UseOutcome::cardGone;
     return std::nullopt;
   }
   bool isAnother = false;
-  const client::Terms terms = termsOfUse(isAnother);
+  const client::Terms terms = termsOfUse(deadline, isAnother);
   auto answer = ask(message, terms, outcome);
   while (!answer && std::exchange(isAnother, false)) {
     answer = ask(message, terms, outcome);

@@ -15,11 +15,11 @@ CK_RV Driver::findObject(CK_OBJECT_HANDLE handle, ObjectPointer &object) {
   if (!card) {
     return CKR_DEVICE_REMOVED;
   }
-  const auto found = std::ranges::find(card->objects, handle, &Object::handle);
-  if (found == card->objects.end() || !token.isOpenTo(**found)) {
+  const auto found = card->byHandle.find(handle);
+  if (found == card->byHandle.end() || !token.isOpenTo(*found->second)) {
     return CKR_OBJECT_HANDLE_INVALID;
   }
-  object = *found;
+  object = found->second;
   return CKR_OK;
 }
 

@@ -11,8 +11,12 @@ using driver::withoutThrowing;
 
 extern "C" {
 
-CK_RV C_Initialize(void * /*initArgs*/) {
-  return withoutThrowing("C_Initialize", [] { return Process::current().initialize(); });
+CK_RV C_Initialize(void *arguments) {
+  return withoutThrowing("C_Initialize", [&] {
+    return driver::areInitializeArgumentsGood(static_cast<const CK_C_INITIALIZE_ARGS *>(arguments))
+               ? Process::current().initialize()
+               : CK_RV{CKR_ARGUMENTS_BAD};
+  });
 }
 
 CK_RV C_Finalize(void *reserved) {

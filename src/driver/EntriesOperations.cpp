@@ -4,6 +4,7 @@
 #include "driver/WithoutThrowing.hpp"
 
 using driver::Driver;
+using driver::Input;
 using driver::Output;
 using driver::Session;
 using driver::withoutThrowing;
@@ -19,7 +20,7 @@ CK_RV C_EncryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT
 CK_RV C_Encrypt(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
                 CK_ULONG *length) {
   return withoutThrowing("C_Encrypt", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.encrypting, data, dataLength,
+    return driver::proceed(session.encrypting, Input::whole, data, dataLength,
                            [&](driver::Encrypting &operation, ByteView input) {
                              return operation.finish(input, Output(place, length));
                            });
@@ -35,8 +36,9 @@ CK_RV C_EncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLeng
 
 CK_RV C_EncryptFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
   return withoutThrowing("C_EncryptFinal", handle, [&](Driver & /*driver*/, Session &session) {
-    return session.encrypting.proceed(
-        [&](driver::Encrypting &operation) { return operation.finish({}, Output(place, length)); });
+    return session.encrypting.proceed(Input::inParts, [&](driver::Encrypting &operation) {
+      return operation.finish({}, Output(place, length));
+    });
   });
 }
 
@@ -49,7 +51,7 @@ CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT
 CK_RV C_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
                 CK_ULONG *length) {
   return withoutThrowing("C_Decrypt", handle, [&](Driver &driver, Session &session) {
-    return driver::proceed(session.decrypting, data, dataLength,
+    return driver::proceed(session.decrypting, Input::whole, data, dataLength,
                            [&](driver::Decrypting &operation, ByteView input) {
                              return operation.finish(driver.token, input, Output(place, length));
                            });
@@ -65,7 +67,7 @@ CK_RV C_DecryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLeng
 
 CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
   return withoutThrowing("C_DecryptFinal", handle, [&](Driver &driver, Session &session) {
-    return session.decrypting.proceed([&](driver::Decrypting &operation) {
+    return session.decrypting.proceed(Input::inParts, [&](driver::Decrypting &operation) {
       return operation.finish(driver.token, {}, Output(place, length));
     });
   });
@@ -80,7 +82,7 @@ CK_RV C_DigestInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism) {
 CK_RV C_Digest(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
                CK_ULONG *length) {
   return withoutThrowing("C_Digest", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.digesting, data, dataLength,
+    return driver::proceed(session.digesting, Input::whole, data, dataLength,
                            [&](crypto::RunningDigest &operation, ByteView input) {
                              return driver::finishDigest(operation, input, Output(place, length));
                            });
@@ -89,7 +91,8 @@ CK_RV C_Digest(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_
 
 CK_RV C_DigestUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
   return withoutThrowing("C_DigestUpdate", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.digesting, part, partLength, driver::addToDigest);
+    return driver::proceed(session.digesting, Input::inParts, part, partLength,
+                           driver::addToDigest);
   });
 }
 
@@ -99,7 +102,7 @@ CK_RV C_DigestKey(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE /*key*/) {
 
 CK_RV C_DigestFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
   return withoutThrowing("C_DigestFinal", handle, [&](Driver & /*driver*/, Session &session) {
-    return session.digesting.proceed([&](crypto::RunningDigest &operation) {
+    return session.digesting.proceed(Input::inParts, [&](crypto::RunningDigest &operation) {
       return driver::finishDigest(operation, {}, Output(place, length));
     });
   });
@@ -114,7 +117,7 @@ CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HA
 CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
              CK_ULONG *length) {
   return withoutThrowing("C_Sign", handle, [&](Driver &driver, Session &session) {
-    return driver::proceed(session.signing, data, dataLength,
+    return driver::proceed(session.signing, Input::whole, data, dataLength,
                            [&](driver::Signing &operation, ByteView input) {
                              return operation.finish(driver.token, input, Output(place, length));
                            });
@@ -124,14 +127,14 @@ CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BY
 CK_RV C_SignUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
   return withoutThrowing("C_SignUpdate", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::proceed(
-        session.signing, part, partLength,
+        session.signing, Input::inParts, part, partLength,
         [&](driver::Signing &operation, ByteView input) { return operation.add(input); });
   });
 }
 
 CK_RV C_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
   return withoutThrowing("C_SignFinal", handle, [&](Driver &driver, Session &session) {
-    return session.signing.proceed([&](driver::Signing &operation) {
+    return session.signing.proceed(Input::inParts, [&](driver::Signing &operation) {
       return operation.finish(driver.token, {}, Output(place, length));
     });
   });
@@ -156,17 +159,18 @@ CK_RV C_VerifyInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_
 CK_RV C_Verify(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *signature,
                CK_ULONG length) {
   return withoutThrowing("C_Verify", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(
-        session.verifying, data, dataLength, [&](driver::Verifying &operation, ByteView input) {
-          return driver::finishVerifying(operation, input, driver::inputOf(signature, length));
-        });
+    return driver::proceed(session.verifying, Input::whole, data, dataLength,
+                           [&](driver::Verifying &operation, ByteView input) {
+                             return driver::finishVerifying(operation, input,
+                                                            driver::inputOf(signature, length));
+                           });
   });
 }
 
 CK_RV C_VerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
   return withoutThrowing("C_VerifyUpdate", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::proceed(
-        session.verifying, part, partLength,
+        session.verifying, Input::inParts, part, partLength,
         [&](driver::Verifying &operation, ByteView input) { return operation.add(input); });
   });
 }
@@ -174,7 +178,7 @@ CK_RV C_VerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLengt
 CK_RV C_VerifyFinal(CK_SESSION_HANDLE handle, CK_BYTE *signature, CK_ULONG length) {
   return withoutThrowing("C_VerifyFinal", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::proceed(
-        session.verifying, signature, length,
+        session.verifying, Input::inParts, signature, length,
         [&](driver::Verifying &operation, ByteView given) { return operation.finish({}, given); });
   });
 }

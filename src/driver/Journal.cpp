@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 
+#include "base/DisplayText.hpp"
 #include "linux/log/EntrySink.hpp"
 
 namespace driver {
@@ -33,9 +33,9 @@ void Journal::report(const std::string &line) {
   if (!isDue(line)) {
     return;
   }
-  std::string entry = "kfy-pkcs11 in " + std::string(program_invocation_short_name) + " (process " +
-                      std::to_string(::getpid()) + "): " + line;
-  std::ranges::replace(entry, '\n', ' ');
+  const std::string entry =
+      base::displayText("kfy-pkcs11 in " + std::string(program_invocation_short_name) +
+                        " (process " + std::to_string(::getpid()) + "): " + line);
   // A sink for each line: programs that close all descriptors would leave a kept one to somebody
   // else's socket.
   static_cast<void>(platform_linux::EntrySink("kfy-pkcs11").send({&entry, 1}));

@@ -11,15 +11,18 @@ namespace {
 struct Purpose {
   CK_FLAGS flag;
   CK_ATTRIBUTE_TYPE attribute;  // by which a key allows it
+  bool asksHolder;              // so that it takes a private key: CKA_DERIVE is true of both halves
 };
 
-constexpr std::array kPurposes{Purpose{CKF_SIGN, CKA_SIGN}, Purpose{CKF_VERIFY, CKA_VERIFY},
-                               Purpose{CKF_ENCRYPT, CKA_ENCRYPT}, Purpose{CKF_DECRYPT, CKA_DECRYPT},
-                               Purpose{CKF_DERIVE, CKA_DERIVE}};
+constexpr std::array kPurposes{
+    Purpose{CKF_SIGN, CKA_SIGN, true}, Purpose{CKF_VERIFY, CKA_VERIFY, false},
+    Purpose{CKF_ENCRYPT, CKA_ENCRYPT, false}, Purpose{CKF_DECRYPT, CKA_DECRYPT, true},
+    Purpose{CKF_DERIVE, CKA_DERIVE, true}};
 
 bool allows(const Object &object, CK_FLAGS purpose) {
   const auto *const row = std::ranges::find(kPurposes, purpose, &Purpose::flag);
-  return row != kPurposes.end() && object.has(row->attribute);
+  return row != kPurposes.end() && object.has(row->attribute) &&
+         (object.identity.has_value() || !row->asksHolder);
 }
 
 }  // namespace
@@ -33,7 +36,12 @@ CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key, C
   if (use.mechanism == nullptr || (use.mechanism->flags & purpose) == 0) {
     return CKR_MECHANISM_INVALID;
   }
-  const CK_RV found = driver.findObject(key, use.object);
+  driver.token.awaitRestart();
+  CK_RV found = driver.findObject(key, use.object);
+  if (found == CKR_DEVICE_REMOVED) {  // since then
+    driver.token.awaitRestart();
+    found = driver.findObject(key, use.object);
+  }
   if (found != CKR_OK) {
     return found == CKR_OBJECT_HANDLE_INVALID ? CKR_KEY_HANDLE_INVALID : found;
   }

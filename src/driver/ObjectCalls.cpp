@@ -58,7 +58,7 @@ CK_RV findObjectsInit(Driver &driver, Session &session, const CK_ATTRIBUTE *want
 }
 
 CK_RV findObjects(Session &session, CK_OBJECT_HANDLE *handles, CK_ULONG most, CK_ULONG *count) {
-  return session.search.proceed([&](Search &search) -> Progress {
+  return session.search.proceed(Input::inParts, [&](Search &search) -> Progress {
     if (count == nullptr || (handles == nullptr && most > 0)) {
       return {CKR_ARGUMENTS_BAD};
     }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "driver/Pkcs11.hpp"
@@ -13,6 +14,9 @@ struct Progress {
   CK_RV result = CKR_GENERAL_ERROR;
   bool isOver = true;
 };
+
+// Whether a call gets all of the input at once (C_Sign) or some of it (C_SignUpdate, C_SignFinal).
+enum class Input { whole, inParts };
 
 // The place of a session for one operation of a kind, a search or a signature. A step takes the
 // operation out and puts it back, so that no lock is held while it lasts.
@@ -32,17 +36,21 @@ class OperationPlace {
       return CKR_OPERATION_ACTIVE;
     }
     operation_ = std::move(operation);
+    input_.reset();
     isActive_ = true;
     return CKR_OK;
   }
 
   // Has `step` go on with the operation; it returns a Progress, and throwing ends the operation.
   // CKR_OPERATION_NOT_INITIALIZED if there is none, or another thread is at it.
+  // CKR_OPERATION_ACTIVE, and it stays as it is, if its input has come the other way so far (PKCS
+  // #11 v2.40, 5.8 to 5.13): a call for the whole neither ends parts nor, where it asked for the
+  // length alone, is followed by parts.
   template <typename Step>
-  [[nodiscard]] CK_RV proceed(Step &&step) {
-    std::unique_ptr<T> operation = take();
-    if (!operation) {
-      return CKR_OPERATION_NOT_INITIALIZED;
+  [[nodiscard]] CK_RV proceed(Input input, Step &&step) {
+    std::unique_ptr<T> operation;
+    if (const CK_RV result = take(input, operation); result != CKR_OK) {
+      return result;
     }
     Return returned(*this);
     const Progress progress = std::forward<Step>(step)(*operation);
@@ -78,13 +86,22 @@ class OperationPlace {
     OperationPlace &place_;
   };
 
-  [[nodiscard]] std::unique_ptr<T> take() {
+  [[nodiscard]] CK_RV take(Input input, std::unique_ptr<T> &operation) {
     const std::lock_guard lock(mutex_);
-    return std::move(operation_);
+    if (!operation_) {
+      return CKR_OPERATION_NOT_INITIALIZED;
+    }
+    if (input_.value_or(input) != input) {
+      return CKR_OPERATION_ACTIVE;
+    }
+    input_ = input;
+    operation = std::move(operation_);
+    return CKR_OK;
   }
 
   std::mutex mutex_;
   std::unique_ptr<T> operation_;
+  std::optional<Input> input_;  // how it has come; nothing before the first step
   bool isActive_ = false;
 };
 

@@ -26,9 +26,9 @@ template <typename T>
 
 // A step of an operation that gets input: `step` takes the operation and the bytes.
 template <typename T, typename Step>
-[[nodiscard]] CK_RV proceed(OperationPlace<T> &place, const CK_BYTE *bytes, CK_ULONG length,
-                            const Step &step) {
-  return place.proceed([&](T &operation) -> Progress {
+[[nodiscard]] CK_RV proceed(OperationPlace<T> &place, Input form, const CK_BYTE *bytes,
+                            CK_ULONG length, const Step &step) {
+  return place.proceed(form, [&](T &operation) -> Progress {
     const auto input = inputOf(bytes, length);
     return input ? step(operation, *input) : Progress{CKR_ARGUMENTS_BAD};
   });
@@ -38,13 +38,14 @@ template <typename T, typename Step>
 template <typename T>
 [[nodiscard]] CK_RV addPart(OperationPlace<T> &place, const CK_BYTE *bytes, CK_ULONG length,
                             CK_ULONG *given) {
-  return proceed(place, bytes, length, [&](T &operation, ByteView part) -> Progress {
-    if (given == nullptr) {
-      return {CKR_ARGUMENTS_BAD};
-    }
-    *given = 0;
-    return operation.add(part);
-  });
+  return proceed(place, Input::inParts, bytes, length,
+                 [&](T &operation, ByteView part) -> Progress {
+                   if (given == nullptr) {
+                     return {CKR_ARGUMENTS_BAD};
+                   }
+                   *given = 0;
+                   return operation.add(part);
+                 });
 }
 
 // C_Verify; a signature that is nowhere ends the operation.

@@ -18,7 +18,20 @@ struct Mount {
   std::string device;  // "major:minor"
   std::string root;    // the folder of the file system that is mounted
   std::string point;
+  bool isShared = false;  // its mounts and unmounts also happen in other mount namespaces,
+  bool isSlave = false;   // or those of others happen here
+  std::string type;       // of the file system
 };
+
+// The optional fields, which a hyphen ends, and the type.
+void readRest(std::istream &fields, Mount &mount) {
+  std::string field;
+  while (fields >> field && field != "-") {
+    mount.isShared = mount.isShared || field.starts_with("shared:");
+    mount.isSlave = mount.isSlave || field.starts_with("master:");
+  }
+  fields >> mount.type;
+}
 
 std::vector<Mount> mountsIn(std::string_view mountInfo) {
   std::vector<Mount> mounts;
@@ -27,27 +40,48 @@ std::vector<Mount> mountsIn(std::string_view mountInfo) {
     std::istringstream fields(line);
     std::string number;
     std::string parent;
+    std::string options;
     Mount mount;
-    if (fields >> number >> parent >> mount.device >> mount.root >> mount.point) {
+    if (fields >> number >> parent >> mount.device >> mount.root >> mount.point >> options) {
+      readRest(fields, mount);
       mounts.push_back(std::move(mount));
     }
   }
   return mounts;
 }
 
+// Of several at one place, the last one is seen.
+const Mount *mountAt(std::string_view path, const std::vector<Mount> &mounts) {
+  const auto found = std::ranges::find(mounts.rbegin(), mounts.rend(), path, &Mount::point);
+  return found == mounts.rend() ? nullptr : &*found;
+}
+
 bool isBelow(const std::string &path, const std::string &folder) {
   return path.starts_with(folder.ends_with('/') ? folder : folder + "/") && path != folder;
 }
 
+bool isPartOfAnother(const Mount &mount, const std::vector<Mount> &mounts) {
+  return std::ranges::any_of(mounts, [&](const Mount &other) {
+    return other.device == mount.device && isBelow(mount.root, other.root);
+  });
+}
+
+// Mounts of the machine and of its root spread between namespaces in the same way; one that was
+// made for this program alone does not, or has no master where the root has.
+bool isOwnMemory(const Mount &mount, const std::vector<Mount> &mounts) {
+  const Mount *const top = mountAt("/", mounts);
+  const bool spreads = mount.isShared || mount.isSlave;
+  const bool isOfTheMachine =
+      spreads && top != nullptr && mount.isShared == top->isShared && mount.isSlave == top->isSlave;
+  return mount.type == "tmpfs" && !isOfTheMachine;
+}
+
 }  // namespace
 
-bool isBoundFolder(std::string_view mountInfo, std::string_view path) {
+bool isPrivateMount(std::string_view mountInfo, std::string_view path) {
   const std::vector<Mount> mounts = mountsIn(mountInfo);
-  // of several at one place, the last one is seen
-  const auto here = std::ranges::find(mounts.rbegin(), mounts.rend(), path, &Mount::point);
-  return here != mounts.rend() && std::ranges::any_of(mounts, [&](const Mount &other) {
-           return other.device == here->device && isBelow(here->root, other.root);
-         });
+  const Mount *const here = mountAt(path, mounts);
+  return here != nullptr && (isPartOfAnother(*here, mounts) || isOwnMemory(*here, mounts));
 }
 
 bool isMarkerFolderPrivate() {
@@ -57,7 +91,7 @@ bool isMarkerFolderPrivate() {
     return true;
   }
   const auto mountInfo = base::readFile("/proc/self/mountinfo", kLargestMountInfo);
-  return mountInfo && isBoundFolder(base::textOf(*mountInfo), folder);
+  return mountInfo && isPrivateMount(base::textOf(*mountInfo), folder);
 }
 
 }  // namespace driver

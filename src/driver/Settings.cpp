@@ -29,6 +29,7 @@ Settings readSettings(const std::function<void(const std::string &line)> &report
     settings.timeLimit =
         std::chrono::seconds(std::clamp<std::int64_t>(*seconds, 1, kLongestTimeLimit.count()));
   }
+  settings.showEd25519 = defaults.boolean(kDomain, "showEd25519").value_or(false);
   if (const auto name = defaults.text(kDomain, "pinMode")) {
     const auto *const row = std::ranges::find(kPinModes, *name, &PinModeRow::name);
     if (row != kPinModes.end()) {

@@ -17,6 +17,7 @@ enum class PinMode {
 struct Settings {
   std::chrono::seconds timeLimit{60};  // `timeLimitSeconds`, at least 1: one use of a key
   PinMode pinMode = PinMode::none;
+  bool showEd25519 = false;  // `showEd25519`: some programs fail on all keys beside one
 };
 
 // Reads them. A value that can't be used, or a file that can't, counts as absent and is told to

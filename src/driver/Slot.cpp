@@ -53,6 +53,16 @@ CK_FLAGS loginFlags(PinMode mode) {
 
 }  // namespace
 
+bool areInitializeArgumentsGood(const CK_C_INITIALIZE_ARGS *arguments) {
+  if (arguments == nullptr) {
+    return true;
+  }
+  const int given =
+      (arguments->CreateMutex != nullptr ? 1 : 0) + (arguments->DestroyMutex != nullptr ? 1 : 0) +
+      (arguments->LockMutex != nullptr ? 1 : 0) + (arguments->UnlockMutex != nullptr ? 1 : 0);
+  return given == 0 || given == 4;
+}
+
 CK_RV getInfo(CK_INFO *info) {
   if (info == nullptr) {
     return CKR_ARGUMENTS_BAD;
@@ -78,7 +88,9 @@ CK_RV getSlotInfo(Driver &driver, CK_SLOT_ID slot, CK_SLOT_INFO *info) {
     return CKR_ARGUMENTS_BAD;
   }
   *info = {};
-  info->flags = CKF_REMOVABLE_DEVICE | (driver.token.isPresent() ? CK_FLAGS{CKF_TOKEN_PRESENT} : 0);
+  // systemd-cryptenroll passes over slots of software
+  info->flags = CKF_REMOVABLE_DEVICE | CKF_HW_SLOT |
+                (driver.token.isPresent() ? CK_FLAGS{CKF_TOKEN_PRESENT} : 0);
   info->firmwareVersion = kVersionOfOurs;
   put("Keyferry virtual card reader", info->slotDescription);
   put(kMaker, info->manufacturerID);

@@ -9,6 +9,10 @@ namespace driver {
 // the function of the same name in PKCS #11 v2.40, chapter 5.4 to 5.6.
 inline constexpr CK_SLOT_ID kSlot = 0;
 
+// What C_Initialize may be given: nothing, or either all of the program's functions for locks or
+// none (PKCS #11 v2.40, 5.4). They are not used, nor is anything else that stands there.
+[[nodiscard]] bool areInitializeArgumentsGood(const CK_C_INITIALIZE_ARGS *arguments);
+
 [[nodiscard]] CK_RV getInfo(CK_INFO *info);
 [[nodiscard]] CK_RV getSlotList(Driver &driver, CK_BBOOL withToken, CK_SLOT_ID *list,
                                 CK_ULONG *count);

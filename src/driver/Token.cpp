@@ -17,7 +17,7 @@ Trouble troubleOf(UseOutcome outcome) {
     case UseOutcome::done:
       return {CKR_OK, "", ""};
     case UseOutcome::refused:
-      return {CKR_FUNCTION_REJECTED, "the key's holder refused or got a wrong PIN",
+      return {CKR_FUNCTION_REJECTED, "the key's holder refused",
               "look at what kfy-remote says on the device that holds the key"};
     case UseOutcome::cardGone:
       return {CKR_DEVICE_REMOVED, "the card is gone",
@@ -70,7 +70,12 @@ std::shared_ptr<const CardObjects> Token::objects() {
   }
   const std::lock_guard lock(mutex_);
   if (!objects_ || objects_->content != content) {
-    objects_ = maker_.objectsOf(content, settings_.pinMode != PinMode::none);
+    objects_ = maker_.objectsOf(content, settings_);
+    if (objects_->objects.empty()) {
+      report(
+          "the card holds Ed25519 keys alone, which programs are not shown; try: kfyctl defaults "
+          "write showEd25519 true");
+    }
   }
   if (login_ && login_->serialNumber != objects_->serialNumber) {
     login_.reset();

@@ -15,6 +15,7 @@
 namespace driver {
 
 // Makes the card that the token shows. Called once in each life of the driver, at its first use.
+// The journal outlives the card.
 using CardFactory = std::unique_ptr<Card> (*)(const Settings &settings, Journal &journal);
 
 // What a key's holder is asked to do.
@@ -32,6 +33,9 @@ class Token {
   // See Card.
   [[nodiscard]] bool isPresent() { return card().isPresent(); }
   [[nodiscard]] std::uint64_t generation() { return card().generation(); }
+
+  // See Card: for calls that use a key, not for those that only look.
+  void awaitRestart() { card().awaitRestart(); }
 
   // The generation when the program first looked at the token: what it has seen since then it need
   // not be told.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -64,12 +65,15 @@ constexpr std::array kNames{
     ResultName{CKR_FUNCTION_REJECTED, "CKR_FUNCTION_REJECTED"},
 };
 
+// Asked for once, without a guard: a child of fork would wait for one that another thread held.
 bool isOn() {
-  static const bool value = [] {
+  enum : char { unknown, off, on };
+  static std::atomic<char> known{unknown};
+  if (known == unknown) {
     const char *const text = ::secure_getenv("KFY_PKCS11_DEBUG");
-    return text != nullptr && std::string_view(text) == "1";
-  }();
-  return value;
+    known = text != nullptr && std::string_view(text) == "1" ? on : off;
+  }
+  return known == on;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "crypto/ErrorQueue.hpp"
 #include "driver/Driver.hpp"
+#include "driver/FirstUse.hpp"
 #include "driver/Pkcs11.hpp"
 #include "driver/Process.hpp"
 #include "driver/Trace.hpp"
@@ -42,6 +43,7 @@ template <typename Call>
   const KeptErrorNumber keptErrorNumber;
   CK_RV result = CKR_GENERAL_ERROR;
   try {
+    prepareThread();
     const crypto::KeptErrorQueue keptErrorQueue;
     if constexpr (std::is_invocable_v<Call, Driver &>) {
       result = withDriver(std::forward<Call>(call));

@@ -195,12 +195,12 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   } catch (const CLI::Success &success) {
     return program.exit(success);
   } catch (const CLI::ParseError &error) {
-    return wrong(console, printable(error.what()));
+    return wrong(console, error.what());
   }
   Error error;
   if (!finish(texts, &error) || (connect.parsed() && !finishConnect(texts, &error)) ||
       (password.parsed() && !finishPassword(texts, &error))) {
-    return wrong(console, printable(error.description));
+    return wrong(console, error.description);
   }
   if (keys.parsed()) {
     texts.arguments.command = texts.keys;

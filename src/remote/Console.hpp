@@ -10,7 +10,9 @@
 
 namespace remote {
 
-// What this program says to people and scripts. Nothing here waits for whoever reads it.
+// What this program says to people and scripts. Nothing here waits for whoever reads it. What a
+// terminal would obey is replaced (base/DisplayText.hpp), since names and reasons come from
+// elsewhere.
 class Console {
  public:
   // Borrowed; tests give others.
@@ -41,10 +43,5 @@ class Console {
 
   OutputWriter writer_;
 };
-
-// Text from elsewhere (a certificate's name, a server's message) with its control characters
-// replaced by "?": a terminal would obey them.
-[[nodiscard]] std::string printable(std::string_view text);
-[[nodiscard]] SecretText printable(const SecretText &text);
 
 }  // namespace remote

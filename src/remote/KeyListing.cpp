@@ -1,5 +1,6 @@
 #include "remote/KeyListing.hpp"
 
+#include "base/DisplayText.hpp"
 #include "base/Secret.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "support/HexString.hpp"
@@ -18,16 +19,17 @@ std::string typeOf(const CardKey &key) {
 
 }  // namespace
 
-std::string keyListing(const std::string &authenticationKeyPath, ByteView authenticationKeyHash,
-                       const KeyRing &keys) {
-  std::string text = "pair this key: " + support::hexString(authenticationKeyHash) +
-                     "\n  authenticates only, never inserted; kept in " + authenticationKeyPath;
+std::vector<std::string> keyListing(const std::string &authenticationKeyPath,
+                                    ByteView authenticationKeyHash, const KeyRing &keys) {
+  std::vector<std::string> lines{
+      "pair this key: " + support::hexString(authenticationKeyHash),
+      "  authenticates only, never inserted; kept in " + authenticationKeyPath};
   for (const CardKey &key : keys.keys()) {
-    text += "\ninserted: " + key.label + "\n  type              " + typeOf(key) +
-            "\n  certificate SHA-1 " + support::hexString(key.certificateSHA1) +
-            "\n  public-key hash   " + support::hexString(key.publicKeyHash);
+    lines.insert(lines.end(), {"inserted: " + key.label, "  type              " + typeOf(key),
+                               "  certificate SHA-1 " + support::hexString(key.certificateSHA1),
+                               "  public-key hash   " + support::hexString(key.publicKeyHash)});
   }
-  return text;
+  return lines;
 }
 
 std::string keyListingAsJSON(const std::string &authenticationKeyPath,
@@ -52,7 +54,7 @@ std::string keyListingAsJSON(const std::string &authenticationKeyPath,
   }
   writer.endArray();
   writer.endObject();
-  return std::string(base::textOf(output));
+  return std::string(base::textOf(base::displayJSON(output)));
 }
 
 }  // namespace remote

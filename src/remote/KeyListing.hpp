@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "base/Bytes.hpp"
 #include "remote/KeyRing.hpp"
@@ -8,9 +9,10 @@
 namespace remote {
 
 // What `kfy-remote keys` prints: the authentication key, as the one to pair, then the keys to
-// insert. As lines for people or as one line of JSON; ends without a line feed.
-[[nodiscard]] std::string keyListing(const std::string &authenticationKeyPath,
-                                     ByteView authenticationKeyHash, const KeyRing &keys);
+// insert. As lines for people or as one line of JSON; lines end without a line feed.
+[[nodiscard]] std::vector<std::string> keyListing(const std::string &authenticationKeyPath,
+                                                  ByteView authenticationKeyHash,
+                                                  const KeyRing &keys);
 [[nodiscard]] std::string keyListingAsJSON(const std::string &authenticationKeyPath,
                                            ByteView authenticationKeyHash, const KeyRing &keys);
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "base/DisplayText.hpp"
 #include "base/Files.hpp"
 #include "identity/PublicKeyHash.hpp"
-#include "remote/Console.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
@@ -35,7 +35,7 @@ std::optional<crypto::Identity> readKeyFile(const std::string &file,
 
 std::string labelOf(const crypto::Identity &identity, const std::string &file) {
   const auto name = identity.certificate.commonName();
-  return printable(name && !name->empty() ? *name : file.substr(file.rfind('/') + 1));
+  return name && !name->empty() ? *name : file.substr(file.rfind('/') + 1);
 }
 
 support::CertificateInfo infoOf(const CardKey &key) {
@@ -70,8 +70,8 @@ std::optional<KeyRing> KeyRing::load(std::span<const std::string> files,
                    file + ": only RSA, elliptic-curve and Ed25519 keys can be used");
       return std::nullopt;
     }
-    ring.keys_.push_back({index < labels.size() ? labels[index] : labelOf(*identity, file),
-                          *identity, identity->certificate.sha1(), *hash,
+    const std::string label = index < labels.size() ? labels[index] : labelOf(*identity, file);
+    ring.keys_.push_back({base::displayText(label), *identity, identity->certificate.sha1(), *hash,
                           base::equal(*hash, authenticationKeyHash)});
   }
   return ring;

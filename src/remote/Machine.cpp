@@ -218,8 +218,8 @@ void Machine::authenticate(const QuillMessage &reply) {
   }
   if (!reply.status || reply.selectedCertificateHash != services_.authenticationKeyHash) {
     services_.console.complain(address_.name() + " has not paired this key with a user" +
-                               (reason.empty() ? "" : ": " + printable(reason)) +
-                               "; next attempt in " + secondsOf(kWaitAfterNoUser));
+                               (reason.empty() ? "" : ": " + reason) + "; next attempt in " +
+                               secondsOf(kWaitAfterNoUser));
     services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
                              support::hexString(services_.authenticationKeyHash));
     return retryAfter(kWaitAfterNoUser);

@@ -1,7 +1,7 @@
 #include "remote/Passwords.hpp"
 
+#include "base/DisplayText.hpp"
 #include "client/SecretInput.hpp"
-#include "remote/Console.hpp"
 
 namespace remote {
 namespace {
@@ -37,7 +37,8 @@ PasswordSource passwordSource(const std::optional<SecretText> &given, Terminal &
       base::report(error, "password", 0, "no password fitted");
       return std::optional<SecretText>();
     }
-    return terminal.askSecret("Password for " + printable(file) + ": ", stopDescriptor, error);
+    return terminal.askSecret("Password for " + base::displayText(file) + ": ", stopDescriptor,
+                              error);
   };
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/Descriptor.hpp"
+#include "base/DisplayText.hpp"
 #include "identity/PublicKeyHash.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
@@ -26,7 +27,7 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;
 
 int fail(Console &console, const std::string &what) {
-  console.complain(printable(what));
+  console.complain(what);
   return kFailed;
 }
 
@@ -42,7 +43,13 @@ int deliver(Console &console, const StopSignal &stop, const std::string &what) {
 int listKeys(const KeysCommand &command, const Arguments &arguments, ByteView hash,
              const KeyRing &keys, Console &console, const StopSignal &stop) {
   const std::string path = authenticationKeyPath(arguments.home);
-  console.say(command.asJSON ? keyListingAsJSON(path, hash, keys) : keyListing(path, hash, keys));
+  if (command.asJSON) {
+    console.say(keyListingAsJSON(path, hash, keys));
+  } else {
+    for (const std::string &line : keyListing(path, hash, keys)) {
+      console.say(line);
+    }
+  }
   return deliver(console, stop, "the list of keys");
 }
 
@@ -77,10 +84,10 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
     writer.key("password");
     writer.text(account->password.reveal());
     writer.endObject();
-    console.saySecret("", SecretText(std::move(text)));
+    console.saySecret("", SecretText(base::displayJSON(text)));
   } else {
-    console.say("account:  " + printable(account->name));
-    console.saySecret("password: ", printable(account->password));
+    console.say("account:  " + account->name);
+    console.saySecret("password: ", account->password);
   }
   return deliver(console, stop, "the fresh password");
 }

@@ -76,6 +76,13 @@ TEST_F(Kfyctl, ImportsWhatIsThereAlreadyAlikeFromBothKindsOfFile) {
   }
 }
 
+TEST_F(Kfyctl, ShowsNoControlsOfALabelAndKeepsThemInJSON) {
+  const std::string label = "a\x1B[2J\u009B\nb";
+  EXPECT_EQ(kfyctl({"identity", "create", "--common-name", "host", "--label", label}).status, 0);
+  EXPECT_THAT(kfyctl({"identity", "show", label}).output, HasSubstr("          a?[2J??b\n"));
+  EXPECT_THAT(kfyctl({"identity", "list", "--json"}).output, HasSubstr(R"(a\u001b[2J\u009b\nb")"));
+}
+
 TEST_F(Kfyctl, WritesReadsAndDeletesASetting) {
   EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "YES"}).status, 0);
   EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "debugLogging = true\n");

@@ -19,14 +19,6 @@ const std::string kDigits = "DEE1000000000000000000000000000000000ACE";
 const Pairing kAda{"ada", *support::dataWithHexString(kDigits)};
 const Pairing kNamedLikeNoOther{"jörg o'neil", Bytes(20, 7)};
 
-TEST(PairingListing, HasALineForEachKeyBehindHeaderAndSection) {
-  const std::string header = "SmartCard: com.corvane.keyferry.ctkextension\n";
-  EXPECT_EQ(ctl::listingOf(std::vector{kAda, kNamedLikeNoOther}),
-            header + "Paired identities which are used for authentication\n" + kDigits +
-                "\tada\n0707070707070707070707070707070707070707\tjörg o'neil\n");
-  EXPECT_EQ(ctl::listingOf({}), header);
-}
-
 TEST(PairingFile, IsRootsAloneAndKeepsComments) {
   const fakes::TemporaryFolder folder;
   const PairingFile file(folder / "etc/pairings.toml");

@@ -11,6 +11,7 @@
 #include "base/Root.hpp"
 #include "client/CardMarker.hpp"
 #include "crypto/Digest.hpp"
+#include "driver/CardReading.hpp"
 #include "driver/Driver.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 #include "protocol/CardList.hpp"
@@ -65,7 +66,10 @@ class DaemonCardTest : public testing::Test {
     auto reply = QuillMessage::initWithReplyMessageForCommand(request.command, /*status=*/true,
                                                               request.messageID);
     if (request.command == QuillCommandGetCertificates) {
-      const std::scoped_lock lock(mutex_);
+      std::exchange(whenListed_, [] {})();
+    }
+    const std::scoped_lock lock(mutex_);
+    if (request.command == QuillCommandGetCertificates) {
       reply.certificates = list_;
       ++listings_;
       return reply;
@@ -78,7 +82,7 @@ class DaemonCardTest : public testing::Test {
     if (deed == withdraws || deed == isSilent) {
       return std::nullopt;
     }
-    reply.status = deed != refuses;
+    reply.status = deed != refuses && !list_->entries().empty();
     reply.signedData = deed == answers || deed == isConfused ? Bytes{7, 8} : Bytes();
     reply.decryptedData = SecretBytes(Bytes{9});
     reply.command = deed == isConfused ? QuillCommandDecryptData : reply.command;
@@ -87,11 +91,17 @@ class DaemonCardTest : public testing::Test {
 
   CardSurroundings surroundings(bool isFolderPrivate) {
     return {[this](const client::Patience &patience, Error *error) {
+              if (!daemon_) {
+                base::report(error, "test", 0, "no daemon runs");
+                std::exchange(whenRefused_, [] {})();
+                return std::unique_ptr<client::Connection>();
+              }
               return client::Connection::open(client::kLoopbackHost, daemon_->port(),
                                               client::judgeByKeyOf(identity_.certificate), patience,
                                               error);
             },
-            [isFolderPrivate] { return isFolderPrivate; }};
+            [isFolderPrivate] { return isFolderPrivate; },
+            [this](const std::string &line) { journal_.push_back(line); }};
   }
 
   UseOutcome outcomeOf(Deed deed) {
@@ -102,13 +112,16 @@ class DaemonCardTest : public testing::Test {
   std::mutex mutex_;
   QuillMessage::Certificates list_;
   std::atomic<int> listings_ = 0;
-  std::optional<fakes::ScriptedDaemon> daemon_{
-      std::in_place, identity_, std::uint16_t{0},
-      [this](fakes::ServedConnection &connection, int /*number*/) { serve(connection); }};
+  std::vector<std::string> journal_;
+  std::function<void()> whenListed_ = [] {};   // happens once
+  std::function<void()> whenRefused_ = [] {};  // by a daemon that does not run; happens once
+  fakes::ScriptedDaemon::Serve serve_ = [this](auto &connection, int) { serve(connection); };
+  std::optional<fakes::ScriptedDaemon> daemon_{std::in_place, identity_, std::uint16_t{0}, serve_};
   CardTimes times_{.use = milliseconds(10000),
                    .list = milliseconds(10000),
                    .away = milliseconds(20),
                    .glance = milliseconds(5),
+                   .restart = std::chrono::hours(1),
                    .again = milliseconds(0)};
   DaemonCard card_{times_, surroundings(/*isFolderPrivate=*/false)};
 };
@@ -165,6 +178,18 @@ TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
   EXPECT_EQ(listings_, 2);
 }
 
+TEST_F(DaemonCardTest, ReadsTheBeginningOfALongList) {
+  std::vector<support::CertificateInfo> infos(kMostCertificates + 1,
+                                              entry(identity_.certificate, "key"));
+  infos.back().label = "left out";
+  setList(infos);
+  EXPECT_EQ(card_.content()->size(), kMostCertificates);
+  putMarker();
+  EXPECT_EQ(card_.content()->back().label, "key");
+  ASSERT_EQ(journal_.size(), 1U) << "said once";
+  EXPECT_NE(journal_[0].find(" 1025 certificates, of which 1 are left out"), std::string::npos);
+}
+
 TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   setList({entry(identity_.certificate, "key")});
   const auto identity = card_.content()->at(0);
@@ -188,6 +213,36 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   times_.use = milliseconds(30);
   DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
   EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, SecretText("")).outcome, UseOutcome::timedOut);
+}
+
+// Beside the rows above, in which the daemon runs without the card: they would wait for an hour.
+TEST_F(DaemonCardTest, AUseAwaitsADaemonThatRestarts) {
+  setList({entry(identity_.certificate, "key")});
+  const auto identity = card_.content()->at(0);
+  const auto sign = [&](DaemonCard &card) {
+    return card.sign(identity, Bytes{answers}, SecretText("")).outcome;
+  };
+  // killed, so that its marker stays until it runs again
+  daemon_.reset();
+  setList({});
+  whenRefused_ = [&] {
+    removeMarker();
+    daemon_.emplace(identity_, std::uint16_t{0}, serve_);
+  };
+  whenListed_ = [&] {
+    setList({entry(identity_.certificate, "key")});
+    putMarker();
+  };
+  EXPECT_EQ(sign(card_), UseOutcome::done);
+
+  DaemonCard stranger(times_, surroundings(/*isFolderPrivate=*/false));
+  times_.restart = milliseconds(20);
+  DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
+  EXPECT_TRUE(hasty.content());
+  removeMarker();
+  daemon_.reset();
+  EXPECT_EQ(sign(hasty), UseOutcome::cardGone);
+  EXPECT_EQ(sign(stranger), UseOutcome::cardGone);
 }
 
 TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
@@ -225,18 +280,25 @@ TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   EXPECT_NE(blind.lastTrouble(), "");
 }
 
-TEST(PrivateFolder, IsAPartOfAFileSystemThatIsMountedElsewhereToo) {
+TEST(PrivateFolder, IsMountedForThisProgramAlone) {
   const std::string disk = "22 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n";
+  const std::string slave = "22 1 8:1 / / rw shared:40 master:1 - ext4 /dev/sda1 rw\n";
   const std::string subvolumes =
       "22 1 0:25 /@ / rw - btrfs /dev/sda1 rw\n23 22 0:25 /@tmp /tmp rw - btrfs /dev/sda1 rw\n";
   const std::string memory = "23 22 0:30 / /tmp rw shared:2 - tmpfs tmpfs rw\n";
-  EXPECT_FALSE(isBoundFolder("", "/tmp"));
-  EXPECT_FALSE(isBoundFolder("nonsense\n\n1 2 3\n" + disk, "/tmp"));
-  EXPECT_FALSE(isBoundFolder(disk + memory, "/tmp"));
-  EXPECT_FALSE(isBoundFolder(subvolumes, "/tmp"));
-  EXPECT_TRUE(isBoundFolder(disk + "23 22 8:1 /tmp/own-1/tmp /tmp rw - ext4 /dev/sda1 rw", "/tmp"));
-  EXPECT_TRUE(
-      isBoundFolder(disk + memory + "24 23 0:30 /own-1/tmp /tmp rw - tmpfs tmpfs rw\n", "/tmp"));
+  const std::pair<std::string, bool> kCases[] = {
+      {"", false},
+      {"nonsense\n\n1 2 3\n" + disk, false},
+      {disk + memory, false},
+      {slave + "23 22 0:30 / /tmp rw shared:41 master:2 - tmpfs tmpfs rw\n", false},
+      {subvolumes, false},
+      {disk + "23 22 8:1 /tmp/own-1/tmp /tmp rw - ext4 /dev/sda1 rw", true},
+      {disk + memory + "24 23 0:30 /own-1/tmp /tmp rw - tmpfs tmpfs rw\n", true},
+      {slave + memory, true},  // in the namespace of a service
+      {"23 22 0:30 / /tmp rw - tmpfs tmpfs rw\n", true}};
+  for (const auto &[mountInfo, isPrivate] : kCases) {
+    EXPECT_EQ(isPrivateMount(mountInfo, "/tmp"), isPrivate) << mountInfo;
+  }
 }
 
 }  // namespace

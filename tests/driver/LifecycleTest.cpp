@@ -1,12 +1,8 @@
 #include <openssl/err.h>
 
 #include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
-#include "base/Root.hpp"
 #include "driver/TokenUser.hpp"
 #include "fakes/ChildProcess.hpp"
 
@@ -16,15 +12,10 @@ namespace {
 class TokenUserWithSettings : public TokenUser {
  protected:
   void use(const std::string &settings) {
-    const std::string folder = base::rooted("/etc/keyferry");
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder + "/pkcs11.toml") << settings;
+    writeSettings(settings);
     EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
     EXPECT_EQ(f.C_Initialize(nullptr), CKR_OK);
     session = opened();
-  }
-  ~TokenUserWithSettings() override {
-    std::filesystem::remove(base::rooted("/etc/keyferry/pkcs11.toml"));
   }
 
   CK_RV loginWith(std::string pin) {
@@ -40,14 +31,6 @@ class TokenUserWithSettings : public TokenUser {
   }
 };
 
-TEST_F(TokenUser, TheTableHasEveryFunction) {
-  std::array<void *, (sizeof(CK_FUNCTION_LIST) - sizeof(void *)) / sizeof(void *)> functions{};
-  std::memcpy(functions.data(), &f.C_Initialize, sizeof functions);
-  for (const void *function : functions) {
-    EXPECT_NE(function, nullptr);
-  }
-}
-
 TEST_F(TokenUser, InitialisesOnceAndAgain) {
   CK_INFO info{};
   CK_C_INITIALIZE_ARGS strange{};
@@ -56,6 +39,11 @@ TEST_F(TokenUser, InitialisesOnceAndAgain) {
   EXPECT_EQ(f.C_Finalize(nullptr), CKR_OK);
   EXPECT_EQ(f.C_Finalize(nullptr), CKR_CRYPTOKI_NOT_INITIALIZED);
   EXPECT_EQ(f.C_GetInfo(&info), CKR_CRYPTOKI_NOT_INITIALIZED);
+  strange.LockMutex = [](void *) { return CK_RV{CKR_OK}; };
+  EXPECT_EQ(f.C_Initialize(&strange), CKR_ARGUMENTS_BAD)
+      << "some functions for locks without others";
+  strange.UnlockMutex = strange.DestroyMutex = strange.LockMutex;
+  strange.CreateMutex = [](void **) { return CK_RV{CKR_OK}; };
   EXPECT_EQ(f.C_Initialize(&strange), CKR_OK);
   EXPECT_EQ(f.C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
 }
@@ -114,15 +102,16 @@ TEST_F(TokenUser, WaitingEndsWithTheDriver) {
   EXPECT_EQ(result, CKR_CRYPTOKI_NOT_INITIALIZED);
 }
 
-TEST_F(TokenUserWithSettings, WithoutAPinNobodyHasToLogIn) {
-  EXPECT_EQ(tokenFlags(), CKF_TOKEN_INITIALIZED | CKF_RNG | CKF_WRITE_PROTECTED);
-  EXPECT_EQ(loginWith("1234"), CKR_OK);
-  EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256)), CKR_OK);
-  EXPECT_EQ(card.lastPin, "");
+TEST_F(TokenUserWithSettings, WithoutThemNothingOfAnEd25519KeyIsShown) {
+  use("");
+  EXPECT_EQ(found({}).size(), 3 * (usualKeyCount - 1));
+  card.insert({usualKeys()[ed25519]});
+  EXPECT_EQ(found({}).size(), 0U);
+  EXPECT_TRUE(hasReported("write showEd25519 true"));
 }
 
 TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
-  use("pinMode = \"pass\"\n");
+  use("pinMode = \"pass\"\nshowEd25519 = true\n");
   EXPECT_EQ(tokenFlags() & CKF_LOGIN_REQUIRED, CKF_LOGIN_REQUIRED);
   EXPECT_EQ(found({}).size(), 2 * usualKeyCount);
   EXPECT_EQ(loginWith(""), CKR_PIN_LEN_RANGE);
@@ -146,12 +135,17 @@ TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
   EXPECT_EQ(found({}).size(), 2U);
 }
 
-TEST_F(TokenUserWithSettings, AHolderThatAsksForThePinGetsNone) {
-  use("pinMode = \"protected\"\n");
-  EXPECT_EQ(tokenFlags() & CKF_PROTECTED_AUTHENTICATION_PATH, CKF_PROTECTED_AUTHENTICATION_PATH);
-  ASSERT_EQ(f.C_Login(session, CKU_USER, nullptr, 0), CKR_OK);
-  EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256)), CKR_OK);
-  EXPECT_EQ(card.lastPin, "");
+TEST_F(TokenUserWithSettings, NoPinGoesAnywhereElse) {
+  constexpr CK_FLAGS kLogin =
+      CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED | CKF_PROTECTED_AUTHENTICATION_PATH;
+  for (const auto &[settings, flags] :
+       {std::pair("", CK_FLAGS{0}), std::pair("pinMode = \"protected\"\n", kLogin)}) {
+    use(settings);
+    EXPECT_EQ(tokenFlags(), CKF_TOKEN_INITIALIZED | CKF_RNG | CKF_WRITE_PROTECTED | flags);
+    EXPECT_EQ(loginWith("1234"), CKR_OK);
+    EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256)), CKR_OK);
+    EXPECT_EQ(card.lastPin, "");
+  }
 }
 
 }  // namespace

@@ -29,8 +29,8 @@ class Signatures : public TokenUser {
   const Bytes sixty = Bytes(60, 0x5A);
 };
 
-// In one call and in parts, with a question for the length before; the token's own verification
-// accepts both and nothing else.
+// In one call and in parts, which do not mix, with a question for the length before; the token's
+// own verification accepts both and nothing else.
 TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
   const SigningCase kCases[] = {
       {"RSABytes", rsa, CKM_RSA_PKCS, Bytes(245, 3)},
@@ -57,6 +57,8 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     ASSERT_EQ(f.C_SignInit(session, &given, object), CKR_OK);
     EXPECT_EQ(f.C_SignInit(session, &given, object), CKR_OPERATION_ACTIVE);
     ASSERT_EQ(f.C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(f.C_SignUpdate(session, message.data(), 1), CKR_OPERATION_ACTIVE);
+    EXPECT_EQ(f.C_SignFinal(session, nullptr, &length), CKR_OPERATION_ACTIVE);
     Bytes whole(length);
     CK_ULONG tooShort = length - 1;
     EXPECT_EQ(f.C_Sign(session, message.data(), message.size(), whole.data(), &tooShort),
@@ -72,6 +74,8 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     const std::size_t half = message.size() / 2;
     ASSERT_EQ(f.C_SignInit(session, &given, object), CKR_OK);
     ASSERT_EQ(f.C_SignUpdate(session, message.data(), half), CKR_OK);
+    EXPECT_EQ(f.C_Sign(session, message.data(), half, inParts.data(), &length),
+              CKR_OPERATION_ACTIVE);
     ASSERT_EQ(f.C_SignUpdate(session, message.data() + half, message.size() - half), CKR_OK);
     ASSERT_EQ(f.C_SignFinal(session, inParts.data(), &length), CKR_OK);
     EXPECT_EQ(card.uses, 2);
@@ -81,8 +85,23 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     whole[whole.size() / 2] ^= 1;
     ASSERT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, row.key)), CKR_OK);
     ASSERT_EQ(f.C_VerifyUpdate(session, message.data(), message.size()), CKR_OK);
+    EXPECT_EQ(f.C_Verify(session, nullptr, 0, whole.data(), whole.size()), CKR_OPERATION_ACTIVE);
     EXPECT_EQ(f.C_VerifyFinal(session, whole.data(), whole.size()), CKR_SIGNATURE_INVALID);
   }
+}
+
+TEST_F(TokenUser, ADigestIsMadeWholeOrInParts) {
+  CK_MECHANISM given{CKM_SHA256, nullptr, 0};
+  Bytes out(32);
+  CK_ULONG length = 0;
+  EXPECT_EQ(f.C_DigestInit(session, &given), CKR_OK);
+  EXPECT_EQ(f.C_Digest(session, out.data(), 1, nullptr, &length), CKR_OK);
+  EXPECT_EQ(f.C_DigestFinal(session, out.data(), &length), CKR_OPERATION_ACTIVE);
+  EXPECT_EQ(f.C_Digest(session, out.data(), 1, out.data(), &length), CKR_OK);
+  EXPECT_EQ(f.C_DigestInit(session, &given), CKR_OK);
+  EXPECT_EQ(f.C_DigestUpdate(session, out.data(), 1), CKR_OK);
+  EXPECT_EQ(f.C_Digest(session, out.data(), 1, out.data(), &length), CKR_OPERATION_ACTIVE);
+  EXPECT_EQ(f.C_DigestFinal(session, out.data(), &length), CKR_OK);
 }
 
 struct RefusedCase {

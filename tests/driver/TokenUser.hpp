@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
+#include "base/Root.hpp"
 #include "driver/FunctionList.hpp"
 #include "driver/Process.hpp"
 #include "fakes/FakeCard.hpp"
@@ -14,6 +18,13 @@ namespace driver {
 inline crypto::PrivateKey madeCurveKey(const char *curve) {
   return crypto::PrivateKey(
       std::shared_ptr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve), EVP_PKEY_free));
+}
+
+// Whether the machine's log, here a file of the sandboxed root, holds a text.
+inline bool hasReported(const std::string &text) {
+  std::ifstream log(base::rooted("/var/log/unified.log"));
+  const std::string lines(std::istreambuf_iterator<char>(log), {});
+  return lines.find(text) != std::string::npos;
 }
 
 // The keys of the usual card, made once. A modulus of 1025 bits ends a byte after a PSS block.
@@ -37,6 +48,7 @@ CK_MECHANISM mechanismOf(CK_MECHANISM_TYPE type, Parameters &parameters) {
 class TokenUser : public testing::Test {
  protected:
   TokenUser() {
+    writeSettings("showEd25519 = true\n");
     Process::useCardFactory(fakes::CardInHand::factory);
     card.insert(usualKeys());
     card.outcome = UseOutcome::done;
@@ -46,6 +58,12 @@ class TokenUser : public testing::Test {
     session = opened();
   }
   ~TokenUser() override { f.C_Finalize(nullptr); }
+
+  static void writeSettings(const std::string &text) {
+    const std::string folder = base::rooted("/etc/keyferry");
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/pkcs11.toml") << text;
+  }
 
   CK_SESSION_HANDLE opened() {
     CK_SESSION_HANDLE handle = 0;

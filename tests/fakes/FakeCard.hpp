@@ -70,6 +70,7 @@ class FakeCard : public driver::Card {
     const std::lock_guard lock(card_.mutex);
     return card_.content;
   }
+  void awaitRestart() override {}
   std::uint64_t generation() override {
     const std::lock_guard lock(card_.mutex);
     return card_.generation;

@@ -9,6 +9,7 @@
 
 #include "fakes/MadeKeys.hpp"
 #include "system/CardMachine.hpp"
+#include "system/Peer.hpp"
 
 namespace system_tests {
 namespace {
@@ -107,6 +108,15 @@ TEST_F(Programs, OpenSSHListsTheKeysAndLogsIn) {
             "ssh -F ssh.conf -I $MODULE card 'echo I am in' 2>ssh.log || { cat ssh.log; exit 1; }"),
         "I am in\n");
   }
+}
+
+// The second line would be pasted into authorized_keys as well.
+TEST_F(Programs, OpenSSHPrintsOneLineForAKeyWhateverItsLabel) {
+  pair(otherRSAIdentity().key);
+  Peer holder = Peer::remote();
+  ASSERT_TRUE(holder.authenticate(otherRSAIdentity()));
+  ASSERT_TRUE(holder.ask(insertionOf(rsaIdentity(), "key\nssh-rsa AAAA mallory\x1B[2K")).status);
+  EXPECT_EQ(shell("ssh-keygen -D $MODULE | cut -d' ' -f3-"), "key?ssh-rsa AAAA mallory?[2K\n");
 }
 
 // The agent runs the driver in a process of its own and keeps it for long.

@@ -30,10 +30,10 @@ QuillMessage signRequest(const Bytes &data, const crypto::Identity &card) {
   return QuillMessage::initCommandMessageSignData(data, card.certificate.sha1(), SecretText());
 }
 
-QuillMessage insertionOf(const crypto::Identity &card) {
+QuillMessage insertionOf(const crypto::Identity &card, const std::string &label) {
   const auto text = support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
   const protocol::CardElement element =
-      support::CertificateInfo{text, true, true, true, "key", std::nullopt};
+      support::CertificateInfo{text, true, true, true, label, std::nullopt};
   return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
       protocol::makeCardList({&element, 1}));
 }

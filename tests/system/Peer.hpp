@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
 #include "base/Bytes.hpp"
 #include "client/Connection.hpp"
@@ -25,7 +26,8 @@ namespace system_tests {
                                        const crypto::Identity &card = otherRSAIdentity());
 
 // Inserts this card.
-[[nodiscard]] QuillMessage insertionOf(const crypto::Identity &card);
+[[nodiscard]] QuillMessage insertionOf(const crypto::Identity &card,
+                                       const std::string &label = "key");
 
 // A connection to the daemon as a test uses it: asked for and answered in the test's own thread.
 class Peer {

@@ -1,0 +1,77 @@
+#include "driver/FirstUse.hpp"
+
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <pthread.h>
+
+#include <functional>
+#include <mutex>
+
+#include "base/Root.hpp"
+#include "base/UUID.hpp"
+#include "crypto/ErrorQueue.hpp"
+#include "support/LogPlatform.hpp"
+
+namespace driver {
+namespace {
+
+// Recursive, since a signal handler may fork in a thread that holds it.
+constexpr pthread_mutex_t kFresh = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+pthread_mutex_t theGate = kFresh;
+
+class Gate {
+ public:
+  Gate() { ::pthread_mutex_lock(&theGate); }
+  ~Gate() { ::pthread_mutex_unlock(&theGate); }
+  Gate(const Gate &) = delete;
+  Gate &operator=(const Gate &) = delete;
+};
+
+// The value is set in threads that are prepared.
+pthread_key_t theKey;
+bool hasKey = false;
+pthread_once_t isSetUp = PTHREAD_ONCE_INIT;  // which, unlike others, a child of fork finds usable
+
+// Before OpenSSL's own destructor, whose key is younger where the program does not use OpenSSL
+// itself. Does nothing after the library was shut down.
+void leaveThread(void * /*value*/) {
+  const Gate gate;
+  OPENSSL_thread_stop();
+}
+
+void setUp() {
+  hasKey = ::pthread_key_create(&theKey, leaveThread) == 0;
+  // the child's thread is not the one that locked it
+  (void)::pthread_atfork([] { ::pthread_mutex_lock(&theGate); },
+                         [] { ::pthread_mutex_unlock(&theGate); }, [] { theGate = kFresh; });
+}
+
+void useAllOnce() {
+  // first of all: who uses the library first decides that it gets no exit handler, which would take
+  // its locks in a child as well
+  (void)crypto::libraryHasEnded();
+  (void)ERR_peek_error();  // its state of this thread
+  // static objects
+  (void)base::root();
+  (void)std::hash<UUID>()(UUID::random());
+  (void)support::logPlatform();
+  // thread-local objects of the C++ library, for which the loader may have to make room
+  std::once_flag once;
+  std::call_once(once, [] {});
+}
+
+}  // namespace
+
+void prepareThread() {
+  (void)::pthread_once(&isSetUp, setUp);
+  if (hasKey && ::pthread_getspecific(theKey) != nullptr) {
+    return;
+  }
+  const Gate gate;
+  useAllOnce();
+  if (hasKey) {
+    (void)::pthread_setspecific(theKey, &theKey);
+  }
+}
+
+}  // namespace driver
