@@ -5,6 +5,7 @@
 #include <ostream>
 #include <utility>
 
+#include "base/LowerCase.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/DateText.hpp"
@@ -12,7 +13,6 @@
 #include "ctl/KeychainTrouble.hpp"
 #include "ctl/KnownSettings.hpp"
 #include "identity/FingerprintText.hpp"
-#include "identity/LowerCase.hpp"
 #include "identity/NewIdentity.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "identity/QueryWithAttributes.hpp"
@@ -126,9 +126,8 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
     return std::nullopt;
   }
   const auto hash = name ? std::nullopt : support::dataWithHexString(*hashText);
-  const auto records =
-      allThatMatch(name ? hasLabel(identity::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})),
-                   session, failure);
+  const auto records = allThatMatch(
+      name ? hasLabel(base::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})), session, failure);
   if (records && records->empty()) {
     failure = {"no TLS identity " +
                    (name ? "named " + quoted(*name) : "with the SHA-1 hash " + *hashText) +

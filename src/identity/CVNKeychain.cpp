@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "identity/LowerCase.hpp"
+#include "base/LowerCase.hpp"
 #include "identity/PublicKeyHash.hpp"
 #include "identity/QueryWithAttributes.hpp"
 #include "support/CVNLog.hpp"
@@ -116,7 +116,7 @@ CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSHA1Hash(
 
 CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSubjectName(
     const std::string &name, bool tokenOnly, const std::optional<SecretText> &pin) const {
-  const std::string lowered = identity::lowerCase(name);
+  const std::string lowered = base::lowerCase(name);
   return findFirst(tokenOnly, pin,
                    [&](const IdentityRecord &record) { return record.label == lowered; });
 }

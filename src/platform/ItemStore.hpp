@@ -29,7 +29,7 @@ inline constexpr const char *kTokenAccessGroup = "token";
 struct IdentityQuery {
   std::optional<std::string> tokenID;          // only identities on that token
   std::optional<std::string> accessGroup;      // only items of that group
-  std::optional<std::string> subjectContains;  // only certificates whose subject contains the text
+  std::optional<std::string> subjectContains;  // see crypto::Certificate::subjectContains
   bool returnAttributes = false;
   bool returnReference = false;
   const SecretText *pin = nullptr;  // carried by an authentication context; borrowed for the call

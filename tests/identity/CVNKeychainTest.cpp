@@ -1,9 +1,9 @@
 #include "identity/CVNKeychain.hpp"
 
+#include "base/LowerCase.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/MadeIdentity.hpp"
-#include "identity/LowerCase.hpp"
 
 namespace {
 
@@ -45,7 +45,7 @@ TEST_F(Keychain, LowersTheNameButNotTheLabel) {
   EXPECT_EQ(keychain.findIdentityWithSubjectName("Server Identity", /*tokenOnly=*/false, kNoPIN),
             onToken.reference)
       << "a label with capitals never matches";
-  EXPECT_EQ(identity::lowerCase("ÄÖ\xFFẞ x"), "äö\xFFß x");
+  EXPECT_EQ(base::lowerCase("ÄÖ\xFFẞ x"), "äö\xFFß x");
 }
 
 TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {

@@ -30,8 +30,8 @@ class SqliteItemStore : public platform::ItemStore {
   // `path` is used as given (see base::rooted).
   SqliteItemStore(std::string path, Reporter reporter);
 
-  // In the order in which they were added. `subjectContains` ignores the case of ASCII letters. A
-  // query that asks for neither attributes nor references gets references.
+  // In the order in which they were added. A query that asks for neither attributes nor references
+  // gets references.
   [[nodiscard]] platform::IdentityMatches searchIdentities(
       const platform::IdentityQuery &query) override;
 

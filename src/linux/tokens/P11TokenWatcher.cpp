@@ -172,16 +172,6 @@ void reportHidden(const OpenToken &open, const platform::TokenWatcher::IsWanted 
   }
 }
 
-// Whether the subject holds the text, in either case of ASCII letters.
-bool hasSubject(const IdentityRecord &record, const std::string &text) {
-  const auto lowered = [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
-  };
-  const std::string subject = record.reference->certificate.subject();
-  return text.empty() || !std::ranges::search(subject, text, {}, lowered, lowered).empty();
-}
-
 }  // namespace
 
 P11TokenWatcher::P11TokenWatcher(Report report, std::optional<std::string> moduleFolder)
@@ -212,10 +202,10 @@ IdentityMatches P11TokenWatcher::searchIdentities(const IdentityQuery &query,
   IdentityMatches matches;
   for (OpenToken &open : tokens) {
     reportHidden(open, isWanted, report_);
-    std::ranges::copy_if(open.records, std::back_inserter(matches.records),
-                         [&](const IdentityRecord &record) {
-                           return hasSubject(record, query.subjectContains.value_or(""));
-                         });
+    std::ranges::copy_if(
+        open.records, std::back_inserter(matches.records), [&](const IdentityRecord &record) {
+          return record.reference->certificate.subjectContains(query.subjectContains.value_or(""));
+        });
   }
   matches.status = matches.records.empty() ? platform::itemNotFound : platform::itemSuccess;
   return matches;
