@@ -104,6 +104,9 @@ platform::IdentityMatches CVNKeychain::searchEverywhere(const IdentityQuery &que
   platform::IdentityMatches onTokens = tokens_.searchIdentities(query, /*isWanted=*/nullptr);
   found.status = combined(found.status, onTokens.status);
   std::ranges::move(onTokens.records, std::back_inserter(found.records));
+  if (found.status != platform::itemSuccess) {
+    found.records.clear();  // it is one query, which has failed
+  }
   return found;
 }
 

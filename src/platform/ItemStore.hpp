@@ -13,7 +13,7 @@
 
 namespace platform {
 
-// The outcome of a keychain operation.
+// The outcome of a keychain operation. Other numbers are errors of a token: see TokenWatcher.
 enum ItemStatus : std::int32_t {
   itemSuccess = 0,
   itemStoreUnusable = -25291,

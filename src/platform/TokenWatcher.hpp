@@ -26,6 +26,10 @@ class TokenWatcher {
   // tokens have the access group kTokenAccessGroup. Identities whose private key a token hides
   // until it has its PIN are among them; their keys do nothing until then.
   //
+  // A token, slot or module that fails makes the search fail, without records and with its own
+  // error, a CK_RV (PKCS #11 v2.40), as the number of the status. It does not where `isWanted`
+  // finds its record elsewhere, or the query names a token that works.
+  //
   // A PIN in the query is given to one token, once: to the first that holds a record that
   // `isWanted`, else to the first that wants a PIN. PIN refused, and no record, if the token does
   // not take it, or says that one more wrong PIN would lock it, in which case it is not tried.
