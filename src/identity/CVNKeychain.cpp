@@ -7,6 +7,7 @@
 #include "identity/QueryWithAttributes.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
+#include "support/Settings.hpp"
 
 namespace {
 
@@ -165,7 +166,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
     CVNLogDebug("found %li identities", found.records.size());
     std::ranges::transform(found.records, std::back_inserter(list), describeWithKeyHash);
   }
-  if (defaults_.boolean(platform::kStandardDefaults, "debugLogging").value_or(false)) {
+  if (support::isOn(support::kDebugLogging, defaults_)) {
     CVNLogDebug("------certificate array from keychain------");
     for (const CertificateInfo &info : list) {
       CVNLogDebug("%@", info.certificate);
@@ -175,8 +176,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
 }
 
 std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() const {
-  const bool isVerbose =
-      defaults_.boolean(platform::kStandardDefaults, "verboseLogging").value_or(false);
+  const bool isVerbose = support::isOn(support::kVerboseLogging, defaults_);
   CVNLogDebug("querying ios certificates");
   const platform::IdentityMatches found = searchEverywhere(identity::queryWithAttributes());
   if (found.status == platform::itemNotFound) {

@@ -16,6 +16,7 @@
 #include "base/Root.hpp"
 #include "support/CVNLog.hpp"
 #include "support/CVNRealHomeFolder.hpp"
+#include "support/Settings.hpp"
 
 namespace {
 
@@ -70,7 +71,8 @@ std::string freshFolder() {
 }
 
 std::string logFolder(support::LogPlatform &platform) {
-  const auto configured = platform.defaults.text(platform::kStandardDefaults, "LogFolderPath");
+  const auto configured =
+      platform.defaults.text(platform::kStandardDefaults, support::kLogFolderPath.key);
   if (configured && !configured->empty()) {
     const std::string folder = settingsFolder(*configured, platform.realUserID);
     if (existsUnderRoot(folder)) {
@@ -89,14 +91,15 @@ std::string logFolder(support::LogPlatform &platform) {
 }
 
 std::string logFileName(support::LogPlatform &platform) {
-  const auto configured = platform.defaults.text(platform::kStandardDefaults, "LogFileName");
+  const auto configured =
+      platform.defaults.text(platform::kStandardDefaults, support::kLogFileName.key);
   if (configured && !configured->empty()) {
     return *configured;
   }
   if (platform.bundleLogFileName && !platform.bundleLogFileName->empty()) {
     return *platform.bundleLogFileName;
   }
-  return "Keyferry.log";
+  return support::kLogFileName.textIfAbsent;
 }
 
 std::string twoDigits(int value) {

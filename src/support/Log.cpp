@@ -46,8 +46,7 @@ Logging &logging() {
 constexpr const char *kRedactedEntry = "kfy:<private>";
 
 bool lookUpDebugMode(const LogPlatform &platform) {
-  return base::fileExists(base::rooted(kDebugMarker)) ||
-         platform.defaults.boolean(platform::kStandardDefaults, "debugLogging").value_or(false);
+  return base::fileExists(base::rooted(kDebugMarker)) || isOn(kDebugLogging, platform.defaults);
 }
 
 // Whether entries of the unified log hide what they say.

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <regex>
+
 #include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
 #include "fakes/MadeKeys.hpp"
@@ -77,12 +79,50 @@ TEST_F(Kfyctl, ImportsWhatIsThereAlreadyAlikeFromBothKindsOfFile) {
 }
 
 TEST_F(Kfyctl, WritesReadsAndDeletesASetting) {
-  EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "YES"}).status, 0);
+  EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "On"}).status, 0);
   EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "debugLogging = true\n");
   EXPECT_EQ(kfyctl({"defaults", "read", "debugLogging"}).output, "true\n");
   EXPECT_EQ(kfyctl({"defaults", "delete", "debugLogging"}).status, 0);
   EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "");
   EXPECT_EQ(kfyctl({"defaults", "read", "pairingToolSeconds"}).output, "20\n");
+}
+
+TEST_F(Kfyctl, ShowsWhatIsWrongWithEachSetting) {
+  std::filesystem::create_directories(sandboxedRoot() / "etc/keyferry");
+  sandboxedRoot().write("etc/keyferry/kfyd.toml",
+                        "debugLoging = true\ndebugLogging = \"oui\"\nverboseLogging = \"Yes\"\n"
+                        "relayAuthenticationKey = 1.5\nmaxPending = 0\nmaxHandshakes = \"10\"\n"
+                        "maxFrameBytes = 2147483649\nLogFileName = 3\npinMode = \"none\"\n");
+  sandboxedRoot().write(kIdentitySettings, "ssl_certificate_common_name = []\n");
+  sandboxedRoot().write("etc/keyferry/pkcs11.toml", "timeLimitSeconds = 3601\npinMode = \"no\"\n");
+  const std::tuple<std::string, std::string, std::string, std::string> kFaults[] = {
+      {"ssl_certificate_common_name", "is a text, not (an array)", "", ""},
+      {"debugLoging", "is no setting", "", "debugLogging"},
+      {"debugLogging", "is true or false, not \"oui\"", "false", ""},
+      {"relayAuthenticationKey", "is true or false, not (a floating-point number)", "true", ""},
+      {"maxPending", "is a number from 1 to 2147483648, not 0", "16384", ""},
+      {"maxHandshakes", "is a number from 1 to 2147483648, not \"10\"", "256", ""},
+      {"maxFrameBytes", "is a number from 65536 to 2147483648, not 2147483649", "2147483648", ""},
+      {"LogFileName", "is a text, not 3", "Keyferry.log", ""},
+      {"pinMode", "belongs into pkcs11.toml", "", ""},
+      {"timeLimitSeconds", "is a number from 1 to 3600, not 3601", "3600", ""},
+      {"pinMode", "is \"none\", \"pass\" or \"protected\", not \"no\"", "none", ""},
+  };
+  for (const char *command : {"defaults list", "status"}) {
+    std::vector<std::string> words{"defaults", "list"};
+    words = *command == 's' ? std::vector<std::string>{"status"} : words;
+    std::string text = kfyctl(words).output;
+    words.emplace_back("--json");
+    std::string json = kfyctl(words).output;
+    for (const auto &[key, wrong, inForce, nearest] : kFaults) {
+      std::string quoted = std::regex_replace(wrong, std::regex("\""), "\\\"");
+      text.erase(0, text.find(key + " " + wrong + "; " + inForce));
+      json.erase(0, json.find("\"wrong\":\"" + quoted + "\",\"inForce\":\"" + inForce +
+                              "\",\"nearest\":\"" + nearest + "\""));
+      EXPECT_FALSE(text.empty() || json.empty()) << command << ": " << key << " " << wrong;
+    }
+    EXPECT_THAT(text + json, testing::Not(HasSubstr("verboseLogging is")));
+  }
 }
 
 TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
@@ -91,7 +131,7 @@ TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
       {{"defaults", "write", "debugLoging", "true"},
        2,
        "try: kfyctl defaults write debugLogging true"},
-      {{"defaults", "write", "pairingToolSeconds", "0"}, 2, "at least 1"},
+      {{"defaults", "write", "pairingToolSeconds", "0"}, 2, "a number from 1 to 2147483648"},
       {{"identity", "show"}, 1, "no TLS identity is chosen"},
       {{"identity", "show", "--json"}, 1, "{\"error\":\"no TLS identity"},
   };
