@@ -78,7 +78,7 @@ enum class StoreTrouble {
 };
 
 // The machine's keychain. Every operation asks the store anew, may block on it, and leaves it whole
-// if the process dies at any instant.
+// if the process dies at any instant. Takes calls from any thread.
 class ItemStore {
  public:
   virtual ~ItemStore() = default;

@@ -10,7 +10,7 @@ namespace platform {
 
 // Knows which smart-card tokens are present and what identities they hold. Every operation asks the
 // hardware anew, may block on it, and may run other vendors' code in this process: ask where there
-// is need. Calls come from one thread; the keys that are found may be used from any.
+// is need. Takes calls from any thread, one after the other; so do the keys that are found.
 class TokenWatcher {
  public:
   // Whether a record is what the search is for.

@@ -40,7 +40,8 @@ struct StoredSetting {
 inline constexpr std::string_view kStandardDefaults = "kfyd";
 
 // Settings, by domain and key. A change by somebody else is seen at the next look-up, without a
-// restart. A look-up never fails: what is absent, unusable or of another type gives nothing.
+// restart. Takes calls from any thread. A look-up never fails: what is absent, unusable or of
+// another type gives nothing.
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;

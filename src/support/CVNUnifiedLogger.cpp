@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <mutex>
 
 #include "base/Bytes.hpp"
 #include "base/Descriptor.hpp"
@@ -186,6 +187,7 @@ CVNUnifiedLogger::CVNUnifiedLogger(support::LogPlatform &platform)
 }
 
 void CVNUnifiedLogger::logString(std::string_view message, std::int64_t level) {
+  const std::lock_guard lock(support::logMutex());
   if (level == support::kLogLevel && !support::debugModeOn()) {
     return;
   }

@@ -84,24 +84,46 @@ TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder, Moment
 TomlUserDefaults::~TomlUserDefaults() = default;
 
 std::optional<std::string> TomlUserDefaults::text(std::string_view domain, std::string_view key) {
-  const SettingValue *value = find(domain, key);
-  const auto *text = value == nullptr ? nullptr : std::get_if<std::string>(value);
+  const auto value = find(domain, key);
+  const auto *text = value ? std::get_if<std::string>(&*value) : nullptr;
   return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
 std::optional<bool> TomlUserDefaults::boolean(std::string_view domain, std::string_view key) {
-  const SettingValue *value = find(domain, key);
-  return value == nullptr ? std::nullopt : platform::booleanOf(*value);
+  const auto value = find(domain, key);
+  return value ? platform::booleanOf(*value) : std::nullopt;
 }
 
 std::optional<std::int64_t> TomlUserDefaults::integer(std::string_view domain,
                                                       std::string_view key) {
-  const SettingValue *value = find(domain, key);
-  const auto *number = value == nullptr ? nullptr : std::get_if<std::int64_t>(value);
+  const auto value = find(domain, key);
+  const auto *number = value ? std::get_if<std::int64_t>(&*value) : nullptr;
   return number == nullptr ? std::nullopt : std::optional(*number);
 }
 
-const SettingValue *TomlUserDefaults::find(std::string_view domain, std::string_view key) {
+std::optional<SettingValue> TomlUserDefaults::find(std::string_view domain, std::string_view key) {
+  const std::uint64_t moment = moment_ ? moment_() : 0;
+  std::vector<std::string> complaints;
+  std::optional<SettingValue> found;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto &values = current(domain, moment, complaints).values;
+    if (const auto value = values.find(key); value != values.end()) {
+      found = value->second;
+    }
+  }
+  // Only now that the file is up to date and the mutex free: the reporter may look up settings of
+  // the same file, and wait for another thread that does.
+  for (const std::string &complaint : complaints) {
+    if (reporter_) {
+      reporter_(complaint);
+    }
+  }
+  return found;
+}
+
+TomlUserDefaults::File &TomlUserDefaults::current(std::string_view domain, std::uint64_t moment,
+                                                  std::vector<std::string> &complaints) {
   auto place = files_.find(domain);
   if (place == files_.end()) {
     auto file = std::make_unique<File>();
@@ -110,21 +132,12 @@ const SettingValue *TomlUserDefaults::find(std::string_view domain, std::string_
     place = files_.emplace(domain, std::move(file)).first;
   }
   File &file = *place->second;
-  const auto complaints = isOfThisMoment(file) ? std::vector<std::string>() : refresh(file);
-  // only now that the file is up to date: the reporter may look up settings of the same file
-  for (const std::string &complaint : complaints) {
-    if (reporter_) {
-      reporter_(complaint);
-    }
+  // noted first, so that the next look-up in this moment finds the file looked at
+  const std::uint64_t before = std::exchange(file.moment, moment);
+  if (moment == 0 || moment != before) {
+    complaints = refresh(file);
   }
-  const auto value = file.values.find(key);
-  return value == file.values.end() ? nullptr : &value->second;
-}
-
-// Notes the moment, so that the next look-up in it finds the file looked at.
-bool TomlUserDefaults::isOfThisMoment(File &file) const {
-  const std::uint64_t before = std::exchange(file.moment, moment_ ? moment_() : 0);
-  return file.moment != 0 && file.moment == before;
+  return file;
 }
 
 std::vector<std::string> TomlUserDefaults::refresh(File &file) const {

@@ -4,6 +4,8 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -22,6 +24,8 @@ namespace platform_linux {
 // be read keeps the values it had before; one that its group or others can write counts as absent;
 // what the check finds in a file that parses. For want of descriptors the values stay as they are,
 // silently.
+//
+// Takes calls from any thread.
 class TomlUserDefaults : public platform::UserDefaults {
  public:
   // Is given one line that names the file, the line and the cause. It may look settings up here
@@ -51,8 +55,10 @@ class TomlUserDefaults : public platform::UserDefaults {
  private:
   struct File;
 
-  [[nodiscard]] const SettingValue *find(std::string_view domain, std::string_view key);
-  [[nodiscard]] bool isOfThisMoment(File &file) const;
+  [[nodiscard]] std::optional<SettingValue> find(std::string_view domain, std::string_view key);
+  // The domain's file, looked at unless that was in this moment; adds what is to be reported.
+  [[nodiscard]] File &current(std::string_view domain, std::uint64_t moment,
+                              std::vector<std::string> &complaints);
   // Both bring a file up to date and return what is to be reported, a line each.
   [[nodiscard]] std::vector<std::string> refresh(File &file) const;
   [[nodiscard]] std::vector<std::string> take(File &file, std::string_view content) const;
@@ -61,6 +67,7 @@ class TomlUserDefaults : public platform::UserDefaults {
   std::string folder_;
   Moment moment_;
   Check check_;
+  std::mutex mutex_;                                                 // of what follows
   std::map<std::string, std::unique_ptr<File>, std::less<>> files_;  // by domain
 };
 

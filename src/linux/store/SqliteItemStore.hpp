@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
@@ -77,7 +78,7 @@ class SqliteItemStore : public platform::ItemStore {
 
   std::string path_;
   Reporter reporter_;
-  platform::StoreTrouble trouble_ = platform::StoreTrouble::none;
+  std::atomic<platform::StoreTrouble> trouble_ = platform::StoreTrouble::none;
 };
 
 }  // namespace platform_linux

@@ -205,6 +205,7 @@ std::optional<std::string> P11TokenWatcher::moduleFolderOfRoot() {
 }
 
 std::vector<std::string> P11TokenWatcher::tokenIDs() {
+  const std::lock_guard lock(mutex_);
   std::vector<std::string> ids;
   const Modules modules = startModules(moduleFolder_, report_);
   std::ranges::transform(presentTokens(modules.started, report_).places, std::back_inserter(ids),
@@ -217,6 +218,7 @@ IdentityMatches P11TokenWatcher::searchIdentities(const IdentityQuery &query,
   if (query.accessGroup.value_or(platform::kTokenAccessGroup) != platform::kTokenAccessGroup) {
     return {};
   }
+  const std::lock_guard lock(mutex_);
   const Modules modules = startModules(moduleFolder_, report_);
   const PresentTokens present = presentTokens(modules.started, report_);
   CK_RV failure = CKR_OK;
