@@ -4,7 +4,8 @@
 #include <dlfcn.h>
 #include <p11-kit/pkcs11.h>
 
-#include <string_view>
+#include <map>
+#include <string>
 
 #include "fakes/SoftTokens.hpp"
 
@@ -27,28 +28,27 @@ CK_RV atItsLastTry(CK_SLOT_ID slot, CK_TOKEN_INFO *info) {
 }
 
 template <typename... Arguments>
-void breakIf(bool isMeant, CK_RV (*&call)(Arguments...)) {
-  if (isMeant) {
-    call = [](Arguments...) -> CK_RV { return CKR_DEVICE_ERROR; };
-  }
+void fail(CK_RV (*&call)(Arguments...)) {
+  call = [](Arguments...) -> CK_RV { return CKR_DEVICE_ERROR; };
 }
+
+// By the names of the calls that can fail.
+const std::map<std::string, void (*)(CK_FUNCTION_LIST &)> kFaults = {
+    {"last try", [](auto &list) { list.C_GetTokenInfo = atItsLastTry; }},
+    {"C_Initialize", [](auto &list) { fail(list.C_Initialize); }},
+    {"C_GetSlotList", [](auto &list) { fail(list.C_GetSlotList); }},
+    {"C_GetTokenInfo", [](auto &list) { fail(list.C_GetTokenInfo); }},
+    {"C_OpenSession", [](auto &list) { fail(list.C_OpenSession); }},
+    {"C_FindObjectsInit", [](auto &list) { fail(list.C_FindObjectsInit); }},
+    {"C_FindObjects", [](auto &list) { fail(list.C_FindObjects); }},
+    {"C_GetAttributeValue", [](auto &list) { fail(list.C_GetAttributeValue); }}};
 
 }  // namespace
 
 extern "C" CK_RV C_GetFunctionList(CK_FUNCTION_LIST **list) {
   static CK_FUNCTION_LIST functions;
-  const std::string_view fault = getenv("KEYFERRY_FAULT");
   functions = *original();
-  if (fault == "last try") {
-    functions.C_GetTokenInfo = atItsLastTry;
-  }
-  breakIf(fault == "C_Initialize", functions.C_Initialize);
-  breakIf(fault == "C_GetSlotList", functions.C_GetSlotList);
-  breakIf(fault == "C_GetTokenInfo", functions.C_GetTokenInfo);
-  breakIf(fault == "C_OpenSession", functions.C_OpenSession);
-  breakIf(fault == "C_FindObjectsInit", functions.C_FindObjectsInit);
-  breakIf(fault == "C_FindObjects", functions.C_FindObjects);
-  breakIf(fault == "C_GetAttributeValue", functions.C_GetAttributeValue);
+  kFaults.at(getenv("KEYFERRY_FAULT"))(functions);
   *list = &functions;
   return CKR_OK;
 }
