@@ -169,13 +169,12 @@ class Row {
   }
 
   void set(Peer & /*peer*/, unsigned value) {
-    const auto &switches = support::kSwitches;
-    const std::size_t which = input_.below(switches.size() + support::kBounds.size());
-    if (which < switches.size()) {
-      defaults_.values[std::string("kfyd/") + switches[which].key] = value % 2 == 1;
+    const support::Setting &setting = *support::kSettings[input_.below(support::kSettings.size())];
+    auto &stored = defaults_.values[std::string(setting.domain) + "/" + setting.key];
+    if (setting.type == support::SettingType::boolean) {
+      stored = value % 2 == 1;
     } else {
-      const support::Bound &bound = support::kBounds[which - switches.size()];
-      defaults_.values[std::string("kfyd/") + bound.key] = std::int64_t{value};
+      stored = std::int64_t{value};
     }
   }
 

@@ -1,6 +1,7 @@
 #include "base/Root.hpp"
 
 #include <cstdlib>
+#include <filesystem>
 
 namespace base {
 
@@ -23,8 +24,15 @@ const std::string &root() {
   return value;
 }
 
-std::string rooted(std::string_view absolutePath) {
-  return root() + std::string(absolutePath);
+std::string rooted(std::string_view path) {
+  namespace fs = std::filesystem;
+  if (root().empty()) {
+    return std::string(path);
+  }
+  if (path.starts_with('/') && path.find("..") == std::string_view::npos) {
+    return root() + std::string(path);
+  }
+  return root() + (fs::path("/") / path).lexically_normal().string();
 }
 
 }  // namespace base

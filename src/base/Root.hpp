@@ -9,8 +9,9 @@ namespace base {
 // started with raised privileges, else "". Read once.
 [[nodiscard]] const std::string &root();
 
-// Where an absolute path lies under the root. Fields and messages hold the system's own names; this
+// Where a path lies under the root. Fields and messages hold the system's own names; this
 // mapping happens at the system call. A path that is already below the root is mapped all the same.
-[[nodiscard]] std::string rooted(std::string_view absolutePath);
+// Where a root is set, neither a relative path, which counts from it, nor ".." leads out of it.
+[[nodiscard]] std::string rooted(std::string_view path);
 
 }  // namespace base

@@ -10,6 +10,7 @@
 #include <limits>
 #include <new>
 
+#include "base/LowerCase.hpp"
 #include "crypto/Digest.hpp"
 #include "crypto/Library.hpp"
 #include "crypto/Owned.hpp"
@@ -48,6 +49,19 @@ Bytes derOf(const T *object, int (*encode)(const T *, std::uint8_t **)) {
   Bytes bytes(encoded, encoded + std::max(length, 0));
   OPENSSL_free(encoded);
   return bytes;
+}
+
+// The value of one of a name's attributes as UTF-8; nothing if it is no text.
+std::optional<std::string> valueOf(const X509_NAME_ENTRY *entry) {
+  unsigned char *text = nullptr;
+  const int length = ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(entry));
+  ERR_clear_error();
+  if (length < 0) {
+    return std::nullopt;
+  }
+  std::string value(reinterpret_cast<const char *>(text), static_cast<std::size_t>(length));
+  OPENSSL_free(text);
+  return value;
 }
 
 // Empties this thread's error queue. True if what failed did for want of memory, which may show in
@@ -147,16 +161,19 @@ std::optional<std::string> Certificate::commonName() const {
   if (last < 0) {
     return std::nullopt;
   }
-  unsigned char *text = nullptr;
-  const int length =
-      ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, last)));
-  ERR_clear_error();
-  if (length < 0) {
-    return std::nullopt;
+  return valueOf(X509_NAME_get_entry(name, last));
+}
+
+bool Certificate::subjectContains(std::string_view text) const {
+  const std::string wanted = base::lowerCase(text);
+  const X509_NAME *name = X509_get_subject_name(native());
+  for (int index = 0; !text.empty() && index < X509_NAME_entry_count(name); ++index) {
+    const auto value = valueOf(X509_NAME_get_entry(name, index));
+    if (value && base::lowerCase(*value).find(wanted) != std::string::npos) {
+      return true;
+    }
   }
-  std::string result(reinterpret_cast<const char *>(text), static_cast<std::size_t>(length));
-  OPENSSL_free(text);
-  return result;
+  return text.empty();
 }
 
 std::string Certificate::subject() const {

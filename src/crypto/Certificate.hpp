@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/Bytes.hpp"
@@ -52,6 +53,11 @@ class Certificate {
   // The subject in one line as UTF-8 (RFC 2253 order reversed: "CN = …" last or first as in the
   // file).
   [[nodiscard]] std::string subject() const;
+
+  // Whether the value of one of the subject's attributes contains the text, upper and lower case
+  // being the same (see base::lowerCase). The names of attributes and what stands between them do
+  // not count. Every subject contains the empty text.
+  [[nodiscard]] bool subjectContains(std::string_view text) const;
 
   // DER as it stands in the certificate: the names, and the serial number as an INTEGER.
   [[nodiscard]] Bytes subjectDER() const;

@@ -14,7 +14,7 @@
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
-#include "ctl/KnownSettings.hpp"
+#include "ctl/StoredSettings.hpp"
 #include "support/DebugMode.hpp"
 
 namespace ctl {
@@ -25,13 +25,14 @@ std::string markerPath() {
 }
 
 bool isTurnedOnBySetting() {
-  const auto value = storedSetting("kfyd", "debugLogging");
-  return value && isTrue(*value);
+  const auto value = storedSetting(support::kDebugLogging.domain, support::kDebugLogging.key);
+  return value && platform::booleanOf(*value).value_or(false);
 }
 
 std::string logFolder() {
-  const auto value = storedSetting("kfyd", "LogFolderPath");
-  const std::string folder = value ? textOf(*value) : "";
+  const auto value = storedSetting(support::kLogFolderPath.domain, support::kLogFolderPath.key);
+  const auto *const text = value ? std::get_if<std::string>(&*value) : nullptr;
+  const std::string folder = text == nullptr ? "" : *text;
   return !folder.empty() && base::fileExists(base::rooted(folder)) ? folder : "/tmp/kfy";
 }
 

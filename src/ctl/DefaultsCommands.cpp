@@ -2,25 +2,30 @@
 #include <algorithm>
 #include <memory>
 #include <ostream>
+#include <string_view>
+#include <vector>
 
 #include "base/DisplayText.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
-#include "ctl/KnownSettings.hpp"
+#include "ctl/StoredSettings.hpp"
+#include "support/SettingFaults.hpp"
 
 namespace ctl {
 namespace {
 
 using platform_linux::Setting;
 using platform_linux::SettingsFile;
+using support::SettingFault;
 
 struct Options {
   std::string key;
   std::string value;
 };
 
-constexpr const char *kDomains[] = {kIdentityDomain, "kfyd", "pkcs11"};
+constexpr std::string_view kDomains[] = {support::kIdentityDomain, platform::kStandardDefaults,
+                                         support::kDriverDomain};
 
 Failure unknownKey(const Options &options, const char *command) {
   return {"there is no setting \"" + options.key + "\"",
@@ -29,60 +34,76 @@ Failure unknownKey(const Options &options, const char *command) {
           exitWrongCommandLine};
 }
 
-Facts factsOf(const std::string &key, const std::string &domain, const std::string &value,
-              bool isSet) {
-  const KnownSetting *const known = knownSetting(key);
+// What is told of one setting; `fault` is null if nothing is wrong with it.
+Facts factsOf(const std::string &key, std::string_view domain, const std::string &value, bool isSet,
+              const SettingFault *fault) {
+  const auto *const known = support::settingWithKey(key, domain);
   return {{"key", "setting", key},
-          {"domain", "domain", domain},
+          {"domain", "domain", std::string(domain)},
           {"value", "value", value},
           {"set", "set", isSet},
-          {"meaning", "meaning", known == nullptr ? "not known to kfyd" : known->meaning}};
+          {"meaning", "meaning", known == nullptr ? "not known to kfyd" : known->meaning},
+          {"wrong", "wrong", fault == nullptr ? "" : fault->wrong},
+          {"inForce", "in force", fault == nullptr ? value : fault->inForce},
+          {"nearest", "nearest", fault == nullptr ? "" : fault->nearest}};
 }
 
-// What stands in one file, known or not, then the known ones that don't.
-void addDomain(std::vector<Facts> &list, const std::string &domain,
-               const std::vector<Setting> &settings) {
-  for (const Setting &setting : settings) {
-    list.push_back(factsOf(setting.key, domain, textOf(setting.value), /*isSet=*/true));
-  }
-  for (const KnownSetting &known : knownSettings()) {
-    if (known.domain == domain &&
-        std::ranges::find(settings, known.key, &Setting::key) == settings.end()) {
-      list.push_back(factsOf(known.key, domain, known.valueIfAbsent, /*isSet=*/false));
-    }
-  }
-}
-
-std::string lineOf(const Facts &facts) {
+// A row for people: the setting, and below it what is wrong with it.
+std::string rowOf(const Facts &facts, const SettingFault *fault) {
   const auto text = [&](std::size_t index) { return std::get<std::string>(facts[index].value); };
   const bool isSet = std::get<bool>(facts[3].value);
   const std::string value = text(2).empty() && !isSet ? "(not set)" : text(2);
   const char *const origin = isSet || text(2).empty() ? "" : " (default)";
-  return base::displayText(text(0) + " = " + value + origin + "  # " + text(4)) + "\n";
+  std::string row = base::displayText(text(0) + " = " + value + origin + "  # " + text(4)) + "\n";
+  return fault == nullptr ? row : row + "  ! " + base::displayText(support::lineOf(*fault)) + "\n";
+}
+
+struct Listing {
+  std::vector<Facts> facts;
+  std::string text;
+
+  void add(const Facts &of, const SettingFault *fault) {
+    facts.push_back(of);
+    text += rowOf(of, fault);
+  }
+};
+
+// What stands in one file, known or not, then the known ones that don't.
+void addDomain(Listing &listing, std::string_view domain, const std::vector<Setting> &settings) {
+  const auto faults = support::faultsIn(domain, settings);
+  for (const Setting &setting : settings) {
+    const auto fault = std::ranges::find(faults, setting.key, &SettingFault::key);
+    const SettingFault *const found = fault == faults.end() ? nullptr : &*fault;
+    listing.add(
+        factsOf(setting.key, domain, support::written(setting.value), /*isSet=*/true, found),
+        found);
+  }
+  for (const support::Setting *known : support::kSettings) {
+    if (known->domain == domain &&
+        std::ranges::find(settings, known->key, &Setting::key) == settings.end()) {
+      listing.add(factsOf(known->key, domain, support::writtenDefault(*known), /*isSet=*/false,
+                          /*fault=*/nullptr),
+                  /*fault=*/nullptr);
+    }
+  }
 }
 
 Outcome listDefaults(Session &session) {
-  std::vector<Facts> list;
-  for (const char *const domain : kDomains) {
+  Listing listing;
+  for (const std::string_view domain : kDomains) {
     Error error;
     const auto settings = SettingsFile(pathOfDomain(domain)).readAll(&error);
     if (!settings) {
       return failureFrom(error, "kfyctl defaults list");
     }
-    addDomain(list, domain, *settings);
+    addDomain(listing, domain, *settings);
   }
-  if (session.json) {
-    session.output << jsonOf(list);
-    return std::nullopt;
-  }
-  for (const Facts &facts : list) {
-    session.output << lineOf(facts);
-  }
+  session.output << (session.json ? jsonOf(listing.facts) : listing.text);
   return std::nullopt;
 }
 
 Outcome readDefault(const Options &options, Session &session) {
-  const KnownSetting *const known = knownSetting(options.key);
+  const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "read");
   }
@@ -91,18 +112,21 @@ Outcome readDefault(const Options &options, Session &session) {
   if (!stored && !error.description.empty()) {
     return failureFrom(error, "kfyctl defaults read " + options.key);
   }
-  const std::string value = stored ? textOf(*stored) : known->valueIfAbsent;
+  const std::string value = stored ? support::written(*stored) : support::writtenDefault(*known);
   if (value.empty()) {
     return Failure{options.key + " is not set", "kfyctl defaults write " + options.key + " VALUE"};
   }
+  const std::vector<Setting> all{{options.key, stored.value_or(value)}};
+  const auto faults = stored ? support::faultsIn(known->domain, all) : std::vector<SettingFault>();
   session.output << (session.json ? jsonOf(factsOf(options.key, known->domain, value,
-                                                   /*isSet=*/stored.has_value()))
+                                                   /*isSet=*/stored.has_value(),
+                                                   faults.empty() ? nullptr : &faults.front()))
                                   : value + "\n");
   return std::nullopt;
 }
 
 Outcome writeDefault(const Options &options, Session & /*session*/) {
-  const KnownSetting *const known = knownSetting(options.key);
+  const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "write");
   }
@@ -118,7 +142,7 @@ Outcome writeDefault(const Options &options, Session & /*session*/) {
 }
 
 Outcome deleteDefault(const Options &options, Session & /*session*/) {
-  const KnownSetting *const known = knownSetting(options.key);
+  const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "delete");
   }

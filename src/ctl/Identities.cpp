@@ -6,14 +6,14 @@
 #include <utility>
 
 #include "base/DisplayText.hpp"
+#include "base/LowerCase.hpp"
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/DateText.hpp"
 #include "ctl/HashText.hpp"
 #include "ctl/KeychainTrouble.hpp"
-#include "ctl/KnownSettings.hpp"
+#include "ctl/StoredSettings.hpp"
 #include "identity/FingerprintText.hpp"
-#include "identity/LowerCase.hpp"
 #include "identity/NewIdentity.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "identity/QueryWithAttributes.hpp"
@@ -30,9 +30,10 @@ std::string quoted(const std::string &text) {
 
 std::optional<std::string> settingText(const char *key, Failure &failure) {
   Error error;
-  const auto value = storedSetting(kIdentityDomain, key, &error);
+  const auto value = storedSetting(support::kIdentityDomain, key, &error);
   failure = failureFrom(error, "kfyctl identity show");
-  return value ? std::optional(textOf(*value)) : std::nullopt;
+  const auto *const text = value ? std::get_if<std::string>(&*value) : nullptr;
+  return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
 using Matches = platform::TokenWatcher::IsWanted;
@@ -53,10 +54,11 @@ std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches, 
   if (!records) {
     return std::nullopt;
   }
-  if (std::ranges::none_of(*records, matches) && session.tokens != nullptr) {
-    records =
-        session.tokens->searchIdentities(identity::queryWithAttributes(), /*isWanted=*/nullptr)
-            .records;
+  if (std::ranges::none_of(*records, matches)) {
+    // token by token: one that fails hides nothing of the others
+    for (TokenIdentities &token : identitiesOnTokens(session)) {
+      std::ranges::move(token.records, std::back_inserter(*records));
+    }
   }
   std::erase_if(*records, std::not_fn(matches));
   return records;
@@ -114,9 +116,9 @@ std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Sess
 }
 
 std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) {
-  const auto hashText = settingText(kIdentityHashKey, failure);
-  const auto name =
-      hashText.value_or("").empty() ? settingText(kIdentityNameKey, failure) : std::nullopt;
+  const auto hashText = settingText(support::kIdentityHash.key, failure);
+  const auto name = hashText.value_or("").empty() ? settingText(support::kIdentityName.key, failure)
+                                                  : std::nullopt;
   const bool nothingIsSet = hashText.value_or("").empty() && name.value_or("").empty();
   if (nothingIsSet && !failure.what.empty()) {
     return std::nullopt;
@@ -127,9 +129,8 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
     return std::nullopt;
   }
   const auto hash = name ? std::nullopt : support::dataWithHexString(*hashText);
-  const auto records =
-      allThatMatch(name ? hasLabel(identity::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})),
-                   session, failure);
+  const auto records = allThatMatch(
+      name ? hasLabel(base::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})), session, failure);
   if (records && records->empty()) {
     failure = {"no TLS identity " +
                    (name ? "named " + quoted(*name) : "with the SHA-1 hash " + *hashText) +
@@ -164,8 +165,8 @@ void tellOf(const IdentityRecord &record, bool wasThere, Session &session) {
 Outcome useIdentity(const IdentityRecord &record) {
   const std::string command = "kfyctl identity use " + hashOf(record);
   Error error;
-  const platform_linux::SettingsFile settings(pathOfDomain(kIdentityDomain));
-  if (!settings.set(kIdentityHashKey, hashOf(record), &error) ||
+  const platform_linux::SettingsFile settings(pathOfDomain(support::kIdentityDomain));
+  if (!settings.set(support::kIdentityHash.key, hashOf(record), &error) ||
       !identity::publishPinnedCertificate(record.reference->certificate, &error)) {
     return failureFrom(error, command);
   }

@@ -69,6 +69,9 @@ std::optional<std::vector<Pairing>> PairingFile::read(Error *error) const {
   }
   std::vector<Pairing> pairings;
   for (const auto &setting : *settings) {
+    if (std::holds_alternative<platform::OtherValue>(setting.value)) {
+      continue;
+    }
     auto pairing = pairingFrom(setting);
     if (!pairing) {
       base::report(error, "pairings", 0,

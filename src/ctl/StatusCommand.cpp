@@ -3,7 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <ostream>
+#include <string_view>
 
 #include "base/DisplayText.hpp"
 #include "base/Root.hpp"
@@ -15,10 +17,11 @@
 #include "ctl/Facts.hpp"
 #include "ctl/Identities.hpp"
 #include "ctl/KeychainTrouble.hpp"
-#include "ctl/KnownSettings.hpp"
 #include "ctl/LocalDaemon.hpp"
 #include "ctl/Pairings.hpp"
+#include "ctl/StoredSettings.hpp"
 #include "support/HexString.hpp"
+#include "support/SettingFaults.hpp"
 
 namespace ctl {
 namespace {
@@ -34,6 +37,7 @@ struct Finding {
   std::string says;
   Outcome trouble;
   std::vector<std::string> more{};  // further lines, for people
+  Facts facts{};                    // what scripts get of it beside that
 };
 
 Finding good(const std::string &name, const std::string &says) {
@@ -54,18 +58,30 @@ bool othersCanWrite(const std::string &path) {
   return ::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-Finding lookAtSettings(const std::string &domain) {
+// The file as a whole, then each setting in it with which something is wrong.
+void lookAtSettings(std::string_view domain, std::vector<Finding> &findings) {
   Error error;
   const std::string path = pathOfDomain(domain);
   if (othersCanWrite(path)) {
-    return bad("settings", {path + " can be written by its group or others, so kfyd passes it over",
-                            "sudo chmod go-w " + path});
+    findings.push_back(
+        bad("settings", {path + " can be written by its group or others, so it is passed over",
+                         "sudo chmod go-w " + path}));
+    return;
   }
   const auto settings = platform_linux::SettingsFile(path).readAll(&error);
   if (!settings) {
-    return bad("settings", failureFrom(error, "kfyctl status", "sudo editor " + path));
+    findings.push_back(bad("settings", failureFrom(error, "kfyctl status", "sudo editor " + path)));
+    return;
   }
-  return good("settings", path + ": " + std::to_string(settings->size()) + " set");
+  findings.push_back(good("settings", path + ": " + std::to_string(settings->size()) + " set"));
+  for (const support::SettingFault &fault : support::faultsIn(domain, *settings)) {
+    Finding finding = bad("setting", {path + ": " + support::lineOf(fault), "sudo editor " + path});
+    finding.facts = {{"key", "", fault.key},
+                     {"wrong", "", fault.wrong},
+                     {"inForce", "", fault.inForce},
+                     {"nearest", "", fault.nearest}};
+    findings.push_back(std::move(finding));
+  }
 }
 
 Finding lookAtKeychain(Session &session) {
@@ -179,12 +195,14 @@ Finding lookAtState(const std::optional<DaemonState> &state, const Error &error)
 
 std::vector<Finding> lookAround(Session &session, const std::optional<DaemonState> &state,
                                 const Error &stateError) {
-  std::vector<Finding> findings{lookAtRoot(),
-                                lookAtSettings(kIdentityDomain),
-                                lookAtSettings("kfyd"),
-                                lookAtKeychain(session),
-                                lookAtIdentity(session),
-                                lookAtPairing()};
+  std::vector<Finding> findings{lookAtRoot()};
+  for (const std::string_view domain :
+       {support::kIdentityDomain, platform::kStandardDefaults, support::kDriverDomain}) {
+    lookAtSettings(domain, findings);
+  }
+  findings.push_back(lookAtKeychain(session));
+  findings.push_back(lookAtIdentity(session));
+  findings.push_back(lookAtPairing());
   lookAtDaemon(findings);
   findings.push_back(lookAtMarker());
   findings.push_back(lookAtState(state, stateError));
@@ -200,6 +218,7 @@ std::string jsonOfFindings(const std::vector<Finding> &findings,
                     {"ok", "", !finding.trouble},
                     {"says", "", finding.says},
                     {"try", "", finding.trouble ? finding.trouble->next : ""}});
+    std::ranges::copy(finding.facts, std::back_inserter(list.back()));
   }
   CleansedBytes json;
   protocol::JSONWriter writer(json);

@@ -30,7 +30,7 @@ std::string addAccounts(const std::string &name, std::vector<std::uint32_t> &use
 
 std::optional<std::vector<std::uint32_t>> LocalUsers::allowed() {
   std::istringstream names(
-      defaults_.text(platform::kStandardDefaults, support::kLocalUsers).value_or(""));
+      defaults_.text(platform::kStandardDefaults, support::kLocalUsers.key).value_or(""));
   std::optional<std::vector<std::uint32_t>> users;
   std::string complaint;
   for (std::string name; names >> name;) {

@@ -27,6 +27,7 @@
 #include "support/CVNLog.hpp"
 #include "support/LimitLog.hpp"
 #include "support/LogPlatform.hpp"
+#include "support/SettingFaults.hpp"
 
 namespace {
 
@@ -78,7 +79,7 @@ int runDaemon() {
   platform_linux::AsioMainQueue queue(reportFromPlatform);
   platform_linux::SystemClock clock;
   platform_linux::TomlUserDefaults defaults(reportFromPlatform, "/etc/keyferry",
-                                            support::currentEvent);
+                                            support::currentEvent, support::complaintsAbout);
   platform_linux::LogCollector log(queue, processName());
   platform_linux::SpawnToolRunner tools;
   platform_linux::AccountFileDirectory directory(reportFromPlatform);

@@ -13,13 +13,11 @@ std::shared_ptr<platform::DirectoryRecord> DSQueryable::getLocalRecord(const std
     return nullptr;
   }
   if (records->size() > 1) {
-    base::report(error, kDSQueryableErrorDomain, multipleUsersFound,
-                 "there are " + std::to_string(records->size()) + " local users named " + name);
+    base::report(error, kDSQueryableErrorDomain, multipleUsersFound, /*description=*/"");
     return nullptr;
   }
   if (records->empty()) {
-    base::report(error, kDSQueryableErrorDomain, notLocalUser,
-                 "there is no local user named " + name);
+    base::report(error, kDSQueryableErrorDomain, notLocalUser, /*description=*/"");
     return nullptr;
   }
   return records->front();

@@ -6,7 +6,8 @@
 #include "base/Error.hpp"
 #include "platform/LocalDirectory.hpp"
 
-// Why a look-up gave no record: the code of its error, in the domain kDSQueryableErrorDomain.
+// Why a look-up gave no record: the code of its error, in the domain kDSQueryableErrorDomain. Such
+// an error has no description.
 enum DSQueryableErrors { notLocalUser = 0, multipleUsersFound = 1 };
 
 inline constexpr const char *kDSQueryableErrorDomain = "kfyd.DSQueryableErrors";

@@ -5,12 +5,12 @@
 #include <string_view>
 
 #include "linux/defaults/TomlUserDefaults.hpp"
+#include "support/Settings.hpp"
 
 namespace driver {
 namespace {
 
 constexpr std::string_view kDomain = "pkcs11";
-constexpr std::chrono::seconds kLongestTimeLimit{3600};
 
 struct PinModeRow {
   std::string_view name;
@@ -25,11 +25,8 @@ constexpr std::array kPinModes{PinModeRow{"none", PinMode::none}, PinModeRow{"pa
 Settings readSettings(const std::function<void(const std::string &line)> &report) {
   platform_linux::TomlUserDefaults defaults(report);
   Settings settings;
-  if (const auto seconds = defaults.integer(kDomain, "timeLimitSeconds")) {
-    settings.timeLimit =
-        std::chrono::seconds(std::clamp<std::int64_t>(*seconds, 1, kLongestTimeLimit.count()));
-  }
-  settings.showEd25519 = defaults.boolean(kDomain, "showEd25519").value_or(false);
+  settings.timeLimit = std::chrono::seconds(support::valueOf(support::kTimeLimitSeconds, defaults));
+  settings.showEd25519 = support::isOn(support::kShowEd25519, defaults);
   if (const auto name = defaults.text(kDomain, "pinMode")) {
     const auto *const row = std::ranges::find(kPinModes, *name, &PinModeRow::name);
     if (row != kPinModes.end()) {

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 
-#include "identity/LowerCase.hpp"
+#include "base/LowerCase.hpp"
 #include "identity/PublicKeyHash.hpp"
 #include "identity/QueryWithAttributes.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
+#include "support/Settings.hpp"
 
 namespace {
 
@@ -104,6 +105,9 @@ platform::IdentityMatches CVNKeychain::searchEverywhere(const IdentityQuery &que
   platform::IdentityMatches onTokens = tokens_.searchIdentities(query, /*isWanted=*/nullptr);
   found.status = combined(found.status, onTokens.status);
   std::ranges::move(onTokens.records, std::back_inserter(found.records));
+  if (found.status != platform::itemSuccess) {
+    found.records.clear();  // it is one query, which has failed
+  }
   return found;
 }
 
@@ -116,7 +120,7 @@ CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSHA1Hash(
 
 CVNKeychain::IdentityReference CVNKeychain::findIdentityWithSubjectName(
     const std::string &name, bool tokenOnly, const std::optional<SecretText> &pin) const {
-  const std::string lowered = identity::lowerCase(name);
+  const std::string lowered = base::lowerCase(name);
   return findFirst(tokenOnly, pin,
                    [&](const IdentityRecord &record) { return record.label == lowered; });
 }
@@ -162,7 +166,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
     CVNLogDebug("found %li identities", found.records.size());
     std::ranges::transform(found.records, std::back_inserter(list), describeWithKeyHash);
   }
-  if (defaults_.boolean(platform::kStandardDefaults, "debugLogging").value_or(false)) {
+  if (support::isOn(support::kDebugLogging, defaults_)) {
     CVNLogDebug("------certificate array from keychain------");
     for (const CertificateInfo &info : list) {
       CVNLogDebug("%@", info.certificate);
@@ -172,8 +176,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
 }
 
 std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() const {
-  const bool isVerbose =
-      defaults_.boolean(platform::kStandardDefaults, "verboseLogging").value_or(false);
+  const bool isVerbose = support::isOn(support::kVerboseLogging, defaults_);
   CVNLogDebug("querying ios certificates");
   const platform::IdentityMatches found = searchEverywhere(identity::queryWithAttributes());
   if (found.status == platform::itemNotFound) {

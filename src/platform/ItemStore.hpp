@@ -13,7 +13,7 @@
 
 namespace platform {
 
-// The outcome of a keychain operation.
+// The outcome of a keychain operation. Other numbers are errors of a token: see TokenWatcher.
 enum ItemStatus : std::int32_t {
   itemSuccess = 0,
   itemStoreUnusable = -25291,
@@ -29,7 +29,7 @@ inline constexpr const char *kTokenAccessGroup = "token";
 struct IdentityQuery {
   std::optional<std::string> tokenID;          // only identities on that token
   std::optional<std::string> accessGroup;      // only items of that group
-  std::optional<std::string> subjectContains;  // only certificates whose subject contains the text
+  std::optional<std::string> subjectContains;  // see crypto::Certificate::subjectContains
   bool returnAttributes = false;
   bool returnReference = false;
   const SecretText *pin = nullptr;  // carried by an authentication context; borrowed for the call
@@ -78,7 +78,7 @@ enum class StoreTrouble {
 };
 
 // The machine's keychain. Every operation asks the store anew, may block on it, and leaves it whole
-// if the process dies at any instant.
+// if the process dies at any instant. Takes calls from any thread.
 class ItemStore {
  public:
   virtual ~ItemStore() = default;

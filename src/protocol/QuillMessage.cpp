@@ -124,11 +124,11 @@ QuillMessage QuillMessage::initCommandMessageConnectWithLocalhost() {
 }
 
 QuillMessage QuillMessage::initCommandMessageAuthenticateWithSignature(Bytes signature,
-                                                                       Bytes certifficate) {
+                                                                       Bytes certifificate) {
   CVNLogDebug("AuthenticateWithSignature");
   QuillMessage message = request(QuillCommandAuthenticate);
   message.challengeSignature = std::move(signature);
-  message.certificateUsedToAuthenticate = std::move(certifficate);
+  message.certificateUsedToAuthenticate = std::move(certifificate);
   return message;
 }
 

@@ -61,7 +61,7 @@ class QuillMessage {
       CertificateArray certificateArray);
   [[nodiscard]] static QuillMessage initCommandMessageConnectWithLocalhost();
   [[nodiscard]] static QuillMessage initCommandMessageAuthenticateWithSignature(Bytes signature,
-                                                                                Bytes certifficate);
+                                                                                Bytes certifificate);
   [[nodiscard]] static QuillMessage initCommandMessageCreateEphemeralUser(std::string username);
   [[nodiscard]] static QuillMessage initCommandMessageSignData(Bytes dataToSign,
                                                                Bytes signingCertificateHash,

@@ -2,8 +2,10 @@
 
 #include <pwd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 #include "base/Root.hpp"
 
@@ -11,25 +13,22 @@ namespace {
 
 constexpr const char *kNoHome = "/nonexistent";
 
-std::string homeOf(const passwd *entry) {
-  return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : kNoHome;
-}
+constexpr std::size_t kLongestEntry = std::size_t{64} * 1024;
 
 }  // namespace
 
 std::string realHomeFolder(uid_t realUserID) {
+  std::vector<char> buffer(kLongestEntry);
+  passwd entry{};
+  passwd *found = nullptr;
   if (base::root().empty()) {
-    return homeOf(getpwuid(realUserID));
-  }
-  const std::unique_ptr<FILE, int (*)(FILE *)> file(
-      std::fopen(base::rooted("/etc/passwd").c_str(), "re"), std::fclose);
-  if (!file) {
-    return kNoHome;
-  }
-  while (const passwd *entry = fgetpwent(file.get())) {
-    if (entry->pw_uid == realUserID) {
-      return homeOf(entry);
+    getpwuid_r(realUserID, &entry, buffer.data(), buffer.size(), &found);
+  } else {
+    const std::unique_ptr<FILE, int (*)(FILE *)> file(
+        std::fopen(base::rooted("/etc/passwd").c_str(), "re"), std::fclose);
+    while (file && fgetpwent_r(file.get(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
+           found->pw_uid != realUserID) {
     }
   }
-  return kNoHome;
+  return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : kNoHome;
 }

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <mutex>
 
 #include "base/Bytes.hpp"
 #include "base/Descriptor.hpp"
@@ -15,6 +17,7 @@
 #include "base/Root.hpp"
 #include "support/CVNLog.hpp"
 #include "support/CVNRealHomeFolder.hpp"
+#include "support/Settings.hpp"
 
 namespace {
 
@@ -41,6 +44,25 @@ std::string settingsFolder(const std::string &path, uid_t user) {
   return folder;
 }
 
+// The component behind the path, with one slash between names and none at the end.
+std::string appendingPathComponent(const std::string &path, const std::string &component) {
+  std::string appended;
+  for (const char character : path + "/" + component) {
+    if (character != '/' || !appended.ends_with('/')) {
+      appended += character;
+    }
+  }
+  if (appended.size() > 1 && appended.ends_with('/')) {
+    appended.pop_back();
+  }
+  return appended;
+}
+
+// The folder that contains the path.
+std::string folderOf(const std::string &path) {
+  return std::filesystem::path(path).parent_path();
+}
+
 std::string freshFolder() {
   std::string folder = base::rooted("/tmp/kfy-XXXXXX");
   if (::mkdtemp(folder.data()) == nullptr) {
@@ -50,7 +72,8 @@ std::string freshFolder() {
 }
 
 std::string logFolder(support::LogPlatform &platform) {
-  const auto configured = platform.defaults.text(platform::kStandardDefaults, "LogFolderPath");
+  const auto configured =
+      platform.defaults.text(platform::kStandardDefaults, support::kLogFolderPath.key);
   if (configured && !configured->empty()) {
     const std::string folder = settingsFolder(*configured, platform.realUserID);
     if (existsUnderRoot(folder)) {
@@ -69,14 +92,15 @@ std::string logFolder(support::LogPlatform &platform) {
 }
 
 std::string logFileName(support::LogPlatform &platform) {
-  const auto configured = platform.defaults.text(platform::kStandardDefaults, "LogFileName");
+  const auto configured =
+      platform.defaults.text(platform::kStandardDefaults, support::kLogFileName.key);
   if (configured && !configured->empty()) {
     return *configured;
   }
   if (platform.bundleLogFileName && !platform.bundleLogFileName->empty()) {
     return *platform.bundleLogFileName;
   }
-  return "Keyferry.log";
+  return support::kLogFileName.textIfAbsent;
 }
 
 std::string twoDigits(int value) {
@@ -102,11 +126,10 @@ std::string timeStamp(Clock &clock, Clock::Time time) {
 
 // True if others than this process's user and root may put a link or a folder in this one's place
 // and this one is not safely ours: a log line must never be led elsewhere by another user.
-bool isAnothersInSharedFolder(int folder, const std::string &path) {
-  const std::string above = path.substr(0, path.rfind('/'));
+bool isAnothersInSharedFolder(int folder) {
   struct stat parent{};
   struct stat status{};
-  if (::stat(above.empty() ? "/" : above.c_str(), &parent) != 0 || ::fstat(folder, &status) != 0) {
+  if (::fstatat(folder, "..", &parent, 0) != 0 || ::fstat(folder, &status) != 0) {
     return true;
   }
   if ((parent.st_mode & S_IWOTH) == 0) {
@@ -120,14 +143,13 @@ bool isAnothersInSharedFolder(int folder, const std::string &path) {
 // made.
 int openLogFile(const std::string &logFileURL, platform::StandardError &standardError) {
   const std::string path = base::rooted(logFileURL);
-  const std::size_t slash = path.rfind('/');
-  const std::string folderPath = path.substr(0, slash);
-  const std::string name = path.substr(slash + 1);
-  const Descriptor folder(
-      ::open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const std::string folderPath = folderOf(path);
+  const std::string name = std::filesystem::path(path).filename();
+  const Descriptor folder(::open(folderPath.empty() ? "." : folderPath.c_str(),
+                                 O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   constexpr int kFlags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   int file = -1;
-  if (folder.isOpen() && !isAnothersInSharedFolder(folder.get(), folderPath)) {
+  if (folder.isOpen() && !isAnothersInSharedFolder(folder.get())) {
     file = ::openat(folder.get(), name.c_str(), kFlags);
     if (file < 0 && ::faccessat(folder.get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
       return -1;  // it is there, but can't be opened for writing: the line is lost in silence
@@ -158,13 +180,14 @@ void append(const Descriptor &file, std::string_view text) {
 }  // namespace
 
 CVNUnifiedLogger::CVNUnifiedLogger(support::LogPlatform &platform)
-    : logFileURL(logFolder(platform) + "/" + logFileName(platform)),
+    : logFileURL(appendingPathComponent(logFolder(platform), logFileName(platform))),
       lastLoggedDate(Clock::Time::min()),
       platform_(platform) {
-  (void)base::makeFolders(base::rooted(logFileURL.substr(0, logFileURL.rfind('/'))), 0777);
+  (void)base::makeFolders(folderOf(base::rooted(logFileURL)), 0777);
 }
 
 void CVNUnifiedLogger::logString(std::string_view message, std::int64_t level) {
+  const std::lock_guard lock(support::logMutex());
   if (level == support::kLogLevel && !support::debugModeOn()) {
     return;
   }

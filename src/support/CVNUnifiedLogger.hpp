@@ -20,7 +20,7 @@ class CVNUnifiedLogger {
 
   // Hands a message to standard error and the log file. One of level 2 passes only in debug mode,
   // any other always. A message equal to the last one within 2.0 s of the last line written is only
-  // counted.
+  // counted. From any thread, one at a time.
   void logString(std::string_view message, std::int64_t level);
 
   // The system's own names; mapped under the root when the file is touched.

@@ -167,6 +167,15 @@ Bytes base64DecodeBytes(ByteView text) {
   return decodeSkipping<Bytes>(text);
 }
 
+Bytes base64DecodeBytes(const std::uint8_t *input, std::size_t length) {
+  if (length == kUpToNUL) {
+    for (length = 0; input[length] != 0;) {
+      ++length;
+    }
+  }
+  return base64DecodeBytes(ByteView(input, length));
+}
+
 std::size_t base64EncodeLine(ByteView bytes, std::span<char, kBase64LineCharacters> line) {
   std::size_t length = 0;
   for (std::size_t index = 0; index < bytes.size(); index += 3) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string>
@@ -46,6 +48,10 @@ inline constexpr std::size_t kBase64LineBytes = 48;
 inline constexpr std::size_t kBase64LineCharacters = 64;
 [[nodiscard]] std::string base64EncodeBytes(ByteView bytes, bool separateLines);
 [[nodiscard]] Bytes base64DecodeBytes(ByteView text);
+
+// The same for `length` bytes from `input` on. The length kUpToNUL stands for all before a NUL.
+inline constexpr std::size_t kUpToNUL = std::numeric_limits<std::size_t>::max();
+[[nodiscard]] Bytes base64DecodeBytes(const std::uint8_t *input, std::size_t length);
 
 // Encodes at most kBase64LineBytes into `line`, padded, and returns the number of characters.
 std::size_t base64EncodeLine(ByteView bytes, std::span<char, kBase64LineCharacters> line);

@@ -1,3 +1,5 @@
+#include <atomic>
+#include <mutex>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -19,6 +21,10 @@ namespace {
 // What is process-wide of logging: the platform in use, the logger on it, and what is known of
 // debug mode.
 struct Logging {
+  std::recursive_mutex mutex;  // of all below
+  // Asked before the mutex is taken: the driver lives in programs that fork at any moment, and a
+  // child must not find it locked for good.
+  std::atomic<bool> isOn = false;
   std::unique_ptr<LogPlatform> platform;
   std::unique_ptr<CVNUnifiedLogger> logger;
   bool inEvent = false;
@@ -46,8 +52,7 @@ Logging &logging() {
 constexpr const char *kRedactedEntry = "kfy:<private>";
 
 bool lookUpDebugMode(const LogPlatform &platform) {
-  return base::fileExists(base::rooted(kDebugMarker)) ||
-         platform.defaults.boolean(platform::kStandardDefaults, "debugLogging").value_or(false);
+  return base::fileExists(base::rooted(kDebugMarker)) || isOn(kDebugLogging, platform.defaults);
 }
 
 // Whether entries of the unified log hide what they say.
@@ -113,19 +118,30 @@ std::string unifiedLogEntry(std::string_view message) {
 
 }  // namespace
 
+std::recursive_mutex &logMutex() {
+  return logging().mutex;
+}
+
 void useLogPlatform(std::unique_ptr<LogPlatform> platform) {
+  const std::lock_guard lock(logMutex());
   logging().logger.reset();
   logging().forgetLookUps();
   logging().inEvent = false;
+  logging().isOn = platform != nullptr;
   logging().platform = std::move(platform);
 }
 
 LogPlatform *logPlatform() {
+  if (!logging().isOn) {
+    return nullptr;
+  }
+  const std::lock_guard lock(logMutex());
   return logging().platform.get();
 }
 
 void flushLogs() {
   if (LogPlatform *platform = logPlatform()) {
+    const std::lock_guard lock(logMutex());
     platform->unifiedLog.flush();
     platform->standardError.flush();
   }
@@ -133,9 +149,10 @@ void flushLogs() {
 
 bool debugModeOn() {
   Logging &state = logging();
-  if (!state.platform) {
+  if (!state.isOn) {
     return false;
   }
+  const std::lock_guard lock(state.mutex);
   if (!state.inEvent) {
     return lookUpDebugMode(*state.platform);
   }
@@ -148,12 +165,17 @@ bool debugModeOn() {
 }
 
 void eventBegins() {
+  const std::lock_guard lock(logMutex());
   logging().inEvent = true;
   logging().forgetLookUps();
   sayWhatWasLeftOut();
 }
 
 std::uint64_t currentEvent() {
+  if (!logging().isOn) {
+    return 0;
+  }
+  const std::lock_guard lock(logMutex());
   return logging().inEvent ? logging().event : 0;
 }
 
@@ -162,6 +184,7 @@ BlockingStep::BlockingStep() {
 }
 
 BlockingStep::~BlockingStep() {
+  const std::lock_guard lock(logMutex());
   logging().forgetLookUps();
 }
 
@@ -174,7 +197,11 @@ UnauthenticatedLines::~UnauthenticatedLines() {
 
 void writeLog(std::int64_t level, std::string_view format, std::span<const LogArgument> arguments) {
   LogPlatform *platform = logPlatform();
-  if (platform == nullptr || !hasRoom()) {
+  if (platform == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(logMutex());
+  if (!hasRoom()) {
     return;
   }
   CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger();
@@ -199,7 +226,11 @@ void logToFileAlone(std::string_view message) {
 }
 
 void writeStandardError(std::string_view format, std::span<const LogArgument> arguments) {
-  if (logPlatform() != nullptr && hasRoom()) {
+  if (logPlatform() == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(logMutex());
+  if (hasRoom()) {
     writeToStandardError(formatted(format, arguments));
   }
 }
@@ -207,7 +238,11 @@ void writeStandardError(std::string_view format, std::span<const LogArgument> ar
 void writeWarning(int errorNumber, std::string_view format,
                   std::span<const LogArgument> arguments) {
   const LogPlatform *platform = logPlatform();
-  if (platform != nullptr && hasRoom()) {
+  if (platform == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(logMutex());
+  if (hasRoom()) {
     writeToStandardError(platform->processName + ": " + formatted(format, arguments) + ": " +
                          std::generic_category().message(errorNumber) + "\n");
   }
@@ -217,6 +252,10 @@ void writeWarning(int errorNumber, std::string_view format,
 
 CVNUnifiedLogger *CVNUnifiedLogger::sharedLogger() {
   support::Logging &state = support::logging();
+  if (!state.isOn) {
+    return nullptr;
+  }
+  const std::lock_guard lock(state.mutex);
   if (!state.logger && state.platform) {
     state.logger = std::make_unique<CVNUnifiedLogger>(*state.platform);
   }

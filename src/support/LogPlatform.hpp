@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -14,6 +15,7 @@
 namespace support {
 
 // What the log front ends need of the platform. The references must live as long as anything logs.
+// The front ends use it from one thread at a time.
 struct LogPlatform {
   platform::Clock &clock;
   platform::UserDefaults &defaults;
@@ -29,6 +31,10 @@ struct LogPlatform {
 // and look nothing up. A later call starts over with a fresh logger; null turns logging off (for
 // tests).
 void useLogPlatform(std::unique_ptr<LogPlatform> platform);
+
+// Held while anything is logged: the front ends may be called from any thread, one at a time gets
+// through. Whoever holds it may log.
+[[nodiscard]] std::recursive_mutex &logMutex();
 
 // The platform in use; null while logging is off.
 [[nodiscard]] LogPlatform *logPlatform();

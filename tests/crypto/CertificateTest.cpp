@@ -30,6 +30,17 @@ TEST(SelfSigned, IsAValidServerCertificate) {
   }
 }
 
+TEST(Certificate, SubjectContainsWhatStandsInAValue) {
+  const Certificate certificate =
+      Certificate::selfSigned(madeKey("EC"), "Zürich, \"Ω\"", 1, /*serverName=*/false).value();
+  for (const char *text : {"", "ZÜRICH, ", "\"ω"}) {
+    EXPECT_TRUE(certificate.subjectContains(text)) << text;
+  }
+  for (const char *text : {"CN", "=", "\\", "bern"}) {
+    EXPECT_FALSE(certificate.subjectContains(text)) << text;
+  }
+}
+
 TEST(Certificate, IsReadFromExactlyItsBytes) {
   const Certificate made = madeIdentity("EC", "host").certificate;
   Bytes der = made.der();

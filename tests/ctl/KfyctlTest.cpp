@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <regex>
+
 #include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
 #include "fakes/MadeKeys.hpp"
@@ -84,12 +86,51 @@ TEST_F(Kfyctl, ShowsNoControlsOfALabelAndKeepsThemInJSON) {
 }
 
 TEST_F(Kfyctl, WritesReadsAndDeletesASetting) {
-  EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "YES"}).status, 0);
+  EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "On"}).status, 0);
   EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "debugLogging = true\n");
   EXPECT_EQ(kfyctl({"defaults", "read", "debugLogging"}).output, "true\n");
   EXPECT_EQ(kfyctl({"defaults", "delete", "debugLogging"}).status, 0);
   EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "");
   EXPECT_EQ(kfyctl({"defaults", "read", "pairingToolSeconds"}).output, "20\n");
+}
+
+TEST_F(Kfyctl, ShowsWhatIsWrongWithEachSetting) {
+  std::filesystem::create_directories(sandboxedRoot() / "etc/keyferry");
+  sandboxedRoot().write("etc/keyferry/kfyd.toml",
+                        "debugLoging = true\ndebugLogging = \"oui\"\nverboseLogging = \"Yes\"\n"
+                        "relayAuthenticationKey = 1.5\nmaxPending = 0\nmaxHandshakes = \"10\"\n"
+                        "maxFrameBytes = 2147483649\nLogFileName = 3\npinMode = \"none\"\n");
+  sandboxedRoot().write(kIdentitySettings, "ssl_certificate_common_name = []\n");
+  sandboxedRoot().write("etc/keyferry/pkcs11.toml", "timeLimitSeconds = 3601\npinMode = \"no\"\n");
+  const std::vector<std::string> kLines = {
+      "ssl_certificate_common_name is a text, not (an array); it does not count",
+      "debugLoging is no setting; nearest is debugLogging",
+      "debugLogging is true or false, not \"oui\"; false counts",
+      "relayAuthenticationKey is true or false, not (a floating-point number); true counts",
+      "maxPending is a number from 1 to 2147483648, not 0; 16384 counts",
+      "maxHandshakes is a number from 1 to 2147483648, not \"10\"; 256 counts",
+      "maxFrameBytes is a number from 65536 to 2147483648, not 2147483649; 2147483648 counts",
+      "LogFileName is a text, not 3; Keyferry.log counts",
+      "pinMode belongs into pkcs11.toml; it does not count",
+      "timeLimitSeconds is a number from 1 to 3600, not 3601; 3600 counts",
+      "pinMode is \"none\", \"pass\" or \"protected\", not \"no\"; none counts"};
+  for (const std::vector<std::string> &command :
+       {std::vector<std::string>{"defaults", "list"}, {"status"}}) {
+    const std::string text = kfyctl(command).output;
+    const std::regex fault("(?:  ! |\\.toml: )(\\w+ (?:is|belongs) .*)");
+    std::vector<std::string> lines;
+    for (std::sregex_iterator each(text.begin(), text.end(), fault), end; each != end; ++each) {
+      lines.push_back((*each)[1]);
+    }
+    EXPECT_EQ(lines, kLines);
+    std::vector<std::string> asJSON = command;
+    asJSON.emplace_back("--json");
+    EXPECT_THAT(
+        kfyctl(asJSON).output,
+        testing::AllOf(
+            HasSubstr("\"wrong\":\"is no setting\",\"inForce\":\"\",\"nearest\":\"debugLogging\""),
+            HasSubstr("not 0\",\"inForce\":\"16384\",\"nearest\":\"\"")));
+  }
 }
 
 TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
@@ -98,7 +139,7 @@ TEST_F(Kfyctl, RefusesALineAndSaysWhatToTypeNext) {
       {{"defaults", "write", "debugLoging", "true"},
        2,
        "try: kfyctl defaults write debugLogging true"},
-      {{"defaults", "write", "pairingToolSeconds", "0"}, 2, "at least 1"},
+      {{"defaults", "write", "pairingToolSeconds", "0"}, 2, "a number from 1 to 2147483648"},
       {{"identity", "show"}, 1, "no TLS identity is chosen"},
       {{"identity", "show", "--json"}, 1, "{\"error\":\"no TLS identity"},
   };

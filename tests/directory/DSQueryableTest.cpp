@@ -21,6 +21,7 @@ TEST(DSQueryable, GivesTheOneRecordOrSaysWhyNot) {
     EXPECT_EQ(DSQueryable(accounts).getLocalRecord("ann", &error), nullptr);
     EXPECT_EQ(error.domain, domain);
     EXPECT_EQ(error.code, code);
+    EXPECT_EQ(error.description.empty(), domain == kOwn) << "number and domain say it all";
     EXPECT_EQ(DSQueryable(accounts).getLocalRecord("ann"), nullptr);
   }
 }

@@ -93,8 +93,7 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
     for (const Item &item : items) {
       if (item.tokenID.empty() != onTokens &&
           query.tokenID.value_or(item.tokenID) == item.tokenID &&
-          item.record.reference->certificate.subject().find(query.subjectContains.value_or("")) !=
-              std::string::npos) {
+          item.record.reference->certificate.subjectContains(query.subjectContains.value_or(""))) {
         matches.records.push_back(item.record);
       }
     }

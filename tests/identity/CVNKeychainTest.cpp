@@ -1,9 +1,9 @@
 #include "identity/CVNKeychain.hpp"
 
+#include "base/LowerCase.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/MadeIdentity.hpp"
-#include "identity/LowerCase.hpp"
 
 namespace {
 
@@ -45,7 +45,7 @@ TEST_F(Keychain, LowersTheNameButNotTheLabel) {
   EXPECT_EQ(keychain.findIdentityWithSubjectName("Server Identity", /*tokenOnly=*/false, kNoPIN),
             onToken.reference)
       << "a label with capitals never matches";
-  EXPECT_EQ(identity::lowerCase("ÄÖ\xFFẞ x"), "äö\xFFß x");
+  EXPECT_EQ(base::lowerCase("ÄÖ\xFFẞ x"), "äö\xFFß x");
 }
 
 TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
@@ -73,7 +73,7 @@ TEST_F(Keychain, DescribesTokensInOrderWithKeyHashes) {
             onToken.reference->certificate.der());
 }
 
-TEST_F(Keychain, TokensThatFailHideNothingOfTheKeychain) {
+TEST_F(Keychain, TokensThatFailHideTheKeychainFromThoseAloneWhoAskBoth) {
   const Bytes hash = onToken.reference->certificate.sha1();
   store.tokenFailure = platform::itemPINRefused;
   EXPECT_EQ(keychain.findIdentityWithSubjectName("Server Identity", /*tokenOnly=*/false, kNoPIN),
@@ -81,7 +81,11 @@ TEST_F(Keychain, TokensThatFailHideNothingOfTheKeychain) {
   EXPECT_THAT(takeEntries(), IsEmpty());
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, SecretText("1")), nullptr);
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyCertificate error"));
+  EXPECT_THAT(keychain.iosCertificateArrayFromKeychain(), IsEmpty());
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecItemCopyMatching error: -25293"));
+  EXPECT_EQ(keychain.findIdentityWithSubject("One"), nullptr);
   store.tokenFailure = platform::itemSuccess;
+  EXPECT_EQ(keychain.findIdentityWithSubject("one"), first.reference);
   store.failure = platform::itemStoreUnusable;
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), nullptr);
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:SecIdentityCopyCertificate error"));

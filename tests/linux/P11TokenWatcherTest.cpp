@@ -16,6 +16,7 @@ namespace {
 using platform::IdentityQuery;
 using platform::IdentityRecord;
 using platform_linux::P11TokenWatcher;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -107,13 +108,31 @@ TEST_F(Tokens, ThePINGoesToTheOneThatHoldsTheMatch) {
 }
 
 TEST_F(Tokens, OneAtItsLastTryGetsNoPIN) {
-  soft.configure("soft", KEYFERRY_LAST_TRY_MODULE);
+  setenv("KEYFERRY_FAULT", "last try", /*overwrite=*/1);
+  soft.configure("soft", KEYFERRY_FAULTY_MODULE);
   IdentityQuery query;
   const SecretText pin("pin of one");
   query.pin = &pin;
   EXPECT_EQ(watcher.searchIdentities(query, hasLabel("Hidden RSA")).status,
             platform::itemPINRefused);
   EXPECT_THAT(lines, ElementsAre(HasSubstr("one more wrong one would lock it")));
+}
+
+TEST_F(Tokens, TheErrorOfOneThatFailsIsTheStatus) {
+  soft.configure("soft", KEYFERRY_FAULTY_MODULE);
+  for (const char *call : {"C_Initialize", "C_GetSlotList", "C_GetTokenInfo", "C_OpenSession",
+                           "C_FindObjectsInit", "C_FindObjects", "C_GetAttributeValue"}) {
+    setenv("KEYFERRY_FAULT", call, /*overwrite=*/1);
+    const auto found = watcher.searchIdentities({}, hasLabel("open ec"));
+    EXPECT_EQ(static_cast<CK_RV>(found.status), CKR_DEVICE_ERROR) << call;
+    EXPECT_TRUE(found.records.empty());
+    EXPECT_THAT(std::exchange(lines, {}), Contains(HasSubstr("error occurred on the device")))
+        << call;
+  }
+  setenv("KEYFERRY_FAULT", "C_Initialize", /*overwrite=*/1);
+  soft.configure("works", fakes::kSoftTokenModule);
+  EXPECT_EQ(watcher.searchIdentities({}, hasLabel("open ec")).status, platform::itemSuccess);
+  EXPECT_NE(watcher.searchIdentities({}, hasLabel("none")).status, platform::itemNotFound);
 }
 
 TEST_F(Tokens, AKeyOutlivesItsSearchAndFindsItsTokenAgain) {

@@ -57,6 +57,19 @@ TEST_F(Defaults, AreLookedAtOnceWithinAMoment) {
   }
 }
 
+TEST_F(Defaults, WhatIsWrongInAFileIsReportedOncePerChange) {
+  const auto check = [](std::string_view domain, const auto &settings) {
+    return std::vector<std::string>(settings.size(), std::string(domain));
+  };
+  TomlUserDefaults defaults([&](const std::string &line) { reports_.push_back(line); },
+                            folder_.path(), /*moment=*/nullptr, check);
+  for (const char *text : {"n = 1\nm = []\n", "n = 1\nm = []\n", "n = 3\n"}) {
+    folder_.write("kfyd.toml", text);
+    EXPECT_EQ(defaults.text("kfyd", "n"), std::nullopt);
+  }
+  EXPECT_EQ(reports_, std::vector<std::string>(3, (folder_ / "kfyd.toml") + ": kfyd"));
+}
+
 TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
   folder_.write("kfyd.toml", "n = 1\n");
   EXPECT_EQ(number(), 1);
@@ -90,10 +103,10 @@ TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
     std::optional<std::string> text;
     std::optional<std::int64_t> integer;
   };
-  const Case kCases[] = {{"true", true, {}, {}},       {"false", false, {}, {}},
-                         {"-7", true, {}, -7},         {"0", false, {}, 0},
-                         {"\"YES\"", true, "YES", {}}, {"\"yes\"", false, "yes", {}},
-                         {"1.0", false, {}, {}}};
+  const Case kCases[] = {
+      {"true", true, {}, {}},   {"false", false, {}, {}},     {"-7", true, {}, -7},
+      {"0", false, {}, 0},      {"\"YES\"", true, "YES", {}}, {"\"yEs\"", true, "yEs", {}},
+      {"\"1\"", true, "1", {}}, {"\"on\"", false, "on", {}},  {"1.0", false, {}, {}}};
   for (const Case &row : kCases) {
     SCOPED_TRACE(row.value);
     folder_.write("other.toml", std::string("k = ") + row.value + "\n[table]\nn = 1\n");

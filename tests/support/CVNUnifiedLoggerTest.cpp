@@ -240,6 +240,10 @@ TEST_F(Logger, PlaceOfTheLogFollowsSettingsAndUser) {
                          {0, "/home/ann//", "", "", "/home/ann/Keyferry.log"},
                          {0, "~/logs", "", "b.log", "/root/logs/b.log"},
                          {0, "/nowhere", "", "", "/tmp/kfy/Keyferry.log"},
+                         {0, "/home/ann", "/a//b.log/", "", "/home/ann/a/b.log"},
+                         {0, "/home/ann", "/", "", "/home/ann"},
+                         {0, "/", "", "", "/Keyferry.log"},
+                         {0, "../../srv", "../x.log", "", "../../srv/../x.log"},
                          {0, "/srv/file", "", "", "/srv/file/Keyferry.log"}};
   for (const Case &row : kCases) {
     SCOPED_TRACE(row.expected);
@@ -248,6 +252,10 @@ TEST_F(Logger, PlaceOfTheLogFollowsSettingsAndUser) {
     startLogging(row.user, row.bundleName);
     const std::string place = CVNUnifiedLogger::sharedLogger()->logFileURL;
     EXPECT_THAT(place, testing::MatchesRegex(row.expected));
+    EXPECT_TRUE(std::filesystem::path(base::rooted(place))
+                    .lexically_normal()
+                    .string()
+                    .starts_with(base::root() + "/"));
   }
 }
 

@@ -61,6 +61,12 @@ TEST(Base64, HasTwoReaders) {
   }
 }
 
+TEST(Base64, OfALengthOfAllOnesEndsBeforeANUL) {
+  constexpr std::array<std::uint8_t, 6> kText{'Q', 'Q', '=', 0, 'Q', 'Q'};
+  EXPECT_EQ(base64DecodeBytes(kText.data(), ~std::size_t{0}), Bytes{0x41});
+  EXPECT_EQ(base64DecodeBytes(kText.data(), 5), (Bytes{0x41, 0x04}));
+}
+
 TEST(Base64, OfArraysStaysOnOneLineAndPassesTheRestThrough) {
   const std::vector<ArrayElement> array{Bytes(49), OtherValue{"7"}};
   const auto encoded = base64DataEncodedArray(array);

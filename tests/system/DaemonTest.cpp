@@ -41,14 +41,17 @@ using Start = Machine;
 
 TEST_F(Start, WithoutAnIdentityEndsWithStatus255) {
   succeed("kfyctl", {"debug", "on"});
+  write("/etc/keyferry/kfyd.toml", "debugLoging = true\n");
   const Outcome outcome = run("kfyd", {});
   EXPECT_EQ(outcome.status, 255);
   EXPECT_EQ(
       outcome.output,
+      "/etc/keyferry/kfyd.toml: debugLoging is no setting; nearest is debugLogging\n"
       "Starting Listener\nsetting up listener\nSetting up listener\ncreate and start listener\n"
       "SSL identity not specified\nlistener could not be set up.\nno\n"
       "error setting up listener. exiting.\n");
   EXPECT_EQ(read("/var/log/unified.log"),
+            "kfy:/etc/keyferry/kfyd.toml: debugLoging is no setting; nearest is debugLogging\n"
             "kfy:setting up listener\nkfy:Setting up listener\nkfy:create and start listener\n"
             "kfy:SSL identity not specified\nkfy:listener could not be set up.\n"
             "kfy:error setting up listener. exiting.\n");

@@ -46,16 +46,20 @@ constexpr const char *kNoUser = "The screen sharing user does not exist";
 constexpr const char *kNotSet = "Could not set password for screen sharing user";
 
 TEST_F(ScreenSharing, PasswordThatComesBackIsTheAccountsOwn) {
+  write("/var/cache/cracklib/cracklib_dict.pwd", "not packed");
+  write("/var/cache/cracklib/cracklib_dict.pwi", "not packed");
   const QuillMessage reply = create();
   EXPECT_TRUE(reply.status) << daemon->output();
   const Bytes password = support::dataFromBase64String(reply.ephemeralPassword->reveal());
   EXPECT_EQ(password.size(), 30U);
   EXPECT_TRUE(isPassword(std::string(base::textOf(password)))) << read("/etc/shadow");
   EXPECT_THAT(read("/var/log/unified.log"), testing::Not(HasSubstr(base::textOf(password))));
+  EXPECT_TRUE(hasLogged("not held against a dictionary"));
+  EXPECT_THAT(daemon->output(), testing::Not(HasSubstr("cracklib"))) << "it speaks for itself";
 }
 
 TEST_F(ScreenSharing, RulesThatRefuseEverythingAreHeeded) {
-  write("/etc/security/pwquality.conf", "minlen = 200\ndictcheck = 0\n");
+  write("/etc/security/pwquality.conf.d/site.conf", "minlen = 200\ndictcheck = 0\n");
   expectRefusal(kNotSet);
   EXPECT_TRUE(hasLogged("password not allowed."));
 }

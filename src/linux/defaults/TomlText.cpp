@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <type_traits>
 #include <utility>
 
 #define TOML_EXCEPTIONS 0
@@ -32,7 +33,20 @@ std::optional<toml::table> parse(std::string_view text, Error *error) {
   return std::move(result).table();
 }
 
-std::optional<SettingValue> valueOf(const toml::node &node) {
+const char *kindOf(const toml::node &node) {
+  switch (node.type()) {
+    case toml::node_type::table:
+      return "a table";
+    case toml::node_type::array:
+      return "an array";
+    case toml::node_type::floating_point:
+      return "a floating-point number";
+    default:
+      return "a date or time";
+  }
+}
+
+SettingValue valueOf(const toml::node &node) {
   if (const auto *boolean = node.as_boolean()) {
     return boolean->get();
   }
@@ -42,7 +56,7 @@ std::optional<SettingValue> valueOf(const toml::node &node) {
   if (const auto *text = node.as_string()) {
     return text->get();
   }
-  return std::nullopt;
+  return platform::OtherValue{kindOf(node)};
 }
 
 // A basic string of TOML.
@@ -71,7 +85,8 @@ std::string written(const SettingValue &value) {
   if (const auto *number = std::get_if<std::int64_t>(&value)) {
     return std::to_string(*number);
   }
-  return std::get<bool>(value) ? "true" : "false";
+  const auto *const boolean = std::get_if<bool>(&value);
+  return boolean == nullptr ? "" : *boolean ? "true" : "false";
 }
 
 std::string writtenKey(const std::string &key) {
@@ -156,7 +171,13 @@ void put(toml::table &table, const std::string &key, const std::optional<Setting
     table.erase(key);
     return;
   }
-  std::visit([&](const auto &content) { table.insert_or_assign(key, content); }, *value);
+  std::visit(
+      [&]<typename Content>(const Content &content) {
+        if constexpr (!std::is_same_v<Content, platform::OtherValue>) {
+          table.insert_or_assign(key, content);
+        }
+      },
+      *value);
 }
 
 bool holdsTable(const toml::table &table, const std::string &key) {
@@ -173,10 +194,7 @@ std::optional<std::vector<Setting>> readSettings(std::string_view text, Error *e
   }
   std::vector<std::pair<std::uint32_t, Setting>> lines;
   for (const auto &[key, node] : *table) {
-    if (auto value = valueOf(node)) {
-      lines.emplace_back(node.source().begin.line,
-                         Setting{std::string(key.str()), std::move(*value)});
-    }
+    lines.emplace_back(node.source().begin.line, Setting{std::string(key.str()), valueOf(node)});
   }
   std::ranges::sort(lines, {}, [](const auto &line) { return line.first; });
   std::vector<Setting> settings;

@@ -60,6 +60,7 @@ std::int64_t now() {
 
 // What is known of one domain's file.
 struct TomlUserDefaults::File {
+  std::string domain;
   std::string path;
   std::uint64_t moment = 0;            // in which it was last looked at; 0: in none
   std::optional<Stamp> stamp;          // when it was last looked at; nothing: it was not there
@@ -73,62 +74,73 @@ struct TomlUserDefaults::File {
   }
 };
 
-TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder, Moment moment)
-    : reporter_(std::move(reporter)), folder_(std::move(folder)), moment_(std::move(moment)) {}
+TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder, Moment moment,
+                                   Check check)
+    : reporter_(std::move(reporter)),
+      folder_(std::move(folder)),
+      moment_(std::move(moment)),
+      check_(std::move(check)) {}
 
 TomlUserDefaults::~TomlUserDefaults() = default;
 
 std::optional<std::string> TomlUserDefaults::text(std::string_view domain, std::string_view key) {
-  const SettingValue *value = find(domain, key);
-  const auto *text = value == nullptr ? nullptr : std::get_if<std::string>(value);
+  const auto value = find(domain, key);
+  const auto *text = value ? std::get_if<std::string>(&*value) : nullptr;
   return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
 std::optional<bool> TomlUserDefaults::boolean(std::string_view domain, std::string_view key) {
-  const SettingValue *value = find(domain, key);
-  if (value == nullptr) {
-    return std::nullopt;
-  }
-  if (const auto *text = std::get_if<std::string>(value)) {
-    return *text == "YES" || *text == "true";
-  }
-  if (const auto *number = std::get_if<std::int64_t>(value)) {
-    return *number != 0;
-  }
-  return std::get<bool>(*value);
+  const auto value = find(domain, key);
+  return value ? platform::booleanOf(*value) : std::nullopt;
 }
 
 std::optional<std::int64_t> TomlUserDefaults::integer(std::string_view domain,
                                                       std::string_view key) {
-  const SettingValue *value = find(domain, key);
-  const auto *number = value == nullptr ? nullptr : std::get_if<std::int64_t>(value);
+  const auto value = find(domain, key);
+  const auto *number = value ? std::get_if<std::int64_t>(&*value) : nullptr;
   return number == nullptr ? std::nullopt : std::optional(*number);
 }
 
-const SettingValue *TomlUserDefaults::find(std::string_view domain, std::string_view key) {
+std::optional<SettingValue> TomlUserDefaults::find(std::string_view domain, std::string_view key) {
+  const std::uint64_t moment = moment_ ? moment_() : 0;
+  std::vector<std::string> complaints;
+  std::optional<SettingValue> found;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto &values = current(domain, moment, complaints).values;
+    if (const auto value = values.find(key); value != values.end()) {
+      found = value->second;
+    }
+  }
+  // Only now that the file is up to date and the mutex free: the reporter may look up settings of
+  // the same file, and wait for another thread that does.
+  for (const std::string &complaint : complaints) {
+    if (reporter_) {
+      reporter_(complaint);
+    }
+  }
+  return found;
+}
+
+TomlUserDefaults::File &TomlUserDefaults::current(std::string_view domain, std::uint64_t moment,
+                                                  std::vector<std::string> &complaints) {
   auto place = files_.find(domain);
   if (place == files_.end()) {
     auto file = std::make_unique<File>();
+    file->domain = domain;
     file->path = folder_ + "/" + std::string(domain) + ".toml";
     place = files_.emplace(domain, std::move(file)).first;
   }
   File &file = *place->second;
-  const std::string complaint = isOfThisMoment(file) ? "" : refresh(file);
-  // only now that the file is up to date: the reporter may look up settings of the same file
-  if (!complaint.empty() && reporter_) {
-    reporter_(complaint);
+  // noted first, so that the next look-up in this moment finds the file looked at
+  const std::uint64_t before = std::exchange(file.moment, moment);
+  if (moment == 0 || moment != before) {
+    complaints = refresh(file);
   }
-  const auto value = file.values.find(key);
-  return value == file.values.end() ? nullptr : &value->second;
+  return file;
 }
 
-// Notes the moment, so that the next look-up in it finds the file looked at.
-bool TomlUserDefaults::isOfThisMoment(File &file) const {
-  const std::uint64_t before = std::exchange(file.moment, moment_ ? moment_() : 0);
-  return file.moment != 0 && file.moment == before;
-}
-
-std::string TomlUserDefaults::refresh(File &file) {
+std::vector<std::string> TomlUserDefaults::refresh(File &file) const {
   const std::string path = base::rooted(file.path);
   const std::int64_t time = now();
   const auto stamp = stampOf(path);
@@ -140,8 +152,10 @@ std::string TomlUserDefaults::refresh(File &file) {
     file.stamp = stamp;
     file.isTrusted = false;
     file.forget();
-    return stamp && isNew ? file.path + " can be written by its group or others and is not used"
-                          : "";
+    if (!stamp || !isNew) {
+      return {};
+    }
+    return {file.path + " can be written by its group or others and is not used"};
   }
   Error error;
   const auto content = base::readFile(path, kLargestFile, &error);
@@ -150,13 +164,16 @@ std::string TomlUserDefaults::refresh(File &file) {
   }
   file.stamp = stamp;
   file.isTrusted = content && time - stamp->changed >= kTrustedAge;
+  if (!content && isNew) {
+    return {error.description + "; " + kKept};
+  }
   if (!content) {
-    return isNew ? error.description + "; " + kKept : "";
+    return {};
   }
   return take(file, base::textOf(*content));
 }
 
-std::string TomlUserDefaults::take(File &file, std::string_view content) {
+std::vector<std::string> TomlUserDefaults::take(File &file, std::string_view content) const {
   if (file.content == content) {
     return {};
   }
@@ -164,13 +181,17 @@ std::string TomlUserDefaults::take(File &file, std::string_view content) {
   Error error;
   auto settings = readSettings(content, &error);
   if (!settings) {
-    return file.path + ", " + error.description + "; " + kKept;
+    return {file.path + ", " + error.description + "; " + kKept};
+  }
+  auto complaints = check_ ? check_(file.domain, *settings) : std::vector<std::string>();
+  for (std::string &complaint : complaints) {
+    complaint.insert(0, file.path + ": ");
   }
   file.values.clear();
   for (Setting &setting : *settings) {
     file.values.emplace(std::move(setting.key), std::move(setting.value));
   }
-  return {};
+  return complaints;
 }
 
 }  // namespace platform_linux

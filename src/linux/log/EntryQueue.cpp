@@ -27,8 +27,9 @@ std::string_view cut(std::string_view text) {
 
 }  // namespace
 
-EntryQueue::EntryQueue(platform::MainQueue &queue, const std::string &processName, LogPaths paths)
-    : sink_(processName, std::move(paths)), timer_(queue, [this] { return send(); }) {}
+EntryQueue::EntryQueue(platform::MainQueue &queue, std::mutex &mutex,
+                       const std::string &processName, LogPaths paths)
+    : sink_(processName, std::move(paths)), timer_(queue, mutex, [this] { return send(); }) {}
 
 void EntryQueue::add(std::string_view text) {
   std::string entry(cut(text));

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,9 +16,12 @@ namespace platform_linux {
 // Entries on their way to the machine's log. They are sent together, 10 ms after the first of them.
 // While the log takes none, 4,096 of them or 1 MiB wait; those that come after that are dropped,
 // and an entry in their place says how many.
+//
+// Used with the mutex held, which its timer takes by itself.
 class EntryQueue {
  public:
-  EntryQueue(platform::MainQueue &queue, const std::string &processName, LogPaths paths);
+  EntryQueue(platform::MainQueue &queue, std::mutex &mutex, const std::string &processName,
+             LogPaths paths);
 
   // Takes an entry. It is cut at 64 KiB, between two characters; a line feed becomes a blank.
   void add(std::string_view text);

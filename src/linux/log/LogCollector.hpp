@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <mutex>
 #include <string>
 
 #include "linux/log/EntryQueue.hpp"
@@ -13,7 +14,8 @@ namespace platform_linux {
 
 // Collects what goes to the machine's log and to standard error, and passes it on together: at most
 // 10 ms later, with flush(), or at its end, for which it takes 200 ms at most. See EntryQueue and
-// TextQueue for what happens when nobody takes it. The process has to ignore SIGPIPE.
+// TextQueue for what happens when nobody takes it. The process has to ignore SIGPIPE. Takes calls
+// from any thread.
 class LogCollector : public platform::UnifiedLog, public platform::StandardError {
  public:
   // The queue is borrowed; it need not run yet. `processName` is the name under which entries
@@ -32,6 +34,7 @@ class LogCollector : public platform::UnifiedLog, public platform::StandardError
   void flush() override;
 
  private:
+  std::mutex mutex_;
   EntryQueue entries_;
   TextQueue text_;
 };

@@ -11,8 +11,9 @@ constexpr std::chrono::milliseconds kLongestPause{500};
 
 }  // namespace
 
-RetryTimer::RetryTimer(platform::MainQueue &queue, std::function<Passage()> attempt)
-    : queue_(queue), attempt_(std::move(attempt)), pause_(kFirstPause) {}
+RetryTimer::RetryTimer(platform::MainQueue &queue, std::mutex &mutex,
+                       std::function<Passage()> attempt)
+    : queue_(queue), mutex_(mutex), attempt_(std::move(attempt)), pause_(kFirstPause) {}
 
 void RetryTimer::arm() {
   if (isArmed_) {
@@ -27,6 +28,7 @@ void RetryTimer::arm() {
 }
 
 void RetryTimer::fire() {
+  const std::lock_guard lock(mutex_);
   isArmed_ = false;
   const Passage passage = attempt_();
   pause_ = passage == Passage::stuck ? std::min(pause_ * 2, kLongestPause) : kFirstPause;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 #include "platform/MainQueue.hpp"
 
@@ -16,7 +17,8 @@ enum class Passage { complete, partial, stuck };
 // queue need not run yet and may outlive the timer: what is armed then does nothing.
 class RetryTimer {
  public:
-  RetryTimer(platform::MainQueue &queue, std::function<Passage()> attempt);
+  // A try is made with the mutex held, and so arm() has to be called.
+  RetryTimer(platform::MainQueue &queue, std::mutex &mutex, std::function<Passage()> attempt);
 
   // Makes sure that a try is on its way.
   void arm();
@@ -25,6 +27,7 @@ class RetryTimer {
   void fire();
 
   platform::MainQueue &queue_;
+  std::mutex &mutex_;
   std::function<Passage()> attempt_;
   std::chrono::milliseconds pause_;
   bool isArmed_ = false;

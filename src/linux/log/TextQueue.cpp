@@ -22,10 +22,11 @@ bool canWriteNow(int descriptor) {
 
 }  // namespace
 
-TextQueue::TextQueue(platform::MainQueue &queue, const std::string &processName, int descriptor)
+TextQueue::TextQueue(platform::MainQueue &queue, std::mutex &mutex, const std::string &processName,
+                     int descriptor)
     : processName_(processName),
       descriptor_(descriptor),
-      timer_(queue, [this] { return send(); }) {}
+      timer_(queue, mutex, [this] { return send(); }) {}
 
 void TextQueue::add(std::string_view text) {
   if (!isStuck_ && waitingBytes() + text.size() > kMostBytes) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -14,10 +15,13 @@ namespace platform_linux {
 // change. It is written together, 10 ms after the first of it. While the reader stands still 1 MiB
 // waits; what comes after that is dropped, and a line in its place says how much. A write on a pipe
 // without a reader raises SIGPIPE, which the process has to ignore.
+//
+// Used with the mutex held, which its timer takes by itself.
 class TextQueue {
  public:
   // `processName` stands before the count of what was dropped. The descriptor is borrowed.
-  TextQueue(platform::MainQueue &queue, const std::string &processName, int descriptor);
+  TextQueue(platform::MainQueue &queue, std::mutex &mutex, const std::string &processName,
+            int descriptor);
 
   void add(std::string_view text);
 

@@ -39,20 +39,6 @@ std::string errnoText(int number) {
   return std::generic_category().message(number);
 }
 
-std::string loweredASCII(std::string text) {
-  std::ranges::transform(text, text.begin(), [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
-  });
-  return text;
-}
-
-bool subjectMatches(const crypto::Certificate &certificate, const IdentityQuery &query) {
-  return !query.subjectContains ||
-         loweredASCII(certificate.subject()).find(loweredASCII(*query.subjectContains)) !=
-             std::string::npos;
-}
-
 std::optional<Bytes> publicKeyHashOf(const IdentityRecord &record) {
   if (record.publicKeyHash) {
     return record.publicKeyHash;
@@ -226,7 +212,7 @@ IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
   Database::Step step = Database::Step::failed;
   while ((step = database.step(row)) == Database::Step::row) {
     const auto certificate = crypto::Certificate::fromDER(row.bytes(1));
-    if (certificate && !subjectMatches(*certificate, query)) {
+    if (certificate && !certificate->subjectContains(query.subjectContains.value_or(""))) {
       continue;
     }
     auto record = certificate ? recordOf(row, *certificate, withReference) : std::nullopt;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
@@ -30,8 +31,8 @@ class SqliteItemStore : public platform::ItemStore {
   // `path` is used as given (see base::rooted).
   SqliteItemStore(std::string path, Reporter reporter);
 
-  // In the order in which they were added. `subjectContains` ignores the case of ASCII letters. A
-  // query that asks for neither attributes nor references gets references.
+  // In the order in which they were added. A query that asks for neither attributes nor references
+  // gets references.
   [[nodiscard]] platform::IdentityMatches searchIdentities(
       const platform::IdentityQuery &query) override;
 
@@ -77,7 +78,7 @@ class SqliteItemStore : public platform::ItemStore {
 
   std::string path_;
   Reporter reporter_;
-  platform::StoreTrouble trouble_ = platform::StoreTrouble::none;
+  std::atomic<platform::StoreTrouble> trouble_ = platform::StoreTrouble::none;
 };
 
 }  // namespace platform_linux

@@ -40,28 +40,29 @@ bool isTrustPolicy(CK_FUNCTION_LIST *module) {
   return textOr(p11_kit_config_option(module, "trust-policy"), "no") == "yes";
 }
 
-void startOne(CK_FUNCTION_LIST *loaded, const std::string &path,
-              std::vector<std::shared_ptr<Module>> &modules, const Report &report) {
-  std::string reason;
-  if (auto module = Module::start(loaded, reason)) {
-    modules.push_back(std::move(module));
+void startOne(CK_FUNCTION_LIST *loaded, const std::string &path, Modules &modules,
+              const Report &report) {
+  CK_RV result = CKR_OK;
+  if (auto module = Module::start(loaded, result)) {
+    modules.started.push_back(std::move(module));
   } else {
-    report("PKCS #11 module " + path + " left out: " + reason);
+    report("PKCS #11 module " + path + " left out: " + p11_kit_strerror(result));
+    modules.failure = modules.failure == CKR_OK ? result : modules.failure;
   }
 }
 
-std::vector<std::shared_ptr<Module>> startConfigured(const Report &report) {
+Modules startConfigured(const Report &report) {
   using Loaded = std::unique_ptr<CK_FUNCTION_LIST *, Free>;
   const Loaded loaded(p11_kit_modules_load(/*reserved=*/nullptr, /*flags=*/0));
   if (!loaded) {
     report("no PKCS #11 module is used: " + lastReason());
-    return {};
+    return {{}, CKR_GENERAL_ERROR};
   }
   // p11-kit goes on without a module that can't be loaded and keeps the last reason
   if (const char *const leftOut = p11_kit_message()) {
     report(std::string("a PKCS #11 module is left out: ") + leftOut);
   }
-  std::vector<std::shared_ptr<Module>> modules;
+  Modules modules;
   for (CK_FUNCTION_LIST **each = loaded.get(); *each != nullptr; ++each) {
     const std::string path = textOr(p11_kit_module_get_filename(*each), "");
     if (isOwnDriver(path) || isTrustPolicy(*each)) {
@@ -89,7 +90,7 @@ std::string modulePathIn(const std::string &file) {
   return "";
 }
 
-std::vector<std::shared_ptr<Module>> startIn(const std::string &folder, const Report &report) {
+Modules startIn(const std::string &folder, const Report &report) {
   std::vector<std::string> files;
   std::error_code none;
   for (const auto &entry : fs::directory_iterator(folder, none)) {
@@ -98,7 +99,7 @@ std::vector<std::shared_ptr<Module>> startIn(const std::string &folder, const Re
     }
   }
   std::ranges::sort(files);
-  std::vector<std::shared_ptr<Module>> modules;
+  Modules modules;
   for (const std::string &file : files) {
     const std::string path = modulePathIn(file);
     if (isOwnDriver(path)) {
@@ -117,9 +118,9 @@ std::vector<std::shared_ptr<Module>> startIn(const std::string &folder, const Re
 
 }  // namespace
 
-std::shared_ptr<Module> Module::start(CK_FUNCTION_LIST *functions, std::string &reason) {
-  if (const CK_RV result = p11_kit_module_initialize(functions); result != CKR_OK) {
-    reason = p11_kit_strerror(result);
+std::shared_ptr<Module> Module::start(CK_FUNCTION_LIST *functions, CK_RV &result) {
+  result = p11_kit_module_initialize(functions);
+  if (result != CKR_OK) {
     p11_kit_module_release(functions);
     return nullptr;
   }
@@ -131,8 +132,7 @@ Module::~Module() {
   p11_kit_module_release(functions_);
 }
 
-std::vector<std::shared_ptr<Module>> startModules(const std::optional<std::string> &folder,
-                                                  const Report &report) {
+Modules startModules(const std::optional<std::string> &folder, const Report &report) {
   p11_kit_be_quiet();  // or it writes to standard error by itself
   return folder ? startIn(*folder, report) : startConfigured(report);
 }

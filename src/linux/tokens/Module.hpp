@@ -16,9 +16,8 @@ namespace platform_linux {
 // from several threads, so whoever calls holds `mutex`.
 class Module {
  public:
-  // Takes over a module that was loaded. Null, with the reason, if it does not start.
-  [[nodiscard]] static std::shared_ptr<Module> start(CK_FUNCTION_LIST *functions,
-                                                     std::string &reason);
+  // Takes over a module that was loaded. Null, with what it answered, if it does not start.
+  [[nodiscard]] static std::shared_ptr<Module> start(CK_FUNCTION_LIST *functions, CK_RV &result);
   ~Module();
   Module(const Module &) = delete;
   Module &operator=(const Module &) = delete;
@@ -36,12 +35,17 @@ class Module {
 // Gets a line about what could not be used.
 using Report = std::function<void(const std::string &line)>;
 
+// The modules in use, and the first failure of one that was to be among them.
+struct Modules {
+  std::vector<std::shared_ptr<Module>> started;
+  CK_RV failure = CKR_OK;
+};
+
 // Loads and starts the modules, in a stable order: those that p11-kit's configuration names for
 // this machine, or with `folder` those that its files "*.module" name, by the files' names (the
 // same form, of which the line "module:" with an absolute path counts). Left out are modules that
 // fail, with a line, our own token driver, which would ask the very daemon that asks it, and
-// modules that only say whom to trust.
-[[nodiscard]] std::vector<std::shared_ptr<Module>> startModules(
-    const std::optional<std::string> &folder, const Report &report);
+// modules that only say whom to trust. A module that is not installed is no failure.
+[[nodiscard]] Modules startModules(const std::optional<std::string> &folder, const Report &report);
 
 }  // namespace platform_linux

@@ -90,7 +90,8 @@ std::optional<IdentityRecord> recordOf(const CertificateObject &object,
   return record;
 }
 
-void readRecords(OpenToken &open, const Report &report) {
+// Gives the first failure of a look-up, CKR_OK if all went well.
+CK_RV readRecords(OpenToken &open, const Report &report) {
   const std::lock_guard lock(open.token->mutex());
   open.records.clear();
   open.isHidden.clear();
@@ -105,28 +106,41 @@ void readRecords(OpenToken &open, const Report &report) {
       open.isHidden.push_back(!isThere);
     }
   }
+  return open.token->takeFailure();
 }
 
-// Those on which a session can be opened, with what they show.
-std::vector<OpenToken> openTokens(std::vector<TokenPlace> places, const IdentityQuery &query,
-                                  const Report &report) {
+CK_RV openAndRead(OpenToken &open, const Report &report) {
+  std::unique_lock lock(open.token->mutex());
+  const CK_RV result = open.token->open();
+  lock.unlock();
+  return result == CKR_OK ? readRecords(open, report) : result;
+}
+
+// Those that could be read, with what they show; of those that could not, the first failure.
+std::vector<OpenToken> openTokens(const std::vector<TokenPlace> &places, const IdentityQuery &query,
+                                  const Report &report, CK_RV &failure) {
   std::vector<OpenToken> tokens;
-  for (TokenPlace &place : places) {
+  for (const TokenPlace &place : places) {
     if (query.tokenID && *query.tokenID != place.id) {
       continue;
     }
-    OpenToken open{std::make_shared<Token>(std::move(place)), {}, {}};
-    std::unique_lock lock(open.token->mutex());
-    const CK_RV result = open.token->open();
-    lock.unlock();
-    if (result != CKR_OK) {
-      report("token " + open.token->id() + " left out: " + p11_kit_strerror(result));
-      continue;
+    OpenToken open{std::make_shared<Token>(place), {}, {}};
+    if (const CK_RV result = openAndRead(open, report); result == CKR_OK) {
+      tokens.push_back(std::move(open));
+    } else {
+      report("token " + place.id + " left out: " + p11_kit_strerror(result));
+      failure = failure == CKR_OK ? result : failure;
     }
-    readRecords(open, report);
-    tokens.push_back(std::move(open));
   }
   return tokens;
+}
+
+// A failure as the status of a search: its own number, unless that has another meaning there.
+platform::ItemStatus statusOf(CK_RV failure) {
+  const auto status = static_cast<platform::ItemStatus>(static_cast<std::int32_t>(failure));
+  return status == platform::itemSuccess || status == platform::itemNotFound
+             ? platform::itemStoreUnusable
+             : status;
 }
 
 bool takesPIN(const OpenToken &open) {
@@ -147,19 +161,27 @@ OpenToken *tokenForPIN(std::vector<OpenToken> &tokens,
   return first == tokens.end() ? nullptr : &*first;
 }
 
-bool logIn(OpenToken &open, const SecretText &pin, const Report &report) {
+// What a token answers that works and does not take this PIN.
+bool isAboutThePIN(CK_RV result) {
+  return (result >= CKR_PIN_INCORRECT && result <= CKR_PIN_LOCKED) ||
+         (result >= CKR_USER_ALREADY_LOGGED_IN && result <= CKR_USER_TOO_MANY_TYPES);
+}
+
+platform::ItemStatus logIn(OpenToken &open, const SecretText &pin, const Report &report) {
   std::unique_lock lock(open.token->mutex());
-  const CK_RV result = open.token->login(pin);
+  CK_RV result = open.token->login(pin);
   lock.unlock();
-  if (result != CKR_OK) {
-    report("token " + open.token->id() +
-           (result == CKR_PIN_LOCKED
-                ? " did not get the PIN: one more wrong one would lock it, or it is locked"
-                : std::string(" did not take the PIN: ") + p11_kit_strerror(result)));
-    return false;
+  if (result == CKR_OK) {
+    result = readRecords(open, report);
   }
-  readRecords(open, report);
-  return true;
+  if (result == CKR_OK) {
+    return platform::itemSuccess;
+  }
+  report("token " + open.token->id() +
+         (result == CKR_PIN_LOCKED
+              ? " did not get the PIN: one more wrong one would lock it, or it is locked"
+              : std::string(" did not take the PIN: ") + p11_kit_strerror(result)));
+  return isAboutThePIN(result) ? platform::itemPINRefused : statusOf(result);
 }
 
 void reportHidden(const OpenToken &open, const platform::TokenWatcher::IsWanted &isWanted,
@@ -170,16 +192,6 @@ void reportHidden(const OpenToken &open, const platform::TokenWatcher::IsWanted 
              " does not work before the token has its PIN");
     }
   }
-}
-
-// Whether the subject holds the text, in either case of ASCII letters.
-bool hasSubject(const IdentityRecord &record, const std::string &text) {
-  const auto lowered = [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
-  };
-  const std::string subject = record.reference->certificate.subject();
-  return text.empty() || !std::ranges::search(subject, text, {}, lowered, lowered).empty();
 }
 
 }  // namespace
@@ -193,9 +205,11 @@ std::optional<std::string> P11TokenWatcher::moduleFolderOfRoot() {
 }
 
 std::vector<std::string> P11TokenWatcher::tokenIDs() {
+  const std::lock_guard lock(mutex_);
   std::vector<std::string> ids;
-  std::ranges::transform(presentTokens(startModules(moduleFolder_, report_)),
-                         std::back_inserter(ids), &TokenPlace::id);
+  const Modules modules = startModules(moduleFolder_, report_);
+  std::ranges::transform(presentTokens(modules.started, report_).places, std::back_inserter(ids),
+                         &TokenPlace::id);
   return ids;
 }
 
@@ -204,18 +218,31 @@ IdentityMatches P11TokenWatcher::searchIdentities(const IdentityQuery &query,
   if (query.accessGroup.value_or(platform::kTokenAccessGroup) != platform::kTokenAccessGroup) {
     return {};
   }
-  auto tokens = openTokens(presentTokens(startModules(moduleFolder_, report_)), query, report_);
+  const std::lock_guard lock(mutex_);
+  const Modules modules = startModules(moduleFolder_, report_);
+  const PresentTokens present = presentTokens(modules.started, report_);
+  CK_RV failure = CKR_OK;
+  auto tokens = openTokens(present.places, query, report_, failure);
+  if (failure == CKR_OK && (!query.tokenID || tokens.empty())) {
+    failure = modules.failure == CKR_OK ? present.failure : modules.failure;
+  }
   OpenToken *const chosen = query.pin == nullptr ? nullptr : tokenForPIN(tokens, isWanted);
-  if (chosen != nullptr && !logIn(*chosen, *query.pin, report_)) {
-    return {platform::itemPINRefused, {}};
+  if (chosen != nullptr) {
+    if (const auto status = logIn(*chosen, *query.pin, report_); status != platform::itemSuccess) {
+      return {status, {}};
+    }
   }
   IdentityMatches matches;
   for (OpenToken &open : tokens) {
     reportHidden(open, isWanted, report_);
-    std::ranges::copy_if(open.records, std::back_inserter(matches.records),
-                         [&](const IdentityRecord &record) {
-                           return hasSubject(record, query.subjectContains.value_or(""));
-                         });
+    std::ranges::copy_if(
+        open.records, std::back_inserter(matches.records), [&](const IdentityRecord &record) {
+          return record.reference->certificate.subjectContains(query.subjectContains.value_or(""));
+        });
+  }
+  const bool hasWanted = isWanted && std::ranges::any_of(matches.records, isWanted);
+  if (failure != CKR_OK && !hasWanted) {
+    return {statusOf(failure), {}};
   }
   matches.status = matches.records.empty() ? platform::itemNotFound : platform::itemSuccess;
   return matches;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,6 +29,7 @@ class P11TokenWatcher : public platform::TokenWatcher {
                                                            const IsWanted &isWanted) override;
 
  private:
+  std::mutex mutex_;  // held during an operation
   Report report_;
   std::optional<std::string> moduleFolder_;
 };

@@ -13,12 +13,19 @@ namespace {
 // A signature of an RSA key of 16384 bits.
 constexpr std::size_t kLongestResult = 2048;
 
-std::optional<CK_TOKEN_INFO> infoOf(const Module &module, CK_SLOT_ID slot) {
+// With these a token that works says that it does not give an attribute.
+constexpr std::array kNoAttribute = {CKR_ATTRIBUTE_TYPE_INVALID, CKR_ATTRIBUTE_SENSITIVE,
+                                     CKR_OBJECT_HANDLE_INVALID, CKR_BUFFER_TOO_SMALL};
+
+// Nothing, with the answer in `result`, if the slot can't tell of a token.
+std::optional<CK_TOKEN_INFO> infoOf(const Module &module, CK_SLOT_ID slot, CK_RV &result) {
   CK_TOKEN_INFO info{};
-  if (module.functions().C_GetTokenInfo(slot, &info) != CKR_OK) {
-    return std::nullopt;
-  }
-  return info;
+  result = module.functions().C_GetTokenInfo(slot, &info);
+  return result == CKR_OK ? std::optional(info) : std::nullopt;
+}
+
+bool saysThatNoneIsThere(CK_RV result) {
+  return result == CKR_TOKEN_NOT_PRESENT || result == CKR_TOKEN_NOT_RECOGNIZED;
 }
 
 std::string uriOf(const CK_TOKEN_INFO &info) {
@@ -38,42 +45,59 @@ std::string uriOf(const CK_TOKEN_INFO &info) {
 }
 
 // The slots that hold a token, by their numbers: a module may list them in any order.
-std::vector<CK_SLOT_ID> slotsOf(const Module &module) {
+std::vector<CK_SLOT_ID> slotsOf(const Module &module, CK_RV &result) {
   CK_ULONG count = 0;
-  if (module.functions().C_GetSlotList(CK_TRUE, nullptr, &count) != CKR_OK) {
+  result = module.functions().C_GetSlotList(CK_TRUE, nullptr, &count);
+  std::vector<CK_SLOT_ID> slots(result == CKR_OK ? count : 0);
+  if (result == CKR_OK) {
+    result = module.functions().C_GetSlotList(CK_TRUE, slots.data(), &count);
+  }
+  if (result == CKR_BUFFER_TOO_SMALL) {
+    result = CKR_OK;  // one more has just come; all are found the next time
     return {};
   }
-  std::vector<CK_SLOT_ID> slots(count);
-  if (module.functions().C_GetSlotList(CK_TRUE, slots.data(), &count) != CKR_OK) {
-    return {};  // one more has just come; it is found the next time
-  }
-  slots.resize(std::min<std::size_t>(count, slots.size()));
+  slots.resize(result == CKR_OK ? std::min<std::size_t>(count, slots.size()) : 0);
   std::ranges::sort(slots);
   return slots;
 }
 
-void addTokensOf(const std::shared_ptr<Module> &module, std::vector<TokenPlace> &places) {
+void addTokensOf(const std::shared_ptr<Module> &module, PresentTokens &present,
+                 const Report &report) {
   const std::lock_guard lock(module->mutex);
-  for (const CK_SLOT_ID slot : slotsOf(*module)) {
-    const auto info = infoOf(*module, slot);
+  const auto failed = [&](const std::string &what, CK_RV result) {
+    report(what + p11_kit_strerror(result));
+    present.failure = present.failure == CKR_OK ? result : present.failure;
+  };
+  CK_RV result = CKR_OK;
+  const auto slots = slotsOf(*module, result);
+  if (result != CKR_OK) {
+    failed("a PKCS #11 module does not list its slots: ", result);
+  }
+  for (const CK_SLOT_ID slot : slots) {
+    const auto info = infoOf(*module, slot, result);
+    if (!info && !saysThatNoneIsThere(result)) {
+      failed("token in slot " + std::to_string(slot) + " left out: ", result);
+    }
     if (!info || (info->flags & CKF_TOKEN_INITIALIZED) == 0) {
       continue;
     }
     std::string id = uriOf(*info);
-    if (!id.empty() && std::ranges::find(places, id, &TokenPlace::id) == places.end()) {
-      places.push_back({module, slot, std::move(id)});
+    if (!id.empty() &&
+        std::ranges::find(present.places, id, &TokenPlace::id) == present.places.end()) {
+      present.places.push_back({module, slot, std::move(id)});
     }
   }
 }
 
 }  // namespace
 
-std::vector<TokenPlace> presentTokens(const std::vector<std::shared_ptr<Module>> &modules) {
-  std::vector<TokenPlace> places;
+PresentTokens presentTokens(const std::vector<std::shared_ptr<Module>> &modules,
+                            const Report &report) {
+  PresentTokens present;
   for (const auto &module : modules) {
-    addTokensOf(module, places);
+    addTokensOf(module, present, report);
   }
-  return places;
+  return present;
 }
 
 Token::~Token() {
@@ -92,8 +116,15 @@ CK_RV Token::open() {
   return call().C_OpenSession(place_.slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session_);
 }
 
+void Token::note(CK_RV result) const {
+  failure_ = failure_ == CKR_OK ? result : failure_;
+}
+
 std::optional<CK_TOKEN_INFO> Token::info() const {
-  return infoOf(*place_.module, place_.slot);
+  CK_RV result = CKR_OK;
+  auto info = infoOf(*place_.module, place_.slot, result);
+  note(result);
+  return info;
 }
 
 bool Token::wantsLogin() const {
@@ -118,7 +149,10 @@ CK_RV Token::giveTo(CK_USER_TYPE user, const SecretText &pin) const {
 
 CK_RV Token::login(const SecretText &pin) {
   const auto now = info();
-  if (!now || (now->flags & (CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED)) != 0) {
+  if (!now) {
+    return takeFailure();
+  }
+  if ((now->flags & (CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED)) != 0) {
     return CKR_PIN_LOCKED;
   }
   const CK_RV result = giveTo(CKU_USER, pin);
@@ -132,9 +166,10 @@ CK_RV Token::login(const SecretText &pin) {
 
 CK_RV Token::reopen() {
   close();
-  const auto slots = slotsOf(*place_.module);
-  const auto slot = std::ranges::find_if(slots, [this](CK_SLOT_ID candidate) {
-    const auto there = infoOf(*place_.module, candidate);
+  CK_RV ignored = CKR_OK;
+  const auto slots = slotsOf(*place_.module, ignored);
+  const auto slot = std::ranges::find_if(slots, [&](CK_SLOT_ID candidate) {
+    const auto there = infoOf(*place_.module, candidate, ignored);
     return there && uriOf(*there) == place_.id;
   });
   if (slot == slots.end()) {
@@ -151,27 +186,37 @@ std::vector<CK_OBJECT_HANDLE> Token::objects(CK_OBJECT_CLASS type, const Bytes *
   std::array<CK_ATTRIBUTE, 2> pattern{
       {{CKA_CLASS, &type, sizeof type}, {CKA_ID, wanted.data(), wanted.size()}}};
   std::vector<CK_OBJECT_HANDLE> found;
-  if (call().C_FindObjectsInit(session_, pattern.data(), id == nullptr ? 1 : 2) != CKR_OK) {
+  CK_RV result = call().C_FindObjectsInit(session_, pattern.data(), id == nullptr ? 1 : 2);
+  if (result != CKR_OK) {
+    note(result);
     return found;
   }
   std::array<CK_OBJECT_HANDLE, 32> some{};
   CK_ULONG count = 0;
-  while (call().C_FindObjects(session_, some.data(), some.size(), &count) == CKR_OK && count > 0) {
+  while ((result = call().C_FindObjects(session_, some.data(), some.size(), &count)) == CKR_OK &&
+         count > 0) {
     found.insert(found.end(), some.begin(), some.begin() + static_cast<std::ptrdiff_t>(count));
   }
+  note(result);
   static_cast<void>(call().C_FindObjectsFinal(session_));
   return found;
 }
 
 Bytes Token::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const {
   CK_ATTRIBUTE attribute{type, nullptr, 0};
-  if (call().C_GetAttributeValue(session_, object, &attribute, 1) != CKR_OK ||
-      attribute.ulValueLen == CK_UNAVAILABLE_INFORMATION) {
+  const auto isRead = [&] {
+    const CK_RV result = call().C_GetAttributeValue(session_, object, &attribute, 1);
+    if (std::ranges::find(kNoAttribute, result) == kNoAttribute.end()) {
+      note(result);
+    }
+    return result == CKR_OK && attribute.ulValueLen != CK_UNAVAILABLE_INFORMATION;
+  };
+  if (!isRead()) {
     return {};
   }
   Bytes value(attribute.ulValueLen);
   attribute.pValue = value.data();
-  if (call().C_GetAttributeValue(session_, object, &attribute, 1) != CKR_OK) {
+  if (!isRead()) {
     return {};
   }
   value.resize(std::min<std::size_t>(attribute.ulValueLen, value.size()));

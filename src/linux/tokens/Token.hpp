@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/Bytes.hpp"
@@ -19,9 +20,16 @@ struct TokenPlace {
   std::string id;  // a PKCS #11 URI: it names model, manufacturer, serial number and label
 };
 
-// The tokens in the modules' slots, by module and slot; each ID once.
-[[nodiscard]] std::vector<TokenPlace> presentTokens(
-    const std::vector<std::shared_ptr<Module>> &modules);
+// The tokens that were found, and the first failure of a slot or module that may hold more.
+struct PresentTokens {
+  std::vector<TokenPlace> places;
+  CK_RV failure = CKR_OK;
+};
+
+// The tokens in the modules' slots, by module and slot; each ID once. A slot that can't be asked is
+// left out with a line, one without a token, or with a card that is none, without.
+[[nodiscard]] PresentTokens presentTokens(const std::vector<std::shared_ptr<Module>> &modules,
+                                          const Report &report);
 
 // A token with one session on it, which is closed with this object. Calls are made with the
 // module's mutex held.
@@ -53,6 +61,10 @@ class Token {
   // logged in before. A PIN that is refused is not kept for another time.
   [[nodiscard]] CK_RV reopen();
 
+  // The first failure of the look-ups below since the last call; CKR_OK if there was none. That an
+  // object has no such attribute, or is gone, is no failure.
+  [[nodiscard]] CK_RV takeFailure() const { return std::exchange(failure_, CKR_OK); }
+
   // Objects of a class, those with this CKA_ID only if one is given.
   [[nodiscard]] std::vector<CK_OBJECT_HANDLE> objects(CK_OBJECT_CLASS type,
                                                       const Bytes *id = nullptr) const;
@@ -70,6 +82,7 @@ class Token {
 
  private:
   void close();
+  void note(CK_RV result) const;
   [[nodiscard]] std::optional<CK_TOKEN_INFO> info() const;
   [[nodiscard]] CK_RV giveTo(CK_USER_TYPE user, const SecretText &pin) const;
   [[nodiscard]] const CK_FUNCTION_LIST &call() const { return place_.module->functions(); }
@@ -77,6 +90,7 @@ class Token {
   TokenPlace place_;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
   std::unique_ptr<SecretText> pin_;
+  mutable CK_RV failure_ = CKR_OK;
 };
 
 }  // namespace platform_linux

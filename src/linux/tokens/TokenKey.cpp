@@ -22,7 +22,11 @@ TokenKey::TokenKey(std::shared_ptr<Token> token, Bytes id, std::string label, Re
       report_(std::move(report)) {}
 
 CK_RV TokenKey::find() {
+  static_cast<void>(token_->takeFailure());  // of another look-up
   const auto found = token_->objects(CKO_PRIVATE_KEY, &id_);
+  if (const CK_RV failure = token_->takeFailure(); failure != CKR_OK) {
+    return failure;
+  }
   if (found.empty()) {
     return token_->wantsLogin() && !token_->isLoggedIn() ? CKR_USER_NOT_LOGGED_IN
                                                          : CKR_KEY_HANDLE_INVALID;

@@ -1,9 +1,9 @@
-#include "ctl/Nearest.hpp"
+#include "support/Nearest.hpp"
 
 #include <algorithm>
 #include <vector>
 
-namespace ctl {
+namespace support {
 namespace {
 
 char lowered(char letter) {
@@ -42,4 +42,4 @@ std::string nearestTo(std::string_view word, std::span<const std::string> words)
   return nearest == words.end() ? "" : *nearest;
 }
 
-}  // namespace ctl
+}  // namespace support

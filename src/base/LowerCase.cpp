@@ -1,11 +1,11 @@
-#include "identity/LowerCase.hpp"
+#include "base/LowerCase.hpp"
 
 #include <climits>
 #include <clocale>
 #include <cwchar>
 #include <cwctype>
 
-namespace identity {
+namespace base {
 namespace {
 
 // The C library's tables for Unicode, opened once. They come with it ("C.UTF-8"), no locale package
@@ -51,4 +51,4 @@ std::string lowerCase(std::string_view text) {
   return lowered;
 }
 
-}  // namespace identity
+}  // namespace base

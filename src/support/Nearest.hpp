@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace ctl {
+namespace support {
 
 // How many letters have to be added, left out, replaced or swapped with their neighbour to make one
 // word of the other; upper and lower case count as the same.
@@ -14,4 +14,4 @@ namespace ctl {
 // The first of the words that needs the fewest changes; empty if there are none.
 [[nodiscard]] std::string nearestTo(std::string_view word, std::span<const std::string> words);
 
-}  // namespace ctl
+}  // namespace support

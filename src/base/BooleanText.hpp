@@ -1,0 +1,12 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace base {
+
+// True for "yes", "true" and "1", false for "no", "false" and "0", each in any case of its letters;
+// nothing for any other text.
+[[nodiscard]] std::optional<bool> booleanFromText(std::string_view text);
+
+}  // namespace base
