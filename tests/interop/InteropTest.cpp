@@ -180,26 +180,5 @@ TEST_F(Programs, CardToolsPassTheirOwnTests) {
               AllOf(HasSubstr("RSA key"), HasSubstr("EC key")));
 }
 
-TEST_F(Programs, PythonSignsAndDecrypts) {
-  write("/use.py",
-        "import sys, PyKCS11\n"
-        "from PyKCS11 import *\n"
-        "lib = PyKCS11Lib(); lib.load(sys.argv[1])\n"
-        "session = lib.openSession(lib.getSlotList(tokenPresent=True)[0])\n"
-        "rsa = session.findObjects([(CKA_CLASS, CKO_PRIVATE_KEY), (CKA_KEY_TYPE, CKK_RSA)])[0]\n"
-        "ec = session.findObjects([(CKA_CLASS, CKO_PRIVATE_KEY), (CKA_KEY_TYPE, CKK_EC)])[0]\n"
-        "open('sig', 'wb').write(bytes(session.sign(rsa, b'the letter', "
-        "Mechanism(CKM_SHA256_RSA_PKCS))))\n"
-        "assert len(session.sign(ec, bytes(32), Mechanism(CKM_ECDSA))) == 64\n"
-        "secret = bytes(session.decrypt(rsa, open('enc', 'rb').read(), RSAOAEPMechanism(CKM_SHA_1, "
-        "CKG_MGF1_SHA1)))\n"
-        "print(secret.decode())\n");
-  EXPECT_THAT(shell("printf 'blue tin' | openssl pkeyutl -encrypt -pubin -inkey rsa.pub "
-                    "-pkeyopt rsa_padding_mode:oaep -out enc\n"
-                    "/usr/bin/python3 use.py $MODULE\n"
-                    "openssl dgst -sha256 -verify rsa.pub -signature sig letter"),
-              AllOf(HasSubstr("blue tin\n"), HasSubstr("Verified OK")));
-}
-
 }  // namespace
 }  // namespace system_tests
