@@ -20,9 +20,8 @@ class Hosts : public CardMachine {
   std::unique_ptr<Process> remote = startConfirmingRemote();
 };
 
-TEST_F(Hosts, ForkAndLoadTheDriverAgain) {
+TEST_F(Hosts, ForkWhileTheirThreadsSign) {
   succeed(KEYFERRY_HOST, {"ForksAndEndsTheDriverWhileThreadsSign"});
-  succeed(KEYFERRY_HOST, {"LoadsTheDriverAgainAndAgain"});
 }
 
 // The program's OpenSSL is as odd, or as broken, with the driver as without it.

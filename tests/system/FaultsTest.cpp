@@ -139,12 +139,7 @@ TEST_F(FullLogDisk, StopsNothingAndIsWrittenToAgain) {
   EXPECT_EQ(read("/tmp/kfy/Keyferry.log"), "");
   std::filesystem::remove(at("/tmp/filler"));
   EXPECT_TRUE(isServed(asker, remote));
-  const std::string log = read("/tmp/kfy/Keyferry.log");
-  EXPECT_THAT(log, testing::HasSubstr("Removing pending worker"));
-  EXPECT_TRUE(daemon->hasSaid("Removing pending worker"));
-  succeed("kfyctl", {"debug", "off"});
-  EXPECT_TRUE(isServed(asker, remote));
-  EXPECT_EQ(read("/tmp/kfy/Keyferry.log"), log) << "off at once";
+  EXPECT_THAT(read("/tmp/kfy/Keyferry.log"), testing::HasSubstr("Removing pending worker"));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Programs of the kinds that load the driver: the first argument says which. Exit status 0 if all
 // was as such a program needs it; else the check that failed is on standard error.
 
-#include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/provider.h>
@@ -82,17 +81,6 @@ void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
   check(f->C_Finalize(nullptr) == CKR_OK, "ends");
 }
 
-void loadsTheDriverAgainAndAgain(const char * /*argument*/) {
-  for (int round = 0; round < 10; ++round) {
-    void *const module = dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
-    CardUse card = begun();
-    check(sign(card) == CKR_OK, "signs");
-    check(f->C_Finalize(nullptr) == CKR_OK, "ends");
-    dlclose(module);
-    check(dup(STDIN_FILENO) == 3 && close(3) == 0, "leaves no descriptor");
-  }
-}
-
 // Prints what OpenSSL's default context is like; with an argument after the driver was used.
 void showsItsOpenSSL(const char *argument) {
   if (argument != nullptr) {
@@ -128,7 +116,6 @@ struct Kind {
 
 constexpr std::array kKinds{
     Kind{"ForksAndEndsTheDriverWhileThreadsSign", forksAndEndsTheDriverWhileThreadsSign},
-    Kind{"LoadsTheDriverAgainAndAgain", loadsTheDriverAgainAndAgain},
     Kind{"ShowsItsOpenSSL", showsItsOpenSSL},
     Kind{"LooksForTheKey", looksForTheKey},
 };
