@@ -1,6 +1,7 @@
 #include "client/SharedConnection.hpp"
 
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -97,28 +98,6 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
   std::ranges::for_each(threads, [](std::thread &thread) { thread.join(); });
 }
 
-TEST_F(SharedConnectionTest, IsReadByAnotherThreadWhenTheOneThatReadLeaves) {
-  std::promise<void> isWaiting;
-  std::promise<void> hasLeft;
-  serve([&](ServedConnection &connection, int number) {
-    const auto first = connection.receive().value();
-    isWaiting.set_value();
-    const auto second = connection.receive().value();
-    answer(connection, number, first);
-    hasLeft.get_future().wait();
-    answer(connection, number, second);
-  });
-  Terms terms = soon();
-  terms.glance = std::chrono::hours(1);
-  std::thread first([&] {
-    EXPECT_TRUE(connection_.request(requestFor(1), terms));
-    hasLeft.set_value();
-  });
-  isWaiting.get_future().wait();
-  EXPECT_EQ(ask(2, terms), (Bytes{2, 0}));
-  first.join();
-}
-
 TEST_F(SharedConnectionTest, LeavesAConnectionOnWhichADeadlinePassedToThoseThatWaitThere) {
   std::promise<void> isWaiting;
   std::promise<void> isLeft;
@@ -167,6 +146,12 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
   const base::Descriptor mine(ends[0]);
   const base::Descriptor other(ends[1]);
   const int reused = descriptor_;
+  for (const auto &[option, expected] : {std::pair{TCP_NODELAY, 1}, {TCP_KEEPIDLE, 15}}) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    ::getsockopt(reused, IPPROTO_TCP, option, &value, &size);
+    EXPECT_EQ(value, expected) << option;
+  }
   ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
 
   EXPECT_EQ(ask(2), (Bytes{2, 1}));

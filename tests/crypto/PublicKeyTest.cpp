@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "crypto/HashAlgorithm.hpp"
+#include "crypto/KeyParts.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace {
@@ -28,6 +29,19 @@ TEST(PublicKey, ExportsWhatStandsInTheSubjectPublicKeyInfo) {
   Error error;
   EXPECT_FALSE(madeKey("X25519").publicKey().externalRepresentation(&error));
   EXPECT_EQ(error.description, "a key of type X25519 has no exported form");
+}
+
+TEST(PublicKey, KnowsItsCurveAndThePointsOnIt) {
+  const crypto::PublicKey key = madeKey("EC").publicKey();
+  EXPECT_EQ(crypto::fieldBytesOf(key), 32U);
+  EXPECT_EQ(crypto::curveIdentifierOf(key), fakes::bytesOfHex("06082a8648ce3d030107"));
+  EXPECT_FALSE(crypto::curveIdentifierOf(madeKey("RSA").publicKey()));
+  Bytes point = key.externalRepresentation().value();
+  EXPECT_TRUE(crypto::isPointFor(key, point));
+  EXPECT_FALSE(crypto::isPointFor(madeKey("RSA").publicKey(), point));
+  EXPECT_FALSE(crypto::isPointFor(key, ByteView(point).first(64)));
+  point[64] ^= 1;
+  EXPECT_FALSE(crypto::isPointFor(key, point)) << "not on the curve";
 }
 
 TEST(PublicKey, AcceptsASignatureOverExactlyTheDataItself) {

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -14,33 +13,19 @@ namespace {
 
 using testing::HasSubstr;
 
-class Hosts : public CardMachine, public testing::WithParamInterface<const char *> {
+class Hosts : public CardMachine {
  public:
   Outcome host(const std::vector<std::string> &arguments) { return run(KEYFERRY_HOST, arguments); }
 
   std::unique_ptr<Process> remote = startConfirmingRemote();
 };
 
-TEST_P(Hosts, AreServed) {
-  const Outcome outcome = host({GetParam(), std::to_string(daemon->id())});
-  EXPECT_EQ(outcome.status, 0) << outcome.output;
-  if (std::string(GetParam()) == "LosesTheDaemonWithAllSignalsBlocked") {
-    EXPECT_EQ(daemon->waitForEnd(), 128 + SIGKILL);
-    daemon.reset();
-  }
+TEST_F(Hosts, ForkWhileTheirThreadsSign) {
+  succeed(KEYFERRY_HOST, {"ForksAndEndsTheDriverWhileThreadsSign"});
 }
 
-INSTANTIATE_TEST_SUITE_P(That, Hosts,
-                         testing::Values("EndsTheDriverInALateExitHandler", "ClosesAllDescriptors",
-                                         "LosesTheDaemonWithAllSignalsBlocked",
-                                         "ForksAndEndsTheDriverWhileThreadsSign",
-                                         "LoadsTheDriverAgainAndAgain"),
-                         [](const auto &row) { return std::string(row.param); });
-
-class OneHost : public Hosts {};
-
 // The program's OpenSSL is as odd, or as broken, with the driver as without it.
-TEST_F(OneHost, KeepsItsOpenSSLAsConfigured) {
+TEST_F(Hosts, KeepsItsOpenSSLAsConfigured) {
   const std::string section = "openssl_conf = own\n[own]\nproviders = them\nalg_section = how\n";
   for (const std::string &configuration :
        {section + "[them]\nlegacy = on\n[on]\nactivate = 1\n[how]\ndefault_properties = fips=yes\n",
@@ -58,7 +43,7 @@ TEST_F(OneHost, KeepsItsOpenSSLAsConfigured) {
   }
 }
 
-TEST_F(OneHost, WithRaisedPrivilegesListensToNoEnvironment) {
+TEST_F(Hosts, WithRaisedPrivilegesListensToNoEnvironment) {
   const std::string raised = at("/raised-host");
   std::filesystem::copy(KEYFERRY_HOST, raised);
   if (chown(raised.c_str(), 0, 1) != 0 || chmod(raised.c_str(), 02755) != 0) {

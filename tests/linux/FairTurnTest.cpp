@@ -1,7 +1,6 @@
 // Who asks for much at once makes nobody else wait.
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <thread>
 
@@ -22,6 +21,16 @@ class FairTurn : public Network {
           channel(*crypto::TlsContext::client(), TlsChannel::Role::client, socket.get()) {}
   };
 
+  void connectAll(std::size_t count) {
+    while (clients.size() < count) {
+      connection.reset();
+      Client &each = *clients.emplace_back(std::make_unique<Client>(dial()));
+      runUntil([&] { return each.channel.handshake() == TlsChannel::Result::done && connection; });
+      connections.push_back(connection);
+      settle();
+    }
+  }
+
   // Sends so many records of one letter.
   static void send(Client &from, std::string_view letter, int records) {
     for (int count = 0; count < records; ++count) {
@@ -39,19 +48,15 @@ class FairTurn : public Network {
       }
     });
   }
+
+  std::vector<std::unique_ptr<Client>> clients;
+  std::vector<std::shared_ptr<platform::Connection>> connections;
 };
 
 TEST_F(FairTurn, ReadsOneChunkOfEachConnection) {
-  std::array<std::unique_ptr<Client>, 2> clients;
-  std::vector<std::shared_ptr<platform::Connection>> connections;
-  for (auto &each : clients) {
-    connection.reset();
-    each = std::make_unique<Client>(dial());
-    runUntil([&] { return each->channel.handshake() == TlsChannel::Result::done && connection; });
-    connections.push_back(connection);
-    readAlways(*connection);
-  }
-  settle();
+  connectAll(2);
+  readAlways(*connections[0]);
+  readAlways(*connections[1]);
   send(*clients[0], "a", 50);
   send(*clients[1], "b", 1);
   runUntil([this] { return received.find('b') != std::string::npos; });
@@ -61,15 +66,7 @@ TEST_F(FairTurn, ReadsOneChunkOfEachConnection) {
 
 // What one of these did took 100 ms: all of them are read only after as long again, others at once.
 TEST_F(FairTurn, GivesThoseThatHaveNotAuthenticatedHalfOfTheTime) {
-  std::array<std::unique_ptr<Client>, 3> clients;
-  std::vector<std::shared_ptr<platform::Connection>> connections;
-  for (auto &each : clients) {
-    connection.reset();
-    each = std::make_unique<Client>(dial());
-    runUntil([&] { return each->channel.handshake() == TlsChannel::Result::done && connection; });
-    connections.push_back(connection);
-    settle();
-  }
+  connectAll(3);
   connections[2]->setAuthenticated(true);
   connections[0]->receive([this](const platform::Chunk &) {
     std::this_thread::sleep_for(100ms);
@@ -94,16 +91,15 @@ TEST_F(FairTurn, TakesFewStepsOfAllHandshakes) {
   listenerLimits.connections.most = listenerLimits.connectionsPerSource.most = kMany + 1;
   establish();
   settle();
-  std::vector<std::unique_ptr<Client>> many;
-  for (int count = 0; count < kMany; ++count) {
-    many.push_back(std::make_unique<Client>(dial()));
+  while (clients.size() < kMany) {
+    clients.push_back(std::make_unique<Client>(dial()));
   }
   settle();  // all are accepted
-  for (const auto &each : many) {
+  for (const auto &each : clients) {
     EXPECT_EQ(each->channel.handshake(), TlsChannel::Result::wantsRead);
   }
   const auto answered = [&] {
-    return std::ranges::count_if(many, [](const auto &each) {
+    return std::ranges::count_if(clients, [](const auto &each) {
       char byte = 0;
       return recv(each->socket.get(), &byte, 1, MSG_DONTWAIT | MSG_PEEK) == 1;
     });

@@ -98,6 +98,9 @@ class Network : public testing::Test {
   // Connects and lets both sides shake hands.
   void establish() {
     client = dial();
+    shakeHands();
+  }
+  void shakeHands() {
     channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
     runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
   }

@@ -78,5 +78,31 @@ TEST_F(Strangers, KeepNobodyWaitingInTheHardenedProfile) {
   attackInEveryWay();
 }
 
+TEST_F(Strangers, LeaveNothingOfTheirListsWhenTheyFail) {
+  startDaemon();
+  const std::vector<protocol::CardElement> elements(128, Bytes(1536, 0x5A));  // 256 KiB as text
+  const auto insertion = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+      protocol::makeCardList(elements));
+  const auto fail = [&](int times) {
+    for (int count = 0; count < times; ++count) {
+      Peer remote = Peer::remote();
+      EXPECT_TRUE(remote.ask(insertion).status);
+      EXPECT_FALSE(remote
+                       .ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
+                           Bytes(256, 1), system_tests::ecIdentity().certificate.der()))
+                       .status);
+      EXPECT_TRUE(remote.isEnded());
+    }
+    return residentKiB();
+  };
+  const int times = isFull() ? 150 : 15;
+  const std::size_t first = fail(times);
+  const std::size_t second = fail(times);
+  compareMemory(first, second);
+#ifndef __SANITIZE_ADDRESS__  // which keeps what was given back for a while
+  EXPECT_LT(second, first + static_cast<std::size_t>(times) * 128) << "half of each list was kept";
+#endif
+}
+
 }  // namespace
 }  // namespace load

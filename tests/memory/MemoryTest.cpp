@@ -180,17 +180,6 @@ class WithoutMemory : public fakes::LoggedTest {
   std::jthread thread;
 };
 
-// Does the work while the n-th of its allocations fails; true if it asks for so many.
-template <typename Work>
-bool failsIn(long number, Work work) {
-  remaining = number;
-  try {
-    work();
-  } catch (const std::bad_alloc &) {
-  }
-  return std::exchange(remaining, -1) < 0;
-}
-
 // Reads while the n-th allocation fails, for each n: the result is whole, or there is none, or
 // std::bad_alloc reaches the caller; and the next reading succeeds. `step`: where most allocations
 // are the library's, one like the other.
@@ -200,7 +189,12 @@ void expectAllOrNothing(const char *name, long step, Read read, Check isWhole) {
   long number = 0;
   for (bool hasFailed = true; hasFailed; number += step) {
     decltype(read()) result;
-    hasFailed = failsIn(number, [&] { result = read(); });
+    remaining = number;
+    try {
+      result = read();
+    } catch (const std::bad_alloc &) {
+    }
+    hasFailed = std::exchange(remaining, -1) < 0;
     EXPECT_TRUE(result ? isWhole(*result) : hasFailed) << number;
     result = read();
     ASSERT_TRUE(result && isWhole(*result)) << number;
@@ -243,31 +237,6 @@ TEST_F(WithoutMemory, HandshakesFailAloneAndListenersGoOn) {
     number += step;
   }
   EXPECT_GT(number, 100);
-}
-
-TEST_F(WithoutMemory, AClientReadsALongMessageWholeOrNotAtAll) {
-  const crypto::Identity &card = system_tests::ecIdentity();
-  const QuillMessage request = signRequest(Bytes(100'000, 7), card);
-  int whole = 0;
-  bool hasFailed = true;
-  for (long number = 0; hasFailed; ++number) {
-    const Peers peers = dialBoth();
-    ASSERT_TRUE(peers.remote->send(insertionOf(card)) && isServed(*peers.remote));
-    while (peers.remote->take()) {  // the answers so far
-    }
-    ASSERT_TRUE(peers.local->send(request) && isServed(*peers.local));
-    std::optional<QuillMessage> message;
-    const auto receive = [&] {
-      message = peers.remote->receive(client::Patience::lasting(kLongEnough));
-    };
-    hasFailed = failsIn(number, receive);
-    if (!message) {  // what is still to come
-      receive();
-    }
-    EXPECT_TRUE(!message || message->dataToSign == request.dataToSign) << number;
-    whole += message ? 1 : 0;
-  }
-  EXPECT_GT(whole, 0);
 }
 
 TEST_F(WithoutMemory, MessagesAreLostAloneOrWithTheirConnection) {

@@ -1,14 +1,15 @@
 // The daemon over real TLS, with this test as its remote and local clients.
 
-#include <sys/socket.h>
+#include <csignal>
 
-#include "base/Descriptor.hpp"
-#include "fakes/LoopbackSocket.hpp"
 #include "protocol/Frame.hpp"
 #include "system/Machine.hpp"
 
 namespace system_tests {
 namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
 
 using Daemon = PairedMachine;
 
@@ -57,18 +58,6 @@ TEST_F(Start, WithoutAnIdentityEndsWithStatus255) {
             "kfy:error setting up listener. exiting.\n");
 }
 
-TEST_F(Daemon, WithABusyPortGoesOnWithTheOtherListener) {
-  std::uint16_t port = client::kPublicPort;
-  const base::Descriptor busy = fakes::boundToLoopback(port);
-  ASSERT_EQ(listen(busy.get(), 1), 0);
-  daemon = start("kfyd", {});
-  EXPECT_TRUE(daemon->hasSaid("kfyd: listener (tcp) failed: Address already in use\n"));
-  EXPECT_TRUE(daemon->hasSaid("Listener on port 4117 (tcp) ready!"));
-  EXPECT_TRUE(Peer::local().ask(QuillMessage::initCommandMessageGetCertificates()).status);
-  EXPECT_TRUE(
-      eventually([this] { return hasLogged("port 4116 is taken by test_system (process "); }));
-}
-
 TEST_F(Daemon, TakesSuitesWithAEADAlone) {
   startDaemon();
   for (const auto &[suites, isTaken] :
@@ -78,6 +67,28 @@ TEST_F(Daemon, TakesSuitesWithAEADAlone) {
                                                  "-tls1_2", "-cipher", suites});
     EXPECT_EQ(client.status == 0, isTaken) << client.output;
   }
+}
+
+TEST_F(Daemon, StrangersAreSeenAndDropped) {
+  startDaemon();
+  const Peer client = Peer::holder();
+  write("/etc/keyferry/kfyd.toml",
+        "unauthenticatedSeconds = 1\ncardEndsWithItsConnection = true\n");
+  Peer stranger = Peer::remote();
+  EXPECT_TRUE(stranger.isEnded());
+  EXPECT_TRUE(hasLogged("ended: it has not authenticated (limit unauthenticatedSeconds is 1)"));
+  EXPECT_TRUE(isMarkerThere());
+  EXPECT_TRUE(eventually([] {
+    return read("/run/keyferry/state.json").find("unauthenticatedSeconds") != std::string::npos;
+  }));
+  EXPECT_THAT(succeed("kfyctl", {"status"}),
+              AllOf(HasSubstr(": authenticated, 1 certificates"),
+                    HasSubstr("limit unauthenticatedSeconds was reached, times: 1")));
+  daemon->end(SIGTERM);
+  const Outcome after = run("kfyctl", {"status", "--json"});
+  EXPECT_EQ(after.status, 3);
+  EXPECT_THAT(after.output, AllOf(HasSubstr("stale: told by process"),
+                                  HasSubstr("\"stateIsStale\":true,\"state\":{\"started\":")));
 }
 
 }  // namespace

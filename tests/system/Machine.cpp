@@ -103,10 +103,6 @@ void Machine::pair(const std::string &hash) {
   succeed("sc_auth", {"pair", "--user", "ann", "--hash", hash, "--replace"});
 }
 
-void Machine::pair(const crypto::PrivateKey &key) {
-  pair(support::hexString(publicKeyHash(key)));
-}
-
 bool Machine::hasLogged(const std::string &text) const {
   return eventually([&] { return read("/var/log/unified.log").find(text) != std::string::npos; });
 }
@@ -114,7 +110,7 @@ bool Machine::hasLogged(const std::string &text) const {
 PairedMachine::PairedMachine() {
   succeed("kfyctl", {"identity", "create", "--common-name", "Test Machine"});
   succeed("kfyctl", {"identity", "use", "Test Machine"});
-  pair(rsaIdentity().key);
+  pair(support::hexString(publicKeyHash(rsaIdentity().key)));
 }
 
 void Machine::startDaemon() {

@@ -42,7 +42,6 @@ class Machine : public testing::Test {
 
   // Pairs this key's hash with a user.
   void pair(const std::string &hash);
-  void pair(const crypto::PrivateKey &key);
   // Starts the daemon and waits until it listens.
   void startDaemon();
   // What of the unified log, from its beginning, holds the text.

@@ -90,12 +90,9 @@ bool Peer::isEnded() {
   return !message && error.code == client::peerEnded;
 }
 
-QuillMessage Peer::connect(const crypto::PrivateKey &key) {
-  return ask(QuillMessage::initCommandMessageConnectWithCertificate({publicKeyHash(key)}));
-}
-
 bool Peer::authenticate(const crypto::Identity &as) {
-  const QuillMessage reply = connect(as.key);
+  const QuillMessage reply =
+      ask(QuillMessage::initCommandMessageConnectWithCertificate({publicKeyHash(as.key)}));
   return reply.challenge && ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
                                     *as.key.signRawPKCS1(*reply.challenge), as.certificate.der()))
                                 .status;

@@ -45,9 +45,8 @@ class Peer {
   // Waits until the daemon has ended the connection.
   [[nodiscard]] bool isEnded();
 
-  // `connect` and `authenticate` with this key; the last reply's status.
+  // Connects and authenticates with this key; the last reply's status.
   bool authenticate(const crypto::Identity &as);
-  QuillMessage connect(const crypto::PrivateKey &key);
   bool insert(const crypto::Identity &card);
 
   std::unique_ptr<client::Connection> connection;

@@ -72,11 +72,6 @@ TEST_F(ScreenSharing, AccountThatIsNotThereIsFoundAtTheNextLookUp) {
   EXPECT_TRUE(Peer::holder().ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status);
 }
 
-TEST_F(ScreenSharing, TwoAccountsOfOneNameAreNone) {
-  write("/etc/passwd", read("/etc/passwd") + read("/etc/passwd"));
-  expectRefusal(kNoUser);
-}
-
 TEST_F(ScreenSharing, AccountOfTheSystemKeepsItsPassword) {
   write("/etc/passwd", "cvnkfyvncuser:x:500:500::/:/usr/sbin/nologin\n");
   write("/etc/login.defs", "UID_MIN\t\t  600\n");
@@ -87,16 +82,6 @@ TEST_F(ScreenSharing, LockedShadowFileIsLeftAlone) {
   write("/etc/shadow.lock", std::to_string(getpid()));
   expectRefusal(kNotSet);
   EXPECT_TRUE(hasLogged("rejected password. trying again."));
-}
-
-class FullDisk : public ScreenSharing {
- public:
-  void SetUp() override { mountDisk("/etc", "size=48k"); }
-};
-
-TEST_F(FullDisk, LosesNoPassword) {
-  write("/etc/filler", std::string(64 * 1024, 'x'));
-  expectRefusal(kNotSet);
 }
 
 }  // namespace

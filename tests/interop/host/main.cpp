@@ -1,19 +1,16 @@
 // Programs of the kinds that load the driver: the first argument says which. Exit status 0 if all
 // was as such a program needs it; else the check that failed is on standard error.
 
-#include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/provider.h>
 #include <sys/auxv.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -49,79 +46,24 @@ CK_RV sign(CardUse &card) {
   return card.sign(Bytes(32, 7), signature);
 }
 
-// Its exit handler runs after that of OpenSSL, which it has used itself: the driver alone leaves
-// the library without one.
-void endsTheDriverInALateExitHandler(const char * /*argument*/) {
-  std::atexit([] {
-    check(f->C_CloseAllSessions(0) != CKR_OK, "late calls do nothing");
-    check(f->C_Finalize(nullptr) == CKR_OK, "ends");
-  });
-  check(ERR_peek_error() == 0, "uses OpenSSL itself");
-  CardUse card = begun();
-  check(sign(card) == CKR_OK, "signs");
-}
-
-void closesAllDescriptors(const char * /*argument*/) {
-  CardUse card = begun();
-  check(sign(card) == CKR_OK, "signs");
-  close_range(3, ~0U, 0);
-  std::array<std::array<int, 2>, 8> pairs{};
-  for (auto &pair : pairs) {
-    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair.data()) == 0, "opens its own");
-  }
-  check(sign(card) == CKR_OK, "signs afterwards");
-  check(f->C_Finalize(nullptr) == CKR_OK, "ends");
-  char byte = 0;
-  for (const auto &pair : pairs) {
-    check(send(pair[0], "x", 1, 0) == 1 && recv(pair[1], &byte, 1, 0) == 1 && byte == 'x' &&
-              recv(pair[0], &byte, 1, 0) < 0 && recv(pair[1], &byte, 1, 0) < 0,
-          "its descriptors are untouched");
-  }
-}
-
-// Threads that sign until a call fails; the reason goes to `end`.
-std::vector<std::jthread> startSigning(std::atomic<int> &signatures, void (*end)(CK_RV reason)) {
+void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
+  begun();
+  std::atomic<int> signatures = 0;
   std::vector<std::jthread> threads;
   for (int count = 0; count < 4; ++count) {
-    threads.emplace_back([&signatures, end] {
+    threads.emplace_back([&signatures] {
       CardUse card(*f);
       check(card.open(), "a thread finds the key");
       CK_RV result = CKR_OK;
       for (; result == CKR_OK; result = sign(card)) {
         ++signatures;
       }
-      end(result);
+      check(result == CKR_CRYPTOKI_NOT_INITIALIZED, "threads sign until the driver ends");
     });
   }
   while (signatures < 20) {
     std::this_thread::yield();
   }
-  return threads;
-}
-
-// The argument is the daemon's process. A signal that came would stay pending.
-void losesTheDaemonWithAllSignalsBlocked(const char *argument) {
-  sigset_t all;
-  sigfillset(&all);
-  sigprocmask(SIG_SETMASK, &all, nullptr);
-  begun();
-  std::atomic<int> signatures = 0;
-  const auto threads = startSigning(signatures, [](CK_RV /*reason*/) {
-    sigset_t pending;
-    sigset_t mask;
-    check(sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0, "no signal came");
-    check(pthread_sigmask(SIG_SETMASK, nullptr, &mask) == 0 && sigismember(&mask, SIGPIPE) == 1,
-          "the mask is as it was");
-  });
-  kill(std::atoi(argument), SIGKILL);
-}
-
-void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
-  begun();
-  std::atomic<int> signatures = 0;
-  const auto threads = startSigning(signatures, [](CK_RV reason) {
-    check(reason == CKR_CRYPTOKI_NOT_INITIALIZED, "threads sign until the driver ends");
-  });
   for (int round = 0; round < 10; ++round) {
     const pid_t child = fork();
     if (child == 0) {
@@ -137,17 +79,6 @@ void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
     check(waitpid(child, &status, 0) == child && status == 0, "a child ends well");
   }
   check(f->C_Finalize(nullptr) == CKR_OK, "ends");
-}
-
-void loadsTheDriverAgainAndAgain(const char * /*argument*/) {
-  for (int round = 0; round < 10; ++round) {
-    void *const module = dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
-    CardUse card = begun();
-    check(sign(card) == CKR_OK, "signs");
-    check(f->C_Finalize(nullptr) == CKR_OK, "ends");
-    dlclose(module);
-    check(dup(STDIN_FILENO) == 3 && close(3) == 0, "leaves no descriptor");
-  }
 }
 
 // Prints what OpenSSL's default context is like; with an argument after the driver was used.
@@ -184,11 +115,7 @@ struct Kind {
 };
 
 constexpr std::array kKinds{
-    Kind{"EndsTheDriverInALateExitHandler", endsTheDriverInALateExitHandler},
-    Kind{"ClosesAllDescriptors", closesAllDescriptors},
-    Kind{"LosesTheDaemonWithAllSignalsBlocked", losesTheDaemonWithAllSignalsBlocked},
     Kind{"ForksAndEndsTheDriverWhileThreadsSign", forksAndEndsTheDriverWhileThreadsSign},
-    Kind{"LoadsTheDriverAgainAndAgain", loadsTheDriverAgainAndAgain},
     Kind{"ShowsItsOpenSSL", showsItsOpenSSL},
     Kind{"LooksForTheKey", looksForTheKey},
 };
