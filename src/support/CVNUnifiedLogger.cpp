@@ -46,8 +46,10 @@ std::string settingsFolder(const std::string &path, uid_t user) {
 
 // The component behind the path, with one slash between names and none at the end.
 std::string appendingPathComponent(const std::string &path, const std::string &component) {
+  std::string whole = path;
+  whole.append("/").append(component);
   std::string appended;
-  for (const char character : path + "/" + component) {
+  for (const char character : whole) {
     if (character != '/' || !appended.ends_with('/')) {
       appended += character;
     }

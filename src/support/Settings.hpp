@@ -44,9 +44,9 @@ struct Bound : Setting {
 
 // A setting that is true or false.
 struct Switch : Setting {
-  constexpr Switch(const char *name, bool absent, const char *about,
+  constexpr Switch(const char *name, bool isOn, const char *about,
                    std::string_view where = platform::kStandardDefaults)
-      : Setting{name, where, SettingType::boolean, about, absent ? 1 : 0} {}
+      : Setting{name, where, SettingType::boolean, about, isOn ? 1 : 0} {}
 };
 
 // A setting that is a text of some kind.
@@ -68,9 +68,9 @@ inline constexpr Text kTLSTokenPINFile{
     "tlsTokenPinFile", "", "root-only file with the PIN of a token that holds kfyd's TLS identity"};
 
 // Debug mode and its log.
-inline constexpr Switch kDebugLogging{"debugLogging", false,
+inline constexpr Switch kDebugLogging{"debugLogging", /*isOn=*/false,
                                       "debug mode: frames and passwords stand in the log"};
-inline constexpr Switch kVerboseLogging{"verboseLogging", false,
+inline constexpr Switch kVerboseLogging{"verboseLogging", /*isOn=*/false,
                                         "debug mode also traces the keychain's certificates"};
 inline constexpr Text kLogFolderPath{
     "LogFolderPath", "", "an existing folder for the log of debug mode, instead of /tmp/kfy"};
@@ -86,8 +86,8 @@ inline constexpr Bound kTimeLimitSeconds{
     kDriverDomain,
     3600};
 inline constexpr Switch kShowEd25519{
-    "showEd25519", false, "programs also see Ed25519 keys, beside which some find no key at all",
-    kDriverDomain};
+    "showEd25519", /*isOn=*/false,
+    "programs also see Ed25519 keys, beside which some find no key at all", kDriverDomain};
 inline constexpr Text kPINMode{
     "pinMode", "none",
     "\"none\": no login; \"pass\": programs log in with a PIN, \"protected\": without one",
@@ -144,24 +144,25 @@ inline constexpr Bound kStrangerLogBytesPerSecond{
 
 // What closes a gap that the protocol leaves open. Off, each command does what it always did.
 inline constexpr Switch kInsertRequiresAuthentication{
-    "insertRequiresAuthentication", false, "only an authenticated client may insert a card"};
+    "insertRequiresAuthentication", /*isOn=*/false,
+    "only an authenticated client may insert a card"};
 inline constexpr Switch kListRequiresAuthentication{
-    "listRequiresAuthentication", false,
+    "listRequiresAuthentication", /*isOn=*/false,
     "only programs on this machine and authenticated clients may read the card's list"};
 inline constexpr Switch kAnswersOnlyFromHolder{
-    "answersOnlyFromHolder", false, "only the client that was asked may answer a request"};
+    "answersOnlyFromHolder", /*isOn=*/false, "only the client that was asked may answer a request"};
 inline constexpr Switch kCardEndsWithItsConnection{
-    "cardEndsWithItsConnection", false,
+    "cardEndsWithItsConnection", /*isOn=*/false,
     "only the end of the connection that inserted the card withdraws it"};
 inline constexpr Switch kNewestRemoteFirst{
-    "newestRemoteFirst", false, "of several clients that hold a key the newest is asked"};
+    "newestRemoteFirst", /*isOn=*/false, "of several clients that hold a key the newest is asked"};
 inline constexpr Switch kRelayAuthenticationKey{
-    "relayAuthenticationKey", true,
+    "relayAuthenticationKey", /*isOn=*/true,
     "programs may also use the key with which the client authenticated"};
 inline constexpr Switch kRefuseRepeatedMessageID{
-    "refuseRepeatedMessageID", false,
+    "refuseRepeatedMessageID", /*isOn=*/false,
     "a request whose message ID waits for another program's answer is refused"};
-inline constexpr Switch kRedactUnifiedLog{"redactUnifiedLog", false,
+inline constexpr Switch kRedactUnifiedLog{"redactUnifiedLog", /*isOn=*/false,
                                           "entries of the machine's log become kfy:<private>"};
 
 // With blanks between the names.

@@ -86,7 +86,7 @@ std::string written(const SettingValue &value) {
     return std::to_string(*number);
   }
   const auto *const boolean = std::get_if<bool>(&value);
-  return boolean == nullptr ? "" : *boolean ? "true" : "false";
+  return boolean != nullptr && *boolean ? "true" : "false";
 }
 
 std::string writtenKey(const std::string &key) {
@@ -211,7 +211,8 @@ std::optional<std::string> withSetting(const std::string &text, const std::strin
   if (!expected) {
     return std::nullopt;
   }
-  const bool isPossible = !holdsTable(*expected, key);
+  const bool isOther = value && std::holds_alternative<platform::OtherValue>(*value);
+  const bool isPossible = !isOther && !holdsTable(*expected, key);
   std::string result = changed(text, *expected, key, value);
   put(*expected, key, value);
   // Whether the parser's places were the right ones only the result can tell.
