@@ -4,9 +4,9 @@
 
 namespace client {
 
-// How long to wait before the next attempt to connect: 1 s, or `first`, doubled after each failure
-// up to 60 s, or `longest`, each time less up to a quarter by chance, so that many clients of a
-// daemon that was restarted don't come back at the same instant.
+// How long to wait between the beginnings of two attempts to connect: 1 s, or `first`, doubled after
+// each failure up to 4 s, or `longest`, each time less up to a quarter by chance, so that many
+// clients of a daemon that was restarted don't come back at the same instant.
 class Backoff {
  public:
   Backoff() = default;
@@ -23,7 +23,8 @@ class Backoff {
   void reset() { wait_ = first_; }
 
   static constexpr std::chrono::milliseconds kFirst{1000};
-  static constexpr std::chrono::milliseconds kLongest{60000};
+  // However long the outage was, a client is back within 5 s of its end, the handshake included.
+  static constexpr std::chrono::milliseconds kLongest{4000};
 
  private:
   std::chrono::milliseconds first_ = kFirst;

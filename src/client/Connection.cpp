@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "client/Dialing.hpp"
 #include "protocol/Frame.hpp"
 
 namespace client {
@@ -43,14 +42,14 @@ bool isStopped(const Patience &patience, Error *error) {
 
 std::unique_ptr<Connection> Connection::open(const std::string &host, std::uint16_t port,
                                              const Judge &judge, const Patience &patience,
-                                             Error *error) {
+                                             Error *error, const TcpTimes &times) {
   Error reason;
   const auto context = crypto::TlsContext::client(&reason);
   if (!context) {
     base::report(error, kErrorDomain, handshakeFailed, reason.description);
     return nullptr;
   }
-  base::Descriptor socket = dial(host, port, patience, error);
+  base::Descriptor socket = dial(host, port, patience, error, times);
   if (!socket.isOpen()) {
     return nullptr;
   }

@@ -13,6 +13,7 @@
 #include "base/Error.hpp"
 #include "base/Secret.hpp"
 #include "base/UUID.hpp"
+#include "client/Dialing.hpp"
 #include "client/Patience.hpp"
 #include "client/SocketMark.hpp"
 #include "crypto/Certificate.hpp"
@@ -39,10 +40,10 @@ class Connection {
  public:
   // Resolves the host, connects, makes the handshake and asks the judge. Blocks; only a look-up of
   // a name (not of a numeric address) may take longer than `patience` says.
-  [[nodiscard]] static std::unique_ptr<Connection> open(const std::string &host, std::uint16_t port,
-                                                        const Judge &judge,
-                                                        const Patience &patience = {},
-                                                        Error *error = nullptr);
+  [[nodiscard]] static std::unique_ptr<Connection> open(
+      const std::string &host, std::uint16_t port, const Judge &judge,
+      const Patience &patience = {}, Error *error = nullptr,
+      const TcpTimes &times = kTimesOnThisMachine);
 
   // Says goodbye (close_notify) as far as that works without waiting, and closes.
   ~Connection();

@@ -5,7 +5,9 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <iterator>
 #include <memory>
 #include <system_error>
@@ -14,10 +16,7 @@
 namespace client {
 namespace {
 
-constexpr int kKeepaliveIdleSeconds = 15;
-constexpr int kKeepaliveIntervalSeconds = 15;
 constexpr int kKeepaliveCount = 3;
-constexpr int kUnacknowledgedMilliseconds = 60000;
 
 struct AddressReleaser {
   void operator()(addrinfo *list) const { ::freeaddrinfo(list); }
@@ -45,18 +44,19 @@ Addresses resolve(const std::string &host, std::uint16_t port, Error *error) {
   return Addresses(list);
 }
 
-void setOption(int socket, int level, int option, int value) {
+void setOption(int socket, int level, int option, std::int64_t wanted) {
+  const auto value = static_cast<int>(wanted);
   // without it the connection works all the same
   (void)::setsockopt(socket, level, option, &value, sizeof value);
 }
 
-void setOptions(int socket) {
+void setOptions(int socket, const TcpTimes &times) {
   setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
   setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-  setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepaliveIdleSeconds);
-  setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepaliveIntervalSeconds);
+  setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, times.idle.count());
+  setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, times.interval.count());
   setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepaliveCount);
-  setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnacknowledgedMilliseconds);
+  setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, times.unacknowledged.count());
 }
 
 // The errno value of a connection that was begun: 0 when it stands.
@@ -66,12 +66,13 @@ int outcomeOf(int socket) {
   return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &outcome, &size) == 0 ? outcome : errno;
 }
 
-base::Descriptor dialAddress(const addrinfo &address, const Patience &patience, Error *error) {
+base::Descriptor dialAddress(const addrinfo &address, const Patience &patience,
+                             const TcpTimes &times, Error *error) {
   base::Descriptor socket(::socket(
       address.ai_family, address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address.ai_protocol));
   int outcome = socket.isOpen() ? 0 : errno;
   if (outcome == 0) {
-    setOptions(socket.get());
+    setOptions(socket.get(), times);
     outcome = ::connect(socket.get(), address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
   }
   if (outcome == EINPROGRESS || outcome == EINTR) {
@@ -90,18 +91,20 @@ base::Descriptor dialAddress(const addrinfo &address, const Patience &patience, 
 }  // namespace
 
 base::Descriptor dial(const std::string &host, std::uint16_t port, const Patience &patience,
-                      Error *error) {
+                      Error *error, const TcpTimes &times) {
   const Addresses list = resolve(host, port, error);
   std::vector<const addrinfo *> addresses;
   for (const addrinfo *address = list.get(); address != nullptr; address = address->ai_next) {
     addresses.push_back(address);
   }
+  const auto deadline =
+      std::min(patience.deadline, std::chrono::steady_clock::now() + times.connecting);
   for (std::size_t index = 0; index < addresses.size(); ++index) {
     const auto now = std::chrono::steady_clock::now();
-    const auto share = (patience.deadline - now) / static_cast<int>(addresses.size() - index);
+    const auto share = (deadline - now) / static_cast<int>(addresses.size() - index);
     Error reason;
     base::Descriptor socket =
-        dialAddress(*addresses[index], {now + share, patience.stopDescriptor}, &reason);
+        dialAddress(*addresses[index], {now + share, patience.stopDescriptor}, times, &reason);
     if (socket.isOpen()) {
       return socket;
     }

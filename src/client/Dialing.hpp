@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -9,12 +10,32 @@
 
 namespace client {
 
+// When a peer that does not answer counts as gone.
+struct TcpTimes {
+  std::chrono::milliseconds connecting;      // to all addresses together
+  std::chrono::seconds idle;                 // before the first keepalive probe
+  std::chrono::seconds interval;             // between two of three probes
+  std::chrono::milliseconds unacknowledged;  // output that waits, for an acknowledgement or room
+};
+
+// Nothing gets lost on the way to this machine's own daemon, but its queue can be blocked for half
+// a minute, in which it makes no room.
+inline constexpr TcpTimes kTimesOnThisMachine{kDefaultWait, std::chrono::seconds(15),
+                                              std::chrono::seconds(15), std::chrono::seconds(60)};
+
+// A network comes and goes: its return is noticed by the next attempt, and its loss after 18 s of
+// silence, three probes included, or 15 s after output that arrives nowhere. The kernel answers for
+// a daemon whose queue is blocked.
+inline constexpr TcpTimes kTimesAcrossNetworks{std::chrono::seconds(5), std::chrono::seconds(6),
+                                               std::chrono::seconds(4), std::chrono::seconds(15)};
+
 // Connects a TCP socket to a host, given as a name or a numeric address: non-blocking, closed on
-// exec, without delay, and with a keepalive that notices a peer that is gone after about a minute.
-// Its addresses are tried in order, each for its share of the time, so that a dead one does not use
-// up the time of the others. Not open, with the reason (cannotResolve, unreachable, timedOut,
-// stopped), if none answers. The look-up of a name may take longer than `patience` says.
+// exec, without delay, and with a keepalive. Its addresses are tried in order, each for its share
+// of the time, so that a dead one does not use up the time of the others. Not open, with the reason
+// (cannotResolve, unreachable, timedOut, stopped), if none answers. The look-up of a name may take
+// longer than `patience` and `times` say, which count from its end.
 [[nodiscard]] base::Descriptor dial(const std::string &host, std::uint16_t port,
-                                    const Patience &patience, Error *error);
+                                    const Patience &patience, Error *error,
+                                    const TcpTimes &times = kTimesOnThisMachine);
 
 }  // namespace client

@@ -14,6 +14,7 @@ namespace remote {
 namespace {
 
 constexpr int kWrongCommandLine = 2;
+constexpr int kLongestReinsertion = 24 * 60 * 60;
 
 // As the texts stand on the command line.
 struct Texts {
@@ -25,6 +26,7 @@ struct Texts {
   std::vector<std::string> machines;
   std::string fingerprint;
   std::string passwordFile;
+  int reinsertSeconds = kReinsertion.count();
 };
 
 // $XDG_CONFIG_HOME/kfy-remote, by default ~/.config/kfy-remote; empty if there is no home folder.
@@ -96,6 +98,13 @@ CLI::App &addConnect(CLI::App &program, Texts &texts) {
   addFingerprint(command, texts);
   command.add_flag("--no-confirm", texts.connect.withoutConsent,
                    "allow every use of the keys without asking, for scripts and services");
+  command
+      .add_option("--reinsert-seconds", texts.reinsertSeconds,
+                  "insert the card again when it was not used for so long, by default " +
+                      std::to_string(kReinsertion.count()) +
+                      ": the end of another connection may have withdrawn it; 0: never")
+      ->type_name("N")
+      ->check(CLI::Range(0, kLongestReinsertion));
   return command;
 }
 
@@ -142,6 +151,7 @@ bool finishConnect(Texts &texts, Error *error) {
     }
     texts.connect.machines.push_back(std::move(*address));
   }
+  texts.connect.reinsertion = std::chrono::seconds(texts.reinsertSeconds);
   if (!readFingerprint(texts.fingerprint, texts.connect.fingerprint, error)) {
     return false;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <variant>
@@ -17,11 +18,17 @@ struct KeysCommand {
   bool asJSON = false;
 };
 
+// How long a card goes unused before it is inserted again. Nothing tells a remote client that the
+// end of somebody else's connection has withdrawn its card, and an unused one may be a withdrawn
+// one. A minute is what a user waits for before looking for a fault.
+inline constexpr std::chrono::seconds kReinsertion{60};
+
 // `kfy-remote connect`
 struct ConnectCommand {
   std::vector<Address> machines;           // at least one
   std::optional<Fingerprint> fingerprint;  // only with a single machine
   bool withoutConsent = false;
+  std::chrono::seconds reinsertion = kReinsertion;  // zero: never
 };
 
 // `kfy-remote password`

@@ -92,4 +92,11 @@ std::shared_ptr<const protocol::CardList> KeyRing::cardList() const {
   return protocol::makeCardList(elements);
 }
 
+bool KeyRing::areThoseOf(const protocol::CardList &list) const {
+  const auto isThatOf = [](const CardKey &key, const support::CertificateInfo &info) {
+    return infoOf(key).certificate == info.certificate && key.label == info.label;
+  };
+  return std::ranges::equal(keys_, protocol::certificateInfosOf(list), isThatOf);
+}
+
 }  // namespace remote

@@ -50,6 +50,9 @@ class KeyRing {
   // What `insert` sends.
   [[nodiscard]] std::shared_ptr<const protocol::CardList> cardList() const;
 
+  // True if the list holds these keys' certificates under these labels, and no others.
+  [[nodiscard]] bool areThoseOf(const protocol::CardList &list) const;
+
  private:
   std::vector<CardKey> keys_;
 };

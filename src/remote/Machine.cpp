@@ -34,7 +34,8 @@ Machine::Machine(Address address, std::optional<Fingerprint> pinned, const Servi
     : address_(std::move(address)),
       pinned_(std::move(pinned)),
       services_(services),
-      refusals_(services.console, address_.name()) {}
+      refusals_(services.console, address_.name()),
+      outage_(services.console, address_.name()) {}
 
 std::string Machine::suffix(const char *preposition) const {
   return services_.isAlone ? "" : std::string(" ") + preposition + " " + address_.name();
@@ -65,8 +66,10 @@ void Machine::turn() {
     open();
   } else if (phase_ == Phase::leaving) {
     giveUp();
+  } else if (phase_ == Phase::serving) {
+    checkCard();
   } else if (phase_ != Phase::finished) {
-    loseConnection("no answer within " + secondsOf(client::kDefaultWait));
+    holdOff("gave no answer within " + secondsOf(client::kDefaultWait), kWaitAfterRefusal);
   }
 }
 
@@ -86,6 +89,7 @@ void Machine::open() {
     return giveUp();
   }
   phase_ = Phase::opening;
+  attemptBegan_ = std::chrono::steady_clock::now();
   dueAt_ = client::Deadline::max();
   services_.openings.begin(
       address_, pinned,
@@ -113,9 +117,7 @@ void Machine::opened(const Opened &opened) {
     sayUntrusted(*opened.shown);
     return giveUp();
   }
-  const milliseconds wait = backoff_.next();
-  services_.console.complain(opened.error.description + "; next attempt in " + secondsOf(wait));
-  retryAfter(wait);
+  retrySoon(opened.error.description, attemptBegan_);
 }
 
 void Machine::sayUntrusted(const Fingerprint &shown) const {
@@ -159,7 +161,9 @@ void Machine::askForTrust(const Fingerprint &shown) {
 }
 
 void Machine::start() {
-  services_.console.say("connected to " + address_.text());
+  if (!outage_.isOn()) {
+    services_.console.say("connected to " + address_.text());
+  }
   expectReply(Phase::connecting, QuillMessage::initCommandMessageConnectWithCertificate(
                                      {services_.authenticationKeyHash}));
 }
@@ -169,6 +173,9 @@ void Machine::handle(const QuillMessage &message) {
     const auto requests = requests_;
     if (requests && phase_ != Phase::leaving) {
       requests->serve(message);
+    }
+    if (phase_ == Phase::serving || phase_ == Phase::checking) {
+      serve();  // a card that is used has not been withdrawn
     }
     return;
   }
@@ -181,12 +188,11 @@ void Machine::handle(const QuillMessage &message) {
       return authenticate(message);
     case Phase::authenticating:
       if (!message.status) {
-        services_.console.complain(address_.name() +
-                                   " did not accept the authentication; next attempt in " +
-                                   secondsOf(kWaitAfterNoUser));
-        return retryAfter(kWaitAfterNoUser);
+        return holdOff("did not accept the authentication", kWaitAfterNoUser);
       }
-      services_.console.say("authenticated" + suffix("at"));
+      if (!outage_.isOn()) {
+        services_.console.say("authenticated" + suffix("at"));
+      }
       // before the card is on its way nobody can mean its keys
       requests_ = std::make_shared<KeyRequests>(
           KeyRequests::Source{this, address_.name(), quota_, refusals_,
@@ -197,6 +203,10 @@ void Machine::handle(const QuillMessage &message) {
                              services_.keys.cardList()));
     case Phase::inserting:
       return insert(message);
+    case Phase::checking:
+      return renewCard(message);
+    case Phase::renewing:
+      return message.status ? serve() : loseConnection("the card was not accepted again");
     case Phase::leaving:
       services_.console.say("card removed" + suffix("at"));
       return giveUp();
@@ -212,23 +222,18 @@ void Machine::handle(const QuillMessage &message) {
 void Machine::authenticate(const QuillMessage &reply) {
   const std::string reason = reply.errorMessage.value_or("");
   if (!reply.status && reason.empty()) {
-    services_.console.complain(address_.name() + " refused to connect; next attempt in " +
-                               secondsOf(kWaitAfterRefusal));
-    return retryAfter(kWaitAfterRefusal);
+    return holdOff("refused to connect", kWaitAfterRefusal);
   }
   if (!reply.status || reply.selectedCertificateHash != services_.authenticationKeyHash) {
-    services_.console.complain(address_.name() + " has not paired this key with a user" +
-                               (reason.empty() ? "" : ": " + reason) + "; next attempt in " +
-                               secondsOf(kWaitAfterNoUser));
-    services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
-                             support::hexString(services_.authenticationKeyHash));
-    return retryAfter(kWaitAfterNoUser);
+    holdOff("has not paired this key with a user" + (reason.empty() ? "" : ": " + reason),
+            kWaitAfterNoUser);
+    return services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
+                                    support::hexString(services_.authenticationKeyHash));
   }
   Error error;
   auto signature = answerToChallenge(reply.challenge, services_.authentication, &error);
   if (!signature && error.domain == "challenge") {
-    services_.console.complain(address_.name() + " " + error.description);
-    return retryAfter(kWaitAfterNoUser);
+    return holdOff(error.description, kWaitAfterNoUser);
   }
   if (!signature) {
     services_.console.complain("the authentication key can't sign: " + error.description);
@@ -241,14 +246,51 @@ void Machine::authenticate(const QuillMessage &reply) {
 
 void Machine::insert(const QuillMessage &reply) {
   if (!reply.status) {
-    return loseConnection("the card was not accepted");
+    return holdOff("did not accept the card", kWaitAfterRefusal);
   }
-  phase_ = Phase::serving;
-  dueAt_ = client::Deadline::max();
+  if (const auto away = outage_.end(std::chrono::steady_clock::now())) {
+    services_.console.say("connected to " + address_.text() + " again after " + secondsOf(*away));
+  }
+  isReplaced_ = false;
   backoff_.reset();
+  serve();
   const std::size_t count = services_.keys.keys().size();
   services_.console.say("card inserted: " + std::to_string(count) +
                         (count == 1 ? " key" : " keys") + suffix("at"));
+}
+
+void Machine::serve() {
+  phase_ = Phase::serving;
+  awaitedReply_.reset();
+  dueAt_ = services_.reinsertion.count() == 0
+               ? client::Deadline::max()
+               : std::chrono::steady_clock::now() + services_.reinsertion;
+}
+
+// The end of anybody's connection may have withdrawn the card, which nothing here tells. So a card
+// that nobody uses is inserted again. Not while a use waits: its asker would ask a second time.
+void Machine::checkCard() {
+  if (!quota_.isFree()) {
+    return serve();
+  }
+  expectReply(Phase::checking, QuillMessage::initCommandMessageGetCertificates());
+}
+
+// Two devices that took back each other's place would fight for ever: only a card that is still the
+// last one inserted there is inserted again.
+void Machine::renewCard(const QuillMessage &reply) {
+  const bool isOurs = reply.certificates && services_.keys.areThoseOf(*reply.certificates);
+  if (isOurs) {
+    isReplaced_ = false;
+    return expectReply(
+        Phase::renewing,
+        QuillMessage::initCommandMessageInsertSmartCardWithCertificates(services_.keys.cardList()));
+  }
+  if (!std::exchange(isReplaced_, true)) {
+    services_.console.warn("another device has put its card in place of this one" + suffix("at") +
+                           "; kfy-remote started anew takes its place back");
+  }
+  serve();
 }
 
 bool Machine::send(const QuillMessage &message) {
@@ -275,17 +317,29 @@ void Machine::loseConnection(const std::string &reason) {
   if (phase_ == Phase::leaving) {
     return giveUp();
   }
-  const milliseconds wait = backoff_.next();
-  services_.console.say("disconnected from " + address_.text());
-  services_.console.complain(address_.name() + ": " + reason + "; next attempt in " +
-                             secondsOf(wait));
-  retryAfter(wait);
+  if (!outage_.isOn()) {
+    services_.console.say("disconnected from " + address_.text());
+  }
+  retrySoon(reason, std::chrono::steady_clock::now());
 }
 
-void Machine::retryAfter(milliseconds wait) {
+// The wait counts from the beginning of an attempt, however long it took to fail.
+void Machine::retrySoon(const std::string &reason, client::Deadline began) {
+  outage_.noteFailure(reason, std::chrono::steady_clock::now());
+  retryAt(began + backoff_.next());
+}
+
+void Machine::holdOff(const std::string &reason, minutes wait) {
+  (void)outage_.end(std::chrono::steady_clock::now());  // it is there, only of no use
+  services_.console.complain(address_.name() + " " + reason + "; next attempt in " +
+                             secondsOf(wait));
+  retryAt(std::chrono::steady_clock::now() + wait);
+}
+
+void Machine::retryAt(client::Deadline time) {
   closeConnection();
   phase_ = Phase::waiting;
-  dueAt_ = std::chrono::steady_clock::now() + wait;
+  dueAt_ = time;
 }
 
 void Machine::giveUp() {
@@ -310,7 +364,9 @@ void Machine::closeConnection() {
 void Machine::leave() {
   // whoever waits for an answer gets a refusal while there is still a way
   services_.consent.withdraw(this);
-  if (phase_ == Phase::serving || phase_ == Phase::inserting) {
+  const bool isInserted = phase_ == Phase::serving || phase_ == Phase::checking ||
+                          phase_ == Phase::renewing || phase_ == Phase::inserting;
+  if (isInserted) {
     expectReply(Phase::leaving, QuillMessage::initCommandMessageRemoveSmartCard());
   } else if (phase_ != Phase::leaving) {
     giveUp();

@@ -13,6 +13,7 @@
 #include "remote/KeyRequests.hpp"
 #include "remote/KnownHosts.hpp"
 #include "remote/Openings.hpp"
+#include "remote/OutageLines.hpp"
 #include "remote/RefusalLines.hpp"
 #include "remote/Services.hpp"
 #include "remote/UseQuota.hpp"
@@ -53,7 +54,9 @@ class Machine : public std::enable_shared_from_this<Machine> {
     authenticating,  // `authenticate` was sent
     inserting,       // `insert` was sent
     serving,
-    leaving,  // `remove` was sent
+    checking,  // `get_certificates` was sent
+    renewing,  // `insert` was sent again
+    leaving,   // `remove` was sent
     finished,
   };
 
@@ -65,10 +68,15 @@ class Machine : public std::enable_shared_from_this<Machine> {
   void handle(const QuillMessage &message);
   void authenticate(const QuillMessage &reply);
   void insert(const QuillMessage &reply);
+  void serve();
+  void checkCard();
+  void renewCard(const QuillMessage &reply);
   [[nodiscard]] bool send(const QuillMessage &message);
   void expectReply(Phase phase, const QuillMessage &request);
   void loseConnection(const std::string &reason);
-  void retryAfter(std::chrono::milliseconds wait);
+  void retrySoon(const std::string &reason, client::Deadline began);
+  void holdOff(const std::string &reason, std::chrono::minutes wait);
+  void retryAt(client::Deadline time);
   void giveUp();
   void closeConnection();
   [[nodiscard]] std::string suffix(const char *preposition) const;
@@ -83,6 +91,9 @@ class Machine : public std::enable_shared_from_this<Machine> {
   std::shared_ptr<KeyRequests> requests_;  // of this connection, once the card is on its way
   UseQuota quota_;                         // this and the next hold across connections
   RefusalLines refusals_;
+  OutageLines outage_;
+  client::Deadline attemptBegan_;
+  bool isReplaced_ = false;    // another device's card stands in place of ours
   std::uint64_t attempt_ = 0;  // what belongs to a former attempt counts no more
   std::optional<UUID> awaitedReply_;
 };

@@ -16,8 +16,8 @@ Opened open(const Address &address, const std::optional<Fingerprint> &pinned, in
   };
   client::Patience patience;
   patience.stopDescriptor = stopDescriptor;
-  opened.connection =
-      client::Connection::open(address.host, address.port, judge, patience, &opened.error);
+  opened.connection = client::Connection::open(address.host, address.port, judge, patience,
+                                               &opened.error, client::kTimesAcrossNetworks);
   return opened;
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <utility>
 
 #include "base/Descriptor.hpp"
@@ -148,6 +149,9 @@ void prepareProcess() {
   (void)::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
   (void)::umask(077);
   (void)std::signal(SIGPIPE, SIG_IGN);
+  // A name server that is away swallows questions. By default they are repeated after 5 s, and
+  // whoever waits for a network notices its return late.
+  (void)::setenv("RES_OPTIONS", "timeout:2 attempts:3", /*overwrite=*/0);
   // what is said to a closed descriptor would go into the connection that gets its number; what
   // can't be written to fails as the closed one would
   while (true) {

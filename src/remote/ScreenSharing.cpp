@@ -57,8 +57,8 @@ std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
     const Address &address, const Fingerprint &pinned, const crypto::Identity &authentication,
     const client::Patience &patience, Error *error) {
   const auto judge = [&](const crypto::Certificate &shown) { return shown.sha256() == pinned; };
-  const auto connection =
-      client::Connection::open(address.host, address.port, judge, patience, error);
+  const auto connection = client::Connection::open(address.host, address.port, judge, patience,
+                                                   error, client::kTimesAcrossNetworks);
   if (!connection || !authenticate(*connection, authentication, patience, error)) {
     return std::nullopt;
   }

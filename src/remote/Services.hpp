@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "base/Bytes.hpp"
@@ -26,7 +27,8 @@ struct Services {
   WorkPool &pool;
   const std::shared_ptr<Mailbox> &mailbox;
   Openings &openings;
-  bool isAlone = true;  // the only machine: lines need not say which one they mean
+  std::chrono::seconds reinsertion;  // see ConnectCommand
+  bool isAlone = true;               // the only machine: lines need not say which one they mean
 };
 
 }  // namespace remote

@@ -112,6 +112,7 @@ SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownH
                           pool,
                           mailbox,
                           openings,
+                          command.reinsertion,
                           command.machines.size() == 1};
   Machines machines;
   for (const Address &address : command.machines) {

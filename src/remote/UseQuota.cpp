@@ -1,5 +1,7 @@
 #include "remote/UseQuota.hpp"
 
+#include <algorithm>
+
 namespace remote {
 
 bool UseQuota::admits(const std::shared_ptr<const void> &use, std::size_t bytes) {
@@ -13,6 +15,10 @@ bool UseQuota::admits(const std::shared_ptr<const void> &use, std::size_t bytes)
   }
   waiting_.push_back({use, bytes});
   return true;
+}
+
+bool UseQuota::isFree() const {
+  return std::ranges::all_of(waiting_, [](const Entry &entry) { return entry.use.expired(); });
 }
 
 }  // namespace remote

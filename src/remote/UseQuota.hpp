@@ -15,6 +15,9 @@ class UseQuota {
   // with `bytes` of data.
   [[nodiscard]] bool admits(const std::shared_ptr<const void> &use, std::size_t bytes);
 
+  // True if nothing waits.
+  [[nodiscard]] bool isFree() const;
+
   // More than the programs of a machine use at once, and for a slow key (RSA 4096) half a second of
   // work, which is how long another machine's requests may have to wait for these.
   static constexpr std::size_t kMostUses = 256;

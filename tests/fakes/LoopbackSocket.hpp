@@ -23,7 +23,7 @@ inline base::Descriptor boundToLoopback(std::uint16_t &port) {
   loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   auto address = std::bit_cast<sockaddr>(loopback);
   socklen_t size = sizeof address;
-  if (::bind(socket.get(), &address, size) != 0 ||
+  if (!socket.isOpen() || ::bind(socket.get(), &address, size) != 0 ||
       ::getsockname(socket.get(), &address, &size) != 0) {
     throw std::runtime_error("no loopback socket");
   }

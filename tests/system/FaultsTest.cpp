@@ -4,13 +4,16 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 
 #include "base/Descriptor.hpp"
 #include "client/Dialing.hpp"
 #include "client/PinnedServer.hpp"
 #include "fakes/LoopbackSocket.hpp"
-#include "system/Machine.hpp"
+#include "system/CardMachine.hpp"
+#include "system/OwnNetwork.hpp"
 
 namespace system_tests {
 namespace {
@@ -120,6 +123,60 @@ TEST_F(Faults, WithoutDescriptorsServesOnAndRecovers) {
   ASSERT_EQ(prlimit(daemon->id(), RLIMIT_NOFILE, &before, nullptr), 0);
   Peer other = Peer::local();
   EXPECT_TRUE(isServed(other, remote));
+}
+
+// The card of a real remote client.
+class RemoteFaults : public CardMachine {
+ public:
+  static std::size_t cards() {
+    const auto reply = Peer::local().ask(QuillMessage::initCommandMessageGetCertificates());
+    return reply.certificates->entries().size();
+  }
+  // Waits for as long as a lost network takes to be noticed, and more.
+  [[nodiscard]] static bool says(Process &remote, const char *text) {
+    return remote.hasSaid(text) || remote.hasSaid(text);
+  }
+};
+
+TEST_F(RemoteFaults, DaemonOrNetworkThatWasAwayIsNoticedOnItsReturnAndMentionedOnce) {
+  const auto remote = startConfirmingRemote();
+  daemon->end(SIGKILL);
+  {
+    std::uint16_t port = client::kPublicPort;
+    const base::Descriptor listener = fakes::boundToLoopback(port);
+    ASSERT_EQ(listen(listener.get(), 8), 0);
+    for (int attempt = 0; attempt < 3; ++attempt) {
+      ASSERT_TRUE(base::waitToRead(listener.get(), client::Patience::lasting(10s).deadline));
+      const base::Descriptor dropped(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
+  }
+  startDaemon();
+  EXPECT_TRUE(remote->hasSaid("connected to 127.0.0.1:4116 again after")) << remote->output();
+  EXPECT_TRUE(isMarkerThere());
+
+  ASSERT_TRUE(setLoopback(/*isUp=*/false));
+  EXPECT_TRUE(says(*remote, "timed out")) << "a silent network: " << remote->output();
+  ASSERT_TRUE(setLoopback(/*isUp=*/true));
+  EXPECT_TRUE(eventually([&] {
+    const std::string said = remote->output();
+    return said.find(" again after ") != said.rfind(" again after ");
+  })) << remote->output();
+  EXPECT_EQ(std::ranges::count(remote->output(), ';'), 2) << "a line for each outage";
+}
+
+TEST_F(RemoteFaults, CardThatAnothersEndWithdrewIsBackUnlessAnotherCardTookItsPlace) {
+  const auto remote =
+      startRemote({"--fingerprint", fingerprint_, "--no-confirm", "--reinsert-seconds", "1"});
+  ASSERT_TRUE(remote->hasSaid("card inserted")) << remote->output();
+  Peer::remote().connection.reset();
+  EXPECT_TRUE(hasLogged("worker is not local removing smartcard"));
+  EXPECT_EQ(cards(), 2U) << "and by the time of this answer it is done";
+  EXPECT_TRUE(eventually(isMarkerThere));
+
+  Peer other = Peer::remote();
+  EXPECT_TRUE(other.insert(otherRSAIdentity()));
+  EXPECT_TRUE(remote->hasSaid("another device has put its card in place")) << remote->output();
+  EXPECT_EQ(cards(), 1U) << "two devices must not fight";
 }
 
 // Both logs' folders lie on a small disk of their own.

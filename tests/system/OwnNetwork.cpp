@@ -33,18 +33,18 @@ bool leaveTheNetwork() {
          writeTo("/proc/self/gid_map", "0 " + group + " 1");
 }
 
-bool raiseLoopback() {
+}  // namespace
+
+bool setLoopback(bool isUp) {
   const base::Descriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ifreq request{};
   std::strcpy(request.ifr_name, "lo");
-  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  request.ifr_flags = static_cast<short>(isUp ? IFF_UP | IFF_RUNNING : 0);
   return ioctl(control.get(), SIOCSIFFLAGS, &request) == 0;
 }
 
-}  // namespace
-
 bool enterOwnNetwork() {
-  if (!leaveTheNetwork() || !raiseLoopback()) {
+  if (!leaveTheNetwork() || !setLoopback(/*isUp=*/true)) {
     std::perror("no network namespace");
     return false;
   }

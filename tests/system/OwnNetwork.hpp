@@ -6,4 +6,7 @@ namespace system_tests {
 // are free. False, with the reason on standard error, if that is not possible.
 [[nodiscard]] bool enterOwnNetwork();
 
+// Takes that loopback down, as a link that breaks, or up again.
+[[nodiscard]] bool setLoopback(bool isUp);
+
 }  // namespace system_tests
