@@ -4,9 +4,9 @@
 
 namespace client {
 
-// How long to wait between the beginnings of two attempts to connect: 1 s, or `first`, doubled after
-// each failure up to 4 s, or `longest`, each time less up to a quarter by chance, so that many
-// clients of a daemon that was restarted don't come back at the same instant.
+// How long to wait between the beginnings of two attempts to connect: 1 s, or `first`, doubled
+// after each failure up to 4 s, or `longest`, each time less up to a quarter by chance, so that
+// many clients of a daemon that was restarted don't come back at the same instant.
 class Backoff {
  public:
   Backoff() = default;

@@ -143,8 +143,8 @@ void QuillNetworkManager::listenerChanged(std::uint16_t port, platform::Listener
     case platform::ListenerState::ready:
       support::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
       state_.begin();
-      // One that was killed has left its marker. Whoever has the loopback port answers for the card,
-      // and nobody can have inserted one yet.
+      // One that was killed has left its marker. Whoever has the loopback port answers for the
+      // card, and nobody can have inserted one yet.
       if (port == kLoopbackPort) {
         removeSmartcard();
       }

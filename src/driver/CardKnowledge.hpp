@@ -42,8 +42,8 @@ class CardKnowledge {
   // Takes a list that was read; null: it can't be had.
   void take(Content content);
 
-  // What the card holds is to be read again, though the marker did not change. That it holds nothing
-  // stays known: with a card comes a new marker.
+  // What the card holds is to be read again, though the marker did not change. That it holds
+  // nothing stays known: with a card comes a new marker.
   void doubt() { isFresh_ = isFresh_ && content_ == nullptr; }
 
   // When the list was asked for the last time: a failure, where the marker can be seen.

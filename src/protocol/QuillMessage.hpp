@@ -60,8 +60,8 @@ class QuillMessage {
   [[nodiscard]] static QuillMessage initCommandMessageConnectWithCertificate(
       CertificateArray certificateArray);
   [[nodiscard]] static QuillMessage initCommandMessageConnectWithLocalhost();
-  [[nodiscard]] static QuillMessage initCommandMessageAuthenticateWithSignature(Bytes signature,
-                                                                                Bytes certifificate);
+  [[nodiscard]] static QuillMessage initCommandMessageAuthenticateWithSignature(
+      Bytes signature, Bytes certifificate);
   [[nodiscard]] static QuillMessage initCommandMessageCreateEphemeralUser(std::string username);
   [[nodiscard]] static QuillMessage initCommandMessageSignData(Bytes dataToSign,
                                                                Bytes signingCertificateHash,

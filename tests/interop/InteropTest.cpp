@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "fakes/MadeKeys.hpp"
+#include "support/HexString.hpp"
 #include "system/CardMachine.hpp"
 #include "system/Peer.hpp"
 
