@@ -39,6 +39,8 @@ class Programs : public CardMachine {
     }
     EXPECT_EQ(remote->end(SIGTERM), 0);
   }
+  Programs(const Programs &) = delete;
+  Programs &operator=(const Programs &) = delete;
 
   // Runs a script that has to succeed, in the root of this machine; MODULE is the driver. Returns
   // what it printed.
@@ -144,23 +146,28 @@ TEST_F(Programs, OpenSSLSignsThroughItsEngine) {
   }
 }
 
+// Each fetches a page with the key and the certificate of this name.
+std::vector<std::string> webClientsWith(const std::string &name) {
+  const std::string file = name == "RSA" ? "rsa.crt" : "ec.crt";
+  const std::string key = "'pkcs11:object=" + name + "%20key;type=private'";
+  const std::string certificate = "'pkcs11:object=" + name + "%20key;type=cert'";
+  return {
+      "printf 'GET / HTTP/1.0\\r\\n\\r\\n' | openssl s_client -quiet -connect localhost:8443 "
+      "-engine pkcs11 -keyform engine -key " +
+          key + " -cert " + file + " 2>/dev/null",
+      "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key " + key + " --cert " + file +
+          " https://localhost:8443/",
+      "(printf 'GET / HTTP/1.0\\r\\n\\r\\n'; sleep 1) | gnutls-cli --x509cafile web.crt "
+      "--x509certfile " +
+          certificate + " --x509keyfile " + key + " -p 8443 localhost",
+      "wget -q -O - --ca-certificate=web.crt --certificate=" + certificate +
+          " --private-key=" + key + " https://localhost:8443/"};
+}
+
 TEST_F(Programs, WebClientsShowTheCardsCertificate) {
   startWebServer();
   for (const std::string name : {"RSA", "EC"}) {
-    const std::string file = name == "RSA" ? "rsa.crt" : "ec.crt";
-    const std::string key = "'pkcs11:object=" + name + "%20key;type=private'";
-    const std::string certificate = "'pkcs11:object=" + name + "%20key;type=cert'";
-    for (const std::string &command :
-         {"printf 'GET / HTTP/1.0\\r\\n\\r\\n' | openssl s_client -quiet -connect localhost:8443 "
-          "-engine pkcs11 -keyform engine -key " +
-              key + " -cert " + file + " 2>/dev/null",
-          "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key " + key + " --cert " +
-              file + " https://localhost:8443/",
-          "(printf 'GET / HTTP/1.0\\r\\n\\r\\n'; sleep 1) | gnutls-cli --x509cafile web.crt "
-          "--x509certfile " +
-              certificate + " --x509keyfile " + key + " -p 8443 localhost",
-          "wget -q -O - --ca-certificate=web.crt --certificate=" + certificate +
-              " --private-key=" + key + " https://localhost:8443/"}) {
+    for (const std::string &command : webClientsWith(name)) {
       EXPECT_THAT(shell("export PKCS11_MODULE_PATH=$MODULE\n" + command),
                   HasSubstr("seen: CN=" + name + " key"));
     }

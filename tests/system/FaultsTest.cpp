@@ -88,8 +88,8 @@ TEST_F(Faults, RemoteThatVanishesWithRequestsPendingTakesTheCardAndIsReplaced) {
 
 TEST_F(Faults, HandshakeThatFailsLeavesTheCardAlone) {
   EXPECT_TRUE(Peer::local().insert(otherRSAIdentity()));
-  const base::Descriptor plain =
-      client::dial(client::kLoopbackHost, client::kPublicPort, client::Patience{}, nullptr);
+  const base::Descriptor plain = client::dial(client::kLoopbackHost, client::kPublicPort,
+                                              client::Patience{}, /*error=*/nullptr);
   EXPECT_EQ(send(plain.get(), "GET / HTTP/1.0\r\n\r\n", 18, 0), 18);
   EXPECT_TRUE(daemon->hasSaid("failed: Protocol error")) << daemon->output();
   EXPECT_TRUE(isMarkerThere());
