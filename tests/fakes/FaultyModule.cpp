@@ -48,7 +48,11 @@ const std::map<std::string, void (*)(CK_FUNCTION_LIST &)> kFaults = {
 extern "C" CK_RV C_GetFunctionList(CK_FUNCTION_LIST **list) {
   static CK_FUNCTION_LIST functions;
   functions = *original();
-  kFaults.at(getenv("KEYFERRY_FAULT"))(functions);
+  const char *const fault = getenv("KEYFERRY_FAULT");
+  if (fault == nullptr) {
+    return CKR_GENERAL_ERROR;
+  }
+  kFaults.at(fault)(functions);
   *list = &functions;
   return CKR_OK;
 }

@@ -67,7 +67,7 @@ TEST_F(FairTurn, ReadsOneChunkOfEachConnection) {
 // What one of these did took 100 ms: all of them are read only after as long again, others at once.
 TEST_F(FairTurn, GivesThoseThatHaveNotAuthenticatedHalfOfTheTime) {
   connectAll(3);
-  connections[2]->setAuthenticated(true);
+  connections[2]->setAuthenticated(/*isAuthenticated=*/true);
   connections[0]->receive([this](const platform::Chunk &) {
     std::this_thread::sleep_for(100ms);
     received += 'a';
