@@ -49,7 +49,7 @@ TEST_F(Keychain, LowersTheNameButNotTheLabel) {
 }
 
 TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
-  setDebugMode(true);
+  setDebugMode(/*on=*/true);
   const Bytes hash = *onOther.publicKeyHash;
   EXPECT_EQ(keychain.findIdentityWithPubKeyHash(hash, SecretText("")), onOther.reference);
   EXPECT_EQ(store.queries.back().pin, nullptr);
@@ -62,7 +62,7 @@ TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
 }
 
 TEST_F(Keychain, DescribesTokensInOrderWithKeyHashes) {
-  setDebugMode(true);
+  setDebugMode(/*on=*/true);
   store.presentTokens = {"C", "B", "A"};
   const auto list = keychain.smartcardCertificateArrayFromKeychain();
   ASSERT_EQ(list.size(), 3U);

@@ -84,6 +84,10 @@ class Network : public testing::Test {
 
   base::Descriptor dial() const {
     base::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket.isOpen()) {
+      ADD_FAILURE() << "no socket to be had";
+      return socket;
+    }
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(listener->port());

@@ -90,6 +90,7 @@ std::size_t timesOnHeap(std::string_view reversed) {
   std::uintptr_t end = 0;
   char dash = 0;
   std::istringstream(line) >> std::hex >> start >> dash >> end;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the system tells addresses as numbers
   const std::string_view heap(reinterpret_cast<const char *>(start), end - start);
   std::size_t times = 0;
   for (auto at = heap.find(text); at != std::string_view::npos; at = heap.find(text, at + 1)) {
