@@ -85,6 +85,7 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
     }
   });
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (std::uint8_t name = 0; name < kThreads; ++name) {
     threads.emplace_back([this, name] {
       for (int round = 0; round < 4; ++round) {

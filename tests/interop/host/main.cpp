@@ -49,9 +49,9 @@ CK_RV sign(CardUse &card) {
 void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
   begun();
   std::atomic<int> signatures = 0;
-  std::vector<std::jthread> threads;
-  for (int count = 0; count < 4; ++count) {
-    threads.emplace_back([&signatures] {
+  std::vector<std::jthread> threads(4);
+  for (std::jthread &thread : threads) {
+    thread = std::jthread([&signatures] {
       CardUse card(*f);
       check(card.open(), "a thread finds the key");
       CK_RV result = CKR_OK;
