@@ -20,11 +20,11 @@
 
 namespace fakes {
 
-// One connection as a daemon sees it. Nothing waits longer than ten seconds.
+// One connection as a daemon sees it. Nothing waits longer than a minute.
 class ServedConnection {
  public:
   ServedConnection(base::Descriptor socket, const crypto::TlsContext &context)
-      : deadline_(std::chrono::steady_clock::now() + std::chrono::seconds(10)),
+      : deadline_(std::chrono::steady_clock::now() + std::chrono::seconds(60)),
         socket_(std::move(socket)),
         channel_(context, crypto::TlsChannel::Role::server, socket_.get()),
         buffer_(crypto::kTlsRecordBytes + 8) {}
