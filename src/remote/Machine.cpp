@@ -68,6 +68,8 @@ void Machine::turn() {
     giveUp();
   } else if (phase_ == Phase::serving) {
     checkCard();
+  } else if (phase_ == Phase::checking || phase_ == Phase::renewing) {
+    serve();  // its queue is blocked; a connection that is dead ends by itself
   } else if (phase_ != Phase::finished) {
     holdOff("gave no answer within " + secondsOf(client::kDefaultWait), kWaitAfterRefusal);
   }
@@ -206,7 +208,7 @@ void Machine::handle(const QuillMessage &message) {
     case Phase::checking:
       return renewCard(message);
     case Phase::renewing:
-      return message.status ? serve() : loseConnection("the card was not accepted again");
+      return message.status ? serve() : holdOff("did not accept the card", kWaitAfterRefusal);
     case Phase::leaving:
       services_.console.say("card removed" + suffix("at"));
       return giveUp();
