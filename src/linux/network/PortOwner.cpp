@@ -4,17 +4,23 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 namespace platform_linux {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char *kListening = "0A";  // TCP_LISTEN in /proc/net/tcp
+// Columns of /proc/net/tcp and tcp6 (proc(5)), and TCP_LISTEN as the state's column shows it.
+constexpr std::size_t kLocalColumn = 1;
+constexpr std::size_t kStateColumn = 3;
+constexpr std::size_t kInodeColumn = 9;
+constexpr const char *kListening = "0A";
 
 // Adds how descriptors of listening sockets at this port read: "socket:[INODE]".
 void addListeningSockets(const char *table, std::uint16_t port, std::set<std::string> &sockets) {
@@ -22,15 +28,17 @@ void addListeningSockets(const char *table, std::uint16_t port, std::set<std::st
   std::string line;
   std::getline(lines, line);  // the heads of the columns
   while (std::getline(lines, line)) {
-    std::istringstream columns(line);
-    std::string number, local, remote, state, queues, timer, retransmits, user, timeout, inode;
-    columns >> number >> local >> remote >> state >> queues >> timer >> retransmits >> user >>
-        timeout >> inode;
-    const std::string_view digits = std::string_view(local).substr(local.rfind(':') + 1);
+    std::istringstream words(line);
+    const std::vector<std::string> columns{std::istream_iterator<std::string>(words), {}};
+    if (columns.size() <= kInodeColumn || columns[kStateColumn] != kListening) {
+      continue;
+    }
+    const std::string_view local = columns[kLocalColumn];
+    const std::string_view digits = local.substr(local.rfind(':') + 1);
     std::uint16_t itsPort = 0;
     std::from_chars(digits.data(), digits.data() + digits.size(), itsPort, 16);
-    if (state == kListening && itsPort == port) {
-      sockets.insert("socket:[" + inode + "]");
+    if (itsPort == port) {
+      sockets.insert("socket:[" + columns[kInodeColumn] + "]");
     }
   }
 }
@@ -63,7 +71,7 @@ std::optional<std::string> ownerOfPort(std::uint16_t port) {
     if (isProcess && holdsOneOf(each->path(), sockets)) {
       std::string name;
       std::getline(std::ifstream(each->path() / "comm"), name);
-      return name + " (process " + number + ")";
+      return name.append(" (process ").append(number).append(")");
     }
   }
   return std::nullopt;

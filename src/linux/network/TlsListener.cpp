@@ -169,12 +169,12 @@ std::optional<platform::Limit> TlsListener::makeRoomFor(const Guest &guest,
   }
   const auto isOfSource = [&guest](const Unfinished &each) { return each.source == guest.source; };
   const auto ofSource = entrance_.isSourceFull(guest, limits);
-  if (ofSource && !(evictOldest(*ofSource, isOfSource) && !entrance_.isSourceFull(guest, limits))) {
+  if (ofSource && (!evictOldest(*ofSource, isOfSource) || entrance_.isSourceFull(guest, limits))) {
     return ofSource;
   }
   const auto isAny = [](const Unfinished &) { return true; };
   const auto ofAll = entrance_.isFull(limits);
-  if (ofAll && !(evictOldest(*ofAll, isAny) && !entrance_.isFull(limits))) {
+  if (ofAll && (!evictOldest(*ofAll, isAny) || entrance_.isFull(limits))) {
     return ofAll;
   }
   return std::nullopt;
