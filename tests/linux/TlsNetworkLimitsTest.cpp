@@ -13,7 +13,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class NetworkLimits : public Network {
  public:
