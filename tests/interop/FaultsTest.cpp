@@ -89,10 +89,7 @@ struct Fault {
 // A program on this machine that signs with a key of the other device.
 class EachFault : public CardMachine, public testing::WithParamInterface<Fault> {
  public:
-  EachFault() = default;
-  EachFault(const EachFault &) = delete;
-  EachFault &operator=(const EachFault &) = delete;
-  ~EachFault() override {
+  void TearDown() override {
     stream.reset();
     EXPECT_EQ(functions.C_Finalize(nullptr), CKR_OK);
   }

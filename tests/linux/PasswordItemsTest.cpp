@@ -36,13 +36,6 @@ TEST_F(PasswordItems, AreTheirNamesAlone) {
   EXPECT_THAT(reports, ElementsAre());
 }
 
-TEST_F(PasswordItems, LeaveNothingOfAnOldValueInTheFile) {
-  ASSERT_EQ(store.addPassword({"s", "a", {}}, secret("first value")), platform::itemSuccess);
-  ASSERT_NE(folder.read(kFile).find("first value"), std::string::npos);
-  ASSERT_EQ(store.updatePassword({"s", "a", {}}, secret("2nd")), platform::itemSuccess);
-  EXPECT_EQ(folder.read(kFile).find("first value"), std::string::npos);
-}
-
 TEST_F(PasswordItems, ComeToAFileOfTheVersionBeforeThem) {
   ASSERT_EQ(store.addIdentity(madeRecord("old"), std::nullopt), platform::itemSuccess);
   runInFile("DROP TABLE passwords; PRAGMA user_version=1");

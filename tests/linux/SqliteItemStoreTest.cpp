@@ -68,12 +68,16 @@ TEST_F(SqliteItemStore, SearchesInTheOrderOfAdding) {
             platform::itemNotFound);
 }
 
-TEST_F(SqliteItemStore, DeletesOneIdentity) {
+TEST_F(SqliteItemStore, LeavesNothingOfADeletedKeyInTheFile) {
   const IdentityRecord record = madeRecord("host");
   const Bytes digest = record.reference->certificate.sha1();
+  const SecretBytes key = record.reference->key.pkcs8();
   ASSERT_EQ(store.addIdentity(record, std::nullopt), platform::itemSuccess);
   add("other");
+  ASSERT_NE(folder.read(kFile).find(base::textOf(key.reveal())), std::string::npos);
+
   EXPECT_EQ(store.deleteIdentity(digest), platform::itemSuccess);
+  EXPECT_EQ(folder.read(kFile).find(base::textOf(key.reveal())), std::string::npos);
   EXPECT_EQ(store.deleteIdentity(digest), platform::itemNotFound);
   EXPECT_THAT(labelsOf({}), ElementsAre("Label of other"));
 }
