@@ -15,6 +15,7 @@
 #include "fakes/TemporaryFolder.hpp"
 #include "identity/CVNKeychain.hpp"
 #include "identity/CVNPassword.hpp"
+#include "identity/NewIdentity.hpp"
 
 namespace {
 
@@ -170,6 +171,9 @@ TEST_F(Import, TakesAnIdentityThatIsThereAlreadyButKeepsTheFileWhenTheStoreFails
   EXPECT_EQ(importCopy(sample, ""), 0);
   EXPECT_EQ(importCopy(sample, ""), 0);
   EXPECT_EQ(store.items.size(), 1U);
+  EXPECT_THAT(takeEntries(), IsEmpty());
+  const auto made = identity::describeNew(fakes::madeIdentity("RSA", "rsa"), "label");
+  EXPECT_TRUE(made.publicKeyHash && made.canSign && made.canDecrypt && made.canUnwrap);
   store.failure = platform::itemStoreUnusable;
   EXPECT_EQ(importCopy(sample, ""), -3);
 }

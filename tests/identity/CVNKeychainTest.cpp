@@ -38,6 +38,7 @@ class Keychain : public fakes::LoggedTest {
 TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
   const Bytes hash = second.reference->certificate.sha1();
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), second.reference);
+  EXPECT_TRUE(store.queries[0].returnAttributes && store.queries[0].returnReference);
   EXPECT_EQ(store.queries.size(), 1U) << "tokens are left alone where the keychain has a match";
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), nullptr);
   EXPECT_EQ(keychain.publicKeyHashForCertificateWithSHA1Hash(hash, kNoPIN), std::nullopt);
@@ -45,8 +46,12 @@ TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
                                                              kNoPIN),
             onOther.publicKeyHash);
   EXPECT_EQ(identity::fingerprintText(Bytes{1, 0xAB}), "01:AB");
-  EXPECT_TRUE(identity::publishPinnedCertificate(second.reference->certificate));
-  EXPECT_TRUE(base::fileExists(base::rooted(identity::kPinnedCertificate)));
+  for (const auto &record : {first, second, second}) {
+    const crypto::Certificate &certificate = record.reference->certificate;
+    EXPECT_TRUE(identity::publishPinnedCertificate(certificate));
+    const auto file = base::readFile(base::rooted(identity::kPinnedCertificate), 65536);
+    EXPECT_EQ(base::textOf(*file), certificate.pem());
+  }
 }
 
 TEST_F(Keychain, LowersTheNameButNotTheLabel) {
