@@ -8,6 +8,7 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
+#include "daemon/NetworkLimits.hpp"
 #include "fakes/FakeAccounts.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/FakeMainQueue.hpp"
@@ -15,7 +16,9 @@
 #include "fakes/FakeToolRunner.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/MadeIdentity.hpp"
+#include "fakes/Transcript.hpp"
 #include "requests/VirtualCard.hpp"
+#include "support/Settings.hpp"
 
 namespace {
 
@@ -74,6 +77,13 @@ TEST_F(Manager, PrefersTheHashAndTriesNoNameAfterIt) {
   EXPECT_TRUE(manager.setupListener());
   set("ssl_certificate_sha1_hash", "");
   EXPECT_TRUE(manager.setupListener()) << "an empty hash is none";
+  set("ssl_certificate_common_name", "");
+  takeEntries();
+  EXPECT_FALSE(manager.setupLocalListener());
+  EXPECT_THAT(takeEntries(), ElementsAre("kfy:SSL identity not specified",
+                                         "kfy:local listener could not be set up."));
+  defaults.values.clear();
+  EXPECT_FALSE(manager.setupListener());
   set("ssl_certificate_common_name", "nobody");
   takeEntries();
   EXPECT_FALSE(manager.setupListener());
@@ -104,13 +114,121 @@ TEST_F(Manager, TakesATokensPINFromAFileThatIsForRootAlone) {
     EXPECT_THAT(refusal(), testing::EndsWith(why));
     EXPECT_EQ(store.queries.back().pin != nullptr, *why == '\0');
   }
+  if (geteuid() == 0) {
+    ASSERT_TRUE(base::replaceFile(path, base::viewOf("1"), 0600));
+    ASSERT_EQ(chown(path.c_str(), 7, 7), 0);
+    EXPECT_THAT(refusal(), HasSubstr("owner 7, mode 0600; it must be root's"));
+  }
   std::filesystem::remove(path);
+}
+
+// The road of a message, from the set-up to the end of its connection.
+class Road : public Manager, public testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(DebugMode, Road, testing::Bool());
+
+TEST_P(Road, IsToldFromEndToEnd) {
+  set("ssl_certificate_common_name", "Server");
+  setDebugMode(GetParam());
+  std::shared_ptr<fakes::FakeConnection> far;
+  fakes::Transcript transcript;
+  transcript.isDebugMode = GetParam();
+  transcript.actions = {
+      {"setupListener", [&](const auto &) { EXPECT_TRUE(manager.setupListener()); }},
+      {"setupLocalListener", [&](const auto &) { EXPECT_TRUE(manager.setupLocalListener()); }},
+      {"far", [&](const auto &chunk) { far->deliver(chunk); }},
+      {"farEnds", [&](const auto &) { far->end(); }},
+      {"accept", [&](const auto &) { far = network.listeners[0]->connect(); }}};
+  for (const auto &[word, state] : {std::pair{"waiting", platform::ListenerState::waiting},
+                                    {"ready", platform::ListenerState::ready},
+                                    {"failed", platform::ListenerState::failed},
+                                    {"cancelled", platform::ListenerState::cancelled}}) {
+    transcript.actions[word] = [this, state](const auto &error) {
+      network.listeners[0]->stateHandler(state, error.empty() ? 0 : std::stoi(error));
+    };
+  }
+  transcript.takeLines = [&] {
+    auto lines = takeLogLines();
+    for (; far && !far->sent.empty(); far->sent.clear()) {
+      lines.push_back("< " + far->sent.front());
+    }
+    return lines;
+  };
+  transcript.name(R"(
+~ID 0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0
+~FRAME [DATA]{"type":"request","command":"remove","message_id":"~ID"}[ENDDATA]
+~HEX 5B444154415D7B2274797065223A2272657175657374222C22636F6D6D616E64223A2272656D6F7665222C226D6573736167655F6964223A2230463145324433432D344235412D363937382D383739362D413542344333443245314630227D5B454E44444154415D
+)");
+  transcript.expect(R"(
+> setupListener
+dbg:setting up listener | dbg:Setting up listener | dbg:create and start listener
+> setupLocalListener
+dbg:setting up local listener | dbg:Setting up local listener | dbg:create and start listener
+> waiting
+Listener on port 4116 (tcp) waiting
+> ready
+Listener on port 4116 (tcp) ready!
+> accept
+> far ~FRAME
+dbg:~HEX | dbg:QuillCommandRemoveString received | dbg:Message Type: Request | dbg:selectedCertificateHash Received
+dbg:Got message: Status: NO\nMesage Type: 0\nCommand: 3\nmessageID: ~ID\n | dbg:Daemon processing request or response
+dbg:Message Type: Request | dbg:Command Reply | dbg:Command: QuillCommandRemove
+dbg:Encoding JSON | dbg:JSON QuillCommandRemove Response
+kfy:sending message: Status: NO\nMesage Type: 1\nCommand: 3\nmessageID: ~ID\n
+< [DATA]{"type":"response","command":"remove","message_id":"~ID","status":false}[ENDDATA]
+> farEnds
+dbg:closing connection | kfy:worker is not local removing smartcard | dbg:client disconnected:(null)
+> cancelled
+> failed 98
+kfy:port 4116 is taken by another program: nobody reaches this kfyd there; end that program, then restart kfyd
+kfyd: listener (tcp) failed: Address already in use
+)");
+}
+
+TEST_F(Listening, EachLimitIsItsSettingsValue) {
+  std::int64_t value = 1000;
+  for (const support::Bound &bound : support::kBounds) {
+    defaults.values[std::string("kfyd/") + bound.key] = bound.least + (value += 2) * 1024;
+  }
+  const auto settingsOf = [&](const std::vector<platform::Limit> &all) {
+    std::string text;
+    for (const auto &[most, setting] : all) {
+      const auto whole = std::get<std::int64_t>(defaults.values["kfyd/" + std::string(setting)]);
+      const auto share = static_cast<std::uint64_t>(whole) / most;
+      text += std::string(setting) + "/" + std::to_string(share) + " ";
+      EXPECT_EQ(most, static_cast<std::uint64_t>(whole) / share);
+    }
+    return text;
+  };
+  const auto of = [&](std::size_t listener) {
+    const platform::ListenerLimits its = network.asked[listener].limits();
+    EXPECT_EQ(
+        its.handshakeTime,
+        std::chrono::seconds(std::get<std::int64_t>(defaults.values["kfyd/handshakeSeconds"])));
+    return settingsOf(
+        {its.handshakes, its.handshakesPerSource, its.connections, its.connectionsPerSource});
+  };
+  EXPECT_EQ(of(0),
+            "maxHandshakes/1 maxHandshakesPerAddress/1 maxPublicConnections/1 "
+            "maxConnectionsPerAddress/1 ");
+  EXPECT_EQ(of(1),
+            "maxHandshakes/1 maxHandshakes/2 maxLocalConnections/1 maxLocalConnectionsPerUser/1 ");
+  const platform::ConnectionLimits each = kfyd::connectionLimits(defaults);
+  EXPECT_EQ(settingsOf({each.frameBytes, each.unsentBytes, each.bufferedBytes, each.stalledOutput}),
+            "maxFrameBytes/1 maxUnsentBytes/1 maxBufferedBytes/1 stalledOutputSeconds/1 ");
 }
 
 TEST_F(Listening, LetsNobodyButThisMachineReachTheSecondListener) {
   EXPECT_EQ(network.asked.at(0).host, "::");
-  EXPECT_EQ(network.asked.at(1).host, "127.0.0.1");
+  EXPECT_EQ(network.asked.at(1).host + network.asked.at(1).port, "127.0.0.14117");
+  for (const auto &asked : network.asked) {
+    EXPECT_EQ(asked.identity, identity.reference);
+    EXPECT_EQ((std::vector{asked.keepaliveIdleSeconds, asked.keepaliveIntervalSeconds,
+                           asked.keepaliveCount}),
+              std::vector(3, 15));
+  }
+  const auto forgotten = publicListener().connect();
   const auto named = manager.createAndStartListenerWithName("192.0.2.1", "5", /*localOnly=*/false);
+  EXPECT_EQ(manager.workers.size(), 0U);
   EXPECT_EQ(network.asked.at(2).host, "192.0.2.1") << "a name is the host of a public listener";
   EXPECT_EQ(base::textOf(*base::readFile(base::rooted("/etc/keyferry/server.pem"), 65536)),
             identity.reference->certificate.pem());
@@ -194,7 +312,16 @@ TEST_F(Listening, WithTheSettingEndsConnectionsThatDoNotAuthenticate) {
   queue.advance(std::chrono::seconds(2));
   EXPECT_TRUE(stranger->isCancelled);
   EXPECT_FALSE(client->isCancelled || program->isCancelled);
+  defaults.values["kfyd/unauthenticatedSeconds"] = 1;
+  const auto next = publicListener().connect();
+  queue.advance(std::chrono::seconds(3));
+  EXPECT_TRUE(next->isCancelled);
   EXPECT_EQ(queue.waitingEvents(), 0U) << "nothing is counted while nobody is new";
+  const auto last = publicListener().connect();
+  defaults.values.erase("kfyd/unauthenticatedSeconds");
+  queue.advance(std::chrono::seconds(9));
+  EXPECT_FALSE(last->isCancelled) << "it was lifted meanwhile";
+  EXPECT_EQ(queue.waitingEvents(), 0U);
 }
 
 TEST_F(Listening, LocalUsersAreLookedUpForEachAcceptance) {
@@ -237,17 +364,26 @@ TEST_F(Listening, TellsItsStateOnceASecond) {
     const auto content = base::readFile(path, 65536);
     return content ? std::string(base::textOf(*content)) : "";
   };
+  queue.advance(std::chrono::seconds(1));
+  EXPECT_TRUE(base::fileExists(path)) << "with nobody there";
+  limits.reached({{1, "maxHandshakes"}, "x"});
+  EXPECT_EQ(queue.waitingEvents(), 1U);
+  const auto program = loopbackListener().connect();
   const auto far = publicListener().connect();
+  EXPECT_EQ(queue.waitingEvents(), 1U) << "changes wait for the same writing";
   std::filesystem::remove_all(base::rooted("/run"));
-  EXPECT_EQ(state(), "{\"started\":1741940813,\"pid\":" + std::to_string(getpid()) +
-                         R"(,"connections":[{"address":"192.0.2.7","port":50123,"local":false,)"
-                         R"("authenticated":false,"cards":[]}],"connectionCount":1,"pending":0,)"
-                         R"("relays":0,"refusals":0,"limits":{}})");
+  EXPECT_EQ(
+      state(),
+      "{\"started\":1741940813,\"pid\":" + std::to_string(getpid()) +
+          R"(,"connections":[{"address":"192.0.2.7","port":50123,"local":false,)"
+          R"("authenticated":false,"cards":[]},{"address":"192.0.2.7","port":50123,"local":true,)"
+          R"("authenticated":false,"cards":[]}],"connectionCount":2,"pending":0,)"
+          R"("relays":0,"refusals":0,"limits":{"maxHandshakes":1}})");
   EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
   limits.reached({{1, "maxHandshakes"}, "x"});
   far->end();
-  EXPECT_THAT(state(), testing::AllOf(HasSubstr(R"("connections":[])"),
-                                      HasSubstr(R"("limits":{"maxHandshakes":1})")));
+  EXPECT_THAT(state(), testing::AllOf(HasSubstr(R"("connectionCount":1)"),
+                                      HasSubstr(R"("limits":{"maxHandshakes":2})")));
   std::filesystem::remove_all(base::rooted("/run"));
   ASSERT_TRUE(base::replaceFile(base::rooted("/run"), {}, 0600));
   takeEntries();

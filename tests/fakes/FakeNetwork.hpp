@@ -15,17 +15,26 @@ class FakeConnection : public platform::Connection {
  public:
   [[nodiscard]] platform::Endpoint peer() const override { return {host, 50123, host}; }
   void setStateHandler(StateHandler handler) override { stateHandler = std::move(handler); }
-  void start() override {}
+  void start() override { calls.emplace_back("start"); }
   void receive(ReceiveCompletion completion) override { receive_ = std::move(completion); }
   void send(CleansedBytes unit, SendCompletion completion) override {
     sent.emplace_back(base::textOf(unit));
     completion(sendError);
   }
-  void cancel() override { isCancelled = true; }
+  void cancel() override {
+    calls.emplace_back("cancel");
+    isCancelled = true;
+  }
   [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
-  void holds(std::size_t /*frameBytes*/, std::size_t /*otherBytes*/) override {}
-  void setAuthenticated(bool is) override { isAuthenticated = is; }
-  void rejected() override {}
+  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
+    calls.push_back("holds " + std::to_string(frameBytes) + "+" + std::to_string(otherBytes));
+  }
+  void setAuthenticated(bool is) override {
+    if (std::exchange(isAuthenticated, is) != is) {
+      calls.emplace_back(is ? "authenticated" : "not authenticated");
+    }
+  }
+  void rejected() override { calls.emplace_back("rejected"); }
 
   // One chunk from the peer, or the end of its stream.
   void deliver(std::string_view content) {
@@ -54,6 +63,7 @@ class FakeConnection : public platform::Connection {
   std::string host = "192.0.2.7";
   StateHandler stateHandler;
   std::vector<std::string> sent;
+  std::vector<std::string> calls;  // that no other field shows, in order
   int sendError = 0;
   std::size_t unsent = 0;
   bool isCancelled = false;

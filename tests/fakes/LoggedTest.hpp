@@ -3,12 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "fakes/FakeClock.hpp"
 #include "fakes/FakeUserDefaults.hpp"
+#include "fakes/Transcript.hpp"
 #include "support/LogPlatform.hpp"
 
 namespace fakes {
@@ -42,6 +45,22 @@ class LoggedTest : public testing::Test {
 
   // What the unified log holds since the last call, traces included if debug mode is on.
   std::vector<std::string> takeEntries() { return std::exchange(log.entries, {}); }
+
+  // The same and, below, what else stands on standard error, where debug mode repeats the entries.
+  std::vector<std::string> takeLogLines() {
+    std::string errors = std::exchange(log.standardError, "");
+    auto lines = takeEntries();
+    for (const std::string &entry : lines) {
+      const std::string text = replacedAll(entry.substr(4), "\\n", "\n") + "\n";
+      const std::size_t place = errors.find(text);
+      errors.erase(std::min(place, errors.size()), place < errors.size() ? text.size() : 0);
+    }
+    std::istringstream rest(errors);
+    for (std::string line; std::getline(rest, line);) {
+      lines.push_back(line);
+    }
+    return lines;
+  }
 
   FakeClock clock;
   FakeUserDefaults defaults;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,8 @@
 #include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "identity/CVNKeychain.hpp"
+#include "identity/CVNPassword.hpp"
+#include "identity/NewIdentity.hpp"
 
 namespace {
 
@@ -49,6 +52,19 @@ TEST_F(Passwords, AreWrittenReadAndDeleted) {
   EXPECT_THAT(takeEntries(), IsEmpty());
   EXPECT_FALSE(keychain.setPasswordForAccount(std::nullopt, "ann", "group"));
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:Error removing keychain ann: -25300"));
+}
+
+TEST_F(Passwords, OfTheirOwnHoldEveryPrintableCharacterButTheBlank) {
+  const SecretText all = CVNKeychain::randomPasswordLength(10000);
+  const std::set<char> seen(all.reveal().begin(), all.reveal().end());
+  EXPECT_EQ(all.reveal().size(), 10000U);
+  EXPECT_TRUE(seen.size() == 94 && *seen.begin() == '!' && *seen.rbegin() == '~');
+  EXPECT_EQ(CVNKeychain::randomPassword().reveal().size(), 15U);
+  auto item = CVNPassword::initWithService("service", std::nullopt, "group");
+  EXPECT_EQ(item.keychainInfo.size(), 2U);
+  EXPECT_EQ(item.password().has_value(), false);
+  item.setPassword(SecretText("x"));
+  EXPECT_EQ(item.password()->reveal(), "x");
 }
 
 TEST_F(Passwords, SayWhatFails) {
@@ -155,6 +171,9 @@ TEST_F(Import, TakesAnIdentityThatIsThereAlreadyButKeepsTheFileWhenTheStoreFails
   EXPECT_EQ(importCopy(sample, ""), 0);
   EXPECT_EQ(importCopy(sample, ""), 0);
   EXPECT_EQ(store.items.size(), 1U);
+  EXPECT_THAT(takeEntries(), IsEmpty());
+  const auto made = identity::describeNew(fakes::madeIdentity("RSA", "rsa"), "label");
+  EXPECT_TRUE(made.publicKeyHash && made.canSign && made.canDecrypt && made.canUnwrap);
   store.failure = platform::itemStoreUnusable;
   EXPECT_EQ(importCopy(sample, ""), -3);
 }

@@ -1,9 +1,15 @@
 #include "identity/CVNKeychain.hpp"
 
+#include "base/Files.hpp"
 #include "base/LowerCase.hpp"
+#include "base/Root.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/MadeIdentity.hpp"
+#include "fakes/Transcript.hpp"
+#include "identity/FingerprintText.hpp"
+#include "identity/PinnedCertificate.hpp"
+#include "identity/PublicKeyHash.hpp"
 
 namespace {
 
@@ -32,8 +38,20 @@ class Keychain : public fakes::LoggedTest {
 TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
   const Bytes hash = second.reference->certificate.sha1();
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/false, kNoPIN), second.reference);
+  EXPECT_TRUE(store.queries[0].returnAttributes && store.queries[0].returnReference);
   EXPECT_EQ(store.queries.size(), 1U) << "tokens are left alone where the keychain has a match";
   EXPECT_EQ(keychain.findIdentityWithSHA1Hash(hash, /*tokenOnly=*/true, kNoPIN), nullptr);
+  EXPECT_EQ(keychain.publicKeyHashForCertificateWithSHA1Hash(hash, kNoPIN), std::nullopt);
+  EXPECT_EQ(keychain.publicKeyHashForCertificateWithSHA1Hash(onOther.reference->certificate.sha1(),
+                                                             kNoPIN),
+            onOther.publicKeyHash);
+  EXPECT_EQ(identity::fingerprintText(Bytes{1, 0xAB}), "01:AB");
+  for (const auto &record : {first, second, second}) {
+    const crypto::Certificate &certificate = record.reference->certificate;
+    EXPECT_TRUE(identity::publishPinnedCertificate(certificate));
+    const auto file = base::readFile(base::rooted(identity::kPinnedCertificate), 65536);
+    EXPECT_EQ(base::textOf(*file), certificate.pem());
+  }
 }
 
 TEST_F(Keychain, LowersTheNameButNotTheLabel) {
@@ -46,6 +64,7 @@ TEST_F(Keychain, LowersTheNameButNotTheLabel) {
             onToken.reference)
       << "a label with capitals never matches";
   EXPECT_EQ(base::lowerCase("ÄÖ\xFFẞ x"), "äö\xFFß x");
+  EXPECT_EQ(base::lowerCase(std::string_view("A\0Ä\xC3", 5)), std::string_view("a\0ä\xC3", 5));
 }
 
 TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
@@ -61,16 +80,76 @@ TEST_F(Keychain, CarriesAPINThatIsNotEmpty) {
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:using PIN in LAContext"));
 }
 
-TEST_F(Keychain, DescribesTokensInOrderWithKeyHashes) {
-  setDebugMode(/*on=*/true);
+class Lists : public Keychain, public testing::WithParamInterface<bool> {};
+INSTANTIATE_TEST_SUITE_P(DebugMode, Lists, testing::Bool());
+
+TEST_P(Lists, HoldWhatIsThereAndSayWhatFails) {
+  fakes::Transcript transcript;
+  setDebugMode(transcript.isDebugMode = GetParam());
   store.presentTokens = {"C", "B", "A"};
-  const auto list = keychain.smartcardCertificateArrayFromKeychain();
-  ASSERT_EQ(list.size(), 3U);
-  EXPECT_EQ(list[0].label, "last");
-  EXPECT_EQ(list[0].publicKeyHash, support::hexString(*onOther.publicKeyHash));
-  EXPECT_EQ(list[2].publicKeyHash, support::hexString(*alsoOnToken.publicKeyHash)) << "computed";
-  EXPECT_EQ(support::dataFromBase64String(list[1].certificate),
-            onToken.reference->certificate.der());
+  store.items[4].record.canSign = false;
+  store.items[4].record.canDecrypt = store.items[3].record.canUnwrap = true;
+  const auto tell = [this](const std::vector<support::CertificateInfo> &list) {
+    for (const support::CertificateInfo &info : list) {
+      log.entries.push_back(info.label + (info.canSign ? " s" : " ") +
+                            (info.canDecrypt ? "d" : "") + (info.canUnwrap ? "u " : " ") +
+                            info.publicKeyHash.value_or("-"));
+    }
+  };
+  transcript.actions["fail"] = [&](const auto &both) {
+    store.failure = static_cast<platform::ItemStatus>(std::stoi(both));
+    store.tokenFailure = static_cast<platform::ItemStatus>(std::stoi(both.substr(both.find(' '))));
+  };
+  transcript.actions["card"] = [&](const auto &) {
+    tell(keychain.smartcardCertificateArrayFromKeychain());
+  };
+  transcript.actions["all"] = [&](const auto &verbose) {
+    defaults.values["kfyd/verboseLogging"] = !verbose.empty();
+    tell(keychain.iosCertificateArrayFromKeychain());
+  };
+  transcript.actions["info"] = [&](const auto &) {
+    for (const auto &[name, hash] : keychain.availableIdentityInfo()) {
+      log.entries.push_back(name + " " + std::to_string(hash.size()));
+    }
+  };
+  transcript.takeLines = [&] { return takeEntries(); };
+  for (const auto &[record, tokenID] : store.items) {
+    const std::string name =
+        *record.reference->certificate.commonName() + record.label->substr(0, 5);
+    transcript.name(
+        "~CERT" + name + " " +
+        support::base64EncodeBytes(record.reference->certificate.der(), /*separateLines=*/false) +
+        "\n~KEY" + name + " " +
+        support::hexString(*identity::publicKeyHashOf(record.reference->key.publicKey())));
+  }
+  transcript.expect(R"(
+> card
+dbg:token IDS: (C, B, A) | dbg:querying for identities on C | dbg:found 1 identities | dbg:querying for identities on B
+kfy:No identities found for B | dbg:querying for identities on A | dbg:found 2 identities
+dbg:------certificate array from keychain------ | dbg:~CERTLastlast | dbg:~CERTTokenserve | dbg:~CERTTokenother
+last d ~KEYLastlast | server identity s ~KEYTokenserve | other su ~KEYTokenother
+> all
+dbg:querying ios certificates | server identity s - | Server Identity s - | server identity s - | other su - | last d -
+> info
+One 40 | Two 40 | Token 40 | Token 40 | Last 40
+> fail 0 -25293
+> card
+dbg:token IDS: (C, B, A) | dbg:querying for identities on C | kfy:SecItemCopyMatching error: -25293
+dbg:querying for identities on B | kfy:SecItemCopyMatching error: -25293
+dbg:querying for identities on A | kfy:SecItemCopyMatching error: -25293 | dbg:------certificate array from keychain------
+> info
+kfy:SecIdentityCopyCertificate error
+> all verbose
+dbg:querying ios certificates | kfy:SecItemCopyMatching error: -25293 | dbg:------certificate array from keychain------
+dbg:certificate in keychain:~CERTOneserve | dbg:certificate in keychain:~CERTTwoServe
+server identity s - | Server Identity s -
+> fail -25300 -25300
+> all
+dbg:querying ios certificates | kfy:No identities found
+)");
+  store.failure = store.tokenFailure = platform::itemSuccess;
+  EXPECT_EQ(keychain.findIdentityWithSubject("Token"), nullptr) << "there are two";
+  EXPECT_EQ(keychain.findIdentityWithSubject("One"), first.reference);
 }
 
 TEST_F(Keychain, TokensThatFailHideTheKeychainFromThoseAloneWhoAskBoth) {

@@ -6,6 +6,8 @@
 
 #include "fakes/FullMessage.hpp"
 #include "fakes/LoggedTest.hpp"
+#include "fakes/Transcript.hpp"
+#include "protocol/Frame.hpp"
 #include "protocol/MessageFields.hpp"
 #include "support/HexString.hpp"
 
@@ -33,59 +35,6 @@ std::string request(const std::string &command, const std::string &more = "") {
 
 class Message : public fakes::LoggedTest {};
 
-// One row for every command and type: the keys that it takes, with "!" those without which it can't
-// be written.
-struct RowCase {
-  QuillCommand command;
-  QuillMessageType type;
-  std::vector<std::string> keys;
-};
-
-TEST_F(Message, HasTheKeysThatItsCommandAndTypeDecide) {
-  constexpr auto kRequest = QuillMessageTypeRequest;
-  constexpr auto kResponse = QuillMessageTypeResponse;
-  const RowCase kCases[] = {
-      {QuillCommandConnect, kRequest, {"authentication_certificates"}},
-      {QuillCommandConnect,
-       kResponse,
-       {"challenge", "message_error_message", "selected_certificate_hash"}},
-      {QuillCommandAuthenticate,
-       kRequest,
-       {"challenge_signature!", "selected_authenticate_certificate!"}},
-      {QuillCommandAuthenticate, kResponse, {}},
-      {QuillCommandInsert, kRequest, {"certificates!"}},
-      {QuillCommandInsert, kResponse, {}},
-      {QuillCommandRemove, kRequest, {}},
-      {QuillCommandRemove, kResponse, {}},
-      {QuillCommandGetCertificates, kRequest, {}},
-      {QuillCommandGetCertificates, kResponse, {"certificates!"}},
-      {QuillCommandSignData, kRequest, {"data_to_sign!", "pin!", "signing_cert_hash!"}},
-      {QuillCommandSignData, kResponse, {"signed_data!"}},
-      {QuillCommandCreateEmphemeralUser, kRequest, {"ephemeral_user_name!"}},
-      {QuillCommandCreateEmphemeralUser,
-       kResponse,
-       {"ephemeral_user_name!", "ephemeral_user_password!", "message_error_message"}},
-      {QuillCommandDecryptData, kRequest, {"encrypted_data!", "object_id!", "pin!"}},
-      {QuillCommandDecryptData, kResponse, {"decrypted_data!"}}};
-  for (const RowCase &row : kCases) {
-    const QuillMessage full = fakes::fullMessage(row.command, row.type);
-    const auto isWritten = [json = encode(full)](const std::string &key) {
-      return json.find('"' + key + "\":") != std::string::npos;
-    };
-    EXPECT_EQ(isWritten("status"), row.type == kResponse);
-    for (const protocol::Field *field : protocol::kFieldsAsRead) {
-      const std::string key(field->key);
-      SCOPED_TRACE(key + " of command " + std::to_string(row.command));
-      const auto isRequired = std::ranges::count(row.keys, key + '!');
-      EXPECT_EQ(isWritten(key), isRequired || std::ranges::count(row.keys, key));
-      QuillMessage lacking = full;
-      std::visit([&](auto place) { (lacking.*place).reset(); }, field->place);
-      EXPECT_EQ(encode(lacking) == "(nothing)", isRequired);
-      EXPECT_EQ(takeEntries(), std::vector<std::string>(isRequired ? 1 : 0, "kfy:(null)"));
-    }
-  }
-}
-
 TEST_F(Message, OfNoKnownTypeOrCommandIsNotWritten) {
   QuillMessage message = QuillMessage::initCommandMessageRemoveSmartCard();
   message.command = 8;
@@ -103,17 +52,22 @@ TEST_F(Message, EscapesWhatItWritesAndBreaksLongBase64) {
   message = QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, UUID::random(), data);
   EXPECT_THAT(encode(message), HasSubstr('"' + std::string(64, 'A') + "\\r\\n\\/w==\""));
   EXPECT_EQ(decode(encode(message))->signedData, data);
+  message = QuillMessage::initWithReplyMessageForDecryptDataWithStatus(
+      /*status=*/true, UUID::random(), SecretBytes(data));
+  EXPECT_THAT(encode(message), HasSubstr('"' + std::string(64, 'A') + "\\r\\n\\/w==\""));
 }
 
 TEST_F(Message, ComesBackAsItWasWritten) {
   const support::CertificateInfo info{"QUJD/+", true, false, true, "a/b é", "AB"};
   const auto message = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-      protocol::makeCardList(std::vector<protocol::CardElement>{info, Bytes{1, 2, 3}}));
+      protocol::makeCardList(std::vector<protocol::CardElement>{info, Bytes(49, 1)}));
+  EXPECT_EQ(protocol::certificateInfosOf(*message.certificates).size(), 1U);
   const auto list = decode(encode(message))->certificates;
   ASSERT_EQ(list->entries().size(), 2U);
   EXPECT_EQ(list->entries()[0].certificateSHA1,
             support::sha1(support::dataFromBase64String("QUJD/+")));
-  EXPECT_EQ(list->entries()[1].json, "\"AQID\"");
+  EXPECT_EQ(list->entries()[1].json,
+            '"' + support::base64EncodeBytes(Bytes(49, 1), /*separateLines=*/false) + '"');
   const auto infos = protocol::certificateInfosOf(*list);
   ASSERT_EQ(infos.size(), 1U);
   EXPECT_EQ(infos[0].label, "a/b é");
@@ -163,8 +117,9 @@ TEST_F(Message, IsReadInSpiteOfWhatIsOddInIt) {
             std::nullopt);
   const auto message = decode(request(
       "sign_data",
-      R"(,"pin":"0","odd":[{"pin":2},"x"],"challenge":{},"":{"pin":"3"},"object_id":"","pin":"1","data_to_sign":"QQ")"));
-  EXPECT_EQ(message->PIN->reveal(), "1") << "of a key that stands twice the last counts";
+      R"(,"pin":"0","odd":[{"pin":2},"x"],"challenge":{},"":{"pin":"3"},"object_id":"","p\u0069n":"1","data_to_sign":"QQ")"));
+  EXPECT_EQ(message->PIN->reveal(), "1")
+      << "of a key that stands twice the last counts, an escaped one too";
   EXPECT_FALSE(message->challenge);
   EXPECT_EQ(message->objectID, Bytes{});
   EXPECT_FALSE(message->dataToSign);
@@ -204,7 +159,7 @@ TEST_F(Message, ReadsStatusAsATruthValue) {
 
 TEST_F(Message, PassesCardEntriesOnUnchanged) {
   const std::string list =
-      R"([{"certificate":"QUI=","more":[1,-2,18446744073709551615,0.1,9.918899606007773,-0.0,1e+300,null,true],"a\/b":""},)"
+      R"([{"certificate":"QUI=","more":[1,-2,18446744073709551615,0.1,9.918899606007773,-0.0,-0.5,1e+300,null,true],"a\/b":""},)"
       R"("text",{"certificate":7},{"certificate":"*"}])";
   const auto message = decode(request("insert", ",\"certificates\":" + list));
   EXPECT_THAT(encode(*message), HasSubstr("\"certificates\":" + list));
@@ -212,23 +167,121 @@ TEST_F(Message, PassesCardEntriesOnUnchanged) {
   ASSERT_EQ(entries.size(), 4U);
   EXPECT_EQ(entries[0].certificateSHA1, support::sha1(base::viewOf("AB")));
   EXPECT_TRUE(!entries[1].hasCertificate && !entries[2].hasCertificate);
+  EXPECT_EQ(protocol::certificateInfosOf(*message->certificates).size(), 2U);
   EXPECT_TRUE(entries[3].hasCertificate && entries[3].certificateSHA1.empty());
 }
 
-TEST_F(Message, TracesItsFieldsInOrder) {
-  setDebugMode(true);
-  (void)decode(request("sign_data",
-                       R"(,"status":1,"pin":"x","challenge":"QQ==","challenge_signature":7,)"
-                       R"("message_error_message":"","ephemeral_user_password":"",)"
-                       R"("ephemeral_user_name":"")"));
-  EXPECT_THAT(takeEntries(),
-              ElementsAre("kfy:QuillCommandSignDataString received", "kfy:Message Type: Request",
-                          "kfy:QuillChallengeString Received",
-                          "kfy:selectedCertificateHash Received", "kfy:ephemeralUsername Received",
-                          "kfy:errorMessage Received", "kfy:ephemeralPassword Received",
-                          "kfy:QuillPINString Received", "kfy:QuillMessageStatusString Received"));
-  (void)decode("x");
-  EXPECT_THAT(takeEntries(), ElementsAre("kfy:syntax error : 78", "kfy:syntax error : 78"));
+class Tracing : public Message, public testing::WithParamInterface<bool> {
+ public:
+  Tracing() { setDebugMode(transcript.isDebugMode = GetParam()); }
+  fakes::Transcript transcript;
+};
+INSTANTIATE_TEST_SUITE_P(DebugMode, Tracing, testing::Bool());
+
+// Read and written again; behind that the keys without which it can't be written.
+TEST_P(Tracing, TellsOfEachFieldInItsPlace) {
+  transcript.actions["pass"] = [&](const std::string &json) {
+    const auto message = decode(json);
+    const std::string written = message ? encode(*message) : "nothing";
+    log.entries.push_back(written == json ? "unchanged" : written);
+    setDebugMode(false);
+    for (const protocol::Field *field : protocol::kFieldsAsRead) {
+      QuillMessage lacking =
+          message ? fakes::fullMessage(message->command, message->messageType) : QuillMessage();
+      std::visit([&](auto place) { (lacking.*place).reset(); }, field->place);
+      if (message && !lacking.json()) {
+        log.entries.back() = std::string(field->key);  // instead of the line "(null)"
+      }
+    }
+    setDebugMode(GetParam());
+  };
+  transcript.takeLines = [&] { return takeEntries(); };
+  transcript.name(R"(
+~ID "message_id":"0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0"
+~Q {"type":"request","command":
+~R {"type":"response","command":
+~ASKS String received | dbg:Message Type: Request
+~ANSWERS String received | dbg:Message Type: Response
+~H dbg:selectedCertificateHash Received
+~S dbg:QuillMessageStatusString Received | dbg:Encoding JSON | dbg:JSON
+~W dbg:Encoding JSON | dbg:JSON
+)");
+  transcript.expect(R"(
+> pass ~Q"connect",~ID,"authentication_certificates":["AQ==",[7,[]],{}]}
+dbg:QuillCommandConnect~ASKS | ~H | ~W QuillCommandConnect | dbg:JSON certificateArray Request | unchanged
+> pass ~Q"connect",~ID}
+dbg:QuillCommandConnect~ASKS | ~H | ~W QuillCommandConnect | dbg:JSON no cert Array found Reply | unchanged
+> pass ~R"connect",~ID,"selected_certificate_hash":"AQ==","challenge":"Ag==","message_error_message":"no","status":true}
+dbg:QuillCommandConnect~ANSWERS | dbg:QuillChallengeString Received | ~H | dbg:errorMessage Received | ~S QuillCommandConnect | unchanged
+> pass ~R"connect",~ID}
+dbg:QuillCommandConnect~ANSWERS | ~H | ~W QuillCommandConnect
+~R"connect",~ID,"selected_certificate_hash":"","challenge":"","message_error_message":"","status":false}
+> pass ~Q"authenticate",~ID,"challenge_signature":"AQ==","selected_authenticate_certificate":"Ag=="}
+dbg:QuillCommandAuthenticate~ASKS | dbg:challengeSignature Received | ~H | dbg:certificateUsedToAuthenticate Received | ~W QuillCommandAuthenticate Request | unchanged | challenge_signature | selected_authenticate_certificate
+> pass ~R"authenticate",~ID,"status":false}
+dbg:QuillCommandAuthenticate~ANSWERS | ~H | ~S QuillCommandAuthenticate Response | unchanged
+> pass ~Q"insert",~ID,"certificates":[[[],{}],"x",{"certificate":"AA=="}]}
+dbg:QuillCommandInsert~ASKS | ~H | dbg:certificates Received | ~W QuillCommandInsert Request | unchanged | certificates
+> pass ~R"insert",~ID,"status":true}
+dbg:QuillCommandInsert~ANSWERS | ~H | ~S QuillCommandInsert Response | unchanged
+> pass ~Q"remove",~ID}
+dbg:QuillCommandRemove~ASKS | ~H | ~W QuillCommandRemove Request | unchanged
+> pass ~R"remove",~ID,"status":true}
+dbg:QuillCommandRemove~ANSWERS | ~H | ~S QuillCommandRemove Response | unchanged
+> pass ~Q"get_certificates",~ID}
+dbg:QuillCommandGetCertificates~ASKS | ~H | ~W QuillCommandGetCertificates Request | unchanged
+> pass ~R"get_certificates",~ID,"certificates":[],"status":true}
+dbg:QuillCommandGetCertificates~ANSWERS | ~H | dbg:certificates Received | ~S QuillCommandGetCertificates Response | unchanged | certificates
+> pass ~Q"sign_data",~ID,"signing_cert_hash":"AQ==","pin":"1","data_to_sign":"Ag=="}
+dbg:QuillCommandSignData~ASKS | ~H | dbg:dataToSign Received | dbg:QuillPINString Received | dbg:QuillSigningCertificateHashString Received
+~W SignData Request | unchanged | data_to_sign | pin | signing_cert_hash
+> pass ~R"sign_data",~ID,"signed_data":"AQ==","status":true}
+dbg:QuillCommandSignData~ANSWERS | ~H | dbg:signedData Received | ~S SignData Response | unchanged | signed_data
+> pass ~Q"create_user",~ID,"ephemeral_user_name":"x"}
+dbg:QuillCommandCreateEmphemeralUser~ASKS | ~H | dbg:ephemeralUsername Received | ~W QuillCommandCreateEmphemeralUser Request | unchanged | ephemeral_user_name
+> pass ~R"create_user",~ID,"ephemeral_user_password":"p","ephemeral_user_name":"x","message_error_message":"","status":true}
+dbg:QuillCommandCreateEmphemeralUser~ANSWERS | ~H | dbg:ephemeralUsername Received | dbg:errorMessage Received | dbg:ephemeralPassword Received
+~S QuillCommandCreateEmphemeralUser Response | unchanged | ephemeral_user_name | ephemeral_user_password
+> pass ~Q"decrypt_data",~ID,"encrypted_data":"AQ==","pin":"","object_id":"Ag=="}
+dbg:QuillCommandDecryptData~ASKS | ~H | dbg:dataToDecrypt Received | dbg:objectID Received | dbg:QuillPINString Received | ~W QuillCommandDecryptData Request | unchanged | encrypted_data | object_id | pin
+> pass ~R"decrypt_data",~ID,"decrypted_data":"AQ==","status":true}
+dbg:QuillCommandDecryptData~ANSWERS | ~H | dbg:decryptedData Received | ~S QuillCommandDecryptData Response | unchanged | decrypted_data
+> pass x
+kfy:syntax error : 78 | dbg:syntax error : 78 | nothing
+)");
+}
+
+TEST(CardList, FindsTheFirstOfEntriesWhoseDigestsBeginAlike) {
+  const Bytes one(20, 1);
+  Bytes other = one;
+  other[19] = 0;
+  const protocol::CardList list(
+      {{"", true, {}}, {"", true, one}, {"", true, other}, {"", true, one}, {"", true, {}}});
+  EXPECT_GE(list.bytes(), 5 * sizeof(protocol::CardEntry) + 3 * 20 + 3 * 16);
+  EXPECT_EQ(list.find(one), 1U);
+  EXPECT_EQ(list.find(other), 2U);
+  EXPECT_EQ(list.find(Bytes(20, 0)), std::nullopt);
+  EXPECT_EQ(list.find(Bytes(20, 2)), std::nullopt);
+  EXPECT_TRUE(list.unusableBefore(0) == 0 && list.unusableBefore(4) == 1 &&
+              list.unusableBefore(5) == 2);
+}
+
+TEST(Frame, BeginsAndEndsWithAChunk) {
+  CleansedBytes buffer;
+  const auto after = [&](std::string_view chunk) {
+    const auto collected = protocol::collectChunk(buffer, base::viewOf(chunk));
+    return std::string(base::textOf(collected.payload)) + "/" + std::to_string(buffer.size());
+  };
+  const auto message = decode(request("remove"));
+  EXPECT_EQ(base::textOf(protocol::frameOf(*message)), "[DATA]" + request("remove") + "[ENDDATA]");
+  EXPECT_EQ(after("[ENDDATA]"), "/9") << "no frame yet";
+  EXPECT_EQ(after("[DATA]{}[ENDDATA]"), "{}/17") << "begins afresh";
+  EXPECT_EQ(after("12345678"), "/17") << "is dropped";
+  EXPECT_EQ(after("[DATA][ENDDATA]"), "/15");
+  EXPECT_EQ(after("[DATA]" + std::string(65536, 'x')), "/65542");
+  EXPECT_EQ(after("123456789"), "/65551");
+  EXPECT_EQ(after("[DATA]{}[ENDDATA]"), "{}/17");
+  EXPECT_LT(buffer.capacity(), 65536U) << "what has grown is not kept";
 }
 
 TEST_F(Message, DescribesItselfWithoutASecret) {

@@ -1,40 +1,32 @@
 #include "requests/ClientAuthentication.hpp"
 
-#include <fstream>
-
 #include "fakes/MadeKeys.hpp"
 #include "requests/PairingListing.hpp"
 #include "requests/RequestsFixture.hpp"
 
 namespace {
 
-using testing::Contains;
-
 const std::string kHeader = "SmartCard: com.corvane.keyferry.ctkextension:1\n";
 const std::string kSection = "Paired identities which are used for authentication:\n";
 
-Bytes hashOf(const crypto::Identity &identity) {
-  return support::sha1(*identity.key.publicKey().externalRepresentation());
-}
-
-class Authentication : public Requests {
+class Authentication : public RequestsInBothModes {
  public:
-  static inline const crypto::Identity kClient = fakes::madeIdentity("RSA", "client");
-  static inline const crypto::Identity kOther =
-      fakes::identityOf(*crypto::PrivateKey::generateRSA(2048), "other");
-
-  void pairWith(const Bytes &hash) {
-    tools.answers = {kHeader + kSection + support::hexString(hash) + "\tann\n"};
-  }
-  QuillMessage connect(const Peer &from, const QuillMessage::CertificateArray &hashes) {
-    return ask(QuillMessage::initCommandMessageConnectWithCertificate(hashes), from);
-  }
-  bool authenticate(const Peer &from, const crypto::Identity &as, const Bytes &signedBytes) {
-    const auto message = QuillMessage::initCommandMessageAuthenticateWithSignature(
-        *as.key.signRawPKCS1(signedBytes), as.certificate.der());
-    return ask(message, from).status;
+  Authentication() {
+    transcript.name(R"(
+~TOOL tool SmartCard: com.corvane.keyferry.ctkextension:1;Paired identities which are used for authentication:;
+~AUTHENTICATE {~REQUEST:"authenticate","challenge_signature":"~SIGNATURE","selected_authenticate_certificate":"~DER"}
+~CONNECT {~REQUEST:"connect","authentication_certificates":["AAAA","~KEY"]}
+~LOOKS ~BEGINSConnect | dbg:found certificate array.
+~RUNS dbg:running /usr/sbin/sc_auth identities to get bound user hash
+~FINDS dbg:found data from sc_auth. parsing. | dbg:header. parsing | dbg:found identity section. parsing | dbg:Found user bind line to parse
+~TAKES ~LOOKS | ~RUNS | ~FINDS | dbg:parsing data by getting the first 40 bytes
+~SELECTS dbg:saving selected certificate hash and sending back which one we selected | dbg:Encoding JSON | dbg:JSON QuillCommandConnect
+~NOBODY There was no user matching on the remote machine mapped to the certificate on the smart card. Please check the pairing and try again.
+~FOUND ~SENDING YES\nMesage Type: 1\nCommand: 0\nChallenge: <Set>\nselectedCertificateHash:
+)");
   }
 };
+INSTANTIATE_TEST_SUITE_P(DebugMode, Authentication, testing::Bool());
 
 TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
   const std::string section = kSection.substr(0, kSection.size() - 1);
@@ -55,59 +47,86 @@ TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
   }
 }
 
-TEST_F(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
-  pairWith(hashOf(kClient));
+TEST_P(Authentication, SucceedsWithThePairedKeyAndIsOfThisConnectionAlone) {
   defaults.values["kfyd/pairingToolSeconds"] = 7;
-  const Peer remote = this->remote();
-  const QuillMessage reply = connect(remote, {hashOf(kOther), hashOf(kClient)});
-  EXPECT_TRUE(reply.status);
-  EXPECT_EQ(reply.selectedCertificateHash, hashOf(kClient));
-  ASSERT_EQ(reply.challenge->size(), 16U);
-  EXPECT_EQ((*reply.challenge)[6] >> 4, 4) << "the challenge is a version-4 UUID";
-  ASSERT_EQ(tools.calls.size(), 1U);
-  EXPECT_EQ(tools.calls[0].workingFolder, "/var");
-  EXPECT_EQ(tools.calls[0].limits.time, std::chrono::seconds(7));
-
-  const Peer other = this->remote();
-  connect(other, {hashOf(kClient)});
-  EXPECT_FALSE(authenticate(other, kClient, *reply.challenge)) << "another connection's challenge";
-  EXPECT_TRUE(other.connection->isCancelled);
-  EXPECT_TRUE(authenticate(remote, kClient, *reply.challenge));
-  EXPECT_TRUE(authenticate(remote, kClient, *reply.challenge)) << "a challenge is not used up";
-  EXPECT_TRUE(remote.worker->isAuthenticated);
-  EXPECT_FALSE(remote.connection->isCancelled);
-
-  const QuillMessage second = connect(remote, {hashOf(kClient)});
-  EXPECT_NE(second.challenge, reply.challenge);
-  EXPECT_TRUE(remote.worker->isAuthenticated) << "connect leaves it";
-  EXPECT_FALSE(authenticate(remote, kClient, *reply.challenge)) << "the challenge was replaced";
-  EXPECT_FALSE(remote.worker->isAuthenticated);
-  EXPECT_TRUE(remote.connection->isCancelled);
+  transcript.expect(R"(
+> ~TOOL~HEXKEY
+> far ~CONNECT
+~TAKES | dbg:found user with pubkeyhash | ~SELECTS | ~FOUND ~HEXKEY\nmessageID: ~ID\n
+ran /usr/sbin/sc_auth identities in /var for 7000 ms
+< [DATA]{"type":"response","command":"connect","message_id":"~ID","selected_certificate_hash":"~KEY","challenge":"~farChallenge","message_error_message":"","status":true}[ENDDATA]
+> sign far
+> far2 ~AUTHENTICATE
+~BEGINSAuthenticate | dbg:signed challenge and certificate found, so validating | dbg:getting pubkeyhash of certificate
+dbg:Not authenticated. Sending back failure | dbg:Encoding JSON | dbg:JSON QuillCommandAuthenticate Response
+~SENDING NO\nMesage Type: 1\nCommand: 1~ANSWER"authenticate",~NO | far2 is cancelled
+> far ~AUTHENTICATE
+~BEGINSAuthenticate | dbg:signed challenge and certificate found, so validating | dbg:getting pubkeyhash of certificate
+dbg:validating signature | dbg:signature good. | dbg:Authenticated. Sending back success
+dbg:Encoding JSON | dbg:JSON QuillCommandAuthenticate Response
+~SENDING YES\nMesage Type: 1\nCommand: 1~ANSWER"authenticate",~YES
+> far {~REQUEST:"connect"}
+~BEGINSConnect | dbg:Encoding JSON | dbg:JSON QuillCommandConnect
+~SENDING NO\nMesage Type: 1\nCommand: 0\nChallenge: <Set>~ANSWER"connect","message_id":"~ID","selected_certificate_hash":"","challenge":"~farChallenge","message_error_message":"","status":false}[ENDDATA]
+> far {~REQUEST:"remove"}
+~BEGINSRemove | dbg:Encoding JSON | dbg:JSON QuillCommandRemove Response
+~SENDING YES\nMesage Type: 1\nCommand: 3~ANSWER"remove",~YES
+> far ~AUTHENTICATE
+~BEGINSAuthenticate | dbg:signed challenge and certificate found, so validating | dbg:getting pubkeyhash of certificate
+dbg:validating signature | dbg:Not authenticated. Sending back failure
+dbg:Encoding JSON | dbg:JSON QuillCommandAuthenticate Response
+~SENDING NO\nMesage Type: 1\nCommand: 1~ANSWER"authenticate",~NO | far is cancelled
+)");
+  EXPECT_FALSE(at("far").worker->isAuthenticated);
 }
 
-TEST_F(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge) {
-  tools.answers = {"", std::nullopt, kHeader + kSection + "tooshort\n", kHeader};
-  const Peer remote = this->remote();
-  remote.worker->selectedCertificateHash = Bytes{1};
-  const QuillMessage reply = connect(remote, {hashOf(kClient)});
-  EXPECT_EQ(tools.calls.size(), 30U);
-  EXPECT_EQ(clock.pauses, std::vector(30, std::chrono::milliseconds(1000)));
-  EXPECT_FALSE(reply.status);
-  EXPECT_EQ(reply.selectedCertificateHash, Bytes{});
-  EXPECT_EQ(
-      reply.errorMessage,
-      "There was no user matching on the remote machine mapped to the certificate on the smart "
-      "card. Please check the pairing and try again.");
-  EXPECT_EQ(reply.challenge, remote.worker->challenge);
-  EXPECT_FALSE(remote.worker->selectedCertificateHash);
-  const auto entries = takeEntries();
-  const std::string waiting = " waiting for 1 second and trying again...";
-  EXPECT_THAT(entries,
-              Contains("kfy:no paired identity found yet with no output." + waiting).Times(2));
-  EXPECT_THAT(entries, Contains("kfy:no paired identity found yet." + waiting).Times(28));
+TEST_P(Authentication, WithoutAPairedKeyTriesThirtyTimesAndAnswersWithAChallenge) {
+  at("far").worker->selectedCertificateHash = Bytes{1};
+  transcript.name(R"(
+~REFUSES kfy:no user found matching pubkey hash returning error | dbg:Encoding JSON | dbg:JSON QuillCommandConnect | ~SENDING NO\nMesage Type: 1\nCommand: 0\nChallenge: <Set>\nerror message: ~NOBODY\nselectedCertificateHash: \nmessageID: ~ID\n
+~REFUSED < [DATA]{"type":"response","command":"connect","message_id":"~ID","selected_certificate_hash":"","challenge":"~farChallenge"
+~BECAUSE ,"message_error_message":"~NOBODY","status":false}[ENDDATA]
+)");
+  transcript.expect(R"(
+> tool
+> far ~CONNECT
+~LOOKS
+30 x ~RUNS | kfy:no paired identity found yet with no output. waiting for 1 second and trying again...
+~REFUSES
+30 x ran /usr/sbin/sc_auth identities in /var for 20000 ms
+30 x paused 1000 ms
+~REFUSED~BECAUSE
+> ~TOOL0xAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA
+> far ~CONNECT
+~LOOKS
+30 x ~RUNS | ~FINDS | kfy:no paired identity found yet. waiting for 1 second and trying again...
+~REFUSES
+30 x ran /usr/sbin/sc_auth identities in /var for 20000 ms
+30 x paused 1000 ms
+~REFUSED~BECAUSE
+> ~TOOL0xAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAé
+> far ~CONNECT
+~TAKES | kfy:String should be all hex digits: AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAé (bad digit around 36)
+~REFUSES | ran /usr/sbin/sc_auth identities in /var for 20000 ms
+~REFUSED~BECAUSE
+> file /Library/Application Support/Keyferry/.disableuserverification
+> far ~CONNECT
+~LOOKS | dbg:Skipping user verification because /Library/Application Support/Keyferry/.disableuserverification was found
+dbg:user certificate matching skipped. saving selected cert hash and sending back to client
+dbg:Encoding JSON | dbg:JSON QuillCommandConnect | ~FOUND 000000\nmessageID: ~ID\n
+< [DATA]{"type":"response","command":"connect","message_id":"~ID","selected_certificate_hash":"AAAA","challenge":"~farChallenge","message_error_message":"","status":true}[ENDDATA]
+> far none
+dbg:Daemon processing request or response | dbg:no message. skipping
+)");
+  for (const char *list : {"[]", R"([7,"~KEY"])"}) {
+    transcript.act(R"(> far {~REQUEST:"connect","authentication_certificates":)" +
+                   std::string(list) + "}");
+    EXPECT_FALSE(at("far").worker->selectedCertificateHash);
+  }
 }
 
-TEST_F(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChallenge) {
+TEST_P(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChallenge) {
+  const crypto::Identity other = fakes::identityOf(*crypto::PrivateKey::generateRSA(2048), "other");
   const crypto::Identity curve = fakes::makeIdentity("curve");
   struct Case {
     crypto::Identity paired;
@@ -115,9 +134,9 @@ TEST_F(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChalleng
     void (*change)(QuillMessage &, QuillWorker &) = [](QuillMessage &, QuillWorker &) {};
   };
   const Case kCases[] = {
-      {kClient, kOther},
-      {kClient, {kClient.certificate, kOther.key}},
-      {kClient, {kOther.certificate, kClient.key}},
+      {kClient, other},
+      {kClient, {kClient.certificate, other.key}},
+      {kClient, {other.certificate, kClient.key}},
       {curve, curve},
       {kClient, kClient, [](auto &, auto &worker) { worker.challenge.reset(); }},
       {kClient, kClient, [](auto &message, auto &) { message.challengeSignature.reset(); }},
@@ -125,9 +144,10 @@ TEST_F(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChalleng
        [](auto &message, auto &) { message.certificateUsedToAuthenticate = Bytes{1, 2}; }},
   };
   for (const auto &[paired, signer, change] : kCases) {
-    pairWith(hashOf(paired));
     const Peer remote = this->remote();
-    const Bytes challenge = *connect(remote, {hashOf(paired)}).challenge;
+    const Bytes challenge(16, 7);
+    remote.worker->challenge = challenge;
+    remote.worker->selectedCertificateHash = hashOf(paired);
     const auto signature = signer.key.signRawPKCS1(challenge);
     auto message = QuillMessage::initCommandMessageAuthenticateWithSignature(
         signature ? *signature : *signer.key.signDigestECDSA(challenge), signer.certificate.der());
@@ -136,39 +156,6 @@ TEST_F(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChalleng
     EXPECT_FALSE(remote.worker->isAuthenticated);
     EXPECT_TRUE(remote.connection->isCancelled);
   }
-}
-
-TEST_F(Authentication, GivesUpAtOnceWhereNoHashStands) {
-  tools.answers = {kHeader + kSection + std::string(39, 'A') + "éé"};
-  EXPECT_FALSE(connect(remote(), {hashOf(kClient)}).status);
-  EXPECT_EQ(tools.calls.size(), 1U);
-  EXPECT_EQ(clock.pauses.size(), 0U);
-  tools.answers = {kHeader + kSection + "0x" + std::string(38, 'A') + "BB"};
-  EXPECT_EQ(connect(remote(), {}).selectedCertificateHash, Bytes(19, 0xAA));
-}
-
-TEST_F(Authentication, WithoutAListAnswersFalseWithAChallenge) {
-  const Peer remote = this->remote();
-  remote.worker->selectedCertificateHash = Bytes{1};
-  const QuillMessage reply = ask(QuillMessage::initCommandMessageConnectWithLocalhost(), remote);
-  EXPECT_FALSE(reply.status);
-  EXPECT_EQ(reply.challenge->size(), 16U);
-  EXPECT_EQ(remote.worker->selectedCertificateHash, Bytes{1}) << "left as it was";
-  EXPECT_EQ(tools.calls.size(), 0U);
-}
-
-TEST_F(Authentication, WithVerificationOffTakesTheFirstListedKey) {
-  const std::string marker = base::rooted(requests::kUserVerificationMarker);
-  std::filesystem::create_directories(std::filesystem::path(marker).parent_path());
-  std::ofstream(marker).close();
-  EXPECT_EQ(connect(remote(), {Bytes(20, 1), Bytes(20, 2)}).selectedCertificateHash, Bytes(20, 1));
-  const QuillMessage::CertificateArray kNone[] = {{}, {support::OtherValue{"7"}, Bytes(20, 2)}};
-  for (const auto &hashes : kNone) {
-    const QuillMessage reply = connect(remote(), hashes);
-    EXPECT_TRUE(reply.status);
-    EXPECT_EQ(reply.selectedCertificateHash, Bytes{}) << "none is written as an empty text";
-  }
-  EXPECT_EQ(tools.calls.size(), 0U);
 }
 
 }  // namespace

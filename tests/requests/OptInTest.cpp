@@ -144,13 +144,24 @@ TEST_F(OptIn, SoManyConnectsAMinuteAreAdmittedOfOneAddress) {
   const Peer one = remote();
   EXPECT_EQ(connects(one, 0s, 5), "yyyyy");
   set(support::kConnectsPerMinute.key, 2);
-  EXPECT_EQ(connects(one, 25s, 5), "yynyy");
+  EXPECT_EQ(connects(one, 20s, 5), "yynyy");
   EXPECT_THAT(takeEntries(), Contains(HasSubstr("(limit connectsPerMinute is 2)")));
   const Peer elsewhere = remote();
   elsewhere.connection->host = "192.0.2.8";
   EXPECT_EQ(connects(remote(), 0s, 1) + connects(elsewhere, 0s, 1), "ny");
   clock.time -= 24h;
   EXPECT_EQ(connects(one, 0s, 3), "yyn") << "the clock was set back";
+}
+
+TEST(ConnectRate, ForgetsWhoWasHeardOfLongestAgo) {
+  requests::ConnectRate rate;
+  const platform::Clock::Time start{};
+  EXPECT_TRUE(rate.admits("first", 1, start));
+  for (int other = 0; other < 4096; ++other) {
+    EXPECT_EQ(rate.admits("first", 1, start), false);
+    EXPECT_TRUE(rate.admits(std::to_string(other), 1, start + std::chrono::seconds(1)));
+  }
+  EXPECT_TRUE(rate.admits("first", 1, start));
 }
 
 TEST_F(OptIn, LookUpOfThePairingEndsInTime) {
@@ -172,13 +183,14 @@ TEST_F(OptIn, WhatWaitsForAnswersIsBounded) {
     process(request, from);
     return !from.connection->takeMessages().empty();
   };
-  set(support::kMaxPendingPerConnection.key, 2);
+  set(support::kMaxPendingPerConnection.key, 1);
   set(support::kMaxPending.key, 3);
   set(support::kMaxUnsentBytes.key, 1 << 20);
   holder.connection->unsent = (1 << 20) - 32768;
   EXPECT_TRUE(isRefused(asker, signRequest(16384)));
   EXPECT_FALSE(isRefused(asker, signRequest())) << "a short one still fits";
   holder.connection->unsent = 0;
+  set(support::kMaxPendingPerConnection.key, 2);
   const QuillMessage second = signRequest();
   EXPECT_FALSE(isRefused(asker, second));
   EXPECT_FALSE(isRefused(asker, second)) << "what it replaces is not one more";

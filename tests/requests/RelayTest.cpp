@@ -6,54 +6,133 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-const Bytes kDER = base::bytesOf("certificate");
-const Bytes kHash = support::sha1(kDER);
-
-QuillMessage signRequest(const Bytes &hash = kHash) {
-  return QuillMessage::initCommandMessageSignData(Bytes{7}, hash, SecretText("123"));
-}
-
-QuillMessage decryptRequest(const Bytes &hash = kHash) {
-  return QuillMessage::initCommandMessageDecryptDataWithObjectID(hash, Bytes{8}, SecretText());
-}
-
-class Card : public Requests {
+class Card : public RequestsInBothModes {
  public:
-  Peer holder(bool isAuthenticated) {
-    Peer made = remote();
-    made.worker->isAuthenticated = isAuthenticated;
-    EXPECT_TRUE(ask(insertOf({base::bytesOf("other"), kDER}), made).status);
-    return made;
+  Card() {
+    transcript.name(R"(
+~CARD {"certificate":"~DER","more":1}
+~SIGN {~REQUEST:"sign_data","signing_cert_hash":"~HASH","data_to_sign":"Bw==","pin":"1"}
+~DECRYPT {~REQUEST:"decrypt_data","object_id":"~HASH","encrypted_data":"CA==","pin":"1"}
+~SEARCH ~BEGINSSignData or QuillCommandDecryptData | dbg:request from local client. | dbg:finding worker that sent the request
+~SIGNS "type":"request","command":"sign_data","message_id":"~ID","signing_cert_hash":"~HASH","pin":"1","data_to_sign":"Bw=="
+~INSERTED ~BEGINSInsert | dbg:Encoding JSON | dbg:JSON QuillCommandInsert Response | ~SENDING YES\nMesage Type: 1\nCommand: 2~ANSWER"insert",~YES
+)");
   }
 };
+INSTANTIATE_TEST_SUITE_P(DebugMode, Card, testing::Bool());
 
-TEST_F(Card, IsInsertedByAnyoneAndKeepsItsListForGood) {
-  const Peer remote = this->remote();
-  const Peer reader = local();
-  const auto isListed = [&] {
-    const QuillMessage reply = ask(QuillMessage::initCommandMessageGetCertificates(), reader);
-    EXPECT_TRUE(reply.status);
-    return !reply.certificates->entries().empty();
-  };
-  EXPECT_FALSE(isListed());
-  EXPECT_TRUE(ask(insertOf({kDER}), remote).status);
-  EXPECT_TRUE(isMarkerThere());
-  QuillMessage withoutList = insertOf({});
-  withoutList.certificates.reset();
-  EXPECT_TRUE(ask(withoutList, remote).status);
-  EXPECT_TRUE(isListed());
-  EXPECT_FALSE(ask(QuillMessage::initCommandMessageRemoveSmartCard(), remote).status);
-  EXPECT_TRUE(isMarkerThere());
-  remote.worker->isAuthenticated = true;
-  EXPECT_TRUE(ask(QuillMessage::initCommandMessageRemoveSmartCard(), remote).status);
-  EXPECT_FALSE(isMarkerThere());
-  EXPECT_TRUE(isListed());
+TEST_P(Card, IsInsertedByAnyoneAndKeepsItsListForGood) {
+  transcript.expect(R"(
+> near {~REQUEST:"get_certificates"}
+~BEGINSGetCertificates | dbg:Encoding JSON | dbg:JSON QuillCommandGetCertificates Response
+~SENDING YES\nMesage Type: 1\nCommand: 4\ncertificates: ()~ANSWER"get_certificates","message_id":"~ID","certificates":[],"status":true}[ENDDATA]
+> far {~REQUEST:"insert","certificates":[~CARD,"x"]}
+~INSERTED | card is in
+> far {~REQUEST:"remove"}
+~BEGINSRemove | dbg:Encoding JSON | dbg:JSON QuillCommandRemove Response
+~SENDING NO\nMesage Type: 1\nCommand: 3~ANSWER"remove",~NO
+> near {~REQUEST:"insert"}
+~INSERTED
+> proven far
+> far {~REQUEST:"remove"}
+~BEGINSRemove | dbg:Encoding JSON | dbg:JSON QuillCommandRemove Response
+~SENDING YES\nMesage Type: 1\nCommand: 3~ANSWER"remove",~YES | card is out
+> near {~REQUEST:"get_certificates"}
+~BEGINSGetCertificates | dbg:Encoding JSON | dbg:JSON QuillCommandGetCertificates Response
+~SENDING YES\nMesage Type: 1\nCommand: 4\ncertificates: (~CARD, "x")~ANSWER"get_certificates","message_id":"~ID","certificates":[~CARD,"x"],"status":true}[ENDDATA]
+)");
 }
 
-TEST_F(Card, MarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {
+TEST_P(Card, RelaysRequestsAndDeliversTheirFirstAnswer) {
+  transcript.expect(R"(
+> off relayAuthenticationKey
+> far {~REQUEST:"insert","certificates":[~CARD]}
+~INSERTED | card is in
+> lost far
+> far2 {~REQUEST:"insert","certificates":["x",{"certificate":"*"},~CARD]}
+~INSERTED
+> near ~SIGN
+~SEARCH | dbg:worker found with no associated certificates | kfy:error base64 decoding certificate
+dbg:Sign data requested | dbg:certificate hash matches requested hash sent.
+kfy:certificate not found or not authenticated. stopping | dbg:Encoding JSON | dbg:JSON SignData Response
+~SENDING NO\nMesage Type: 1\nCommand: 5\nsignedData: <Set>~ANSWER"sign_data","message_id":"~ID","signed_data":"","status":false}[ENDDATA]
+> proven far2
+> near {~REQUEST:"decrypt_data","object_id":"AAAA"}
+~SEARCH | dbg:worker found with no associated certificates | kfy:error base64 decoding certificate
+dbg:Decrypting data requested | kfy:certificate not found or not authenticated. stopping
+dbg:Encoding JSON | dbg:JSON QuillCommandDecryptData Response
+~SENDING NO\nMesage Type: 1\nCommand: 7\ndecryptedData: <Set>~ANSWER"decrypt_data","message_id":"~ID","decrypted_data":"","status":false}[ENDDATA]
+> near ~SIGN
+~SEARCH | dbg:worker found with no associated certificates | kfy:error base64 decoding certificate
+dbg:Sign data requested | dbg:certificate hash matches requested hash sent.
+dbg:authenticated connection so sending message back to client | dbg:Encoding JSON | dbg:JSON SignData Request
+~SENDING NO\nMesage Type: 0\nCommand: 5\ndataToSign: <Set>\nPIN: <Set>\nmessageID: ~ID\n | far2 < [DATA]{~SIGNS}[ENDDATA]
+> near2 ~DECRYPT
+~SEARCH | dbg:worker found with no associated certificates | kfy:error base64 decoding certificate
+dbg:Decrypting data requested | dbg:certificate hash matches requested hash sent.
+dbg:authenticated connection so sending message back to client | dbg:Encoding JSON | dbg:JSON QuillCommandDecryptData Request
+~SENDING NO\nMesage Type: 0\nCommand: 7\nobjectID: ~HEXHASH\nPIN: <Set>\nmessageID: ~ID\n
+far2 < [DATA]{"type":"request","command":"decrypt_data","message_id":"~ID","encrypted_data":"CA==","pin":"1","object_id":"~HASH"}[ENDDATA]
+> near2 {~RESPONSE:"sign_data","signed_data":"CQ=="}
+dbg:Daemon processing request or response | dbg:Message Type: Response | dbg:Command: Sign or Decrypt Data
+dbg:Removing pending worker | dbg:Encoding JSON | dbg:JSON SignData Response
+~SENDING YES\nMesage Type: 1\nCommand: 5\nsignedData: <Set>~ANSWER"sign_data","message_id":"~ID","signed_data":"CQ==","status":true}[ENDDATA]
+> far2 {~RESPONSE:"decrypt_data","decrypted_data":"CQ=="}
+dbg:Daemon processing request or response | dbg:Message Type: Response | dbg:Command: Sign or Decrypt Data | kfy:worker not found
+> far2 {~RESPONSE:"remove"}
+dbg:Daemon processing request or response | dbg:Message Type: Response | kfy:invalid command: 3.
+> far2 ~SIGN
+~BEGINSSignData or QuillCommandDecryptData | dbg:request from non-local client. rejecting | dbg:Encoding JSON | dbg:JSON SignData Response
+~SENDING NO\nMesage Type: 1\nCommand: 5\nsignedData: <Set>~ANSWER"sign_data","message_id":"~ID","signed_data":"","status":false}[ENDDATA]
+> near {"type":"request","command":"sign_data","message_id":"no"}
+~BEGINSSignData or QuillCommandDecryptData | dbg:request from local client. | dbg:Encoding JSON | kfy:(null)
+~SENDING NO\nMesage Type: 1\nCommand: 5\nsignedData: <Set>\n | < [DATA][ENDDATA]
+)");
+}
+
+TEST_P(Card, IsNotUsedWithTheKeyOfALaterAuthentication) {
+  at("far").worker->authCertificate = fakes::madeIdentity("EC", "other").certificate.der();
+  for (
+      const char *row :
+      {R"(> off relayAuthenticationKey)", R"(> proven far)",
+       R"(> far {~REQUEST:"insert","certificates":[~CARD]})", R"(> near ~SIGN)",
+       R"(> file /Library/Application Support/Keyferry/.disableuserverification)",
+       R"(> far {~REQUEST:"connect","authentication_certificates":["~KEY"]})", R"(> sign far)",
+       R"(> far {~REQUEST:"authenticate","challenge_signature":"~SIGNATURE","selected_authenticate_certificate":"~DER"})"}) {
+    transcript.act(row);
+  }
+  transcript.expect(R"(
+> near ~SIGN
+~SEARCH | dbg:Sign data requested | dbg:certificate hash matches requested hash sent.
+kfy:key of certificate ~HEXHASH is not used: its client has authenticated with it (setting relayAuthenticationKey)
+kfy:certificate not found or not authenticated. stopping | dbg:Encoding JSON | dbg:JSON SignData Response
+~SENDING NO\nMesage Type: 1\nCommand: 5\nsignedData: <Set>~ANSWER"sign_data","message_id":"~ID","signed_data":"","status":false}[ENDDATA]
+)");
+}
+
+TEST_F(Requests, PendingMessagesKnowWhomTheyName) {
+  const QuillWorker::Shared asker = local().worker;
+  const QuillWorker::Shared other = local().worker;
+  const QuillWorker::Shared holder = remote().worker;
+  PendingMessages pending;
+  const UUID messageID = UUID::random();
+  pending.insert(messageID, {asker, holder});
+  pending.insert(messageID, {other, holder});
+  EXPECT_TRUE(!pending.name(asker) && pending.name(other) && pending.name(holder));
+  pending.insert(UUID::random(), {asker, holder});
+  pending.insert(UUID::random(), {asker, holder});
+  pending.eraseAllOf(asker);
+  EXPECT_TRUE(!pending.name(asker) && pending.name(holder) && pending.size() == 1);
+  for (const auto &worker : {other, holder}) {
+    pending.eraseAbandoned();
+    EXPECT_EQ(pending.size(), 1U);
+    worker->g_inbound_connection.reset();
+  }
+  pending.eraseAbandoned();
+  EXPECT_FALSE(pending.name(other) || pending.name(holder));
+}
+
+TEST_F(Requests, CardMarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {
   const std::string marker = base::rooted(requests::kCardMarker);
   const std::string elsewhere = base::rooted("/elsewhere");
   std::ofstream(elsewhere) << "kept";
@@ -77,56 +156,6 @@ TEST_F(Card, MarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {
   processor.removeSmartcard();
   EXPECT_TRUE(std::filesystem::is_directory(marker)) << "a folder in its place is left alone";
   std::filesystem::remove(marker);
-}
-
-TEST_F(Card, RelaysARequestAndDeliversItsAnswerOnce) {
-  const Peer asker = local();
-  const Peer holder = this->holder(/*isAuthenticated=*/true);
-  const QuillMessage request = signRequest();
-  process(request, asker);
-  EXPECT_EQ(holder.answer().json(), request.json()) << "passed on as it was read";
-  EXPECT_THAT(asker.connection->sent, IsEmpty());
-  const auto answer = QuillMessage::initWithReplyMessageForSignMessage(
-      /*status=*/true, request.messageID, Bytes{9});
-  process(answer, remote());  // who answers is not looked at
-  EXPECT_EQ(asker.answer().json(), answer.json());
-  EXPECT_EQ(processor.pendingMessages.size(), 0U);
-  takeEntries();
-  process(answer, holder);
-  EXPECT_THAT(asker.connection->sent, IsEmpty());
-  EXPECT_THAT(takeEntries(), ElementsAre("kfy:worker not found"));
-}
-
-TEST_F(Card, LooksForItsHolderInOrderAndRefusesAnUnauthenticatedFirstOne) {
-  const Peer asker = local();
-  const Peer gone = holder(/*isAuthenticated=*/true);
-  gone.worker->g_inbound_connection.reset();
-  const Peer first = holder(/*isAuthenticated=*/false);
-  const Peer second = holder(/*isAuthenticated=*/true);
-  takeEntries();
-  const QuillMessage refusal = ask(signRequest(), asker);
-  EXPECT_FALSE(refusal.status);
-  EXPECT_EQ(refusal.signedData, Bytes{});
-  EXPECT_EQ(takeEntries().front(), "kfy:certificate not found or not authenticated. stopping");
-  EXPECT_TRUE(ask(decryptRequest(), asker).decryptedData->empty());
-  EXPECT_THAT(second.connection->sent, IsEmpty());
-  first.worker->isAuthenticated = true;
-  process(signRequest(), asker);
-  EXPECT_EQ(first.connection->sent.size(), 1U);
-}
-
-TEST_F(Card, RefusesWhatItCannotRelay) {
-  const Peer asker = local();
-  const Peer holder = this->holder(/*isAuthenticated=*/true);
-  EXPECT_FALSE(ask(signRequest(Bytes(20)), asker).status) << "an unknown certificate";
-  EXPECT_FALSE(ask(decryptRequest(Bytes{}), asker).status) << "no certificate";
-  EXPECT_EQ(ask(signRequest(), holder).signedData, Bytes{}) << "not a local connection";
-  QuillMessage withoutID = signRequest();
-  withoutID.messageID.reset();
-  process(withoutID, asker);
-  EXPECT_THAT(asker.connection->sent, ElementsAre("[DATA][ENDDATA]"));
-  EXPECT_THAT(holder.connection->sent, IsEmpty());
-  EXPECT_EQ(processor.pendingMessages.size(), 0U);
 }
 
 }  // namespace

@@ -1,46 +1,97 @@
 #include "requests/ScreenSharingPassword.hpp"
 
-#include <algorithm>
 #include <set>
 
 #include "requests/RequestsFixture.hpp"
 
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
-
-class Password : public Requests {
+class Password : public RequestsInBothModes {
  public:
-  QuillMessage create() {
-    Peer peer = remote();
-    peer.worker->isAuthenticated = true;
-    return ask(QuillMessage::initCommandMessageCreateEphemeralUser("whatever"), peer);
+  Password() {
+    using Accounts = fakes::FakeAccounts;
+    const auto breaks = [this](auto Accounts::*place) {
+      return [this, place](const std::string &number) {
+        accounts = {};
+        accounts.*place = std::stoi(number);
+      };
+    };
+    actions["records"] = breaks(&Accounts::records);
+    actions["refusals"] = breaks(&Accounts::refusals);
+    actions["authorization"] = breaks(&Accounts::authorizationStatus);
+    actions["right"] = breaks(&Accounts::rightStatus);
+    actions["identities"] = breaks(&Accounts::hasIdentity);
+    actions["class"] = breaks(&Accounts::accountClass);
+    actions["failedCommits"] = breaks(&Accounts::failedCommits);
+    transcript.name(R"(
+~CREATE far {~REQUEST:"create_user"}
+~OF "ephemeral_user_name":"cvnkfyvncuser","message_error_message":
+~SENDS dbg:Encoding JSON | dbg:JSON QuillCommandCreateEmphemeralUser Response | ~SENDING
+~USER \nMesage Type: 1\nCommand: 6\nephemeralUsername: cvnkfyvncuser\nephemeralPassword: <Set>
+~FAILURE NO~USER\nerror message: Could not set password for screen sharing user\nmessageID: ~ID\n
+~FRAME < [DATA]{"type":"response","command":"create_user","message_id":"~ID","ephemeral_user_password":"",~OF"Could not set password for screen sharing user","status":false}[ENDDATA]
+~TRIES dbg:setting password for screen sharing | dbg:changing token user password
+~AGAIN kfy:rejected password. trying again.
+~CHANGED dbg:changing token user password returnStatus:
+~SET dbg:changing token user password:
+)");
   }
 };
+INSTANTIATE_TEST_SUITE_P(DebugMode, Password, testing::Bool());
 
-TEST_F(Password, IsSetAndSentBack) {
-  setDebugMode(true);
-  accounts.refusals = 2;
-  accounts.failedCommits = 1;
-  const QuillMessage reply = create();
-  EXPECT_TRUE(reply.status);
-  EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
-  EXPECT_EQ(reply.errorMessage, "");
-  ASSERT_TRUE(accounts.committed);
-  EXPECT_EQ(base::textOf(support::dataFromBase64String(reply.ephemeralPassword->reveal())),
-            *accounts.committed);
-  EXPECT_EQ(std::set(accounts.offered.begin(), accounts.offered.end()).size(), 4U)
-      << "each attempt has a password of its own";
-  EXPECT_THAT(accounts.asked,
-              ElementsAre("cvnkfyvncuser", "system.privilege.admin 19", "cvnkfyvncuser",
-                          "system.privilege.admin 19", "cvnkfyvncuser"));
-  const auto entries = takeEntries();
-  EXPECT_THAT(entries, Contains("kfy:password not allowed.").Times(2));
-  EXPECT_THAT(entries, Contains("kfy:changing token user password: " + *accounts.committed));
+TEST_P(Password, IsSetAndSentBackOrFailsTenTimes) {
+  transcript.expect(R"(
+> ~CREATE
+~BEGINSCreateEmphemeralUser | ~SENDS NO~USER~ANSWER"create_user","message_id":"~ID","ephemeral_user_password":"",~OF"","status":false}[ENDDATA]
+> proven far
+> records 0
+> ~CREATE
+~BEGINSCreateEmphemeralUser | ~SENDS NO~USER\nerror message: The screen sharing user does not exist~ANSWER"create_user","message_id":"~ID","ephemeral_user_password":"",~OF"The screen sharing user does not exist","status":false}[ENDDATA]
+asked for cvnkfyvncuser
+> refusals 10
+> ~CREATE
+~BEGINSCreateEmphemeralUser
+10 x kfy:password not allowed.
+~SENDS ~FAILURE | ~FRAME | asked for cvnkfyvncuser
+> failedCommits 1
+> ~CREATE
+~BEGINSCreateEmphemeralUser | ~TRIES | ~CHANGED 0 | ~SET ~PASSWORD0 | dbg:changing token user password completed | ~AGAIN
+~TRIES | ~CHANGED 1 | ~SET ~PASSWORD1 | dbg:changing token user password completed
+~SENDS YES~USER~ANSWER"create_user","message_id":"~ID","ephemeral_user_password":"~BASE64PASSWORD1",~OF"","status":true}[ENDDATA]
+asked for cvnkfyvncuser
+2 x asked for system.privilege.admin 19 | asked for cvnkfyvncuser
+set ~PASSWORD1
+> authorization -5
+> ~CREATE
+~BEGINSCreateEmphemeralUser
+10 x ~TRIES | ~AGAIN
+~SENDS ~FAILURE
+10 x file:Error Creating Initial Authorization: -5
+~FRAME | asked for cvnkfyvncuser
+> right -60005
+> ~CREATE
+~BEGINSCreateEmphemeralUser
+10 x ~TRIES | ~AGAIN
+~SENDS ~FAILURE
+10 x file:Copy Rights Unsuccessful: -60005
+~FRAME | asked for cvnkfyvncuser
+10 x asked for system.privilege.admin 19
+> identities 0
+> ~CREATE
+~BEGINSCreateEmphemeralUser
+10 x ~TRIES | dbg:could not find the cvnkfyvncuser. please verify the user exists | ~AGAIN
+~SENDS ~FAILURE | ~FRAME | asked for cvnkfyvncuser
+10 x asked for system.privilege.admin 19
+> class 0
+> ~CREATE
+~BEGINSCreateEmphemeralUser
+10 x ~TRIES | dbg:wrong user type | ~AGAIN
+~SENDS ~FAILURE | ~FRAME | asked for cvnkfyvncuser
+10 x asked for system.privilege.admin 19 | asked for cvnkfyvncuser
+)");
 }
 
-TEST_F(Password, OfLettersDigitsAndSignsOfItsLength) {
+TEST_P(Password, OfLettersDigitsAndSignsOfItsLength) {
   std::set<char> seen;
   for (int count = 0; count < 200; ++count) {
     const SecretText password = processor.randomAlphanumericStringWithLength(30);
@@ -52,36 +103,6 @@ TEST_F(Password, OfLettersDigitsAndSignsOfItsLength) {
   EXPECT_EQ(seen, std::set<char>(alphabet.begin(), alphabet.end()));
   EXPECT_TRUE(processor.randomAlphanumericStringWithLength(0).empty());
   EXPECT_TRUE(processor.randomAlphanumericStringWithLength(-1).empty());
-}
-
-TEST_F(Password, ThatFailsTenTimesIsAnsweredWithoutOne) {
-  using Accounts = fakes::FakeAccounts;
-  void (*const breakers[])(Accounts &) = {
-      [](Accounts &a) { a.refusals = 99; },        [](Accounts &a) { a.authorizationStatus = -5; },
-      [](Accounts &a) { a.rightStatus = -60005; }, [](Accounts &a) { a.hasIdentity = false; },
-      [](Accounts &a) { a.accountClass = 0; },     [](Accounts &a) { a.failedCommits = 99; },
-  };
-  for (const auto breakIt : breakers) {
-    accounts = {};
-    breakIt(accounts);
-    const QuillMessage reply = create();
-    EXPECT_FALSE(reply.status);
-    EXPECT_EQ(reply.ephemeralUsername, "cvnkfyvncuser");
-    EXPECT_TRUE(reply.ephemeralPassword->empty());
-    EXPECT_EQ(reply.errorMessage, "Could not set password for screen sharing user");
-    EXPECT_EQ(accounts.committed, std::nullopt);
-    EXPECT_EQ(accounts.offered.size(), 10U);
-  }
-}
-
-TEST_F(Password, WithoutAuthenticationNothingIsTried) {
-  const QuillMessage stranger =
-      ask(QuillMessage::initCommandMessageCreateEphemeralUser("x"), remote());
-  EXPECT_FALSE(stranger.status);
-  EXPECT_EQ(stranger.ephemeralUsername, "cvnkfyvncuser");
-  EXPECT_EQ(stranger.errorMessage, "");
-  EXPECT_EQ(accounts.opened, 0);
-  EXPECT_EQ(accounts.offered.size(), 0U);
 }
 
 }  // namespace
