@@ -186,8 +186,11 @@ kfyd: listener (tcp) failed: Address already in use
 
 TEST_F(Listening, EachLimitIsItsSettingsValue) {
   std::int64_t value = 1000;
-  for (const support::Bound &bound : support::kBounds) {
-    defaults.values[std::string("kfyd/") + bound.key] = bound.least + (value += 2) * 1024;
+  for (const support::Setting *bound : support::kSettings) {
+    if (bound->type == support::SettingType::integer &&
+        bound->domain == platform::kStandardDefaults) {
+      defaults.values[std::string("kfyd/") + bound->key] = bound->least + (value += 2) * 1024;
+    }
   }
   const auto settingsOf = [&](const std::vector<platform::Limit> &all) {
     std::string text;

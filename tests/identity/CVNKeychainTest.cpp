@@ -130,6 +130,11 @@ dbg:------certificate array from keychain------ | dbg:~CERTLastlast | dbg:~CERTT
 last d ~KEYLastlast | server identity s ~KEYTokenserve | other su ~KEYTokenother
 > all
 dbg:querying ios certificates | server identity s - | Server Identity s - | server identity s - | other su - | last d -
+> all verbose
+dbg:querying ios certificates | dbg:------certificate array from keychain------
+dbg:certificate in keychain:~CERTOneserve | dbg:certificate in keychain:~CERTTwoServe
+dbg:certificate in keychain:~CERTTokenserve | dbg:certificate in keychain:~CERTTokenother | dbg:certificate in keychain:~CERTLastlast
+server identity s - | Server Identity s - | server identity s - | other su - | last d -
 > info
 One 40 | Two 40 | Token 40 | Token 40 | Last 40
 > fail 0 -25293
@@ -141,8 +146,6 @@ dbg:querying for identities on A | kfy:SecItemCopyMatching error: -25293 | dbg:-
 kfy:SecIdentityCopyCertificate error
 > all verbose
 dbg:querying ios certificates | kfy:SecItemCopyMatching error: -25293 | dbg:------certificate array from keychain------
-dbg:certificate in keychain:~CERTOneserve | dbg:certificate in keychain:~CERTTwoServe
-server identity s - | Server Identity s -
 > fail -25300 -25300
 > all
 dbg:querying ios certificates | kfy:No identities found
