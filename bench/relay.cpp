@@ -12,6 +12,7 @@
 #include "BareRelay.hpp"
 #include "Child.hpp"
 #include "Peer.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "client/Connection.hpp"
 #include "client/Dialing.hpp"
@@ -120,7 +121,7 @@ void measureRelays(const crypto::TlsContext &context, const Child &daemon,
                    const crypto::Identity &card) {
   const Child bareRelay = runBareRelay(card, kBarePort);
   Course bare{bareRelay, {context, kBarePort}, {context, kBarePort}};
-  Course kfyd{daemon, {context, client::kLoopbackPort}, {context, client::kPublicPort}};
+  Course kfyd{daemon, {context, base::kLoopbackPort}, {context, base::kPublicPort}};
   insertCard(kfyd.holder, card);
   const Exchange exchange(card);
   std::vector<double> ratios;
@@ -157,7 +158,7 @@ void measureHandshakes(const crypto::TlsContext &context, const Child &daemon) {
   std::vector<double> times;
   const double before = daemon.processorTime();
   for (int handshake = 0; handshake < kRequests; ++handshake) {
-    times.push_back(timed([&] { const Peer peer(context, client::kLoopbackPort); }));
+    times.push_back(timed([&] { const Peer peer(context, base::kLoopbackPort); }));
   }
   std::printf("handshakes: %.0f a second, one at a time; p50 %.0f µs, CPU of kfyd %.0f µs\n",
               1e6 / median(times), median(times), (daemon.processorTime() - before) / kRequests);
@@ -172,7 +173,7 @@ void measure(const char *kfyd) {
   const Child journal = runJournal();
   const Child daemon([&] { execute(kfyd); });
   for (int tries = 0;
-       !client::dial(client::kLoopbackHost, client::kLoopbackPort, {}, nullptr).isOpen(); ++tries) {
+       !client::dial(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen(); ++tries) {
     check(tries < 1000, "kfyd does not listen");
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 
 namespace client {
@@ -19,11 +20,11 @@ bool operator==(const CardMarker &left, const CardMarker &right) {
 }
 
 std::string cardMarkerFolder() {
-  return base::rooted("/tmp");
+  return base::rooted(base::kCardMarkerFolder);
 }
 
 std::string cardMarkerPath() {
-  return cardMarkerFolder() + "/scinsert";
+  return base::rooted(base::kCardMarker);
 }
 
 uid_t ownerOfCardMarkers() {

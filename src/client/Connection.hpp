@@ -22,9 +22,7 @@
 
 namespace client {
 
-// Where a daemon listens: for remote clients on all addresses, for this machine on the loopback.
-inline constexpr std::uint16_t kPublicPort = 4116;
-inline constexpr std::uint16_t kLoopbackPort = 4117;
+// Where this machine's own daemon listens, at base::kLoopbackPort.
 inline constexpr const char *kLoopbackHost = "127.0.0.1";
 
 // Says whether a server that shows this certificate is the right one. Called on the opening thread,

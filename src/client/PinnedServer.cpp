@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/Files.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 
 namespace client {
@@ -21,7 +22,7 @@ Judge judgeByKeyOf(const crypto::Certificate &certificate) {
 }
 
 std::optional<Judge> loopbackJudge(Error *error) {
-  const std::string path = base::rooted(kServerCertificatePath);
+  const std::string path = base::rooted(base::kServerCertificate);
   Error reason;
   const auto content = base::readFile(path, kLargestPinFile, &reason);
   if (!content) {
@@ -38,7 +39,8 @@ std::optional<Judge> loopbackJudge(Error *error) {
 
 std::unique_ptr<Connection> openLoopback(const Patience &patience, Error *error) {
   const auto judge = loopbackJudge(error);
-  return judge ? Connection::open(kLoopbackHost, kLoopbackPort, *judge, patience, error) : nullptr;
+  return judge ? Connection::open(kLoopbackHost, base::kLoopbackPort, *judge, patience, error)
+               : nullptr;
 }
 
 }  // namespace client

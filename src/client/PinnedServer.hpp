@@ -8,14 +8,11 @@
 
 namespace client {
 
-// The certificate that clients on this machine pin; a path of the system, mapped under the root.
-inline constexpr const char *kServerCertificatePath = "/etc/keyferry/server.pem";
-
 // Accepts exactly the servers that hold the key of this certificate: the public keys are compared,
 // so a certificate that was renewed with the same key is still the right one.
 [[nodiscard]] Judge judgeByKeyOf(const crypto::Certificate &certificate);
 
-// The judge for this machine's own daemon, from kServerCertificatePath. Nothing, with the code
+// The judge for this machine's own daemon, from base::kServerCertificate. Nothing, with the code
 // pinUnusable, if there is no such file or it holds no certificate.
 [[nodiscard]] std::optional<Judge> loopbackJudge(Error *error = nullptr);
 

@@ -91,4 +91,12 @@ Bytes digestInfo(HashAlgorithm algorithm, ByteView digest) {
                   joined(derValue(kSequence, identifier), derValue(kOctetString, digest)));
 }
 
+std::optional<HashAlgorithm> hashOfDigestInfo(ByteView data) {
+  const auto *const found = std::ranges::find_if(kHashAlgorithms, [&](HashAlgorithm algorithm) {
+    const std::size_t size = digestSize(algorithm);
+    return data.size() > size && base::equal(digestInfo(algorithm, data.last(size)), data);
+  });
+  return found == kHashAlgorithms.end() ? std::nullopt : std::optional(*found);
+}
+
 }  // namespace crypto

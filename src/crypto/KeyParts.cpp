@@ -19,7 +19,6 @@ using Number = Owned<BIGNUM, BN_free>;
 
 struct Curve {
   std::string_view name;
-  std::size_t fieldBytes;
   ByteView identifier;
 };
 
@@ -31,8 +30,8 @@ constexpr std::array<std::uint8_t, 7> kP521{0x06, 0x05, 0x2B, 0x81,
                                             0x04, 0x00, 0x23};  // 1.3.132.0.35
 
 // By the library's names.
-constexpr std::array kCurves{Curve{"prime256v1", 32, kP256}, Curve{"secp384r1", 48, kP384},
-                             Curve{"secp521r1", 66, kP521}};
+constexpr std::array kCurves{Curve{"prime256v1", kP256}, Curve{"secp384r1", kP384},
+                             Curve{"secp521r1", kP521}};
 
 const Curve *curveOf(const PublicKey &key) {
   std::array<char, 64> name{};
@@ -73,14 +72,9 @@ std::optional<Bytes> curveIdentifierOf(const PublicKey &key) {
              : std::optional(Bytes(curve->identifier.begin(), curve->identifier.end()));
 }
 
-std::size_t fieldBytesOf(const PublicKey &key) {
-  const Curve *const curve = curveOf(key);
-  return curve == nullptr ? 0 : curve->fieldBytes;
-}
-
 bool isPointFor(const PublicKey &key, ByteView point) {
   constexpr std::uint8_t kUncompressed = 4;
-  if (curveOf(key) == nullptr || point.size() != 1 + 2 * fieldBytesOf(key) ||
+  if (curveOf(key) == nullptr || point.size() != 1 + 2 * key.sizeInBytes() ||
       point[0] != kUncompressed) {
     return false;
   }

@@ -21,9 +21,6 @@ struct RSAParts {
 // P-521; nothing for other curves and keys.
 [[nodiscard]] std::optional<Bytes> curveIdentifierOf(const PublicKey &key);
 
-// How many bytes a coordinate of an EC key has, which is also what r and s of its signatures have.
-[[nodiscard]] std::size_t fieldBytesOf(const PublicKey &key);
-
 // True if the bytes are an uncompressed point (SEC 1, 2.3.3) on the curve of this EC key.
 [[nodiscard]] bool isPointFor(const PublicKey &key, ByteView point);
 

@@ -21,6 +21,39 @@ Bytes hashOfSalted(ByteView digest, ByteView salt, HashAlgorithm hash) {
   return digestOf(hash, input);
 }
 
+struct OpenedPSS {
+  Bytes hash;
+  Bytes salt;
+};
+
+// Takes the padding off a block as long as the modulus and checks all of it (RFC 8017 9.1.2) but
+// whether the hash is that of a digest, which only the signer knows.
+std::optional<OpenedPSS> openPSS(ByteView block, const PSSParameters &parameters, int modulusBits) {
+  const std::size_t size = digestSize(parameters.hash);
+  const auto usedBits = static_cast<std::size_t>(std::max(modulusBits, 16)) - 1;
+  const std::size_t encodedSize = (usedBits + 7) / 8;
+  // compared so that no sum of a foreign length can overflow
+  if (block.size() < encodedSize || encodedSize < size + 2 ||
+      parameters.saltLength > encodedSize - size - 2) {
+    return std::nullopt;
+  }
+  const auto isZero = [](std::uint8_t byte) { return byte == 0; };
+  const ByteView encoded = block.last(encodedSize);
+  const ByteView hash = encoded.subspan(encodedSize - size - 1, size);
+  const auto unused = static_cast<std::uint8_t>(~(0xFFU >> (8 * encodedSize - usedBits)));
+  Bytes data(encoded.begin(), hash.begin());
+  const bool isFramed = encoded.back() == kTrailer && (data[0] & unused) == 0 &&
+                        std::ranges::all_of(block.first(block.size() - encodedSize), isZero);
+  layMGF1(data, hash, parameters.maskHash);
+  data[0] &= static_cast<std::uint8_t>(~unused);
+  const auto salt = data.end() - static_cast<std::ptrdiff_t>(parameters.saltLength);
+  const auto one = salt - 1;
+  if (!isFramed || *one != 1 || !std::all_of(data.begin(), one, isZero)) {
+    return std::nullopt;
+  }
+  return OpenedPSS{Bytes(hash.begin(), hash.end()), Bytes(salt, data.end())};
+}
+
 }  // namespace
 
 std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters, int modulusBits) {
@@ -50,30 +83,19 @@ std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters, in
   return block;
 }
 
+std::optional<HashAlgorithm> hashOfPSSBlock(ByteView block, int modulusBits) {
+  const auto *const found = std::ranges::find_if(kHashAlgorithms, [&](HashAlgorithm algorithm) {
+    return openPSS(block, {algorithm, algorithm, digestSize(algorithm)}, modulusBits).has_value();
+  });
+  return found == kHashAlgorithms.end() ? std::nullopt : std::optional(*found);
+}
+
 bool verifyPSS(const PublicKey &key, ByteView signature, ByteView digest,
                const PSSParameters &parameters) {
-  auto block = encryptBlock(key, signature);
-  const std::size_t size = digestSize(parameters.hash);
-  const auto usedBits = static_cast<std::size_t>(std::max(key.bits(), 16)) - 1;
-  const std::size_t encodedSize = (usedBits + 7) / 8;
-  if (!block || digest.size() != size || encodedSize < size + 2 ||
-      parameters.saltLength > encodedSize - size - 2) {
-    return false;
-  }
-  // RFC 8017 9.1.2, step by step
-  const std::span<std::uint8_t> encoded = std::span(*block).last(encodedSize);
-  const std::span<std::uint8_t> masked = encoded.first(encodedSize - size - 1);
-  const ByteView hash = ByteView(encoded).subspan(masked.size(), size);
-  const auto unused = static_cast<std::uint8_t>(~(0xFFU >> (8 * encodedSize - usedBits)));
-  const bool isFramed = encoded.back() == kTrailer && (masked[0] & unused) == 0 &&
-                        (encodedSize == block->size() || block->front() == 0);
-  layMGF1(masked, hash, parameters.maskHash);
-  masked[0] &= static_cast<std::uint8_t>(~unused);
-  const auto salt = masked.last(parameters.saltLength);
-  const auto zeros = masked.first(masked.size() - salt.size() - 1);
-  return isFramed && masked[zeros.size()] == 1 &&
-         std::ranges::all_of(zeros, [](std::uint8_t byte) { return byte == 0; }) &&
-         base::equal(hashOfSalted(digest, salt, parameters.hash), hash);
+  const auto block = encryptBlock(key, signature);
+  const auto opened = block ? openPSS(*block, parameters, key.bits()) : std::nullopt;
+  return opened && digest.size() == digestSize(parameters.hash) &&
+         base::equal(hashOfSalted(digest, opened->salt, parameters.hash), opened->hash);
 }
 
 }  // namespace crypto

@@ -21,6 +21,11 @@ struct PSSParameters {
 [[nodiscard]] std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters,
                                           int modulusBits);
 
+// The digest's algorithm of a block with PSS padding whose mask and salt have that algorithm and
+// its length, for a modulus of `modulusBits`. The padding is taken off and checked: a block that
+// was blinded or put together otherwise does not pass by chance.
+[[nodiscard]] std::optional<HashAlgorithm> hashOfPSSBlock(ByteView block, int modulusBits);
+
 // True if `signature` is one over the digest with exactly these parameters.
 [[nodiscard]] bool verifyPSS(const PublicKey &key, ByteView signature, ByteView digest,
                              const PSSParameters &parameters);

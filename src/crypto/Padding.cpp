@@ -71,6 +71,20 @@ void layMGF1(std::span<std::uint8_t> target, ByteView seed, HashAlgorithm hash) 
   }
 }
 
+std::optional<ByteView> contentOfPKCS1Block(ByteView block) {
+  constexpr std::size_t kLeastFilling = 8;
+  if (block.size() < kLeastFilling + 3 || block[0] != 0x00 || block[1] != 0x01) {
+    return std::nullopt;
+  }
+  const ByteView rest = block.subspan(2);
+  const auto end = std::ranges::find_if(rest, [](std::uint8_t byte) { return byte != 0xFF; });
+  const auto filling = static_cast<std::size_t>(end - rest.begin());
+  if (end == rest.end() || *end != 0x00 || filling < kLeastFilling) {
+    return std::nullopt;
+  }
+  return rest.subspan(filling + 1);
+}
+
 std::optional<SecretBytes> unpadPKCS1(ByteView block) {
   constexpr std::size_t kLeastBlock = 11;
   constexpr std::uint32_t kFirstOfPadding = 2;

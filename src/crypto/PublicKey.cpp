@@ -7,6 +7,7 @@
 
 #include <array>
 
+#include "crypto/Digest.hpp"
 #include "crypto/Library.hpp"
 #include "crypto/Owned.hpp"
 
@@ -99,6 +100,11 @@ std::optional<Bytes> PublicKey::externalRepresentation(Error *error) const {
   return exported;
 }
 
+std::optional<Bytes> PublicKey::hash(Error *error) const {
+  const auto exported = externalRepresentation(error);
+  return exported ? std::optional(sha1Digest(*exported)) : std::nullopt;
+}
+
 Bytes PublicKey::subjectPublicKeyInfo() const {
   std::uint8_t *encoded = nullptr;
   const int length = i2d_PUBKEY(native(), &encoded);
@@ -108,8 +114,7 @@ Bytes PublicKey::subjectPublicKeyInfo() const {
 
 bool PublicKey::verifyRawPKCS1(ByteView signature, ByteView data) const {
   // RFC 8017 8.2.2 step 1; the library takes shorter ones
-  if (type() != KeyType::rsa ||
-      signature.size() != static_cast<std::size_t>(EVP_PKEY_get_size(native()))) {
+  if (type() != KeyType::rsa || signature.size() != sizeInBytes()) {
     return false;
   }
   const Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(

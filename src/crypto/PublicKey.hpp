@@ -25,6 +25,11 @@ class PublicKey {
   // Size of an RSA modulus or of a curve's field, in bits.
   [[nodiscard]] int bits() const;
 
+  // The same in bytes: what a block of an RSA key has, or a coordinate of an EC key.
+  [[nodiscard]] std::size_t sizeInBytes() const {
+    return (static_cast<std::size_t>(bits()) + 7) / 8;
+  }
+
   // For people: "RSA-2048", "EC prime256v1", "Ed25519".
   [[nodiscard]] std::string description() const;
 
@@ -32,6 +37,10 @@ class PublicKey {
   // curve the uncompressed point 04 ‖ X ‖ Y (SEC 1, 2.3.3), for Ed25519 the 32 bytes of RFC 8032.
   // Nothing, with the reason, for any other key.
   [[nodiscard]] std::optional<Bytes> externalRepresentation(Error *error = nullptr) const;
+
+  // SHA-1 of the exported bytes, 20 bytes, by which pairing, cards and the keychain name a key.
+  // Nothing, with the reason, where nothing can be exported.
+  [[nodiscard]] std::optional<Bytes> hash(Error *error = nullptr) const;
 
   // The DER SubjectPublicKeyInfo (RFC 5280 4.1).
   [[nodiscard]] Bytes subjectPublicKeyInfo() const;

@@ -27,7 +27,7 @@ std::optional<Bytes> encrypt(const PublicKey &key, ByteView data, const OSSL_PAR
   }
   const Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(
       EVP_PKEY_CTX_new_from_pkey(libraryContext(), key.native(), nullptr));
-  Bytes block(static_cast<std::size_t>(EVP_PKEY_get_size(key.native())));
+  Bytes block(key.sizeInBytes());
   std::size_t length = block.size();
   const bool isDone =
       context && EVP_PKEY_encrypt_init(context.get()) == 1 &&
@@ -66,7 +66,7 @@ std::optional<Bytes> encryptBlock(const PublicKey &key, ByteView block) {
   const Number base = numberOf(block);
   const Number result(BN_new());
   const Owned<BN_CTX, BN_CTX_free> context(BN_CTX_new_ex(libraryContext()));
-  Bytes encrypted(static_cast<std::size_t>(EVP_PKEY_get_size(key.native())));
+  Bytes encrypted(key.sizeInBytes());
   const bool isDone =
       modulus && exponent && base && result && context && block.size() == encrypted.size() &&
       BN_ucmp(base.get(), modulus.get()) < 0 &&

@@ -10,13 +10,16 @@
 #include <utility>
 
 #include "base/Files.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "protocol/ParsedJSON.hpp"
+#include "protocol/StateKeys.hpp"
 
 namespace ctl {
 namespace {
 
 namespace json = boost::json;
+namespace keys = protocol::state_keys;
 
 constexpr std::size_t kLargestFile = std::size_t{16} << 20;
 
@@ -39,21 +42,21 @@ const json::array *arrayUnder(const json::object &object, std::string_view key) 
 
 DaemonState::Peer peerFrom(const json::object &object) {
   DaemonState::Peer peer;
-  const json::value *address = object.if_contains("address");
+  const json::value *address = object.if_contains(keys::kAddress);
   if (address != nullptr && address->is_string()) {
     peer.address = std::string_view(address->get_string());
   }
-  peer.port = numberUnder(object, "port");
-  peer.isLocal = isTrueUnder(object, "local");
-  peer.isAuthenticated = isTrueUnder(object, "authenticated");
-  const json::array *cards = arrayUnder(object, "cards");
+  peer.port = numberUnder(object, keys::kPort);
+  peer.isLocal = isTrueUnder(object, keys::kLocal);
+  peer.isAuthenticated = isTrueUnder(object, keys::kAuthenticated);
+  const json::array *cards = arrayUnder(object, keys::kCards);
   peer.certificates = cards == nullptr ? 0 : cards->size();
   return peer;
 }
 
 std::vector<DaemonState::Peer> peersIn(const json::object &object) {
   std::vector<DaemonState::Peer> peers;
-  const json::array *connections = arrayUnder(object, "connections");
+  const json::array *connections = arrayUnder(object, keys::kConnections);
   for (const json::value &element : connections == nullptr ? json::array() : *connections) {
     if (const json::object *connection = element.if_object()) {
       peers.push_back(peerFrom(*connection));
@@ -64,7 +67,7 @@ std::vector<DaemonState::Peer> peersIn(const json::object &object) {
 
 std::vector<DaemonState::Limit> limitsIn(const json::object &object) {
   std::vector<DaemonState::Limit> limits;
-  const json::value *value = object.if_contains("limits");
+  const json::value *value = object.if_contains(keys::kLimits);
   const json::object *counts = value == nullptr ? nullptr : value->if_object();
   for (const json::key_value_pair &member : counts == nullptr ? json::object() : *counts) {
     limits.push_back({std::string(std::string_view(member.key())),
@@ -90,7 +93,7 @@ std::chrono::system_clock::time_point timeFrom(std::int64_t secondsSince1970) {
 }  // namespace
 
 std::string daemonStatePath() {
-  return base::rooted("/run/keyferry/state.json");
+  return base::rooted(base::kStateFile);
 }
 
 std::optional<DaemonState> readDaemonState(Error *error) {
@@ -106,14 +109,14 @@ std::optional<DaemonState> readDaemonState(Error *error) {
   }
   DaemonState state;
   state.json = base::textOf(*content);
-  state.pid = numberUnder(*object, "pid");
+  state.pid = numberUnder(*object, keys::kProcess);
   state.isRunning = isRunning(state.pid);
-  state.started = timeFrom(numberUnder(*object, "started"));
+  state.started = timeFrom(numberUnder(*object, keys::kStarted));
   state.peers = peersIn(*object);
-  state.connections = numberUnder(*object, "connectionCount");
-  state.pending = numberUnder(*object, "pending");
-  state.relays = numberUnder(*object, "relays");
-  state.refusals = numberUnder(*object, "refusals");
+  state.connections = numberUnder(*object, keys::kConnectionCount);
+  state.pending = numberUnder(*object, keys::kPending);
+  state.relays = numberUnder(*object, keys::kRelays);
+  state.refusals = numberUnder(*object, keys::kRefusals);
   state.limits = limitsIn(*object);
   return state;
 }

@@ -5,6 +5,7 @@
 #include "ctl/CardUse.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/DataStreams.hpp"
+#include "protocol/KeyRequest.hpp"
 
 namespace ctl {
 namespace {
@@ -27,10 +28,10 @@ std::optional<Bytes> readBlock(const DecryptOptions &options, const crypto::Publ
   if (!input) {
     return std::nullopt;
   }
-  const std::size_t size = (static_cast<std::size_t>(key.bits()) + 7) / 8;
-  if (input->size() != size) {
-    failure = {"an " + key.description() + " key decrypts one block of " + std::to_string(size) +
-                   " bytes, and the input has " + std::to_string(input->size()),
+  if (!protocol::operationToDecrypt(key, *input)) {
+    failure = {"an " + key.description() + " key decrypts one block of " +
+                   std::to_string(key.sizeInBytes()) + " bytes, and the input has " +
+                   std::to_string(input->size()),
                "kfyctl decrypt --help"};
     return std::nullopt;
   }

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "base/DisplayText.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "crypto/Identity.hpp"
 #include "ctl/CommandLine.hpp"
@@ -127,7 +128,7 @@ Outcome chooseIdentity(const Options &options, Session &session) {
   session.notes << "kfyctl: kfyd will show \"" << base::displayText(labelOf(*record)) << "\" ("
                 << hashOf(*record) << ") after: systemctl restart kfyd.service\n"
                 << "kfyctl: clients on this machine expect it from now on, by "
-                << base::rooted(identity::kPinnedCertificate) << '\n';
+                << base::rooted(base::kServerCertificate) << '\n';
   return std::nullopt;
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "client/PinnedServer.hpp"
 #include "protocol/CardList.hpp"
@@ -20,8 +21,8 @@ Failure failureFromClient(const Error &error) {
     return {"kfyd cannot be told from others: " + error.description, kRestart};
   }
   if (error.domain == client::kErrorDomain && error.code == client::keyNotPinned) {
-    return {"what answers on 127.0.0.1:4117 does not hold the key of " +
-                base::rooted(client::kServerCertificatePath),
+    return {"what answers on " + loopbackName() + " does not hold the key of " +
+                base::rooted(base::kServerCertificate),
             kRestart};
   }
   return {"kfyd does not answer: " + error.description, kStart, exitNoAnswer};
@@ -31,8 +32,8 @@ Failure failureFromClient(const Error &error) {
 std::optional<Failure> whyNobodyAnswers(const client::Patience &patience) {
   Error error;
   const auto nobody = client::Connection::open(
-      client::kLoopbackHost, client::kLoopbackPort,
-      [](const crypto::Certificate &) { return false; }, patience, &error);
+      client::kLoopbackHost, base::kLoopbackPort, [](const crypto::Certificate &) { return false; },
+      patience, &error);
   return error.code == client::keyNotPinned ? std::nullopt
                                             : std::optional(failureFromClient(error));
 }
@@ -50,6 +51,10 @@ std::optional<CardCertificate> cardCertificateFrom(support::CertificateInfo info
 }
 
 }  // namespace
+
+std::string loopbackName() {
+  return client::kLoopbackHost + (":" + std::to_string(base::kLoopbackPort));
+}
 
 std::optional<LocalDaemon> LocalDaemon::open(std::chrono::seconds time, Failure &failure) {
   Error error;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "base/Bytes.hpp"
@@ -12,6 +13,9 @@
 #include "support/CertificateInfo.hpp"
 
 namespace ctl {
+
+// "127.0.0.1:4117", for people.
+[[nodiscard]] std::string loopbackName();
 
 // A certificate of the virtual card, with what its remote client says of it.
 struct CardCertificate {

@@ -6,7 +6,6 @@
 #include "crypto/Certificate.hpp"
 #include "crypto/PublicKey.hpp"
 #include "ctl/HashText.hpp"
-#include "identity/PublicKeyHash.hpp"
 
 namespace ctl {
 namespace {
@@ -60,7 +59,7 @@ std::optional<Bytes> publicKeyHashFromCertificate(const std::string &path, Error
                      "; a client can authenticate with an RSA key alone");
     return std::nullopt;
   }
-  return identity::publicKeyHashOf(*key, error);
+  return key->hash(error);
 }
 
 }  // namespace ctl

@@ -9,6 +9,7 @@
 
 #include "base/Files.hpp"
 #include "base/FolderForAll.hpp"
+#include "identity/ListingTexts.hpp"
 #include "linux/defaults/SettingsFile.hpp"
 #include "support/HexString.hpp"
 
@@ -105,9 +106,9 @@ bool PairingFile::write(std::span<const Pairing> pairings, Error *error) const {
 }
 
 std::string listingOf(std::span<const Pairing> pairings) {
-  std::string listing = "SmartCard: com.corvane.keyferry.ctkextension\n";
+  std::string listing = std::string(identity::kListingTokenLine) + "\n";
   if (!pairings.empty()) {
-    listing += "Paired identities which are used for authentication\n";
+    listing.append(identity::kListingPairedLine).append("\n");
   }
   for (const Pairing &pairing : pairings) {
     listing += support::hexString(pairing.publicKeyHash) + "\t" + pairing.user + "\n";

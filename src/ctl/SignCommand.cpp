@@ -5,6 +5,7 @@
 #include "ctl/Commands.hpp"
 #include "ctl/DataStreams.hpp"
 #include "ctl/Signing.hpp"
+#include "protocol/KeyRequest.hpp"
 
 namespace ctl {
 namespace {
@@ -21,7 +22,7 @@ Outcome sign(const CardUseOptions &options, Session &session) {
   if (!signature) {
     return failure;
   }
-  if (!isSignature(use->key, *signature, *data)) {
+  if (!protocol::isSignature(use->key, *data, *signature)) {
     return Failure{"the answer is not a signature of this certificate's key, and is not written",
                    "kfyctl certificates"};
   }

@@ -1,33 +1,22 @@
 #include "ctl/Signing.hpp"
 
-#include <algorithm>
 #include <cstddef>
 
-#include "crypto/Signature.hpp"
+#include "protocol/KeyRequest.hpp"
 
 namespace ctl {
 namespace {
 
 constexpr const char *kNone = "none";
 
-// PKCS #1 v1.5 padding takes at least this much of the modulus (RFC 8017 9.2).
-constexpr std::size_t kLeastPadding = 11;
-
 // A frame may have 2 MiB, and Base64 text takes half as much again.
 constexpr std::size_t kLargestMessage = 1024 * 1024;
 
-// The most that a key of this size signs as it is.
-std::size_t mostUnhashed(const crypto::PublicKey &key) {
-  const std::size_t modulus = (static_cast<std::size_t>(key.bits()) + 7) / 8;
-  // a card's certificate may hold a key of any size
-  return modulus - std::min(modulus, kLeastPadding);
-}
-
 std::optional<Bytes> unhashed(const crypto::PublicKey &key, ByteView input, Failure &failure) {
-  if (key.type() == crypto::KeyType::rsa && input.size() > mostUnhashed(key)) {
+  if (key.type() == crypto::KeyType::rsa && input.size() > protocol::mostToPad(key)) {
     failure = {"an " + key.description() + " key signs at most " +
-                   std::to_string(mostUnhashed(key)) + " bytes as they are, and the input has " +
-                   std::to_string(input.size()),
+                   std::to_string(protocol::mostToPad(key)) +
+                   " bytes as they are, and the input has " + std::to_string(input.size()),
                "kfyctl sign --hash sha256 ..."};
     return std::nullopt;
   }
@@ -64,20 +53,6 @@ std::optional<Bytes> dataToSign(const crypto::PublicKey &key, const HashChoice &
   }
   const Bytes digest = crypto::digestOf(*hash, input);
   return key.type() == crypto::KeyType::rsa ? crypto::digestInfo(*hash, digest) : digest;
-}
-
-bool isSignature(const crypto::PublicKey &key, ByteView signature, ByteView data) {
-  switch (key.type()) {
-    case crypto::KeyType::rsa:
-      return key.verifyRawPKCS1(signature, data);
-    case crypto::KeyType::ec:
-      return crypto::verifyDigestECDSA(key, signature, data);
-    case crypto::KeyType::ed25519:
-      return crypto::verifyEd25519(key, signature, data);
-    case crypto::KeyType::other:
-      break;
-  }
-  return false;
 }
 
 }  // namespace ctl

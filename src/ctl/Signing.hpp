@@ -22,7 +22,4 @@ using HashChoice = std::string;
                                               const HashChoice &choice, ByteView input,
                                               Failure &failure);
 
-// True if the signature over such data is the key's.
-[[nodiscard]] bool isSignature(const crypto::PublicKey &key, ByteView signature, ByteView data);
-
 }  // namespace ctl

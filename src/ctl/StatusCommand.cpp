@@ -147,7 +147,7 @@ void lookAtDaemon(std::vector<Finding> &findings) {
     findings.push_back(bad("daemon", failure));
     return;
   }
-  findings.push_back(good("daemon", "answers on 127.0.0.1:4117"));
+  findings.push_back(good("daemon", "answers on " + loopbackName()));
   findings.push_back(good("card", std::to_string(cards->size()) + " certificates"));
 }
 

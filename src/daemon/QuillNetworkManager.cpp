@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/Places.hpp"
 #include "daemon/NetworkLimits.hpp"
 #include "daemon/TokenPin.hpp"
 #include "identity/PinnedCertificate.hpp"
@@ -16,8 +17,6 @@
 namespace {
 
 constexpr std::string_view kSettingsDomain = "com.corvane.kfyd";
-constexpr std::int32_t kPublicPort = 4116;
-constexpr std::int32_t kLoopbackPort = 4117;
 constexpr const char *kAllAddresses = "::";
 constexpr const char *kLoopbackAddress = "127.0.0.1";
 constexpr int kKeepaliveSeconds = 15;
@@ -65,7 +64,7 @@ QuillNetworkManager &QuillNetworkManager::manager() {
 bool QuillNetworkManager::setupListener() {
   CVNLogDebug("setting up listener");
   const bool isSetUp = setupListenerOnPort(
-      kPublicPort, "::", /*localOnly=*/false, [] { CVNLogDebug("Local Listener Started"); },
+      base::kPublicPort, "::", /*localOnly=*/false, [] { CVNLogDebug("Local Listener Started"); },
       [] { CVNLogDebug("local Listener setup complete"); });
   if (!isSetUp) {
     CVNLog("listener could not be set up.");
@@ -76,7 +75,7 @@ bool QuillNetworkManager::setupListener() {
 bool QuillNetworkManager::setupLocalListener() {
   CVNLogDebug("setting up local listener");
   const bool isSetUp = setupListenerOnPort(
-      kLoopbackPort, "::", /*localOnly=*/true, [] { CVNLogDebug("Local Listener Started"); },
+      base::kLoopbackPort, "::", /*localOnly=*/true, [] { CVNLogDebug("Local Listener Started"); },
       [] { CVNLogDebug("local Listener setup complete"); });
   if (!isSetUp) {
     CVNLog("local listener could not be set up.");
@@ -145,7 +144,7 @@ void QuillNetworkManager::listenerChanged(std::uint16_t port, platform::Listener
       state_.begin();
       // One that was killed has left its marker. Whoever has the loopback port answers for the
       // card, and nobody can have inserted one yet.
-      if (port == kLoopbackPort) {
+      if (port == base::kLoopbackPort) {
         removeSmartcard();
       }
       break;

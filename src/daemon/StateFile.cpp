@@ -11,14 +11,17 @@
 
 #include "base/Files.hpp"
 #include "base/FolderForAll.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "protocol/JSONWriter.hpp"
+#include "protocol/StateKeys.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 
 namespace kfyd {
 namespace {
 
+namespace keys = protocol::state_keys;
 using protocol::JSONWriter;
 
 constexpr std::chrono::seconds kPause{1};
@@ -32,7 +35,7 @@ void putNumber(JSONWriter &writer, std::string_view key, Number number) {
 }
 
 void putCertificates(JSONWriter &writer, const QuillWorker &worker) {
-  writer.key("cards");
+  writer.key(keys::kCards);
   writer.beginArray();
   if (worker.certificates) {
     const auto entries = worker.certificates->entries();
@@ -47,12 +50,12 @@ void putCertificates(JSONWriter &writer, const QuillWorker &worker) {
 void putConnection(JSONWriter &writer, const QuillWorker &worker) {
   const platform::Endpoint peer = worker.g_inbound_connection->peer();
   writer.beginObject();
-  writer.key("address");
+  writer.key(keys::kAddress);
   writer.text(peer.host);
-  putNumber(writer, "port", peer.port);
-  writer.key("local");
+  putNumber(writer, keys::kPort, peer.port);
+  writer.key(keys::kLocal);
   writer.boolean(worker.isLocal);
-  writer.key("authenticated");
+  writer.key(keys::kAuthenticated);
   writer.boolean(worker.isAuthenticated);
   putCertificates(writer, worker);
   writer.endObject();
@@ -61,7 +64,7 @@ void putConnection(JSONWriter &writer, const QuillWorker &worker) {
 // Returns how many there are.
 std::size_t putConnections(JSONWriter &writer, const std::vector<QuillWorker::Shared> &workers) {
   std::size_t count = 0;
-  writer.key("connections");
+  writer.key(keys::kConnections);
   writer.beginArray();
   for (const bool isLocal : {false, true}) {
     for (const QuillWorker::Shared &worker : workers) {
@@ -99,14 +102,14 @@ CleansedBytes StateFile::content() const {
   CleansedBytes content;
   JSONWriter writer(content);
   writer.beginObject();
-  putNumber(writer, "started", std::chrono::system_clock::to_time_t(started_));
-  putNumber(writer, "pid", ::getpid());
+  putNumber(writer, keys::kStarted, std::chrono::system_clock::to_time_t(started_));
+  putNumber(writer, keys::kProcess, ::getpid());
   const std::size_t count = putConnections(writer, processor_.workers);
-  putNumber(writer, "connectionCount", count);
-  putNumber(writer, "pending", processor_.pendingMessages.size());
-  putNumber(writer, "relays", processor_.counts.relayed);
-  putNumber(writer, "refusals", processor_.counts.refused);
-  writer.key("limits");
+  putNumber(writer, keys::kConnectionCount, count);
+  putNumber(writer, keys::kPending, processor_.pendingMessages.size());
+  putNumber(writer, keys::kRelays, processor_.counts.relayed);
+  putNumber(writer, keys::kRefusals, processor_.counts.refused);
+  writer.key(keys::kLimits);
   writer.beginObject();
   for (const auto &[setting, times] : processor_.platform().limits.counts()) {
     putNumber(writer, setting, times);
@@ -123,7 +126,7 @@ void StateFile::write() {
     return;
   }
   written_ = std::move(now);
-  const std::string path = base::rooted(kStatePath);
+  const std::string path = base::rooted(base::kStateFile);
   Error error;
   const bool isWritten = base::makeFolderForAll(path.substr(0, path.rfind('/')), &error) &&
                          base::replacePassingFile(path, written_, 0600, &error);

@@ -9,14 +9,12 @@
 
 namespace kfyd {
 
-// Where it stands.
-inline constexpr const char *kStatePath = "/run/keyferry/state.json";
-
-// A file for root that tells kfyctl what the daemon holds: its start (seconds since 1970, UTC) and
-// process, each connection with the hashes of its certificates, the number of requests that wait
-// for an answer, what was relayed and refused since the start, and which limits were reached how
-// often. Replaced as a whole, within a second of a change and at most once a second. The long lists
-// are cut: 1,024 connections, the public ones first, and 16 certificates of each.
+// A file for root (base::kStateFile) that tells kfyctl what the daemon holds: its start (seconds
+// since 1970, UTC) and process, each connection with the hashes of its certificates, the number of
+// requests that wait for an answer, what was relayed and refused since the start, and which limits
+// were reached how often. Replaced as a whole, within a second of a change and at most once a
+// second. The long lists are cut: 1,024 connections, the public ones first, and 16 certificates of
+// each.
 class StateFile {
  public:
   // Both are borrowed and outlive this.

@@ -16,17 +16,13 @@ std::optional<CardIdentity> identityOf(const support::CertificateInfo &info) {
   const Bytes der = support::dataFromBase64String(info.certificate);
   auto certificate = crypto::Certificate::fromDER(der);
   const auto key = certificate ? certificate->publicKey() : std::nullopt;
-  const auto keyBytes = key ? key->externalRepresentation() : std::nullopt;
-  if (!keyBytes) {
+  const auto keyHash = key ? key->hash() : std::nullopt;
+  if (!keyHash) {
     return std::nullopt;
   }
-  return CardIdentity{std::move(*certificate),
-                      crypto::sha1Digest(der),
-                      crypto::sha1Digest(*keyBytes),
-                      info.label,
-                      info.canSign,
-                      info.canDecrypt,
-                      info.canUnwrap};
+  return CardIdentity{
+      std::move(*certificate), crypto::sha1Digest(der), *keyHash, info.label, info.canSign,
+      info.canDecrypt,         info.canUnwrap};
 }
 
 auto descriptionOf(const CardIdentity &identity) {

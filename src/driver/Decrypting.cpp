@@ -6,7 +6,7 @@
 namespace driver {
 
 Progress Decrypting::add(ByteView part) {
-  if (result_ || part.size() > use_.modulusBytes() - block_.size()) {
+  if (result_ || part.size() > use_.key().sizeInBytes() - block_.size()) {
     return {CKR_ENCRYPTED_DATA_LEN_RANGE};
   }
   block_.insert(block_.end(), part.begin(), part.end());
@@ -29,12 +29,12 @@ Progress Decrypting::finish(Token &token, ByteView lastPart, const Output &outpu
     return output.put(result_->reveal());
   }
   if (output.isEmpty()) {
-    return output.withoutRoomFor(use_.modulusBytes()).value_or(Progress{CKR_ARGUMENTS_BAD});
+    return output.withoutRoomFor(use_.key().sizeInBytes()).value_or(Progress{CKR_ARGUMENTS_BAD});
   }
   if (const Progress added = add(lastPart); added.result != CKR_OK) {
     return added;
   }
-  if (block_.size() != use_.modulusBytes()) {
+  if (block_.size() != use_.key().sizeInBytes()) {
     return {CKR_ENCRYPTED_DATA_LEN_RANGE};
   }
   SecretBytes answer;
@@ -42,7 +42,7 @@ Progress Decrypting::finish(Token &token, ByteView lastPart, const Output &outpu
       result != CKR_OK) {
     return {result};
   }
-  if (answer.reveal().size() != use_.modulusBytes()) {
+  if (answer.reveal().size() != use_.key().sizeInBytes()) {
     return {CKR_DEVICE_ERROR};
   }
   result_ = withoutPadding(answer.reveal());

@@ -70,7 +70,7 @@ CK_RV derive(Driver &driver, const Session &session, const CK_MECHANISM *mechani
   if (const CK_RV result = attributesFor(wanted, object); result != CKR_OK) {
     return result;
   }
-  const std::size_t fieldBytes = crypto::fieldBytesOf(use.key());
+  const std::size_t fieldBytes = use.key().sizeInBytes();
   const auto length = lengthFor(object, fieldBytes);
   if (!length) {
     return CKR_ATTRIBUTE_VALUE_INVALID;

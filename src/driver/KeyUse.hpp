@@ -17,11 +17,6 @@ struct KeyUse {
 
   [[nodiscard]] Scheme scheme() const { return mechanism->scheme; }
   [[nodiscard]] const crypto::PublicKey &key() const { return *object->key; }
-
-  // Bytes of the modulus of an RSA key.
-  [[nodiscard]] std::size_t modulusBytes() const {
-    return (static_cast<std::size_t>(key().bits()) + 7) / 8;
-  }
 };
 
 // Checks what a program handed to an …Init function or to C_DeriveKey. `purpose` is CKF_SIGN,

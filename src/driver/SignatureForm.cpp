@@ -3,13 +3,11 @@
 #include <algorithm>
 
 #include "crypto/KeyParts.hpp"
-#include "crypto/Signature.hpp"
+#include "protocol/KeyRequest.hpp"
 
 namespace driver {
 namespace {
 
-constexpr std::size_t kPaddingBytes = 11;  // the least of PKCS #1 v1.5 (RFC 8017 9.2)
-constexpr std::size_t kLongestDigest = 64;
 constexpr std::size_t kEd25519SignatureBytes = 64;  // RFC 8032 5.1.6
 
 // What is padded with PKCS #1 v1.5: a DigestInfo, or the data as they are.
@@ -20,7 +18,7 @@ Bytes contentToPad(const KeyUse &use, ByteView input) {
 
 // Shorter data stand at the end of the block, as numbers do; empty if they are longer.
 Bytes blockOf(const KeyUse &use, ByteView input) {
-  const std::size_t size = use.modulusBytes();
+  const std::size_t size = use.key().sizeInBytes();
   if (input.size() > size) {
     return {};
   }
@@ -29,38 +27,14 @@ Bytes blockOf(const KeyUse &use, ByteView input) {
   return block;
 }
 
-bool isGood(const KeyUse &use, ByteView input, ByteView signature) {
-  switch (use.scheme()) {
-    case Scheme::rsaPKCS1:
-      return use.key().verifyRawPKCS1(signature, contentToPad(use, input));
-    case Scheme::rsaBlock: {
-      const auto block = crypto::encryptBlock(use.key(), signature);
-      return block && !input.empty() && *block == blockOf(use, input);
-    }
-    case Scheme::rsaPSS:
-      return crypto::verifyPSS(use.key(), signature, input, use.parameters.pss);
-    case Scheme::ecdsa: {
-      const auto der = crypto::derSignature(signature);
-      return der && !input.empty() && crypto::verifyDigestECDSA(use.key(), *der, input);
-    }
-    case Scheme::eddsa:
-      return crypto::verifyEd25519(use.key(), signature, input);
-    case Scheme::digest:
-    case Scheme::rsaOAEP:
-    case Scheme::ecdh:
-      break;
-  }
-  return false;
-}
-
 }  // namespace
 
 std::size_t signatureSize(const KeyUse &use) {
   switch (use.key().type()) {
     case crypto::KeyType::rsa:
-      return use.modulusBytes();
+      return use.key().sizeInBytes();
     case crypto::KeyType::ec:
-      return 2 * crypto::fieldBytesOf(use.key());
+      return 2 * use.key().sizeInBytes();
     case crypto::KeyType::ed25519:
     case crypto::KeyType::other:
       break;
@@ -69,27 +43,25 @@ std::size_t signatureSize(const KeyUse &use) {
 }
 
 CK_RV requestFor(const KeyUse &use, ByteView input, Bytes &request) {
-  bool isRightSize = true;
+  auto wanted = protocol::KeyOperation::signPKCS1;
   switch (use.scheme()) {
     case Scheme::rsaPKCS1:
       request = contentToPad(use, input);
-      isRightSize = request.size() + kPaddingBytes <= use.modulusBytes();
       break;
     case Scheme::rsaBlock:
-      request = blockOf(use, input);
-      isRightSize = !request.empty() && !input.empty();
+      wanted = protocol::KeyOperation::rawRSA;
+      request = input.empty() ? Bytes() : blockOf(use, input);
       break;
-    case Scheme::rsaPSS: {
-      auto block = crypto::padPSS(input, use.parameters.pss, use.key().bits());
-      isRightSize = block.has_value();
-      request = std::move(block).value_or(Bytes());
+    case Scheme::rsaPSS:
+      wanted = protocol::KeyOperation::rawRSA;
+      request = crypto::padPSS(input, use.parameters.pss, use.key().bits()).value_or(Bytes());
       break;
-    }
     case Scheme::ecdsa:
+      wanted = protocol::KeyOperation::signECDSA;
       request.assign(input.begin(), input.end());
-      isRightSize = !input.empty() && input.size() <= kLongestDigest;
       break;
     case Scheme::eddsa:
+      wanted = protocol::KeyOperation::signEd25519;
       request.assign(input.begin(), input.end());
       break;
     case Scheme::digest:
@@ -97,12 +69,12 @@ CK_RV requestFor(const KeyUse &use, ByteView input, Bytes &request) {
     case Scheme::ecdh:
       return CKR_MECHANISM_INVALID;
   }
-  return isRightSize ? CKR_OK : CKR_DATA_LEN_RANGE;
+  return protocol::operationToSign(use.key(), request) == wanted ? CKR_OK : CKR_DATA_LEN_RANGE;
 }
 
 std::optional<Bytes> signatureIn(const KeyUse &use, ByteView answer) {
   if (use.scheme() == Scheme::ecdsa) {
-    return crypto::joinedSignature(answer, crypto::fieldBytesOf(use.key()));
+    return crypto::joinedSignature(answer, use.key().sizeInBytes());
   }
   return answer.size() == signatureSize(use) ? std::optional(Bytes(answer.begin(), answer.end()))
                                              : std::nullopt;
@@ -112,7 +84,19 @@ CK_RV verify(const KeyUse &use, ByteView input, ByteView signature) {
   if (signature.size() != signatureSize(use)) {
     return CKR_SIGNATURE_LEN_RANGE;
   }
-  return isGood(use, input, signature) ? CKR_OK : CKR_SIGNATURE_INVALID;
+  if (use.scheme() == Scheme::rsaPSS) {
+    return crypto::verifyPSS(use.key(), signature, input, use.parameters.pss)
+               ? CKR_OK
+               : CKR_SIGNATURE_INVALID;
+  }
+  // as the key's holder would have answered
+  const auto answer = use.scheme() == Scheme::ecdsa
+                          ? crypto::derSignature(signature)
+                          : std::optional(Bytes(signature.begin(), signature.end()));
+  Bytes request;
+  const bool isGood = answer && requestFor(use, input, request) == CKR_OK &&
+                      protocol::isSignature(use.key(), request, *answer);
+  return isGood ? CKR_OK : CKR_SIGNATURE_INVALID;
 }
 
 }  // namespace driver

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "base/LowerCase.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "identity/QueryWithAttributes.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
@@ -38,7 +37,7 @@ platform::ItemStatus combined(platform::ItemStatus inKeychain, platform::ItemSta
 
 std::optional<Bytes> hashOfKey(const crypto::Certificate &certificate) {
   const auto key = certificate.publicKey();
-  return key ? identity::publicKeyHashOf(*key) : std::nullopt;
+  return key ? key->hash() : std::nullopt;
 }
 
 CertificateInfo describe(const IdentityRecord &record) {

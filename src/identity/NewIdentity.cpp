@@ -1,7 +1,5 @@
 #include "identity/NewIdentity.hpp"
 
-#include "identity/PublicKeyHash.hpp"
-
 namespace identity {
 
 platform::IdentityRecord describeNew(const crypto::Identity &identity,
@@ -11,7 +9,7 @@ platform::IdentityRecord describeNew(const crypto::Identity &identity,
   platform::IdentityRecord record;
   record.reference = std::make_shared<const crypto::Identity>(identity);
   record.label = label;
-  record.publicKeyHash = publicKeyHashOf(key);
+  record.publicKeyHash = key.hash();
   record.canSign = true;
   record.canDecrypt = isRSA;
   record.canUnwrap = isRSA;

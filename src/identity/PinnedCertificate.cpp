@@ -6,6 +6,7 @@
 #include "base/Bytes.hpp"
 #include "base/Files.hpp"
 #include "base/FolderForAll.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 
 namespace identity {
@@ -17,7 +18,7 @@ constexpr unsigned kReadableByAll = 0644;
 }  // namespace
 
 bool publishPinnedCertificate(const crypto::Certificate &certificate, Error *error) {
-  const std::string path = base::rooted(kPinnedCertificate);
+  const std::string path = base::rooted(base::kServerCertificate);
   const std::string pem = certificate.pem();
   const auto present = base::readFile(path, kLargestFile);
   if (present && base::textOf(*present) == pem) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "base/Places.hpp"
 #include "client/Connection.hpp"
 
 namespace remote {
@@ -32,7 +33,7 @@ std::optional<Address> split(std::string_view text) {
     port = text.substr(colon);
   }
   if (port.empty()) {
-    return Address{std::string(host), client::kPublicPort};
+    return Address{std::string(host), base::kPublicPort};
   }
   const auto number = port.starts_with(':') ? portFrom(port.substr(1)) : std::nullopt;
   return number ? std::optional(Address{std::string(host), *number}) : std::nullopt;
@@ -64,7 +65,7 @@ std::string Address::text() const {
 }
 
 std::string Address::name() const {
-  return port == client::kPublicPort ? host : text();
+  return port == base::kPublicPort ? host : text();
 }
 
 }  // namespace remote

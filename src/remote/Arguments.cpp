@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "base/Places.hpp"
 #include "base/Version.hpp"
 #include "remote/Console.hpp"
 
@@ -41,6 +42,11 @@ std::string defaultHome() {
     home = entry == nullptr ? nullptr : entry->pw_dir;
   }
   return home == nullptr ? "" : std::string(home) + "/.config/kfy-remote";
+}
+
+// How a machine is written on the command line.
+std::string addressForm() {
+  return "HOST or HOST:PORT (default " + std::to_string(base::kPublicPort) + ")";
 }
 
 void addHome(CLI::App &command, Texts &texts) {
@@ -91,8 +97,7 @@ CLI::App &addKeys(CLI::App &program, Texts &texts) {
 CLI::App &addConnect(CLI::App &program, Texts &texts) {
   CLI::App &command = *program.add_subcommand(
       "connect", "be the smart card of other machines until a signal comes");
-  command.add_option("HOST", texts.machines, "machines to serve, HOST or HOST:PORT (default 4116)")
-      ->required();
+  command.add_option("HOST", texts.machines, "machines to serve, " + addressForm())->required();
   addKeyOptions(command, texts);
   command.get_option("--key")->required();
   addFingerprint(command, texts);
@@ -113,8 +118,7 @@ CLI::App &addPassword(CLI::App &program, Texts &texts) {
       "password",
       "have a machine make a fresh password for its screen-sharing account; the end "
       "of the connection withdraws a card that is inserted there");
-  command.add_option("HOST", texts.machine, "the machine, HOST or HOST:PORT (default 4116)")
-      ->required();
+  command.add_option("HOST", texts.machine, "the machine, " + addressForm())->required();
   addHome(command, texts);
   addFingerprint(command, texts);
   command.add_flag("--json", texts.password.asJSON, "as JSON, for scripts");

@@ -4,7 +4,6 @@
 
 #include "base/DisplayText.hpp"
 #include "base/Files.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
@@ -64,7 +63,7 @@ std::optional<KeyRing> KeyRing::load(std::span<const std::string> files,
     if (!identity) {
       return std::nullopt;
     }
-    const auto hash = identity::publicKeyHashOf(identity->key.publicKey());
+    const auto hash = identity->key.publicKey().hash();
     if (!hash) {
       base::report(error, "file", 0,
                    file + ": only RSA, elliptic-curve and Ed25519 keys can be used");

@@ -1,16 +1,12 @@
 #include "remote/KeyUse.hpp"
 
-#include <algorithm>
-#include <array>
-
 #include "crypto/HashAlgorithm.hpp"
-#include "remote/PaddedBlock.hpp"
+#include "crypto/PSS.hpp"
+#include "crypto/Padding.hpp"
 
 namespace remote {
 namespace {
 
-constexpr std::size_t kPaddingBytes = 11;  // the least of PKCS #1 v1.5 (RFC 8017 9.2)
-constexpr std::size_t kLongestDigest = 64;
 // Signatures with a fixed padding can be forged from others once the part that an attacker chooses
 // is a third of the modulus (Brier, Clavier, Coron, Naccache, CRYPTO 2001). A digest has up to 512
 // bits, which of 2048 are a quarter.
@@ -28,24 +24,9 @@ std::string countOf(ByteView data) {
   return std::to_string(data.size()) + (data.size() == 1 ? " byte" : " bytes");
 }
 
-std::size_t bytesOf(const crypto::PublicKey &key) {
-  return (static_cast<std::size_t>(key.bits()) + 7) / 8;
-}
-
-// The hash of an exact DigestInfo; nothing if the data is none.
-std::optional<crypto::HashAlgorithm> hashOfDigestInfo(ByteView data) {
-  const auto *const found =
-      std::ranges::find_if(kHashAlgorithms, [&](crypto::HashAlgorithm algorithm) {
-        const std::size_t size = crypto::digestSize(algorithm);
-        return data.size() > size &&
-               base::equal(crypto::digestInfo(algorithm, data.last(size)), data);
-      });
-  return found == kHashAlgorithms.end() ? std::nullopt : std::optional(*found);
-}
-
 // Data with the padding of PKCS #1 v1.5, which the operation adds or the block has already.
 KeyUse useForPKCS1Content(KeyOperation operation, ByteView content, bool authenticates) {
-  if (const auto algorithm = hashOfDigestInfo(content)) {
+  if (const auto algorithm = crypto::hashOfDigestInfo(content)) {
     return allow(operation, std::string("a ") + crypto::nameOf(*algorithm) + " digest");
   }
   if (authenticates) {
@@ -55,10 +36,10 @@ KeyUse useForPKCS1Content(KeyOperation operation, ByteView content, bool authent
 }
 
 KeyUse useForPaddedBlock(const crypto::PublicKey &key, ByteView block, bool authenticates) {
-  if (const auto content = contentOfPKCS1Block(block)) {
+  if (const auto content = crypto::contentOfPKCS1Block(block)) {
     return useForPKCS1Content(KeyOperation::rawRSA, *content, authenticates);
   }
-  if (const auto algorithm = digestOfPSSBlock(block, key.bits())) {
+  if (const auto algorithm = crypto::hashOfPSSBlock(block, key.bits())) {
     return allow(KeyOperation::rawRSA,
                  std::string("a ") + crypto::nameOf(*algorithm) + " digest with PSS padding");
   }
@@ -69,54 +50,48 @@ KeyUse useForPaddedBlock(const crypto::PublicKey &key, ByteView block, bool auth
 }
 
 KeyUse useForRSASigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
-  const std::size_t modulus = bytesOf(key);
   if (authenticates && key.bits() < kLeastSharedBits) {
     return refuse("the key authenticates and is shorter than " + std::to_string(kLeastSharedBits) +
                   " bits");
   }
-  if (data.size() == modulus) {
-    return useForPaddedBlock(key, data, authenticates);
-  }
-  if (data.size() + kPaddingBytes > modulus) {
+  const auto operation = protocol::operationToSign(key, data);
+  if (!operation) {
     return refuse(countOf(data) + " are too long for the key and no block of it");
   }
-  return useForPKCS1Content(KeyOperation::signPKCS1, data, authenticates);
+  return *operation == KeyOperation::rawRSA ? useForPaddedBlock(key, data, authenticates)
+                                            : useForPKCS1Content(*operation, data, authenticates);
 }
 
 }  // namespace
 
 KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
-  switch (key.type()) {
-    case crypto::KeyType::rsa:
-      return useForRSASigning(key, data, authenticates);
-    case crypto::KeyType::ec:
-      if (data.empty() || data.size() > kLongestDigest) {
-        return refuse(countOf(data) + " are no digest");
-      }
-      return allow(KeyOperation::signECDSA, "a digest of " + countOf(data));
-    case crypto::KeyType::ed25519:
-      return allow(KeyOperation::signEd25519, "a message of " + countOf(data));
-    case crypto::KeyType::other:
-      break;
+  if (key.type() == crypto::KeyType::rsa) {
+    return useForRSASigning(key, data, authenticates);
   }
-  return refuse("the key can't sign");
+  const auto operation = protocol::operationToSign(key, data);
+  if (operation) {
+    return allow(
+        *operation,
+        (*operation == KeyOperation::signECDSA ? "a digest of " : "a message of ") + countOf(data));
+  }
+  return refuse(key.type() == crypto::KeyType::ec ? countOf(data) + " are no digest"
+                                                  : "the key can't sign");
 }
 
 KeyUse useForDecryption(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+  const auto operation = protocol::operationToDecrypt(key, data);
   switch (key.type()) {
     case crypto::KeyType::rsa:
-      if (data.size() != bytesOf(key)) {
+      if (!operation) {
         return refuse(countOf(data) + " are no block of the key");
       }
       if (authenticates) {
         return refuse("decryption can also sign a challenge, and the key authenticates");
       }
-      return allow(KeyOperation::rawRSA, "a block of " + countOf(data));
+      return allow(*operation, "a block of " + countOf(data));
     case crypto::KeyType::ec:
-      if (data.size() != 1 + 2 * bytesOf(key) || data.front() != 0x04) {
-        return refuse(countOf(data) + " are no point of the key's curve");
-      }
-      return allow(KeyOperation::deriveECDH, "a shared secret with another key");
+      return operation ? allow(*operation, "a shared secret with another key")
+                       : refuse(countOf(data) + " are no point of the key's curve");
     case crypto::KeyType::ed25519:
     case crypto::KeyType::other:
       break;

@@ -8,17 +8,11 @@
 #include "base/Secret.hpp"
 #include "crypto/PrivateKey.hpp"
 #include "crypto/PublicKey.hpp"
+#include "protocol/KeyRequest.hpp"
 
 namespace remote {
 
-// What a key can do for a program on the other machine.
-enum class KeyOperation {
-  signPKCS1,    // RSA: pads the data (PKCS #1 v1.5) and signs it as it is
-  rawRSA,       // RSA: the private operation on one block
-  signECDSA,    // EC: signs a digest
-  signEd25519,  // Ed25519: signs a message
-  deriveECDH,   // EC: the X coordinate of the shared point
-};
+using protocol::KeyOperation;
 
 // What the bytes of a request ask for.
 struct KeyUse {
@@ -31,7 +25,8 @@ struct KeyUse {
 // from the signatures of a few blocks with free contents anybody can compute that of a challenge.
 // So such a key signs nothing but digests whose whole block is prescribed, namely an exact
 // DigestInfo of a known hash (as it is or as a full PKCS #1 v1.5 block, RFC 8017 9.2) and a PSS
-// block (9.1.1), and it decrypts nothing, since that is the same operation as signing.
+// block (9.1.1), which the asker has padded, and it decrypts nothing, since that is the same
+// operation as signing.
 [[nodiscard]] KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authenticates);
 [[nodiscard]] KeyUse useForDecryption(const crypto::PublicKey &key, ByteView data,
                                       bool authenticates);

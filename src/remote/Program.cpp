@@ -11,7 +11,6 @@
 
 #include "base/Descriptor.hpp"
 #include "base/DisplayText.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
 #include "remote/AuthenticationKey.hpp"
@@ -124,7 +123,7 @@ int run(const Arguments &arguments, Console &console) {
   if (const auto *command = std::get_if<PasswordCommand>(&arguments.command)) {
     return fetchPassword(*command, arguments, *authentication, console, stop);
   }
-  const auto hash = identity::publicKeyHashOf(authentication->key.publicKey(), &error);
+  const auto hash = authentication->key.publicKey().hash(&error);
   const auto password = readGivenPassword(arguments.passwords, &error);
   if (!hash || !password) {
     return fail(console, error.description);

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "identity/PublicKeyHash.hpp"
 #include "remote/AuthenticationKey.hpp"
 #include "support/HexString.hpp"
 
@@ -20,7 +19,7 @@ std::nullopt_t fail(Error *error, const std::string &reason) {
 // `connect` and `authenticate`; false with the reason.
 bool authenticate(client::Connection &connection, const crypto::Identity &authentication,
                   const client::Patience &patience, Error *error) {
-  const auto hash = identity::publicKeyHashOf(authentication.key.publicKey(), error);
+  const auto hash = authentication.key.publicKey().hash(error);
   if (!hash) {
     return false;
   }

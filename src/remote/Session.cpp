@@ -7,7 +7,6 @@
 #include <memory>
 #include <vector>
 
-#include "identity/PublicKeyHash.hpp"
 #include "remote/Machine.hpp"
 
 namespace remote {
@@ -97,7 +96,7 @@ bool runLoop(const Machines &machines, const StopSignal &stop, Mailbox &mailbox,
 SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
                          const KeyRing &keys, const crypto::Identity &authentication,
                          Terminal &terminal, Console &console, const StopSignal &stop) {
-  const Bytes hash = identity::publicKeyHashOf(authentication.key.publicKey()).value_or(Bytes());
+  const Bytes hash = authentication.key.publicKey().hash().value_or(Bytes());
   const auto mailbox = std::make_shared<Mailbox>();
   Consent consent(terminal);
   Openings openings(mailbox);

@@ -91,13 +91,13 @@ void selectCertificate(Request &request) {
 std::optional<Bytes> publicKeyHashOf(const crypto::Certificate &certificate) {
   Error error;
   const auto key = certificate.publicKey(&error);
-  const auto exported = key ? key->externalRepresentation(&error) : std::nullopt;
-  if (!exported) {
+  auto hash = key ? key->hash(&error) : std::nullopt;
+  if (!hash) {
     CVNLog("SecKeyCopyExternalRepresentation error: %@", error.description);
     return std::nullopt;
   }
   CVNLogDebug("getting pubkeyhash of certificate");
-  return support::sha1(*exported);
+  return hash;
 }
 
 bool provesItself(const QuillMessage &message, const QuillWorker &worker) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/UTF8.hpp"
+#include "identity/ListingTexts.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 #include "support/Settings.hpp"
@@ -17,8 +18,6 @@ namespace {
 
 constexpr const char *kTool = "/usr/sbin/sc_auth";
 constexpr const char *kToolFolder = "/var";
-constexpr std::string_view kTokenHeader = "SmartCard: com.corvane.keyferry.ctkextension";
-constexpr std::string_view kPairedSection = "Paired identities which are used for authentication";
 constexpr std::size_t kHashCharacters = 40;
 constexpr int kAttempts = 30;
 constexpr std::chrono::seconds kPause{1};
@@ -103,11 +102,11 @@ std::optional<std::string_view> findBindLine(ByteView listing) {
       CVNLogDebug("Found user bind line to parse");
       return line;
     }
-    if (isHeaderSeen && line.find(kPairedSection) != std::string_view::npos) {
+    if (isHeaderSeen && line.find(identity::kListingPairedLine) != std::string_view::npos) {
       isSectionSeen = true;
       CVNLogDebug("found identity section. parsing");
     }
-    if (line.find(kTokenHeader) != std::string_view::npos) {
+    if (line.find(identity::kListingTokenLine) != std::string_view::npos) {
       CVNLogDebug("header. parsing");
       isHeaderSeen = true;
     }

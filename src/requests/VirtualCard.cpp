@@ -6,6 +6,7 @@
 #include <map>
 
 #include "base/Descriptor.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 
 namespace requests {
@@ -58,11 +59,11 @@ void RequestProcessor::insertSmartcard() {
   // go and come back before it reads the certificates anew.
   removeSmartcard();
   // Never through a link that somebody else has put there.
-  const base::Descriptor marker(::open(base::rooted(requests::kCardMarker).c_str(),
+  const base::Descriptor marker(::open(base::rooted(base::kCardMarker).c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
 }
 
 void RequestProcessor::removeSmartcard() {
   // By name, and only a file: a folder in the marker's place is left alone.
-  ::unlink(base::rooted(requests::kCardMarker).c_str());
+  ::unlink(base::rooted(base::kCardMarker).c_str());
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/Files.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "fakes/MadeKeys.hpp"
 
@@ -10,7 +11,7 @@ namespace client {
 namespace {
 
 TEST(PinnedServer, IsTheOneThatHoldsTheKeyInThePinFile) {
-  const std::string path = base::rooted(kServerCertificatePath);
+  const std::string path = base::rooted(base::kServerCertificate);
   ASSERT_TRUE(base::makeFolders(base::rooted("/etc/keyferry"), 0755));
 
   Error error;

@@ -33,7 +33,7 @@ TEST(PublicKey, ExportsWhatStandsInTheSubjectPublicKeyInfo) {
 
 TEST(PublicKey, KnowsItsCurveAndThePointsOnIt) {
   const crypto::PublicKey key = madeKey("EC").publicKey();
-  EXPECT_EQ(crypto::fieldBytesOf(key), 32U);
+  EXPECT_EQ(key.sizeInBytes(), 32U);
   EXPECT_EQ(crypto::curveIdentifierOf(key), fakes::bytesOfHex("06082a8648ce3d030107"));
   EXPECT_FALSE(crypto::curveIdentifierOf(madeKey("RSA").publicKey()));
   Bytes point = key.externalRepresentation().value();

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "base/Files.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "daemon/NetworkLimits.hpp"
 #include "fakes/FakeAccounts.hpp"
@@ -33,7 +34,7 @@ class Manager : public fakes::LoggedTest {
     store.items = {{identity, ""}};
   }
 
-  static bool isMarkerThere() { return base::fileExists(base::rooted(requests::kCardMarker)); }
+  static bool isMarkerThere() { return base::fileExists(base::rooted(base::kCardMarker)); }
   void set(const char *key, const std::string &value) {
     defaults.values[std::string("com.corvane.kfyd/") + key] = value;
   }
@@ -354,14 +355,14 @@ TEST_F(Manager, WithoutAPortSaysWhoseItIsAndTouchesNothingOfTheOther) {
   EXPECT_THAT(takeEntries(), ElementsAre(HasSubstr("port 4116 is taken by kfyd (process 7): ")));
   (void)network.listeners[0]->connect();
   queue.advance(std::chrono::seconds(2));
-  EXPECT_FALSE(base::fileExists(base::rooted(kfyd::kStatePath)));
+  EXPECT_FALSE(base::fileExists(base::rooted(base::kStateFile)));
   EXPECT_TRUE(isMarkerThere()) << "the other one's";
   network.listeners[1]->stateHandler(platform::ListenerState::ready, 0);
   EXPECT_FALSE(isMarkerThere()) << "that of one that was killed";
 }
 
 TEST_F(Listening, TellsItsStateOnceASecond) {
-  const std::string path = base::rooted(kfyd::kStatePath);
+  const std::string path = base::rooted(base::kStateFile);
   const auto state = [&] {
     queue.advance(std::chrono::seconds(1));
     const auto content = base::readFile(path, 65536);

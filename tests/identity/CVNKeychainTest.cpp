@@ -2,6 +2,7 @@
 
 #include "base/Files.hpp"
 #include "base/LowerCase.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
@@ -9,7 +10,6 @@
 #include "fakes/Transcript.hpp"
 #include "identity/FingerprintText.hpp"
 #include "identity/PinnedCertificate.hpp"
-#include "identity/PublicKeyHash.hpp"
 
 namespace {
 
@@ -49,7 +49,7 @@ TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
   for (const auto &record : {first, second, second}) {
     const crypto::Certificate &certificate = record.reference->certificate;
     EXPECT_TRUE(identity::publishPinnedCertificate(certificate));
-    const auto file = base::readFile(base::rooted(identity::kPinnedCertificate), 65536);
+    const auto file = base::readFile(base::rooted(base::kServerCertificate), 65536);
     EXPECT_EQ(base::textOf(*file), certificate.pem());
   }
 }
@@ -119,8 +119,7 @@ TEST_P(Lists, HoldWhatIsThereAndSayWhatFails) {
     transcript.name(
         "~CERT" + name + " " +
         support::base64EncodeBytes(record.reference->certificate.der(), /*separateLines=*/false) +
-        "\n~KEY" + name + " " +
-        support::hexString(*identity::publicKeyHashOf(record.reference->key.publicKey())));
+        "\n~KEY" + name + " " + support::hexString(*record.reference->key.publicKey().hash()));
   }
   transcript.expect(R"(
 > card

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <random>
 
+#include "base/Places.hpp"
 #include "client/Dialing.hpp"
 #include "load/LoadedMachine.hpp"
 #include "protocol/Frame.hpp"
@@ -70,7 +71,7 @@ class Flood : public LoadedMachine {
         std::vector<Behaviour> members(50 / share, neverReadsItsAnswers);
         members.insert(members.end(), 400 / share, noise);
         members.insert(members.end(), 500 / share, stopsInItsHandshake);
-        const Crowd crowd(client::kPublicPort, std::move(members));
+        const Crowd crowd(base::kPublicPort, std::move(members));
         const std::vector<double> some = sign(isFull() ? 10s : 500ms);
         times.insert(times.end(), some.begin(), some.end());
         std::printf("  %zu handshakes, %zu ends, %zu pieces of the crowd\n", crowd.established(),
@@ -102,8 +103,8 @@ TEST_F(Flood, OfConnectionsKeepsNoNewcomerWaiting) {
   const std::vector<Behaviour> members(isFull() ? 1000 : 100);
   std::vector<double> times;
   for (int round = 0; round < (isFull() ? 10 : 1); ++round) {
-    const Crowd far(client::kPublicPort, members);
-    const Crowd near(client::kLoopbackPort, members, kNobody);
+    const Crowd far(base::kPublicPort, members);
+    const Crowd near(base::kLoopbackPort, members, kNobody);
     const auto end = std::chrono::steady_clock::now() + (isFull() ? 1s : 200ms);
     while (std::chrono::steady_clock::now() < end) {
       const auto start = std::chrono::steady_clock::now();
@@ -132,7 +133,7 @@ TEST_F(Flood, StopsNoSigningWhileNobodyReadsWhatIsLogged) {
   const base::Descriptor end(::open(pipe.c_str(), O_RDWR | O_CLOEXEC));
   daemon = start("/bin/sh", {"-c", "exec " KEYFERRY_PROGRAMS "/kfyd >" + pipe + " 2>&1"});
   ASSERT_TRUE(eventually([] {
-    return client::dial(client::kLoopbackHost, client::kLoopbackPort, {}, nullptr).isOpen();
+    return client::dial(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen();
   }));
   holdTwice();
 }

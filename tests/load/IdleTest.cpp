@@ -4,6 +4,7 @@
 
 #include <ctime>
 
+#include "base/Places.hpp"
 #include "load/LoadedMachine.hpp"
 
 namespace load {
@@ -42,7 +43,7 @@ TEST_F(LoadedMachine, IdleConnectionsCostARelayNothing) {
   const double alone = measure();
   const std::size_t base = descriptors();
   {
-    const Crowd crowd(client::kLoopbackPort, std::vector<Behaviour>(count));
+    const Crowd crowd(base::kLoopbackPort, std::vector<Behaviour>(count));
     ASSERT_TRUE(eventually([&] { return crowd.established() == count; })) << crowd.established();
     const double among = measure();
     EXPECT_EQ(crowd.ended(), 0U);

@@ -1,5 +1,6 @@
 // Clients that have not authenticated ask for what costs most.
 
+#include "base/Places.hpp"
 #include "load/LoadedMachine.hpp"
 #include "protocol/Frame.hpp"
 #include "support/HexString.hpp"
@@ -32,7 +33,7 @@ class Strangers : public LoadedMachine {
   void attack(const char *name, const Behaviour &behaviour) {
     const Holder holder(/*signs=*/false);
     const double calm = percentile(sign(isFull() ? 2s : 50ms, /*isSigned=*/false), 0.5);
-    const Crowd crowd(client::kPublicPort, std::vector<Behaviour>(31, behaviour));
+    const Crowd crowd(base::kPublicPort, std::vector<Behaviour>(31, behaviour));
     EXPECT_TRUE(eventually([&] { return crowd.established() >= 31; }));
     const std::vector<double> times = sign(isFull() ? 10s : 300ms, /*isSigned=*/false);
     const auto start = std::chrono::steady_clock::now();

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include "fakes/TemporaryFolder.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "support/HexString.hpp"
 
 namespace remote {
@@ -14,8 +13,7 @@ std::string hashOf(const std::string &home) {
   Error error;
   const auto identity = authenticationKey(home, &error);
   EXPECT_TRUE(identity) << error.description;
-  return identity ? support::hexString(identity::publicKeyHashOf(identity->key.publicKey()).value())
-                  : "";
+  return identity ? support::hexString(identity->key.publicKey().hash().value()) : "";
 }
 
 TEST(AuthenticationKey, IsMadeOnceAndIsUsedOnlyWhilePrivate) {

@@ -4,7 +4,6 @@
 
 #include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "remote/AuthenticationKey.hpp"
 #include "support/HexString.hpp"
 
@@ -38,9 +37,8 @@ TEST(KeyRing, KnowsTheKeyThatAuthenticatesAndOffersItForSignaturesAlone) {
   const fakes::TemporaryFolder folder;
   const std::string &home = folder.path();
   const auto identity = authenticationKey(home).value();
-  const auto ring =
-      KeyRing::load(std::vector{authenticationKeyPath(home)}, {},
-                    identity::publicKeyHashOf(identity.key.publicKey()).value(), noPassword);
+  const auto ring = KeyRing::load(std::vector{authenticationKeyPath(home)}, {},
+                                  identity.key.publicKey().hash().value(), noPassword);
   ASSERT_TRUE(ring);
   EXPECT_TRUE(ring->keys()[0].authenticates);
   const auto info = protocol::certificateInfosOf(*ring->cardList()).at(0);

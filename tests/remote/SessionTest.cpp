@@ -11,7 +11,6 @@
 
 #include "fakes/ScriptedDaemon.hpp"
 #include "fakes/TemporaryFolder.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "remote/AuthenticationKey.hpp"
 
 namespace remote {
@@ -65,7 +64,7 @@ class ServedSession : public testing::Test {
   const StopSignal stop_;  // before the first thread
   fakes::TemporaryFolder folder_;
   crypto::Identity authentication_ = authenticationKey(folder_.path()).value();
-  Bytes hash_ = identity::publicKeyHashOf(authentication_.key.publicKey()).value();
+  Bytes hash_ = authentication_.key.publicKey().hash().value();
   crypto::Identity server_ = fakes::makeIdentity("server");
   crypto::Identity cardKey_ = fakes::makeIdentity("card key");
   std::optional<KeyRing> keys_;

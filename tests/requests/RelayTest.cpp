@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "base/Places.hpp"
 #include "requests/RequestsFixture.hpp"
 
 namespace {
@@ -133,7 +134,7 @@ TEST_F(Requests, PendingMessagesKnowWhomTheyName) {
 }
 
 TEST_F(Requests, CardMarkerIsMadeAnewByEveryInsertAndNeverThroughALink) {
-  const std::string marker = base::rooted(requests::kCardMarker);
+  const std::string marker = base::rooted(base::kCardMarker);
   const std::string elsewhere = base::rooted("/elsewhere");
   std::ofstream(elsewhere) << "kept";
   std::filesystem::create_symlink(elsewhere, marker);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/Files.hpp"
+#include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "crypto/Certificate.hpp"
 #include "fakes/FakeAccounts.hpp"
@@ -173,7 +174,7 @@ class Requests : public fakes::LoggedTest {
     return answer;
   }
 
-  static bool isMarkerThere() { return base::fileExists(base::rooted(requests::kCardMarker)); }
+  static bool isMarkerThere() { return base::fileExists(base::rooted(base::kCardMarker)); }
 
   fakes::Transcript transcript;
   decltype(transcript.actions) &actions = transcript.actions;

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "base/Descriptor.hpp"
+#include "base/Places.hpp"
 #include "client/Dialing.hpp"
 #include "client/PinnedServer.hpp"
 #include "fakes/LoopbackSocket.hpp"
@@ -88,8 +89,8 @@ TEST_F(Faults, RemoteThatVanishesWithRequestsPendingTakesTheCardAndIsReplaced) {
 
 TEST_F(Faults, HandshakeThatFailsLeavesTheCardAlone) {
   EXPECT_TRUE(Peer::local().insert(otherRSAIdentity()));
-  const base::Descriptor plain = client::dial(client::kLoopbackHost, client::kPublicPort,
-                                              client::Patience{}, /*error=*/nullptr);
+  const base::Descriptor plain =
+      client::dial(client::kLoopbackHost, base::kPublicPort, client::Patience{}, /*error=*/nullptr);
   EXPECT_EQ(send(plain.get(), "GET / HTTP/1.0\r\n\r\n", 18, 0), 18);
   EXPECT_TRUE(daemon->hasSaid("failed: Protocol error")) << daemon->output();
   EXPECT_TRUE(isMarkerThere());
@@ -142,7 +143,7 @@ TEST_F(RemoteFaults, DaemonOrNetworkThatWasAwayIsNoticedOnItsReturnAndMentionedO
   const auto remote = startConfirmingRemote();
   daemon->end(SIGKILL);
   {
-    std::uint16_t port = client::kPublicPort;
+    std::uint16_t port = base::kPublicPort;
     const base::Descriptor listener = fakes::boundToLoopback(port);
     ASSERT_EQ(listen(listener.get(), 8), 0);
     for (int attempt = 0; attempt < 3; ++attempt) {

@@ -1,5 +1,6 @@
 #include "system/Peer.hpp"
 
+#include "base/Places.hpp"
 #include "client/PinnedServer.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "support/HexString.hpp"
@@ -41,7 +42,7 @@ QuillMessage insertionOf(const crypto::Identity &card, const std::string &label)
 Peer Peer::remote() {
   Error error;
   Peer peer{client::Connection::open(
-      client::kLoopbackHost, client::kPublicPort, [](const crypto::Certificate &) { return true; },
+      client::kLoopbackHost, base::kPublicPort, [](const crypto::Certificate &) { return true; },
       client::Patience::lasting(kPatience), &error)};
   EXPECT_TRUE(peer.connection) << error.description;
   return peer;

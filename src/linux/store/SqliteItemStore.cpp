@@ -44,8 +44,7 @@ std::optional<Bytes> publicKeyHashOf(const IdentityRecord &record) {
     return record.publicKeyHash;
   }
   const auto key = record.reference->certificate.publicKey();
-  const auto exported = key ? key->externalRepresentation() : std::nullopt;
-  return exported ? std::optional(crypto::sha1Digest(*exported)) : std::nullopt;
+  return key ? key->hash() : std::nullopt;
 }
 
 // The record of a row whose certificate is read already; nothing if its key can't be read.

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "base/Root.hpp"
-#include "crypto/Digest.hpp"
 #include "linux/tokens/Token.hpp"
 #include "linux/tokens/TokenKey.hpp"
 
@@ -73,8 +72,8 @@ std::optional<IdentityRecord> recordOf(const CertificateObject &object,
                                        const Report &report) {
   const auto certificate = crypto::Certificate::fromDER(object.der);
   const auto publicKey = certificate ? certificate->publicKey() : std::nullopt;
-  const auto exported = publicKey ? publicKey->externalRepresentation() : std::nullopt;
-  if (!exported) {
+  const auto keyHash = publicKey ? publicKey->hash() : std::nullopt;
+  if (!keyHash) {
     return std::nullopt;
   }
   const auto key = crypto::privateKeyDoneBy(
@@ -85,7 +84,7 @@ std::optional<IdentityRecord> recordOf(const CertificateObject &object,
   IdentityRecord record;
   record.reference = std::make_shared<const crypto::Identity>(crypto::Identity{*certificate, *key});
   record.label = object.label;
-  record.publicKeyHash = crypto::sha1Digest(*exported);
+  record.publicKeyHash = keyHash;
   describe(record, *token, object.id, isHidden);
   return record;
 }

@@ -1,0 +1,25 @@
+#pragma once
+
+namespace protocol {
+
+// The keys of the JSON object in base::kStateFile.
+namespace state_keys {
+
+inline constexpr const char *kStarted = "started";  // seconds since 1970, UTC
+inline constexpr const char *kProcess = "pid";
+inline constexpr const char *kConnections = "connections";  // objects; cut if there are many
+inline constexpr const char *kConnectionCount = "connectionCount";  // all there are
+inline constexpr const char *kPending = "pending";                  // requests that wait
+inline constexpr const char *kRelays = "relays";  // since the start, like the next
+inline constexpr const char *kRefusals = "refusals";
+inline constexpr const char *kLimits = "limits";  // an object: setting, how often it was reached
+
+// Of a connection.
+inline constexpr const char *kAddress = "address";
+inline constexpr const char *kPort = "port";
+inline constexpr const char *kLocal = "local";
+inline constexpr const char *kAuthenticated = "authenticated";
+inline constexpr const char *kCards = "cards";  // SHA-1 hashes of its certificates; cut likewise
+
+}  // namespace state_keys
+}  // namespace protocol
