@@ -6,8 +6,8 @@
 #include <exception>
 #include <iterator>
 
+#include "protocol/Commands.hpp"
 #include "protocol/JSONWriter.hpp"
-#include "protocol/MessageFields.hpp"
 #include "protocol/ParsedJSON.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
@@ -199,8 +199,8 @@ void readStatus(const json::object &object, QuillMessage &message) {
 }
 
 void readCommand(std::string_view text, QuillMessage &message) {
-  const auto *const known = std::ranges::find(kCommands, text, &Command::text);
-  if (known == kCommands.end()) {
+  const Command *const known = commandNamed(text);
+  if (known == nullptr) {
     CVNLog("invalid command--%s", text);
     return;
   }

@@ -1,93 +1,13 @@
 #include <algorithm>
-#include <initializer_list>
-#include <span>
 
+#include "protocol/Commands.hpp"
 #include "protocol/JSONCodec.hpp"
 #include "protocol/JSONWriter.hpp"
-#include "protocol/MessageFields.hpp"
 #include "support/CVNLog.hpp"
 #include "support/HexString.hpp"
 
 namespace protocol {
 namespace {
-
-using FieldList = std::span<const Field *const>;
-
-// What one command and type writes besides "type", "command" and "message_id".
-struct Row {
-  QuillCommand command;
-  QuillMessageType type;
-  const char *trace;
-  FieldList required;               // without one of these the message can't be written
-  bool status = false;              // "status"
-  FieldList emptyIfUnset = {};      // written as "" where not set
-  const Field *optional = nullptr;  // written only where set
-};
-
-constexpr const Field *kAuthentication[] = {&kChallengeSignature, &kCertificateUsedToAuthenticate};
-constexpr const Field *kConnectAnswer[] = {&kSelectedCertificateHash, &kChallenge, &kErrorMessage};
-constexpr const Field *kCardAlone[] = {&kCertificates};
-constexpr const Field *kSignRequest[] = {&kSigningCertificateHash, &kPIN, &kDataToSign};
-constexpr const Field *kSignAnswer[] = {&kSignedData};
-constexpr const Field *kUserRequest[] = {&kEphemeralUsername};
-constexpr const Field *kUserAnswer[] = {&kEphemeralPassword, &kEphemeralUsername};
-constexpr const Field *kErrorAlone[] = {&kErrorMessage};
-constexpr const Field *kDecryptRequest[] = {&kDataToDecrypt, &kPIN, &kObjectID};
-constexpr const Field *kDecryptAnswer[] = {&kDecryptedData};
-
-constexpr bool kWithStatus = true;
-
-constexpr Row kRows[] = {
-    {QuillCommandConnect,
-     QuillMessageTypeRequest,
-     "JSON QuillCommandConnect",
-     {},
-     false,
-     {},
-     &kCertificateArray},
-    {QuillCommandConnect,
-     QuillMessageTypeResponse,
-     "JSON QuillCommandConnect",
-     {},
-     kWithStatus,
-     kConnectAnswer},
-    {QuillCommandAuthenticate, QuillMessageTypeRequest, "JSON QuillCommandAuthenticate Request",
-     kAuthentication},
-    {QuillCommandAuthenticate,
-     QuillMessageTypeResponse,
-     "JSON QuillCommandAuthenticate Response",
-     {},
-     kWithStatus},
-    {QuillCommandInsert, QuillMessageTypeRequest, "JSON QuillCommandInsert Request", kCardAlone},
-    {QuillCommandInsert,
-     QuillMessageTypeResponse,
-     "JSON QuillCommandInsert Response",
-     {},
-     kWithStatus},
-    {QuillCommandRemove, QuillMessageTypeRequest, "JSON QuillCommandRemove Request", {}},
-    {QuillCommandRemove,
-     QuillMessageTypeResponse,
-     "JSON QuillCommandRemove Response",
-     {},
-     kWithStatus},
-    {QuillCommandGetCertificates,
-     QuillMessageTypeRequest,
-     "JSON QuillCommandGetCertificates Request",
-     {}},
-    {QuillCommandGetCertificates, QuillMessageTypeResponse,
-     "JSON QuillCommandGetCertificates Response", kCardAlone, kWithStatus},
-    {QuillCommandSignData, QuillMessageTypeRequest, "JSON SignData Request", kSignRequest},
-    {QuillCommandSignData, QuillMessageTypeResponse, "JSON SignData Response", kSignAnswer,
-     kWithStatus},
-    {QuillCommandCreateEmphemeralUser, QuillMessageTypeRequest,
-     "JSON QuillCommandCreateEmphemeralUser Request", kUserRequest},
-    {QuillCommandCreateEmphemeralUser, QuillMessageTypeResponse,
-     "JSON QuillCommandCreateEmphemeralUser Response", kUserAnswer, kWithStatus, kErrorAlone},
-    {QuillCommandDecryptData, QuillMessageTypeRequest, "JSON QuillCommandDecryptData Request",
-     kDecryptRequest},
-    {QuillCommandDecryptData, QuillMessageTypeResponse, "JSON QuillCommandDecryptData Response",
-     kDecryptAnswer, kWithStatus},
-};
 
 bool isSet(const Field &field, const QuillMessage &message) {
   return std::visit([&](auto place) { return static_cast<bool>(message.*place); }, field.place);
@@ -134,18 +54,20 @@ void writeField(JSONWriter &writer, const Field &field, const QuillMessage &mess
   std::visit([&](auto place) { ValueWriter{writer}(message.*place); }, field.place);
 }
 
-void writeRow(JSONWriter &writer, const Row &row, const QuillMessage &message) {
+void writeForm(JSONWriter &writer, const Command &command, const Form &form,
+               const QuillMessage &message) {
+  const bool isRequest = message.messageType == QuillMessageTypeRequest;
   writer.beginObject();
   writer.key("type");
-  writer.text(row.type == QuillMessageTypeRequest ? "request" : "response");
+  writer.text(isRequest ? "request" : "response");
   writer.key("command");
-  writer.text(kCommands[static_cast<std::size_t>(row.command)].text);
+  writer.text(command.text);
   writer.key("message_id");
   writer.text(message.messageID->text());
-  for (const Field *field : row.required) {
+  for (const Field *field : form.required) {
     writeField(writer, *field, message);
   }
-  for (const Field *field : row.emptyIfUnset) {
+  for (const Field *field : form.emptyIfUnset) {
     if (isSet(*field, message)) {
       writeField(writer, *field, message);
     } else {
@@ -153,32 +75,25 @@ void writeRow(JSONWriter &writer, const Row &row, const QuillMessage &message) {
       writer.text("");
     }
   }
-  if (row.optional != nullptr && isSet(*row.optional, message)) {
-    writeField(writer, *row.optional, message);
+  if (form.optional != nullptr && isSet(*form.optional, message)) {
+    writeField(writer, *form.optional, message);
   }
-  if (row.status) {
+  if (!isRequest) {
     writer.key("status");
     writer.boolean(message.status);
   }
   writer.endObject();
 }
 
-const Row *rowOf(const QuillMessage &message) {
-  const auto *const row = std::ranges::find_if(kRows, [&](const Row &candidate) {
-    return candidate.command == message.command && candidate.type == message.messageType;
-  });
-  return row == std::end(kRows) ? nullptr : row;
+bool canWrite(const Form &form, const QuillMessage &message) {
+  return message.messageID && std::ranges::all_of(form.required, [&](const Field *field) {
+           return isSet(*field, message);
+         });
 }
 
-bool canWrite(const Row *row, const QuillMessage &message) {
-  return row != nullptr && message.messageID &&
-         std::ranges::all_of(row->required,
-                             [&](const Field *field) { return isSet(*field, message); });
-}
-
-void traceRow(const Row &row, const QuillMessage &message) {
-  CVNLogDebug("%s", row.trace);
-  if (row.optional == &kCertificateArray) {
+void traceForm(const Form &form, const QuillMessage &message) {
+  CVNLogDebug("%s", form.trace);
+  if (form.optional == &kCertificateArray) {
     if (message.certificateArray) {
       CVNLogDebug("JSON certificateArray Request");
     } else {
@@ -196,15 +111,17 @@ bool appendJSON(CleansedBytes &output, const QuillMessage &message) {
     CVNLog("invalid message type: %li", message.messageType);
     return false;
   }
-  const Row *row = rowOf(message);
-  if (!canWrite(row, message)) {
+  const Command *const command = commandOf(message.command);
+  const bool isRequest = message.messageType == QuillMessageTypeRequest;
+  if (command == nullptr || !canWrite(isRequest ? command->request : command->response, message)) {
     // the writer has no error of its own to tell
     CVNLog("%s", "(null)");
     return false;
   }
-  traceRow(*row, message);
+  const Form &form = isRequest ? command->request : command->response;
+  traceForm(form, message);
   JSONWriter writer(output);
-  writeRow(writer, *row, message);
+  writeForm(writer, *command, form, message);
   return true;
 }
 

@@ -80,24 +80,4 @@ inline constexpr std::array kFieldsAsRead{
     &kSigningCertificateHash,
 };
 
-// A command on the wire.
-struct Command {
-  std::string_view text;
-  QuillCommand command;
-  const char *trace;  // when it is read
-};
-
-inline constexpr std::array kCommands{
-    Command{"connect", QuillCommandConnect, "QuillCommandConnectString received"},
-    Command{"authenticate", QuillCommandAuthenticate, "QuillCommandAuthenticateString received"},
-    Command{"insert", QuillCommandInsert, "QuillCommandInsertString received"},
-    Command{"remove", QuillCommandRemove, "QuillCommandRemoveString received"},
-    Command{"get_certificates", QuillCommandGetCertificates,
-            "QuillCommandGetCertificatesString received"},
-    Command{"sign_data", QuillCommandSignData, "QuillCommandSignDataString received"},
-    Command{"create_user", QuillCommandCreateEmphemeralUser,
-            "QuillCommandCreateEmphemeralUserString received"},
-    Command{"decrypt_data", QuillCommandDecryptData, "QuillCommandDecryptDataString received"},
-};
-
 }  // namespace protocol

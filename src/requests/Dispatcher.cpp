@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "protocol/Commands.hpp"
 #include "requests/ClientAuthentication.hpp"
 #include "requests/Relay.hpp"
 #include "requests/Request.hpp"
@@ -20,43 +21,40 @@ struct OptIn {
   Sender sender = anyone;
 };
 
+// How a request is served. What its message holds, protocol/Commands says.
 struct Route {
   QuillCommand command;
   const char *trace;
   Sender sender;
-  OptIn optIn;
   void (*handle)(Request &request);
+  OptIn optIn = {};
+  void (*completeRefusal)(QuillMessage &reply) = nullptr;  // what it says besides empty values
 };
 
+constexpr const char *kRelayTrace = "Command: QuillCommandSignData or QuillCommandDecryptData";
+
 constexpr Route kRoutes[] = {
-    {QuillCommandConnect, "Command: QuillCommandConnect", anyone, {}, handleConnect},
-    {QuillCommandAuthenticate, "Command: QuillCommandAuthenticate", anyone, {}, handleAuthenticate},
+    {QuillCommandConnect, "Command: QuillCommandConnect", anyone, handleConnect},
+    {QuillCommandAuthenticate, "Command: QuillCommandAuthenticate", anyone, handleAuthenticate},
     {QuillCommandInsert,
      "Command: QuillCommandInsert",
      anyone,
-     {&support::kInsertRequiresAuthentication, authenticated},
-     handleInsert},
-    {QuillCommandRemove, "Command: QuillCommandRemove", authenticated, {}, handleRemove},
+     handleInsert,
+     {&support::kInsertRequiresAuthentication, authenticated}},
+    {QuillCommandRemove, "Command: QuillCommandRemove", authenticated, handleRemove},
     {QuillCommandGetCertificates,
      "Command: QuillCommandGetCertificates",
      anyone,
-     {&support::kListRequiresAuthentication, localOrAuthenticated},
-     handleGetCertificates},
-    {QuillCommandSignData,
-     "Command: QuillCommandSignData or QuillCommandDecryptData",
-     local,
-     {},
-     handleRelay},
-    {QuillCommandDecryptData,
-     "Command: QuillCommandSignData or QuillCommandDecryptData",
-     local,
-     {},
-     handleRelay},
+     handleGetCertificates,
+     {&support::kListRequiresAuthentication, localOrAuthenticated}},
+    {QuillCommandSignData, kRelayTrace, local, handleRelay},
     {QuillCommandCreateEmphemeralUser,
      "Command: QuillCommandCreateEmphemeralUser",
      authenticated,
+     handleCreateUser,
      {},
-     handleCreateUser},
+     nameScreenSharingAccount},
+    {QuillCommandDecryptData, kRelayTrace, local, handleRelay},
 };
 
 Sender senderOf(const Route &route, platform::UserDefaults &defaults) {
@@ -100,6 +98,9 @@ void dispatchRequest(RequestProcessor &processor, const QuillMessage &message,
   }
   CVNLogDebug("%s", route->trace);
   if (!maySend(senderOf(*route, processor.platform().defaults), *worker)) {
+    if (route->completeRefusal != nullptr) {
+      route->completeRefusal(request.reply);
+    }
     return refuse(request);
   }
   route->handle(request);
@@ -108,7 +109,8 @@ void dispatchRequest(RequestProcessor &processor, const QuillMessage &message,
 void dispatchResponse(RequestProcessor &processor, const QuillMessage &message,
                       const QuillWorker::Shared &worker) {
   CVNLogDebug("Message Type: Response");
-  if (message.command != QuillCommandSignData && message.command != QuillCommandDecryptData) {
+  const protocol::Command *const command = protocol::commandOf(message.command);
+  if (command == nullptr || command->certificateHash == nullptr) {
     CVNLog("invalid command: %li.", message.command);
     return;
   }

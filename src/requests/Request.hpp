@@ -19,7 +19,4 @@ struct Request {
 // client can read the refusal and find it by its message ID.
 void refuse(Request &request);
 
-// An empty list: an answer without a list could not be written.
-[[nodiscard]] QuillMessage::Certificates noCertificates();
-
 }  // namespace requests

@@ -26,7 +26,7 @@ void setFailure(QuillMessage &reply, const char *text) {
   reply.status = false;
   reply.errorMessage = text;
   reply.ephemeralPassword = SecretText{};
-  reply.ephemeralUsername = kScreenSharingAccount;
+  nameScreenSharingAccount(reply);
 }
 
 // The steps that block.
@@ -56,7 +56,7 @@ bool setFreshPassword(Request &request, platform::DirectoryRecord &record) {
   std::string encoded = support::base64EncodedString(base::viewOf(password.reveal()));
   request.reply.ephemeralPassword = SecretText(encoded);
   base::cleanse(encoded.data(), encoded.size());
-  request.reply.ephemeralUsername = kScreenSharingAccount;
+  nameScreenSharingAccount(request.reply);
   CVNLogDebug("setting password for screen sharing");
   if (!request.processor.changeTokenUserPassword(password)) {
     CVNLog("rejected password. trying again.");
@@ -82,6 +82,10 @@ std::unique_ptr<platform::Authorization> authorize(platform::Accounts &accounts)
 }
 
 }  // namespace
+
+void nameScreenSharingAccount(QuillMessage &reply) {
+  reply.ephemeralUsername = kScreenSharingAccount;
+}
 
 void handleCreateUser(Request &request) {
   const auto record = findRecord(request.processor.platform());

@@ -11,4 +11,7 @@ inline constexpr const char *kScreenSharingAccount = "cvnkfyvncuser";
 // the account is looked up and its password set.
 void handleCreateUser(Request &request);
 
+// Every answer says which account it is about.
+void nameScreenSharingAccount(QuillMessage &reply);
+
 }  // namespace requests

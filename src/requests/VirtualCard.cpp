@@ -8,6 +8,7 @@
 #include "base/Descriptor.hpp"
 #include "base/Places.hpp"
 #include "base/Root.hpp"
+#include "protocol/Commands.hpp"
 
 namespace requests {
 
@@ -46,9 +47,7 @@ void handleRemove(Request &request) {
 void handleGetCertificates(Request &request) {
   request.reply.status = true;
   request.reply.certificates = request.processor.certificates;
-  if (!request.reply.certificates) {
-    request.reply.certificates = noCertificates();
-  }
+  protocol::setRequiredEmpty(request.reply);  // where nobody has inserted
   request.worker->sendMessage(request.reply);
 }
 
