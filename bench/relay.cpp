@@ -17,8 +17,8 @@
 #include "client/Connection.hpp"
 #include "client/Dialing.hpp"
 #include "crypto/HashAlgorithm.hpp"
+#include "encodings/HexString.hpp"
 #include "protocol/Frame.hpp"
-#include "support/HexString.hpp"
 
 namespace bench {
 namespace {
@@ -106,12 +106,12 @@ struct Course {
 };
 
 void insertCard(Peer &holder, const crypto::Identity &card) {
-  const Bytes hash = support::sha1(card.key.publicKey().externalRepresentation().value());
+  const Bytes hash = encodings::sha1(card.key.publicKey().externalRepresentation().value());
   const auto reply = holder.ask(QuillMessage::initCommandMessageConnectWithCertificate({hash}));
   (void)holder.ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
       card.key.signRawPKCS1(reply.challenge.value()).value(), card.certificate.der()));
-  support::CertificateInfo info;
-  info.certificate = support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
+  encodings::CertificateInfo info;
+  info.certificate = encodings::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
   const std::vector<protocol::CardElement> list{info};
   (void)holder.ask(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
       protocol::makeCardList(list)));

@@ -4,15 +4,15 @@
 #include <algorithm>
 
 #include "Expect.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const std::string_view text = base::textOf({data, size});
-  const Bytes bytes = support::dataFromBase64String(text);
+  const Bytes bytes = encodings::dataFromBase64String(text);
   expect(bytes.size() <= size &&
-         support::dataFromBase64String(support::base64EncodedString(bytes)) == bytes);
+         encodings::dataFromBase64String(encodings::base64EncodedString(bytes)) == bytes);
   const bool isASCII = std::ranges::all_of(text, [](char letter) { return (letter & 0x80) == 0; });
-  const auto field = support::dataFromBase64Field(text);
+  const auto field = encodings::dataFromBase64Field(text);
   expect(!field || !isASCII || base::equal(*field, bytes));
   return 0;
 }

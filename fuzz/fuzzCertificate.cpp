@@ -6,8 +6,8 @@
 #include "Expect.hpp"
 #include "base/UTF8.hpp"
 #include "crypto/Certificate.hpp"
+#include "encodings/HexString.hpp"
 #include "protocol/CardList.hpp"
-#include "support/HexString.hpp"
 
 namespace {
 
@@ -25,7 +25,8 @@ void read(const crypto::Certificate &certificate) {
   const auto again = crypto::Certificate::fromDER(der);
   expect(again && again->der() == der && again->subject() == certificate.subject());
   expect(base::isUTF8(base::viewOf(certificate.subject())));
-  expect(certificate.sha1() == support::sha1(der) && certificate.sha256() == support::sha256(der));
+  expect(certificate.sha1() == encodings::sha1(der) &&
+         certificate.sha256() == encodings::sha256(der));
   expect(crypto::Certificate::allFromPEM(base::viewOf(certificate.pem())).size() == 1);
   expect(base::isUTF8(base::viewOf(certificate.commonName().value_or(""))));
   expect(!certificate.subjectDER().empty() && !certificate.issuerDER().empty());
@@ -48,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     read(certificate);
   }
   (void)protocol::certificateSHA1In(base::textOf(input));
-  expect(protocol::certificateSHA1In(support::base64EncodedString(input)) ==
-         (input.empty() ? Bytes{} : support::sha1(input)));
+  expect(protocol::certificateSHA1In(encodings::base64EncodedString(input)) ==
+         (input.empty() ? Bytes{} : encodings::sha1(input)));
   return 0;
 }

@@ -23,7 +23,7 @@
 #include "fakes/MadeIdentity.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "protocol/Frame.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace {
 
@@ -39,7 +39,7 @@ struct World {
   crypto::Identity client =
       fakes::identityOf(*crypto::PrivateKey::generateRSA(/*bits=*/1024), "client");
   Bytes clientDER = client.certificate.der();
-  Bytes clientHash = support::sha1(*client.key.publicKey().externalRepresentation());
+  Bytes clientHash = encodings::sha1(*client.key.publicKey().externalRepresentation());
 };
 
 struct Peer {
@@ -63,7 +63,7 @@ class Row {
     tools_.answers = {
         "SmartCard: com.corvane.keyferry.ctkextension\nPaired identities which are "
         "used for authentication\n" +
-        support::hexString(world.clientHash)};
+        encodings::hexString(world.clientHash)};
     expect(manager_.setupListener() && manager_.setupLocalListener());
   }
 
@@ -112,13 +112,13 @@ class Row {
     const unsigned more = input_.byte();
     QuillMessage message = fakes::fullMessage(kind / 2 % 8, kind % 2);
     message.messageID.emplace().bytes[0] = static_cast<std::uint8_t>(kind / 16);
-    message.certificateArray.emplace({support::ArrayElement(world_.clientHash)});
+    message.certificateArray.emplace({encodings::ArrayElement(world_.clientHash)});
     // the card holds the client's own certificate, or another
     const Bytes held = more % 2 == 0 ? world_.clientDER : Bytes{1};
     const protocol::CardElement element =
-        support::CertificateInfo{support::base64EncodedString(held), true, true, true, "", {}};
+        encodings::CertificateInfo{encodings::base64EncodedString(held), true, true, true, "", {}};
     message.certificates = protocol::makeCardList({&element, 1});
-    message.signingCertificateHash = message.objectID = support::sha1(held);
+    message.signingCertificateHash = message.objectID = encodings::sha1(held);
     message.challengeSignature = Bytes(256);
     message.certificateUsedToAuthenticate = world_.clientDER;
     const Peer &challenged = peers_[more / 2 % 4];
@@ -169,9 +169,10 @@ class Row {
   }
 
   void set(Peer & /*peer*/, unsigned value) {
-    const support::Setting &setting = *support::kSettings[input_.below(support::kSettings.size())];
+    const settings::Setting &setting =
+        *settings::kSettings[input_.below(settings::kSettings.size())];
     auto &stored = defaults_.values[std::string(setting.domain) + "/" + setting.key];
-    if (setting.type == support::SettingType::boolean) {
+    if (setting.type == settings::SettingType::boolean) {
       stored = value % 2 == 1;
     } else {
       stored = std::int64_t{value};
@@ -220,7 +221,7 @@ class Row {
       expect(!asked.empty() && asked.mapped().requester == to.worker &&
              message.json() == last_->json() &&
              (asked.mapped().holder == from.worker ||
-              !support::isOn(support::kAnswersOnlyFromHolder, defaults_)));
+              !settings::isOn(settings::kAnswersOnlyFromHolder, defaults_)));
     }
   }
 
@@ -230,7 +231,7 @@ class Row {
   fakes::FakeUserDefaults defaults_;
   fakes::FakeToolRunner tools_;
   fakes::FakeAccounts accounts_;
-  support::LimitLog limits_{clock_};
+  logging::LimitLog limits_{clock_};
   fakes::FakeNetwork network_;
   fakes::FakeItemStore store_;
   fakes::FakeMainQueue queue_;

@@ -7,7 +7,7 @@
 #include "ctl/DateText.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/LocalDaemon.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -19,7 +19,7 @@ Facts factsOf(const CardCertificate &card) {
   return {{"label", "label", card.info.label},
           {"commonName", "common name", card.certificate.commonName().value_or("")},
           {"subject", "subject", card.certificate.subject()},
-          {"sha1", "SHA-1", support::hexString(card.certificate.sha1())},
+          {"sha1", "SHA-1", encodings::hexString(card.certificate.sha1())},
           {"key", "key", key ? key->description() : "unknown"},
           {"canSign", "can sign", card.info.canSign},
           {"canDecrypt", "can decrypt", card.info.canDecrypt},

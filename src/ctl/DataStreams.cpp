@@ -8,7 +8,7 @@
 
 #include "base/Bytes.hpp"
 #include "base/Files.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -55,7 +55,7 @@ Outcome writeOutput(const std::string &path, ByteView content, unsigned mode, Se
                                                           : Outcome(Failure{error.description, ""});
   }
   if (session.outputIsTerminal) {
-    session.output << support::base64EncodedString(content) << '\n';
+    session.output << encodings::base64EncodedString(content) << '\n';
   } else {
     session.output << base::textOf(content);
   }

@@ -15,22 +15,22 @@
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/StoredSettings.hpp"
-#include "support/DebugMode.hpp"
+#include "logging/DebugMode.hpp"
 
 namespace ctl {
 namespace {
 
 std::string markerPath() {
-  return base::rooted(support::kDebugMarker);
+  return base::rooted(logging::kDebugMarker);
 }
 
 bool isTurnedOnBySetting() {
-  const auto value = storedSetting(support::kDebugLogging.domain, support::kDebugLogging.key);
+  const auto value = storedSetting(settings::kDebugLogging.domain, settings::kDebugLogging.key);
   return value && platform::booleanOf(*value).value_or(false);
 }
 
 std::string logFolder() {
-  const auto value = storedSetting(support::kLogFolderPath.domain, support::kLogFolderPath.key);
+  const auto value = storedSetting(settings::kLogFolderPath.domain, settings::kLogFolderPath.key);
   const auto *const text = value ? std::get_if<std::string>(&*value) : nullptr;
   const std::string folder = text == nullptr ? "" : *text;
   return !folder.empty() && base::fileExists(base::rooted(folder)) ? folder : "/tmp/kfy";

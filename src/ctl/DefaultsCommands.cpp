@@ -10,22 +10,22 @@
 #include "ctl/Commands.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/StoredSettings.hpp"
-#include "support/SettingFaults.hpp"
+#include "settings/SettingFaults.hpp"
 
 namespace ctl {
 namespace {
 
 using platform_linux::Setting;
 using platform_linux::SettingsFile;
-using support::SettingFault;
+using settings::SettingFault;
 
 struct Options {
   std::string key;
   std::string value;
 };
 
-constexpr std::string_view kDomains[] = {support::kIdentityDomain, platform::kStandardDefaults,
-                                         support::kDriverDomain};
+constexpr std::string_view kDomains[] = {settings::kIdentityDomain, platform::kStandardDefaults,
+                                         settings::kDriverDomain};
 
 Failure unknownKey(const Options &options, const char *command) {
   return {"there is no setting \"" + options.key + "\"",
@@ -37,7 +37,7 @@ Failure unknownKey(const Options &options, const char *command) {
 // What is told of one setting; `fault` is null if nothing is wrong with it.
 Facts factsOf(const std::string &key, std::string_view domain, const std::string &value, bool isSet,
               const SettingFault *fault) {
-  const auto *const known = support::settingWithKey(key, domain);
+  const auto *const known = settings::settingWithKey(key, domain);
   return {{"key", "setting", key},
           {"domain", "domain", std::string(domain)},
           {"value", "value", value},
@@ -55,7 +55,7 @@ std::string rowOf(const Facts &facts, const SettingFault *fault) {
   const std::string value = text(2).empty() && !isSet ? "(not set)" : text(2);
   const char *const origin = isSet || text(2).empty() ? "" : " (default)";
   std::string row = base::displayText(text(0) + " = " + value + origin + "  # " + text(4)) + "\n";
-  return fault == nullptr ? row : row + "  ! " + base::displayText(support::lineOf(*fault)) + "\n";
+  return fault == nullptr ? row : row + "  ! " + base::displayText(settings::lineOf(*fault)) + "\n";
 }
 
 struct Listing {
@@ -70,18 +70,18 @@ struct Listing {
 
 // What stands in one file, known or not, then the known ones that don't.
 void addDomain(Listing &listing, std::string_view domain, const std::vector<Setting> &settings) {
-  const auto faults = support::faultsIn(domain, settings);
+  const auto faults = settings::faultsIn(domain, settings);
   for (const Setting &setting : settings) {
     const auto fault = std::ranges::find(faults, setting.key, &SettingFault::key);
     const SettingFault *const found = fault == faults.end() ? nullptr : &*fault;
     listing.add(
-        factsOf(setting.key, domain, support::written(setting.value), /*isSet=*/true, found),
+        factsOf(setting.key, domain, settings::written(setting.value), /*isSet=*/true, found),
         found);
   }
-  for (const support::Setting *known : support::kSettings) {
+  for (const settings::Setting *known : settings::kSettings) {
     if (known->domain == domain &&
         std::ranges::find(settings, known->key, &Setting::key) == settings.end()) {
-      listing.add(factsOf(known->key, domain, support::writtenDefault(*known), /*isSet=*/false,
+      listing.add(factsOf(known->key, domain, settings::writtenDefault(*known), /*isSet=*/false,
                           /*fault=*/nullptr),
                   /*fault=*/nullptr);
     }
@@ -112,12 +112,12 @@ Outcome readDefault(const Options &options, Session &session) {
   if (!stored && !error.description.empty()) {
     return failureFrom(error, "kfyctl defaults read " + options.key);
   }
-  const std::string value = stored ? support::written(*stored) : support::writtenDefault(*known);
+  const std::string value = stored ? settings::written(*stored) : settings::writtenDefault(*known);
   if (value.empty()) {
     return Failure{options.key + " is not set", "kfyctl defaults write " + options.key + " VALUE"};
   }
   const std::vector<Setting> all{{options.key, stored.value_or(value)}};
-  const auto faults = stored ? support::faultsIn(known->domain, all) : std::vector<SettingFault>();
+  const auto faults = stored ? settings::faultsIn(known->domain, all) : std::vector<SettingFault>();
   session.output << (session.json ? jsonOf(factsOf(options.key, known->domain, value,
                                                    /*isSet=*/stored.has_value(),
                                                    faults.empty() ? nullptr : &faults.front()))

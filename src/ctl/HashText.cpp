@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -26,8 +26,9 @@ bool isHexadecimal(std::string_view text) {
 
 std::optional<Bytes> sha1FromText(std::string_view text) {
   const std::string digits = plainDigits(text);
-  return digits.size() == kSHA1Digits && isHexadecimal(digits) ? support::dataWithHexString(digits)
-                                                               : std::nullopt;
+  return digits.size() == kSHA1Digits && isHexadecimal(digits)
+             ? encodings::dataWithHexString(digits)
+             : std::nullopt;
 }
 
 }  // namespace ctl

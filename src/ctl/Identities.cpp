@@ -13,12 +13,12 @@
 #include "ctl/HashText.hpp"
 #include "ctl/KeychainTrouble.hpp"
 #include "ctl/StoredSettings.hpp"
+#include "encodings/HexString.hpp"
 #include "identity/FingerprintText.hpp"
 #include "identity/NewIdentity.hpp"
 #include "identity/PinnedCertificate.hpp"
 #include "identity/QueryWithAttributes.hpp"
 #include "platform/TokenWatcher.hpp"
-#include "support/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -30,7 +30,7 @@ std::string quoted(const std::string &text) {
 
 std::optional<std::string> settingText(const char *key, Failure &failure) {
   Error error;
-  const auto value = storedSetting(support::kIdentityDomain, key, &error);
+  const auto value = storedSetting(settings::kIdentityDomain, key, &error);
   failure = failureFrom(error, "kfyctl identity show");
   const auto *const text = value ? std::get_if<std::string>(&*value) : nullptr;
   return text == nullptr ? std::nullopt : std::optional(*text);
@@ -116,9 +116,10 @@ std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Sess
 }
 
 std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) {
-  const auto hashText = settingText(support::kIdentityHash.key, failure);
-  const auto name = hashText.value_or("").empty() ? settingText(support::kIdentityName.key, failure)
-                                                  : std::nullopt;
+  const auto hashText = settingText(settings::kIdentityHash.key, failure);
+  const auto name = hashText.value_or("").empty()
+                        ? settingText(settings::kIdentityName.key, failure)
+                        : std::nullopt;
   const bool nothingIsSet = hashText.value_or("").empty() && name.value_or("").empty();
   if (nothingIsSet && !failure.what.empty()) {
     return std::nullopt;
@@ -128,7 +129,7 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
                "kfyctl identity create --common-name $(hostname)"};
     return std::nullopt;
   }
-  const auto hash = name ? std::nullopt : support::dataWithHexString(*hashText);
+  const auto hash = name ? std::nullopt : encodings::dataWithHexString(*hashText);
   const auto records = allThatMatch(
       name ? hasLabel(base::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})), session, failure);
   if (records && records->empty()) {
@@ -165,8 +166,8 @@ void tellOf(const IdentityRecord &record, bool wasThere, Session &session) {
 Outcome useIdentity(const IdentityRecord &record) {
   const std::string command = "kfyctl identity use " + hashOf(record);
   Error error;
-  const platform_linux::SettingsFile settings(pathOfDomain(support::kIdentityDomain));
-  if (!settings.set(support::kIdentityHash.key, hashOf(record), &error) ||
+  const platform_linux::SettingsFile settings(pathOfDomain(settings::kIdentityDomain));
+  if (!settings.set(settings::kIdentityHash.key, hashOf(record), &error) ||
       !identity::publishPinnedCertificate(record.reference->certificate, &error)) {
     return failureFrom(error, command);
   }
@@ -174,7 +175,7 @@ Outcome useIdentity(const IdentityRecord &record) {
 }
 
 std::string hashOf(const IdentityRecord &record) {
-  return support::hexString(record.reference->certificate.sha1());
+  return encodings::hexString(record.reference->certificate.sha1());
 }
 
 std::string labelOf(const IdentityRecord &record) {
@@ -187,13 +188,13 @@ Facts factsOf(const IdentityRecord &record, bool isInUse) {
   return {{"label", "label", labelOf(record)},
           {"commonName", "common name", commonNameOf(record)},
           {"sha1", "SHA-1", hashOf(record)},
-          {"sha256", "SHA-256", support::hexString(certificate.sha256()),
+          {"sha256", "SHA-256", encodings::hexString(certificate.sha256()),
            identity::fingerprintText(certificate.sha256())},
           {"notBefore", "valid from", dateText(certificate.notBefore())},
           {"notAfter", "valid until", dateText(certificate.notAfter())},
           {"key", "key", key ? key->description() : "unknown"},
           {"publicKeyHash", "public-key hash",
-           support::hexString(record.publicKeyHash.value_or(Bytes()))},
+           encodings::hexString(record.publicKeyHash.value_or(Bytes()))},
           {"inUse", "used by kfyd", isInUse}};
 }
 

@@ -7,8 +7,8 @@
 #include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "client/PinnedServer.hpp"
+#include "encodings/HexString.hpp"
 #include "protocol/CardList.hpp"
-#include "support/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -44,8 +44,9 @@ Failure refusal(const std::string &what) {
           "kfyctl status; journalctl -u kfyd.service -n 20"};
 }
 
-std::optional<CardCertificate> cardCertificateFrom(support::CertificateInfo info) {
-  auto certificate = crypto::Certificate::fromDER(support::dataFromBase64String(info.certificate));
+std::optional<CardCertificate> cardCertificateFrom(encodings::CertificateInfo info) {
+  auto certificate =
+      crypto::Certificate::fromDER(encodings::dataFromBase64String(info.certificate));
   return certificate ? std::optional(CardCertificate{std::move(*certificate), std::move(info)})
                      : std::nullopt;
 }
@@ -103,7 +104,7 @@ std::optional<CardCertificate> LocalDaemon::certificate(ByteView hash, Failure &
     return base::equal(card.certificate.sha1(), hash);
   });
   if (found == list->end()) {
-    failure = {"the card holds no certificate with the SHA-1 hash " + support::hexString(hash),
+    failure = {"the card holds no certificate with the SHA-1 hash " + encodings::hexString(hash),
                "kfyctl certificates"};
     return std::nullopt;
   }

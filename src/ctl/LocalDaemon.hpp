@@ -10,7 +10,7 @@
 #include "client/Connection.hpp"
 #include "crypto/Certificate.hpp"
 #include "ctl/Outcome.hpp"
-#include "support/CertificateInfo.hpp"
+#include "encodings/CertificateInfo.hpp"
 
 namespace ctl {
 
@@ -20,7 +20,7 @@ namespace ctl {
 // A certificate of the virtual card, with what its remote client says of it.
 struct CardCertificate {
   crypto::Certificate certificate;
-  support::CertificateInfo info;
+  encodings::CertificateInfo info;
 };
 
 // The daemon of this machine, as a local client sees it.

@@ -9,9 +9,9 @@
 
 #include "base/Files.hpp"
 #include "base/FolderForAll.hpp"
+#include "encodings/HexString.hpp"
 #include "identity/ListingTexts.hpp"
 #include "linux/defaults/SettingsFile.hpp"
-#include "support/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -30,7 +30,7 @@ bool belongsToOthers(const struct stat &status) {
 
 std::optional<Pairing> pairingFrom(const platform_linux::Setting &setting) {
   const auto *const digits = std::get_if<std::string>(&setting.value);
-  auto hash = digits == nullptr ? std::nullopt : support::dataWithHexString(*digits);
+  auto hash = digits == nullptr ? std::nullopt : encodings::dataWithHexString(*digits);
   if (!hash || hash->size() != kHashBytes) {
     return std::nullopt;
   }
@@ -98,7 +98,7 @@ bool PairingFile::write(std::span<const Pairing> pairings, Error *error) const {
   }
   for (const Pairing &pairing : pairings) {
     text = text ? platform_linux::withSetting(*text, pairing.user,
-                                              support::hexString(pairing.publicKeyHash), error)
+                                              encodings::hexString(pairing.publicKeyHash), error)
                 : text;
   }
   return text && base::makeFolderForAll(path_.substr(0, path_.rfind('/')), error) &&
@@ -111,7 +111,7 @@ std::string listingOf(std::span<const Pairing> pairings) {
     listing.append(identity::kListingPairedLine).append("\n");
   }
   for (const Pairing &pairing : pairings) {
-    listing += support::hexString(pairing.publicKeyHash) + "\t" + pairing.user + "\n";
+    listing += encodings::hexString(pairing.publicKeyHash) + "\t" + pairing.user + "\n";
   }
   return listing;
 }

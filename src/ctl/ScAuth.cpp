@@ -11,7 +11,7 @@
 #include "ctl/Facts.hpp"
 #include "ctl/PairingHash.hpp"
 #include "ctl/Pairings.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace ctl {
 namespace {
@@ -43,7 +43,7 @@ Outcome listPairings(Session &session) {
   }
   std::vector<Facts> list;
   for (const Pairing &pairing : *pairings) {
-    list.push_back({{"publicKeyHash", "key", support::hexString(pairing.publicKeyHash)},
+    list.push_back({{"publicKeyHash", "key", encodings::hexString(pairing.publicKeyHash)},
                     {"user", "user", pairing.user}});
   }
   session.output << jsonOf(list);
@@ -67,7 +67,7 @@ Outcome pair(const PairOptions &options, Session &session) {
   }
   const Pairing wanted{options.user, *hash};
   const std::string command =
-      "pair --user " + options.user + " --hash " + support::hexString(*hash);
+      "pair --user " + options.user + " --hash " + encodings::hexString(*hash);
   const auto pairings = pairingFile().read(&error);
   if (!pairings) {
     return unusable(error, command);
@@ -75,14 +75,14 @@ Outcome pair(const PairOptions &options, Session &session) {
   const bool isOther = !pairings->empty() && (pairings->size() > 1 || pairings->front() != wanted);
   if (isOther && !options.replace) {
     return Failure{"this machine is already paired, key " +
-                       support::hexString(pairings->front().publicKeyHash) + " for user \"" +
+                       encodings::hexString(pairings->front().publicKeyHash) + " for user \"" +
                        pairings->front().user + "\", and only one key can be",
                    "sc_auth " + command + " --replace"};
   }
   if (!pairingFile().write(std::span(&wanted, 1), &error)) {
     return unusable(error, command);
   }
-  session.notes << "sc_auth: key " << support::hexString(*hash) << " is paired with user \""
+  session.notes << "sc_auth: key " << encodings::hexString(*hash) << " is paired with user \""
                 << options.user << "\"\n";
   return std::nullopt;
 }

@@ -20,8 +20,8 @@
 #include "ctl/LocalDaemon.hpp"
 #include "ctl/Pairings.hpp"
 #include "ctl/StoredSettings.hpp"
-#include "support/HexString.hpp"
-#include "support/SettingFaults.hpp"
+#include "encodings/HexString.hpp"
+#include "settings/SettingFaults.hpp"
 
 namespace ctl {
 namespace {
@@ -74,8 +74,8 @@ void lookAtSettings(std::string_view domain, std::vector<Finding> &findings) {
     return;
   }
   findings.push_back(good("settings", path + ": " + std::to_string(settings->size()) + " set"));
-  for (const support::SettingFault &fault : support::faultsIn(domain, *settings)) {
-    Finding finding = bad("setting", {path + ": " + support::lineOf(fault), "sudo editor " + path});
+  for (const settings::SettingFault &fault : settings::faultsIn(domain, *settings)) {
+    Finding finding = bad("setting", {path + ": " + settings::lineOf(fault), "sudo editor " + path});
     finding.facts = {{"key", "", fault.key},
                      {"wrong", "", fault.wrong},
                      {"inForce", "", fault.inForce},
@@ -125,7 +125,7 @@ Finding lookAtPairing() {
     return bad("pairing", {"no key is paired with a user, so no remote client can authenticate",
                            "sudo sc_auth pair --user USER --hash HASH"});
   }
-  return good("pairing", "key " + support::hexString(pairings->front().publicKeyHash) +
+  return good("pairing", "key " + encodings::hexString(pairings->front().publicKeyHash) +
                              " for user \"" + pairings->front().user + "\"");
 }
 
@@ -197,7 +197,7 @@ std::vector<Finding> lookAround(Session &session, const std::optional<DaemonStat
                                 const Error &stateError) {
   std::vector<Finding> findings{lookAtRoot()};
   for (const std::string_view domain :
-       {support::kIdentityDomain, platform::kStandardDefaults, support::kDriverDomain}) {
+       {settings::kIdentityDomain, platform::kStandardDefaults, settings::kDriverDomain}) {
     lookAtSettings(domain, findings);
   }
   findings.push_back(lookAtKeychain(session));

@@ -10,16 +10,16 @@
 #include "base/LowerCase.hpp"
 #include "base/Root.hpp"
 #include "ctl/HashText.hpp"
-#include "support/HexString.hpp"
-#include "support/Nearest.hpp"
-#include "support/SettingFaults.hpp"
+#include "encodings/HexString.hpp"
+#include "settings/Nearest.hpp"
+#include "settings/SettingFaults.hpp"
 
 namespace ctl {
 namespace {
 
 using platform::SettingValue;
-using support::Setting;
-using support::SettingType;
+using settings::Setting;
+using settings::SettingType;
 
 std::optional<SettingValue> booleanFrom(const std::string &text) {
   const std::string lowered = base::lowerCase(text);
@@ -42,7 +42,7 @@ std::optional<SettingValue> integerFrom(const std::string &text) {
 
 std::optional<SettingValue> hashFrom(const std::string &text) {
   const auto hash = sha1FromText(text);
-  return hash ? std::optional<SettingValue>(support::hexString(*hash)) : std::nullopt;
+  return hash ? std::optional<SettingValue>(encodings::hexString(*hash)) : std::nullopt;
 }
 
 std::optional<SettingValue> valueFrom(const Setting &setting, const std::string &text) {
@@ -64,31 +64,31 @@ std::optional<SettingValue> valueFrom(const Setting &setting, const std::string 
 
 const Setting *knownSetting(std::string_view key) {
   const auto row = std::ranges::find_if(
-      support::kSettings, [&](const Setting *setting) { return setting->key == key; });
-  return row == support::kSettings.end() ? nullptr : *row;
+      settings::kSettings, [&](const Setting *setting) { return setting->key == key; });
+  return row == settings::kSettings.end() ? nullptr : *row;
 }
 
 std::string nearestKnownKey(std::string_view key) {
   std::vector<std::string> keys;
-  keys.reserve(support::kSettings.size());
-  for (const Setting *setting : support::kSettings) {
+  keys.reserve(settings::kSettings.size());
+  for (const Setting *setting : settings::kSettings) {
     keys.emplace_back(setting->key);
   }
-  return support::nearestTo(key, keys);
+  return settings::nearestTo(key, keys);
 }
 
 std::optional<SettingValue> settingValueFrom(const Setting &setting, const std::string &text,
                                              Error *error) {
   auto value = valueFrom(setting, text);
   if (value &&
-      !support::faultsIn(setting.domain, std::array{platform::StoredSetting{setting.key, *value}})
+      !settings::faultsIn(setting.domain, std::array{platform::StoredSetting{setting.key, *value}})
            .empty()) {
     value.reset();
   }
   if (!value) {
     base::report(
         error, "settings", 0,
-        std::string(setting.key) + " is " + support::kindOf(setting) + ", not \"" + text + "\"");
+        std::string(setting.key) + " is " + settings::kindOf(setting) + ", not \"" + text + "\"");
   }
   return value;
 }

@@ -6,12 +6,12 @@
 
 #include "base/Error.hpp"
 #include "linux/defaults/SettingsFile.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace ctl {
 
 // The setting of any domain with this key, null if there is none.
-[[nodiscard]] const support::Setting *knownSetting(std::string_view key);
+[[nodiscard]] const settings::Setting *knownSetting(std::string_view key);
 
 // The key that was probably meant by one that is not known.
 [[nodiscard]] std::string nearestKnownKey(std::string_view key);
@@ -19,7 +19,7 @@ namespace ctl {
 // Reads a value as it is typed; nothing, with the reason, if it does not fit the setting. A boolean
 // may also be "on" and "off".
 [[nodiscard]] std::optional<platform::SettingValue> settingValueFrom(
-    const support::Setting &setting, const std::string &text, Error *error = nullptr);
+    const settings::Setting &setting, const std::string &text, Error *error = nullptr);
 
 // The file of a domain, under the root.
 [[nodiscard]] std::string pathOfDomain(std::string_view domain);

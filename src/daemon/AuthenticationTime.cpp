@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace kfyd {
 namespace {
@@ -13,12 +13,12 @@ constexpr std::chrono::seconds kSecond{1};
 }  // namespace
 
 AuthenticationTime::AuthenticationTime(platform::MainQueue &queue, platform::UserDefaults &defaults,
-                                       support::LimitLog &limits,
+                                       logging::LimitLog &limits,
                                        const std::vector<QuillWorker::Shared> &workers)
     : queue_(queue), defaults_(defaults), limits_(limits), workers_(workers) {}
 
 void AuthenticationTime::begin() {
-  if (!isCounting_ && support::valueOf(support::kUnauthenticatedSeconds, defaults_) > 0) {
+  if (!isCounting_ && settings::valueOf(settings::kUnauthenticatedSeconds, defaults_) > 0) {
     isCounting_ = true;
     queue_.postAfter(kSecond, [this] { second(); });
   }
@@ -26,7 +26,7 @@ void AuthenticationTime::begin() {
 
 void AuthenticationTime::second() {
   isCounting_ = false;
-  const std::int64_t most = support::valueOf(support::kUnauthenticatedSeconds, defaults_);
+  const std::int64_t most = settings::valueOf(settings::kUnauthenticatedSeconds, defaults_);
   if (most > 0 && countSecond(static_cast<std::uint64_t>(most))) {
     begin();
   }
@@ -45,7 +45,7 @@ bool AuthenticationTime::countSecond(std::uint64_t most) {
       isOneLeft = true;
       continue;
     }
-    limits_.reached({{most, support::kUnauthenticatedSeconds.key},
+    limits_.reached({{most, settings::kUnauthenticatedSeconds.key},
                      "connection from " + worker->g_inbound_connection->peer().host +
                          " ended: it has not authenticated"});
     worker->disconnect();

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "logging/LimitLog.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/UserDefaults.hpp"
-#include "support/LimitLog.hpp"
 #include "worker/QuillWorker.hpp"
 
 namespace kfyd {
@@ -18,7 +18,7 @@ class AuthenticationTime {
  public:
   // All is borrowed and outlives this; `workers` are those that are looked at.
   AuthenticationTime(platform::MainQueue &queue, platform::UserDefaults &defaults,
-                     support::LimitLog &limits, const std::vector<QuillWorker::Shared> &workers);
+                     logging::LimitLog &limits, const std::vector<QuillWorker::Shared> &workers);
 
   // A public connection was accepted.
   void begin();
@@ -29,7 +29,7 @@ class AuthenticationTime {
 
   platform::MainQueue &queue_;
   platform::UserDefaults &defaults_;
-  support::LimitLog &limits_;
+  logging::LimitLog &limits_;
   const std::vector<QuillWorker::Shared> &workers_;
   bool isCounting_ = false;
 };

@@ -5,8 +5,8 @@
 
 #include "base/AccountFile.hpp"
 #include "base/Root.hpp"
-#include "support/CVNLog.hpp"
-#include "support/Settings.hpp"
+#include "logging/CVNLog.hpp"
+#include "settings/Settings.hpp"
 
 namespace kfyd {
 namespace {
@@ -30,7 +30,7 @@ std::string addAccounts(const std::string &name, std::vector<std::uint32_t> &use
 
 std::optional<std::vector<std::uint32_t>> LocalUsers::allowed() {
   std::istringstream names(
-      defaults_.text(platform::kStandardDefaults, support::kLocalUsers.key).value_or(""));
+      defaults_.text(platform::kStandardDefaults, settings::kLocalUsers.key).value_or(""));
   std::optional<std::vector<std::uint32_t>> users;
   std::string complaint;
   for (std::string name; names >> name;) {

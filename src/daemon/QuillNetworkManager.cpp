@@ -6,12 +6,12 @@
 #include "base/Places.hpp"
 #include "daemon/NetworkLimits.hpp"
 #include "daemon/TokenPin.hpp"
+#include "encodings/HexString.hpp"
 #include "identity/PinnedCertificate.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/Settings.hpp"
-#include "support/StandardErrorLines.hpp"
-#include "support/UnauthenticatedLines.hpp"
+#include "logging/CVNLog.hpp"
+#include "logging/StandardErrorLines.hpp"
+#include "logging/UnauthenticatedLines.hpp"
+#include "settings/Settings.hpp"
 #include "worker/ConnectionLines.hpp"
 
 namespace {
@@ -126,7 +126,7 @@ std::unique_ptr<platform::Listener> QuillNetworkManager::createAndStartListenerW
         accept(connection, localOnly);
       });
   created->setFailedHandshakeHandler([localOnly](const platform::Endpoint &peer, int errorNumber) {
-    const support::UnauthenticatedLines lines(!localOnly);
+    const logging::UnauthenticatedLines lines(!localOnly);
     worker::warnConnectionFailed(peer, errorNumber);
   });
   created->start();
@@ -137,10 +137,10 @@ void QuillNetworkManager::listenerChanged(std::uint16_t port, platform::Listener
                                           int errorNumber) {
   switch (state) {
     case platform::ListenerState::waiting:
-      support::printToStandardError("Listener on port %u (%s) waiting\n", port, "tcp");
+      logging::printToStandardError("Listener on port %u (%s) waiting\n", port, "tcp");
       break;
     case platform::ListenerState::ready:
-      support::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
+      logging::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
       state_.begin();
       // One that was killed has left its marker. Whoever has the loopback port answers for the
       // card, and nobody can have inserted one yet.
@@ -149,7 +149,7 @@ void QuillNetworkManager::listenerChanged(std::uint16_t port, platform::Listener
       }
       break;
     case platform::ListenerState::failed:
-      support::warn(errorNumber, "listener (%s) failed", "tcp");
+      logging::warn(errorNumber, "listener (%s) failed", "tcp");
       if (errorNumber == EADDRINUSE) {
         CVNLog(
             "port %u is taken by %s: nobody reaches this kfyd there; end that program, then "
@@ -169,12 +169,12 @@ CVNKeychain::IdentityReference QuillNetworkManager::findServerIdentity() const {
   const auto name = defaults.text(kSettingsDomain, "ssl_certificate_common_name");
   const auto pin = kfyd::tlsTokenPin(defaults);
   if (hashText && !hashText->empty()) {
-    const std::optional<Bytes> hash = support::dataWithHexString(*hashText);
+    const std::optional<Bytes> hash = encodings::dataWithHexString(*hashText);
     auto identity =
         keychain.findIdentityWithSHA1Hash(hash.value_or(Bytes{}), /*tokenOnly=*/false, pin);
     if (!identity) {
       CVNLog("SSL identity not found with sha1 hash of %@. exiting",
-             hash ? std::optional(support::hexString(*hash)) : std::nullopt);
+             hash ? std::optional(encodings::hexString(*hash)) : std::nullopt);
     }
     return identity;
   }
@@ -261,7 +261,7 @@ bool QuillNetworkManager::withdrawsCard(const QuillWorker::Shared &worker) const
     return false;
   }
   return cardInserter.lock() == worker ||
-         !support::isOn(support::kCardEndsWithItsConnection, platform_.processing.defaults);
+         !settings::isOn(settings::kCardEndsWithItsConnection, platform_.processing.defaults);
 }
 
 // The observer of "CVNNotificationConnectionDisconnected".

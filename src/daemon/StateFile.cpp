@@ -13,10 +13,10 @@
 #include "base/FolderForAll.hpp"
 #include "base/Places.hpp"
 #include "base/Root.hpp"
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "protocol/StateKeys.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
 
 namespace kfyd {
 namespace {
@@ -41,7 +41,7 @@ void putCertificates(JSONWriter &writer, const QuillWorker &worker) {
     const auto entries = worker.certificates->entries();
     for (const protocol::CardEntry &entry :
          entries.first(std::min(entries.size(), kMostCertificates))) {
-      writer.text(support::hexString(entry.certificateSHA1));
+      writer.text(encodings::hexString(entry.certificateSHA1));
     }
   }
   writer.endArray();

@@ -9,7 +9,7 @@
 
 #include "base/Files.hpp"
 #include "base/Root.hpp"
-#include "support/CVNLog.hpp"
+#include "logging/CVNLog.hpp"
 
 namespace kfyd {
 namespace {

@@ -24,10 +24,10 @@
 #include "linux/process/SpawnToolRunner.hpp"
 #include "linux/store/SqliteItemStore.hpp"
 #include "linux/tokens/P11TokenWatcher.hpp"
-#include "support/CVNLog.hpp"
-#include "support/LimitLog.hpp"
-#include "support/LogPlatform.hpp"
-#include "support/SettingFaults.hpp"
+#include "logging/CVNLog.hpp"
+#include "logging/LimitLog.hpp"
+#include "logging/LogPlatform.hpp"
+#include "settings/SettingFaults.hpp"
 
 namespace {
 
@@ -55,16 +55,16 @@ void prepareProcess() {
 
 int exitWith(const char *line) {
   CVNLog("%s", line);
-  support::flushLogs();
+  logging::flushLogs();
   return kCannotListen;
 }
 
 // Sets both listeners up and serves what comes in.
 int serve(platform::MainQueue &queue) {
-  support::logToFileAlone("Starting Listener");
+  logging::logToFileAlone("Starting Listener");
   QuillNetworkManager &manager = QuillNetworkManager::manager();
   if (!manager.setupListener()) {
-    support::logToFileAlone("no");
+    logging::logToFileAlone("no");
     return exitWith("error setting up listener. exiting.");
   }
   if (!manager.setupLocalListener()) {
@@ -79,7 +79,7 @@ int runDaemon() {
   platform_linux::AsioMainQueue queue(reportFromPlatform);
   platform_linux::SystemClock clock;
   platform_linux::TomlUserDefaults defaults(reportFromPlatform, "/etc/keyferry",
-                                            support::currentEvent, support::complaintsAbout);
+                                            logging::currentEvent, settings::complaintsAbout);
   platform_linux::LogCollector log(queue, processName());
   platform_linux::SpawnToolRunner tools;
   platform_linux::AccountFileDirectory directory(reportFromPlatform);
@@ -88,13 +88,13 @@ int runDaemon() {
                                         reportFromPlatform);
   platform_linux::P11TokenWatcher tokens(reportFromPlatform,
                                          platform_linux::P11TokenWatcher::moduleFolderOfRoot());
-  support::LimitLog limits(clock);
+  logging::LimitLog limits(clock);
   platform_linux::TlsNetwork network(
       queue, [&defaults] { return kfyd::connectionLimits(defaults); },
       [&limits](const platform::ReachedLimit &reached) { limits.reached(reached); });
-  support::useLogPlatform(std::make_unique<support::LogPlatform>(support::LogPlatform{
+  logging::useLogPlatform(std::make_unique<logging::LogPlatform>(logging::LogPlatform{
       clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));
-  queue.setBeforeEvent(support::eventBegins);
+  queue.setBeforeEvent(logging::eventBegins);
   QuillNetworkManager::usePlatform(
       {{tools, clock, defaults, directory, accounts, limits}, network, store, tokens, queue});
   try {
@@ -102,7 +102,7 @@ int runDaemon() {
   } catch (const std::exception &failure) {
     // said here, where the log still stands
     CVNLog("kfyd ends: %s", failure.what());
-    support::flushLogs();
+    logging::flushLogs();
     return kFailed;
   }
 }

@@ -8,7 +8,7 @@
 #include "base/DisplayText.hpp"
 #include "crypto/KeyParts.hpp"
 #include "driver/Mechanisms.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace driver {
 namespace {
@@ -124,7 +124,7 @@ std::string labelOf(const CardIdentity &identity) {
     return identity.label;
   }
   const auto name = identity.certificate.commonName();
-  return name && !name->empty() ? *name : support::hexString(identity.certificateHash);
+  return name && !name->empty() ? *name : encodings::hexString(identity.certificateHash);
 }
 
 }  // namespace
@@ -231,7 +231,8 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
   for (const ObjectPointer &object : made->objects) {
     made->byHandle.emplace(object->handle, object);
   }
-  made->serialNumber = support::hexString(content->front().publicKeyHash).substr(0, kSerialDigits);
+  made->serialNumber =
+      encodings::hexString(content->front().publicKeyHash).substr(0, kSerialDigits);
   made->content = std::move(content);
   return made;
 }

@@ -7,13 +7,13 @@
 #include <utility>
 
 #include "crypto/Digest.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace driver {
 namespace {
 
-std::optional<CardIdentity> identityOf(const support::CertificateInfo &info) {
-  const Bytes der = support::dataFromBase64String(info.certificate);
+std::optional<CardIdentity> identityOf(const encodings::CertificateInfo &info) {
+  const Bytes der = encodings::dataFromBase64String(info.certificate);
   auto certificate = crypto::Certificate::fromDER(der);
   const auto key = certificate ? certificate->publicKey() : std::nullopt;
   const auto keyHash = key ? key->hash() : std::nullopt;

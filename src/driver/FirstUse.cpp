@@ -10,7 +10,7 @@
 #include "base/Root.hpp"
 #include "base/UUID.hpp"
 #include "crypto/ErrorQueue.hpp"
-#include "support/LogPlatform.hpp"
+#include "logging/LogPlatform.hpp"
 
 namespace driver {
 namespace {
@@ -54,7 +54,7 @@ void useAllOnce() {
   // static objects
   (void)base::root();
   (void)std::hash<UUID>()(UUID::random());
-  (void)support::logPlatform();
+  (void)logging::logPlatform();
   // thread-local objects of the C++ library, for which the loader may have to make room
   std::once_flag once;
   std::call_once(once, [] {});

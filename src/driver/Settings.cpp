@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "linux/defaults/TomlUserDefaults.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace driver {
 namespace {
@@ -25,8 +25,9 @@ constexpr std::array kPinModes{PinModeRow{"none", PinMode::none}, PinModeRow{"pa
 Settings readSettings(const std::function<void(const std::string &line)> &report) {
   platform_linux::TomlUserDefaults defaults(report);
   Settings settings;
-  settings.timeLimit = std::chrono::seconds(support::valueOf(support::kTimeLimitSeconds, defaults));
-  settings.showEd25519 = support::isOn(support::kShowEd25519, defaults);
+  settings.timeLimit =
+      std::chrono::seconds(settings::valueOf(settings::kTimeLimitSeconds, defaults));
+  settings.showEd25519 = settings::isOn(settings::kShowEd25519, defaults);
   if (const auto name = defaults.text(kDomain, "pinMode")) {
     const auto *const row = std::ranges::find(kPinModes, *name, &PinModeRow::name);
     if (row != kPinModes.end()) {

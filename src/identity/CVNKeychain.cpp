@@ -3,16 +3,16 @@
 #include <algorithm>
 
 #include "base/LowerCase.hpp"
+#include "encodings/HexString.hpp"
 #include "identity/QueryWithAttributes.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/Settings.hpp"
+#include "logging/CVNLog.hpp"
+#include "settings/Settings.hpp"
 
 namespace {
 
+using encodings::CertificateInfo;
 using platform::IdentityQuery;
 using platform::IdentityRecord;
-using support::CertificateInfo;
 
 std::string textForm(const std::vector<std::string> &texts) {
   std::string form = "(";
@@ -42,8 +42,8 @@ std::optional<Bytes> hashOfKey(const crypto::Certificate &certificate) {
 
 CertificateInfo describe(const IdentityRecord &record) {
   CertificateInfo info;
-  info.certificate = support::base64EncodeBytes(record.reference->certificate.der(),
-                                                /*separateLines=*/false);
+  info.certificate = encodings::base64EncodeBytes(record.reference->certificate.der(),
+                                                  /*separateLines=*/false);
   info.canSign = record.canSign;
   info.canDecrypt = record.canDecrypt;
   info.canUnwrap = record.canUnwrap;
@@ -55,7 +55,7 @@ CertificateInfo describeWithKeyHash(const IdentityRecord &record) {
   CertificateInfo info = describe(record);
   const std::optional<Bytes> hash =
       record.publicKeyHash ? record.publicKeyHash : hashOfKey(record.reference->certificate);
-  info.publicKeyHash = support::hexString(hash.value_or(Bytes{}));
+  info.publicKeyHash = encodings::hexString(hash.value_or(Bytes{}));
   return info;
 }
 
@@ -165,7 +165,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
     CVNLogDebug("found %li identities", found.records.size());
     std::ranges::transform(found.records, std::back_inserter(list), describeWithKeyHash);
   }
-  if (support::isOn(support::kDebugLogging, defaults_)) {
+  if (settings::isOn(settings::kDebugLogging, defaults_)) {
     CVNLogDebug("------certificate array from keychain------");
     for (const CertificateInfo &info : list) {
       CVNLogDebug("%@", info.certificate);
@@ -175,7 +175,7 @@ std::vector<CertificateInfo> CVNKeychain::smartcardCertificateArrayFromKeychain(
 }
 
 std::vector<CertificateInfo> CVNKeychain::iosCertificateArrayFromKeychain() const {
-  const bool isVerbose = support::isOn(support::kVerboseLogging, defaults_);
+  const bool isVerbose = settings::isOn(settings::kVerboseLogging, defaults_);
   CVNLogDebug("querying ios certificates");
   const platform::IdentityMatches found = searchEverywhere(identity::queryWithAttributes());
   if (found.status == platform::itemNotFound) {
@@ -212,7 +212,7 @@ std::vector<CVNKeychain::IdentitySummary> CVNKeychain::availableIdentityInfo() c
   const auto identities = keychainIdentities();
   for (const IdentityReference &identity : identities.value_or(std::vector<IdentityReference>{})) {
     if (const auto name = identity->certificate.commonName()) {
-      summaries.push_back({*name, support::hexString(identity->certificate.sha1())});
+      summaries.push_back({*name, encodings::hexString(identity->certificate.sha1())});
     }
   }
   return summaries;

@@ -11,10 +11,10 @@
 #include "base/Error.hpp"
 #include "base/Secret.hpp"
 #include "crypto/Identity.hpp"
+#include "encodings/CertificateInfo.hpp"
 #include "platform/ItemStore.hpp"
 #include "platform/TokenWatcher.hpp"
 #include "platform/UserDefaults.hpp"
-#include "support/CertificateInfo.hpp"
 
 // Finds identities in the keychain and on tokens, and describes them; reads, writes and deletes
 // password items; imports PKCS #12 files. Keeps nothing: every operation asks the store anew and
@@ -81,10 +81,11 @@ class CVNKeychain {
   [[nodiscard]] IdentityReference findIdentityWithSubject(const std::string &subject) const;
 
   // Every identity on every token present, with its public-key hash.
-  [[nodiscard]] std::vector<support::CertificateInfo> smartcardCertificateArrayFromKeychain() const;
+  [[nodiscard]] std::vector<encodings::CertificateInfo> smartcardCertificateArrayFromKeychain()
+      const;
 
   // Every identity, of the keychain and of tokens, without public-key hashes.
-  [[nodiscard]] std::vector<support::CertificateInfo> iosCertificateArrayFromKeychain() const;
+  [[nodiscard]] std::vector<encodings::CertificateInfo> iosCertificateArrayFromKeychain() const;
 
   // Every identity; nothing, with a log line, if there is none or the store fails.
   [[nodiscard]] std::optional<std::vector<IdentityReference>> keychainIdentities() const;

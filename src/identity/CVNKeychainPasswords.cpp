@@ -11,7 +11,7 @@
 #include "base/Files.hpp"
 #include "identity/CVNKeychain.hpp"
 #include "identity/NewIdentity.hpp"
-#include "support/CVNLog.hpp"
+#include "logging/CVNLog.hpp"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "base/Secret.hpp"
+#include "encodings/HexString.hpp"
 #include "protocol/JSONWriter.hpp"
-#include "support/HexString.hpp"
 
 namespace protocol {
 namespace {
@@ -30,7 +30,7 @@ struct EntryMaker {
   CardEntry operator()(const Bytes &bytes) const {
     return entryOf([&](JSONWriter &writer) { writer.base64(bytes, /*separateLines=*/false); });
   }
-  CardEntry operator()(const support::CertificateInfo &info) const {
+  CardEntry operator()(const encodings::CertificateInfo &info) const {
     CardEntry entry = entryOf([&](JSONWriter &writer) { write(writer, info); });
     entry.hasCertificate = true;
     entry.certificateSHA1 = certificateSHA1In(info.certificate);
@@ -47,7 +47,7 @@ struct EntryMaker {
     entry.json = base::textOf(text);
     return entry;
   }
-  static void write(JSONWriter &writer, const support::CertificateInfo &info) {
+  static void write(JSONWriter &writer, const encodings::CertificateInfo &info) {
     writer.beginObject();
     writer.key("certificate");
     writer.text(info.certificate);
@@ -106,8 +106,8 @@ std::size_t CardList::unusableBefore(std::size_t position) const {
 }
 
 Bytes certificateSHA1In(std::string_view text) {
-  const Bytes der = support::dataFromBase64String(text);
-  return der.empty() ? Bytes{} : support::sha1(der);
+  const Bytes der = encodings::dataFromBase64String(text);
+  return der.empty() ? Bytes{} : encodings::sha1(der);
 }
 
 std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements) {
@@ -119,23 +119,23 @@ std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elemen
   return std::make_shared<const CardList>(std::move(entries));
 }
 
-std::optional<support::CertificateInfo> certificateInfoIn(const CardEntry &entry) {
+std::optional<encodings::CertificateInfo> certificateInfoIn(const CardEntry &entry) {
   json::error_code code;
   const json::value value = json::parse(entry.json, code);
   const json::object *dictionary = code ? nullptr : value.if_object();
   if (dictionary == nullptr || !entry.hasCertificate) {
     return std::nullopt;
   }
-  return support::CertificateInfo{textUnder(*dictionary, "certificate").value_or(""),
-                                  booleanUnder(*dictionary, "canSign"),
-                                  booleanUnder(*dictionary, "canDecrypt"),
-                                  booleanUnder(*dictionary, "canUnwrap"),
-                                  textUnder(*dictionary, "label").value_or(""),
-                                  textUnder(*dictionary, "publicKeyHash")};
+  return encodings::CertificateInfo{textUnder(*dictionary, "certificate").value_or(""),
+                                    booleanUnder(*dictionary, "canSign"),
+                                    booleanUnder(*dictionary, "canDecrypt"),
+                                    booleanUnder(*dictionary, "canUnwrap"),
+                                    textUnder(*dictionary, "label").value_or(""),
+                                    textUnder(*dictionary, "publicKeyHash")};
 }
 
-std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list) {
-  std::vector<support::CertificateInfo> infos;
+std::vector<encodings::CertificateInfo> certificateInfosOf(const CardList &list) {
+  std::vector<encodings::CertificateInfo> infos;
   for (const CardEntry &entry : list.entries()) {
     if (auto info = certificateInfoIn(entry)) {
       infos.push_back(std::move(*info));

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "base/Bytes.hpp"
-#include "support/CertificateInfo.hpp"
+#include "encodings/CertificateInfo.hpp"
 
 namespace protocol {
 
@@ -56,7 +56,7 @@ class CardList {
 
 // What a list may be made of: the description of an identity, or bytes, which travel as Base64
 // text.
-using CardElement = std::variant<Bytes, support::CertificateInfo>;
+using CardElement = std::variant<Bytes, encodings::CertificateInfo>;
 [[nodiscard]] std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements);
 
 // The digest of the DER bytes in a "certificate" text; empty if the text decodes to none.
@@ -64,10 +64,10 @@ using CardElement = std::variant<Bytes, support::CertificateInfo>;
 
 // The identity that an element describes: a missing boolean is false and a missing label empty.
 // Nothing if it has no certificate text.
-[[nodiscard]] std::optional<support::CertificateInfo> certificateInfoIn(const CardEntry &entry);
+[[nodiscard]] std::optional<encodings::CertificateInfo> certificateInfoIn(const CardEntry &entry);
 
 // The identities that a list describes, in order; elements without a certificate text are skipped.
-[[nodiscard]] std::vector<support::CertificateInfo> certificateInfosOf(const CardList &list);
+[[nodiscard]] std::vector<encodings::CertificateInfo> certificateInfosOf(const CardList &list);
 
 // The text form for logs: "(a, b)", `most` bytes of it at least where it is longer.
 [[nodiscard]] std::string logText(const CardList &list, std::size_t most);

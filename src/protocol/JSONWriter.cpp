@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace protocol {
 namespace {
@@ -57,9 +57,9 @@ void JSONWriter::base64(ByteView bytes, bool separateLines) {
   separate();
   put("\"");
   while (!bytes.empty()) {
-    const ByteView part = bytes.first(std::min(bytes.size(), support::kBase64LineBytes));
-    std::array<char, support::kBase64LineCharacters> line;
-    putEscaped({line.data(), support::base64EncodeLine(part, line)});
+    const ByteView part = bytes.first(std::min(bytes.size(), encodings::kBase64LineBytes));
+    std::array<char, encodings::kBase64LineCharacters> line;
+    putEscaped({line.data(), encodings::base64EncodeLine(part, line)});
     base::cleanse(line.data(), line.size());
     bytes = bytes.subspan(part.size());
     if (separateLines && !bytes.empty()) {

@@ -6,11 +6,11 @@
 #include <exception>
 #include <iterator>
 
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
 #include "protocol/Commands.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "protocol/ParsedJSON.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
 
 namespace protocol {
 namespace {
@@ -96,11 +96,11 @@ CardEntry cardEntryOf(const json::value &element) {
   return entry;
 }
 
-support::ArrayElement arrayElementOf(const json::value &element) {
+encodings::ArrayElement arrayElementOf(const json::value &element) {
   if (const json::string *text = element.if_string()) {
     return std::string(std::string_view(*text));
   }
-  return support::OtherValue{compactText(element)};
+  return encodings::OtherValue{compactText(element)};
 }
 
 // Fills a field from a JSON value; false if the value is of another type and so counts as absent.
@@ -110,13 +110,13 @@ class ValueReader {
 
   bool operator()(std::optional<Bytes> &bytes) const {
     return readText([&](std::string_view text) {
-      const auto decoded = support::dataFromBase64Field(text);
+      const auto decoded = encodings::dataFromBase64Field(text);
       bytes = decoded ? std::optional(Bytes(decoded->begin(), decoded->end())) : std::nullopt;
     });
   }
   bool operator()(std::optional<SecretBytes> &bytes) const {
     return readText([&](std::string_view text) {
-      auto decoded = support::dataFromBase64Field(text);
+      auto decoded = encodings::dataFromBase64Field(text);
       bytes = decoded ? std::optional(SecretBytes(std::move(*decoded))) : std::nullopt;
     });
   }
@@ -130,7 +130,7 @@ class ValueReader {
     return readArray([&](const json::array &elements) {
       QuillMessage::CertificateArray texts;
       std::ranges::transform(elements, std::back_inserter(texts), arrayElementOf);
-      array = support::base64DecodedArray(texts);
+      array = encodings::base64DecodedArray(texts);
     });
   }
   bool operator()(QuillMessage::Certificates &list) const {
@@ -224,7 +224,7 @@ bool readType(std::string_view text, QuillMessage &message) {
 }
 
 void logUnusable(const std::string &reason, ByteView data) {
-  const support::Hex payload{data};
+  const encodings::Hex payload{data};
   CVNLog("%s : %@", reason, payload);
   CVNLogDebug("%s : %@", reason, payload);
 }
@@ -305,7 +305,7 @@ std::optional<QuillMessage> QuillMessage::initWithJSONData(ByteView data, bool r
   try {
     return protocol::decode(data, readsList);
   } catch (const std::exception &failure) {  // no memory, in a library that throws
-    CVNLog("%s : %@", failure.what(), support::Hex{data});
+    CVNLog("%s : %@", failure.what(), encodings::Hex{data});
     return std::nullopt;
   }
 }

@@ -1,10 +1,10 @@
 #include <algorithm>
 
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
 #include "protocol/Commands.hpp"
 #include "protocol/JSONCodec.hpp"
 #include "protocol/JSONWriter.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
 
 namespace protocol {
 namespace {
@@ -28,8 +28,8 @@ class ValueWriter {
   void operator()(const std::optional<SecretText> &text) { writer_.text(text->reveal()); }
   void operator()(const std::optional<QuillMessage::CertificateArray> &array) {
     writer_.beginArray();
-    for (const support::ArrayElement &element : support::base64DataEncodedArray(*array)) {
-      if (const auto *other = std::get_if<support::OtherValue>(&element)) {
+    for (const encodings::ArrayElement &element : encodings::base64DataEncodedArray(*array)) {
+      if (const auto *other = std::get_if<encodings::OtherValue>(&element)) {
         writer_.raw(other->json);
       } else if (const auto *text = std::get_if<std::string>(&element)) {
         writer_.text(*text);

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/LogFormat.hpp"
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
+#include "logging/LogFormat.hpp"
 
 namespace {
 
@@ -26,14 +26,14 @@ QuillMessage response(std::int64_t command, bool status, std::optional<UUID> mes
 }
 
 struct ElementText {
-  std::string operator()(const Bytes &bytes) const { return support::hexString(bytes); }
+  std::string operator()(const Bytes &bytes) const { return encodings::hexString(bytes); }
   std::string operator()(const std::string &text) const { return text; }
-  std::string operator()(const support::OtherValue &other) const { return other.json; }
+  std::string operator()(const encodings::OtherValue &other) const { return other.json; }
 };
 
 std::string textOf(const QuillMessage::CertificateArray &array, std::size_t most) {
   std::string text = "(";
-  for (const support::ArrayElement &element : array) {
+  for (const encodings::ArrayElement &element : array) {
     if (text.size() > most) {
       break;
     }
@@ -54,7 +54,7 @@ class Description {
   }
   void hex(const char *name, const std::optional<Bytes> &bytes) {
     if (bytes) {
-      line(name, logText(support::Hex{*bytes}, most_));
+      line(name, logText(encodings::Hex{*bytes}, most_));
     }
   }
   void optional(const char *name, const std::optional<std::string> &value) {
@@ -108,7 +108,7 @@ std::string logText(const QuillMessage &message, std::size_t most) {
 }
 
 std::string QuillMessage::description() const {
-  return logText(*this, support::kWholeText);
+  return logText(*this, logging::kWholeText);
 }
 
 QuillMessage QuillMessage::initCommandMessageConnectWithCertificate(

@@ -11,15 +11,15 @@
 #include "base/Bytes.hpp"
 #include "base/Secret.hpp"
 #include "base/UUID.hpp"
+#include "encodings/Base64CodeArrayData.hpp"
 #include "protocol/CardList.hpp"
 #include "protocol/QuillCommand.hpp"
-#include "support/Base64CodeArrayData.hpp"
 
 // One message of the protocol: a request or a response to one of eight commands. A plain record;
 // which fields a message has on the wire, its command and type decide.
 class QuillMessage {
  public:
-  using CertificateArray = std::vector<support::ArrayElement>;
+  using CertificateArray = std::vector<encodings::ArrayElement>;
   using Certificates = std::shared_ptr<const protocol::CardList>;
 
   bool status = false;

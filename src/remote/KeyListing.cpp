@@ -2,8 +2,8 @@
 
 #include "base/DisplayText.hpp"
 #include "base/Secret.hpp"
+#include "encodings/HexString.hpp"
 #include "protocol/JSONWriter.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -22,12 +22,12 @@ std::string typeOf(const CardKey &key) {
 std::vector<std::string> keyListing(const std::string &authenticationKeyPath,
                                     ByteView authenticationKeyHash, const KeyRing &keys) {
   std::vector<std::string> lines{
-      "pair this key: " + support::hexString(authenticationKeyHash),
+      "pair this key: " + encodings::hexString(authenticationKeyHash),
       "  authenticates only, never inserted; kept in " + authenticationKeyPath};
   for (const CardKey &key : keys.keys()) {
     lines.insert(lines.end(), {"inserted: " + key.label, "  type              " + typeOf(key),
-                               "  certificate SHA-1 " + support::hexString(key.certificateSHA1),
-                               "  public-key hash   " + support::hexString(key.publicKeyHash)});
+                               "  certificate SHA-1 " + encodings::hexString(key.certificateSHA1),
+                               "  public-key hash   " + encodings::hexString(key.publicKeyHash)});
   }
   return lines;
 }
@@ -39,7 +39,7 @@ std::string keyListingAsJSON(const std::string &authenticationKeyPath,
   writer.beginObject();
   writer.key("authentication");
   writer.beginObject();
-  member(writer, "publicKeyHash", support::hexString(authenticationKeyHash));
+  member(writer, "publicKeyHash", encodings::hexString(authenticationKeyHash));
   member(writer, "path", authenticationKeyPath);
   writer.endObject();
   writer.key("keys");
@@ -48,8 +48,8 @@ std::string keyListingAsJSON(const std::string &authenticationKeyPath,
     writer.beginObject();
     member(writer, "label", key.label);
     member(writer, "type", typeOf(key));
-    member(writer, "certificateSHA1", support::hexString(key.certificateSHA1));
-    member(writer, "publicKeyHash", support::hexString(key.publicKeyHash));
+    member(writer, "certificateSHA1", encodings::hexString(key.certificateSHA1));
+    member(writer, "publicKeyHash", encodings::hexString(key.publicKeyHash));
     writer.endObject();
   }
   writer.endArray();

@@ -4,7 +4,7 @@
 
 #include "base/DisplayText.hpp"
 #include "base/Files.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -37,16 +37,16 @@ std::string labelOf(const crypto::Identity &identity, const std::string &file) {
   return name && !name->empty() ? *name : file.substr(file.rfind('/') + 1);
 }
 
-support::CertificateInfo infoOf(const CardKey &key) {
+encodings::CertificateInfo infoOf(const CardKey &key) {
   const crypto::KeyType type = key.identity.key.publicKey().type();
-  support::CertificateInfo info;
+  encodings::CertificateInfo info;
   info.certificate =
-      support::base64EncodeBytes(key.identity.certificate.der(), /*separateLines=*/false);
+      encodings::base64EncodeBytes(key.identity.certificate.der(), /*separateLines=*/false);
   info.canSign = true;
   info.canDecrypt = type != crypto::KeyType::ed25519 && !key.authenticates;
   info.canUnwrap = type == crypto::KeyType::rsa && !key.authenticates;
   info.label = key.label;
-  info.publicKeyHash = support::hexString(key.publicKeyHash);
+  info.publicKeyHash = encodings::hexString(key.publicKeyHash);
   return info;
 }
 
@@ -92,7 +92,7 @@ std::shared_ptr<const protocol::CardList> KeyRing::cardList() const {
 }
 
 bool KeyRing::areThoseOf(const protocol::CardList &list) const {
-  const auto isThatOf = [](const CardKey &key, const support::CertificateInfo &info) {
+  const auto isThatOf = [](const CardKey &key, const encodings::CertificateInfo &info) {
     return infoOf(key).certificate == info.certificate && key.label == info.label;
   };
   return std::ranges::equal(keys_, protocol::certificateInfosOf(list), isThatOf);

@@ -8,8 +8,8 @@
 
 #include "base/Descriptor.hpp"
 #include "base/Files.hpp"
+#include "encodings/HexString.hpp"
 #include "identity/FingerprintText.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -42,7 +42,7 @@ std::optional<Fingerprint> fingerprintFrom(std::string_view text) {
       digits.push_back(character);
     }
   }
-  auto bytes = support::dataWithHexString(digits);
+  auto bytes = encodings::dataWithHexString(digits);
   return bytes && bytes->size() == kFingerprintBytes ? bytes : std::nullopt;
 }
 

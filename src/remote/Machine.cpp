@@ -2,10 +2,10 @@
 
 #include <utility>
 
+#include "encodings/HexString.hpp"
 #include "identity/FingerprintText.hpp"
 #include "remote/AuthenticationKey.hpp"
 #include "remote/Console.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -230,7 +230,7 @@ void Machine::authenticate(const QuillMessage &reply) {
     holdOff("has not paired this key with a user" + (reason.empty() ? "" : ": " + reason),
             kWaitAfterNoUser);
     return services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
-                                    support::hexString(services_.authenticationKeyHash));
+                                    encodings::hexString(services_.authenticationKeyHash));
   }
   Error error;
   auto signature = answerToChallenge(reply.challenge, services_.authentication, &error);

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "encodings/HexString.hpp"
 #include "remote/AuthenticationKey.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -31,7 +31,7 @@ bool authenticate(client::Connection &connection, const crypto::Identity &authen
   if (!reply->status || reply->selectedCertificateHash != hash) {
     fail(error,
          "it has not paired this key with a user; there: sudo sc_auth pair --user USER --hash " +
-             support::hexString(*hash));
+             encodings::hexString(*hash));
     return false;
   }
   Error reason;
@@ -69,7 +69,7 @@ std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
   if (!reply->status || !reply->ephemeralUsername || !reply->ephemeralPassword) {
     return fail(error, reply->errorMessage.value_or("it refused"));
   }
-  const auto password = support::dataFromBase64Field(reply->ephemeralPassword->reveal());
+  const auto password = encodings::dataFromBase64Field(reply->ephemeralPassword->reveal());
   if (!password) {
     return fail(error, "it sent a password that cannot be read");
   }

@@ -6,10 +6,10 @@
 #include "base/Root.hpp"
 #include "base/UUID.hpp"
 #include "crypto/Certificate.hpp"
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
 #include "requests/PairingListing.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace requests {
 namespace {
@@ -24,8 +24,8 @@ const std::string kTooOftenText =
 // Counts the attempt; false, with a report, if its address has made as many as it may.
 bool isAdmitted(const Request &request) {
   const RequestProcessor::Platform &platform = request.processor.platform();
-  const auto most =
-      static_cast<std::uint64_t>(support::valueOf(support::kConnectsPerMinute, platform.defaults));
+  const auto most = static_cast<std::uint64_t>(
+      settings::valueOf(settings::kConnectsPerMinute, platform.defaults));
   const auto &connection = request.worker->g_inbound_connection;
   if (most == 0 || !connection) {
     return true;
@@ -35,7 +35,7 @@ bool isAdmitted(const Request &request) {
     return true;
   }
   platform.limits.reached(
-      {{most, support::kConnectsPerMinute.key}, "connect from " + peer.host + " refused"});
+      {{most, settings::kConnectsPerMinute.key}, "connect from " + peer.host + " refused"});
   return false;
 }
 
@@ -66,7 +66,7 @@ void selectPaired(Request &request, const QuillMessage::CertificateArray &listed
   }
   // A client that does not hold the paired key is answered all the same and fails at
   // `authenticate`.
-  if (std::ranges::find(listed, support::ArrayElement(*paired)) != listed.end()) {
+  if (std::ranges::find(listed, encodings::ArrayElement(*paired)) != listed.end()) {
     CVNLogDebug("found user with pubkeyhash");
   }
   CVNLogDebug("saving selected certificate hash and sending back which one we selected");

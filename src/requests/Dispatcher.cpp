@@ -1,13 +1,13 @@
 #include <algorithm>
 
+#include "logging/CVNLog.hpp"
 #include "protocol/Commands.hpp"
 #include "requests/ClientAuthentication.hpp"
 #include "requests/Relay.hpp"
 #include "requests/Request.hpp"
 #include "requests/ScreenSharingPassword.hpp"
 #include "requests/VirtualCard.hpp"
-#include "support/CVNLog.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace requests {
 namespace {
@@ -17,7 +17,7 @@ enum Sender { anyone, authenticated, local, localOrAuthenticated };
 
 // A setting that, while it is on, leaves a command to fewer.
 struct OptIn {
-  const support::Switch *setting = nullptr;
+  const settings::Switch *setting = nullptr;
   Sender sender = anyone;
 };
 
@@ -40,13 +40,13 @@ constexpr Route kRoutes[] = {
      "Command: QuillCommandInsert",
      anyone,
      handleInsert,
-     {&support::kInsertRequiresAuthentication, authenticated}},
+     {&settings::kInsertRequiresAuthentication, authenticated}},
     {QuillCommandRemove, "Command: QuillCommandRemove", authenticated, handleRemove},
     {QuillCommandGetCertificates,
      "Command: QuillCommandGetCertificates",
      anyone,
      handleGetCertificates,
-     {&support::kListRequiresAuthentication, localOrAuthenticated}},
+     {&settings::kListRequiresAuthentication, localOrAuthenticated}},
     {QuillCommandSignData, kRelayTrace, local, handleRelay},
     {QuillCommandCreateEmphemeralUser,
      "Command: QuillCommandCreateEmphemeralUser",
@@ -59,8 +59,8 @@ constexpr Route kRoutes[] = {
 
 Sender senderOf(const Route &route, platform::UserDefaults &defaults) {
   const OptIn &optIn = route.optIn;
-  return optIn.setting != nullptr && support::isOn(*optIn.setting, defaults) ? optIn.sender
-                                                                             : route.sender;
+  return optIn.setting != nullptr && settings::isOn(*optIn.setting, defaults) ? optIn.sender
+                                                                              : route.sender;
 }
 
 bool maySend(Sender sender, const QuillWorker &worker) {

@@ -8,10 +8,10 @@
 #include <string>
 
 #include "base/UTF8.hpp"
+#include "encodings/HexString.hpp"
 #include "identity/ListingTexts.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/Settings.hpp"
+#include "logging/CVNLog.hpp"
+#include "settings/Settings.hpp"
 
 namespace requests {
 namespace {
@@ -28,7 +28,7 @@ class LookUpTime {
  public:
   explicit LookUpTime(const RequestProcessor::Platform &platform)
       : platform_(platform),
-        most_(support::valueOf(support::kPairingSeconds, platform.defaults)),
+        most_(settings::valueOf(settings::kPairingSeconds, platform.defaults)),
         start_(platform.clock.now()) {}
 
   [[nodiscard]] std::chrono::milliseconds left() {
@@ -44,11 +44,11 @@ class LookUpTime {
   [[nodiscard]] bool pause() {
     if (left() <= kPause) {
       platform_.limits.reached(
-          {{static_cast<std::uint64_t>(most_.count()), support::kPairingSeconds.key},
+          {{static_cast<std::uint64_t>(most_.count()), settings::kPairingSeconds.key},
            "look-up of the pairing ended before its last attempt"});
       return false;
     }
-    const support::BlockingStep step;
+    const logging::BlockingStep step;
     platform_.clock.pause(kPause);
     return true;
   }
@@ -61,16 +61,16 @@ class LookUpTime {
 
 platform::RunLimits limitsOfOneRun(platform::UserDefaults &defaults, LookUpTime &time) {
   const std::chrono::milliseconds most =
-      std::chrono::seconds(support::valueOf(support::kPairingToolSeconds, defaults));
+      std::chrono::seconds(settings::valueOf(settings::kPairingToolSeconds, defaults));
   // what a pause that took too long has left may be nothing
   return {std::clamp(time.left(), kShortestRun, most),
-          static_cast<std::size_t>(support::valueOf(support::kPairingToolBytes, defaults))};
+          static_cast<std::size_t>(settings::valueOf(settings::kPairingToolBytes, defaults))};
 }
 
 Bytes runTool(const RequestProcessor::Platform &platform, LookUpTime &time) {
   CVNLogDebug("running /usr/sbin/sc_auth identities to get bound user hash");
   const std::array<std::string, 1> arguments{"identities"};
-  const support::BlockingStep step;
+  const logging::BlockingStep step;
   return platform.tools
       .outputOf(kTool, arguments, kToolFolder, limitsOfOneRun(platform.defaults, time))
       .value_or(Bytes{});
@@ -131,7 +131,7 @@ std::optional<Bytes> findPairedHash(const RequestProcessor::Platform &platform) 
     CVNLogDebug("found data from sc_auth. parsing.");
     if (const auto text = hashTextIn(listing)) {
       // Text that is no hash ends the search as well: waiting would not mend it.
-      return support::dataWithHexString(*text);
+      return encodings::dataWithHexString(*text);
     }
     CVNLog("no paired identity found yet. waiting for 1 second and trying again...");
     goesOn = time.pause();

@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "crypto/Certificate.hpp"
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
 #include "protocol/CardList.hpp"
 #include "protocol/Frame.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace requests {
 namespace {
@@ -90,7 +90,7 @@ bool hasAuthenticatedWith(const protocol::CardEntry &entry, QuillWorker &worker)
   if (isNew) {
     const auto info = protocol::certificateInfoIn(entry);
     const auto key =
-        info ? exportedKeyOf(support::dataFromBase64String(info->certificate)) : std::nullopt;
+        info ? exportedKeyOf(encodings::dataFromBase64String(info->certificate)) : std::nullopt;
     place->second = key && key == exportedKeyOf(*worker.authCertificate);
   }
   return place->second;
@@ -101,10 +101,10 @@ class Search {
  public:
   explicit Search(const Request &request)
       : message_(request.message),
-        relaysAuthenticationKey_(
-            support::isOn(support::kRelayAuthenticationKey, request.processor.platform().defaults)),
-        passesOverStrangers_(support::isOn(support::kInsertRequiresAuthentication,
-                                           request.processor.platform().defaults)) {}
+        relaysAuthenticationKey_(settings::isOn(settings::kRelayAuthenticationKey,
+                                                request.processor.platform().defaults)),
+        passesOverStrangers_(settings::isOn(settings::kInsertRequiresAuthentication,
+                                            request.processor.platform().defaults)) {}
 
   // The first of the holders whose list has the certificate; null if none has it.
   template <typename Holders>
@@ -124,7 +124,7 @@ class Search {
       return false;
     }
     const auto position =
-        support::debugModeOn() ? walk(*worker.certificates) : lookUp(*worker.certificates);
+        logging::debugModeOn() ? walk(*worker.certificates) : lookUp(*worker.certificates);
     return position && mayBeUsed(worker.certificates->entries()[*position], worker);
   }
 
@@ -153,7 +153,7 @@ class Search {
     CVNLog(
         "key of certificate %@ is not used: its client has authenticated with it (setting "
         "relayAuthenticationKey)",
-        support::Hex{entry.certificateSHA1});
+        encodings::Hex{entry.certificateSHA1});
     return false;
   }
 
@@ -168,15 +168,15 @@ QuillWorker::Shared findCertificateHolder(const Request &request) {
   CVNLogDebug("finding worker that sent the request");
   Search search(request);
   const auto &holders = request.processor.listHolders;
-  return support::isOn(support::kNewestRemoteFirst, request.processor.platform().defaults)
+  return settings::isOn(settings::kNewestRemoteFirst, request.processor.platform().defaults)
              ? search.firstOf(std::views::reverse(holders))
              : search.firstOf(holders);
 }
 
 // Reports a limit that a request would go past.
-bool isPast(const support::Bound &bound, std::uint64_t value, const Request &request) {
+bool isPast(const settings::Bound &bound, std::uint64_t value, const Request &request) {
   const RequestProcessor::Platform &platform = request.processor.platform();
-  const auto most = static_cast<std::uint64_t>(support::valueOf(bound, platform.defaults));
+  const auto most = static_cast<std::uint64_t>(settings::valueOf(bound, platform.defaults));
   if (value <= most) {
     return false;
   }
@@ -190,11 +190,11 @@ bool isRepeatedByAnother(const Request &request) {
   const RequestProcessor::Platform &platform = request.processor.platform();
   const auto *entry = request.processor.pendingMessages.find(*request.message.messageID);
   if (entry == nullptr || entry->requester == request.worker ||
-      !support::isOn(support::kRefuseRepeatedMessageID, platform.defaults)) {
+      !settings::isOn(settings::kRefuseRepeatedMessageID, platform.defaults)) {
     return false;
   }
   CVNLog("request refused: its message ID waits for another program's answer (setting %s)",
-         support::kRefuseRepeatedMessageID.key);
+         settings::kRefuseRepeatedMessageID.key);
   return true;
 }
 
@@ -205,15 +205,15 @@ bool isOneTooMany(const Request &request) {
   const std::size_t more = replaced == nullptr ? 1 : 0;
   const std::size_t moreOfThis =
       replaced == nullptr || replaced->requester != request.worker ? 1 : 0;
-  return isPast(support::kMaxPendingPerConnection, pending.countOf(request.worker) + moreOfThis,
+  return isPast(settings::kMaxPendingPerConnection, pending.countOf(request.worker) + moreOfThis,
                 request) ||
-         isPast(support::kMaxPending, pending.size() + more, request);
+         isPast(settings::kMaxPending, pending.size() + more, request);
 }
 
 // True if the frame would make the holder lose its connection, which is not the holder's fault.
 bool isTooMuchFor(const QuillWorker &holder, std::size_t frameBytes, const Request &request) {
   const std::size_t bytes = holder.g_inbound_connection->unsentBytes() + frameBytes;
-  return isPast(support::kMaxUnsentBytes, bytes + bytes / kTlsShare, request);
+  return isPast(settings::kMaxUnsentBytes, bytes + bytes / kTlsShare, request);
 }
 
 }  // namespace
@@ -249,7 +249,7 @@ void relayResponse(RequestProcessor &processor, const QuillMessage &response,
       response.messageID ? processor.pendingMessages.find(*response.messageID) : nullptr;
   const bool isFromStranger =
       entry != nullptr && entry->holder != sender &&
-      support::isOn(support::kAnswersOnlyFromHolder, processor.platform().defaults);
+      settings::isOn(settings::kAnswersOnlyFromHolder, processor.platform().defaults);
   if (entry == nullptr || isFromStranger) {
     CVNLog("worker not found");
     return;

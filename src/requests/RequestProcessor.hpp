@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/Secret.hpp"
+#include "logging/LimitLog.hpp"
 #include "platform/Accounts.hpp"
 #include "platform/Clock.hpp"
 #include "platform/LocalDirectory.hpp"
@@ -14,7 +15,6 @@
 #include "protocol/QuillMessage.hpp"
 #include "requests/ConnectRate.hpp"
 #include "requests/PendingMessages.hpp"
-#include "support/LimitLog.hpp"
 #include "worker/QuillWorker.hpp"
 
 // The daemon's protocol state machine: what it does with every message that a connection has sent.
@@ -28,7 +28,7 @@ class RequestProcessor {
     platform::UserDefaults &defaults;
     platform::LocalDirectory &directory;
     platform::Accounts &accounts;
-    support::LimitLog &limits;
+    logging::LimitLog &limits;
   };
 
   // What was done since the start.

@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "base/Secret.hpp"
-#include "directory/DSQueryable.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
+#include "requests/DSQueryable.hpp"
 
 namespace requests {
 namespace {
@@ -32,17 +32,17 @@ void setFailure(QuillMessage &reply, const char *text) {
 // The steps that block.
 
 std::shared_ptr<platform::DirectoryRecord> findRecord(const RequestProcessor::Platform &platform) {
-  const support::BlockingStep step;
+  const logging::BlockingStep step;
   return DSQueryable(platform.directory).getLocalRecord(kScreenSharingAccount);
 }
 
 bool isAllowed(platform::DirectoryRecord &record, const SecretText &password) {
-  const support::BlockingStep step;
+  const logging::BlockingStep step;
   return record.passwordChangeAllowed(password);
 }
 
 bool commit(platform::AccountIdentity &account, const platform::Authorization &authorization) {
-  const support::BlockingStep step;
+  const logging::BlockingStep step;
   return account.commit(authorization);
 }
 
@@ -53,7 +53,7 @@ bool setFreshPassword(Request &request, platform::DirectoryRecord &record) {
     CVNLog("password not allowed.");
     return false;
   }
-  std::string encoded = support::base64EncodedString(base::viewOf(password.reveal()));
+  std::string encoded = encodings::base64EncodedString(base::viewOf(password.reveal()));
   request.reply.ephemeralPassword = SecretText(encoded);
   base::cleanse(encoded.data(), encoded.size());
   nameScreenSharingAccount(request.reply);
@@ -70,12 +70,12 @@ std::unique_ptr<platform::Authorization> authorize(platform::Accounts &accounts)
   std::int32_t status = 0;
   auto authorization = accounts.createAuthorization(status);
   if (status != 0) {
-    support::logToFileAlone("Error Creating Initial Authorization: " + std::to_string(status));
+    logging::logToFileAlone("Error Creating Initial Authorization: " + std::to_string(status));
     return nullptr;
   }
   status = authorization->copyRight(kRight, kInteractionAllowed | kExtendRights | kPreAuthorize);
   if (status != 0) {
-    support::logToFileAlone("Copy Rights Unsuccessful: " + std::to_string(status));
+    logging::logToFileAlone("Copy Rights Unsuccessful: " + std::to_string(status));
     return nullptr;
   }
   return authorization;

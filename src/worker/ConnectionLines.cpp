@@ -1,11 +1,11 @@
 #include "worker/ConnectionLines.hpp"
 
-#include "support/StandardErrorLines.hpp"
+#include "logging/StandardErrorLines.hpp"
 
 namespace worker {
 
 void warnConnectionFailed(const platform::Endpoint &peer, int errorNumber) {
-  support::warn(errorNumber, "connect to %s port %u (%s) failed", peer.host, peer.port, "tcp");
+  logging::warn(errorNumber, "connect to %s port %u (%s) failed", peer.host, peer.port, "tcp");
 }
 
 }  // namespace worker

@@ -2,14 +2,14 @@
 
 #include <utility>
 
+#include "encodings/HexString.hpp"
+#include "logging/CVNLog.hpp"
+#include "logging/StandardErrorLines.hpp"
+#include "logging/UnauthenticatedLines.hpp"
 #include "protocol/Frame.hpp"
-#include "support/CVNLog.hpp"
-#include "support/HexString.hpp"
-#include "support/StandardErrorLines.hpp"
-#include "support/UnauthenticatedLines.hpp"
 #include "worker/ConnectionLines.hpp"
 
-using support::Hex;
+using encodings::Hex;
 
 QuillWorker::Shared QuillWorker::initWithReceiveBlock(ReceiveBlock receiveBlock,
                                                       DisconnectedBlock disconnected) {
@@ -39,16 +39,16 @@ void QuillWorker::startConnection(std::shared_ptr<platform::Connection> connecti
 
 void QuillWorker::stateChanged(const platform::Endpoint &peer, platform::ConnectionState state,
                                int errorNumber) {
-  const support::UnauthenticatedLines lines(isStranger());
+  const logging::UnauthenticatedLines lines(isStranger());
   switch (state) {
     case platform::ConnectionState::waiting:
-      support::warn(errorNumber, "connect to %s port %u (%s) failed, is waiting", peer.host,
+      logging::warn(errorNumber, "connect to %s port %u (%s) failed, is waiting", peer.host,
                     peer.port, "tcp");
       break;
     case platform::ConnectionState::preparing:
       break;
     case platform::ConnectionState::ready:
-      support::printToStandardError("Connection to %s port %u (%s) succeeded!\n", peer.host,
+      logging::printToStandardError("Connection to %s port %u (%s) succeeded!\n", peer.host,
                                     peer.port, "tcp");
       break;
     case platform::ConnectionState::failed:
@@ -75,7 +75,7 @@ void QuillWorker::receiveLoopWithConnection(
 
 void QuillWorker::received(const std::shared_ptr<platform::Connection> &connection,
                            const platform::Chunk &chunk) {
-  const support::UnauthenticatedLines lines(isStranger());
+  const logging::UnauthenticatedLines lines(isStranger());
   if (!chunk.content.empty()) {
     if (chunk.errorNumber != 0) {
       CVNLog("error receiving content");
@@ -149,9 +149,9 @@ bool QuillWorker::sendFrame(CleansedBytes frame, const QuillMessage &message) {
     return false;
   }
   g_inbound_connection->send(std::move(frame), [isStranger = isStranger()](int errorNumber) {
-    const support::UnauthenticatedLines lines(isStranger);
+    const logging::UnauthenticatedLines lines(isStranger);
     if (errorNumber != 0) {
-      support::warn(errorNumber, "write close error");
+      logging::warn(errorNumber, "write close error");
     }
   });
   return true;

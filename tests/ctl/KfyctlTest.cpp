@@ -6,8 +6,8 @@
 
 #include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
 
 namespace {
 
@@ -36,8 +36,9 @@ TEST_F(Kfyctl, UsesAnIdentityWhoseLabelHoldsCapitals) {
             "ssl_certificate_sha1_hash = \"" + hash + "\"\n");
   EXPECT_EQ(sandboxedRoot().modeOf("etc/keyferry/server.pem"), 0644U);
   const std::string pinned = sandboxedRoot().read("etc/keyferry/server.pem");
-  EXPECT_EQ(support::hexString(crypto::Certificate::allFromPEM(base::viewOf(pinned)).at(0).sha1()),
-            hash);
+  EXPECT_EQ(
+      encodings::hexString(crypto::Certificate::allFromPEM(base::viewOf(pinned)).at(0).sha1()),
+      hash);
   EXPECT_THAT(kfyctl({"identity", "show", "--json"}).output,
               testing::AllOf(HasSubstr("\"sha1\":\"" + hash + "\""), HasSubstr("\"inUse\":true")));
 }
@@ -58,7 +59,7 @@ TEST_F(Kfyctl, NamesAnIdentityByItsLabelAsStoredOrByItsHash) {
 
 TEST_F(Kfyctl, ImportsWhatIsThereAlreadyAlikeFromBothKindsOfFile) {
   const crypto::Identity box = fakes::makeIdentity("Box");
-  const std::string hash = support::hexString(box.certificate.sha1());
+  const std::string hash = encodings::hexString(box.certificate.sha1());
   sandboxedRoot().write("box.pem", fakes::pemOf(box));
   sandboxedRoot().write("box.p12", fakes::encoded(fakes::makePackage(box, /*password=*/"")));
   const auto import = [](const char *file, std::vector<std::string> more) {

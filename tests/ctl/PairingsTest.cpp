@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "encodings/HexString.hpp"
 #include "fakes/TemporaryFolder.hpp"
-#include "support/HexString.hpp"
 
 namespace {
 
@@ -16,7 +16,7 @@ using ctl::Pairing;
 using ctl::PairingFile;
 
 const std::string kDigits = "DEE1000000000000000000000000000000000ACE";
-const Pairing kAda{"ada", *support::dataWithHexString(kDigits)};
+const Pairing kAda{"ada", *encodings::dataWithHexString(kDigits)};
 const Pairing kNamedLikeNoOther{"jörg o'neil", Bytes(20, 7)};
 
 TEST(PairingFile, IsRootsAloneAndKeepsComments) {

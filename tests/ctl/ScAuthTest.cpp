@@ -1,8 +1,8 @@
 #include "ctl/ScAuth.hpp"
 
 #include "ctl/RunningTools.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
 
 namespace {
 
@@ -36,7 +36,7 @@ TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
 TEST_F(ScAuth, TakesTheKeyOutOfACertificate) {
   const auto [certificate, key] = fakes::madeIdentity("RSA", "ada");
   const std::string hash =
-      support::hexString(support::sha1(key.publicKey().externalRepresentation().value()));
+      encodings::hexString(encodings::sha1(key.publicKey().externalRepresentation().value()));
   sandboxedRoot().write("ada.der", std::string(base::textOf(certificate.der())));
   sandboxedRoot().write("ada.pem", certificate.pem());
   for (const char *const name : {"ada.der", "ada.pem"}) {

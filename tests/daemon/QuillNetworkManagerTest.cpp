@@ -19,7 +19,7 @@
 #include "fakes/MadeIdentity.hpp"
 #include "fakes/Transcript.hpp"
 #include "requests/VirtualCard.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace {
 
@@ -42,7 +42,7 @@ class Manager : public fakes::LoggedTest {
   platform::IdentityRecord identity = fakes::makeIdentity("Server", "server");
   fakes::FakeToolRunner tools;
   fakes::FakeAccounts accounts;
-  support::LimitLog limits{clock};
+  logging::LimitLog limits{clock};
   fakes::FakeNetwork network;
   fakes::FakeItemStore store;
   fakes::FakeMainQueue queue;
@@ -74,7 +74,7 @@ TEST_F(Manager, PrefersTheHashAndTriesNoNameAfterIt) {
   set("ssl_certificate_sha1_hash", "0x0");
   EXPECT_FALSE(manager.setupListener());
   EXPECT_EQ(takeEntries().front(), "kfy:SSL identity not found with sha1 hash of (null). exiting");
-  set("ssl_certificate_sha1_hash", support::hexString(identity.reference->certificate.sha1()));
+  set("ssl_certificate_sha1_hash", encodings::hexString(identity.reference->certificate.sha1()));
   EXPECT_TRUE(manager.setupListener());
   set("ssl_certificate_sha1_hash", "");
   EXPECT_TRUE(manager.setupListener()) << "an empty hash is none";
@@ -187,8 +187,8 @@ kfyd: listener (tcp) failed: Address already in use
 
 TEST_F(Listening, EachLimitIsItsSettingsValue) {
   std::int64_t value = 1000;
-  for (const support::Setting *bound : support::kSettings) {
-    if (bound->type == support::SettingType::integer &&
+  for (const settings::Setting *bound : settings::kSettings) {
+    if (bound->type == settings::SettingType::integer &&
         bound->domain == platform::kStandardDefaults) {
       defaults.values[std::string("kfyd/") + bound->key] = bound->least + (value += 2) * 1024;
     }

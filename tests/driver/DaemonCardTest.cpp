@@ -13,9 +13,9 @@
 #include "crypto/Digest.hpp"
 #include "driver/CardReading.hpp"
 #include "driver/Driver.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 #include "protocol/CardList.hpp"
-#include "support/HexString.hpp"
 
 namespace driver {
 namespace {
@@ -39,16 +39,16 @@ class DaemonCardTest : public testing::Test {
   void SetUp() override { putMarker(); }
   void TearDown() override { removeMarker(); }
 
-  static support::CertificateInfo entry(const crypto::Certificate &certificate,
-                                        const std::string &label) {
-    support::CertificateInfo info;
-    info.certificate = support::base64EncodeBytes(certificate.der(), /*separateLines=*/false);
+  static encodings::CertificateInfo entry(const crypto::Certificate &certificate,
+                                          const std::string &label) {
+    encodings::CertificateInfo info;
+    info.certificate = encodings::base64EncodeBytes(certificate.der(), /*separateLines=*/false);
     info.label = label;
     info.canSign = true;
     return info;
   }
 
-  void setList(std::vector<support::CertificateInfo> infos) {
+  void setList(std::vector<encodings::CertificateInfo> infos) {
     const std::vector<protocol::CardElement> elements(infos.begin(), infos.end());
     const std::scoped_lock lock(mutex_);
     list_ = protocol::makeCardList(elements);
@@ -155,7 +155,7 @@ TEST_F(DaemonCardTest, IsThereWhileTheMarkerIsAFileOfTheRightOwner) {
 TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
   const auto key = fakes::madeIdentity("RSA", "key");
   auto broken = entry(key.certificate, "broken");
-  broken.certificate = support::base64EncodeBytes(Bytes(40, 1), /*separateLines=*/false);
+  broken.certificate = encodings::base64EncodeBytes(Bytes(40, 1), /*separateLines=*/false);
   setList({entry(key.certificate, "first"), broken, entry(identity_.certificate, ""),
            entry(key.certificate, "again")});
   const auto content = card_.content();
@@ -179,8 +179,8 @@ TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
 }
 
 TEST_F(DaemonCardTest, ReadsTheBeginningOfALongList) {
-  std::vector<support::CertificateInfo> infos(kMostCertificates + 1,
-                                              entry(identity_.certificate, "key"));
+  std::vector<encodings::CertificateInfo> infos(kMostCertificates + 1,
+                                                entry(identity_.certificate, "key"));
   infos.back().label = "left out";
   setList(infos);
   EXPECT_EQ(card_.content()->size(), kMostCertificates);

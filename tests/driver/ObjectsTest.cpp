@@ -1,7 +1,7 @@
 #include "driver/Object.hpp"
 
 #include "driver/TokenUser.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 
 namespace driver {
 namespace {
@@ -76,8 +76,8 @@ TEST_F(TokenUser, ShowsWhatProgramsLookFor) {
   };
   for (const Row &row : kRows) {
     SCOPED_TRACE(row.name);
-    EXPECT_EQ(support::hexString(attribute(key(row.objectClass, row.key), row.type)),
-              support::hexString(row.value));
+    EXPECT_EQ(encodings::hexString(attribute(key(row.objectClass, row.key), row.type)),
+              encodings::hexString(row.value));
   }
   EXPECT_EQ(attribute(key(CKO_CERTIFICATE, rsa), CKA_SERIAL_NUMBER).front(), 0x02);
   EXPECT_EQ(attribute(key(CKO_PRIVATE_KEY, rsa), CKA_MODULUS).size(), 256U);
@@ -128,7 +128,7 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(found({}), before);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_OK);
   EXPECT_EQ(std::string_view(reinterpret_cast<const char *>(info.serialNumber), 16),
-            support::hexString(content->front().publicKeyHash).substr(0, 16));
+            encodings::hexString(content->front().publicKeyHash).substr(0, 16));
   EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, p256), given, Bytes(32, 1)), CKR_OK);
   card.insert({*crypto::PrivateKey::generateP256()});
   EXPECT_EQ(sign(before.back(), given, {}), CKR_KEY_HANDLE_INVALID);

@@ -12,7 +12,7 @@
 #include "fakes/FakeClock.hpp"
 #include "fakes/FakeUserDefaults.hpp"
 #include "fakes/Transcript.hpp"
-#include "support/LogPlatform.hpp"
+#include "logging/LogPlatform.hpp"
 
 namespace fakes {
 
@@ -33,11 +33,11 @@ class FakeLog : public platform::UnifiedLog, public platform::StandardError {
 class LoggedTest : public testing::Test {
  public:
   LoggedTest() { startLogging(); }
-  ~LoggedTest() override { support::useLogPlatform(nullptr); }
+  ~LoggedTest() override { logging::useLogPlatform(nullptr); }
 
   // A fresh logger, as after a start of the process.
   void startLogging(uid_t realUserID = 0, std::optional<std::string> bundleLogFileName = {}) {
-    support::useLogPlatform(std::make_unique<support::LogPlatform>(support::LogPlatform{
+    logging::useLogPlatform(std::make_unique<logging::LogPlatform>(logging::LogPlatform{
         clock, defaults, log, log, "kfyd", realUserID, std::move(bundleLogFileName)}));
   }
 

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "platform/ItemStore.hpp"
-#include "support/HexString.hpp"
 
 namespace fakes {
 
@@ -16,7 +16,7 @@ inline platform::IdentityRecord makeIdentity(const std::string &commonName,
   platform::IdentityRecord record;
   record.reference = std::make_shared<const crypto::Identity>(identity);
   record.label = label;
-  record.publicKeyHash = support::sha1(*identity.key.publicKey().externalRepresentation());
+  record.publicKeyHash = encodings::sha1(*identity.key.publicKey().externalRepresentation());
   record.canSign = true;
   return record;
 }

@@ -89,8 +89,8 @@ TEST_P(Lists, HoldWhatIsThereAndSayWhatFails) {
   store.presentTokens = {"C", "B", "A"};
   store.items[4].record.canSign = false;
   store.items[4].record.canDecrypt = store.items[3].record.canUnwrap = true;
-  const auto tell = [this](const std::vector<support::CertificateInfo> &list) {
-    for (const support::CertificateInfo &info : list) {
+  const auto tell = [this](const std::vector<encodings::CertificateInfo> &list) {
+    for (const encodings::CertificateInfo &info : list) {
       log.entries.push_back(info.label + (info.canSign ? " s" : " ") +
                             (info.canDecrypt ? "d" : "") + (info.canUnwrap ? "u " : " ") +
                             info.publicKeyHash.value_or("-"));
@@ -118,8 +118,8 @@ TEST_P(Lists, HoldWhatIsThereAndSayWhatFails) {
         *record.reference->certificate.commonName() + record.label->substr(0, 5);
     transcript.name(
         "~CERT" + name + " " +
-        support::base64EncodeBytes(record.reference->certificate.der(), /*separateLines=*/false) +
-        "\n~KEY" + name + " " + support::hexString(*record.reference->key.publicKey().hash()));
+        encodings::base64EncodeBytes(record.reference->certificate.der(), /*separateLines=*/false) +
+        "\n~KEY" + name + " " + encodings::hexString(*record.reference->key.publicKey().hash()));
   }
   transcript.expect(R"(
 > card

@@ -5,8 +5,8 @@
 
 #include <csignal>
 
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
 #include "system/CardMachine.hpp"
 #include "system/Peer.hpp"
 
@@ -107,7 +107,7 @@ TEST_F(Programs, OpenSSHListsTheKeysAndLogsIn) {
 
 // The second line would be pasted into authorized_keys as well.
 TEST_F(Programs, OpenSSHPrintsOneLineForAKeyWhateverItsLabel) {
-  pair(support::hexString(publicKeyHash(otherRSAIdentity().key)));
+  pair(encodings::hexString(publicKeyHash(otherRSAIdentity().key)));
   Peer holder = Peer::remote();
   ASSERT_TRUE(holder.authenticate(otherRSAIdentity()));
   ASSERT_TRUE(holder.ask(insertionOf(rsaIdentity(), "key\nssh-rsa AAAA mallory\x1B[2K")).status);

@@ -1,9 +1,9 @@
 // Clients that have not authenticated ask for what costs most.
 
 #include "base/Places.hpp"
+#include "encodings/HexString.hpp"
 #include "load/LoadedMachine.hpp"
 #include "protocol/Frame.hpp"
-#include "support/HexString.hpp"
 
 namespace load {
 namespace {
@@ -18,9 +18,9 @@ Bytes frameOf(const QuillMessage &message) {
 // Lists of a frame's length, of few long elements or of many short ones.
 Bytes insertionOf(std::size_t elements, std::size_t bytesOfOne) {
   const std::string text =
-      support::base64EncodeBytes(Bytes(bytesOfOne, 0x5A), /*separateLines=*/false);
+      encodings::base64EncodeBytes(Bytes(bytesOfOne, 0x5A), /*separateLines=*/false);
   const std::vector<protocol::CardElement> list(
-      elements, support::CertificateInfo{text, true, true, true, "", std::nullopt});
+      elements, encodings::CertificateInfo{text, true, true, true, "", std::nullopt});
   return frameOf(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
       protocol::makeCardList(list)));
 }

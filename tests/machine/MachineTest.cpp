@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 #include "system/OwnNetwork.hpp"
 #include "system/Peer.hpp"
 #include "system/Process.hpp"
@@ -40,7 +40,7 @@ TEST(MachineAsItIs, ChecksThePasswordThatTheClientWasGiven) {
   succeed("kfyctl", {"identity", "create", "--common-name", "a copy of this machine"});
   succeed("kfyctl", {"identity", "use", "a copy of this machine"});
   succeed("sc_auth", {"pair", "--user", "root", "--replace", "--hash",
-                      support::hexString(publicKeyHash(rsaIdentity().key))});
+                      encodings::hexString(publicKeyHash(rsaIdentity().key))});
   Process daemon("kfyd", {}, "/tmp/daemon");
   ASSERT_TRUE(daemon.hasSaid("Listener on port 4116 (tcp) ready!")) << daemon.output();
   Peer remote = Peer::remote();
@@ -48,7 +48,7 @@ TEST(MachineAsItIs, ChecksThePasswordThatTheClientWasGiven) {
   const QuillMessage reply =
       remote.ask(QuillMessage::initCommandMessageCreateEphemeralUser("anybody"));
   EXPECT_TRUE(reply.status) << daemon.output();
-  const Bytes password = support::dataFromBase64String(reply.ephemeralPassword->reveal());
+  const Bytes password = encodings::dataFromBase64String(reply.ephemeralPassword->reveal());
 
   for (const auto &[typed, expected] :
        {std::pair{std::string(base::textOf(password)), 0}, {std::string("a wrong one"), 1}}) {

@@ -22,7 +22,7 @@
 #include "fakes/MadeIdentity.hpp"
 #include "linux/network/AsioMainQueue.hpp"
 #include "linux/network/TlsNetwork.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 #include "system/Peer.hpp"
 
 namespace {
@@ -170,7 +170,7 @@ class WithoutMemory : public fakes::LoggedTest {
   fakes::FakeToolRunner tools;
   fakes::FakeAccounts accounts;
   fakes::FakeItemStore store;
-  support::LimitLog limits{clock};
+  logging::LimitLog limits{clock};
   platform_linux::AsioMainQueue queue;
   platform_linux::TlsNetwork network{queue, [this] { return kfyd::connectionLimits(defaults); },
                                      [](const platform::ReachedLimit &) {}};

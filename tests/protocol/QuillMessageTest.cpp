@@ -4,12 +4,12 @@
 
 #include <algorithm>
 
+#include "encodings/HexString.hpp"
 #include "fakes/FullMessage.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/Transcript.hpp"
 #include "protocol/Frame.hpp"
 #include "protocol/MessageFields.hpp"
-#include "support/HexString.hpp"
 
 namespace {
 
@@ -58,16 +58,16 @@ TEST_F(Message, EscapesWhatItWritesAndBreaksLongBase64) {
 }
 
 TEST_F(Message, ComesBackAsItWasWritten) {
-  const support::CertificateInfo info{"QUJD/+", true, false, true, "a/b é", "AB"};
+  const encodings::CertificateInfo info{"QUJD/+", true, false, true, "a/b é", "AB"};
   const auto message = QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
       protocol::makeCardList(std::vector<protocol::CardElement>{info, Bytes(49, 1)}));
   EXPECT_EQ(protocol::certificateInfosOf(*message.certificates).size(), 1U);
   const auto list = decode(encode(message))->certificates;
   ASSERT_EQ(list->entries().size(), 2U);
   EXPECT_EQ(list->entries()[0].certificateSHA1,
-            support::sha1(support::dataFromBase64String("QUJD/+")));
+            encodings::sha1(encodings::dataFromBase64String("QUJD/+")));
   EXPECT_EQ(list->entries()[1].json,
-            '"' + support::base64EncodeBytes(Bytes(49, 1), /*separateLines=*/false) + '"');
+            '"' + encodings::base64EncodeBytes(Bytes(49, 1), /*separateLines=*/false) + '"');
   const auto infos = protocol::certificateInfosOf(*list);
   ASSERT_EQ(infos.size(), 1U);
   EXPECT_EQ(infos[0].label, "a/b é");
@@ -165,7 +165,7 @@ TEST_F(Message, PassesCardEntriesOnUnchanged) {
   EXPECT_THAT(encode(*message), HasSubstr("\"certificates\":" + list));
   const auto entries = message->certificates->entries();
   ASSERT_EQ(entries.size(), 4U);
-  EXPECT_EQ(entries[0].certificateSHA1, support::sha1(base::viewOf("AB")));
+  EXPECT_EQ(entries[0].certificateSHA1, encodings::sha1(base::viewOf("AB")));
   EXPECT_TRUE(!entries[1].hasCertificate && !entries[2].hasCertificate);
   EXPECT_EQ(protocol::certificateInfosOf(*message->certificates).size(), 2U);
   EXPECT_TRUE(entries[3].hasCertificate && entries[3].certificateSHA1.empty());

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "encodings/HexString.hpp"
 #include "fakes/TemporaryFolder.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -13,7 +13,7 @@ std::string hashOf(const std::string &home) {
   Error error;
   const auto identity = authenticationKey(home, &error);
   EXPECT_TRUE(identity) << error.description;
-  return identity ? support::hexString(identity->key.publicKey().hash().value()) : "";
+  return identity ? encodings::hexString(identity->key.publicKey().hash().value()) : "";
 }
 
 TEST(AuthenticationKey, IsMadeOnceAndIsUsedOnlyWhilePrivate) {

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "remote/AuthenticationKey.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -27,8 +27,8 @@ TEST(KeyRing, DescribesItsKeysAsTheCardShowsThem) {
   EXPECT_EQ(infos[0].label, "mine");
   EXPECT_EQ(infos[1].label, "second");
   EXPECT_TRUE(infos[0].canSign && infos[0].canDecrypt && !infos[0].canUnwrap);
-  EXPECT_EQ(infos[0].certificate, support::base64EncodeBytes(named.certificate.der(),
-                                                             /*separateLines=*/false));
+  EXPECT_EQ(infos[0].certificate, encodings::base64EncodeBytes(named.certificate.der(),
+                                                               /*separateLines=*/false));
   EXPECT_EQ(ring->find(second.certificate.sha1()), &ring->keys()[1]);
   EXPECT_EQ(ring->find(Bytes(20, 0)), nullptr);
 }

@@ -6,8 +6,8 @@
 
 #include "crypto/HashAlgorithm.hpp"
 #include "crypto/PSS.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
 
 namespace remote {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "fakes/MadeKeys.hpp"
 #include "requests/RequestsFixture.hpp"
-#include "support/Settings.hpp"
+#include "settings/Settings.hpp"
 
 namespace {
 
@@ -112,18 +112,18 @@ class OptIn : public Requests {
 
 TEST_F(OptIn, SwitchesChangeWhatTheySayAndNothingElse) {
   struct Row {
-    const support::Switch &setting;
+    const settings::Switch &setting;
     std::string (OptIn::*outcomes)();
     const char *asPrescribed;
     const char *withTheSetting;
   };
   const Row kRows[] = {
-      {support::kInsertRequiresAuthentication, &OptIn::inserts, "yyy", "nny"},
-      {support::kListRequiresAuthentication, &OptIn::readsTheList, "yyyy", "nyyy"},
-      {support::kAnswersOnlyFromHolder, &OptIn::answers, "yn", "ny"},
-      {support::kRefuseRepeatedMessageID, &OptIn::repeatsAnID, "yyy", "yyn"},
-      {support::kNewestRemoteFirst, &OptIn::asksTheNewest, "n", "y"},
-      {support::kRelayAuthenticationKey, &OptIn::usesTheKey, "yyyn", "ynny"},
+      {settings::kInsertRequiresAuthentication, &OptIn::inserts, "yyy", "nny"},
+      {settings::kListRequiresAuthentication, &OptIn::readsTheList, "yyyy", "nyyy"},
+      {settings::kAnswersOnlyFromHolder, &OptIn::answers, "yn", "ny"},
+      {settings::kRefuseRepeatedMessageID, &OptIn::repeatsAnID, "yyy", "yyn"},
+      {settings::kNewestRemoteFirst, &OptIn::asksTheNewest, "n", "y"},
+      {settings::kRelayAuthenticationKey, &OptIn::usesTheKey, "yyyn", "ynny"},
   };
   for (const Row &row : kRows) {
     SCOPED_TRACE(row.setting.key);
@@ -143,7 +143,7 @@ TEST_F(OptIn, SoManyConnectsAMinuteAreAdmittedOfOneAddress) {
   using namespace std::chrono_literals;
   const Peer one = remote();
   EXPECT_EQ(connects(one, 0s, 5), "yyyyy");
-  set(support::kConnectsPerMinute.key, 2);
+  set(settings::kConnectsPerMinute.key, 2);
   EXPECT_EQ(connects(one, 20s, 5), "yynyy");
   EXPECT_THAT(takeEntries(), Contains(HasSubstr("(limit connectsPerMinute is 2)")));
   const Peer elsewhere = remote();
@@ -165,7 +165,7 @@ TEST(ConnectRate, ForgetsWhoWasHeardOfLongestAgo) {
 }
 
 TEST_F(OptIn, LookUpOfThePairingEndsInTime) {
-  set(support::kPairingSeconds.key, 5);
+  set(settings::kPairingSeconds.key, 5);
   const auto reply =
       ask(QuillMessage::initCommandMessageConnectWithCertificate({Bytes(20)}), remote());
   EXPECT_FALSE(reply.status);
@@ -183,14 +183,14 @@ TEST_F(OptIn, WhatWaitsForAnswersIsBounded) {
     process(request, from);
     return !from.connection->takeMessages().empty();
   };
-  set(support::kMaxPendingPerConnection.key, 1);
-  set(support::kMaxPending.key, 3);
-  set(support::kMaxUnsentBytes.key, 1 << 20);
+  set(settings::kMaxPendingPerConnection.key, 1);
+  set(settings::kMaxPending.key, 3);
+  set(settings::kMaxUnsentBytes.key, 1 << 20);
   holder.connection->unsent = (1 << 20) - 32768;
   EXPECT_TRUE(isRefused(asker, signRequest(16384)));
   EXPECT_FALSE(isRefused(asker, signRequest())) << "a short one still fits";
   holder.connection->unsent = 0;
-  set(support::kMaxPendingPerConnection.key, 2);
+  set(settings::kMaxPendingPerConnection.key, 2);
   const QuillMessage second = signRequest();
   EXPECT_FALSE(isRefused(asker, second));
   EXPECT_FALSE(isRefused(asker, second)) << "what it replaces is not one more";
@@ -204,7 +204,7 @@ TEST_F(OptIn, WhatWaitsForAnswersIsBounded) {
   EXPECT_EQ(processor.counts.relayed, 5U);
   EXPECT_EQ(processor.counts.refused, 3U);
   for (const auto *bound :
-       {&support::kMaxPendingPerConnection, &support::kMaxPending, &support::kMaxUnsentBytes}) {
+       {&settings::kMaxPendingPerConnection, &settings::kMaxPending, &settings::kMaxUnsentBytes}) {
     EXPECT_EQ(limits.counts().at(bound->key), 1U);
   }
 }

@@ -11,6 +11,7 @@
 #include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "crypto/Certificate.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/FakeAccounts.hpp"
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/FakeToolRunner.hpp"
@@ -21,7 +22,6 @@
 #include "requests/ClientAuthentication.hpp"
 #include "requests/RequestProcessor.hpp"
 #include "requests/VirtualCard.hpp"
-#include "support/HexString.hpp"
 
 // A processor with as many peers as a test wants. Runs in a sandboxed root.
 class Requests : public fakes::LoggedTest {
@@ -67,9 +67,9 @@ class Requests : public fakes::LoggedTest {
     transcript.takeLines = [this] { return takeLines(); };
     transcript.name("~DER " + textOf(kClient.certificate.der()));
     transcript.name("~HASH " + textOf(kClient.certificate.sha1()));
-    transcript.name("~HEXHASH " + support::hexString(kClient.certificate.sha1()));
+    transcript.name("~HEXHASH " + encodings::hexString(kClient.certificate.sha1()));
     transcript.name("~KEY " + textOf(hashOf(kClient)));
-    transcript.name("~HEXKEY " + support::hexString(hashOf(kClient)));
+    transcript.name("~HEXKEY " + encodings::hexString(hashOf(kClient)));
     transcript.name(R"(
 ~ID 0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0
 ~REQUEST "type":"request","message_id":"~ID","command"
@@ -87,11 +87,11 @@ class Requests : public fakes::LoggedTest {
   }
 
   static Bytes hashOf(const crypto::Identity &identity) {
-    return support::sha1(*identity.key.publicKey().externalRepresentation());
+    return encodings::sha1(*identity.key.publicKey().externalRepresentation());
   }
   // As it stands in a message.
   static std::string textOf(ByteView bytes) {
-    return fakes::replacedAll(support::base64EncodeBytes(bytes, /*separateLines=*/false), "/",
+    return fakes::replacedAll(encodings::base64EncodeBytes(bytes, /*separateLines=*/false), "/",
                               "\\/");
   }
   Peer &at(const std::string &name) {
@@ -154,8 +154,8 @@ class Requests : public fakes::LoggedTest {
     std::vector<protocol::CardElement> elements{Bytes{1}};
     for (const Bytes &der : certificates) {
       elements.emplace_back(
-          support::CertificateInfo{support::base64EncodeBytes(der, /*separateLines=*/false), true,
-                                   true, true, "", std::nullopt});
+          encodings::CertificateInfo{encodings::base64EncodeBytes(der, /*separateLines=*/false),
+                                     true, true, true, "", std::nullopt});
     }
     return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
         protocol::makeCardList(elements));
@@ -183,7 +183,7 @@ class Requests : public fakes::LoggedTest {
   bool wasMarkerThere = false;
   fakes::FakeToolRunner tools;
   fakes::FakeAccounts accounts;
-  support::LimitLog limits{clock};
+  logging::LimitLog limits{clock};
   RequestProcessor processor;
 };
 

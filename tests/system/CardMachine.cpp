@@ -1,7 +1,7 @@
 #include "system/CardMachine.hpp"
 
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
 
 namespace system_tests {
 namespace {
@@ -39,7 +39,7 @@ std::unique_ptr<Process> CardMachine::startConfirmingRemote() {
 }
 
 std::string hashOf(const crypto::Identity &identity) {
-  return support::hexString(identity.certificate.sha1());
+  return encodings::hexString(identity.certificate.sha1());
 }
 
 }  // namespace system_tests

@@ -12,7 +12,7 @@
 #include <stdexcept>
 
 #include "base/Root.hpp"
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 #include "system/OwnNetwork.hpp"
 
 namespace system_tests {
@@ -110,7 +110,7 @@ bool Machine::hasLogged(const std::string &text) const {
 PairedMachine::PairedMachine() {
   succeed("kfyctl", {"identity", "create", "--common-name", "Test Machine"});
   succeed("kfyctl", {"identity", "use", "Test Machine"});
-  pair(support::hexString(publicKeyHash(rsaIdentity().key)));
+  pair(encodings::hexString(publicKeyHash(rsaIdentity().key)));
 }
 
 void Machine::startDaemon() {

@@ -2,8 +2,8 @@
 
 #include "base/Places.hpp"
 #include "client/PinnedServer.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
-#include "support/HexString.hpp"
 
 namespace system_tests {
 
@@ -24,7 +24,7 @@ const crypto::Identity &ecIdentity() {
 }
 
 Bytes publicKeyHash(const crypto::PrivateKey &key) {
-  return support::sha1(*key.publicKey().externalRepresentation());
+  return encodings::sha1(*key.publicKey().externalRepresentation());
 }
 
 QuillMessage signRequest(const Bytes &data, const crypto::Identity &card) {
@@ -32,9 +32,9 @@ QuillMessage signRequest(const Bytes &data, const crypto::Identity &card) {
 }
 
 QuillMessage insertionOf(const crypto::Identity &card, const std::string &label) {
-  const auto text = support::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
+  const auto text = encodings::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
   const protocol::CardElement element =
-      support::CertificateInfo{text, true, true, true, label, std::nullopt};
+      encodings::CertificateInfo{text, true, true, true, label, std::nullopt};
   return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
       protocol::makeCardList({&element, 1}));
 }

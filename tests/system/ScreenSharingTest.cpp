@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "support/HexString.hpp"
+#include "encodings/HexString.hpp"
 #include "system/Machine.hpp"
 
 namespace system_tests {
@@ -50,7 +50,7 @@ TEST_F(ScreenSharing, PasswordThatComesBackIsTheAccountsOwn) {
   write("/var/cache/cracklib/cracklib_dict.pwi", "not packed");
   const QuillMessage reply = create();
   EXPECT_TRUE(reply.status) << daemon->output();
-  const Bytes password = support::dataFromBase64String(reply.ephemeralPassword->reveal());
+  const Bytes password = encodings::dataFromBase64String(reply.ephemeralPassword->reveal());
   EXPECT_EQ(password.size(), 30U);
   EXPECT_TRUE(isPassword(std::string(base::textOf(password)))) << read("/etc/shadow");
   EXPECT_THAT(read("/var/log/unified.log"), testing::Not(HasSubstr(base::textOf(password))));

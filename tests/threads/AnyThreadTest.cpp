@@ -11,6 +11,7 @@
 #include "base/Descriptor.hpp"
 #include "base/Files.hpp"
 #include "base/Root.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/FakeMainQueue.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "identity/CVNKeychain.hpp"
@@ -19,11 +20,10 @@
 #include "linux/log/LogCollector.hpp"
 #include "linux/store/SqliteItemStore.hpp"
 #include "linux/tokens/P11TokenWatcher.hpp"
-#include "support/CVNLog.hpp"
-#include "support/CVNRealHomeFolder.hpp"
-#include "support/HexString.hpp"
-#include "support/LogPlatform.hpp"
-#include "support/SettingFaults.hpp"
+#include "logging/CVNLog.hpp"
+#include "logging/CVNRealHomeFolder.hpp"
+#include "logging/LogPlatform.hpp"
+#include "settings/SettingFaults.hpp"
 
 namespace {
 
@@ -44,7 +44,7 @@ int useEverything(const CVNKeychain &keychain, ByteView hash, const std::string 
         keychain.findIdentityWithSubject("HOST") != nullptr,
         keychain.setPasswordForAccount(SecretText("word"), account, std::nullopt),
         keychain.passwordForAccount(account, std::nullopt).has_value(),
-        !support::dataWithHexString("0g"),
+        !encodings::dataWithHexString("0g"),
         realHomeFolder(0) == "/nonexistent"};
     right += static_cast<int>(std::ranges::count(answers, true));
   }
@@ -56,11 +56,11 @@ TEST(AnyThread, FindsWritesAndLogs) {
   const base::Descriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   fakes::FakeMainQueue queue;  // stands still: the collector alone uses it, one at a time
   platform_linux::SystemClock clock;
-  platform_linux::TomlUserDefaults defaults(report, "/etc/keyferry", support::currentEvent,
-                                            support::complaintsAbout);
+  platform_linux::TomlUserDefaults defaults(report, "/etc/keyferry", logging::currentEvent,
+                                            settings::complaintsAbout);
   platform_linux::LogCollector log(queue, "kfyd", {}, nowhere.get());
-  support::useLogPlatform(std::make_unique<support::LogPlatform>(
-      support::LogPlatform{clock, defaults, log, log, "kfyd", 0, std::nullopt}));
+  logging::useLogPlatform(std::make_unique<logging::LogPlatform>(
+      logging::LogPlatform{clock, defaults, log, log, "kfyd", 0, std::nullopt}));
   platform_linux::SqliteItemStore store(base::rooted("/var/lib/keyferry/keychain.db"), report);
   platform_linux::P11TokenWatcher tokens(report, base::rooted("/etc/pkcs11/modules"));
   const CVNKeychain keychain(store, tokens, defaults);
@@ -76,17 +76,17 @@ TEST(AnyThread, FindsWritesAndLogs) {
     });
   }
   for (int round = 0; round < 100; ++round) {
-    support::eventBegins();
+    logging::eventBegins();
     const std::string text = "debugLogging = " + std::to_string(round % 2) + "\nverbos = 1\n";
     EXPECT_TRUE(
         base::replaceFile(base::rooted("/etc/keyferry/kfyd.toml"), base::viewOf(text), 0644));
-    support::flushLogs();
+    logging::flushLogs();
   }
   for (std::thread &thread : threads) {
     thread.join();
   }
   EXPECT_EQ(right, 3 * 25 * 9);
-  support::useLogPlatform(nullptr);
+  logging::useLogPlatform(nullptr);
 }
 
 }  // namespace

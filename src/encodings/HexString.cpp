@@ -1,0 +1,195 @@
+#include "encodings/HexString.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "base/HexDigit.hpp"
+#include "base/UTF8.hpp"
+#include "crypto/Digest.hpp"
+#include "logging/CVNLog.hpp"
+
+namespace encodings {
+namespace {
+
+constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+constexpr std::string_view kAlphabet =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Beside the values 0 to 63 of the alphabet. 65 is skipped by the lenient reader as well as by the
+// other.
+constexpr std::uint8_t kSkip = 65;
+
+constexpr std::array<std::uint8_t, 256> kDecodingTable = [] {
+  std::array<std::uint8_t, 256> table{};
+  table.fill(kSkip);
+  for (std::size_t value = 0; value < kAlphabet.size(); ++value) {
+    table[static_cast<std::uint8_t>(kAlphabet[value])] = static_cast<std::uint8_t>(value);
+  }
+  return table;
+}();
+
+constexpr int kNoDigit = -1;
+
+// One group of up to four values, written to `output`; returns how many bytes it gave.
+std::size_t decodeGroup(std::span<const std::uint8_t> values, std::uint8_t *output) {
+  if (values.size() >= 2) {
+    output[0] = static_cast<std::uint8_t>(values[0] << 2 | values[1] >> 4);
+  }
+  if (values.size() >= 3) {
+    output[1] = static_cast<std::uint8_t>(values[1] << 4 | values[2] >> 2);
+  }
+  if (values.size() == 4) {
+    output[2] = static_cast<std::uint8_t>(values[2] << 6 | values[3]);
+  }
+  return values.size() < 2 ? 0 : values.size() - 1;
+}
+
+// Decodes all alphabet characters of `text`, skipping every other one.
+template <typename Buffer>
+Buffer decodeSkipping(ByteView text) {
+  Buffer output((text.size() + 3) / 4 * 3);
+  std::size_t length = 0;
+  std::array<std::uint8_t, 4> group{};
+  std::size_t collected = 0;
+  for (const std::uint8_t character : text) {
+    const std::uint8_t value = kDecodingTable[character];
+    if (value == kSkip) {
+      continue;
+    }
+    group[collected] = value;
+    ++collected;
+    if (collected == group.size()) {
+      length += decodeGroup(group, output.data() + length);
+      collected = 0;
+    }
+  }
+  length += decodeGroup(std::span(group).first(collected), output.data() + length);
+  output.resize(length);
+  return output;
+}
+
+}  // namespace
+
+std::string hexString(ByteView bytes) {
+  std::string text;
+  text.reserve(bytes.size() * 2);
+  for (const std::uint8_t byte : bytes) {
+    text += kHexDigits[byte >> 4];
+    text += kHexDigits[byte & 0x0F];
+  }
+  return text;
+}
+
+std::string logText(const Hex &hex, std::size_t most) {
+  return hexString(hex.bytes.first(std::min(hex.bytes.size(), most / 2 + 1)));
+}
+
+std::optional<Bytes> dataWithHexString(std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    text.remove_prefix(2);
+  }
+  if (base::characterCount(text) % 2 != 0) {
+    return std::nullopt;
+  }
+  Bytes bytes(text.size() / 2);
+  for (std::size_t index = 0; index < text.size(); index += 2) {
+    // Up to here all were digits, so bytes and characters count alike. A pair that a longer
+    // character begins has its second byte outside the digits as well.
+    const int high = base::hexDigitValue(text[index]);
+    const int low = index + 1 < text.size() ? base::hexDigitValue(text[index + 1]) : kNoDigit;
+    if (high == kNoDigit || low == kNoDigit) {
+      CVNLog("String should be all hex digits: %@ (bad digit around %ld)", text, index);
+      return std::nullopt;
+    }
+    bytes[index / 2] = static_cast<std::uint8_t>(high << 4 | low);
+  }
+  return bytes;
+}
+
+Bytes sha1(ByteView bytes) {
+  return crypto::sha1Digest(bytes);
+}
+
+Bytes sha256(ByteView bytes) {
+  return crypto::sha256Digest(bytes);
+}
+
+std::string base64EncodedString(ByteView bytes) {
+  return base64EncodeBytes(bytes, /*separateLines=*/true);
+}
+
+Bytes dataFromBase64String(std::string_view text) {
+  const bool isASCII = std::ranges::all_of(
+      text, [](char character) { return static_cast<std::uint8_t>(character) < 0x80; });
+  return isASCII ? base64DecodeBytes(base::viewOf(text)) : Bytes{};
+}
+
+std::optional<CleansedBytes> dataFromBase64Field(std::string_view text) {
+  std::size_t characters = 0;
+  std::size_t padding = 0;
+  for (const char character : text) {
+    if (character == '=') {
+      ++padding;
+      continue;
+    }
+    if (kDecodingTable[static_cast<std::uint8_t>(character)] == kSkip) {
+      continue;
+    }
+    if (padding != 0) {
+      return std::nullopt;
+    }
+    ++characters;
+  }
+  if (padding > 2 || (characters + padding) % 4 != 0) {
+    return std::nullopt;
+  }
+  return decodeSkipping<CleansedBytes>(base::viewOf(text));
+}
+
+std::string base64EncodeBytes(ByteView bytes, bool separateLines) {
+  std::string text;
+  const std::size_t characters = (bytes.size() + 2) / 3 * 4;
+  text.reserve(characters + (separateLines ? characters / kBase64LineCharacters * 2 : 0));
+  while (!bytes.empty()) {
+    const ByteView part = bytes.first(std::min(bytes.size(), kBase64LineBytes));
+    std::array<char, kBase64LineCharacters> line;
+    text.append(line.data(), base64EncodeLine(part, line));
+    bytes = bytes.subspan(part.size());
+    if (separateLines && !bytes.empty()) {
+      text += "\r\n";
+    }
+  }
+  return text;
+}
+
+Bytes base64DecodeBytes(ByteView text) {
+  return decodeSkipping<Bytes>(text);
+}
+
+Bytes base64DecodeBytes(const std::uint8_t *input, std::size_t length) {
+  if (length == kUpToNUL) {
+    for (length = 0; input[length] != 0;) {
+      ++length;
+    }
+  }
+  return base64DecodeBytes(ByteView(input, length));
+}
+
+std::size_t base64EncodeLine(ByteView bytes, std::span<char, kBase64LineCharacters> line) {
+  std::size_t length = 0;
+  for (std::size_t index = 0; index < bytes.size(); index += 3) {
+    const std::size_t left = bytes.size() - index;
+    const unsigned first = bytes[index];
+    const unsigned second = left > 1 ? bytes[index + 1] : 0U;
+    const unsigned third = left > 2 ? bytes[index + 2] : 0U;
+    line[length] = kAlphabet[first >> 2];
+    line[length + 1] = kAlphabet[(first & 3U) << 4 | second >> 4];
+    line[length + 2] = left > 1 ? kAlphabet[(second & 15U) << 2 | third >> 6] : '=';
+    line[length + 3] = left > 2 ? kAlphabet[third & 63U] : '=';
+    length += 4;
+  }
+  return length;
+}
+
+}  // namespace encodings

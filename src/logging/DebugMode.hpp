@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace logging {
+
+// A file here turns debug mode on; only its existence counts.
+inline constexpr std::string_view kDebugMarker = "/var/root/.kfydebug";
+
+// True while the debug marker exists or the user default `debugLogging` is true; false in a program
+// that has not turned logging on. Within an event of the main queue both are looked up once (what
+// can be seen is the same as a look-up at every line, since nobody else runs meanwhile on this
+// queue), outside of one at every call.
+[[nodiscard]] bool debugModeOn();
+
+// To be called before each event of the main queue: settings are looked up anew in it.
+void eventBegins();
+
+// The number of the present event, another one after each step that blocks it. 0 outside of events.
+// What was looked up under a number still holds while the number is the same.
+[[nodiscard]] std::uint64_t currentEvent();
+
+// Stands around a step that blocks the main queue. Before the step, collected log entries leave,
+// since no timer fires while it blocks; after it, settings are looked up anew, since they may have
+// changed meanwhile.
+class BlockingStep {
+ public:
+  BlockingStep();
+  ~BlockingStep();
+  BlockingStep(const BlockingStep &) = delete;
+  BlockingStep &operator=(const BlockingStep &) = delete;
+};
+
+}  // namespace logging

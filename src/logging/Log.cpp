@@ -1,0 +1,264 @@
+#include <atomic>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "base/Files.hpp"
+#include "base/Root.hpp"
+#include "logging/CVNLog.hpp"
+#include "logging/CVNUnifiedLogger.hpp"
+#include "logging/DebugMode.hpp"
+#include "logging/LogPlatform.hpp"
+#include "logging/LogQuota.hpp"
+#include "logging/StandardErrorLines.hpp"
+#include "logging/UnauthenticatedLines.hpp"
+#include "settings/Settings.hpp"
+
+namespace logging {
+namespace {
+
+// What is process-wide of logging: the platform in use, the logger on it, and what is known of
+// debug mode.
+struct Logging {
+  std::recursive_mutex mutex;  // of all below
+  // Asked before the mutex is taken: the driver lives in programs that fork at any moment, and a
+  // child must not find it locked for good.
+  std::atomic<bool> isOn = false;
+  std::unique_ptr<LogPlatform> platform;
+  std::unique_ptr<CVNUnifiedLogger> logger;
+  bool inEvent = false;
+  std::uint64_t event = 0;  // counts on when logging starts over, so that no number comes twice
+  // as looked up in the current event
+  std::optional<bool> debugMode;
+  std::optional<bool> redaction;
+  bool isForUnauthenticated = false;  // what is written now
+  LogQuota quota;                     // of these
+
+  void forgetLookUps() {
+    ++event;
+    debugMode.reset();
+    redaction.reset();
+  }
+};
+
+// Never destroyed: a line may be written while the process ends, after static objects have gone.
+Logging &logging() {
+  static auto &state = *new Logging;  // NOLINT: see above
+  return state;
+}
+
+// What is left of an entry where the setting hides what entries say.
+constexpr const char *kRedactedEntry = "kfy:<private>";
+
+bool lookUpDebugMode(const LogPlatform &platform) {
+  return base::fileExists(base::rooted(kDebugMarker)) ||
+         settings::isOn(settings::kDebugLogging, platform.defaults);
+}
+
+// Whether entries of the unified log hide what they say.
+bool isRedacted() {
+  Logging &state = logging();
+  if (!state.inEvent) {
+    return settings::isOn(settings::kRedactUnifiedLog, state.platform->defaults);
+  }
+  if (!state.redaction) {
+    state.redaction = settings::isOn(settings::kRedactUnifiedLog, state.platform->defaults);
+  }
+  return *state.redaction;
+}
+
+std::uint64_t quotaBytesPerSecond() {
+  return static_cast<std::uint64_t>(
+      settings::valueOf(settings::kStrangerLogBytesPerSecond, logging().platform->defaults));
+}
+
+// Whether there is still room for a line, where room is limited.
+bool hasRoom() {
+  Logging &state = logging();
+  return !state.isForUnauthenticated ||
+         state.quota.admits(quotaBytesPerSecond(), state.platform->clock.now());
+}
+
+void spend(std::size_t bytes) {
+  if (logging().isForUnauthenticated) {
+    logging().quota.spend(bytes);
+  }
+}
+
+void sayWhatWasLeftOut() {
+  Logging &state = logging();
+  if (!state.platform || !state.quota.hasLeftOut()) {
+    return;
+  }
+  const std::uint64_t most = quotaBytesPerSecond();
+  if (const auto lines = state.quota.takeLeftOut(most, state.platform->clock.now())) {
+    CVNLog("%lu lines about clients that have not authenticated left out (limit %s is %lu)", lines,
+           settings::kStrangerLogBytesPerSecond.key, most);
+  }
+}
+
+void writeToStandardError(const std::string &text) {
+  spend(text.size());
+  logging().platform->standardError.write(text);
+}
+
+// An entry of the unified log is one line.
+std::string unifiedLogEntry(std::string_view message) {
+  std::string entry = "kfy:";
+  entry.reserve(entry.size() + message.size());
+  for (const char character : message) {
+    if (character == '\n') {
+      entry += "\\n";
+    } else {
+      entry += character;
+    }
+  }
+  return entry;
+}
+
+}  // namespace
+
+std::recursive_mutex &logMutex() {
+  return logging().mutex;
+}
+
+void useLogPlatform(std::unique_ptr<LogPlatform> platform) {
+  const std::lock_guard lock(logMutex());
+  logging().logger.reset();
+  logging().forgetLookUps();
+  logging().inEvent = false;
+  logging().isOn = platform != nullptr;
+  logging().platform = std::move(platform);
+}
+
+LogPlatform *logPlatform() {
+  if (!logging().isOn) {
+    return nullptr;
+  }
+  const std::lock_guard lock(logMutex());
+  return logging().platform.get();
+}
+
+void flushLogs() {
+  if (LogPlatform *platform = logPlatform()) {
+    const std::lock_guard lock(logMutex());
+    platform->unifiedLog.flush();
+    platform->standardError.flush();
+  }
+}
+
+bool debugModeOn() {
+  Logging &state = logging();
+  if (!state.isOn) {
+    return false;
+  }
+  const std::lock_guard lock(state.mutex);
+  if (!state.inEvent) {
+    return lookUpDebugMode(*state.platform);
+  }
+  if (!state.debugMode) {
+    // Set before the look-up, which may itself report a broken settings file through CVNLog.
+    state.debugMode = false;
+    state.debugMode = lookUpDebugMode(*state.platform);
+  }
+  return *state.debugMode;
+}
+
+void eventBegins() {
+  const std::lock_guard lock(logMutex());
+  logging().inEvent = true;
+  logging().forgetLookUps();
+  sayWhatWasLeftOut();
+}
+
+std::uint64_t currentEvent() {
+  if (!logging().isOn) {
+    return 0;
+  }
+  const std::lock_guard lock(logMutex());
+  return logging().inEvent ? logging().event : 0;
+}
+
+BlockingStep::BlockingStep() {
+  flushLogs();
+}
+
+BlockingStep::~BlockingStep() {
+  const std::lock_guard lock(logMutex());
+  logging().forgetLookUps();
+}
+
+UnauthenticatedLines::UnauthenticatedLines(bool isUnauthenticated)
+    : before_(std::exchange(logging().isForUnauthenticated, isUnauthenticated)) {}
+
+UnauthenticatedLines::~UnauthenticatedLines() {
+  logging().isForUnauthenticated = before_;
+}
+
+void writeLog(std::int64_t level, std::string_view format, std::span<const LogArgument> arguments) {
+  LogPlatform *platform = logPlatform();
+  if (platform == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(logMutex());
+  if (!hasRoom()) {
+    return;
+  }
+  CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger();
+  // The file takes messages of any length. One that the unified log alone gets, and would cut, is
+  // not made in full: a frame of 2 MiB would become 4 MiB of hexadecimal text for 64 KiB.
+  const bool isForFile = level != kLogLevel || debugModeOn();
+  const std::string message =
+      formatted(format, arguments, isForFile ? kWholeText : platform::kLongestEntry + 1);
+  spend(message.size());
+  if (platform->unifiedLog.accepts()) {
+    platform->unifiedLog.entry(isRedacted() ? kRedactedEntry : unifiedLogEntry(message));
+  }
+  if (isForFile) {
+    logger->logString(message, level);
+  }
+}
+
+void logToFileAlone(std::string_view message) {
+  if (CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger()) {
+    logger->logString(message, kLogLevel);
+  }
+}
+
+void writeStandardError(std::string_view format, std::span<const LogArgument> arguments) {
+  if (logPlatform() == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(logMutex());
+  if (hasRoom()) {
+    writeToStandardError(formatted(format, arguments));
+  }
+}
+
+void writeWarning(int errorNumber, std::string_view format,
+                  std::span<const LogArgument> arguments) {
+  const LogPlatform *platform = logPlatform();
+  if (platform == nullptr) {
+    return;
+  }
+  const std::lock_guard lock(logMutex());
+  if (hasRoom()) {
+    writeToStandardError(platform->processName + ": " + formatted(format, arguments) + ": " +
+                         std::generic_category().message(errorNumber) + "\n");
+  }
+}
+
+}  // namespace logging
+
+CVNUnifiedLogger *CVNUnifiedLogger::sharedLogger() {
+  logging::Logging &state = logging::logging();
+  if (!state.isOn) {
+    return nullptr;
+  }
+  const std::lock_guard lock(state.mutex);
+  if (!state.logger && state.platform) {
+    state.logger = std::make_unique<CVNUnifiedLogger>(*state.platform);
+  }
+  return state.logger.get();
+}
