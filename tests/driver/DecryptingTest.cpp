@@ -41,6 +41,17 @@ TEST_F(TokenUser, DecryptsWhatItEncrypts) {
     };
     EXPECT_EQ(encrypt(Bytes(row.mostBytes + 1, 1)), CKR_DATA_LEN_RANGE);
     ASSERT_EQ(encrypt(plain), CKR_OK);
+    ASSERT_EQ(f.C_EncryptInit(session, &given, key(CKO_PUBLIC_KEY, rsa)), CKR_OK);
+    for (const CK_ULONG bytes : {CK_ULONG{9}, row.mostBytes - 9}) {
+      EXPECT_EQ(f.C_EncryptUpdate(session, Bytes(plain).data(), bytes, nullptr, &length), CKR_OK);
+    }
+    length = block.size();
+    ASSERT_EQ(f.C_EncryptFinal(session, block.data(), &length), CKR_OK);
+    ASSERT_EQ(f.C_DecryptInit(session, &given, key(CKO_PRIVATE_KEY, rsa)), CKR_OK);
+    ASSERT_EQ(f.C_DecryptUpdate(session, block.data(), 256, nullptr, &length), CKR_OK);
+    length = opened.size();
+    EXPECT_EQ(f.C_DecryptFinal(session, opened.data(), &length), CKR_OK);
+    EXPECT_EQ(opened[length - 1], 0x11);
     card.uses = 0;
     ASSERT_EQ(f.C_DecryptInit(session, &given, key(CKO_PRIVATE_KEY, rsa)), CKR_OK);
     EXPECT_EQ(f.C_Decrypt(session, block.data(), 255, opened.data(), &length),
@@ -58,6 +69,26 @@ TEST_F(TokenUser, DecryptsWhatItEncrypts) {
     EXPECT_EQ(card.uses, 1);
     opened.resize(length);
     EXPECT_EQ(opened, plain);
+  }
+}
+
+TEST_F(TokenUser, RefusesOtherParametersOfOAEP) {
+  constexpr CK_ULONG kData = CKZ_DATA_SPECIFIED;
+  Bytes label(std::size_t{64} * 1024 + 1);
+  CK_RSA_PKCS_OAEP_PARAMS kCases[] = {
+      {CKM_SHA256, CKG_MGF1_SHA256, kData, label.data(), label.size() - 1},
+      {CKM_SHA256, CKG_MGF1_SHA256, kData, label.data(), label.size()},
+      {CKM_SHA256, CKG_MGF1_SHA256, kData, nullptr, 1},
+      {CKM_SHA256, CKG_MGF1_SHA256, 0, label.data(), 1},
+      {CKM_SHA256, 99, 0, nullptr, 0},
+      {CKM_RSA_PKCS, CKG_MGF1_SHA256, 0, nullptr, 0}};
+  const CK_OBJECT_HANDLE object = key(CKO_PUBLIC_KEY, rsa);
+  for (CK_RSA_PKCS_OAEP_PARAMS &row : kCases) {
+    CK_MECHANISM given{CKM_RSA_PKCS_OAEP, &row, sizeof row};
+    EXPECT_EQ(f.C_EncryptInit(session, &given, object),
+              &row == kCases ? CKR_OK : CKR_MECHANISM_PARAM_INVALID);
+    EXPECT_EQ(f.C_EncryptUpdate(session, label.data(), 257, nullptr, &row.source),
+              &row == kCases ? CKR_DATA_LEN_RANGE : CKR_OPERATION_NOT_INITIALIZED);
   }
 }
 
@@ -85,7 +116,11 @@ TEST_F(Derivation, AgreesOnASecretWithAnotherKey) {
       {"RawPoint", p256, {}, 32},
       {"PointInAnOctetString", p384, {4, 97}, 48},
       {"LongOctetString", p521, {4, 0x81, 133}, 66},
-      {"EndOfTheCoordinate", p256, {}, 16},
+      {"EndOfTheCoordinate", p256, {4, 65}, 1},
+      {"Nothing", p256, {}, 0, CKR_ATTRIBUTE_VALUE_INVALID},
+      {"NoOctetString", p256, {5, 65}, 32, CKR_MECHANISM_PARAM_INVALID},
+      {"OtherLength", p384, {4, 98}, 48, CKR_MECHANISM_PARAM_INVALID},
+      {"OtherLengthOfLength", p521, {4, 0x82, 133}, 66, CKR_MECHANISM_PARAM_INVALID},
       {"LongerThanTheCoordinate", p256, {}, 33, CKR_ATTRIBUTE_VALUE_INVALID},
       {"NoPoint", p256, {9}, 32, CKR_MECHANISM_PARAM_INVALID}};
   constexpr std::array<const char *, usualKeyCount> kCurves{"", "", "P-256", "P-384", "P-521", ""};
@@ -125,6 +160,17 @@ TEST_F(Derivation, ASecretThatIsNotOpenStaysHiddenAndGoesWithItsSession) {
   }
   EXPECT_EQ(derive(session, key(CKO_PUBLIC_KEY, p256), point, {CKA_ID, nullptr, 0}),
             CKR_KEY_FUNCTION_NOT_PERMITTED);
+  CK_BBOOL yes = CK_TRUE;
+  CK_OBJECT_CLASS other = CKO_DATA;
+  const std::pair<CK_ATTRIBUTE, CK_RV> kTemplates[] = {
+      {{CKA_TOKEN, &yes, sizeof yes}, CKR_TOKEN_WRITE_PROTECTED},
+      {{CKA_CLASS, &other, sizeof other}, CKR_TEMPLATE_INCONSISTENT},
+      {{CKA_VALUE, &yes, sizeof yes}, CKR_TEMPLATE_INCONSISTENT},
+      {{CKA_VALUE_LEN, &yes, sizeof yes}, CKR_ATTRIBUTE_VALUE_INVALID},
+      {{CKA_ID, nullptr, 1}, CKR_ARGUMENTS_BAD}};
+  for (const auto &[wanted, result] : kTemplates) {
+    EXPECT_EQ(derive(session, object, point, wanted), result) << wanted.type;
+  }
   const CK_SESSION_HANDLE closed = opened();
   card.meanwhile = [&] { EXPECT_EQ(f.C_CloseSession(closed), CKR_OK); };
   EXPECT_EQ(derive(closed, object, point, {CKA_ID, nullptr, 0}), CKR_SESSION_CLOSED);
