@@ -165,6 +165,14 @@ TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
   EXPECT_EQ(card_.content(), nullptr);
   EXPECT_FALSE(card_.isPresent());
   EXPECT_EQ(listings_, 2);
+
+  const std::function<void()> insertAgain = [&] {
+    putMarker();
+    whenListed_ = insertAgain;
+  };
+  insertAgain();
+  EXPECT_EQ(card_.content(), nullptr) << "it never stays";
+  EXPECT_EQ(listings_, 5);
 }
 
 TEST_F(DaemonCardTest, ReadsTheBeginningOfALongList) {
