@@ -3,26 +3,43 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "base/Bytes.hpp"
+#include <filesystem>
+
 #include "base/Files.hpp"
+#include "base/Root.hpp"
 
 namespace client {
 namespace {
 
-TEST(CardMarker, IsAFileOfTheRightOwnerAndAnotherOnceItIsMadeAnew) {
-  const auto write = [] {
-    ASSERT_TRUE(base::replaceFile(cardMarkerPath(), base::viewOf("x"), 0644));
-  };
+TEST(CardMarker, IsAFileOfTheRightOwner) {
+  const std::string path = base::rooted("/tmp/scinsert");
+  const std::string other = base::rooted("/tmp/other");
   EXPECT_FALSE(findCardMarker());
-  write();
-  const auto first = findCardMarker();
-  ASSERT_TRUE(first);
-  EXPECT_TRUE(findCardMarker() == first);
-  write();
-  EXPECT_FALSE(findCardMarker() == first);
+  ASSERT_TRUE(base::replaceFile(other, {}, 0644));
+  std::filesystem::create_symlink(other, path);
+  EXPECT_FALSE(findCardMarker()) << "a link";
+  std::filesystem::remove(path);
+  std::filesystem::create_directory(path);
+  EXPECT_FALSE(findCardMarker()) << "a folder";
+  std::filesystem::remove(path);
+  std::filesystem::rename(other, path);
+  EXPECT_TRUE(findCardMarker() && findCardMarker() == findCardMarker());
   if (::geteuid() == 0) {
-    ASSERT_EQ(::chown(cardMarkerPath().c_str(), 1, 1), 0);
-    EXPECT_FALSE(findCardMarker());
+    ASSERT_EQ(::chown(path.c_str(), 1, 1), 0);
+    EXPECT_FALSE(findCardMarker()) << "somebody else's";
+    ASSERT_EQ(::chown(base::root().c_str(), 1, 1), 0);
+    EXPECT_TRUE(findCardMarker()) << "whose root it is";
+    ASSERT_EQ(::chown(base::root().c_str(), 0, 0), 0);
+  }
+  std::filesystem::remove(path);
+}
+
+TEST(CardMarker, IsAnotherOnceItIsMadeAnew) {
+  const CardMarker marker{1, {2, 3}, {4, 5}};
+  for (const CardMarker &other :
+       {CardMarker{9, {2, 3}, {4, 5}}, CardMarker{1, {9, 3}, {4, 5}}, CardMarker{1, {2, 9}, {4, 5}},
+        CardMarker{1, {2, 3}, {9, 5}}, CardMarker{1, {2, 3}, {4, 9}}}) {
+    EXPECT_FALSE(other == marker);
   }
 }
 

@@ -1,7 +1,6 @@
 #include "client/SharedConnection.hpp"
 
 #include <gtest/gtest.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -29,6 +28,12 @@ QuillMessage requestFor(std::uint8_t content) {
 
 Terms soon() {
   return lasting(std::chrono::seconds(10));
+}
+
+Terms once() {
+  Terms terms = lasting(std::chrono::hours(1));
+  terms.connecting = std::chrono::milliseconds(0);
+  return terms;
 }
 
 // Answers with the bytes to sign and the number of the connection.
@@ -90,7 +95,8 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
     threads.emplace_back([this, name] {
       for (int round = 0; round < 4; ++round) {
         Terms terms = soon();
-        terms.glance = std::chrono::hours(1);  // nobody wakes by chance
+        terms.glance = std::chrono::hours(1);  // nobody wakes by chance, or is asked
+        terms.goesOn = [] { return false; };
         const auto answer = connection_.request(requestFor(name), terms);
         EXPECT_EQ(answer.value().signedData, (Bytes{name, 0}));
       }
@@ -136,7 +142,7 @@ TEST_F(SharedConnectionTest, AsksAgainADaemonThatCameBack) {
   serve(answerAll);
   asking.join();
   serve(answerAll);  // lost while nobody waited
-  EXPECT_EQ(ask(2), (Bytes{2, 0}));
+  EXPECT_EQ(ask(2, once()), (Bytes{2, 0}));
 }
 
 TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
@@ -147,12 +153,6 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
   const base::Descriptor mine(ends[0]);
   const base::Descriptor other(ends[1]);
   const int reused = descriptor_;
-  for (const auto &[option, expected] : {std::pair{TCP_NODELAY, 1}, {TCP_KEEPIDLE, 15}}) {
-    int value = -1;
-    socklen_t size = sizeof value;
-    ::getsockopt(reused, IPPROTO_TCP, option, &value, &size);
-    EXPECT_EQ(value, expected) << option;
-  }
   ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
 
   EXPECT_EQ(ask(2), (Bytes{2, 1}));
@@ -199,40 +199,21 @@ TEST_F(SharedConnectionTest, SaysWhyThereIsNoAnswer) {
   EXPECT_EQ(ask(1, stopping), Bytes());
   EXPECT_EQ(error_.code, stopped);
 
-  Terms once = soon();
-  once.connecting = std::chrono::milliseconds(0);
+  serve([](ServedConnection &connection, int /*number*/) { (void)connection.receive(); });
+  EXPECT_EQ(ask(1, once()), Bytes());
+  EXPECT_EQ(error_.code, peerEnded) << "as good as none";
+
   identity_ = fakes::makeIdentity("stranger");
   serve(answerAll);
-  EXPECT_EQ(ask(1, once), Bytes());
+  EXPECT_EQ(ask(1, once()), Bytes());
   EXPECT_EQ(error_.code, keyNotPinned);
 
   daemon_.reset();
-  EXPECT_EQ(ask(1, once), Bytes());
+  EXPECT_EQ(ask(1, once()), Bytes());
   EXPECT_EQ(error_.code, unreachable);
 
   EXPECT_FALSE(connection_.request(QuillMessage(), soon(), &error_));
   EXPECT_EQ(error_.code, notSendable);
-}
-
-// Of one connection, where no link takes what it reads.
-TEST_F(SharedConnectionTest, KeepsTheNewestOfWhatNobodyTakesAndNeverMoreThanFourMiB) {
-  serve([](ServedConnection &connection, int number) {
-    const auto request = connection.receive().value();
-    for (std::uint8_t count = 1; count <= 40; ++count) {
-      auto message = requestFor(count);
-      message.dataToSign->resize(std::size_t{390} * 1024);  // in JSON half a MiB and more
-      connection.send(message);
-    }
-    answer(connection, number, request);
-    (void)connection.receive();
-  });
-  const auto connection = Connection::open(kLoopbackHost, port_, judge_);
-  EXPECT_TRUE(connection->request(requestFor(0)));
-  Bytes kept;
-  while (const auto message = connection->take()) {
-    kept.push_back(message->dataToSign.value().front());
-  }
-  EXPECT_EQ(kept, (Bytes{34, 35, 36, 37, 38, 39, 40}));
 }
 
 }  // namespace

@@ -115,6 +115,11 @@ TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
   EXPECT_EQ(tokenFlags() & CKF_LOGIN_REQUIRED, CKF_LOGIN_REQUIRED);
   EXPECT_EQ(found({}).size(), 2 * usualKeyCount);
   EXPECT_EQ(loginWith(""), CKR_PIN_LEN_RANGE);
+  EXPECT_EQ(loginWith(std::string(256, '1')), CKR_PIN_LEN_RANGE);
+  EXPECT_EQ(loginWith("\xFF"), CKR_PIN_INVALID);
+  ASSERT_EQ(loginWith(std::string(255, '1')), CKR_OK);
+  EXPECT_EQ(f.C_CloseAllSessions(0), CKR_OK);
+  session = opened();
   ASSERT_EQ(loginWith("1234"), CKR_OK);
   EXPECT_EQ(loginWith("1234"), CKR_USER_ALREADY_LOGGED_IN);
   const CK_OBJECT_HANDLE object = key(CKO_PRIVATE_KEY, p256);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
@@ -46,26 +47,37 @@ TEST(Module, NeedsAndShowsNothingElse) {
       << "something would be destroyed while programs still call";
 }
 
-// As from an exit handler that runs late: OpenSSL has been shut down, the module was unloaded.
+// As from an exit handler that runs late: OpenSSL has been shut down, the module was unloaded. The
+// trace tells what came of the calls.
 TEST(Module, AnswersAfterTheLibraryWasShutDown) {
-  EXPECT_EQ(fakes::statusOfChild([] {
+  const std::string trace = base::rooted("/tmp/trace");
+  EXPECT_EQ(fakes::statusOfChild([&] {
               void *const module = ::dlopen(KEYFERRY_MODULE, RTLD_NOW | RTLD_LOCAL);
               const auto get =
                   reinterpret_cast<CK_C_GetFunctionList>(::dlsym(module, "C_GetFunctionList"));
               CK_FUNCTION_LIST *f = nullptr;
               CK_ULONG count = 0;
-              if (get == nullptr || get(&f) != CKR_OK || f->C_Initialize(nullptr) != CKR_OK ||
-                  f->C_GetSlotList(CK_TRUE, nullptr, &count) != CKR_OK || count != 0) {
+              ::setenv("KFY_PKCS11_DEBUG", "1", /*overwrite=*/1);
+              if (get(&f) != CKR_OK || std::freopen(trace.c_str(), "w", stderr) == nullptr) {
                 return 1;
               }
+              f->C_Initialize(nullptr);
+              f->C_GetSlotList(CK_TRUE, nullptr, &count);
               ::dlclose(module);
               OPENSSL_cleanup();
-              const bool answers = f->C_CloseAllSessions(0) == CKR_CRYPTOKI_NOT_INITIALIZED &&
-                                   f->C_Finalize(nullptr) == CKR_OK &&
-                                   f->C_Finalize(nullptr) == CKR_CRYPTOKI_NOT_INITIALIZED;
-              return answers ? 0 : 2;
+              f->C_CloseAllSessions(0);
+              f->C_Finalize(nullptr);
+              f->C_Finalize(nullptr);
+              return count == 0 ? 0 : 2;
             }),
             0);
+  std::ifstream file(trace);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
+            "kfy-pkcs11: C_Initialize: CKR_OK\n"
+            "kfy-pkcs11: C_GetSlotList: CKR_OK\n"
+            "kfy-pkcs11: C_CloseAllSessions: CKR_CRYPTOKI_NOT_INITIALIZED\n"
+            "kfy-pkcs11: C_Finalize: CKR_OK\n"
+            "kfy-pkcs11: C_Finalize: CKR_CRYPTOKI_NOT_INITIALIZED\n");
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
 #include "driver/Object.hpp"
 
+#include <gmock/gmock.h>
+
+#include <set>
+
 #include "driver/TokenUser.hpp"
 #include "encodings/HexString.hpp"
 
@@ -31,8 +35,8 @@ TEST_F(TokenUser, FindsOneObjectOfEachKindForEachKey) {
   EXPECT_EQ(oneByOne.size(), 3 * usualKeyCount);
   EXPECT_EQ(f.C_FindObjectsFinal(session), CKR_OK);
   EXPECT_EQ(f.C_FindObjectsFinal(session), CKR_OK);
-  card.insert({usualKeys()[p256], usualKeys()[p256]});
-  EXPECT_EQ(found({}).size(), 4U) << "one key with two certificates";
+  card.insert({usualKeys()[p256], usualKeys()[p256], *crypto::PrivateKey::generateRSA(1023)});
+  EXPECT_EQ(found({}).size(), 5U) << "one key with two certificates, one that is not usable";
 }
 
 TEST_F(TokenUser, ShowsWhatProgramsLookFor) {
@@ -50,13 +54,6 @@ TEST_F(TokenUser, ShowsWhatProgramsLookFor) {
   };
   const crypto::Certificate &certificate = card.content->at(rsa).certificate;
   const Row kRows[] = {
-      {"VisibleWithoutLogin", CKO_PRIVATE_KEY, rsa, CKA_PRIVATE, kNo},
-      {"Sensitive", CKO_PRIVATE_KEY, rsa, CKA_SENSITIVE, kYes},
-      {"AlwaysSensitive", CKO_PRIVATE_KEY, rsa, CKA_ALWAYS_SENSITIVE, kYes},
-      {"NeverExtractable", CKO_PRIVATE_KEY, rsa, CKA_NEVER_EXTRACTABLE, kYes},
-      {"NotExtractable", CKO_PRIVATE_KEY, rsa, CKA_EXTRACTABLE, kNo},
-      {"NotAskedEachTime", CKO_PRIVATE_KEY, rsa, CKA_ALWAYS_AUTHENTICATE, kNo},
-      {"RSADecrypts", CKO_PRIVATE_KEY, rsa, CKA_DECRYPT, kYes},
       {"ECDoesNotDecrypt", CKO_PRIVATE_KEY, p256, CKA_DECRYPT, kNo},
       {"ECDerives", CKO_PRIVATE_KEY, p256, CKA_DERIVE, kYes},
       {"ECPublicHalfToo", CKO_PUBLIC_KEY, p256, CKA_DERIVE, kYes},
@@ -79,8 +76,16 @@ TEST_F(TokenUser, ShowsWhatProgramsLookFor) {
     EXPECT_EQ(encodings::hexString(attribute(key(row.objectClass, row.key), row.type)),
               encodings::hexString(row.value));
   }
+  const CK_OBJECT_HANDLE object = key(CKO_PRIVATE_KEY, rsa);
+  for (const auto type :
+       {CKA_SENSITIVE, CKA_ALWAYS_SENSITIVE, CKA_NEVER_EXTRACTABLE, CKA_DECRYPT}) {
+    EXPECT_EQ(attribute(object, type), kYes) << type;
+  }
+  for (const auto type : {CKA_PRIVATE, CKA_EXTRACTABLE, CKA_ALWAYS_AUTHENTICATE}) {
+    EXPECT_EQ(attribute(object, type), kNo) << type;
+  }
   EXPECT_EQ(attribute(key(CKO_CERTIFICATE, rsa), CKA_SERIAL_NUMBER).front(), 0x02);
-  EXPECT_EQ(attribute(key(CKO_PRIVATE_KEY, rsa), CKA_MODULUS).size(), 256U);
+  EXPECT_EQ(attribute(object, CKA_MODULUS).size(), 256U);
 }
 
 TEST_F(TokenUser, FillsAllAttributesButThoseItCannot) {
@@ -105,6 +110,56 @@ TEST_F(TokenUser, FillsAllAttributesButThoseItCannot) {
     wanted.at(index).ulValueLen = 2;
     EXPECT_EQ(f.C_GetAttributeValue(session, object, &wanted.at(index), 1), result) << index;
   }
+}
+
+TEST_F(TokenUser, SaysWhatItIs) {
+  using testing::HasSubstr;
+  using Numbers = std::vector<CK_ULONG>;
+  constexpr CK_ULONG kMany = CK_EFFECTIVELY_INFINITE;
+  constexpr CK_ULONG kUnknown = CK_UNAVAILABLE_INFORMATION;
+  const auto textsOf = [](const auto &info) {
+    return std::string(reinterpret_cast<const char *>(&info), sizeof info);
+  };
+  const std::string maker = "Keyferry" + std::string(24, ' ');
+  CK_INFO module{};
+  CK_SLOT_INFO slot{};
+  CK_TOKEN_INFO token{};
+  CK_SESSION_INFO use{};
+  CK_SESSION_HANDLE second = 0;
+  for (const CK_RV result :
+       {f.C_OpenSession(0, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &second),
+        f.C_GetInfo(&module), f.C_GetSlotInfo(0, &slot), f.C_GetTokenInfo(0, &token),
+        f.C_GetSessionInfo(second, &use)}) {
+    EXPECT_EQ(result, CKR_OK);
+  }
+  EXPECT_THAT(textsOf(module), HasSubstr(maker));
+  EXPECT_THAT(textsOf(slot), HasSubstr("card reader" + std::string(36, ' ') + maker));
+  EXPECT_THAT(textsOf(token),
+              HasSubstr("Keyferry card                   " + maker + "Remote card     " +
+                        support::hexString(card.content->front().publicKeyHash).substr(0, 16)));
+  EXPECT_EQ((Numbers{module.cryptokiVersion.major, module.libraryVersion.minor,
+                     slot.firmwareVersion.minor, token.firmwareVersion.minor, slot.flags}),
+            (Numbers{2, 1, 1, 1, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
+  EXPECT_EQ((Numbers{token.ulMaxSessionCount, token.ulSessionCount, token.ulMaxRwSessionCount,
+                     token.ulRwSessionCount, token.ulMaxPinLen, token.ulMinPinLen,
+                     token.ulTotalPublicMemory, token.ulFreePublicMemory,
+                     token.ulTotalPrivateMemory, token.ulFreePrivateMemory}),
+            (Numbers{kMany, 2, kMany, 1, 0, 0, kUnknown, kUnknown, kUnknown, kUnknown}));
+  EXPECT_EQ((Numbers{use.state, use.flags}),
+            (Numbers{CKS_RW_PUBLIC_SESSION, CKF_SERIAL_SESSION | CKF_RW_SESSION}));
+
+  CK_MECHANISM_INFO mechanism{};
+  std::vector<CK_MECHANISM_TYPE> types(27);
+  CK_ULONG count = 26;
+  EXPECT_EQ(f.C_GetMechanismList(0, types.data(), &count), CKR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(f.C_GetMechanismList(0, types.data(), &count), CKR_OK);
+  std::set<CK_ULONG> bits;
+  for (const CK_MECHANISM_TYPE type : types) {
+    EXPECT_EQ(f.C_GetMechanismInfo(0, type, &mechanism), CKR_OK);
+    bits.insert({mechanism.ulMinKeySize, mechanism.ulMaxKeySize});
+  }
+  EXPECT_THAT(bits, testing::ElementsAre(0, 255, 256, 521, 1024, 4096));
+  EXPECT_EQ(f.C_GenerateRandom(session, nullptr, 0), CKR_OK);
 }
 
 TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {

@@ -45,7 +45,7 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
       {"ECDSADigest", p256, CKM_ECDSA, Bytes(64, 9)},
       {"ECDSASHA384", p384, CKM_ECDSA_SHA384, sixty},
       {"ECDSASHA1", p521, CKM_ECDSA_SHA1, sixty},
-      {"Ed25519", ed25519, CKM_EDDSA, Bytes(5000, 9)}};
+      {"Ed25519", ed25519, CKM_EDDSA, Bytes(std::size_t{1024} * 1024, 9)}};
   for (SigningCase row : kCases) {
     SCOPED_TRACE(row.name);
     CK_MECHANISM given = mechanismOf(row.mechanism, row.pss);
@@ -82,6 +82,7 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
 
     EXPECT_EQ(verify(row.key, given, message, whole), CKR_OK);
     EXPECT_EQ(verify(row.key, given, message, inParts), CKR_OK);
+    EXPECT_EQ(verify(row.key, given, message, Bytes(length - 1)), CKR_SIGNATURE_LEN_RANGE);
     whole[whole.size() / 2] ^= 1;
     ASSERT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, row.key)), CKR_OK);
     ASSERT_EQ(f.C_VerifyUpdate(session, message.data(), message.size()), CKR_OK);
@@ -116,20 +117,26 @@ struct RefusedCase {
 // What is wrong with a message is said when it is there, all else at the beginning.
 TEST_F(TokenUser, RefusesWhatDoesNotFit) {
   const Pss usual = pss(CKM_SHA256, CKG_MGF1_SHA256, 32);
+  const Pss noHash = pss(CKM_RSA_PKCS, CKG_MGF1_SHA256, 32);
   const Pss otherMask = pss(CKM_SHA256, 99, 32);
-  const Pss longSalt = pss(CKM_SHA256, CKG_MGF1_SHA256, 96);
-  const Pss hugeSalt = pss(CKM_SHA256, CKG_MGF1_SHA256, ~CK_ULONG{0});
+  const Pss longSalt = pss(CKM_SHA256, CKG_MGF1_SHA256, 512);
+  const Pss hugeSalt = pss(CKM_SHA256, CKG_MGF1_SHA256, 513);
   const RefusedCase kCases[] = {
       {"TooLongToPad", rsa, CKM_RSA_PKCS, 246, CKR_DATA_LEN_RANGE},
       {"TooLongForABlock", rsa, CKM_RSA_X_509, 257, CKR_DATA_LEN_RANGE},
+      {"NothingForABlock", rsa, CKM_RSA_X_509, 0, CKR_DATA_LEN_RANGE},
       {"NoDigest", p256, CKM_ECDSA, 65, CKR_DATA_LEN_RANGE},
+      {"Nothing", p256, CKM_ECDSA, 0, CKR_DATA_LEN_RANGE},
+      {"LongerThanAFrame", ed25519, CKM_EDDSA, 1024 * 1024 + 1, CKR_DATA_LEN_RANGE},
       {"WrongDigestLength", rsa, CKM_RSA_PKCS_PSS, 31, CKR_DATA_LEN_RANGE, usual},
       {"SaltTooLongForTheKey", oddRSA, CKM_RSA_PKCS_PSS, 32, CKR_DATA_LEN_RANGE, longSalt},
       {"NoParameters", rsa, CKM_RSA_PKCS_PSS, 32, CKR_MECHANISM_PARAM_INVALID},
       {"OtherHash", rsa, CKM_SHA1_RSA_PKCS_PSS, 9, CKR_MECHANISM_PARAM_INVALID, usual},
       {"UnknownMask", rsa, CKM_RSA_PKCS_PSS, 32, CKR_MECHANISM_PARAM_INVALID, otherMask},
+      {"UnknownHash", rsa, CKM_RSA_PKCS_PSS, 32, CKR_MECHANISM_PARAM_INVALID, noHash},
       {"HugeSalt", rsa, CKM_RSA_PKCS_PSS, 32, CKR_MECHANISM_PARAM_INVALID, hugeSalt},
       {"OtherKindOfKey", p256, CKM_SHA256_RSA_PKCS, 9, CKR_KEY_TYPE_INCONSISTENT},
+      {"NotForSigning", rsa, CKM_RSA_PKCS_OAEP, 9, CKR_MECHANISM_INVALID},
       {"UnknownMechanism", rsa, CKM_AES_CBC, 9, CKR_MECHANISM_INVALID}};
   for (RefusedCase row : kCases) {
     SCOPED_TRACE(row.name);
@@ -143,28 +150,37 @@ TEST_F(TokenUser, RefusesWhatDoesNotFit) {
     EXPECT_EQ(f.C_Sign(session, message.data(), message.size(), place.data(), &length),
               isLate ? row.result : CKR_OPERATION_NOT_INITIALIZED);
   }
-  EXPECT_EQ(sign(key(CKO_PUBLIC_KEY, rsa), {CKM_SHA256_RSA_PKCS, nullptr, 0}, Bytes(9)),
-            CKR_KEY_FUNCTION_NOT_PERMITTED);
+  CK_MECHANISM given{CKM_RSA_PKCS, nullptr, 0};
+  for (const CK_RV result : {f.C_SignInit(session, &given, key(CKO_PUBLIC_KEY, rsa)),
+                             f.C_DecryptInit(session, &given, key(CKO_PUBLIC_KEY, rsa)),
+                             f.C_VerifyInit(session, &given, key(CKO_PRIVATE_KEY, rsa)),
+                             f.C_EncryptInit(session, &given, key(CKO_PRIVATE_KEY, rsa))}) {
+    EXPECT_EQ(result, CKR_KEY_FUNCTION_NOT_PERMITTED);
+  }
+  EXPECT_EQ(f.C_SignInit(session, &given, key(CKO_CERTIFICATE, rsa)), CKR_KEY_TYPE_INCONSISTENT);
   EXPECT_EQ(card.uses, 0);
 }
 
 TEST_F(TokenUser, TellsHowTheHoldersAnswerCameOut) {
-  const std::pair<UseOutcome, CK_RV> kOutcomes[] = {
-      {UseOutcome::refused, CKR_FUNCTION_REJECTED},
-      {UseOutcome::cardGone, CKR_DEVICE_REMOVED},
-      {UseOutcome::timedOut, CKR_FUNCTION_FAILED},
-      {UseOutcome::failed, CKR_DEVICE_ERROR},
-      {UseOutcome::done, CKR_DEVICE_ERROR}};  // with a signature that the certificate denies
+  const std::tuple<UseOutcome, CK_RV, const char *> kOutcomes[] = {
+      {UseOutcome::refused, CKR_FUNCTION_REJECTED, "failed: the key's holder refused; try: look"},
+      {UseOutcome::cardGone, CKR_DEVICE_REMOVED, "failed: the card is gone; try: connect"},
+      {UseOutcome::timedOut, CKR_FUNCTION_FAILED, "failed: no answer within timeLimitSeconds"},
+      {UseOutcome::failed, CKR_DEVICE_ERROR, "\"key 0\" failed: connection lost; try: kfyctl"},
+      {UseOutcome::done, CKR_DEVICE_ERROR, "that the certificate \"key 0\" does not verify"}};
+  card.trouble = "connection lost";
   card.answersWrongly = true;
   const std::pair<UsualKey, CK_MECHANISM_TYPE> kKeys[] = {
       {rsa, CKM_RSA_PKCS}, {p256, CKM_ECDSA}, {ed25519, CKM_EDDSA}};
   for (const auto &[which, mechanism] : kKeys) {
-    for (const auto &[outcome, result] : kOutcomes) {
+    for (const auto &[outcome, result, text] : kOutcomes) {
       card.outcome = outcome;
       EXPECT_EQ(sign(key(CKO_PRIVATE_KEY, which), {mechanism, nullptr, 0}, Bytes(32, 1)), result);
+      EXPECT_TRUE(hasReported(text)) << text;
     }
   }
   EXPECT_EQ(card.uses, 15);
+  card.trouble = "";
 }
 
 }  // namespace

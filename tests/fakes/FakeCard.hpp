@@ -26,6 +26,7 @@ struct CardInHand {
   bool answersWrongly = false;
   int uses = 0;
   std::string lastPin;
+  std::string trouble;
   int abandoned = 0;
   std::function<void()> meanwhile;  // happens once, when the card is looked at next
 
@@ -86,7 +87,7 @@ class FakeCard : public driver::Card {
                                                             : key.deriveECDH(data);
     });
   }
-  std::string lastTrouble() override { return ""; }
+  std::string lastTrouble() override { return card_.trouble; }
   void abandon() override { ++card_.abandoned; }
 
  private:
