@@ -12,9 +12,9 @@
 namespace ctl {
 namespace {
 
-constexpr std::chrono::seconds kWait{60};
+constexpr std::chrono::seconds kListWait{60};
 
-Facts factsOf(const CardCertificate &card) {
+Facts cardFacts(const CardCertificate &card) {
   const auto key = card.certificate.publicKey();
   return {{"label", "label", card.info.label},
           {"commonName", "common name", card.certificate.commonName().value_or("")},
@@ -28,14 +28,14 @@ Facts factsOf(const CardCertificate &card) {
 
 Outcome listCertificates(Session &session) {
   Failure failure;
-  auto daemon = LocalDaemon::open(kWait, failure);
+  auto daemon = LocalDaemon::open(kListWait, failure);
   const auto cards = daemon ? daemon->certificates(failure) : std::nullopt;
   if (!cards) {
     return failure;
   }
   std::vector<Facts> list;
   for (const CardCertificate &card : *cards) {
-    list.push_back(factsOf(card));
+    list.push_back(cardFacts(card));
   }
   if (session.json) {
     session.output << jsonOf(list);

@@ -21,7 +21,7 @@ namespace {
 namespace json = boost::json;
 namespace keys = protocol::state_keys;
 
-constexpr std::size_t kLargestFile = std::size_t{16} << 20;
+constexpr std::size_t kLargestStateFile = std::size_t{16} << 20;
 
 std::int64_t numberUnder(const json::object &object, std::string_view key) {
   const json::value *value = object.if_contains(key);
@@ -97,7 +97,7 @@ std::string daemonStatePath() {
 }
 
 std::optional<DaemonState> readDaemonState(Error *error) {
-  const auto content = base::readFile(daemonStatePath(), kLargestFile, error);
+  const auto content = base::readFile(daemonStatePath(), kLargestStateFile, error);
   if (!content) {
     return std::nullopt;
   }

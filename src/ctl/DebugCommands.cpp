@@ -86,14 +86,14 @@ Outcome tell(Session &session) {
   return std::nullopt;
 }
 
-struct Row {
+struct DebugCommand {
   const char *name;
   const char *description;
   bool answers;
   Outcome (*run)(Session &);
 };
 
-constexpr Row kRows[] = {
+constexpr DebugCommand kDebugCommands[] = {
     {"on", "log everything, frames and passwords included", false, turnOn},
     {"off", "log no more than usual", false, turnOff},
     {"status", "whether debug mode is on", true, tell},
@@ -104,7 +104,7 @@ constexpr Row kRows[] = {
 void addDebugCommands(CLI::App &app, Session &session) {
   CLI::App *const group = app.add_subcommand("debug", "debug mode of kfyd");
   group->require_subcommand(1);
-  for (const Row &row : kRows) {
+  for (const DebugCommand &row : kDebugCommands) {
     CLI::App *const command = group->add_subcommand(row.name, row.description);
     if (row.answers) {
       addJSONOption(*command, session);

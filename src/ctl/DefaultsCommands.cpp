@@ -15,11 +15,10 @@
 namespace ctl {
 namespace {
 
-using platform_linux::Setting;
 using platform_linux::SettingsFile;
 using settings::SettingFault;
 
-struct Options {
+struct DefaultsOptions {
   std::string key;
   std::string value;
 };
@@ -27,7 +26,7 @@ struct Options {
 constexpr std::string_view kDomains[] = {settings::kIdentityDomain, platform::kStandardDefaults,
                                          settings::kDriverDomain};
 
-Failure unknownKey(const Options &options, const char *command) {
+Failure unknownKey(const DefaultsOptions &options, const char *command) {
   return {"there is no setting \"" + options.key + "\"",
           std::string("kfyctl defaults ") + command + " " + nearestKnownKey(options.key) +
               (options.value.empty() ? "" : " " + options.value),
@@ -35,8 +34,8 @@ Failure unknownKey(const Options &options, const char *command) {
 }
 
 // What is told of one setting; `fault` is null if nothing is wrong with it.
-Facts factsOf(const std::string &key, std::string_view domain, const std::string &value, bool isSet,
-              const SettingFault *fault) {
+Facts settingFacts(const std::string &key, std::string_view domain, const std::string &value,
+                   bool isSet, const SettingFault *fault) {
   const auto *const known = settings::settingWithKey(key, domain);
   return {{"key", "setting", key},
           {"domain", "domain", std::string(domain)},
@@ -69,21 +68,23 @@ struct Listing {
 };
 
 // What stands in one file, known or not, then the known ones that don't.
-void addDomain(Listing &listing, std::string_view domain, const std::vector<Setting> &settings) {
+void addDomain(Listing &listing, std::string_view domain,
+               const std::vector<platform_linux::Setting> &settings) {
   const auto faults = settings::faultsIn(domain, settings);
-  for (const Setting &setting : settings) {
+  for (const platform_linux::Setting &setting : settings) {
     const auto fault = std::ranges::find(faults, setting.key, &SettingFault::key);
     const SettingFault *const found = fault == faults.end() ? nullptr : &*fault;
     listing.add(
-        factsOf(setting.key, domain, settings::written(setting.value), /*isSet=*/true, found),
+        settingFacts(setting.key, domain, settings::written(setting.value), /*isSet=*/true, found),
         found);
   }
   for (const settings::Setting *known : settings::kSettings) {
     if (known->domain == domain &&
-        std::ranges::find(settings, known->key, &Setting::key) == settings.end()) {
-      listing.add(factsOf(known->key, domain, settings::writtenDefault(*known), /*isSet=*/false,
-                          /*fault=*/nullptr),
-                  /*fault=*/nullptr);
+        std::ranges::find(settings, known->key, &platform_linux::Setting::key) == settings.end()) {
+      listing.add(
+          settingFacts(known->key, domain, settings::writtenDefault(*known), /*isSet=*/false,
+                       /*fault=*/nullptr),
+          /*fault=*/nullptr);
     }
   }
 }
@@ -102,7 +103,7 @@ Outcome listDefaults(Session &session) {
   return std::nullopt;
 }
 
-Outcome readDefault(const Options &options, Session &session) {
+Outcome readDefault(const DefaultsOptions &options, Session &session) {
   const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "read");
@@ -116,16 +117,16 @@ Outcome readDefault(const Options &options, Session &session) {
   if (value.empty()) {
     return Failure{options.key + " is not set", "kfyctl defaults write " + options.key + " VALUE"};
   }
-  const std::vector<Setting> all{{options.key, stored.value_or(value)}};
+  const std::vector<platform_linux::Setting> all{{options.key, stored.value_or(value)}};
   const auto faults = stored ? settings::faultsIn(known->domain, all) : std::vector<SettingFault>();
-  session.output << (session.json ? jsonOf(factsOf(options.key, known->domain, value,
-                                                   /*isSet=*/stored.has_value(),
-                                                   faults.empty() ? nullptr : &faults.front()))
+  session.output << (session.json ? jsonOf(settingFacts(options.key, known->domain, value,
+                                                        /*isSet=*/stored.has_value(),
+                                                        faults.empty() ? nullptr : &faults.front()))
                                   : value + "\n");
   return std::nullopt;
 }
 
-Outcome writeDefault(const Options &options, Session & /*session*/) {
+Outcome writeDefault(const DefaultsOptions &options, Session & /*session*/) {
   const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "write");
@@ -141,7 +142,7 @@ Outcome writeDefault(const Options &options, Session & /*session*/) {
   return std::nullopt;
 }
 
-Outcome deleteDefault(const Options &options, Session & /*session*/) {
+Outcome deleteDefault(const DefaultsOptions &options, Session & /*session*/) {
   const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "delete");
@@ -153,15 +154,15 @@ Outcome deleteDefault(const Options &options, Session & /*session*/) {
   return std::nullopt;
 }
 
-struct Row {
+struct DefaultsCommand {
   const char *name;
   const char *description;
   bool takesValue;
   bool answers;
-  Outcome (*run)(const Options &, Session &);
+  Outcome (*run)(const DefaultsOptions &, Session &);
 };
 
-constexpr Row kRows[] = {
+constexpr DefaultsCommand kDefaultsCommands[] = {
     {"read", "print one setting", false, true, readDefault},
     {"write", "set one setting", true, false, writeDefault},
     {"delete", "go back to the default", false, false, deleteDefault},
@@ -176,8 +177,8 @@ void addDefaultsCommands(CLI::App &app, Session &session) {
   addJSONOption(*list, session);
   list->callback([&session] { session.outcome = listDefaults(session); });
 
-  for (const Row &row : kRows) {
-    const auto options = std::make_shared<Options>();
+  for (const DefaultsCommand &row : kDefaultsCommands) {
+    const auto options = std::make_shared<DefaultsOptions>();
     CLI::App *const command = group->add_subcommand(row.name, row.description);
     command->add_option("KEY", options->key, "the setting")->required();
     if (row.takesValue) {

@@ -20,7 +20,7 @@ namespace {
 constexpr int kDaysOfNewOnes = 3650;
 constexpr int kMostDays = 36500;
 
-struct Options {
+struct IdentityOptions {
   std::string name;  // of an identity: its hash or label
   std::string commonName;
   std::string label;
@@ -30,7 +30,7 @@ struct Options {
   bool force = false;
 };
 
-Outcome createIdentity(const Options &options, Session &session) {
+Outcome createIdentity(const IdentityOptions &options, Session &session) {
   Error error;
   const auto key = crypto::PrivateKey::generateP256(&error);
   const auto certificate =
@@ -52,7 +52,7 @@ Outcome createIdentity(const Options &options, Session &session) {
   return std::nullopt;
 }
 
-Outcome importIdentity(const Options &options, Session &session) {
+Outcome importIdentity(const IdentityOptions &options, Session &session) {
   return importIdentities(options.file, options.label, options.password, session);
 }
 
@@ -73,7 +73,7 @@ std::vector<Facts> factsOfAll(const std::vector<IdentityRecord> &inKeychain,
   return list;
 }
 
-Outcome listIdentities(const Options & /*options*/, Session &session) {
+Outcome listIdentities(const IdentityOptions & /*options*/, Session &session) {
   Failure failure;
   const auto records = allIdentities(session, failure);
   if (!records) {
@@ -103,7 +103,7 @@ Outcome listIdentities(const Options & /*options*/, Session &session) {
   return std::nullopt;
 }
 
-Outcome showIdentity(const Options &options, Session &session) {
+Outcome showIdentity(const IdentityOptions &options, Session &session) {
   Failure failure;
   Failure ignored;
   const auto used = identityInUse(session, options.name.empty() ? failure : ignored);
@@ -116,7 +116,7 @@ Outcome showIdentity(const Options &options, Session &session) {
   return std::nullopt;
 }
 
-Outcome chooseIdentity(const Options &options, Session &session) {
+Outcome chooseIdentity(const IdentityOptions &options, Session &session) {
   Failure failure;
   const auto record = identityNamed(options.name, session, failure);
   if (!record) {
@@ -132,7 +132,7 @@ Outcome chooseIdentity(const Options &options, Session &session) {
   return std::nullopt;
 }
 
-Outcome deleteIdentity(const Options &options, Session &session) {
+Outcome deleteIdentity(const IdentityOptions &options, Session &session) {
   Failure failure;
   const auto record = identityNamed(options.name, session, failure);
   if (!record) {
@@ -152,7 +152,7 @@ Outcome deleteIdentity(const Options &options, Session &session) {
   return status == platform::itemSuccess ? Outcome() : keychainUnusable(session);
 }
 
-using OptionsPointer = std::shared_ptr<Options>;
+using OptionsPointer = std::shared_ptr<IdentityOptions>;
 
 void addNothing(CLI::App & /*command*/, const OptionsPointer & /*options*/) {}
 
@@ -187,15 +187,15 @@ void addImport(CLI::App &command, const OptionsPointer &options) {
   options->password.addTo(command);
 }
 
-struct Row {
+struct IdentityCommand {
   const char *name;
   const char *description;
   bool answers;
   void (*addOptions)(CLI::App &, const OptionsPointer &);
-  Outcome (*run)(const Options &, Session &);
+  Outcome (*run)(const IdentityOptions &, Session &);
 };
 
-constexpr Row kRows[] = {
+constexpr IdentityCommand kIdentityCommands[] = {
     {"create", "make a key and a certificate for kfyd", true, addCreation, createIdentity},
     {"import", "take one from a file", true, addImport, importIdentity},
     {"list", "what is in the keychain and on tokens", true, addNothing, listIdentities},
@@ -209,8 +209,8 @@ constexpr Row kRows[] = {
 void addIdentityCommands(CLI::App &app, Session &session) {
   CLI::App *const group = app.add_subcommand("identity", "TLS identities of kfyd");
   group->require_subcommand(1);
-  for (const Row &row : kRows) {
-    const auto options = std::make_shared<Options>();
+  for (const IdentityCommand &row : kIdentityCommands) {
+    const auto options = std::make_shared<IdentityOptions>();
     CLI::App *const command = group->add_subcommand(row.name, row.description);
     row.addOptions(*command, options);
     if (row.answers) {

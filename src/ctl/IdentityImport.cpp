@@ -18,7 +18,7 @@ namespace {
 
 using Imported = CVNKeychain::Imported;
 
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestImport = 1024 * 1024;
 
 // What `read` makes of the file with the password that fits: the given one; else none, and where
 // that does not fit, the one that the user types. Nothing, with `failure` filled, if it can't be
@@ -123,7 +123,7 @@ Outcome importIdentities(const std::string &path, const std::string &label,
                          const PasswordOptions &options, Session &session) {
   const std::string command = "kfyctl identity import " + path;
   Error error;
-  const auto file = base::readFile(path, kLargestFile, &error);
+  const auto file = base::readFile(path, kLargestImport, &error);
   if (!file) {
     return failureFrom(error, command);
   }

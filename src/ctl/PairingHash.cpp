@@ -11,7 +11,7 @@ namespace ctl {
 namespace {
 
 constexpr std::size_t kSHA256Digits = 64;
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestCertificateFile = 1024 * 1024;
 
 std::string whyNot(std::string_view text, std::string_view digits) {
   const std::string quoted = "\"" + std::string(text) + "\"";
@@ -38,7 +38,7 @@ std::optional<Bytes> publicKeyHashFromText(std::string_view text, Error *error) 
 }
 
 std::optional<Bytes> publicKeyHashFromCertificate(const std::string &path, Error *error) {
-  const auto file = base::readFile(path, kLargestFile, error);
+  const auto file = base::readFile(path, kLargestCertificateFile, error);
   if (!file) {
     return std::nullopt;
   }

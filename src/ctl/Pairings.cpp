@@ -16,7 +16,7 @@
 namespace ctl {
 namespace {
 
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestPairingFile = 1024 * 1024;
 constexpr std::size_t kHashBytes = 20;
 
 constexpr const char *kFirstLine =
@@ -55,7 +55,7 @@ std::optional<std::string> PairingFile::readText(Error *error) const {
                  path_ + " is not a regular file that root alone can change, so it is not used");
     return std::nullopt;
   }
-  const auto content = base::readFile(path_, kLargestFile, error);
+  const auto content = base::readFile(path_, kLargestPairingFile, error);
   return content ? std::optional(std::string(base::textOf(*content))) : std::nullopt;
 }
 

@@ -144,14 +144,14 @@ void addWriting(CLI::App &command, Options &options, Session & /*session*/) {
   command.add_flag("--show", options.show, "print the one that was made")->needs(random);
 }
 
-struct Row {
+struct PasswordCommand {
   const char *name;
   const char *description;
   void (*addOptions)(CLI::App &, Options &, Session &);
   Outcome (*run)(const Options &, Session &);
 };
 
-constexpr Row kRows[] = {
+constexpr PasswordCommand kPasswordCommands[] = {
     {"get", "what is stored for an account", addReading, getPassword},
     {"set", "store one, in place of the one before", addWriting, setPassword},
     {"delete", "remove one from the keychain", addNothing, deletePassword},
@@ -162,7 +162,7 @@ constexpr Row kRows[] = {
 void addPasswordCommands(CLI::App &app, Session &session) {
   CLI::App *const group = app.add_subcommand("password", "password items in the keychain");
   group->require_subcommand(1);
-  for (const Row &row : kRows) {
+  for (const PasswordCommand &row : kPasswordCommands) {
     const auto options = std::make_shared<Options>();
     CLI::App *const command = group->add_subcommand(row.name, row.description);
     command->add_option("ACCOUNT", options->account, "whose password it is")->required();

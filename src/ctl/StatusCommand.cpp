@@ -26,7 +26,8 @@
 namespace ctl {
 namespace {
 
-constexpr std::chrono::seconds kWait{35};  // a look-up of the pairing can hold the daemon's queue
+constexpr std::chrono::seconds kStatusWait{
+    35};  // a look-up of the pairing can hold the daemon's queue
 
 // Where what is said of a place begins in its line.
 const std::string kIndentation(13, ' ');
@@ -75,7 +76,8 @@ void lookAtSettings(std::string_view domain, std::vector<Finding> &findings) {
   }
   findings.push_back(good("settings", path + ": " + std::to_string(settings->size()) + " set"));
   for (const settings::SettingFault &fault : settings::faultsIn(domain, *settings)) {
-    Finding finding = bad("setting", {path + ": " + settings::lineOf(fault), "sudo editor " + path});
+    Finding finding =
+        bad("setting", {path + ": " + settings::lineOf(fault), "sudo editor " + path});
     finding.facts = {{"key", "", fault.key},
                      {"wrong", "", fault.wrong},
                      {"inForce", "", fault.inForce},
@@ -141,7 +143,7 @@ Finding lookAtMarker() {
 // Over the loopback listener alone: the end of any connection to the public one withdraws the card.
 void lookAtDaemon(std::vector<Finding> &findings) {
   Failure failure;
-  auto daemon = LocalDaemon::open(kWait, failure);
+  auto daemon = LocalDaemon::open(kStatusWait, failure);
   const auto cards = daemon ? daemon->certificates(failure) : std::nullopt;
   if (!cards) {
     findings.push_back(bad("daemon", failure));

@@ -23,11 +23,6 @@ bool isASCII(ByteView bytes) {
   return std::ranges::all_of(bytes, [](std::uint8_t byte) { return byte < 0x80; });
 }
 
-// In steps of whole bytes, as a signature or a block of the key is long.
-int blockBits(const crypto::PublicKey &key) {
-  return (key.bits() + 7) / 8 * 8;
-}
-
 }  // namespace
 
 SecretText CVNKeychain::randomPasswordLength(std::uint64_t length) {
@@ -154,8 +149,8 @@ CVNKeychain::ImportResult CVNKeychain::importPackage(const crypto::Pkcs12Content
 
 CVNKeychain::ImportResult CVNKeychain::importIdentity(const crypto::Identity &identity,
                                                       std::vector<Imported> *imported) const {
-  constexpr int kMostBits = 2048;
-  if (blockBits(identity.key.publicKey()) > kMostBits) {
+  constexpr std::size_t kMostBytes = 2048 / 8;
+  if (identity.key.publicKey().sizeInBytes() > kMostBytes) {
     return importKeyTooLarge;
   }
   const platform::IdentityRecord record =

@@ -78,7 +78,7 @@ std::string compactText(const json::value &value) {
 }
 
 // The text under a key; null counts as absent like a missing key or one of another type.
-const json::string *textUnder(const json::object &object, std::string_view key) {
+const json::string *textUnderKey(const json::object &object, std::string_view key) {
   const json::value *value = object.if_contains(key);
   return value == nullptr ? nullptr : value->if_string();
 }
@@ -88,7 +88,7 @@ CardEntry cardEntryOf(const json::value &element) {
   entry.json = compactText(element);
   const json::object *dictionary = element.if_object();
   const json::string *text =
-      dictionary == nullptr ? nullptr : textUnder(*dictionary, "certificate");
+      dictionary == nullptr ? nullptr : textUnderKey(*dictionary, "certificate");
   if (text != nullptr) {
     entry.hasCertificate = true;
     entry.certificateSHA1 = certificateSHA1In(std::string_view(*text));

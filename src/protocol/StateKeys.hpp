@@ -1,9 +1,7 @@
 #pragma once
 
-namespace protocol {
-
 // The keys of the JSON object in base::kStateFile.
-namespace state_keys {
+namespace protocol::state_keys {
 
 inline constexpr const char *kStarted = "started";  // seconds since 1970, UTC
 inline constexpr const char *kProcess = "pid";
@@ -21,5 +19,4 @@ inline constexpr const char *kLocal = "local";
 inline constexpr const char *kAuthenticated = "authenticated";
 inline constexpr const char *kCards = "cards";  // SHA-1 hashes of its certificates; cut likewise
 
-}  // namespace state_keys
-}  // namespace protocol
+}  // namespace protocol::state_keys

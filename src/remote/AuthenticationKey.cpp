@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kBits = 2048;
 constexpr int kDays = 20 * 365;
-constexpr std::size_t kLargestFile = 64 * 1024;
+constexpr std::size_t kLargestKeyFile = 64 * 1024;
 
 std::optional<crypto::Identity> makeKey(const std::string &path, Error *error) {
   auto key = crypto::PrivateKey::generateRSA(kBits, error);
@@ -45,7 +45,7 @@ std::optional<crypto::Identity> readKey(const std::string &path, Error *error) {
                      "for a fresh key and pair that one, or make it private with chmod 600");
     return std::nullopt;
   }
-  const auto content = base::readFile(path, kLargestFile, error);
+  const auto content = base::readFile(path, kLargestKeyFile, error);
   auto identity = content ? crypto::readIdentity(*content, /*password=*/nullptr, error)
                           : std::optional<crypto::Identity>();
   if (identity && identity->key.publicKey().type() != crypto::KeyType::rsa) {

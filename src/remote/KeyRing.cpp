@@ -9,11 +9,11 @@
 namespace remote {
 namespace {
 
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestIdentityFile = 1024 * 1024;
 
 std::optional<crypto::Identity> readKeyFile(const std::string &file,
                                             const PasswordSource &passwords, Error *error) {
-  const auto content = base::readFile(file, kLargestFile, error);
+  const auto content = base::readFile(file, kLargestIdentityFile, error);
   if (!content) {
     return std::nullopt;
   }

@@ -15,7 +15,7 @@ namespace remote {
 namespace {
 
 constexpr std::size_t kFingerprintBytes = 32;
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestHostsFile = 1024 * 1024;
 
 // True for an empty file, too.
 bool endsWithLineFeed(const base::Descriptor &file) {
@@ -25,7 +25,7 @@ bool endsWithLineFeed(const base::Descriptor &file) {
 }
 
 // As one word for a shell.
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   std::string word = "'";
   for (const char character : text) {
     word += character == '\'' ? "'\\''" : std::string(1, character);
@@ -50,7 +50,7 @@ std::optional<Fingerprint> KnownHosts::find(const Address &address, Error *error
   if (!base::fileExists(path_)) {
     return std::nullopt;
   }
-  const auto content = base::readFile(path_, kLargestFile, error);
+  const auto content = base::readFile(path_, kLargestHostsFile, error);
   std::istringstream lines(content ? std::string(base::textOf(*content)) : "");
   for (std::string line; std::getline(lines, line);) {
     const auto blank = line.find(' ');
@@ -90,7 +90,7 @@ std::string KnownHosts::removalCommand(const Address &address) const {
     }
     pattern.push_back(character);
   }
-  return "sed -i " + quoted("/^" + pattern + " /d") + " " + quoted(path_);
+  return "sed -i " + inQuotes("/^" + pattern + " /d") + " " + inQuotes(path_);
 }
 
 }  // namespace remote

@@ -19,7 +19,7 @@ namespace {
 constexpr const char *kTool = "/usr/sbin/sc_auth";
 constexpr const char *kToolFolder = "/var";
 constexpr std::size_t kHashCharacters = 40;
-constexpr int kAttempts = 30;
+constexpr int kLookUps = 30;
 constexpr std::chrono::seconds kPause{1};
 constexpr std::chrono::milliseconds kShortestRun{1};
 
@@ -120,7 +120,7 @@ std::optional<std::string_view> findBindLine(ByteView listing) {
 std::optional<Bytes> findPairedHash(const RequestProcessor::Platform &platform) {
   LookUpTime time(platform);
   bool goesOn = true;
-  for (int attempt = 0; attempt < kAttempts && goesOn; ++attempt) {
+  for (int attempt = 0; attempt < kLookUps && goesOn; ++attempt) {
     const Bytes listing = runTool(platform, time);
     if (listing.empty()) {
       CVNLog(

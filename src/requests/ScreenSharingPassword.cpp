@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kAlphabet =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789!@#$%^&()_+=}{][";
 constexpr std::int64_t kPasswordLength = 30;
-constexpr int kAttempts = 10;
+constexpr int kPasswords = 10;
 
 constexpr const char *kRight = "system.privilege.admin";
 constexpr std::uint32_t kInteractionAllowed = 1;
@@ -95,7 +95,7 @@ void handleCreateUser(Request &request) {
     return;
   }
   request.reply.status = false;
-  for (int attempt = 0; attempt < kAttempts && !request.reply.status; ++attempt) {
+  for (int attempt = 0; attempt < kPasswords && !request.reply.status; ++attempt) {
     request.reply.status = setFreshPassword(request, *record);
   }
   if (!request.reply.status) {

@@ -14,7 +14,7 @@
 namespace platform_linux {
 namespace {
 
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestSettingsFile = 1024 * 1024;
 
 std::string resolved(const std::string &path) {
   const std::unique_ptr<char, decltype(&std::free)> target(::realpath(path.c_str(), nullptr),
@@ -65,7 +65,7 @@ bool SettingsFile::remove(const std::string &key, Error *error) const {
 
 std::optional<std::string> SettingsFile::read(Error *error) const {
   Error cause;
-  const auto content = base::readFile(path_, kLargestFile, &cause);
+  const auto content = base::readFile(path_, kLargestSettingsFile, &cause);
   if (content) {
     return std::string(base::textOf(*content));
   }

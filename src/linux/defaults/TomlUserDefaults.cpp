@@ -13,7 +13,7 @@
 namespace platform_linux {
 namespace {
 
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kLargestTomlFile = 1024 * 1024;
 constexpr std::int64_t kSecond = 1'000'000'000;
 
 // Two writes within one tick of the kernel's clock (up to 10 ms) leave the same time stamps.
@@ -158,7 +158,7 @@ std::vector<std::string> TomlUserDefaults::refresh(File &file) const {
     return {file.path + " can be written by its group or others and is not used"};
   }
   Error error;
-  const auto content = base::readFile(path, kLargestFile, &error);
+  const auto content = base::readFile(path, kLargestTomlFile, &error);
   if (!content && (error.code == EMFILE || error.code == ENFILE)) {
     return {};  // the stamp stays as it was, so the next look-up tries again
   }

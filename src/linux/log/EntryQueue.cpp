@@ -11,7 +11,7 @@ namespace {
 using platform::kLongestEntry;
 
 constexpr std::size_t kMostEntries = 4096;
-constexpr std::size_t kMostBytes = 1024 * 1024;
+constexpr std::size_t kMostEntryBytes = 1024 * 1024;
 
 // At most the longest entry, without half a character (UTF-8, RFC 3629) at its end.
 std::string_view cut(std::string_view text) {
@@ -78,7 +78,7 @@ void EntryQueue::sendUntil(std::chrono::steady_clock::time_point deadline) {
 }
 
 bool EntryQueue::hasRoomFor(std::size_t size) const {
-  return waiting_.size() < kMostEntries && waitingBytes_ + size <= kMostBytes;
+  return waiting_.size() < kMostEntries && waitingBytes_ + size <= kMostEntryBytes;
 }
 
 void EntryQueue::push(std::string entry) {
@@ -94,7 +94,7 @@ void EntryQueue::removeFirst(std::size_t count) {
 }
 
 void EntryQueue::sayWhatWasDropped() {
-  if (dropped_ > 0 && waiting_.size() <= kMostEntries / 2 && waitingBytes_ <= kMostBytes / 2) {
+  if (dropped_ > 0 && waiting_.size() <= kMostEntries / 2 && waitingBytes_ <= kMostEntryBytes / 2) {
     push(std::to_string(std::exchange(dropped_, 0)) + " entries dropped");
   }
 }

@@ -13,7 +13,7 @@
 namespace platform_linux {
 namespace {
 
-constexpr std::size_t kMostBytes = 1024 * 1024;
+constexpr std::size_t kMostTextBytes = 1024 * 1024;
 
 bool canWriteNow(int descriptor) {
   pollfd waiting{descriptor, POLLOUT, 0};
@@ -29,11 +29,11 @@ TextQueue::TextQueue(platform::MainQueue &queue, std::mutex &mutex, const std::s
       timer_(queue, mutex, [this] { return send(); }) {}
 
 void TextQueue::add(std::string_view text) {
-  if (!isStuck_ && waitingBytes() + text.size() > kMostBytes) {
+  if (!isStuck_ && waitingBytes() + text.size() > kMostTextBytes) {
     send();
   }
   // once text was dropped the next is too, until half of the room is free again: see EntryQueue
-  if (dropped_ > 0 || waitingBytes() + text.size() > kMostBytes) {
+  if (dropped_ > 0 || waitingBytes() + text.size() > kMostTextBytes) {
     dropped_ += text.size();
   } else {
     waiting_ += text;
@@ -80,7 +80,7 @@ bool TextQueue::writePiece() {
 }
 
 void TextQueue::sayWhatWasDropped() {
-  if (dropped_ > 0 && waitingBytes() <= kMostBytes / 2) {
+  if (dropped_ > 0 && waitingBytes() <= kMostTextBytes / 2) {
     waiting_ += processName_ + ": " + std::to_string(std::exchange(dropped_, 0)) +
                 " bytes of standard error dropped\n";
   }

@@ -16,11 +16,11 @@ using platform::PasswordName;
 namespace {
 
 // IS, because a name without a group is one whose group is NULL.
-constexpr const char *kSelect =
+constexpr const char *kSelectPassword =
     "SELECT value, modified FROM passwords WHERE service = ?1 AND account = ?2 AND"
     " access_group IS ?3 AND synchronizable = ?4";
 
-constexpr const char *kInsert =
+constexpr const char *kInsertPassword =
     "INSERT INTO passwords (service, account, access_group, synchronizable, value, modified)"
     " VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
 
@@ -62,7 +62,7 @@ PasswordMatch SqliteItemStore::searchPassword(const PasswordName &name, bool ret
   if (match.status != platform::itemSuccess) {
     return match;
   }
-  const Statement row = database.prepare(kSelect);
+  const Statement row = database.prepare(kSelectPassword);
   bindName(row, name);
   switch (database.step(row)) {
     case Database::Step::row:
@@ -88,7 +88,7 @@ ItemStatus SqliteItemStore::addPassword(const PasswordName &name, const SecretBy
   if (status != platform::itemSuccess) {
     return status;
   }
-  const Statement statement = database.prepare(kInsert);
+  const Statement statement = database.prepare(kInsertPassword);
   bindName(statement, name);
   bindValue(statement, value);
   const ItemStatus added = add(database, statement);

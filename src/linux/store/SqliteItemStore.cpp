@@ -27,11 +27,11 @@ using platform::StoreTrouble;
 
 namespace {
 
-constexpr const char *kInsert =
+constexpr const char *kInsertIdentity =
     "INSERT INTO identities (certificate, certificate_sha1, private_key, label, public_key_hash,"
     " can_sign, can_decrypt, can_unwrap, access_group) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)";
 
-constexpr const char *kSelect =
+constexpr const char *kSelectIdentities =
     "SELECT id, certificate, private_key, label, public_key_hash, can_sign, can_decrypt, can_unwrap"
     " FROM identities WHERE ?1 IS NULL OR access_group = ?1 ORDER BY id";
 
@@ -206,7 +206,7 @@ IdentityMatches SqliteItemStore::searchIdentities(const IdentityQuery &query) {
     return matches;  // made, but nothing was ever added
   }
   const bool withReference = query.returnReference || !query.returnAttributes;
-  const Statement row = database.prepare(kSelect);
+  const Statement row = database.prepare(kSelectIdentities);
   row.bind(0, query.accessGroup);
   Database::Step step = Database::Step::failed;
   while ((step = database.step(row)) == Database::Step::row) {
@@ -253,7 +253,7 @@ ItemStatus SqliteItemStore::insert(Database &database, const IdentityRecord &rec
   const Bytes certificate = record.reference->certificate.der();
   const Bytes digest = crypto::sha1Digest(certificate);
   const std::optional<Bytes> hash = publicKeyHashOf(record);
-  const Statement statement = database.prepare(kInsert);
+  const Statement statement = database.prepare(kInsertIdentity);
   statement.bind(0, certificate);
   statement.bind(1, digest);
   statement.bind(2, key.reveal());
