@@ -1,0 +1,235 @@
+// What the network is made of, each by itself.
+
+#include <linux/filter.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <map>
+#include <new>
+#include <vector>
+
+#include "linux/NetworkTest.hpp"
+#include "linux/network/Acknowledgements.hpp"
+#include "linux/network/DescriptorReserve.hpp"
+#include "linux/network/Endpoints.hpp"
+#include "linux/network/HeapTrim.hpp"
+#include "linux/network/Ledger.hpp"
+#include "linux/network/Rejections.hpp"
+#include "linux/network/TlsOutput.hpp"
+
+namespace platform_linux {
+namespace {
+
+TEST(AsioMainQueue, CallsItsHookBeforeEachEventAndOutlivesOneWithoutMemory) {
+  std::string said;
+  AsioMainQueue queue([&](const std::string &line) { said += line; });
+  queue.setBeforeEvent([&] { said += '.'; });
+  for (int round = 0; round < 2; ++round) {
+    queue.postAfter(1ms, [&] {
+      said += 'c';
+      queue.stop();
+    });
+    queue.post([] { throw std::bad_alloc(); });
+    queue.post([&] { said += 'b'; });
+    queue.run();
+    EXPECT_EQ(std::exchange(said, ""), ".out of memory: an event is lost.b.c");
+  }
+}
+
+// The limits are looked up ("?") past 64 KiB of one and 1 MiB of all.
+TEST(Ledger, DropsWhoHoldsTooMuch) {
+  std::string heard;
+  const platform::ConnectionLimits limits{
+      {70000, "frame"}, {80000, "unsent"}, {(1 << 20) + 10, "all"}, {}};
+  const auto ledger = std::make_shared<Ledger>(
+      [&] {
+        heard += '?';
+        return limits;
+      },
+      [&](const platform::ReachedLimit &reached) {
+        heard += " " + reached.consequence + ": " + std::string(reached.limit.setting);
+      });
+  std::map<std::string, std::unique_ptr<Ledger::Account>> accounts;
+  const auto heardOf = [&](const std::string &name, std::size_t frame, std::size_t other,
+                           std::size_t unsent) {
+    auto &account = accounts[name];
+    if (!account) {
+      account = std::make_unique<Ledger::Account>(
+          ledger, name, [&](int error) { heard += strerrorname_np(error); });
+    }
+    account->holds(frame, other);
+    account->holdsUnsent(unsent);
+    return std::exchange(heard, "");
+  };
+  EXPECT_EQ(heardOf("a", 65536, 0, 0), "");
+  EXPECT_EQ(heardOf("a", 65535, 1, 1), "?");
+  EXPECT_EQ(heardOf("a", 65535, 1, 1), "");
+  EXPECT_EQ(heardOf("a", 70000, 0, 0), "?");
+  EXPECT_EQ(heardOf("a", 0, 0, 80000), "?");
+  EXPECT_EQ(heardOf("a", 0, 0, 80001), "?ENOBUFS a dropped: unsent");
+  EXPECT_EQ(heardOf("a", 3 << 20, 0, 0), "");
+  EXPECT_EQ(heardOf("b", 70001, 0, 0), "?EMSGSIZE b dropped: frame");
+  for (int number = 0; number < 15; ++number) {
+    EXPECT_EQ(heardOf(std::to_string(number), 65000, 0, 0), "");
+  }
+  EXPECT_EQ(heardOf("big", 30000, 30000, 5536), "");
+  EXPECT_EQ(heardOf("last", 8040, 0, 0), "");
+  EXPECT_EQ(heardOf("last", 8041, 0, 0), "?");
+  EXPECT_EQ(heardOf("last", 8050, 0, 0), "?");
+  EXPECT_EQ(heardOf("last", 8051, 0, 0), "?ENOBUFS big dropped: all");
+  EXPECT_EQ(heardOf("last", 8060, 0, 0), "");
+  accounts.clear();
+  for (const char *name : {"c", "d"}) {
+    EXPECT_EQ(heardOf(name, 65536, 0, 0), "");
+  }
+}
+
+TEST(Rejections, AreManyWhenTheHundredthComesWithinASecond) {
+  Rejections rejections;
+  const auto add = [&](int times, std::chrono::nanoseconds now) {
+    int many = 0;
+    for (; times > 0; --times) {
+      many += rejections.add(std::chrono::steady_clock::time_point(now)) ? 1 : 0;
+    }
+    return many;
+  };
+  EXPECT_EQ(add(99, 5s), 0);
+  EXPECT_EQ(add(1, 6s), 1);
+  EXPECT_EQ(add(99, 6s), 0);
+  EXPECT_EQ(add(99, 7s + 1ns), 0);
+  EXPECT_EQ(add(1, 8s), 1);
+}
+
+TEST(Endpoints, AddressesThatOnePeerHasAreCountedAsOne) {
+  const auto sourceOf = [](const char *address) {
+    return endpointOf({boost::asio::ip::make_address(address), 1}).source;
+  };
+  EXPECT_EQ(sourceOf("2001:db8:1:2:ffff:ffff:ffff:ffff"), "2001:db8:1:2::/64");
+  EXPECT_EQ(sourceOf("::ffff:192.0.2.7"), "192.0.2.7");
+  EXPECT_EQ(sourceOf("192.0.2.7"), "192.0.2.7");
+}
+
+TEST(Acknowledgements, AreMissingFromTheFirstLookOn) {
+  std::uint16_t port = 0;
+  const base::Descriptor peer = fakes::boundToLoopback(port);
+  std::uint16_t own = 0;
+  const base::Descriptor socket = fakes::boundToLoopback(own);
+  const boost::asio::ip::tcp::endpoint there(boost::asio::ip::address_v4::loopback(), port);
+  ASSERT_EQ(::listen(peer.get(), 1), 0);
+  ASSERT_EQ(connect(socket.get(), there.data(), static_cast<socklen_t>(there.size())), 0);
+  Acknowledgements acknowledgements;
+  const auto missing = [&](bool moreWaits, std::chrono::seconds now) {
+    return acknowledgements.missingFor(socket.get(), moreWaits,
+                                       Acknowledgements::Clock::time_point(now));
+  };
+  EXPECT_EQ(missing(false, 1s), std::nullopt);
+  EXPECT_EQ(missing(true, 2s), 0s);
+  const base::Descriptor accepted(accept4(peer.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  sock_filter dropAll{BPF_RET | BPF_K, 0, 0, 0};
+  const sock_fprog filter{1, &dropAll};
+  ASSERT_EQ(setsockopt(accepted.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
+  ASSERT_EQ(::send(socket.get(), "x", 1, 0), 1);
+  EXPECT_EQ(missing(false, 3s), 0s);
+  EXPECT_EQ(missing(false, 4s), 1s);
+  EXPECT_EQ(missing(true, 7s), 4s);
+}
+
+TEST(DescriptorReserve, KeepsAQuarterOrSixtyFour) {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  rlimit small = before;
+  std::vector<base::Descriptor> files;
+  // so many are open, and with this limit enough are left
+  for (const auto &[open, enough] : {std::pair{40, 54U}, {300, 365U}}) {
+    setrlimit(RLIMIT_NOFILE, &before);
+    while (nextDescriptor() < open) {
+      files.emplace_back(::dup(STDERR_FILENO));
+    }
+    for (small.rlim_cur = enough - 1; small.rlim_cur <= enough; ++small.rlim_cur) {
+      setrlimit(RLIMIT_NOFILE, &small);
+      const auto reached = reachedDescriptorReserve();
+      EXPECT_EQ(reached ? reached->most : enough, small.rlim_cur);
+    }
+  }
+  raiseDescriptorLimit();
+  getrlimit(RLIMIT_NOFILE, &small);
+  EXPECT_EQ(small.rlim_cur, before.rlim_max);
+  setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST(TlsOutput, SendsFourRecordsInATurnAndCompletesEachUnitOnce) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const base::Descriptor own(ends[0]);
+  base::Descriptor other(ends[1]);
+  TlsChannel server(*crypto::TlsContext::server(fakes::makeIdentity("server")),
+                    TlsChannel::Role::server, own.get());
+  TlsChannel client(*crypto::TlsContext::client(), TlsChannel::Role::client, other.get());
+  for (bool isDone = false; !isDone;) {
+    isDone = client.handshake() == TlsChannel::Result::done;
+    isDone = server.handshake() == TlsChannel::Result::done && isDone;
+  }
+  TlsOutput output(server);
+  std::string heard;
+  const auto add = [&](std::size_t size) {
+    output.add(CleansedBytes(size), [&, size](int error) {
+      heard += std::to_string(size) + ":" + std::to_string(error) + " ";
+    });
+  };
+  add(100000);
+  add(0);
+  add(10);
+  EXPECT_EQ(output.bytes(), 100010U);
+  EXPECT_EQ(output.turn(), TlsChannel::Result::done);
+  EXPECT_EQ(output.bytes(), 100010U - 4 * 16384);
+  EXPECT_EQ(heard, "");
+  EXPECT_EQ(output.turn(), TlsChannel::Result::done);
+  EXPECT_EQ(heard, "100000:0 0:0 10:0 ");
+  EXPECT_TRUE(output.empty() && output.bytes() == 0);
+  add(5);
+  add(1000000);
+  other.close();
+  EXPECT_EQ(output.turn(), TlsChannel::Result::failed);
+  heard.clear();
+  output.lose(EPIPE);
+  EXPECT_EQ(heard, "5:32 1000000:32 ");
+  EXPECT_EQ(output.bytes(), server.unsentBytes());
+}
+
+#ifndef __SANITIZE_ADDRESS__  // which keeps what is given back
+TEST(HeapTrim, ComesAfterSixtyFourConnections) {
+  AsioMainQueue queue;
+  const auto trim = std::make_shared<HeapTrim>(queue);
+  const auto isDueAfter = [&](int connections) {
+    for (; connections > 0; --connections) {
+      trim->connectionGone();
+    }
+    queue.context().restart();
+    queue.context().poll();
+    return !queue.context().stopped();
+  };
+  const auto residentPages = [] {
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return pages;
+  };
+  std::vector<std::vector<char>> pieces;
+  while (pieces.size() < 1000) {
+    pieces.emplace_back(20000, 'x');
+  }
+  pieces.erase(pieces.begin(), pieces.end() - 1);  // which keeps the others' place
+  EXPECT_FALSE(isDueAfter(63));
+  EXPECT_TRUE(isDueAfter(1));
+  EXPECT_TRUE(isDueAfter(64));
+  const long before = residentPages();
+  EXPECT_EQ(queue.context().run(), 1U);
+  EXPECT_LT(residentPages(), before - 2000);
+  EXPECT_FALSE(isDueAfter(63));
+  EXPECT_TRUE(isDueAfter(1));
+}
+#endif
+
+}  // namespace
+}  // namespace platform_linux
