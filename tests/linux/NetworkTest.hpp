@@ -11,7 +11,6 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -59,7 +58,7 @@ class Network : public testing::Test {
       connection = std::move(made);
       tellStates();
       connection->start();
-      receiveNext();
+      readAlways(*connection);
     });
     listener->start();
     EXPECT_EQ(heard, "") << "told on a later event";
@@ -72,11 +71,11 @@ class Network : public testing::Test {
       tell(kNames[static_cast<std::size_t>(state)], error);
     });
   }
-  void receiveNext() {
-    connection->receive([this](const platform::Chunk &chunk) {
+  void readAlways(platform::Connection &from) {
+    from.receive([this, &from](const platform::Chunk &chunk) {
       tell(chunk.isFinal ? "end" : std::string(base::textOf(chunk.content)), chunk.errorNumber);
-      if (!chunk.isFinal && connection) {
-        receiveNext();
+      if (!chunk.isFinal) {
+        readAlways(from);
       }
     });
   }
@@ -120,17 +119,25 @@ class Network : public testing::Test {
     return socket;
   }
 
+  struct Client {
+    explicit Client(base::Descriptor dialled)
+        : socket(std::move(dialled)),
+          channel(*crypto::TlsContext::client(), TlsChannel::Role::client, socket.get()) {}
+
+    base::Descriptor socket;
+    TlsChannel channel;
+  };
   // Connects and lets both sides shake hands.
   void establish() {
-    client = dial();
+    client = std::make_unique<Client>(dial());
     shakeHands();
     expect("ready");
   }
   void shakeHands() {
     connection.reset();
     accepted = nextDescriptor();
-    channel.emplace(*crypto::TlsContext::client(), TlsChannel::Role::client, client.get());
-    runUntil([this] { return channel->handshake() == TlsChannel::Result::done && connection; });
+    runUntil(
+        [this] { return client->channel.handshake() == TlsChannel::Result::done && connection; });
   }
   [[nodiscard]] static bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
 
@@ -140,7 +147,7 @@ class Network : public testing::Test {
     CleansedBytes buffer(crypto::kTlsRecordBytes + 8);
     runUntil([&] {
       ByteView chunk;
-      const auto result = channel->readChunk(buffer, chunk);
+      const auto result = client->channel.readChunk(buffer, chunk);
       text += result == TlsChannel::Result::done     ? base::textOf(chunk)
               : result == TlsChannel::Result::failed ? "reset"
                                                      : "";
@@ -149,9 +156,10 @@ class Network : public testing::Test {
     return text;
   }
 
-  void sendFromClient(std::string_view text) {
-    EXPECT_EQ(channel->encryptRecord(base::viewOf(text)), text.size());
-    EXPECT_EQ(channel->flush(), TlsChannel::Result::done);
+  void sendFromClient(std::string_view text) { send(*client, text); }
+  static void send(Client &from, std::string_view text) {
+    EXPECT_EQ(from.channel.encryptRecord(base::viewOf(text)), text.size());
+    EXPECT_EQ(from.channel.flush(), TlsChannel::Result::done);
   }
 
   AsioMainQueue queue;
@@ -167,9 +175,8 @@ class Network : public testing::Test {
   std::unique_ptr<platform::Listener> listener;
   std::shared_ptr<platform::Connection> connection;
   std::string heard;
-  base::Descriptor client;
-  int accepted = -1;
-  std::optional<TlsChannel> channel;
+  std::unique_ptr<Client> client;
+  int accepted = -1;  // the other end of the client's socket
 };
 
 }  // namespace platform_linux
