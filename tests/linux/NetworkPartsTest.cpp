@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <new>
 #include <vector>
@@ -16,7 +15,6 @@
 #include "linux/network/HeapTrim.hpp"
 #include "linux/network/Ledger.hpp"
 #include "linux/network/Rejections.hpp"
-#include "linux/network/TlsOutput.hpp"
 
 namespace platform_linux {
 namespace {
@@ -156,45 +154,6 @@ TEST(DescriptorReserve, KeepsAQuarterOrSixtyFour) {
   getrlimit(RLIMIT_NOFILE, &small);
   EXPECT_EQ(small.rlim_cur, before.rlim_max);
   setrlimit(RLIMIT_NOFILE, &before);
-}
-
-TEST(TlsOutput, SendsFourRecordsInATurnAndCompletesEachUnitOnce) {
-  std::array<int, 2> ends{};
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends.data()), 0);
-  const base::Descriptor own(ends[0]);
-  base::Descriptor other(ends[1]);
-  TlsChannel server(*crypto::TlsContext::server(fakes::makeIdentity("server")),
-                    TlsChannel::Role::server, own.get());
-  TlsChannel client(*crypto::TlsContext::client(), TlsChannel::Role::client, other.get());
-  for (bool isDone = false; !isDone;) {
-    isDone = client.handshake() == TlsChannel::Result::done;
-    isDone = server.handshake() == TlsChannel::Result::done && isDone;
-  }
-  TlsOutput output(server);
-  std::string heard;
-  const auto add = [&](std::size_t size) {
-    output.add(CleansedBytes(size), [&, size](int error) {
-      heard += std::to_string(size) + ":" + std::to_string(error) + " ";
-    });
-  };
-  add(100000);
-  add(0);
-  add(10);
-  EXPECT_EQ(output.bytes(), 100010U);
-  EXPECT_EQ(output.turn(), TlsChannel::Result::done);
-  EXPECT_EQ(output.bytes(), 100010U - 4 * 16384);
-  EXPECT_EQ(heard, "");
-  EXPECT_EQ(output.turn(), TlsChannel::Result::done);
-  EXPECT_EQ(heard, "100000:0 0:0 10:0 ");
-  EXPECT_TRUE(output.empty() && output.bytes() == 0);
-  add(5);
-  add(1000000);
-  other.close();
-  EXPECT_EQ(output.turn(), TlsChannel::Result::failed);
-  heard.clear();
-  output.lose(EPIPE);
-  EXPECT_EQ(heard, "5:32 1000000:32 ");
-  EXPECT_EQ(output.bytes(), server.unsentBytes());
 }
 
 TEST(HeapTrim, ComesAfterSixtyFourConnections) {
