@@ -1,18 +1,14 @@
 // What the network is made of, each by itself.
 
-#include <linux/filter.h>
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <map>
 #include <new>
 #include <vector>
 
 #include "linux/NetworkTest.hpp"
-#include "linux/network/Acknowledgements.hpp"
 #include "linux/network/DescriptorReserve.hpp"
 #include "linux/network/Endpoints.hpp"
-#include "linux/network/HeapTrim.hpp"
 #include "linux/network/Ledger.hpp"
 #include "linux/network/Rejections.hpp"
 
@@ -108,31 +104,6 @@ TEST(Endpoints, AddressesThatOnePeerHasAreCountedAsOne) {
   EXPECT_EQ(sourceOf("192.0.2.7"), "192.0.2.7");
 }
 
-TEST(Acknowledgements, AreMissingFromTheFirstLookOn) {
-  std::uint16_t port = 0;
-  const base::Descriptor peer = fakes::boundToLoopback(port);
-  std::uint16_t own = 0;
-  const base::Descriptor socket = fakes::boundToLoopback(own);
-  const boost::asio::ip::tcp::endpoint there(boost::asio::ip::address_v4::loopback(), port);
-  ASSERT_EQ(::listen(peer.get(), 1), 0);
-  ASSERT_EQ(connect(socket.get(), there.data(), static_cast<socklen_t>(there.size())), 0);
-  Acknowledgements acknowledgements;
-  const auto missing = [&](bool moreWaits, std::chrono::seconds now) {
-    return acknowledgements.missingFor(socket.get(), moreWaits,
-                                       Acknowledgements::Clock::time_point(now));
-  };
-  EXPECT_EQ(missing(false, 1s), std::nullopt);
-  EXPECT_EQ(missing(true, 2s), 0s);
-  const base::Descriptor accepted(accept4(peer.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  sock_filter dropAll{BPF_RET | BPF_K, 0, 0, 0};
-  const sock_fprog filter{1, &dropAll};
-  ASSERT_EQ(setsockopt(accepted.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
-  ASSERT_EQ(::send(socket.get(), "x", 1, 0), 1);
-  EXPECT_EQ(missing(false, 3s), 0s);
-  EXPECT_EQ(missing(false, 4s), 1s);
-  EXPECT_EQ(missing(true, 7s), 4s);
-}
-
 TEST(DescriptorReserve, KeepsAQuarterOrSixtyFour) {
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
@@ -154,25 +125,6 @@ TEST(DescriptorReserve, KeepsAQuarterOrSixtyFour) {
   getrlimit(RLIMIT_NOFILE, &small);
   EXPECT_EQ(small.rlim_cur, before.rlim_max);
   setrlimit(RLIMIT_NOFILE, &before);
-}
-
-TEST(HeapTrim, ComesAfterSixtyFourConnections) {
-  AsioMainQueue queue;
-  const auto trim = std::make_shared<HeapTrim>(queue);
-  const auto isDueAfter = [&](int connections) {
-    for (; connections > 0; --connections) {
-      trim->connectionGone();
-    }
-    queue.context().restart();
-    queue.context().poll();
-    return !queue.context().stopped();
-  };
-  EXPECT_FALSE(isDueAfter(63));
-  EXPECT_TRUE(isDueAfter(1));
-  EXPECT_TRUE(isDueAfter(64));
-  EXPECT_EQ(queue.context().run(), 1U);
-  EXPECT_FALSE(isDueAfter(63));
-  EXPECT_TRUE(isDueAfter(1));
 }
 
 }  // namespace
