@@ -209,16 +209,11 @@ TEST_F(NetworkLimits, RestsAfterAHundredRejections) {
 TEST_F(NetworkLimits, LeavesDescriptorsForFilesAndAcceptsAgain) {
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
-  std::vector<base::Descriptor> files(24);
-  for (base::Descriptor &file : files) {
-    file = base::Descriptor(::dup(STDERR_FILENO));
-  }
   for (int round = 0; round < 2; ++round) {
     connection.reset();
     client = std::make_unique<Client>(dial());
     rlimit small = before;
-    small.rlim_cur =
-        static_cast<rlim_t>(client->socket.get()) + 6;  // a quarter of them is more than is left
+    small.rlim_cur = static_cast<rlim_t>(nextDescriptor()) + 2;  // less than a quarter is left
     setrlimit(RLIMIT_NOFILE, &small);
     expect("connections on port " + std::to_string(listener->port()) + " wait: RLIMIT_NOFILE");
     setrlimit(RLIMIT_NOFILE, &before);
