@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <random>
 
@@ -87,11 +88,6 @@ class Flood : public LoadedMachine {
   }
 };
 
-TEST_F(Flood, StopsNoSigning) {
-  startDaemon();
-  holdTwice();
-}
-
 // Connections that are only made, on both ports, those of this machine by another user.
 TEST_F(Flood, OfConnectionsKeepsNoNewcomerWaiting) {
   constexpr uid_t kNobody = 65534;
@@ -124,7 +120,11 @@ TEST_F(Flood, OfConnectionsKeepsNoNewcomerWaiting) {
   std::printf("  memory: %zu KiB, afterwards %zu KiB\n", memory, residentKiB());
 }
 
-TEST_F(Flood, StopsNoSigningWhileNobodyReadsWhatIsLogged) {
+// At first what is logged is read, and then by nobody.
+TEST_F(Flood, StopsNoSigning) {
+  startDaemon();
+  holdTwice();
+  daemon->end(SIGTERM);
   std::filesystem::remove(at("/run/systemd/journal/socket"));
   openJournal(/*isRead=*/false);
   // Standard error is a pipe that nobody reads.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 
 #include "encodings/HexString.hpp"
 #include "system/Machine.hpp"
@@ -16,8 +17,7 @@ using testing::HasSubstr;
 
 class ScreenSharing : public PairedMachine {
  public:
-  QuillMessage create() {
-    startDaemon();
+  static QuillMessage create() {
     return Peer::holder().ask(QuillMessage::initCommandMessageCreateEphemeralUser("anybody"));
   }
 
@@ -31,7 +31,7 @@ class ScreenSharing : public PairedMachine {
     return computed != nullptr && hash.starts_with("$y$") && hash == computed;
   }
 
-  void expectRefusal(const char *text) {
+  static void expectRefusal(const char *text) {
     const std::string shadow = read("/etc/shadow");
     const QuillMessage reply = create();
     EXPECT_FALSE(reply.status);
@@ -42,12 +42,12 @@ class ScreenSharing : public PairedMachine {
   }
 };
 
-constexpr const char *kNoUser = "The screen sharing user does not exist";
 constexpr const char *kNotSet = "Could not set password for screen sharing user";
 
 TEST_F(ScreenSharing, PasswordThatComesBackIsTheAccountsOwn) {
   write("/var/cache/cracklib/cracklib_dict.pwd", "not packed");
   write("/var/cache/cracklib/cracklib_dict.pwi", "not packed");
+  startDaemon();
   const QuillMessage reply = create();
   EXPECT_TRUE(reply.status) << daemon->output();
   const Bytes password = encodings::dataFromBase64String(reply.ephemeralPassword->reveal());
@@ -58,30 +58,24 @@ TEST_F(ScreenSharing, PasswordThatComesBackIsTheAccountsOwn) {
   EXPECT_THAT(daemon->output(), testing::Not(HasSubstr("cracklib"))) << "it speaks for itself";
 }
 
-TEST_F(ScreenSharing, RulesThatRefuseEverythingAreHeeded) {
-  write("/etc/security/pwquality.conf.d/site.conf", "minlen = 200\ndictcheck = 0\n");
-  expectRefusal(kNotSet);
-  EXPECT_TRUE(hasLogged("password not allowed."));
-}
-
-TEST_F(ScreenSharing, AccountThatIsNotThereIsFoundAtTheNextLookUp) {
+TEST_F(ScreenSharing, IsRefusedByRulesOrFilesThatForbidItUntilTheyDoNot) {
   const std::string accounts = read("/etc/passwd");
-  write("/etc/passwd", "root:x:0:0::/root:/bin/sh\nno account at all\n");
-  expectRefusal(kNoUser);
-  write("/etc/passwd", accounts);
-  EXPECT_TRUE(Peer::holder().ask(QuillMessage::initCommandMessageCreateEphemeralUser("")).status);
-}
-
-TEST_F(ScreenSharing, AccountOfTheSystemKeepsItsPassword) {
-  write("/etc/passwd", "cvnkfyvncuser:x:500:500::/:/usr/sbin/nologin\n");
-  write("/etc/login.defs", "UID_MIN\t\t  600\n");
-  expectRefusal(kNotSet);
-}
-
-TEST_F(ScreenSharing, LockedShadowFileIsLeftAlone) {
+  startDaemon();
   write("/etc/shadow.lock", std::to_string(getpid()));
   expectRefusal(kNotSet);
   EXPECT_TRUE(hasLogged("rejected password. trying again."));
+  std::filesystem::remove(at("/etc/shadow.lock"));
+  write("/etc/passwd", "cvnkfyvncuser:x:500:500::/:/usr/sbin/nologin\n");
+  write("/etc/login.defs", "UID_MIN\t\t  600\n");
+  expectRefusal(kNotSet);  // an account of the system
+  write("/etc/passwd", "root:x:0:0::/root:/bin/sh\nno account at all\n");
+  expectRefusal("The screen sharing user does not exist");
+  write("/etc/passwd", accounts);
+  write("/etc/security/pwquality.conf.d/site.conf", "minlen = 200\ndictcheck = 0\n");
+  expectRefusal(kNotSet);
+  EXPECT_TRUE(hasLogged("password not allowed."));
+  std::filesystem::remove(at("/etc/security/pwquality.conf.d/site.conf"));
+  EXPECT_TRUE(create().status);
 }
 
 }  // namespace

@@ -13,6 +13,11 @@ using testing::Not;
 class WholeLoop : public CardMachine {
  public:
   WholeLoop() { write("/letter", "a real file\n"); }
+
+  Outcome sign() {
+    return run("kfyctl", {"sign", "--certificate", hashOf(rsaIdentity()), "--in", at("/letter"),
+                          "--out", at("/letter.sig")});
+  }
 };
 
 TEST_F(WholeLoop, SignsAndDecryptsWithKeysThatStayAway) {
@@ -55,20 +60,14 @@ TEST_F(WholeLoop, TrustsNoServerUnseen) {
       << "nothing was sent to a server that is not the pinned one";
 }
 
-TEST_F(WholeLoop, WithNoWayToAskRefusesEveryUse) {
-  const auto remote = startRemote({"--fingerprint", fingerprint_});
-  ASSERT_TRUE(remote->hasSaid("card inserted")) << remote->output();
-  const Outcome refused = run("kfyctl", {"sign", "--certificate", hashOf(rsaIdentity()), "--in",
-                                         at("/letter"), "--out", at("/letter.sig")});
-  EXPECT_EQ(refused.status, 1) << refused.output;
-  EXPECT_EQ(read("/letter.sig"), "");
-}
-
 TEST_F(WholeLoop, SaysWhatIsWrongAndWhatToDo) {
-  const Outcome noCard = run("kfyctl", {"sign", "--certificate", hashOf(rsaIdentity()), "--in",
-                                        at("/letter"), "--out", at("/letter.sig")});
+  const Outcome noCard = sign();
   EXPECT_EQ(noCard.status, 1);
   EXPECT_THAT(noCard.output, HasSubstr("kfyctl: try: "));
+  const auto remote = startRemote({"--fingerprint", fingerprint_});
+  ASSERT_TRUE(remote->hasSaid("card inserted")) << remote->output();
+  EXPECT_EQ(sign().status, 1) << "with no way to ask every use is refused";
+  EXPECT_EQ(read("/letter.sig"), "");
   EXPECT_THAT(succeed("kfyctl", {"status"}), HasSubstr("pairing"));
   EXPECT_EQ(daemon->end(SIGTERM), 128 + SIGTERM);
   EXPECT_EQ(run("kfyctl", {"certificates"}).status, 3) << "the daemon did not answer";

@@ -12,13 +12,12 @@ std::optional<Acknowledgements::Clock::duration> Acknowledgements::missingFor(
     int socket, bool moreWaits, Clock::time_point now) {
   int unacknowledged = 0;
   if (::ioctl(socket, SIOCOUTQ, &unacknowledged) != 0 || unacknowledged == 0) {
-    bytes_.reset();
     return moreWaits ? std::optional(Clock::duration(0)) : std::nullopt;
   }
   tcp_info info{};
   socklen_t size = sizeof info;
-  const bool isKnown = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0;
-  if (!isKnown || bytes_ != info.tcpi_bytes_acked) {
+  (void)::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size);  // no failure after the above
+  if (bytes_ != info.tcpi_bytes_acked) {
     bytes_ = info.tcpi_bytes_acked;
     since_ = now;
   }
