@@ -1,26 +1,14 @@
 #include "remote/PaddedBlock.hpp"
 
 #include <algorithm>
+#include <cstddef>
+
+#include "crypto/Padding.hpp"
 
 namespace remote {
 namespace {
 
 constexpr std::size_t kLeastFilling = 8;
-
-// MGF1 (RFC 8017 B.2.1): digests of the seed and a counter, one after the other.
-Bytes maskFrom(ByteView seed, std::size_t length, crypto::HashAlgorithm algorithm) {
-  Bytes mask;
-  for (std::uint32_t counter = 0; mask.size() < length; ++counter) {
-    Bytes input(seed.begin(), seed.end());
-    for (int shift = 24; shift >= 0; shift -= 8) {
-      input.push_back(static_cast<std::uint8_t>(counter >> shift));
-    }
-    const Bytes digest = crypto::digestOf(algorithm, input);
-    mask.insert(mask.end(), digest.begin(), digest.end());
-  }
-  mask.resize(length);
-  return mask;
-}
 
 // `message` is the encoded message (EM), of which the first `unusedBits` are zero.
 bool isPSS(ByteView message, unsigned unusedBits, crypto::HashAlgorithm algorithm) {
@@ -30,10 +18,8 @@ bool isPSS(ByteView message, unsigned unusedBits, crypto::HashAlgorithm algorith
     return false;
   }
   const std::size_t masked = message.size() - digest - 1;
-  Bytes block = maskFrom(message.subspan(masked, digest), masked, algorithm);
-  std::ranges::transform(
-      block, message.first(masked), block.begin(),
-      [](std::uint8_t mask, std::uint8_t byte) { return static_cast<std::uint8_t>(mask ^ byte); });
+  Bytes block(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(masked));
+  crypto::layMGF1(block, message.subspan(masked, digest), algorithm);
   block.front() = static_cast<std::uint8_t>(block.front() & (0xFF >> unusedBits));
   const ByteView filling = ByteView(block).first(masked - digest);
   return filling.back() == 0x01 && std::ranges::all_of(filling.first(filling.size() - 1),
