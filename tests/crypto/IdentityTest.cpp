@@ -55,6 +55,8 @@ std::string packageOfCertificates(int count) {
   return fakes::packageOf(bags);
 }
 
+constexpr int kOldCipher = NID_pbe_WithSHA1And3_Key_TripleDES_CBC;
+
 TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
   const std::string key(base::textOf(owner().key.pem().reveal()));
   const std::string own = owner().certificate.pem();
@@ -71,12 +73,18 @@ TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
       {"certificates first", foreign + own + key, nullptr, nullptr},
       {"Ed25519", pemOf(madeIdentity("ED25519", "edward")), nullptr, nullptr},
       {"encrypted key", encrypted, "secret", nullptr},
+      {"no password for a key", encrypted, nullptr, "password"},
+      {"no key", own, nullptr, "openssl"},
+      {"no certificate", key, nullptr, "crypto"},
       {"wrong password for a key", encrypted, "other", "password"},
       {"key with scrypt above the bound", pemWithScrypt() + own, "secret", "crypto"},
       {"foreign certificate", key + foreign, nullptr, "crypto"},
       {"package", packaged(2), "secret", nullptr},
+      {"package of old", fakes::encoded(fakes::makePackage(owner(), "secret", kOldCipher)),
+       "secret", nullptr},
       {"wrong password for a package", packaged(2), "other", "password"},
-      {"rounds in all above the bound", packaged(1'999'999), "secret", "crypto"},
+      {"as many rounds as may be", packaged(1'999'996), "secret", "password"},
+      {"a round too many", packaged(1'999'997), "secret", "crypto"},
       {"scrypt above the bound", std::string(base::textOf(kWithScrypt)), "secret", "crypto"},
       {"as many bags as may be", packageOfCertificates(1022), nullptr, nullptr},
       {"a bag too many", packageOfCertificates(1023), nullptr, "crypto"},

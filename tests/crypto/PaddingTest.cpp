@@ -44,6 +44,14 @@ TEST(Padding, TakesOffWhatTheLibraryPutOn) {
   }
 }
 
+TEST(Padding, TakesTheShortestBlocks) {
+  EXPECT_TRUE(holds(crypto::unpadPKCS1(Bytes{0, 2, 1, 1, 1, 1, 1, 1, 1, 1, 0}), {}));
+  const crypto::PrivateKey key = crypto::PrivateKey::generateRSA(528).value();  // 2 · 32 + 2 bytes
+  const auto block =
+      key.rawRSA(crypto::encryptOAEP(key.publicKey(), {}, {sha256, sha256, Bytes(3)}).value());
+  EXPECT_TRUE(holds(crypto::unpadOAEP(block->reveal(), sha256, sha256, Bytes(3)), {}));
+}
+
 TEST(Padding, PKCS1RefusesABlockThatIsNotPadded) {
   const std::string zero(1, '\0');
   for (const std::string &block :

@@ -35,7 +35,14 @@ TEST(PublicKey, KnowsItsCurveAndThePointsOnIt) {
   const crypto::PublicKey key = madeKey("EC").publicKey();
   EXPECT_EQ(key.sizeInBytes(), 32U);
   EXPECT_EQ(crypto::curveIdentifierOf(key), fakes::bytesOfHex("06082a8648ce3d030107"));
+  for (const auto &[name, bytes] : {std::pair("P-384", 48U), {"P-521", 66U}, {"secp256k1", 0U}}) {
+    const crypto::PrivateKey other(
+        std::shared_ptr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name), EVP_PKEY_free));
+    EXPECT_EQ(crypto::fieldBytesOf(other.publicKey()), bytes);
+    EXPECT_EQ(crypto::curveIdentifierOf(other.publicKey()).has_value(), bytes != 0);
+  }
   EXPECT_FALSE(crypto::curveIdentifierOf(madeKey("RSA").publicKey()));
+  EXPECT_EQ(crypto::rsaPartsOf(madeKey("RSA").publicKey())->publicExponent, (Bytes{1, 0, 1}));
   Bytes point = key.externalRepresentation().value();
   EXPECT_TRUE(crypto::isPointFor(key, point));
   EXPECT_FALSE(crypto::isPointFor(madeKey("RSA").publicKey(), point));

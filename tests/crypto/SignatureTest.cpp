@@ -1,6 +1,7 @@
 #include "crypto/Signature.hpp"
 
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 
@@ -87,7 +88,9 @@ TEST(Signature, OfAnotherMessageOrKeyIsRefused) {
   EXPECT_FALSE(crypto::verifyDigestECDSA(key, signature, Bytes(32)));
   EXPECT_FALSE(crypto::verifyDigestECDSA(crypto::PrivateKey::generateP256()->publicKey(), signature,
                                          digest));
+  EXPECT_FALSE(crypto::verifyDigestECDSA(madeKey("RSA").publicKey(), signature, digest));
   EXPECT_FALSE(crypto::verifyDigestECDSA(key, {}, digest));
+  EXPECT_EQ(ERR_peek_error(), 0U) << "left for the next call to find";
 
   const crypto::PrivateKey edKey = madeKey("ED25519");
   const Bytes edSignature = edKey.signEd25519(kMessage).value();

@@ -141,7 +141,7 @@ TEST(TlsChannel, GivesTheLastChunkBeforeAFINWithoutCloseNotify) {
 }
 
 TEST(TlsChannel, StopsAPeerThatSendsNothingButKeyUpdates) {
-  for (const auto &[updates, end] : {std::pair(20, Result::wantsRead), {40, Result::failed}}) {
+  for (const auto &[updates, end] : {std::pair(32, Result::wantsRead), {33, Result::failed}}) {
     Server server;
     ASSERT_EQ(server.shakeHands(), Result::done);
     for (int count = 0; count < updates; ++count) {
@@ -161,10 +161,54 @@ TEST(TlsChannel, ReadsWhatCameInBeforeItsSendFailed) {
   ASSERT_GT(server.channel->encryptRecord(counted(10)), 0u);
   EXPECT_EQ(server.channel->flush(), Result::failed);
   EXPECT_EQ(server.channel->errorNumber(), EPIPE);
+  EXPECT_EQ(server.channel->unsentBytes(), 0u);
   EXPECT_EQ(server.channel->encryptRecord(counted(10)), 0u);
   ByteView chunk;
   EXPECT_EQ(server.channel->readChunk(server.buffer, chunk), Result::done);
   EXPECT_EQ(chunk.size(), 5u);
+}
+
+TEST(TlsChannel, KeepsWhatThePeerDoesNotTakeAndSaysGoodbye) {
+  Server server;
+  ASSERT_EQ(server.shakeHands(), Result::done);
+  EXPECT_FALSE(server.channel->mayHoldMore());
+  const Bytes unit = counted(std::size_t{64} * 16384);
+  for (ByteView rest = unit; !rest.empty();) {
+    rest = rest.subspan(server.channel->encryptRecord(rest));
+  }
+  EXPECT_EQ(server.channel->flush(), Result::wantsWrite);
+  server.channel->sayGoodbye();
+  Bytes got;
+  while (got.size() < unit.size()) {
+    const int length = SSL_read(server.foreign.get(), server.buffer.data(), 16384);
+    ASSERT_GT(length, 0);
+    got.insert(got.end(), server.buffer.begin(), server.buffer.begin() + length);
+    (void)server.channel->flush();
+  }
+  EXPECT_TRUE(got == unit);
+  EXPECT_EQ(server.channel->unsentBytes(), 0U);
+  EXPECT_LE(SSL_read(server.foreign.get(), server.buffer.data(), 1), 0);
+  EXPECT_EQ(SSL_get_shutdown(server.foreign.get()), SSL_RECEIVED_SHUTDOWN);
+  server.foreignWrites(counted(5));
+  server.foreignWrites(counted(5));
+  std::size_t length = 0;
+  EXPECT_EQ(server.channel->readRecord(server.buffer, length), Result::done);
+  EXPECT_TRUE(server.channel->mayHoldMore());
+}
+
+TEST(TlsContext, LetsNothingGrowAndNothingOldIn) {
+  for (const auto &context :
+       {crypto::TlsContext::server(madeIdentity("EC", "server")), crypto::TlsContext::client()}) {
+    SSL_CTX *native = context.value().native();
+    EXPECT_EQ(SSL_CTX_get_min_proto_version(native), TLS1_2_VERSION);
+    EXPECT_EQ(SSL_CTX_get_num_tickets(native) + SSL_CTX_get_max_early_data(native), 0U);
+    constexpr auto kOptions = SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION | SSL_OP_CLEANSE_PLAINTEXT;
+    EXPECT_EQ(SSL_CTX_get_options(native) & kOptions, kOptions);
+    EXPECT_EQ(SSL_CTX_get_session_cache_mode(native), SSL_SESS_CACHE_OFF);
+    EXPECT_EQ(SSL_CTX_get_read_ahead(native), 1);
+    constexpr auto kModes = SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN;
+    EXPECT_EQ(SSL_CTX_get_mode(native) & kModes, kModes);
+  }
 }
 
 TEST(TlsChannel, FailsAtAHandshakeThatIsLeftOrOfOldVersions) {

@@ -136,7 +136,7 @@ TEST_F(TokenUser, SaysWhatItIs) {
   EXPECT_THAT(textsOf(slot), HasSubstr("card reader" + std::string(36, ' ') + maker));
   EXPECT_THAT(textsOf(token),
               HasSubstr("Keyferry card                   " + maker + "Remote card     " +
-                        support::hexString(card.content->front().publicKeyHash).substr(0, 16)));
+                        encodings::hexString(card.content->front().publicKeyHash).substr(0, 16)));
   EXPECT_EQ((Numbers{module.cryptokiVersion.major, module.libraryVersion.minor,
                      slot.firmwareVersion.minor, token.firmwareVersion.minor, slot.flags}),
             (Numbers{2, 1, 1, 1, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));

@@ -82,9 +82,10 @@ inline std::string packageOf(STACK_OF(PKCS12_SAFEBAG) * bags) {
   return file;
 }
 
-inline PKCS12 *makePackage(const crypto::Identity &owner, const char *password) {
+inline PKCS12 *makePackage(const crypto::Identity &owner, const char *password,
+                           int cipher = NID_aes_256_cbc) {
   return PKCS12_create(password, "owner", owner.key.native(), owner.certificate.native(), nullptr,
-                       NID_aes_256_cbc, NID_aes_256_cbc, /*iter=*/2, /*mac_iter=*/2, 0);
+                       cipher, cipher, /*iter=*/2, /*mac_iter=*/2, 0);
 }
 
 }  // namespace fakes

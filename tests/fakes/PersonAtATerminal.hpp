@@ -18,9 +18,10 @@ class PersonAtATerminal {
   PersonAtATerminal() { EXPECT_EQ(::grantpt(person_.get()) | ::unlockpt(person_.get()), 0); }
 
   // The side of the program that asks.
+  [[nodiscard]] std::string path() const { return ::ptsname(person_.get()); }
   [[nodiscard]] base::Descriptor openTerminal() const {
     constexpr int kFlags = O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
-    return base::Descriptor(::open(::ptsname(person_.get()), kFlags));
+    return base::Descriptor(::open(path().c_str(), kFlags));
   }
 
   void type(const std::string &keys) const {

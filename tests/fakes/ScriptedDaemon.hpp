@@ -67,6 +67,11 @@ class ServedConnection {
     return result == Result::done;
   }
 
+  // True as soon as something comes, or the stream's end.
+  [[nodiscard]] bool waitForMore(std::chrono::milliseconds time) const {
+    return base::waitToRead(socket_.get(), std::chrono::steady_clock::now() + time);
+  }
+
   // How much plaintext has come in all.
   [[nodiscard]] std::size_t received() const { return received_; }
 
