@@ -35,11 +35,12 @@ TEST(PublicKey, KnowsItsCurveAndThePointsOnIt) {
   const crypto::PublicKey key = madeKey("EC").publicKey();
   EXPECT_EQ(key.sizeInBytes(), 32U);
   EXPECT_EQ(crypto::curveIdentifierOf(key), fakes::bytesOfHex("06082a8648ce3d030107"));
-  for (const auto &[name, bytes] : {std::pair("P-384", 48U), {"P-521", 66U}, {"secp256k1", 0U}}) {
+  for (const auto &[name, bytes, isNamed] :
+       {std::tuple("P-384", 48U, true), {"P-521", 66U, true}, {"secp256k1", 32U, false}}) {
     const crypto::PrivateKey other(
         std::shared_ptr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name), EVP_PKEY_free));
-    EXPECT_EQ(crypto::fieldBytesOf(other.publicKey()), bytes);
-    EXPECT_EQ(crypto::curveIdentifierOf(other.publicKey()).has_value(), bytes != 0);
+    EXPECT_EQ(other.publicKey().sizeInBytes(), bytes);
+    EXPECT_EQ(crypto::curveIdentifierOf(other.publicKey()).has_value(), isNamed);
   }
   EXPECT_FALSE(crypto::curveIdentifierOf(madeKey("RSA").publicKey()));
   EXPECT_EQ(crypto::rsaPartsOf(madeKey("RSA").publicKey())->publicExponent, (Bytes{1, 0, 1}));

@@ -12,15 +12,14 @@
 
 #include "crypto/Padding.hpp"
 #include "crypto/RSAEncryption.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/FullMessage.hpp"
 #include "fakes/PersonAtATerminal.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "fakes/Transcript.hpp"
 #include "identity/FingerprintText.hpp"
-#include "identity/PublicKeyHash.hpp"
 #include "remote/AuthenticationKey.hpp"
-#include "encodings/HexString.hpp"
 
 namespace remote {
 namespace {
@@ -84,7 +83,7 @@ class Program : public testing::Test {
   }
 
   static std::string hashOf(const crypto::Identity &identity) {
-    return encodings::hexString(identity::publicKeyHashOf(identity.key.publicKey()).value());
+    return encodings::hexString(identity.key.publicKey().hash().value());
   }
 
   // In a session of its own, whose terminal is the person's.
@@ -223,8 +222,7 @@ class Program : public testing::Test {
     reply.status = how != "no" && how != "why";
     reply.errorMessage = how == "why" ? std::optional("nobody\x1b") : std::nullopt;
     reply.selectedCertificateHash =
-        how == "other" ? Bytes(20)
-                       : identity::publicKeyHashOf(authentication_.key.publicKey()).value();
+        how == "other" ? Bytes(20) : authentication_.key.publicKey().hash().value();
     reply.challenge = Bytes(how.starts_with('1') ? std::stoul(how) : 16, 7);
     if (message->challengeSignature) {
       EXPECT_TRUE(authentication_.key.publicKey().verifyRawPKCS1(*message->challengeSignature,
