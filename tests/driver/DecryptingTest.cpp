@@ -12,20 +12,21 @@ struct DecryptionCase {
   CK_RSA_PKCS_OAEP_PARAMS oaep = {};
 };
 
-CK_RSA_PKCS_OAEP_PARAMS oaep(CK_MECHANISM_TYPE hash, CK_RSA_PKCS_MGF_TYPE mask,
-                             std::string_view label = {}) {
-  return {hash, mask, CKZ_DATA_SPECIFIED, const_cast<char *>(label.data()), label.size()};
-}
-
 // What the token encrypts it has decrypted, in parts as well; a place that is too short costs no
 // second use of the key.
 TEST_F(TokenUser, DecryptsWhatItEncrypts) {
+  Bytes label{1, 2, 3};
   const DecryptionCase kCases[] = {
       {"PKCS1", CKM_RSA_PKCS, 245},
       {"Raw", CKM_RSA_X_509, 256},
-      {"OAEP", CKM_RSA_PKCS_OAEP, 190, oaep(CKM_SHA256, CKG_MGF1_SHA256)},
-      {"OAEPWithLabelAndOtherMask", CKM_RSA_PKCS_OAEP, 214,
-       oaep(CKM_SHA_1, CKG_MGF1_SHA384, "label")}};
+      {"OAEP",
+       CKM_RSA_PKCS_OAEP,
+       190,
+       {CKM_SHA256, CKG_MGF1_SHA256, CKZ_DATA_SPECIFIED, nullptr, 0}},
+      {"OAEPWithLabelAndOtherMask",
+       CKM_RSA_PKCS_OAEP,
+       214,
+       {CKM_SHA_1, CKG_MGF1_SHA384, CKZ_DATA_SPECIFIED, label.data(), label.size()}}};
   for (DecryptionCase row : kCases) {
     SCOPED_TRACE(row.name);
     CK_MECHANISM given = mechanismOf(row.mechanism, row.oaep);

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "driver/TokenUser.hpp"
-#include "fakes/ChildProcess.hpp"
 
 namespace driver {
 namespace {
@@ -48,24 +47,6 @@ TEST_F(TokenUser, InitialisesOnceAndAgain) {
   EXPECT_EQ(f.C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
 }
 
-TEST_F(TokenUser, AChildBeginsAnewAndLetsGoOfWhatItInherited) {
-  EXPECT_EQ(found({}).size(), 3 * usualKeyCount);
-  card.abandoned = 0;
-  const int status = fakes::statusOfChild([&] {
-    CK_INFO info{};
-    if (f.C_GetInfo(&info) != CKR_CRYPTOKI_NOT_INITIALIZED || card.abandoned != 1) {
-      return 1;
-    }
-    if (f.C_Initialize(nullptr) != CKR_OK) {
-      return 2;
-    }
-    session = opened();
-    return found({}).size() == 3 * usualKeyCount && card.abandoned == 1 ? 0 : 3;
-  });
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(found({}).size(), 3 * usualKeyCount);
-}
-
 // Even where calls of ours fail in the library; a mark of the program's stays as well.
 TEST_F(TokenUser, LeavesTheProgramsErrorsAlone) {
   CK_MECHANISM given{CKM_RSA_PKCS, nullptr, 0};
@@ -83,6 +64,7 @@ TEST_F(TokenUser, LeavesTheProgramsErrorsAlone) {
   EXPECT_EQ(errno, EDOM);
   ERR_raise(ERR_LIB_EVP, EVP_R_DECODE_ERROR);
   EXPECT_EQ(ERR_pop_to_mark(), 1);
+  EXPECT_EQ(ERR_clear_last_mark(), 0);
   const char *data = nullptr;
   int flags = 0;
   const unsigned long first = ERR_get_error_all(nullptr, nullptr, nullptr, &data, &flags);

@@ -7,10 +7,6 @@ namespace {
 
 using Pss = CK_RSA_PKCS_PSS_PARAMS;
 
-Pss pss(CK_MECHANISM_TYPE hash, CK_RSA_PKCS_MGF_TYPE mask, CK_ULONG saltBytes) {
-  return {hash, mask, saltBytes};
-}
-
 struct SigningCase {
   const char *name;
   UsualKey key;
@@ -19,29 +15,23 @@ struct SigningCase {
   Pss pss = {};
 };
 
-class Signatures : public TokenUser {
- protected:
-  CK_RV verify(UsualKey with, CK_MECHANISM given, Bytes message, Bytes made) {
-    EXPECT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, with)), CKR_OK);
-    return f.C_Verify(session, message.data(), message.size(), made.data(), made.size());
-  }
-
-  const Bytes sixty = Bytes(60, 0x5A);
-};
-
 // In one call and in parts, which do not mix, with a question for the length before; the token's
 // own verification accepts both and nothing else.
-TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
+TEST_F(TokenUser, SignsWholeAndInPartsAndVerifies) {
+  const Bytes sixty(60, 0x5A);
   const SigningCase kCases[] = {
       {"RSABytes", rsa, CKM_RSA_PKCS, Bytes(245, 3)},
       {"RSAShortBlock", rsa, CKM_RSA_X_509, Bytes(250, 3)},
       {"RSABlock", rsa, CKM_RSA_X_509, Bytes(256, 3)},
       {"RSASHA1", rsa, CKM_SHA1_RSA_PKCS, sixty},
       {"RSASHA512", oddRSA, CKM_SHA512_RSA_PKCS, sixty},
-      {"PSSDigest", rsa, CKM_RSA_PKCS_PSS, Bytes(32, 7), pss(CKM_SHA256, CKG_MGF1_SHA256, 32)},
-      {"PSSMessage", oddRSA, CKM_SHA384_RSA_PKCS_PSS, sixty, pss(CKM_SHA384, CKG_MGF1_SHA384, 48)},
-      {"PSSWithoutSaltAndOtherMask", rsa, CKM_SHA224_RSA_PKCS_PSS, sixty,
-       pss(CKM_SHA224, CKG_MGF1_SHA1, 0)},
+      {"PSSDigest", rsa, CKM_RSA_PKCS_PSS, Bytes(32, 7), {CKM_SHA256, CKG_MGF1_SHA256, 32}},
+      {"PSSMessage", oddRSA, CKM_SHA384_RSA_PKCS_PSS, sixty, {CKM_SHA384, CKG_MGF1_SHA384, 48}},
+      {"PSSWithoutSaltAndOtherMask",
+       rsa,
+       CKM_SHA224_RSA_PKCS_PSS,
+       sixty,
+       {CKM_SHA224, CKG_MGF1_SHA1, 0}},
       {"ECDSADigest", p256, CKM_ECDSA, Bytes(64, 9)},
       {"ECDSASHA384", p384, CKM_ECDSA_SHA384, sixty},
       {"ECDSASHA1", p521, CKM_ECDSA_SHA1, sixty},
@@ -51,6 +41,10 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     CK_MECHANISM given = mechanismOf(row.mechanism, row.pss);
     Bytes &message = row.message;
     const CK_OBJECT_HANDLE object = key(CKO_PRIVATE_KEY, row.key);
+    const auto verify = [&](Bytes made) {
+      EXPECT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, row.key)), CKR_OK);
+      return f.C_Verify(session, message.data(), message.size(), made.data(), made.size());
+    };
     card.uses = 0;
 
     CK_ULONG length = 0;
@@ -80,9 +74,9 @@ TEST_F(Signatures, AreMadeWholeAndInPartsAndVerified) {
     ASSERT_EQ(f.C_SignFinal(session, inParts.data(), &length), CKR_OK);
     EXPECT_EQ(card.uses, 2);
 
-    EXPECT_EQ(verify(row.key, given, message, whole), CKR_OK);
-    EXPECT_EQ(verify(row.key, given, message, inParts), CKR_OK);
-    EXPECT_EQ(verify(row.key, given, message, Bytes(length - 1)), CKR_SIGNATURE_LEN_RANGE);
+    EXPECT_EQ(verify(whole), CKR_OK);
+    EXPECT_EQ(verify(inParts), CKR_OK);
+    EXPECT_EQ(verify(Bytes(length - 1)), CKR_SIGNATURE_LEN_RANGE);
     whole[whole.size() / 2] ^= 1;
     ASSERT_EQ(f.C_VerifyInit(session, &given, key(CKO_PUBLIC_KEY, row.key)), CKR_OK);
     ASSERT_EQ(f.C_VerifyUpdate(session, message.data(), message.size()), CKR_OK);
@@ -116,11 +110,11 @@ struct RefusedCase {
 
 // What is wrong with a message is said when it is there, all else at the beginning.
 TEST_F(TokenUser, RefusesWhatDoesNotFit) {
-  const Pss usual = pss(CKM_SHA256, CKG_MGF1_SHA256, 32);
-  const Pss noHash = pss(CKM_RSA_PKCS, CKG_MGF1_SHA256, 32);
-  const Pss otherMask = pss(CKM_SHA256, 99, 32);
-  const Pss longSalt = pss(CKM_SHA256, CKG_MGF1_SHA256, 512);
-  const Pss hugeSalt = pss(CKM_SHA256, CKG_MGF1_SHA256, 513);
+  const Pss usual{CKM_SHA256, CKG_MGF1_SHA256, 32};
+  const Pss noHash{CKM_RSA_PKCS, CKG_MGF1_SHA256, 32};
+  const Pss otherMask{CKM_SHA256, 99, 32};
+  const Pss longSalt{CKM_SHA256, CKG_MGF1_SHA256, 512};
+  const Pss hugeSalt{CKM_SHA256, CKG_MGF1_SHA256, 513};
   const RefusedCase kCases[] = {
       {"TooLongToPad", rsa, CKM_RSA_PKCS, 246, CKR_DATA_LEN_RANGE},
       {"TooLongForABlock", rsa, CKM_RSA_X_509, 257, CKR_DATA_LEN_RANGE},

@@ -4,9 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
 
 #include "base/Root.hpp"
 #include "driver/FunctionList.hpp"
@@ -100,22 +97,17 @@ class TokenUser : public testing::Test {
 
   // In one call.
   CK_RV sign(CK_OBJECT_HANDLE object, CK_MECHANISM given, Bytes message) {
-    signature.assign(512, 0);
+    Bytes signature(512);
     CK_ULONG length = signature.size();
     const CK_RV begun = f.C_SignInit(session, &given, object);
-    if (begun != CKR_OK) {
-      return begun;
-    }
-    const CK_RV result =
-        f.C_Sign(session, message.data(), message.size(), signature.data(), &length);
-    signature.resize(length);
-    return result;
+    return begun != CKR_OK
+               ? begun
+               : f.C_Sign(session, message.data(), message.size(), signature.data(), &length);
   }
 
   CK_FUNCTION_LIST &f = *functionList();
   fakes::CardInHand &card = fakes::CardInHand::instance();
   CK_SESSION_HANDLE session = CK_INVALID_HANDLE;
-  Bytes signature;  // the last one
 };
 
 }  // namespace driver

@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <string>
-#include <vector>
 
 #include "base/Descriptor.hpp"
 #include "remote/RefusalLines.hpp"

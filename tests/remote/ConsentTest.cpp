@@ -4,7 +4,6 @@
 #include <termios.h>
 
 #include <array>
-#include <vector>
 
 #include "fakes/PersonAtATerminal.hpp"
 

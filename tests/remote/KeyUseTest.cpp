@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "crypto/HashAlgorithm.hpp"
 #include "crypto/PSS.hpp"
-#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace remote {
@@ -40,23 +37,18 @@ Bytes withChangedByte(Bytes block, std::size_t index) {
   return block;
 }
 
-Bytes point() {
-  return madeKey("EC").publicKey().externalRepresentation().value();
-}
-
-enum class Asked { sign, decrypt };
-enum class Holder { apart, shared };  // shared: the key also authenticates
-
 TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
   using enum KeyOperation;
-  using enum Asked;
-  using enum Holder;
+  constexpr auto *sign = useForSigning;
+  constexpr auto *decrypt = useForDecryption;
+  constexpr bool apart = false;
+  constexpr bool shared = true;  // the key also authenticates
   constexpr auto kRefused = std::nullopt;
   struct Case {
     const char *name;
     const char *key;
-    Asked asked;
-    Holder holder;
+    decltype(sign) judge;
+    bool isShared;
     Bytes data;
     std::optional<KeyOperation> operation;
     std::string description = "";  // a part of it
@@ -65,7 +57,6 @@ TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
       {"DigestInfo", "RSA", sign, apart, sha256Info(), signPKCS1, "a sha256 digest"},
       {"LongestToPad", "RSA", sign, apart, Bytes(kModulus - 11, 1), signPKCS1},
       {"TooLongToPad", "RSA", sign, apart, Bytes(kModulus - 10, 1), kRefused},
-      {"UnknownBlock", "RSA", sign, apart, Bytes(kModulus, 1), rawRSA, "a block of"},
       {"PSSBlock", "RSA", sign, apart, pssBlock(), rawRSA, "sha256 digest with PSS"},
       {"PSSBlockThatIsNotWhole", "RSA", sign, apart, withChangedByte(pssBlock(), 100), rawRSA,
        "a block of"},
@@ -77,7 +68,6 @@ TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
        kRefused},
       {"SharedShortKey", "RSA1024", sign, shared, sha256Info(), kRefused},
       {"SharedPaddedDigest", "RSA", sign, shared, padded(sha256Info()), rawRSA},
-      {"SharedPaddedSixteenBytes", "RSA", sign, shared, padded(Bytes(16, 1)), kRefused},
       {"SharedShortPaddingAndFreeBytesBehind", "RSA", sign, shared,
        padded(sha256Info(), kModulus - 11 - sha256Info().size()), kRefused},
       {"SharedOneFreeByteBehind", "RSA", sign, shared, padded(sha256Info(), 1), kRefused},
@@ -89,21 +79,19 @@ TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
       {"SharedDecryption", "RSA", decrypt, shared, Bytes(kModulus, 1), kRefused},
       {"EcDigest", "EC", sign, apart, Bytes(32, 1), signECDSA, "32 bytes"},
       {"EcNoDigest", "EC", sign, apart, Bytes(65, 1), kRefused},
-      {"EcPoint", "EC", decrypt, apart, point(), deriveECDH},
+      {"EcPoint", "EC", decrypt, apart, *madeKey("EC").publicKey().externalRepresentation(),
+       deriveECDH},
       {"EcCompressedPoint", "EC", decrypt, apart, Bytes(33, 2), kRefused},
       {"EdMessage", "ED25519", sign, apart, Bytes(100000, 1), signEd25519}};
   for (const Case &row : kCases) {
     SCOPED_TRACE(row.name);
-    const auto judge = row.asked == sign ? useForSigning : useForDecryption;
     const crypto::PrivateKey key = std::string(row.key) == "RSA1024"
                                        ? *crypto::PrivateKey::generateRSA(1024)
                                        : madeKey(row.key);
-    const KeyUse use = judge(key.publicKey(), row.data, row.holder == shared);
+    const KeyUse use = row.judge(key.publicKey(), row.data, row.isShared);
     EXPECT_EQ(use.operation, row.operation) << use.description;
     EXPECT_NE(use.description.find(row.description), std::string::npos) << use.description;
-    Error error;
-    EXPECT_TRUE(!use.operation || perform(*use.operation, key, row.data, &error))
-        << error.description;
+    EXPECT_TRUE(!use.operation || perform(*use.operation, key, row.data));
   }
 }
 

@@ -1,12 +1,11 @@
 // The program as a person runs it, with a terminal of its own and a machine that the test plays.
 
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <deque>
-#include <fstream>
 #include <regex>
 #include <sstream>
 
@@ -40,13 +39,11 @@ class Program : public testing::Test {
     folder_.write("locked.pem",
                   fakes::encryptedPemOf(fakes::madeIdentity("EC", "locked\tkey"), "secret"));
     folder_.write("word", "secret\n");
-    transcript_.actions = {{"run",
-                            [this](const auto &command) {
-                              start(command);
-                              finish();
-                            }},
-                           {"type", [this](const auto &rest) { type(rest); }},
-                           {"play", [this](const auto &rest) { play(rest); }}};
+    transcript_.actions = {
+        {"run", [this](const auto &command) { type(" ; " + command); }},
+        {"type", [this](const auto &rest) { type(rest); }},
+        {"play", [this](const auto &rest) { play(rest); }},
+    };
     transcript_.takeLines = [this] { return takeLines(); };
     transcript_.name("~remote " KEYFERRY_REMOTE "\n~port " + std::to_string(port_) + "\n~in " +
                      folder_.path() + "\n~hash " + hashOf(authentication_) + "\n~print " +
@@ -72,12 +69,10 @@ class Program : public testing::Test {
 ~SERVED connected to ~mac | authenticated | card inserted: 1 key | ~OTHER
 ~OTHER kfy-remote: warning: refused to sign for ~mac: the request names no key of this card
 ~UP ~card | ~SERVED
-~NOHOST is no HOST or HOST:PORT (IPv6: [ADDRESS]:PORT)
 ~NOCHALLENGE sent a challenge that is not 16 bytes long; it was not signed
 ~PAIR sudo sc_auth pair --user USER --hash ~hash
 ~FORGET sed -i '/^127\.0\.0\.1:~port /d' '~in/ann'\''s/known_hosts'
-~ASKS ~mac is not known yet. Its certificate has the fingerprint |   ~print | ~WHICH
-~WHICH which "sudo kfyctl identity show" has to show on that machine. Trust it? [yes/NO] 
+~ASKS ~mac is not known yet. Its certificate has the fingerprint |   ~print | which "sudo kfyctl identity show" has to show on that machine. Trust it? [yes/NO] 
 ~CHANGED is not the one that was trusted: it may have a new certificate, or somebody may be in between; nothing was sent to it
 )");
   }
@@ -89,25 +84,17 @@ class Program : public testing::Test {
   // In a session of its own, whose terminal is the person's.
   void start(const std::string &command) {
     person_.emplace();
-    std::vector<std::string> words{"/usr/bin/timeout", "--foreground", "20",
-                                   "/bin/sh",          "-c",           command};
-    std::vector<char *> pointers;
-    std::ranges::transform(words, std::back_inserter(pointers),
-                           [](auto &word) { return word.data(); });
-    pointers.push_back(nullptr);
-    posix_spawn_file_actions_t files;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, 0, person_->path().c_str(), O_RDWR, 0);
-    posix_spawn_file_actions_addopen(&files, 1, (folder_ / "said").c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-    posix_spawn_file_actions_adddup2(&files, 1, 2);
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-    ASSERT_EQ(::posix_spawn(&child_, pointers[0], &files, &attributes, pointers.data(), environ),
-              0);
-    posix_spawn_file_actions_destroy(&files);
-    posix_spawnattr_destroy(&attributes);
+    const std::string said = folder_ / "said";
+    child_ = ::fork();
+    if (child_ == 0) {
+      ::setsid();
+      ::dup2(::open(person_->path().c_str(), O_RDWR), 0);
+      ::dup2(::open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600), 1);
+      ::dup2(1, 2);
+      ::execl("/usr/bin/timeout", "timeout", "--foreground", "20", "/bin/sh", "-c", command.c_str(),
+              nullptr);
+      ::_exit(1);
+    }
   }
   void finish() {
     ASSERT_EQ(::waitpid(child_, &status_, 0), child_);
@@ -285,8 +272,8 @@ Password for ~in/locked.pem:  | inserted: locked?key
 > run for more in '--password-file ~in/key.pem' '--password-file ~in/none' '--key ~in/none'; do setsid ~locked $more; done
 ~E ~in/locked.pem: the given password does not fit | ~E cannot read ~in/none: No such file or directory
 ~E ~in/locked.pem: there is no terminal to ask for the password | status 1
-> run ~keys --password-file ~in/word --password-fd 3; ~keys --label x
-~E --password-file excludes --password-fd | ~HELP | ~E there are more --label than --key | ~HELP | status 2
+> run ~keys --label x
+~E there are more --label than --key | ~HELP | status 2
 > run ~remote --version | cut -c 1-11; mkfifo ~in/p; exec 3<>~in/p 4>~in/p 3<&-; ~keys >&4; ~keys >&-
 kfy-remote 
 2 x ~E the list of keys could not be written to standard output
@@ -304,14 +291,8 @@ TEST_F(Program, KnowsMachinesByTheirNamesAndCertificates) {
 > run for host in Mac.example mac:5000 10.0.0.1:4116 FE80::1 [::1] [::1]:99; do ~remote password $host ~home; done 2>&1 | grep error
 ~E mac.example ~UNKNOWN | ~E mac:5000 ~UNKNOWN | ~E 10.0.0.1 ~UNKNOWN
 ~E fe80::1 ~UNKNOWN | ~E ::1 ~UNKNOWN | ~E [::1]:99 ~UNKNOWN
-> run for host in mac: mac:65536 mac:0 mac:1x [::1]99 [::1 'b c'; do ~remote password "$host" ~home; ~remote connect "$host" ~with; done 2>&1 | grep error
-2 x ~E "mac:" ~NOHOST
-2 x ~E "mac:65536" ~NOHOST
-2 x ~E "mac:0" ~NOHOST
-2 x ~E "mac:1x" ~NOHOST
-2 x ~E "[::1]99" ~NOHOST
-2 x ~E "[::1" ~NOHOST
-2 x ~E "b c" ~NOHOST
+> run for host in mac: mac:65536 mac:0 mac:1x [::1]99 [::1 'b c'; do ~remote password "$host" ~home; ~remote connect "$host" ~with; done 2>&1 | grep -c ' is no HOST or HOST:PORT (IPv6: .ADDRESS.:PORT)'
+14
 > run ~connect --fingerprint ~print0; ~remote connect a b ~with --fingerprint ~print
 ~E --fingerprint takes the 64 hexadecimal digits of a SHA-256 digest | ~HELP
 ~E --fingerprint goes with a single HOST | ~HELP | status 2
@@ -338,8 +319,6 @@ nothing was sent | ~E the server at ~mac ~CHANGED | ~W it shows ~print | ~W --fi
 nothing was sent | ~E the server at ~mac ~CHANGED | ~W it shows ~print
 ~T on that machine: sudo kfyctl identity show, and here, only if it shows the same: ~FORGET
 status 1
-> play end ; ~remote password ~mac ~home
-nothing was sent | ~E ~mac: the server at 127.0.0.1 port ~port is not the one that is trusted | status 1
 > run ~FORGET; cd ~in/ann*; cat known_hosts; rm known_hosts; mkdir known_hosts; ~connect; ~remote password ~mac ~home
 2 x ~E cannot read ~in/ann's/known_hosts: not a regular file
 status 1
@@ -362,15 +341,11 @@ TEST_F(Program, IsTheCardOfAMachine) {
 connected to ~mac | authenticated | card inserted: 4 keys | ~OTHER | card removed
 > play connect authenticate insert term remove=silent term ; ~serve
 ~UP
-> play connect authenticate insert term remove=silent lose ; ~serve
-~UP
 > play connect=no end term ; ~serve
 connected to ~mac | ~E ~mac refused to connect; next attempt in 60 s
 > play connect=why end term ; ~serve
 connected to ~mac | ~E ~mac has not paired this key with a user: nobody?; next attempt in 300 s
 ~T on that machine: ~PAIR
-> play connect=other end term ; ~serve
-connected to ~mac | ~E ~mac has not paired this key with a user; next attempt in 300 s | ~T on that machine: ~PAIR
 > play connect=15 end term ; ~serve
 connected to ~mac | ~E ~mac ~NOCHALLENGE; next attempt in 300 s
 > play connect authenticate=no end term ; ~serve
@@ -400,15 +375,11 @@ account:  x | password: sesame
 {"account":"x","password":"sesame"}
 > play connect authenticate account ; ~password >/dev/full
 ~E the fresh password could not be written to standard output | status 1
-> play connect authenticate account=why ; ~password
-~E ~mac: nobody? | status 1
 > play connect authenticate lose ; ~password
 ~E ~mac: the peer has ended the connection | status 1
 > play connect authenticate=no end ; ~password
 ~E ~mac: it did not accept our signature | status 1
 > play connect=other end ; ~password
-~E ~mac: it has not paired this key with a user; there: ~PAIR | status 1
-> play connect=no end ; ~password
 ~E ~mac: it has not paired this key with a user; there: ~PAIR | status 1
 > play connect=17 end ; ~password
 ~E ~mac: it ~NOCHALLENGE | status 1
