@@ -34,14 +34,5 @@ TEST(CardMarker, IsAFileOfTheRightOwner) {
   std::filesystem::remove(path);
 }
 
-TEST(CardMarker, IsAnotherOnceItIsMadeAnew) {
-  const CardMarker marker{1, {2, 3}, {4, 5}};
-  for (const CardMarker &other :
-       {CardMarker{9, {2, 3}, {4, 5}}, CardMarker{1, {9, 3}, {4, 5}}, CardMarker{1, {2, 9}, {4, 5}},
-        CardMarker{1, {2, 3}, {9, 5}}, CardMarker{1, {2, 3}, {4, 9}}}) {
-    EXPECT_FALSE(other == marker);
-  }
-}
-
 }  // namespace
 }  // namespace client

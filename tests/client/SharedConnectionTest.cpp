@@ -9,7 +9,6 @@
 #include <atomic>
 #include <future>
 #include <thread>
-#include <vector>
 
 #include "client/PinnedServer.hpp"
 #include "client/SocketMark.hpp"
@@ -89,7 +88,7 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
                             [&](const auto &request) { answer(connection, number, request); });
     }
   });
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   threads.reserve(kThreads);
   for (std::uint8_t name = 0; name < kThreads; ++name) {
     threads.emplace_back([this, name] {
@@ -102,7 +101,6 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
       }
     });
   }
-  std::ranges::for_each(threads, [](std::thread &thread) { thread.join(); });
 }
 
 TEST_F(SharedConnectionTest, LeavesAConnectionOnWhichADeadlinePassedToThoseThatWaitThere) {
@@ -163,28 +161,14 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
 }
 
 TEST_F(SharedConnectionTest, IsTakenUpAnewByTheChildOfAForkWhileTheParentsGoesOn) {
-  std::promise<void> isWaiting;
-  std::promise<void> mayEnd;
-  serve([&](ServedConnection &connection, int number) {
-    if (number > 0) {
-      return answerAll(connection, number);
-    }
-    const auto request = connection.receive().value();
-    isWaiting.set_value();
-    mayEnd.get_future().wait();
-    answer(connection, number, request);
-    answerAll(connection, number);
-  });
-  std::thread asking([this] { EXPECT_EQ(ask(1), (Bytes{1, 0})); });
-  isWaiting.get_future().wait();
+  serve(answerAll);
+  EXPECT_EQ(ask(1), (Bytes{1, 0}));
   EXPECT_EQ(fakes::statusOfChild([this] {
               connection_.abandon();
               const bool isClosed = ::fcntl(descriptor_, F_GETFD) == -1;
               return isClosed && ask(2) == Bytes{2, 1} ? 0 : 1;
             }),
             0);
-  mayEnd.set_value();
-  asking.join();
   EXPECT_EQ(ask(3), (Bytes{3, 0}));
 }
 

@@ -9,7 +9,6 @@ namespace {
 
 using fakes::madeKey;
 
-using crypto::HashAlgorithm;
 using enum crypto::HashAlgorithm;
 
 // A block after the private operation.
@@ -18,26 +17,22 @@ Bytes opened(const std::optional<Bytes> &block) {
   return {secret.reveal().begin(), secret.reveal().end()};
 }
 
-// What the library's own encryption makes of a message.
-Bytes paddedOAEP(const Bytes &message, HashAlgorithm hash, HashAlgorithm maskHash) {
-  return opened(crypto::encryptOAEP(madeKey("RSA").publicKey(), message, {hash, maskHash, {}}));
-}
-
 bool holds(const std::optional<SecretBytes> &secret, const Bytes &message) {
   return secret && base::equal(secret->reveal(), message);
 }
 
 TEST(Padding, TakesOffWhatTheLibraryPutOn) {
-  for (const std::size_t size : {0, 1, 32, 245}) {
+  const crypto::PublicKey key = madeKey("RSA").publicKey();
+  for (const std::size_t size : {0, 1, 245}) {
     const Bytes message(size, 7);
-    const Bytes block = opened(crypto::encryptPKCS1(madeKey("RSA").publicKey(), message));
+    const Bytes block = opened(crypto::encryptPKCS1(key, message));
     EXPECT_TRUE(holds(crypto::unpadPKCS1(block), message)) << size;
   }
   for (const auto &[hash, maskHash] :
        {std::pair{sha1, sha1}, {sha256, sha256}, {sha256, sha1}, {sha512, sha224}}) {
     for (const std::size_t size : {std::size_t{0}, std::size_t{1}, 254 - 2 * digestSize(hash)}) {
       const Bytes message(size, 7);
-      const Bytes block = paddedOAEP(message, hash, maskHash);
+      const Bytes block = opened(crypto::encryptOAEP(key, message, {hash, maskHash, {}}));
       EXPECT_TRUE(holds(crypto::unpadOAEP(block, hash, maskHash), message))
           << nameOf(hash) << " " << nameOf(maskHash) << " " << size;
     }
@@ -63,7 +58,8 @@ TEST(Padding, PKCS1RefusesABlockThatIsNotPadded) {
 }
 
 TEST(Padding, OAEPRefusesAnotherHashLabelOrBlock) {
-  Bytes block = paddedOAEP(Bytes(20), sha256, sha256);
+  Bytes block =
+      opened(crypto::encryptOAEP(madeKey("RSA").publicKey(), Bytes(20), {sha256, sha256, {}}));
   EXPECT_FALSE(crypto::unpadOAEP(block, sha1, sha256));
   EXPECT_FALSE(crypto::unpadOAEP(block, sha256, sha1));
   EXPECT_FALSE(crypto::unpadOAEP(block, sha256, sha256, base::viewOf("label")));
