@@ -1,14 +1,9 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cstring>
-#include <memory>
-#include <set>
 
 #include "base/ConstantTime.hpp"
 #include "base/Files.hpp"
-#include "base/HexDigit.hpp"
 #include "base/UTF8.hpp"
 #include "base/UUID.hpp"
 #include "fakes/TemporaryFolder.hpp"
@@ -31,19 +26,6 @@ TEST(UTF8, IsWhatTheStandardAllowsAndNothingElse) {
   EXPECT_EQ(base::characterCount("aé€x"), 4U);
   EXPECT_EQ(base::firstCharacters("aé€x", 3), "aé€");
   EXPECT_EQ(base::firstCharacters("aé", 3), "aé");
-}
-
-TEST(HexDigit, IsReadInEitherCase) {
-  for (int character = -128; character < 128; ++character) {
-    const char *place =
-        character == 0 ? nullptr : std::strchr("0123456789abcdef", character | 0x20);
-    const bool isDigit =
-        place != nullptr && (character >= 'A' || character <= '9') && character > 31;
-    EXPECT_EQ(base::hexDigitValue(static_cast<char>(character)) >= 0, isDigit) << character;
-  }
-  EXPECT_EQ(
-      base::hexDigitValue('7') * 256 + base::hexDigitValue('c') * 16 + base::hexDigitValue('F'),
-      0x7CF);
 }
 
 TEST(UUID, IsRandomAndReadInEitherCase) {

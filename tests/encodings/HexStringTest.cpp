@@ -6,18 +6,20 @@
 namespace encodings {
 namespace {
 
-using testing::ElementsAre;
-
 class HexText : public fakes::LoggedTest {};
 
 TEST_F(HexText, IsReadInEitherCaseWithOnePrefix) {
   EXPECT_EQ(hexString(Bytes{0x00, 0xAB, 0x0F}), "00AB0F");
-  EXPECT_EQ(dataWithHexString("0xab0F"), (Bytes{0xAB, 0x0F}));
+  EXPECT_EQ(dataWithHexString("0xa09AFf"), (Bytes{0xA0, 0x9A, 0xFF}));
   EXPECT_EQ(dataWithHexString("0X"), Bytes{});
   EXPECT_EQ(dataWithHexString(""), Bytes{});
 }
 
 TEST_F(HexText, ThatIsMalformedGivesNothingAndSaysWhere) {
+  for (const char *edge : {"/", ":", "@", "G", "`", "g"}) {
+    EXPECT_EQ(dataWithHexString(edge + std::string("0")), std::nullopt) << edge;
+  }
+  takeEntries();
   for (const auto &[text, entry] : {std::pair{"ABC", ""},
                                     {"é", ""},  // one character
                                     {"0X0x12", "0x12 (bad digit around 0)"},
@@ -70,8 +72,8 @@ TEST(Base64, OfALengthOfAllOnesEndsBeforeANUL) {
 TEST(Base64, OfArraysStaysOnOneLineAndPassesTheRestThrough) {
   const std::vector<ArrayElement> array{Bytes(49), OtherValue{"7"}};
   const auto encoded = base64DataEncodedArray(array);
-  EXPECT_THAT(encoded, ElementsAre(ArrayElement(std::string(66, 'A') + "=="),
-                                   ArrayElement(OtherValue{"7"})));
+  EXPECT_THAT(encoded, testing::ElementsAre(ArrayElement(std::string(66, 'A') + "=="),
+                                            ArrayElement(OtherValue{"7"})));
   EXPECT_EQ(base64DecodedArray(encoded), array);
 }
 

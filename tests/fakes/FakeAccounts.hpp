@@ -1,10 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "platform/Accounts.hpp"
 #include "platform/LocalDirectory.hpp"
 
@@ -13,21 +8,18 @@ namespace fakes {
 // Accounts whose existence, rules and failures the test chooses.
 class FakeAccounts : public platform::LocalDirectory, public platform::Accounts {
  public:
-  [[nodiscard]] std::unique_ptr<platform::LocalNode> openLocalNode(Error *error) override {
-    ++opened;
+  std::unique_ptr<platform::LocalNode> openLocalNode(Error *error) override {
     if (nodeError != 0) {
       base::reportErrno(error, nodeError, "no node");
       return nullptr;
     }
     return std::make_unique<Node>(*this);
   }
-  [[nodiscard]] std::unique_ptr<platform::Authorization> createAuthorization(
-      std::int32_t &status) override {
+  std::unique_ptr<platform::Authorization> createAuthorization(std::int32_t &status) override {
     status = authorizationStatus;
     return std::make_unique<Right>(*this);
   }
-  [[nodiscard]] std::unique_ptr<platform::AccountIdentity> identityWithName(
-      const std::string &name) override {
+  std::unique_ptr<platform::AccountIdentity> identityWithName(const std::string &name) override {
     return hasIdentity ? std::make_unique<Identity>(*this, name) : nullptr;
   }
 
@@ -40,7 +32,6 @@ class FakeAccounts : public platform::LocalDirectory, public platform::Accounts 
   int accountClass = platform::kUserClass;
   int failedCommits = 0;  // how many commits fail before one succeeds
 
-  int opened = 0;
   std::vector<std::string> asked;        // names, right and flags
   std::vector<std::string> offered;      // passwords the rules were asked about
   std::optional<std::string> committed;  // the password that was set
@@ -48,7 +39,7 @@ class FakeAccounts : public platform::LocalDirectory, public platform::Accounts 
  private:
   struct Record : platform::DirectoryRecord {
     explicit Record(FakeAccounts &of) : accounts(of) {}
-    [[nodiscard]] bool passwordChangeAllowed(const SecretText &password, Error *) override {
+    bool passwordChangeAllowed(const SecretText &password, Error *) override {
       accounts.offered.emplace_back(password.reveal());
       return accounts.refusals-- <= 0;
     }
@@ -56,7 +47,7 @@ class FakeAccounts : public platform::LocalDirectory, public platform::Accounts 
   };
   struct Node : platform::LocalNode {
     explicit Node(FakeAccounts &of) : accounts(of) {}
-    [[nodiscard]] std::optional<std::vector<std::shared_ptr<platform::DirectoryRecord>>> queryUsers(
+    std::optional<std::vector<std::shared_ptr<platform::DirectoryRecord>>> queryUsers(
         const std::string &name, Error *) override {
       accounts.asked.push_back(name);
       std::vector<std::shared_ptr<platform::DirectoryRecord>> found;
@@ -69,7 +60,7 @@ class FakeAccounts : public platform::LocalDirectory, public platform::Accounts 
   };
   struct Right : platform::Authorization {
     explicit Right(FakeAccounts &of) : accounts(of) {}
-    [[nodiscard]] std::int32_t copyRight(std::string_view right, std::uint32_t flags) override {
+    std::int32_t copyRight(std::string_view right, std::uint32_t flags) override {
       accounts.asked.push_back(std::string(right) + " " + std::to_string(flags));
       return accounts.rightStatus;
     }
@@ -81,7 +72,7 @@ class FakeAccounts : public platform::LocalDirectory, public platform::Accounts 
     }
     [[nodiscard]] int accountClass() const override { return accounts.accountClass; }
     void setPassword(const SecretText &password) override { text = password.reveal(); }
-    [[nodiscard]] bool commit(const platform::Authorization &) override {
+    bool commit(const platform::Authorization &) override {
       const bool succeeds = accounts.failedCommits-- <= 0;
       if (succeeds) {
         accounts.committed = text;

@@ -2,14 +2,8 @@
 
 #include <functional>
 #include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "crypto/Digest.hpp"
-#include "driver/Card.hpp"
 #include "driver/Token.hpp"
 #include "fakes/MadeKeys.hpp"
 
@@ -127,8 +121,8 @@ class FakeCard : public driver::Card {
   CardInHand &card_ = CardInHand::instance();
 };
 
-inline std::unique_ptr<driver::Card> CardInHand::factory(const driver::Settings & /*settings*/,
-                                                         driver::Journal & /*journal*/) {
+inline std::unique_ptr<driver::Card> CardInHand::factory(const driver::Settings &,
+                                                         driver::Journal &) {
   return std::make_unique<FakeCard>();
 }
 

@@ -9,8 +9,8 @@ namespace fakes {
 // A clock that stands still until the test moves it. A pause moves it and is noted.
 class FakeClock : public platform::Clock {
  public:
-  [[nodiscard]] Time now() override { return time; }
-  [[nodiscard]] std::chrono::seconds utcOffsetAt(Time /*time*/) override { return offset; }
+  Time now() override { return time; }
+  std::chrono::seconds utcOffsetAt(Time) override { return offset; }
   void pause(std::chrono::milliseconds duration) override {
     pauses.push_back(duration);
     time += duration;

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <chrono>
 #include <map>
-#include <string>
-#include <vector>
 
 #include "platform/ItemStore.hpp"
 #include "platform/TokenWatcher.hpp"
@@ -19,35 +15,21 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
     std::string tokenID;  // empty: in the keychain
   };
 
-  [[nodiscard]] platform::IdentityMatches searchIdentities(
-      const platform::IdentityQuery &query) override {
+  platform::IdentityMatches searchIdentities(const platform::IdentityQuery &query) override {
     return search(query, /*onTokens=*/false, failure);
   }
-  [[nodiscard]] platform::IdentityMatches searchIdentities(const platform::IdentityQuery &query,
-                                                           const IsWanted &isWanted) override {
+  platform::IdentityMatches searchIdentities(const platform::IdentityQuery &query,
+                                             const IsWanted &isWanted) override {
     isWantedGiven = isWanted != nullptr;
     return search(query, /*onTokens=*/true, tokenFailure);
   }
-  [[nodiscard]] platform::ItemStatus addIdentity(
-      const platform::IdentityRecord &record,
-      const std::optional<std::string> & /*accessGroup*/) override {
-    const auto hasSame = [&](const Item &item) {
-      return item.record.reference->certificate.der() == record.reference->certificate.der();
-    };
-    if (failure != platform::itemSuccess) {
-      return failure;
-    }
-    if (std::ranges::any_of(items, hasSame)) {
-      return platform::itemDuplicate;
-    }
-    items.push_back({record, ""});
-    return platform::itemSuccess;
-  }
-  [[nodiscard]] platform::ItemStatus deleteIdentity(ByteView /*certificateSHA1*/) override {
+  platform::ItemStatus addIdentity(const platform::IdentityRecord &,
+                                   const std::optional<std::string> &) override {
     return platform::itemStoreUnusable;
   }
-  [[nodiscard]] platform::PasswordMatch searchPassword(const platform::PasswordName &name,
-                                                       bool returnData) override {
+  platform::ItemStatus deleteIdentity(ByteView) override { return platform::itemStoreUnusable; }
+  platform::PasswordMatch searchPassword(const platform::PasswordName &name,
+                                         bool returnData) override {
     const auto found = passwords.find(keyOf(name));
     if (failure != platform::itemSuccess || found == passwords.end()) {
       return {failure != platform::itemSuccess ? failure : platform::itemNotFound, {}, {}};
@@ -56,21 +38,21 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
     match.value = returnData ? match.value : std::nullopt;
     return match;
   }
-  [[nodiscard]] platform::ItemStatus addPassword(const platform::PasswordName &name,
-                                                 const SecretBytes &value) override {
+  platform::ItemStatus addPassword(const platform::PasswordName &name,
+                                   const SecretBytes &value) override {
     return write(name, value, !passwords.contains(keyOf(name)), platform::itemDuplicate);
   }
-  [[nodiscard]] platform::ItemStatus updatePassword(const platform::PasswordName &name,
-                                                    const SecretBytes &value) override {
+  platform::ItemStatus updatePassword(const platform::PasswordName &name,
+                                      const SecretBytes &value) override {
     return write(name, value, passwords.contains(keyOf(name)), platform::itemNotFound);
   }
-  [[nodiscard]] platform::ItemStatus deletePassword(const platform::PasswordName &name) override {
+  platform::ItemStatus deletePassword(const platform::PasswordName &name) override {
     return passwords.erase(keyOf(name)) == 1 ? platform::itemSuccess : platform::itemNotFound;
   }
   [[nodiscard]] platform::StoreTrouble trouble() const override {
     return platform::StoreTrouble::other;
   }
-  [[nodiscard]] std::vector<std::string> tokenIDs() override { return presentTokens; }
+  std::vector<std::string> tokenIDs() override { return presentTokens; }
 
   std::vector<Item> items;
   std::vector<std::string> presentTokens;

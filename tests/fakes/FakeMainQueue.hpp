@@ -1,11 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <chrono>
-#include <cstddef>
-#include <functional>
 #include <map>
-#include <utility>
 
 #include "platform/MainQueue.hpp"
 
@@ -23,7 +18,12 @@ class FakeMainQueue : public platform::MainQueue {
     const Duration end = now_ + duration;
     isStopped_ = false;
     while (!isStopped_ && !waiting_.empty() && waiting_.begin()->first <= end) {
-      runFirst();
+      auto first = waiting_.extract(waiting_.begin());
+      now_ = std::max(now_, first.key());
+      if (beforeEvent_) {
+        beforeEvent_();
+      }
+      first.mapped()();
     }
     if (!isStopped_) {
       now_ = end;
@@ -44,15 +44,6 @@ class FakeMainQueue : public platform::MainQueue {
   [[nodiscard]] std::size_t waitingEvents() const { return waiting_.size(); }
 
  private:
-  void runFirst() {
-    auto first = waiting_.extract(waiting_.begin());
-    now_ = std::max(now_, first.key());
-    if (beforeEvent_) {
-      beforeEvent_();
-    }
-    first.mapped()();
-  }
-
   Duration now_{0};
   bool isStopped_ = false;
   std::multimap<Duration, std::function<void()>> waiting_;

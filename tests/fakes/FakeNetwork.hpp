@@ -1,10 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/Network.hpp"
 #include "protocol/QuillMessage.hpp"
 
@@ -81,7 +76,7 @@ class FakeListener : public platform::Listener {
   void setConnectionHandler(ConnectionHandler handler) override {
     connectionHandler = std::move(handler);
   }
-  void setFailedHandshakeHandler(FailedHandshakeHandler /*handler*/) override {}
+  void setFailedHandshakeHandler(FailedHandshakeHandler) override {}
   void start() override {}
 
   // A new peer.
@@ -101,7 +96,7 @@ class FakeListener : public platform::Listener {
 // Notes how listeners are asked for. They belong to whoever asked.
 class FakeNetwork : public platform::Network {
  public:
-  [[nodiscard]] std::unique_ptr<platform::Listener> createListener(
+  std::unique_ptr<platform::Listener> createListener(
       const platform::ListenerParameters &parameters) override {
     auto listener =
         std::make_unique<FakeListener>(static_cast<std::uint16_t>(std::stoi(parameters.port)));
@@ -110,9 +105,7 @@ class FakeNetwork : public platform::Network {
     return listener;
   }
 
-  [[nodiscard]] std::optional<std::string> ownerOfPort(std::uint16_t /*port*/) override {
-    return owner;
-  }
+  std::optional<std::string> ownerOfPort(std::uint16_t) override { return owner; }
 
   std::optional<std::string> owner;
   std::vector<platform::ListenerParameters> asked;

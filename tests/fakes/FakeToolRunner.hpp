@@ -1,8 +1,6 @@
 #pragma once
 
 #include <deque>
-#include <string>
-#include <vector>
 
 #include "platform/ToolRunner.hpp"
 
@@ -18,10 +16,9 @@ class FakeToolRunner : public platform::ToolRunner {
     platform::RunLimits limits;
   };
 
-  [[nodiscard]] std::optional<Bytes> outputOf(const std::string &program,
-                                              std::span<const std::string> arguments,
-                                              const std::string &workingFolder,
-                                              platform::RunLimits limits) override {
+  std::optional<Bytes> outputOf(const std::string &program, std::span<const std::string> arguments,
+                                const std::string &workingFolder,
+                                platform::RunLimits limits) override {
     calls.push_back({program, {arguments.begin(), arguments.end()}, workingFolder, limits});
     const std::optional<std::string> answer = answers.empty() ? std::nullopt : answers.front();
     if (answers.size() > 1) {
@@ -30,10 +27,8 @@ class FakeToolRunner : public platform::ToolRunner {
     return answer ? std::optional(base::bytesOf(*answer)) : std::nullopt;
   }
 
-  [[nodiscard]] std::optional<int> statusOf(const std::string & /*program*/,
-                                            std::span<const std::string> /*arguments*/,
-                                            const SecretBytes & /*input*/,
-                                            std::chrono::milliseconds /*time*/) override {
+  std::optional<int> statusOf(const std::string &, std::span<const std::string>,
+                              const SecretBytes &, std::chrono::milliseconds) override {
     return 0;
   }
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <map>
-#include <string>
-#include <variant>
 
 #include "platform/UserDefaults.hpp"
 
@@ -13,22 +11,17 @@ class FakeUserDefaults : public platform::UserDefaults {
  public:
   using Value = std::variant<bool, std::int64_t, std::string>;
 
-  [[nodiscard]] std::optional<std::string> text(std::string_view domain,
-                                                std::string_view key) override {
+  std::optional<std::string> text(std::string_view domain, std::string_view key) override {
     return find<std::string>(domain, key);
   }
-  [[nodiscard]] std::optional<bool> boolean(std::string_view domain,
-                                            std::string_view key) override {
-    ++lookUps;
+  std::optional<bool> boolean(std::string_view domain, std::string_view key) override {
     return find<bool>(domain, key);
   }
-  [[nodiscard]] std::optional<std::int64_t> integer(std::string_view domain,
-                                                    std::string_view key) override {
+  std::optional<std::int64_t> integer(std::string_view domain, std::string_view key) override {
     return find<std::int64_t>(domain, key);
   }
 
   std::map<std::string, Value> values;
-  int lookUps = 0;  // of booleans
 
  private:
   template <typename T>

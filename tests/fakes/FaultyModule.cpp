@@ -4,21 +4,15 @@
 #include <dlfcn.h>
 #include <p11-kit/pkcs11.h>
 
-#include <map>
-#include <string>
-
 #include "fakes/SoftTokens.hpp"
 
 namespace {
 
 CK_FUNCTION_LIST *original() {
-  static CK_FUNCTION_LIST *const functions = [] {
-    CK_FUNCTION_LIST *list = nullptr;
-    void *const library = dlopen(fakes::kSoftTokenModule, RTLD_NOW | RTLD_LOCAL);
-    reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"))(&list);
-    return list;
-  }();
-  return functions;
+  CK_FUNCTION_LIST *list = nullptr;
+  void *const library = dlopen(fakes::kSoftTokenModule, RTLD_NOW | RTLD_LOCAL);
+  reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"))(&list);
+  return list;
 }
 
 CK_RV atItsLastTry(CK_SLOT_ID slot, CK_TOKEN_INFO *info) {
@@ -48,11 +42,7 @@ const std::map<std::string, void (*)(CK_FUNCTION_LIST &)> kFaults = {
 extern "C" CK_RV C_GetFunctionList(CK_FUNCTION_LIST **list) {
   static CK_FUNCTION_LIST functions;
   functions = *original();
-  const char *const fault = getenv("KEYFERRY_FAULT");
-  if (fault == nullptr) {
-    return CKR_GENERAL_ERROR;
-  }
-  kFaults.at(fault)(functions);
+  kFaults.at(getenv("KEYFERRY_FAULT"))(functions);
   *list = &functions;
   return CKR_OK;
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 #include "protocol/QuillMessage.hpp"
 
 namespace fakes {

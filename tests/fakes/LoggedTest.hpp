@@ -1,13 +1,6 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "fakes/FakeClock.hpp"
 #include "fakes/FakeUserDefaults.hpp"
@@ -19,7 +12,7 @@ namespace fakes {
 // Takes what is logged.
 class FakeLog : public platform::UnifiedLog, public platform::StandardError {
  public:
-  [[nodiscard]] bool accepts() override { return true; }
+  bool accepts() override { return true; }
   void entry(std::string_view text) override { entries.emplace_back(text); }
   void write(std::string_view text) override { standardError += text; }
   void flush() override { ++flushes; }

@@ -1,11 +1,8 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <bit>
-#include <cstdint>
 #include <stdexcept>
 
 #include "base/Descriptor.hpp"

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
-#include "encodings/HexString.hpp"
+#include "crypto/Digest.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "platform/ItemStore.hpp"
 
@@ -12,11 +9,11 @@ namespace fakes {
 // A fresh P-256 identity with this common name, described under this label.
 inline platform::IdentityRecord makeIdentity(const std::string &commonName,
                                              const std::string &label) {
-  const crypto::Identity identity = makeIdentity(commonName);
   platform::IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(identity);
+  record.reference = std::make_shared<const crypto::Identity>(makeIdentity(commonName));
   record.label = label;
-  record.publicKeyHash = encodings::sha1(*identity.key.publicKey().externalRepresentation());
+  record.publicKeyHash =
+      crypto::sha1Digest(*record.reference->key.publicKey().externalRepresentation());
   record.canSign = true;
   return record;
 }

@@ -4,9 +4,6 @@
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
 
-#include <memory>
-#include <string>
-
 #include "crypto/Identity.hpp"
 
 // Keys, certificates and their files for tests.

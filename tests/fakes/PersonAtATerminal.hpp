@@ -2,11 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <string>
 
 #include "base/Descriptor.hpp"
 

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-
 #include "fakes/TemporaryFolder.hpp"
 
 int main(int argc, char **argv) {

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
 #include <map>
-#include <stdexcept>
-#include <string>
 
 #include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"

@@ -2,15 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
-#include <map>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
 namespace fakes {
 
 inline std::string replacedAll(std::string text, std::string_view from, std::string_view to) {

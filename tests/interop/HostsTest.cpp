@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "system/CardMachine.hpp"
@@ -15,8 +14,6 @@ using testing::HasSubstr;
 
 class Hosts : public CardMachine {
  public:
-  Outcome host(const std::vector<std::string> &arguments) { return run(KEYFERRY_HOST, arguments); }
-
   std::unique_ptr<Process> remote = startConfirmingRemote();
 };
 
@@ -33,10 +30,11 @@ TEST_F(Hosts, KeepsItsOpenSSLAsConfigured) {
         std::string("[[[ broken")}) {
     SCOPED_TRACE(configuration);
     write("/openssl.cnf", configuration);
-    setenv("OPENSSL_CONF", at("/openssl.cnf").c_str(), /*overwrite=*/1);
-    const Outcome without = host({"ShowsItsOpenSSL"});
-    const Outcome with = host({"ShowsItsOpenSSL", "with the driver"});
-    unsetenv("OPENSSL_CONF");
+    std::vector<std::string> line{"OPENSSL_CONF=" + at("/openssl.cnf"), KEYFERRY_HOST,
+                                  "ShowsItsOpenSSL"};
+    const Outcome without = run("/usr/bin/env", line);
+    line.emplace_back("with the driver");
+    const Outcome with = run("/usr/bin/env", line);
     EXPECT_EQ(with.status, 0);
     EXPECT_EQ(with.output, without.output);
     EXPECT_THAT(with.output, HasSubstr("properties"));
@@ -49,10 +47,9 @@ TEST_F(Hosts, WithRaisedPrivilegesListensToNoEnvironment) {
   if (chown(raised.c_str(), 0, 1) != 0 || chmod(raised.c_str(), 02755) != 0) {
     GTEST_SKIP() << "only a root that has another group can raise a program";
   }
-  setenv("KFY_PKCS11_DEBUG", "1", /*overwrite=*/1);
-  const Outcome usual = host({"LooksForTheKey"});
-  const Outcome secure = run(raised, {"LooksForTheKey"});
-  unsetenv("KFY_PKCS11_DEBUG");
+  const std::string debug = "KFY_PKCS11_DEBUG=1";
+  const Outcome usual = run("/usr/bin/env", {debug, KEYFERRY_HOST, "LooksForTheKey"});
+  const Outcome secure = run("/usr/bin/env", {debug, raised, "LooksForTheKey"});
   EXPECT_THAT(usual.output, HasSubstr("kfy-pkcs11: C_Initialize: CKR_OK"));
   EXPECT_THAT(usual.output, HasSubstr("usual environment, found\n"));
   EXPECT_EQ(secure.output, "secure environment, nothing\n");

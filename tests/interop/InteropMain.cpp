@@ -5,11 +5,6 @@
 #include <sched.h>
 #include <sys/mount.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "fakes/TemporaryFolder.hpp"
 #include "system/OwnNetwork.hpp"
 
@@ -17,14 +12,11 @@ namespace {
 
 constexpr const char *kModules = "/usr/share/p11-kit/modules";
 
-bool mountEmpty(const char *folder) {
-  return mount("tmpfs", folder, "tmpfs", 0, "mode=0755") == 0;
-}
-
 bool enterOwnView() {
   if (unshare(CLONE_NEWNS) != 0 ||
-      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 || !mountEmpty("/run") ||
-      !mountEmpty(kModules)) {
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") != 0 ||
+      mount("tmpfs", kModules, "tmpfs", 0, "mode=0755") != 0) {
     std::perror("no mount namespace");
     return false;
   }

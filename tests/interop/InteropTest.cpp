@@ -3,19 +3,13 @@
 
 #include <unistd.h>
 
-#include <csignal>
-
 #include "encodings/HexString.hpp"
-#include "fakes/MadeKeys.hpp"
 #include "system/CardMachine.hpp"
-#include "system/Peer.hpp"
 
 namespace system_tests {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 
 // Before this program enters a user namespace, whose root may not become another user.
 const bool kIsRealRoot = geteuid() == 0;
@@ -33,14 +27,6 @@ class Programs : public CardMachine {
         "make rsa rsa:2048 RSA; make ec 'ec -pkeyopt ec_paramgen_curve:P-256' EC");
     remote = startConfirmingRemote();
   }
-  ~Programs() override {
-    if (server) {
-      server->end(SIGTERM);
-    }
-    EXPECT_EQ(remote->end(SIGTERM), 0);
-  }
-  Programs(const Programs &) = delete;
-  Programs &operator=(const Programs &) = delete;
 
   // Runs a script that has to succeed, in the root of this machine; MODULE is the driver. Returns
   // what it printed.
@@ -48,45 +34,7 @@ class Programs : public CardMachine {
     return succeed("/bin/sh", {"-ec", "cd " + at("") + "; MODULE=" KEYFERRY_MODULE "\n" + script});
   }
 
-  // A web server that admits the card's certificates alone and says whose it saw.
-  void startWebServer() {
-    write("/nginx.conf",
-          "daemon off; master_process off; pid nginx.pid; error_log stderr;\n"
-          "events {}\nhttp { access_log off; client_body_temp_path t; proxy_temp_path t;\n"
-          " fastcgi_temp_path t; uwsgi_temp_path t; scgi_temp_path t;\n"
-          " server { listen 127.0.0.1:8443 ssl; ssl_certificate web.crt; ssl_certificate_key "
-          "web.key;\n"
-          "  ssl_client_certificate clients.crt; ssl_verify_client on;\n"
-          "  location / { return 200 \"seen: $ssl_client_s_dn\\n\"; } } }\n");
-    shell(
-        "openssl req -x509 -newkey rsa:2048 -noenc -days 2 -subj /CN=localhost \\\n"
-        "  -addext subjectAltName=DNS:localhost -keyout web.key -out web.crt 2>/dev/null\n"
-        "cat rsa.crt ec.crt >clients.crt");
-    server = start("/usr/sbin/nginx", {"-p", at("/"), "-c", at("/nginx.conf"), "-e", "stderr"});
-    shell(
-        "for n in $(seq 100); do\n"
-        "  ! openssl s_client -connect localhost:8443 </dev/null >/dev/null 2>&1 || exit 0\n"
-        "  sleep 0.1; done; exit 1");
-  }
-
-  // A login server that admits the keys in the file `admitted`.
-  void startLoginServer() {
-    write("/sshd.conf", "Port 2222\nListenAddress 127.0.0.1\nHostKey " + at("/host.key") +
-                            "\nAuthorizedKeysFile " + at("/admitted") +
-                            "\nStrictModes no\nUsePAM no\nPasswordAuthentication no\nPidFile none\n"
-                            "PermitRootLogin prohibit-password\n");
-    write("/ssh.conf",
-          "Host card\n HostName 127.0.0.1\n Port 2222\n User root\n BatchMode yes\n"
-          " IdentityFile none\n StrictHostKeyChecking accept-new\n"
-          " UserKnownHostsFile " +
-              at("/known") + "\n");
-    shell("ssh-keygen -q -t ed25519 -N '' -f host.key; cat rsa.ssh ec.ssh >admitted");
-    server = start("/usr/sbin/sshd", {"-D", "-e", "-f", at("/sshd.conf")});
-    ASSERT_TRUE(server->hasSaid("Server listening on 127.0.0.1 port 2222.")) << server->output();
-  }
-
   std::unique_ptr<Process> remote;
-  std::unique_ptr<Process> server;
 };
 
 TEST_F(Programs, OpenSSHListsTheKeysAndLogsIn) {
@@ -94,14 +42,19 @@ TEST_F(Programs, OpenSSHListsTheKeysAndLogsIn) {
   if (!kIsRealRoot) {
     GTEST_SKIP() << "a login server needs a root that can become other users";
   }
-  startLoginServer();
+  shell("ssh-keygen -q -t ed25519 -N '' -f host.key");
+  const auto server = start(
+      "/usr/sbin/sshd", {"-Def/dev/null", "-h" + at("/host.key"), "-oListenAddress=127.0.0.1:2222",
+                         "-oAuthorizedKeysFile=" + at("/admitted"), "-oStrictModes=no",
+                         "-oPasswordAuthentication=no", "-oPidFile=none"});
+  ASSERT_TRUE(server->hasSaid("Server listening on 127.0.0.1 port 2222.")) << server->output();
   for (const std::string key : {"rsa", "ec"}) {
-    EXPECT_EQ(
-        shell(
-            "cp " + key +
-            ".ssh admitted\n"
-            "ssh -F ssh.conf -I $MODULE card 'echo I am in' 2>ssh.log || { cat ssh.log; exit 1; }"),
-        "I am in\n");
+    EXPECT_EQ(shell("cp " + key +
+                    ".ssh admitted\n"
+                    "ssh -F none -I $MODULE -p 2222 -o BatchMode=yes -o IdentityFile=none \\\n"
+                    "  -o UserKnownHostsFile=known -o StrictHostKeyChecking=accept-new \\\n"
+                    "  root@127.0.0.1 'echo I am in' 2>ssh.log || { cat ssh.log; exit 1; }"),
+              "I am in\n");
   }
 }
 
@@ -132,53 +85,42 @@ TEST_F(Programs, AgentKeepsTheKeysAndGitSignsWithThem) {
   EXPECT_THAT(said, HasSubstr("G ann@x.example ec\nG ann@x.example rsa\n"));
 }
 
-TEST_F(Programs, OpenSSLSignsThroughItsEngine) {
-  for (const std::string row :
-       {"RSA rsa", "EC ec", "RSA rsa -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32"}) {
-    EXPECT_THAT(
-        shell("export PKCS11_MODULE_PATH=$MODULE\nset -- " + row +
-              "\nlabel=$1; public=$2.pub; shift 2\n"
-              "openssl dgst -sha256 -engine pkcs11 -keyform engine \"$@\" \\\n"
-              "  -sign \"pkcs11:object=$label%20key;type=private\" -out sig letter 2>log || \\\n"
-              "  { cat log; exit 1; }\n"
-              "openssl dgst -sha256 -verify $public \"$@\" -signature sig letter"),
-        HasSubstr("Verified OK"));
-  }
-}
-
-// Each fetches a page with the key and the certificate of this name.
-std::vector<std::string> webClientsWith(const std::string &name) {
-  const std::string file = name == "RSA" ? "rsa.crt" : "ec.crt";
-  const std::string key = "'pkcs11:object=" + name + "%20key;type=private'";
-  const std::string certificate = "'pkcs11:object=" + name + "%20key;type=cert'";
-  return {
-      "printf 'GET / HTTP/1.0\\r\\n\\r\\n' | openssl s_client -quiet -connect localhost:8443 "
-      "-engine pkcs11 -keyform engine -key " +
-          key + " -cert " + file + " 2>/dev/null",
-      "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key " + key + " --cert " + file +
-          " https://localhost:8443/",
-      "(printf 'GET / HTTP/1.0\\r\\n\\r\\n'; sleep 1) | gnutls-cli --x509cafile web.crt "
-      "--x509certfile " +
-          certificate + " --x509keyfile " + key + " -p 8443 localhost",
-      "wget -q -O - --ca-certificate=web.crt --certificate=" + certificate +
-          " --private-key=" + key + " https://localhost:8443/"};
-}
-
 TEST_F(Programs, WebClientsShowTheCardsCertificate) {
-  startWebServer();
-  for (const std::string name : {"RSA", "EC"}) {
-    for (const std::string &command : webClientsWith(name)) {
-      EXPECT_THAT(shell("export PKCS11_MODULE_PATH=$MODULE\n" + command),
-                  HasSubstr("seen: CN=" + name + " key"));
+  // It admits the card's certificates alone and says whose it saw.
+  write("/nginx.conf",
+        "daemon off; master_process off; pid nginx.pid; error_log stderr;\nevents {}\n"
+        "http { access_log off; client_body_temp_path t; proxy_temp_path t;\n"
+        " fastcgi_temp_path t; uwsgi_temp_path t; scgi_temp_path t;\n"
+        " server { listen 127.0.0.1:8443 ssl; ssl_verify_client on; ssl_certificate web.crt;\n"
+        "  ssl_certificate_key web.key; ssl_client_certificate clients.crt;\n"
+        "  location / { return 200 \"seen: $ssl_client_s_dn\\n\"; } } }\n");
+  shell(
+      "openssl req -x509 -newkey rsa:2048 -noenc -days 2 -subj /CN=localhost \\\n"
+      "  -addext subjectAltName=DNS:localhost -keyout web.key -out web.crt 2>/dev/null\n"
+      "cat rsa.crt ec.crt >clients.crt");
+  const auto server =
+      start("/usr/sbin/nginx", {"-p", at("/"), "-c", at("/nginx.conf"), "-e", "stderr"});
+  shell(
+      "for n in $(seq 100); do\n"
+      "  ! openssl s_client -connect localhost:8443 </dev/null >/dev/null 2>&1 || exit 0\n"
+      "  sleep 0.1; done; exit 1");
+  for (const std::string row : {"RSA rsa.crt", "EC ec.crt"}) {
+    for (const std::string command :
+         {"printf \"$get\" | openssl s_client -quiet -connect localhost:8443 -engine pkcs11 \\\n"
+          "  -keyform engine -key $key -cert $2 2>/dev/null",
+          "curl -sS --cacert web.crt --engine pkcs11 --key-type ENG --key $key --cert $2 $url",
+          "(printf \"$get\"; sleep 1) | gnutls-cli --x509cafile web.crt \\\n"
+          "  --x509certfile $cert --x509keyfile $key -p 8443 localhost",
+          "wget -q -O - --ca-certificate=web.crt --certificate=$cert --private-key=$key $url"}) {
+      EXPECT_THAT(
+          shell("set -- " + row +
+                "\nexport PKCS11_MODULE_PATH=$MODULE; url=https://localhost:8443/\n"
+                "key=\"pkcs11:object=$1%20key;type=private\"; get='GET / HTTP/1.0\\r\\n\\r\\n'\n"
+                "cert=\"pkcs11:object=$1%20key;type=cert\"\n" +
+                command),
+          HasSubstr("seen: CN=" + row.substr(0, row.find(' ')) + " key"));
     }
   }
-}
-
-TEST_F(Programs, GnuTLSFindsTheCardWithoutConfiguration) {
-  EXPECT_THAT(shell("p11tool --list-all 'pkcs11:object=RSA%20key'"),
-              AllOf(HasSubstr("type=cert"), HasSubstr("Type: Private key")));
-  EXPECT_THAT(shell("p11tool --test-sign 'pkcs11:object=EC%20key;type=private' 2>&1"),
-              AllOf(HasSubstr("ok"), Not(HasSubstr("fail"))));
 }
 
 TEST_F(Programs, CardToolsPassTheirOwnTests) {

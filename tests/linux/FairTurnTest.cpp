@@ -1,7 +1,5 @@
 // Who asks for much at once makes nobody else wait.
 
-#include <algorithm>
-#include <memory>
 #include <thread>
 
 #include "linux/NetworkTest.hpp"

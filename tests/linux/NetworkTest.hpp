@@ -2,17 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <boost/asio/ip/tcp.hpp>
-#include <chrono>
 #include <cstring>
-#include <memory>
-#include <string>
-#include <utility>
 
 #include "base/Descriptor.hpp"
 #include "crypto/TlsChannel.hpp"
@@ -56,7 +49,10 @@ class Network : public testing::Test {
         [this](const platform::Endpoint &, int error) { tell("no handshake", error); });
     listener->setConnectionHandler([this](std::shared_ptr<platform::Connection> made) {
       connection = std::move(made);
-      tellStates();
+      connection->setStateHandler([this](platform::ConnectionState state, int error) {
+        constexpr const char *kNames[] = {"waiting", "preparing", "ready", "failed", "cancelled"};
+        tell(kNames[static_cast<std::size_t>(state)], error);
+      });
       connection->start();
       readAlways(*connection);
     });
@@ -65,12 +61,6 @@ class Network : public testing::Test {
     expect(expected);
   }
 
-  void tellStates() {
-    connection->setStateHandler([this](platform::ConnectionState state, int error) {
-      constexpr const char *kNames[] = {"waiting", "preparing", "ready", "failed", "cancelled"};
-      tell(kNames[static_cast<std::size_t>(state)], error);
-    });
-  }
   void readAlways(platform::Connection &from) {
     from.receive([this, &from](const platform::Chunk &chunk) {
       tell(chunk.isFinal ? "end" : std::string(base::textOf(chunk.content)), chunk.errorNumber);
@@ -120,12 +110,8 @@ class Network : public testing::Test {
   }
 
   struct Client {
-    explicit Client(base::Descriptor dialled)
-        : socket(std::move(dialled)),
-          channel(*crypto::TlsContext::client(), TlsChannel::Role::client, socket.get()) {}
-
     base::Descriptor socket;
-    TlsChannel channel;
+    TlsChannel channel{*crypto::TlsContext::client(), TlsChannel::Role::client, socket.get()};
   };
   // Connects and lets both sides shake hands.
   void establish() {

@@ -2,12 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <csignal>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "base/Descriptor.hpp"
 #include "fakes/TemporaryFolder.hpp"
@@ -28,12 +24,7 @@ std::optional<std::string> run(const std::string &script, platform::RunLimits li
 }
 
 TEST(SpawnToolRunner, GivesAllOutputOrNothing) {
-  struct Case {
-    const char *script;
-    platform::RunLimits limits;
-    std::optional<std::string> output;
-  };
-  const Case kCases[] = {
+  const std::tuple<const char *, platform::RunLimits, std::optional<std::string>> kCases[] = {
       {"printf 'a\\0\\377\\nb'", kGenerous, std::string("a\0\377\nb", 5)},
       {"echo x; exit 3", kGenerous, "x\n"},
       {"echo x; exec >&-; sleep 0.05", kGenerous, "x\n"},
@@ -43,8 +34,8 @@ TEST(SpawnToolRunner, GivesAllOutputOrNothing) {
       {"yes", {60s, 100'000'000}, {}},
       {"printf 123456", {60s, 5}, {}},
   };
-  for (const Case &row : kCases) {
-    EXPECT_EQ(run(row.script, row.limits), row.output) << row.script;
+  for (const auto &[script, limits, output] : kCases) {
+    EXPECT_EQ(run(script, limits), output) << script;
   }
   const fakes::TemporaryFolder folder;
   EXPECT_EQ(run("pwd -P", kGenerous, folder.path()), folder.path() + "\n");

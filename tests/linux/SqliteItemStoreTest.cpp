@@ -1,19 +1,27 @@
 #include "linux/store/SqliteItemStore.hpp"
 
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <functional>
+#include <gmock/gmock.h>
+#include <sqlite3.h>
 
 #include "crypto/Digest.hpp"
-#include "linux/StoreTest.hpp"
+#include "fakes/MadeIdentity.hpp"
+#include "fakes/TemporaryFolder.hpp"
 
 namespace {
 
 using platform::IdentityQuery;
 using platform::IdentityRecord;
+using platform::PasswordName;
 using testing::ElementsAre;
 using testing::HasSubstr;
+
+IdentityRecord madeRecord(const std::string &commonName) {
+  return fakes::makeIdentity(commonName, "Label of " + commonName);
+}
+
+SecretBytes secret(const std::string &text) {
+  return SecretBytes(base::viewOf(text));
+}
 
 IdentityQuery query(std::optional<std::string> IdentityQuery::*restriction,
                     const std::string &text) {
@@ -22,7 +30,8 @@ IdentityQuery query(std::optional<std::string> IdentityQuery::*restriction,
   return made;
 }
 
-struct SqliteItemStore : StoreTest {
+// A keychain in a folder of the test's own, and what it has reported.
+struct SqliteItemStore : testing::Test {
   std::vector<std::string> labelsOf(const IdentityQuery &asked) {
     std::vector<std::string> labels;
     for (const IdentityRecord &record : store.searchIdentities(asked).records) {
@@ -33,11 +42,29 @@ struct SqliteItemStore : StoreTest {
   void add(const std::string &name, const std::optional<std::string> &group = {}) {
     ASSERT_EQ(store.addIdentity(madeRecord(name), group), platform::itemSuccess);
   }
+  std::string valueOf(const PasswordName &name) {
+    const auto match = store.searchPassword(name, /*returnData=*/true);
+    return match.value ? std::string(base::textOf(match.value->reveal()))
+                       : std::to_string(match.status);
+  }
+  // Changes the file behind the store's back.
+  void runInFile(const char *statements) const {
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, statements, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(database);
+  }
+
+  const std::string kFile = "lib/keyferry/keychain.db";
+  fakes::TemporaryFolder folder;
+  std::string path = folder / kFile;
+  std::vector<std::string> reports;
+  platform_linux::SqliteItemStore store{
+      path, [this](const std::string &line) { reports.push_back(line); }};
 };
 
 TEST_F(SqliteItemStore, GivesBackWhatWasAdded) {
   IdentityRecord added = madeRecord("host");
-  added.canSign = true;
   added.canUnwrap = true;
   ASSERT_EQ(store.addIdentity(added, std::nullopt), platform::itemSuccess);
   EXPECT_EQ(folder.modeOf(kFile), 0600u);
@@ -91,11 +118,7 @@ TEST_F(SqliteItemStore, PassesOverAnIdentityThatCannotBeRead) {
 }
 
 TEST_F(SqliteItemStore, IsUnusableWhenDamagedAndSaysSoOnceForEachOperation) {
-  struct Case {
-    const char *cause;
-    std::function<void()> damage;
-  };
-  const Case kCases[] = {
+  const std::pair<const char *, std::function<void()>> kCases[] = {
       {"mode 0640", [&] { ::chmod(path.c_str(), 0640); }},
       {"not a database", [&] { folder.write(kFile, std::string(5000, 'x')); }},
       {"malformed", [&] { std::filesystem::resize_file(path, 6000); }},
@@ -105,20 +128,48 @@ TEST_F(SqliteItemStore, IsUnusableWhenDamagedAndSaysSoOnceForEachOperation) {
     add(name);
   }
   const std::string whole = folder.read(kFile);
-  for (const Case &row : kCases) {
-    SCOPED_TRACE(row.cause);
+  for (const auto &[cause, damage] : kCases) {
+    SCOPED_TRACE(cause);
     folder.write(kFile, whole);
     ::chmod(path.c_str(), 0600);
     reports.clear();
-    row.damage();
+    damage();
     const auto matches = store.searchIdentities({});
     EXPECT_EQ(matches.status, platform::itemStoreUnusable);
     EXPECT_TRUE(matches.records.empty());
     EXPECT_EQ(store.addIdentity(madeRecord("more"), std::nullopt), platform::itemStoreUnusable);
     EXPECT_EQ(store.deleteIdentity(Bytes(20)), platform::itemStoreUnusable);
-    const auto line = testing::AllOf(HasSubstr(path), HasSubstr(row.cause));
+    const auto line = testing::AllOf(HasSubstr(path), HasSubstr(cause));
     EXPECT_THAT(reports, ElementsAre(line, line, line));
   }
+}
+
+TEST_F(SqliteItemStore, PasswordsAreTheirNamesAlone) {
+  const PasswordName names[] = {{"s", "a", {}},  {"s", "b", {}}, {"t", "a", {}},
+                                {"s", "a", "g"}, {"s", "a", ""}, {"s", "a", {}, false}};
+  for (const PasswordName &name : names) {
+    EXPECT_EQ(store.updatePassword(name, secret("x")), platform::itemNotFound);
+    EXPECT_EQ(store.addPassword(name, secret("")), platform::itemSuccess);
+    EXPECT_EQ(store.addPassword(name, secret("x")), platform::itemDuplicate);
+    EXPECT_EQ(valueOf(name), "");
+  }
+  EXPECT_EQ(store.updatePassword(names[3], secret("changed")), platform::itemSuccess);
+  EXPECT_EQ(store.deletePassword(names[4]), platform::itemSuccess);
+  EXPECT_EQ(store.deletePassword(names[4]), platform::itemNotFound);
+  EXPECT_EQ(valueOf(names[3]), "changed");
+  EXPECT_EQ(valueOf(names[4]), "-25300");
+  EXPECT_EQ(valueOf(names[0]) + valueOf(names[5]), "");
+  EXPECT_THAT(reports, ElementsAre());
+}
+
+TEST_F(SqliteItemStore, PasswordsComeToAFileOfTheVersionBeforeThem) {
+  add("old");
+  runInFile("DROP TABLE passwords; PRAGMA user_version=1");
+  const PasswordName name{"s", "a", {}};
+  EXPECT_EQ(store.addPassword(name, secret("x")), platform::itemSuccess);
+  EXPECT_EQ(valueOf(name), "x");
+  EXPECT_EQ(store.searchIdentities({}).records.size(), 1U) << "and nothing is lost";
+  EXPECT_THAT(reports, ElementsAre());
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include "linux/clock/SystemClock.hpp"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-using platform_linux::SystemClock;
 using std::chrono::sys_days;
 using std::chrono::year;
 
@@ -11,7 +9,7 @@ using std::chrono::year;
 TEST(SystemClock, OffsetFollowsTheZoneAndItsSummerTime) {
   const sys_days winter = year{2024} / 1 / 15;
   const sys_days summer = year{2024} / 7 / 15;
-  SystemClock clock;
+  platform_linux::SystemClock clock;
   ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
   EXPECT_EQ(clock.utcOffsetAt(winter), std::chrono::hours{1});
   EXPECT_EQ(clock.utcOffsetAt(summer), std::chrono::hours{2});

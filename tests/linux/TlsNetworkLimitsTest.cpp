@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 
 #include <thread>
-#include <vector>
 
 #include "linux/NetworkTest.hpp"
 

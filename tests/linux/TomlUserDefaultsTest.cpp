@@ -1,24 +1,14 @@
 #include "linux/defaults/TomlUserDefaults.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "fakes/TemporaryFolder.hpp"
 
 namespace {
 
 using platform_linux::TomlUserDefaults;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 class Defaults : public testing::Test {
  protected:
@@ -43,18 +33,7 @@ TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
   }
   std::filesystem::remove(folder_ / "kfyd.toml");
   EXPECT_EQ(number(), std::nullopt);
-  EXPECT_THAT(reports_, IsEmpty());
-}
-
-TEST_F(Defaults, AreLookedAtOnceWithinAMoment) {
-  std::uint64_t moment = 0;
-  TomlUserDefaults defaults(nullptr, folder_.path(), [&] { return moment; });
-  int written = 0;
-  for (const auto &[now, seen] : {std::pair{1, 1}, {1, 1}, {2, 3}, {0, 4}, {0, 5}}) {
-    moment = static_cast<std::uint64_t>(now);
-    folder_.write("kfyd.toml", "n = " + std::to_string(++written));
-    EXPECT_EQ(defaults.integer("kfyd", "n"), seen);
-  }
+  EXPECT_THAT(reports_, ElementsAre());
 }
 
 TEST_F(Defaults, WhatIsWrongInAFileIsReportedOncePerChange) {
@@ -76,8 +55,8 @@ TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
   folder_.write("kfyd.toml", "n = 2\n\noops\n");
   EXPECT_EQ(number(), 1);
   EXPECT_EQ(number(), 1);
-  EXPECT_THAT(reports_, ElementsAre(AllOf(StartsWith(folder_ / "kfyd.toml, line 3: "),
-                                          HasSubstr("expected '='"))));
+  EXPECT_THAT(reports_, ElementsAre(testing::MatchesRegex((folder_ / "kfyd.toml, line 3: ") +
+                                                          ".*expected '='.*")));
   EXPECT_EQ(seenByReporter_, 1);
   folder_.write("kfyd.toml", "n = 4\n");
   EXPECT_EQ(number(), 4);
@@ -97,22 +76,17 @@ TEST_F(Defaults, FileThatOthersCanWriteCountsAsAbsentUntilTheyCannot) {
 }
 
 TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
-  struct Case {
-    const char *value;
-    bool boolean;
-    std::optional<std::string> text;
-    std::optional<std::int64_t> integer;
-  };
-  const Case kCases[] = {
-      {"true", true, {}, {}},   {"false", false, {}, {}},     {"-7", true, {}, -7},
-      {"0", false, {}, 0},      {"\"YES\"", true, "YES", {}}, {"\"yEs\"", true, "yEs", {}},
-      {"\"1\"", true, "1", {}}, {"\"on\"", false, "on", {}},  {"1.0", false, {}, {}}};
-  for (const Case &row : kCases) {
-    SCOPED_TRACE(row.value);
-    folder_.write("other.toml", std::string("k = ") + row.value + "\n[table]\nn = 1\n");
-    EXPECT_EQ(defaults_.boolean("other", "k").value_or(false), row.boolean);
-    EXPECT_EQ(defaults_.text("other", "k"), row.text);
-    EXPECT_EQ(defaults_.integer("other", "k"), row.integer);
+  const std::tuple<const char *, bool, std::optional<std::string>, std::optional<std::int64_t>>
+      kCases[] = {
+          {"true", true, {}, {}},   {"false", false, {}, {}},     {"-7", true, {}, -7},
+          {"0", false, {}, 0},      {"\"YES\"", true, "YES", {}}, {"\"yEs\"", true, "yEs", {}},
+          {"\"1\"", true, "1", {}}, {"\"on\"", false, "on", {}},  {"1.0", false, {}, {}}};
+  for (const auto &[value, boolean, text, integer] : kCases) {
+    SCOPED_TRACE(value);
+    folder_.write("other.toml", std::string("k = ") + value + "\n[table]\nn = 1\n");
+    EXPECT_EQ(defaults_.boolean("other", "k").value_or(false), boolean);
+    EXPECT_EQ(defaults_.text("other", "k"), text);
+    EXPECT_EQ(defaults_.integer("other", "k"), integer);
     EXPECT_EQ(defaults_.integer("other", "n"), std::nullopt) << "that is the table's";
   }
 }

@@ -8,7 +8,6 @@
 
 #include <array>
 #include <bit>
-#include <utility>
 
 namespace load {
 namespace {
@@ -25,11 +24,6 @@ sockaddr addressOf(std::uint32_t host, std::uint16_t port) {
   return std::bit_cast<sockaddr>(address);
 }
 
-// 127.1.0.1 and so on.
-std::uint32_t ownHost(std::size_t number) {
-  return INADDR_LOOPBACK + 0x10000U + static_cast<std::uint32_t>(number / 250 * 256 + number % 250);
-}
-
 // Whether it is over is looked at so often: seldom, or an idle crowd would cost something.
 constexpr int kLookMilliseconds = 500;
 
@@ -38,7 +32,10 @@ constexpr int kLookMilliseconds = 500;
 Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members, uid_t user)
     : port_(port), user_(user) {
   for (Behaviour &behaviour : members) {
-    members_.push_back({std::move(behaviour), ownHost(members_.size())});
+    // 127.1.0.1 and so on
+    const auto number = static_cast<std::uint32_t>(members_.size());
+    members_.push_back(
+        {std::move(behaviour), INADDR_LOOPBACK + 0x10000U + number / 250 * 256 + number % 250});
   }
   thread_ = std::jthread([this](const std::stop_token &stop) { run(stop); });
 }
@@ -63,7 +60,7 @@ void Crowd::run(const std::stop_token &stop) {
       const Result result = step(member);
       member.awaited = result == Result::wantsRead ? POLLIN : POLLOUT;
       if (result == Result::ended || result == Result::failed) {
-        ++ended_;
+        ++ended;
         member.channel.reset();
         member.socket.close();
         if (member.behaviour.isEndless) {
@@ -95,7 +92,7 @@ Crowd::Result Crowd::step(Member &member) {
   if (member.behaviour.shakesHands && !member.isEstablished) {
     result = member.channel->handshake();
     member.isEstablished = result == Result::done;
-    established_ += member.isEstablished ? 1 : 0;
+    established += member.isEstablished ? 1 : 0;
   }
   std::array<std::uint8_t, crypto::kTlsRecordBytes> dropped;
   std::size_t length = 0;
@@ -136,21 +133,18 @@ Crowd::Result Crowd::say(Member &member) {
     return Result::done;
   }
   ByteView rest = says[member.next];
-  if (!shakesHands) {
-    // a part of it does as well
-    if (::send(member.socket.get(), rest.data(), rest.size(), MSG_NOSIGNAL) < 0) {
-      return errno == EAGAIN ? Result::wantsWrite : Result::failed;
-    }
-    rest = {};
+  // a part of it does as well
+  if (!shakesHands && ::send(member.socket.get(), rest.data(), rest.size(), MSG_NOSIGNAL) < 0) {
+    return errno == EAGAIN ? Result::wantsWrite : Result::failed;
   }
-  while (!rest.empty()) {
+  while (shakesHands && !rest.empty()) {
     const std::size_t taken = channel.encryptRecord(rest);
     if (taken == 0) {
       return Result::failed;
     }
     rest = rest.subspan(taken);
   }
-  ++said_;
+  ++said;
   ++member.next;
   if (isEndless) {
     member.next %= says.size();

@@ -1,14 +1,9 @@
 #pragma once
 
 #include <poll.h>
-#include <sys/types.h>
 
 #include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
 #include <thread>
-#include <vector>
 
 #include "base/Bytes.hpp"
 #include "base/Descriptor.hpp"
@@ -33,9 +28,9 @@ class Crowd {
   Crowd(std::uint16_t port, std::vector<Behaviour> members, uid_t user = 0);
 
   // Handshakes and ends of its members so far, and pieces that they have said.
-  [[nodiscard]] std::size_t established() const { return established_; }
-  [[nodiscard]] std::size_t ended() const { return ended_; }
-  [[nodiscard]] std::size_t said() const { return said_; }
+  std::atomic<std::size_t> established = 0;
+  std::atomic<std::size_t> ended = 0;
+  std::atomic<std::size_t> said = 0;
 
  private:
   struct Member {
@@ -59,9 +54,6 @@ class Crowd {
   uid_t user_;
   crypto::TlsContext context_ = crypto::TlsContext::client().value();
   std::vector<Member> members_;
-  std::atomic<std::size_t> established_ = 0;
-  std::atomic<std::size_t> ended_ = 0;
-  std::atomic<std::size_t> said_ = 0;
   std::jthread thread_;
 };
 

@@ -1,11 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
-#include <thread>
-#include <vector>
-
-#include "base/Descriptor.hpp"
 #include "load/Crowd.hpp"
 #include "system/Machine.hpp"
 
@@ -48,9 +42,6 @@ class LoadedMachine : public system_tests::PairedMachine {
   [[nodiscard]] std::size_t residentKiB() const;
   // Waits until it has no more descriptors than these.
   void expectDescriptors(std::size_t count) const;
-  // Two readings after equal rounds: the second is within 10 % of the first. No verdict in the
-  // short form, whose rounds end before all memory is in use.
-  static void compareMemory(std::size_t first, std::size_t second);
 
  private:
   base::Descriptor journal_;

@@ -1,6 +1,5 @@
 #include "system/CardMachine.hpp"
 
-#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace system_tests {
@@ -36,10 +35,6 @@ std::unique_ptr<Process> CardMachine::startConfirmingRemote() {
   auto remote = startRemote({"--fingerprint", fingerprint_, "--no-confirm"});
   EXPECT_TRUE(remote->hasSaid("card inserted: 2 keys")) << remote->output();
   return remote;
-}
-
-std::string hashOf(const crypto::Identity &identity) {
-  return encodings::hexString(identity.certificate.sha1());
 }
 
 }  // namespace system_tests

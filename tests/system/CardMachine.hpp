@@ -1,9 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "system/Machine.hpp"
 
 namespace system_tests {
@@ -22,8 +18,5 @@ class CardMachine : public PairedMachine {
  protected:
   std::string fingerprint_;  // of the daemon's certificate
 };
-
-// The SHA-1 of an identity's certificate, as text.
-[[nodiscard]] std::string hashOf(const crypto::Identity &identity);
 
 }  // namespace system_tests

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include "base/Root.hpp"
@@ -67,16 +66,13 @@ bool Machine::isMarkerThere() {
 }
 
 void Machine::mountDisk(const std::string &folder, const char *options) {
-  const std::string content = at("/before-the-disk");
   fs::create_directories(at(folder));
-  fs::copy(at(folder), content, fs::copy_options::recursive);
   if (unshare(CLONE_NEWNS) != 0 ||
       mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       mount("small", at(folder).c_str(), "tmpfs", 0, options) != 0) {
     GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
   }
   disk_ = at(folder);
-  fs::copy(content, disk_, fs::copy_options::recursive);
 }
 
 std::unique_ptr<Process> Machine::start(const std::string &program,

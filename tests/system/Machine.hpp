@@ -1,14 +1,6 @@
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "system/Peer.hpp"
-#include "system/Process.hpp"
 
 namespace system_tests {
 

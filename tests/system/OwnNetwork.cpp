@@ -1,6 +1,5 @@
 #include "system/OwnNetwork.hpp"
 
-#include <fcntl.h>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -9,22 +8,20 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string>
+#include <fstream>
 
 #include "base/Descriptor.hpp"
 
 namespace system_tests {
 namespace {
 
-bool writeTo(const char *path, const std::string &text) {
-  const base::Descriptor file(open(path, O_WRONLY | O_CLOEXEC));
-  return write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-}
-
 // Without privileges the network comes with a user namespace, in which this user is root.
 bool leaveTheNetwork() {
   const auto user = std::to_string(geteuid());
   const auto group = std::to_string(getegid());
+  const auto writeTo = [](const char *path, const std::string &text) {
+    return (std::ofstream(path) << text << std::flush).good();
+  };
   if (geteuid() == 0) {
     return unshare(CLONE_NEWNET) == 0;
   }

@@ -39,25 +39,21 @@ QuillMessage insertionOf(const crypto::Identity &card, const std::string &label)
       protocol::makeCardList({&element, 1}));
 }
 
-Peer Peer::remote() {
+Peer Peer::opened(bool isLocal) {
   Error error;
-  Peer peer{client::Connection::open(
-      client::kLoopbackHost, base::kPublicPort, [](const crypto::Certificate &) { return true; },
-      client::Patience::lasting(kPatience), &error)};
-  EXPECT_TRUE(peer.connection) << error.description;
-  return peer;
-}
-
-Peer Peer::local() {
-  Error error;
-  Peer peer{client::openLoopback(client::Patience::lasting(kPatience), &error)};
+  const auto patience = client::Patience::lasting(kPatience);
+  Peer peer;
+  peer.connection = isLocal ? client::openLoopback(patience, &error)
+                            : client::Connection::open(
+                                  client::kLoopbackHost, base::kPublicPort,
+                                  [](const auto &) { return true; }, patience, &error);
   EXPECT_TRUE(peer.connection) << error.description;
   return peer;
 }
 
 Peer Peer::holder(const crypto::Identity &card) {
   Peer peer = remote();
-  EXPECT_TRUE(peer.authenticate(rsaIdentity()) && peer.insert(card));
+  EXPECT_TRUE(peer.authenticate(rsaIdentity()) && peer.ask(insertionOf(card)).status);
   return peer;
 }
 
@@ -97,10 +93,6 @@ bool Peer::authenticate(const crypto::Identity &as) {
   return reply.challenge && ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
                                     *as.key.signRawPKCS1(*reply.challenge), as.certificate.der()))
                                 .status;
-}
-
-bool Peer::insert(const crypto::Identity &card) {
-  return ask(insertionOf(card)).status;
 }
 
 }  // namespace system_tests

@@ -1,12 +1,7 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-
-#include "base/Bytes.hpp"
 #include "client/Connection.hpp"
 #include "crypto/Identity.hpp"
 #include "system/Process.hpp"
@@ -33,8 +28,8 @@ namespace system_tests {
 class Peer {
  public:
   // Connects; fails the test if that is not possible.
-  static Peer remote();
-  static Peer local();
+  static Peer remote() { return opened(/*isLocal=*/false); }
+  static Peer local() { return opened(/*isLocal=*/true); }
   // A remote client that authenticates as rsaIdentity() and inserts this card.
   static Peer holder(const crypto::Identity &card = otherRSAIdentity());
 
@@ -47,9 +42,11 @@ class Peer {
 
   // Connects and authenticates with this key; the last reply's status.
   bool authenticate(const crypto::Identity &as);
-  bool insert(const crypto::Identity &card);
 
   std::unique_ptr<client::Connection> connection;
+
+ private:
+  static Peer opened(bool isLocal);
 };
 
 }  // namespace system_tests

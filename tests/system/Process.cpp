@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <fstream>
-#include <iterator>
 
 namespace system_tests {
 
@@ -22,9 +21,8 @@ Process::Process(const std::string &program, const std::vector<std::string> &arg
   pointers.push_back(nullptr);
   id_ = fork();
   if (id_ == 0) {
-    const int input = open("/dev/null", O_RDONLY);
     const int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-    dup2(input, STDIN_FILENO);
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
     close_range(3, ~0U, 0);

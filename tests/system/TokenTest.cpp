@@ -9,7 +9,6 @@
 namespace system_tests {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
 
 using TokenServer = Machine;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <filesystem>
@@ -13,7 +12,7 @@
 #include "base/Root.hpp"
 #include "encodings/HexString.hpp"
 #include "fakes/FakeMainQueue.hpp"
-#include "fakes/MadeKeys.hpp"
+#include "fakes/MadeIdentity.hpp"
 #include "identity/CVNKeychain.hpp"
 #include "linux/clock/SystemClock.hpp"
 #include "linux/defaults/TomlUserDefaults.hpp"
@@ -64,8 +63,7 @@ TEST(AnyThread, FindsWritesAndLogs) {
   platform_linux::SqliteItemStore store(base::rooted("/var/lib/keyferry/keychain.db"), report);
   platform_linux::P11TokenWatcher tokens(report, base::rooted("/etc/pkcs11/modules"));
   const CVNKeychain keychain(store, tokens, defaults);
-  platform::IdentityRecord host;
-  host.reference = std::make_shared<const crypto::Identity>(fakes::makeIdentity("host"));
+  const auto host = fakes::makeIdentity("host", "label");
   ASSERT_EQ(store.addIdentity(host, std::nullopt), 0);
 
   std::atomic<int> right = 0;

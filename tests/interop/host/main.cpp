@@ -8,14 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
 #include <thread>
-#include <vector>
 
 #include "interop/CardUse.hpp"
 
@@ -46,7 +42,7 @@ CK_RV sign(CardUse &card) {
   return card.sign(Bytes(32, 7), signature);
 }
 
-void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
+void forksAndEndsTheDriverWhileThreadsSign() {
   begun();
   std::atomic<int> signatures = 0;
   std::vector<std::jthread> threads(4);
@@ -81,9 +77,9 @@ void forksAndEndsTheDriverWhileThreadsSign(const char * /*argument*/) {
   check(f->C_Finalize(nullptr) == CKR_OK, "ends");
 }
 
-// Prints what OpenSSL's default context is like; with an argument after the driver was used.
-void showsItsOpenSSL(const char *argument) {
-  if (argument != nullptr) {
+// Prints what OpenSSL's default context is like, before or after the driver was used.
+void showsItsOpenSSL(bool withTheDriver) {
+  if (withTheDriver) {
     CardUse card = begun();
     check(sign(card) == CKR_OK, "signs");
   }
@@ -102,30 +98,23 @@ void showsItsOpenSSL(const char *argument) {
               digest != nullptr);
 }
 
-void looksForTheKey(const char * /*argument*/) {
+void looksForTheKey() {
   f = loadDriver();
   const bool isInitialised = f->C_Initialize(nullptr) == CKR_OK;
   std::printf("%s environment, %s\n", getauxval(AT_SECURE) != 0 ? "secure" : "usual",
               isInitialised && CardUse(*f).open() ? "found" : "nothing");
 }
 
-struct Kind {
-  std::string_view name;
-  void (*run)(const char *argument);
-};
-
-constexpr std::array kKinds{
-    Kind{"ForksAndEndsTheDriverWhileThreadsSign", forksAndEndsTheDriverWhileThreadsSign},
-    Kind{"ShowsItsOpenSSL", showsItsOpenSSL},
-    Kind{"LooksForTheKey", looksForTheKey},
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
-  const auto *const kind =
-      std::ranges::find(kKinds, argc > 1 ? std::string_view(argv[1]) : "", &Kind::name);
-  check(kind != kKinds.end(), "the kind of program is known");
-  kind->run(argc > 2 ? argv[2] : nullptr);
+  const std::string_view kind(argc > 1 ? argv[1] : "");
+  if (kind == "ForksAndEndsTheDriverWhileThreadsSign") {
+    forksAndEndsTheDriverWhileThreadsSign();
+  } else if (kind == "ShowsItsOpenSSL") {
+    showsItsOpenSSL(/*withTheDriver=*/argc > 2);
+  } else {
+    looksForTheKey();
+  }
   return 0;
 }
