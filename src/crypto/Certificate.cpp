@@ -77,6 +77,21 @@ bool wasOutOfMemory() {
   return isEmpty || isMemory;
 }
 
+// True if the last block of what the library took decodes to nothing (its first character is no
+// Base64, or it has headers, which no certificate has): the library then fails without an entry.
+bool endsInAnEmptyBlock(std::string_view taken) {
+  taken.remove_prefix(std::min(taken.rfind("-----BEGIN "), taken.size()));
+  taken.remove_prefix(std::min(taken.find('\n'), taken.size()));
+  const std::size_t first = taken.find_first_not_of(" \t\r\n");
+  return first == std::string_view::npos || taken[first] == '-' ||
+         taken.find(':') != std::string_view::npos;
+}
+
+// What of the text the library has read so far.
+std::string_view takenBy(BIO *text, ByteView pem) {
+  return base::textOf(pem.first(pem.size() - BIO_ctrl_pending(text)));
+}
+
 int refusePassword(char * /*buffer*/, int /*size*/, int /*isForWriting*/, void * /*argument*/) {
   return -1;
 }
@@ -116,7 +131,7 @@ std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
     std::shared_ptr<X509> owner(certificate, X509_free);
     if (isRead) {
       certificates.emplace_back(std::move(owner));
-    } else if (wasOutOfMemory()) {
+    } else if (wasOutOfMemory() && !(text && endsInAnEmptyBlock(takenBy(text.get(), pem)))) {
       throw std::bad_alloc();
     } else {
       return certificates;

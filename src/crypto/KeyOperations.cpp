@@ -84,13 +84,16 @@ ECDSA_SIG *signWithEC(const std::uint8_t *digest, int length, const BIGNUM * /*i
                       const BIGNUM * /*r*/, EC_KEY *key) {
   const auto both = operationsOf(key).signECDSA(ByteView(digest, static_cast<std::size_t>(length)));
   Owned<ECDSA_SIG, ECDSA_SIG_free> signature(ECDSA_SIG_new());
-  if (!both || both->empty() || both->size() % 2 != 0 || !signature) {
+  // The library writes the DER form into room that it has measured by the order of the curve.
+  const std::size_t half =
+      (static_cast<std::size_t>(EC_GROUP_order_bits(EC_KEY_get0_group(key))) + 7) / 8;
+  if (!both || both->size() != 2 * half || !signature) {
     failed();
     return nullptr;
   }
-  const auto half = static_cast<int>(both->size() / 2);
-  Owned<BIGNUM, BN_free> r(BN_bin2bn(both->data(), half, nullptr));
-  Owned<BIGNUM, BN_free> s(BN_bin2bn(both->data() + half, half, nullptr));
+  const auto size = static_cast<int>(half);
+  Owned<BIGNUM, BN_free> r(BN_bin2bn(both->data(), size, nullptr));
+  Owned<BIGNUM, BN_free> s(BN_bin2bn(both->data() + half, size, nullptr));
   if (!r || !s || ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1) {
     return nullptr;
   }

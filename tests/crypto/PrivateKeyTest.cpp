@@ -48,7 +48,7 @@ TEST(PrivateKey, MayLieElsewhereAsLongAsItLives) {
   EXPECT_FALSE(rsa->rawRSA(Bytes(256, 1), &error));
   EXPECT_NE(error.description.find("the place of the private key refused"), std::string::npos);
   const Bytes digest(32, 1);
-  for (const std::size_t size : {0, 63, 64, 257}) {
+  for (const std::size_t size : {0, 63, 64, 256, 257}) {
     place->answer = Bytes(size, 1);
     EXPECT_EQ(rsa->signRawPKCS1(digest).has_value(), size < 257);
     EXPECT_EQ(ec->signDigestECDSA(digest).has_value(), size == 64);
