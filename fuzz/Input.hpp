@@ -1,9 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <iterator>
 
 #include "base/Bytes.hpp"
 

@@ -11,15 +11,6 @@
 
 namespace {
 
-void readKey(const crypto::PublicKey &key) {
-  const auto exported = key.externalRepresentation();
-  expect(!exported || !exported->empty());
-  (void)key.description();
-  (void)key.subjectPublicKeyInfo();
-  const int length = std::max(0, (key.bits() + 7) / 8);
-  (void)key.verifyRawPKCS1(Bytes(static_cast<std::size_t>(length), /*value=*/1), Bytes(16));
-}
-
 void read(const crypto::Certificate &certificate) {
   const Bytes der = certificate.der();
   const auto again = crypto::Certificate::fromDER(der);
@@ -34,7 +25,12 @@ void read(const crypto::Certificate &certificate) {
   (void)certificate.notBefore();
   (void)certificate.notAfter();
   if (const auto key = certificate.publicKey()) {
-    readKey(*key);
+    const auto exported = key->externalRepresentation();
+    expect(!exported || !exported->empty());
+    (void)key->description();
+    (void)key->subjectPublicKeyInfo();
+    const int length = std::max(0, (key->bits() + 7) / 8);
+    (void)key->verifyRawPKCS1(Bytes(static_cast<std::size_t>(length), /*value=*/1), Bytes(16));
   }
 }
 

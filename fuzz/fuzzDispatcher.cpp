@@ -3,10 +3,6 @@
 // have proved themselves; nothing waits for a peer that has gone. An event is two bytes, what
 // happens and where, with a small argument; some take more.
 
-#include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <filesystem>
 #include <unordered_map>
 
 #include "Expect.hpp"

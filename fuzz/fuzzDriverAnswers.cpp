@@ -1,11 +1,8 @@
 // The answers of a hostile daemon: each line of the input is a chunk that comes from it. All that
 // the card then shows is read, each of its keys is used, and what a program gets has to be right.
 
-#include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <sstream>
-#include <string>
 
 #include "Expect.hpp"
 #include "driver/CardReading.hpp"

@@ -2,8 +2,6 @@
 // null pointers, gets answers.
 
 #include <array>
-#include <cstdlib>
-#include <utility>
 
 #include "Expect.hpp"
 #include "Input.hpp"

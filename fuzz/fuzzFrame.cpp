@@ -1,8 +1,6 @@
 // Chunks of a connection, against a second and simpler model of the framing. The input is a row of
 // chunks, each behind one byte that says its length.
 
-#include <string>
-
 #include "Expect.hpp"
 #include "Input.hpp"
 #include "protocol/Frame.hpp"

@@ -18,9 +18,6 @@ namespace {
 using crypto::TlsChannel;
 using Result = TlsChannel::Result;
 
-// A certificate and its chain at most; far less than a peer could make the other side hold.
-constexpr std::size_t kMostUnsent = 64 * 1024;
-
 const crypto::TlsContext &contextOf(TlsChannel::Role role) {
   static const auto server = crypto::TlsContext::server(fakes::madeIdentity("EC", "server"));
   static const auto client = crypto::TlsContext::client();
@@ -41,8 +38,10 @@ std::size_t drain(int peer) {
 Result step(TlsChannel &channel, int socket) {
   const Result result = channel.handshake();
   int waiting = 0;
+  // unsent: a certificate and its chain at most; far less than a peer could make the other side
+  // hold
   expect(result != Result::ended && result != Result::done &&
-         channel.unsentBytes() <= kMostUnsent &&
+         channel.unsentBytes() <= std::size_t{64} * 1024 &&
          (result == Result::failed) == (channel.errorNumber() != 0));
   // else the caller would wait for what is already there
   expect(result != Result::wantsRead || (::ioctl(socket, FIONREAD, &waiting) == 0 && waiting == 0));

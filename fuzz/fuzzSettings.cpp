@@ -1,7 +1,6 @@
 // A settings file whose one line is changed and removed again keeps every other value.
 
 #include <map>
-#include <string>
 
 #include "Expect.hpp"
 #include "base/Bytes.hpp"

@@ -1,10 +1,7 @@
 #include "ctl/Kfyctl.hpp"
 
-#include <sys/stat.h>
-
 #include <regex>
 
-#include "crypto/Certificate.hpp"
 #include "ctl/RunningTools.hpp"
 #include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
@@ -99,7 +96,7 @@ TEST_F(Kfyctl, ShowsWhatIsWrongWithEachSetting) {
   std::filesystem::create_directories(sandboxedRoot() / "etc/keyferry");
   sandboxedRoot().write("etc/keyferry/kfyd.toml",
                         "debugLoging = true\ndebugLogging = \"oui\"\nverboseLogging = \"Yes\"\n"
-                        "relayAuthenticationKey = 1.5\nmaxPending = 0\nmaxHandshakes = \"10\"\n"
+                        "relayAuthenticationKey = 1.5\nmaxPending = 0\n"
                         "maxFrameBytes = 2147483649\nLogFileName = 3\npinMode = \"none\"\n");
   sandboxedRoot().write(kIdentitySettings, "ssl_certificate_common_name = []\n");
   sandboxedRoot().write("etc/keyferry/pkcs11.toml", "timeLimitSeconds = 3601\npinMode = \"no\"\n");
@@ -109,7 +106,6 @@ TEST_F(Kfyctl, ShowsWhatIsWrongWithEachSetting) {
       "debugLogging is true or false, not \"oui\"; false counts",
       "relayAuthenticationKey is true or false, not (a floating-point number); true counts",
       "maxPending is a number from 1 to 2147483648, not 0; 16384 counts",
-      "maxHandshakes is a number from 1 to 2147483648, not \"10\"; 256 counts",
       "maxFrameBytes is a number from 65536 to 2147483648, not 2147483649; 2147483648 counts",
       "LogFileName is a text, not 3; Keyferry.log counts",
       "pinMode belongs into pkcs11.toml; it does not count",

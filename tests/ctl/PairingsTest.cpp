@@ -1,11 +1,6 @@
 #include "ctl/Pairings.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <string>
-#include <vector>
 
 #include "encodings/HexString.hpp"
 #include "fakes/TemporaryFolder.hpp"
@@ -32,24 +27,20 @@ TEST(PairingFile, IsRootsAloneAndKeepsComments) {
 }
 
 TEST(PairingFile, IsRefusedWithTheReasonAndLeftAsItIs) {
-  struct Case {
-    std::string content;
-    mode_t mode;
-    const char *reason;
-  };
   const fakes::TemporaryFolder folder;
   const PairingFile file(folder / "pairings.toml");
-  for (const Case &row :
-       {Case{"\nada =\n", 0600, "line 2"}, Case{"ada = \"DEE1\"\n", 0600, "for \"ada\""},
-        Case{"ada = 5\n", 0600, "for \"ada\""},
-        Case{"ada = \"" + kDigits + "\"\n", 0602, "root alone"}}) {
-    folder.write("pairings.toml", row.content);
-    ASSERT_EQ(::chmod((folder / "pairings.toml").c_str(), row.mode), 0);
+  for (const auto &[content, mode, reason] :
+       {std::tuple(std::string("\nada =\n"), 0600U, "line 2"),
+        {"ada = \"DEE1\"\n", 0600U, "for \"ada\""},
+        {"ada = 5\n", 0600U, "for \"ada\""},
+        {"ada = \"" + kDigits + "\"\n", 0602U, "root alone"}}) {
+    folder.write("pairings.toml", content);
+    ASSERT_EQ(::chmod((folder / "pairings.toml").c_str(), mode), 0);
     Error error;
-    EXPECT_FALSE(file.read(&error)) << row.content;
-    EXPECT_THAT(error.description, testing::HasSubstr(row.reason));
-    EXPECT_FALSE(file.write(std::vector{kAda})) << row.content;
-    EXPECT_EQ(folder.read("pairings.toml"), row.content);
+    EXPECT_FALSE(file.read(&error)) << content;
+    EXPECT_THAT(error.description, testing::HasSubstr(reason));
+    EXPECT_FALSE(file.write(std::vector{kAda})) << content;
+    EXPECT_EQ(folder.read("pairings.toml"), content);
   }
 }
 

@@ -1,15 +1,6 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
-#include <sstream>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "base/Root.hpp"
 #include "ctl/Kfyctl.hpp"

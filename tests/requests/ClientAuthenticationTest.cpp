@@ -1,6 +1,5 @@
 #include "requests/ClientAuthentication.hpp"
 
-#include "fakes/MadeKeys.hpp"
 #include "requests/PairingListing.hpp"
 #include "requests/RequestsFixture.hpp"
 
@@ -40,8 +39,7 @@ TEST(Listing, HasItsBindLineBehindHeaderAndSection) {
       {kHeader + kSection + "\nAB", ""},
       {kHeader + kSection, ""},
       {kHeader + section, {}},
-      {kHeader + kSection + "AB\xFF", {}},
-      {"", {}}};
+      {kHeader + kSection + "AB\xFF", {}}};
   for (const auto &[listing, bindLine] : kCases) {
     EXPECT_EQ(requests::findBindLine(base::viewOf(listing)), bindLine) << listing;
   }

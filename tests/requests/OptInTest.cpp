@@ -1,6 +1,5 @@
 // What the settings close that the protocol leaves open.
 
-#include "fakes/MadeKeys.hpp"
 #include "requests/RequestsFixture.hpp"
 #include "settings/Settings.hpp"
 
@@ -18,6 +17,12 @@ class OptIn : public Requests {
     return QuillMessage::initCommandMessageSignData(Bytes(bytes), kCard.certificate.sha1(),
                                                     SecretText());
   }
+  static QuillMessage insertRequest() {
+    const protocol::CardElement card = encodings::CertificateInfo{
+        encodings::base64EncodedString(kCard.certificate.der()), true, true, true, "", {}};
+    return QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
+        protocol::makeCardList({&card, 1}));
+  }
   void set(const char *key, fakes::FakeUserDefaults::Value value) {
     defaults.values[std::string("kfyd/") + key] = std::move(value);
   }
@@ -28,7 +33,7 @@ class OptIn : public Requests {
   }
   Peer holder(const crypto::Identity &authenticatedWith = kOther) {
     Peer made = authenticated();
-    EXPECT_TRUE(ask(insertOf({kCard.certificate.der()}), made).status);
+    EXPECT_TRUE(ask(insertRequest(), made).status);
     made.worker->authCertificate = authenticatedWith.certificate.der();
     return made;
   }
@@ -37,23 +42,23 @@ class OptIn : public Requests {
     return !holder.connection->takeMessages().empty();
   }
 
-  // What happens, y or n for each case. By a stranger, a program of this machine and an
-  // authenticated client:
-  std::string inserts() {
+  // What happens, y or n for each case.
+  std::string outcomesOf(const QuillMessage &message, const std::vector<Peer> &all) {
     std::string outcomes;
-    for (const Peer &peer : {remote(), local(), authenticated()}) {
-      outcomes += ask(insertOf({kCard.certificate.der()}), peer).status ? 'y' : 'n';
-    }
-    return outcomes;
-  }
-  std::string readsTheList() {
-    std::string outcomes;
-    for (const Peer &peer : {remote(), local(), authenticated(), holder()}) {
-      const auto reply = ask(QuillMessage::initCommandMessageGetCertificates(), peer);
-      EXPECT_TRUE(reply.status || reply.certificates->entries().empty());
+    for (const Peer &peer : all) {
+      const auto reply = ask(message, peer);
+      EXPECT_TRUE(reply.status || !reply.certificates || reply.certificates->entries().empty());
       outcomes += reply.status ? 'y' : 'n';
     }
     return outcomes;
+  }
+  // By a stranger, a program of this machine and an authenticated client:
+  std::string inserts() {
+    return outcomesOf(insertRequest(), {remote(), local(), authenticated()});
+  }
+  std::string readsTheList() {
+    return outcomesOf(QuillMessage::initCommandMessageGetCertificates(),
+                      {remote(), local(), authenticated(), holder()});
   }
   // By somebody else first, and then by the holder.
   std::string answers() {

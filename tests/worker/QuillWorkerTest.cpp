@@ -2,7 +2,6 @@
 
 #include "fakes/FakeNetwork.hpp"
 #include "fakes/LoggedTest.hpp"
-#include "fakes/Transcript.hpp"
 
 namespace {
 
@@ -72,7 +71,6 @@ class Worker : public fakes::LoggedTest {
   fakes::Transcript transcript;
 };
 
-// What is a frame and what is none: fuzzFrame's corpus.
 TEST_F(Worker, ReceivesUntilTheStreamEnds) {
   worker->mayBringList = [](const QuillWorker &from) { return from.isAuthenticated; };
   transcript.expect(R"(
