@@ -3,7 +3,6 @@
 #include <functional>
 #include <map>
 
-#include "crypto/Digest.hpp"
 #include "driver/Token.hpp"
 #include "fakes/MadeKeys.hpp"
 
@@ -35,8 +34,7 @@ struct CardInHand {
     for (const crypto::PrivateKey &key : inserted) {
       const auto &[certificate, own] =
           identityOf(key, "card holder " + std::to_string(made.size()));
-      const auto exported = key.publicKey().externalRepresentation();
-      made.push_back({certificate, certificate.sha1(), crypto::sha1Digest(*exported),
+      made.push_back({certificate, certificate.sha1(), *key.publicKey().hash(),
                       "key " + std::to_string(made.size()), /*canSign=*/true, /*canDecrypt=*/true,
                       /*canUnwrap=*/true});
       keys.insert_or_assign(made.back().certificateHash, key);

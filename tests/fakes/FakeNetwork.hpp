@@ -70,8 +70,8 @@ class FakeConnection : public platform::Connection {
 
 class FakeListener : public platform::Listener {
  public:
-  explicit FakeListener(std::uint16_t port) : port_(port) {}
-  [[nodiscard]] std::uint16_t port() const override { return port_; }
+  explicit FakeListener(const std::string &port) : port_(std::stoi(port)) {}
+  [[nodiscard]] std::uint16_t port() const override { return static_cast<std::uint16_t>(port_); }
   void setStateHandler(StateHandler handler) override { stateHandler = std::move(handler); }
   void setConnectionHandler(ConnectionHandler handler) override {
     connectionHandler = std::move(handler);
@@ -90,7 +90,7 @@ class FakeListener : public platform::Listener {
   ConnectionHandler connectionHandler;
 
  private:
-  std::uint16_t port_;
+  int port_;
 };
 
 // Notes how listeners are asked for. They belong to whoever asked.
@@ -98,8 +98,7 @@ class FakeNetwork : public platform::Network {
  public:
   std::unique_ptr<platform::Listener> createListener(
       const platform::ListenerParameters &parameters) override {
-    auto listener =
-        std::make_unique<FakeListener>(static_cast<std::uint16_t>(std::stoi(parameters.port)));
+    auto listener = std::make_unique<FakeListener>(parameters.port);
     listeners.push_back(listener.get());
     asked.push_back(parameters);
     return listener;

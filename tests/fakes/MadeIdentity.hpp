@@ -1,6 +1,6 @@
 #pragma once
 
-#include "crypto/Digest.hpp"
+#include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
 #include "platform/ItemStore.hpp"
 
@@ -12,8 +12,7 @@ inline platform::IdentityRecord makeIdentity(const std::string &commonName,
   platform::IdentityRecord record;
   record.reference = std::make_shared<const crypto::Identity>(makeIdentity(commonName));
   record.label = label;
-  record.publicKeyHash =
-      crypto::sha1Digest(*record.reference->key.publicKey().externalRepresentation());
+  record.publicKeyHash = *record.reference->key.publicKey().hash();
   record.canSign = true;
   return record;
 }

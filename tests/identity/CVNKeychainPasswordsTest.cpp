@@ -5,6 +5,7 @@
 #include "fakes/MadeKeys.hpp"
 #include "fakes/TemporaryFolder.hpp"
 #include "identity/CVNKeychain.hpp"
+#include "identity/CVNPassword.hpp"
 
 namespace {
 
@@ -45,6 +46,10 @@ TEST_F(Passwords, OfTheirOwnHoldEveryPrintableCharacterButTheBlank) {
   const std::set<char> seen(all.reveal().begin(), all.reveal().end());
   EXPECT_EQ(all.reveal().size(), 10000U);
   EXPECT_TRUE(seen.size() == 94 && *seen.begin() == '!' && *seen.rbegin() == '~');
+  auto item = CVNPassword::initWithService("service", std::nullopt, "group");
+  EXPECT_FALSE(item.password());
+  item.setPassword(SecretText("x"));
+  EXPECT_EQ(item.password()->reveal(), "x");
 }
 
 TEST_F(Passwords, SayWhatFails) {

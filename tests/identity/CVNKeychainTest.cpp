@@ -4,6 +4,7 @@
 #include "fakes/FakeItemStore.hpp"
 #include "fakes/LoggedTest.hpp"
 #include "fakes/MadeIdentity.hpp"
+#include "identity/FingerprintText.hpp"
 
 namespace {
 
@@ -39,6 +40,7 @@ TEST_F(Keychain, FindsByCertificateHashOnTokensOnlyIfAsked) {
   EXPECT_EQ(keychain.publicKeyHashForCertificateWithSHA1Hash(onOther.reference->certificate.sha1(),
                                                              kNoPIN),
             onOther.publicKeyHash);
+  EXPECT_EQ(identity::fingerprintText(Bytes{1, 0xAB}), "01:AB");
 }
 
 TEST_F(Keychain, LowersTheNameButNotTheLabel) {
