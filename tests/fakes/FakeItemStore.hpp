@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
 
 #include "platform/ItemStore.hpp"
@@ -23,9 +24,19 @@ class FakeItemStore : public platform::ItemStore, public platform::TokenWatcher 
     isWantedGiven = isWanted != nullptr;
     return search(query, /*onTokens=*/true, tokenFailure);
   }
-  platform::ItemStatus addIdentity(const platform::IdentityRecord &,
+  platform::ItemStatus addIdentity(const platform::IdentityRecord &record,
                                    const std::optional<std::string> &) override {
-    return platform::itemStoreUnusable;
+    const auto hasSame = [&](const Item &item) {
+      return item.record.reference->certificate.der() == record.reference->certificate.der();
+    };
+    if (failure != platform::itemSuccess) {
+      return failure;
+    }
+    if (std::ranges::any_of(items, hasSame)) {
+      return platform::itemDuplicate;
+    }
+    items.push_back({record, ""});
+    return platform::itemSuccess;
   }
   platform::ItemStatus deleteIdentity(ByteView) override { return platform::itemStoreUnusable; }
   platform::PasswordMatch searchPassword(const platform::PasswordName &name,
