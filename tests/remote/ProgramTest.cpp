@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <deque>
+#include <mutex>
 #include <regex>
 #include <sstream>
 
@@ -138,13 +139,17 @@ class Program : public testing::Test {
     {
       const fakes::ScriptedDaemon daemon(
           server_, port_, [this](auto &connection, int /*number*/) { serve(connection); });
-      start("exec " + rest.substr(end + 3));
+      {
+        const std::lock_guard starts(starting_);
+        start("exec " + rest.substr(end + 3));
+      }
       finish();
     }
     EXPECT_EQ(steps_, std::deque<std::string>());
   }
 
   void serve(ServedConnection &machine) {
+    const std::unique_lock started(starting_);  // it comes once the program runs
     while (!steps_.empty()) {
       const std::string step = steps_.front();
       const std::size_t mark = std::min(step.find('='), step.size());
@@ -241,6 +246,7 @@ class Program : public testing::Test {
   const base::Descriptor taken_ = fakes::boundToLoopback(port_);
   fakes::Transcript transcript_;
   std::optional<fakes::PersonAtATerminal> person_;
+  std::mutex starting_;  // held while the program is being started
   std::deque<std::string> steps_;
   std::vector<std::string> lines_;
   std::shared_ptr<const protocol::CardList> inserted_;
