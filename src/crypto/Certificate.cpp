@@ -64,27 +64,38 @@ std::optional<std::string> valueOf(const X509_NAME_ENTRY *entry) {
   return value;
 }
 
-// Empties this thread's error queue. True if what failed did for want of memory, which may show in
-// no entry at all, or as a buffer that could not be made.
-bool wasOutOfMemory() {
-  bool isEmpty = true;
-  bool isMemory = false;
+// Why the library failed, as far as this thread's error queue says.
+enum class Cause { memory, unsaid, other };
+
+// Empties the queue. Want of memory shows as itself, as a buffer that could not be made, or not at
+// all.
+Cause takeCause() {
+  Cause cause = Cause::unsaid;
   while (const unsigned long code = ERR_get_error()) {
     const int reason = ERR_GET_REASON(code);
-    isEmpty = false;
-    isMemory |= reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL;
+    if (reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL) {
+      cause = Cause::memory;
+    } else if (cause == Cause::unsaid) {
+      cause = Cause::other;
+    }
   }
-  return isEmpty || isMemory;
+  return cause;
 }
 
-// True if the last block of what the library took decodes to nothing (its first character is no
-// Base64, or it has headers, which no certificate has): the library then fails without an entry.
-bool endsInAnEmptyBlock(std::string_view taken) {
-  taken.remove_prefix(std::min(taken.rfind("-----BEGIN "), taken.size()));
-  taken.remove_prefix(std::min(taken.find('\n'), taken.size()));
-  const std::size_t first = taken.find_first_not_of(" \t\r\n");
-  return first == std::string_view::npos || taken[first] == '-' ||
-         taken.find(':') != std::string_view::npos;
+// True if the text ends in a whole block that decodes to nothing: its first character is no Base64,
+// or it has headers, which no certificate has. The library refuses it without an entry in the
+// queue.
+bool endsInAnEmptyBlock(std::string_view text) {
+  const std::size_t begin = text.rfind("-----BEGIN ");
+  const std::size_t line = begin == std::string_view::npos ? begin : text.find('\n', begin);
+  if (line == std::string_view::npos) {
+    return false;
+  }
+  const std::string_view block = text.substr(line);
+  const std::size_t end = block.find("-----END ");
+  return end != std::string_view::npos &&
+         (block[block.find_first_not_of(" \t\r\n")] == '-' ||
+          block.substr(0, end).find(':') != std::string_view::npos);
 }
 
 // What of the text the library has read so far.
@@ -131,11 +142,14 @@ std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
     std::shared_ptr<X509> owner(certificate, X509_free);
     if (isRead) {
       certificates.emplace_back(std::move(owner));
-    } else if (wasOutOfMemory() && !(text && endsInAnEmptyBlock(takenBy(text.get(), pem)))) {
-      throw std::bad_alloc();
-    } else {
-      return certificates;
+      continue;
     }
+    const Cause cause = takeCause();
+    const bool isEmptyBlock = text && endsInAnEmptyBlock(takenBy(text.get(), pem));
+    if (cause == Cause::memory || (cause == Cause::unsaid && !isEmptyBlock)) {
+      throw std::bad_alloc();
+    }
+    return certificates;
   }
 }
 

@@ -41,14 +41,16 @@ std::optional<OpenedPSS> openPSS(ByteView block, const PSSParameters &parameters
   const ByteView encoded = block.last(encodedSize);
   const ByteView hash = encoded.subspan(encodedSize - size - 1, size);
   const auto unused = static_cast<std::uint8_t>(~(0xFFU >> (8 * encodedSize - usedBits)));
+  if (encoded.back() != kTrailer || (encoded[0] & unused) != 0 ||
+      !std::ranges::all_of(block.first(block.size() - encodedSize), isZero)) {
+    return std::nullopt;
+  }
   Bytes data(encoded.begin(), hash.begin());
-  const bool isFramed = encoded.back() == kTrailer && (data[0] & unused) == 0 &&
-                        std::ranges::all_of(block.first(block.size() - encodedSize), isZero);
   layMGF1(data, hash, parameters.maskHash);
   data[0] &= static_cast<std::uint8_t>(~unused);
   const auto salt = data.end() - static_cast<std::ptrdiff_t>(parameters.saltLength);
   const auto one = salt - 1;
-  if (!isFramed || *one != 1 || !std::all_of(data.begin(), one, isZero)) {
+  if (*one != 1 || !std::all_of(data.begin(), one, isZero)) {
     return std::nullopt;
   }
   return OpenedPSS{Bytes(hash.begin(), hash.end()), Bytes(salt, data.end())};

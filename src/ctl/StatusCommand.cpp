@@ -26,8 +26,8 @@
 namespace ctl {
 namespace {
 
-constexpr std::chrono::seconds kStatusWait{
-    35};  // a look-up of the pairing can hold the daemon's queue
+// A look-up of the pairing can hold the daemon's queue for 30 seconds.
+constexpr std::chrono::seconds kStatusWait{35};
 
 // Where what is said of a place begins in its line.
 const std::string kIndentation(13, ' ');

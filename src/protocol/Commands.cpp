@@ -94,14 +94,16 @@ const Command *commandNamed(std::string_view text) {
   return row == std::end(kCommands) ? nullptr : row;
 }
 
+const Form &formOf(const Command &command, const QuillMessage &message) {
+  return message.messageType == QuillMessageTypeRequest ? command.request : command.response;
+}
+
 void setRequiredEmpty(QuillMessage &message) {
   const Command *const command = commandOf(message.command);
   if (command == nullptr) {
     return;
   }
-  const Form &form =
-      message.messageType == QuillMessageTypeRequest ? command->request : command->response;
-  for (const Field *field : form.required) {
+  for (const Field *field : formOf(*command, message).required) {
     std::visit(
         [&message](auto place) {
           if (!(message.*place)) {

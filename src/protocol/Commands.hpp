@@ -35,6 +35,9 @@ struct Command {
 [[nodiscard]] const Command *commandOf(std::int64_t command);
 [[nodiscard]] const Command *commandNamed(std::string_view text);
 
+// The form that a message of this command takes by its type.
+[[nodiscard]] const Form &formOf(const Command &command, const QuillMessage &message);
+
 // Sets what the message requires and does not have to empty values: so a refusal can be written.
 void setRequiredEmpty(QuillMessage &message);
 

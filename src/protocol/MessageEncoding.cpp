@@ -54,8 +54,8 @@ void writeField(JSONWriter &writer, const Field &field, const QuillMessage &mess
   std::visit([&](auto place) { ValueWriter{writer}(message.*place); }, field.place);
 }
 
-void writeForm(JSONWriter &writer, const Command &command, const Form &form,
-               const QuillMessage &message) {
+void writeMessage(JSONWriter &writer, const Command &command, const QuillMessage &message) {
+  const Form &form = formOf(command, message);
   const bool isRequest = message.messageType == QuillMessageTypeRequest;
   writer.beginObject();
   writer.key("type");
@@ -112,16 +112,14 @@ bool appendJSON(CleansedBytes &output, const QuillMessage &message) {
     return false;
   }
   const Command *const command = commandOf(message.command);
-  const bool isRequest = message.messageType == QuillMessageTypeRequest;
-  if (command == nullptr || !canWrite(isRequest ? command->request : command->response, message)) {
+  if (command == nullptr || !canWrite(formOf(*command, message), message)) {
     // the writer has no error of its own to tell
     CVNLog("%s", "(null)");
     return false;
   }
-  const Form &form = isRequest ? command->request : command->response;
-  traceForm(form, message);
+  traceForm(formOf(*command, message), message);
   JSONWriter writer(output);
-  writeForm(writer, *command, form, message);
+  writeMessage(writer, *command, message);
   return true;
 }
 

@@ -195,6 +195,11 @@ TEST_F(ReadingWithoutMemory, GivesAllOrNothing) {
     expectAllOrNothing(
         /*step=*/17, [&] { return crypto::readIdentity(base::viewOf(file), &password); }, isOwner);
   }
+  const std::string twice = owner.certificate.pem() + owner.certificate.pem();
+  expectAllOrNothing(
+      /*step=*/1,
+      [&] { return std::optional(crypto::Certificate::allFromPEM(base::viewOf(twice))); },
+      [](const auto &read) { return read.size() == 2; });
   const CleansedBytes json = insertionOf(owner).json().value();
   expectAllOrNothing(
       /*step=*/1, [&] { return QuillMessage::initWithJSONData(json); },
