@@ -1,5 +1,5 @@
-#include "protocol/Commands.hpp"
 #include "requests/Request.hpp"
+#include "protocol/Commands.hpp"
 
 namespace requests {
 
