@@ -2,12 +2,12 @@
 
 #include <openssl/asn1.h>
 #include <openssl/err.h>
+#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
 #include <ctime>
-#include <limits>
 #include <new>
 
 #include "base/LowerCase.hpp"
@@ -64,60 +64,62 @@ std::optional<std::string> valueOf(const X509_NAME_ENTRY *entry) {
   return value;
 }
 
-// Why the library failed, as far as this thread's error queue says.
-enum class Cause { memory, unsaid, other };
-
-// Empties the queue. Want of memory shows as itself, as a buffer that could not be made, or not at
-// all.
-Cause takeCause() {
-  Cause cause = Cause::unsaid;
+// Empties this thread's error queue and says whether the library failed for want of memory. That
+// shows as itself, as a part that could not be set up, or not at all.
+bool takeWantOfMemory() {
+  bool isSaid = false;
+  bool isOther = false;
   while (const unsigned long code = ERR_get_error()) {
     const int reason = ERR_GET_REASON(code);
-    if (reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL) {
-      cause = Cause::memory;
-    } else if (cause == Cause::unsaid) {
-      cause = Cause::other;
-    }
+    isSaid = isSaid || reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL;
+    isOther = true;
   }
-  return cause;
+  return isSaid || !isOther;
 }
 
-// True if the text ends in a whole block that decodes to nothing: its first character is no Base64,
-// or it has headers, which no certificate has. The library refuses it without an entry in the
-// queue.
-bool endsInAnEmptyBlock(std::string_view text) {
-  const std::size_t begin = text.rfind("-----BEGIN ");
-  const std::size_t line = begin == std::string_view::npos ? begin : text.find('\n', begin);
-  if (line == std::string_view::npos) {
-    return false;
+// The library counts in int; no certificate comes near this.
+constexpr std::size_t kLongestBlock = std::size_t{16} * 1024 * 1024;
+
+// What the Base64 text of a PEM block (RFC 7468) stands for; empty if it is damaged.
+Bytes contentOfBlock(std::string_view base64) {
+  const Owned<EVP_ENCODE_CTX, EVP_ENCODE_CTX_free> decoder(EVP_ENCODE_CTX_new());
+  if (!decoder) {
+    throw std::bad_alloc();
   }
-  const std::string_view block = text.substr(line);
-  const std::size_t end = block.find("-----END ");
-  return end != std::string_view::npos &&
-         (block[block.find_first_not_of(" \t\r\n")] == '-' ||
-          block.substr(0, end).find(':') != std::string_view::npos);
+  EVP_DecodeInit(decoder.get());
+  const ByteView encoded = base::viewOf(base64);
+  Bytes content(base64.size());
+  int length = 0;
+  int rest = 0;
+  if (base64.size() > kLongestBlock ||
+      EVP_DecodeUpdate(decoder.get(), content.data(), &length, encoded.data(),
+                       static_cast<int>(encoded.size())) < 0 ||
+      EVP_DecodeFinal(decoder.get(), content.data() + length, &rest) < 0) {
+    return {};
+  }
+  content.resize(static_cast<std::size_t>(length + rest));
+  return content;
 }
 
-// What of the text the library has read so far.
-std::string_view takenBy(BIO *text, ByteView pem) {
-  return base::textOf(pem.first(pem.size() - BIO_ctrl_pending(text)));
-}
-
-int refusePassword(char * /*buffer*/, int /*size*/, int /*isForWriting*/, void * /*argument*/) {
-  return -1;
+// The certificate at the beginning of `der`, and where it ends; null, with the reason in the error
+// queue, if there is none.
+std::shared_ptr<X509> readCertificate(ByteView der, const std::uint8_t *&end) {
+  ERR_clear_error();
+  X509 *certificate = X509_new_ex(libraryContext(), nullptr);
+  end = der.data();
+  // on failure d2i_X509 has released the certificate and cleared the pointer
+  const bool isRead = certificate != nullptr &&
+                      d2i_X509(&certificate, &end, static_cast<long>(der.size())) != nullptr;
+  std::shared_ptr<X509> owner(certificate, X509_free);
+  return isRead ? owner : nullptr;
 }
 
 }  // namespace
 
 std::optional<Certificate> Certificate::fromDER(ByteView der, Error *error) {
-  ERR_clear_error();
-  X509 *certificate = X509_new_ex(libraryContext(), nullptr);
-  const std::uint8_t *end = der.data();
-  // on failure d2i_X509 has released the certificate and cleared the pointer
-  const bool isRead = certificate != nullptr &&
-                      d2i_X509(&certificate, &end, static_cast<long>(der.size())) != nullptr;
-  std::shared_ptr<X509> owner(certificate, X509_free);
-  if (!isRead) {
+  const std::uint8_t *end = nullptr;
+  auto certificate = readCertificate(der, end);
+  if (!certificate) {
     reportLibraryError(error, "not a certificate");
     return std::nullopt;
   }
@@ -125,32 +127,35 @@ std::optional<Certificate> Certificate::fromDER(ByteView der, Error *error) {
     base::report(error, "crypto", 0, "not a certificate: more bytes behind it");
     return std::nullopt;
   }
-  return Certificate(std::move(owner));
+  return Certificate(std::move(certificate));
 }
 
+// Without the library's reader of PEM: it fails without a reason for some damaged texts, as it does
+// for want of memory.
 std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
-  ERR_clear_error();
+  constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
+  constexpr std::string_view kEnd = "-----END CERTIFICATE-----";
   std::vector<Certificate> certificates;
-  const TextBuffer text(BIO_new_mem_buf(
-      pem.data(),
-      static_cast<int>(std::min<std::size_t>(pem.size(), std::numeric_limits<int>::max()))));
-  while (true) {
-    X509 *certificate = X509_new_ex(libraryContext(), nullptr);
-    const bool isRead =
-        text && certificate != nullptr &&
-        PEM_read_bio_X509(text.get(), &certificate, refusePassword, nullptr) != nullptr;
-    std::shared_ptr<X509> owner(certificate, X509_free);
-    if (isRead) {
-      certificates.emplace_back(std::move(owner));
-      continue;
+  std::string_view text = base::textOf(pem);
+  for (std::size_t begin = 0; (begin = text.find(kBegin)) != std::string_view::npos;) {
+    text.remove_prefix(begin + kBegin.size());
+    const std::size_t length = text.find(kEnd);
+    const Bytes der = contentOfBlock(text.substr(0, length));
+    if (length == std::string_view::npos || der.empty()) {
+      break;
     }
-    const Cause cause = takeCause();
-    const bool isEmptyBlock = text && endsInAnEmptyBlock(takenBy(text.get(), pem));
-    if (cause == Cause::memory || (cause == Cause::unsaid && !isEmptyBlock)) {
-      throw std::bad_alloc();
+    const std::uint8_t *end = nullptr;
+    auto certificate = readCertificate(der, end);
+    if (!certificate) {
+      if (takeWantOfMemory()) {
+        throw std::bad_alloc();
+      }
+      break;
     }
-    return certificates;
+    certificates.emplace_back(std::move(certificate));
+    text.remove_prefix(length + kEnd.size());
   }
+  return certificates;
 }
 
 Bytes Certificate::der() const {
