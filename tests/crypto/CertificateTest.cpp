@@ -73,4 +73,16 @@ TEST(Certificate, IsReadFromExactlyItsBytes) {
   EXPECT_FALSE(Certificate::fromDER({}));
 }
 
+TEST(Certificate, InPEMCountsUpToTheFirstDamagedBlock) {
+  const std::string whole = madeIdentity("EC", "host").certificate.pem();
+  const std::string half = whole.substr(0, whole.size() / 2);
+  for (const auto &[text, count] :
+       {std::pair("text\n" + whole + "between\n" + whole, 2),
+        {whole + half, 1},
+        {half + whole, 0},
+        {whole + "-----BEGIN CERTIFICATE-----\n-----END CERTIFICATE-----\n" + whole, 1}}) {
+    EXPECT_EQ(Certificate::allFromPEM(base::viewOf(text)).size(), count) << text;
+  }
+}
+
 }  // namespace

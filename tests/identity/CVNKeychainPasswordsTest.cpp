@@ -104,6 +104,7 @@ TEST_F(Import, OfThePublicSamplesIsWhatTheirNamesSay) {
       store.items.clear();
       EXPECT_EQ(importCopy(name, password), result) << name;
       EXPECT_EQ(store.items.size(), result == 0 ? 1U : 0U) << name;
+      EXPECT_THAT(takeEntries(), IsEmpty());
     }
   }
 }
@@ -136,7 +137,9 @@ TEST_F(Import, RefusesALargeKeyAndKeepsWhatItAddedBefore) {
   EXPECT_EQ(import(folder / "two.p12", "pw"), -2);
   ASSERT_EQ(store.items.size(), 1U);
   EXPECT_EQ(store.items.at(0).record.label, "small");
-  EXPECT_TRUE(store.items[0].record.canDecrypt && store.items[0].record.canUnwrap);
+  const platform::IdentityRecord &small = store.items[0].record;
+  EXPECT_TRUE(small.canSign && small.canDecrypt && small.canUnwrap);
+  EXPECT_EQ(small.publicKeyHash, fakes::madeKey("RSA").publicKey().hash());
 }
 
 TEST_F(Import, SkipsAKeyOfAnUnknownAlgorithmUnlessItBelongsToACertificate) {

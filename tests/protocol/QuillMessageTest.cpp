@@ -41,12 +41,16 @@ TEST_F(Message, OfNoKnownTypeOrCommandIsNotWritten) {
 }
 
 TEST_F(Message, EscapesWhatItWritesAndBreaksLongBase64) {
-  QuillMessage message = QuillMessage::initCommandMessageCreateEphemeralUser("a/\"\\\n\x01é");
-  EXPECT_THAT(encode(message), HasSubstr("\"a\\/\\\"\\\\\\n\\u0001é\""));
+  QuillMessage message = QuillMessage::initCommandMessageCreateEphemeralUser("a/\"\\\n\x1Fé");
+  EXPECT_THAT(encode(message), HasSubstr("\"a\\/\\\"\\\\\\n\\u001fé\""));
   Bytes data(49);
   data.back() = 0xFF;
   message = QuillMessage::initWithReplyMessageForSignMessage(/*status=*/true, UUID::random(), data);
-  EXPECT_THAT(encode(message), HasSubstr('"' + std::string(64, 'A') + "\\r\\n\\/w==\""));
+  const std::string broken = '"' + std::string(64, 'A') + "\\r\\n\\/w==\"";
+  EXPECT_THAT(encode(message), HasSubstr(broken));
+  EXPECT_THAT(encode(QuillMessage::initWithReplyMessageForDecryptDataWithStatus(
+                  /*status=*/true, UUID::random(), SecretBytes(data))),
+              HasSubstr(broken));
   EXPECT_EQ(decode(encode(message))->signedData, data);
 }
 

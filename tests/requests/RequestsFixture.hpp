@@ -110,6 +110,7 @@ class Requests : public fakes::LoggedTest {
     }
     int number = 0;
     for (const std::string &password : std::exchange(accounts.offered, {})) {
+      EXPECT_EQ(password.size(), 30U);
       transcript.name("~PASSWORD" + std::to_string(number) + " " + password + "\n~BASE64PASSWORD" +
                       std::to_string(number) + " " + textOf(base::viewOf(password)));
       ++number;
