@@ -32,12 +32,14 @@ TEST(PublicKey, KnowsItsCurveAndThePointsOnIt) {
   const crypto::PublicKey key = madeKey("EC").publicKey();
   EXPECT_EQ(key.sizeInBytes(), 32U);
   EXPECT_EQ(crypto::curveIdentifierOf(key), fakes::bytesOfHex("06082a8648ce3d030107"));
-  for (const auto &[name, bytes, isNamed] :
-       {std::tuple("P-384", 48U, true), {"P-521", 66U, true}, {"secp256k1", 32U, false}}) {
+  for (const auto &[name, bytes, identifier] : {std::tuple("P-384", 48U, "06052b81040022"),
+                                                {"P-521", 66U, "06052b81040023"},
+                                                {"secp256k1", 32U, ""}}) {
     const crypto::PrivateKey other(
         std::shared_ptr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name), EVP_PKEY_free));
     EXPECT_EQ(other.publicKey().sizeInBytes(), bytes);
-    EXPECT_EQ(crypto::curveIdentifierOf(other.publicKey()).has_value(), isNamed);
+    EXPECT_EQ(crypto::curveIdentifierOf(other.publicKey()).value_or(Bytes{}),
+              fakes::bytesOfHex(identifier));
   }
   EXPECT_FALSE(crypto::curveIdentifierOf(madeKey("RSA").publicKey()));
   EXPECT_EQ(crypto::rsaPartsOf(madeKey("RSA").publicKey())->publicExponent, (Bytes{1, 0, 1}));
