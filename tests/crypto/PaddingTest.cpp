@@ -57,6 +57,21 @@ TEST(Padding, PKCS1RefusesABlockThatIsNotPadded) {
   }
 }
 
+TEST(Padding, OfASignatureIsOnesUpToAZero) {
+  const auto content = [](const char *hex) {
+    const Bytes block = fakes::bytesOfHex(hex);
+    const auto found = crypto::contentOfPKCS1Block(block);
+    return found ? found->size() : 99;
+  };
+  EXPECT_EQ(content("0001ffffffffffffffff00"), 0U);
+  EXPECT_EQ(content("0001ffffffffffffffff000102"), 2U);
+  for (const char *hex :
+       {"0001ffffffffffffff000102", "0101ffffffffffffffff00", "0002ffffffffffffffff00",
+        "0001fffffffffffffffeff00", "0001ffffffffffffffffff"}) {
+    EXPECT_EQ(content(hex), 99U) << hex;
+  }
+}
+
 TEST(Padding, OAEPRefusesAnotherHashLabelOrBlock) {
   Bytes block =
       opened(crypto::encryptOAEP(madeKey("RSA").publicKey(), Bytes(20), {sha256, sha256, {}}));

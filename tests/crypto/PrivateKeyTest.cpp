@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "crypto/KeyOperations.hpp"
+#include "crypto/Signature.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace {
@@ -27,6 +28,22 @@ TEST(PrivateKey, RefusesDataThatDoesNotFitItsModulusOrType) {
   point.resize(33);
   point[0] = 2;
   EXPECT_FALSE(madeKey("EC").deriveECDH(point)) << "compressed";
+}
+
+TEST(PrivateKey, DoesWhatPublicKeysExpect) {
+  const crypto::PrivateKey ours = madeKey("EC");
+  const crypto::PrivateKey theirs = *crypto::PrivateKey::generateP256();
+  const auto shared = ours.deriveECDH(*theirs.publicKey().externalRepresentation());
+  EXPECT_EQ(shared->reveal().size(), 32U);
+  EXPECT_TRUE(base::equal(theirs.deriveECDH(*ours.publicKey().externalRepresentation())->reveal(),
+                          shared->reveal()));
+  const Bytes message(3, 1);
+  const crypto::PrivateKey edwards = madeKey("ED25519");
+  Bytes signature = edwards.signEd25519(message).value();
+  EXPECT_TRUE(crypto::verifyEd25519(edwards.publicKey(), signature, message));
+  EXPECT_FALSE(crypto::verifyEd25519(edwards.publicKey(), signature, Bytes(3)));
+  EXPECT_TRUE(
+      crypto::verifyDigestECDSA(ours.publicKey(), ours.signDigestECDSA(message).value(), message));
 }
 
 // Keys whose signatures are made by this answer.

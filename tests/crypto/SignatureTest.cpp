@@ -53,6 +53,8 @@ TEST(Signature, WithPSSIsWhatOthersVerifyUpToTheLongestSalt) {
       const auto block = crypto::padPSS(digest, parameters, bits);
       const SecretBytes signature = key.rawRSA(block.value()).value();
       EXPECT_TRUE(libraryAccepts(key, hash, signature.reveal(), salt));
+      EXPECT_EQ(crypto::hashOfPSSBlock(*block, bits).has_value(), salt == 32);
+      EXPECT_EQ(crypto::padPSS(digest, parameters, bits) == block, salt == 0);
       const auto accepts = [&](ByteView what, const crypto::PSSParameters &with) {
         return crypto::verifyPSS(key.publicKey(), signature.reveal(), what, with);
       };
