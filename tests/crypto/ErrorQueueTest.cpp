@@ -14,6 +14,7 @@ namespace {
 TEST(ErrorQueue, HoldsNothingAfterWhatFailed) {
   const crypto::PrivateKey rsa = fakes::madeKey("RSA");
   const crypto::PrivateKey ec = fakes::madeKey("EC");
+  const crypto::PrivateKey edwards = fakes::madeKey("ED25519");
   const crypto::PublicKey rsaPublic = rsa.publicKey();
   const crypto::PublicKey ecPublic = ec.publicKey();
   const Bytes wrong(256, 0xFF);
@@ -30,6 +31,8 @@ TEST(ErrorQueue, HoldsNothingAfterWhatFailed) {
       {"encryption", [&] { return crypto::encryptPKCS1(rsaPublic, wrong).has_value(); }},
       {"verifying PKCS #1", [&] { return rsaPublic.verifyRawPKCS1(wrong, wrong); }},
       {"verifying ECDSA", [&] { return crypto::verifyDigestECDSA(ecPublic, wrong, wrong); }},
+      {"verifying Ed25519",
+       [&] { return crypto::verifyEd25519(edwards.publicKey(), Bytes(64, 1), wrong); }},
       {"point", [&] { return crypto::isPointFor(ecPublic, Bytes(65, 4)); }},
       {"signature", [&] { return crypto::joinedSignature(wrong, 32).has_value(); }},
   };

@@ -31,6 +31,15 @@ const Bytes kWithScrypt = fakes::bytesOfHex(
     "4801650304012a04106969696969696969696969696969696980107878787878787878787878"
     "7878787878");
 
+// The same with r = 16 and p = 1.
+std::string withMoreMemory() {
+  std::string file(base::textOf(kWithScrypt));
+  const std::size_t parameters = file.find("\2\1\10\2\1\20");
+  file[parameters + 2] = 16;
+  file[parameters + 5] = 1;
+  return file;
+}
+
 // The same of a key (PKCS #8), with that part's algorithm.
 std::string pemWithScrypt() {
   Bytes der{0x30, 0x5F};
@@ -80,6 +89,7 @@ TEST(IdentityFile, IsReadWithItsPasswordOrRefused) {
       {"as many rounds as may be", packaged(1'999'996), "secret", "password"},
       {"a round too many", packaged(1'999'997), "secret", "crypto"},
       {"scrypt above the bound", std::string(base::textOf(kWithScrypt)), "secret", "crypto"},
+      {"scrypt with too much memory", withMoreMemory(), "secret", "crypto"},
       {"as many bags as may be", packageOfCertificates(1022), nullptr, nullptr},
       {"a bag too many", packageOfCertificates(1023), nullptr, "crypto"},
       {"truncated package", packaged(2).substr(0, 900), "secret", "openssl"},

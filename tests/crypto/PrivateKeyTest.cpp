@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "crypto/KeyOperations.hpp"
+#include "crypto/KeyParts.hpp"
 #include "crypto/Signature.hpp"
 #include "fakes/MadeKeys.hpp"
 
@@ -28,6 +29,11 @@ TEST(PrivateKey, RefusesDataThatDoesNotFitItsModulusOrType) {
   point.resize(33);
   point[0] = 2;
   EXPECT_FALSE(madeKey("EC").deriveECDH(point)) << "compressed";
+  const SecretBytes stored = key.pkcs8();
+  Bytes longer(stored.reveal().begin(), stored.reveal().end());
+  EXPECT_TRUE(crypto::PrivateKey::fromPKCS8(longer));
+  longer.push_back(0);
+  EXPECT_FALSE(crypto::PrivateKey::fromPKCS8(longer));
 }
 
 TEST(PrivateKey, DoesWhatPublicKeysExpect) {
@@ -67,8 +73,10 @@ TEST(PrivateKey, MayLieElsewhereAsLongAsItLives) {
   const Bytes digest(32, 1);
   for (const std::size_t size : {0, 63, 64, 256, 257}) {
     place->answer = Bytes(size, 1);
+    std::fill_n(place->answer->begin(), std::min<std::size_t>(size, 32), 2);
     EXPECT_EQ(rsa->signRawPKCS1(digest).has_value(), size < 257);
-    EXPECT_EQ(ec->signDigestECDSA(digest).has_value(), size == 64);
+    EXPECT_EQ(ec->signDigestECDSA(digest),
+              size == 64 ? crypto::derSignature(*place->answer) : std::nullopt);
   }
   place->answer.reset();
   EXPECT_FALSE(rsa->signRawPKCS1(digest) || ec->signDigestECDSA(digest));

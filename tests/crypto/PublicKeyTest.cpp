@@ -45,6 +45,8 @@ TEST(PublicKey, KnowsItsCurveAndThePointsOnIt) {
   EXPECT_EQ(crypto::rsaPartsOf(madeKey("RSA").publicKey())->publicExponent, (Bytes{1, 0, 1}));
   Bytes point = key.externalRepresentation().value();
   EXPECT_TRUE(crypto::isPointFor(key, point));
+  EXPECT_FALSE(crypto::isPointFor(key, ByteView(point).first(33)));
+  EXPECT_FALSE(crypto::isPointFor(madeKey("RSA").publicKey(), point));
   point[64] ^= 1;
   EXPECT_FALSE(crypto::isPointFor(key, point)) << "not on the curve";
 }
