@@ -3,10 +3,10 @@
 #include <sys/resource.h>
 
 #include "linux/NetworkTest.hpp"
+#include "linux/network/BufferQuota.hpp"
 #include "linux/network/DescriptorReserve.hpp"
 #include "linux/network/Endpoints.hpp"
-#include "linux/network/Ledger.hpp"
-#include "linux/network/Rejections.hpp"
+#include "linux/network/GarbageLimiter.hpp"
 
 namespace platform_linux {
 namespace {
@@ -26,11 +26,11 @@ TEST(AsioMainQueue, CallsItsHookBeforeEachEventAndOutlivesOneWithoutMemory) {
 }
 
 // The limits are looked up ("?") past 64 KiB of one and 1 MiB of all.
-TEST(Ledger, DropsWhoHoldsTooMuch) {
+TEST(BufferQuota, DropsWhoHoldsTooMuch) {
   std::string heard;
   const platform::ConnectionLimits limits{
       {70000, "frame"}, {80000, "unsent"}, {(1 << 20) + 10, "all"}, {}};
-  const auto ledger = std::make_shared<Ledger>(
+  const auto quota = std::make_shared<BufferQuota>(
       [&] {
         heard += '?';
         return limits;
@@ -38,11 +38,11 @@ TEST(Ledger, DropsWhoHoldsTooMuch) {
       [&](const platform::ReachedLimit &reached) {
         heard += " " + reached.consequence + ": " + std::string(reached.limit.setting);
       });
-  std::map<std::string, Ledger::Account> accounts;
+  std::map<std::string, BufferQuota::Account> accounts;
   const auto heardOf = [&](const std::string &name, std::size_t frame, std::size_t other,
                            std::size_t unsent) {
     const auto drop = [&](int error) { heard += strerrorname_np(error); };
-    auto &account = accounts.try_emplace(name, ledger, name, drop).first->second;
+    auto &account = accounts.try_emplace(name, quota, name, drop).first->second;
     account.holds(frame, other);
     account.holdsUnsent(unsent);
     return std::exchange(heard, "");
@@ -68,8 +68,8 @@ TEST(Ledger, DropsWhoHoldsTooMuch) {
   }
 }
 
-TEST(Rejections, AreManyWhenTheHundredthComesWithinASecond) {
-  Rejections rejections;
+TEST(GarbageLimiter, AreManyWhenTheHundredthComesWithinASecond) {
+  GarbageLimiter rejections;
   const auto add = [&](int times, std::chrono::nanoseconds now) {
     int many = 0;
     for (; times > 0; --times) {

@@ -4,8 +4,8 @@
 
 #include "base/Secret.hpp"
 #include "linux/network/AsioMainQueue.hpp"
+#include "linux/network/BufferQuota.hpp"
 #include "linux/network/HeapTrim.hpp"
-#include "linux/network/Ledger.hpp"
 #include "linux/network/StallWatch.hpp"
 #include "linux/network/UnauthenticatedTurns.hpp"
 
@@ -16,7 +16,7 @@ struct TlsCommons {
   AsioMainQueue &queue;
   CleansedBytes buffer;  // for one chunk at a time
   std::shared_ptr<UnauthenticatedTurns> unauthenticated;
-  std::shared_ptr<Ledger> ledger;
+  std::shared_ptr<BufferQuota> quota;
   std::shared_ptr<StallWatch> stalls;
   std::shared_ptr<HeapTrim> heap;
   platform::LimitReporter reporter;

@@ -21,6 +21,33 @@ constexpr milliseconds kPiece{500};
 
 }  // namespace
 
+void HandshakeTurns::add(const std::shared_ptr<TlsHandshake> &handshake) {
+  waiting_.push_back(handshake);
+  if (!isPosted_) {
+    post();
+  }
+}
+
+void HandshakeTurns::post() {
+  queue_.post([self = shared_from_this()] { self->turn(); });
+  isPosted_ = true;
+}
+
+void HandshakeTurns::turn() {
+  isPosted_ = false;
+  while (!waiting_.empty()) {
+    const auto handshake = waiting_.front().lock();
+    waiting_.pop_front();
+    if (handshake) {
+      handshake->step();
+      break;
+    }
+  }
+  if (!waiting_.empty() && !isPosted_) {
+    post();
+  }
+}
+
 TlsHandshake::TlsHandshake(AsioMainQueue &queue, std::shared_ptr<HandshakeTurns> turns,
                            tcp::socket socket, const crypto::TlsContext &context,
                            platform::Endpoint peer, Place place)

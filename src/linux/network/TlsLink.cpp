@@ -1,6 +1,9 @@
 #include "linux/network/TlsLink.hpp"
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -17,14 +20,17 @@ constexpr std::size_t kMostUnsentWhileReading = std::size_t{256} << 10;
 
 constexpr std::chrono::milliseconds kPauseAfterRejections{100};
 
+// How long a peer may take to end as well when all has left.
+constexpr std::chrono::seconds kLinger{2};
+
 }  // namespace
 
 TlsLink::TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream)
     : commons_(std::move(commons)),
       stream_(std::move(stream)),
       output_(*stream_.channel),
-      account_(commons_->ledger, "connection from " + stream_.peer.host,
-               [this](int errorNumber) { doom(errorNumber); }),
+      account_(commons_->quota, "connection from " + stream_.peer.host,
+               [this](int errorNumber) { evict(errorNumber); }),
       timer_(commons_->queue.context()) {}
 
 // Turns. A link lives at least as long as a turn of its own waits.
@@ -108,7 +114,7 @@ void TlsLink::cancel() {
 }
 
 void TlsLink::rejected() {
-  if (phase_ == Phase::open && rejections_.add(std::chrono::steady_clock::now())) {
+  if (phase_ == Phase::open && garbage_.add(std::chrono::steady_clock::now())) {
     isReadingPaused_ = true;
     turnAfter(kPauseAfterRejections, &TlsLink::readAgain);
   }
@@ -286,7 +292,7 @@ void TlsLink::outputIsLost(int errorNumber) {
 }
 
 // Holds too much. Its owner, who may be just about to send, hears of it on a later event.
-void TlsLink::doom(int errorNumber) {
+void TlsLink::evict(int errorNumber) {
   commons_->queue.post([self = shared_from_this(), errorNumber] { self->lose(errorNumber); });
   writeError_ = errorNumber;
 }
@@ -311,6 +317,67 @@ void TlsLink::lose(int errorNumber) {
   if (completion) {
     completion({{}, /*isFinal=*/true, errorNumber});
   }
+}
+
+// Closing. What was sent before still leaves, then close_notify, then the write side is shut and
+// what comes in is discarded until the peer ends too. Closing at once would reset the connection
+// and take the last frames with it wherever bytes of the peer are unread.
+
+void TlsLink::beginClosing() {
+  phase_ = Phase::closing;
+  receive_ = nullptr;
+  account_.holds(0, 0);
+  if (writeError_ != 0) {  // nothing can leave any more, so there is nothing to wait for
+    return closeNow();
+  }
+  scheduleFlush();
+  if (!isPeerGone_) {
+    later(&TlsLink::discardTurn);
+  }
+}
+
+void TlsLink::sayGoodbye() {
+  if (!hasSaidGoodbye_) {
+    hasSaidGoodbye_ = true;
+    stream_.channel->sayGoodbye();
+    return scheduleFlush();
+  }
+  boost::system::error_code ignored;
+  stream_.socket.shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+  if (isPeerGone_) {
+    return closeNow();
+  }
+  turnAfter(kLinger, &TlsLink::closeNow);
+}
+
+void TlsLink::discardTurn() {
+  if (phase_ != Phase::closing) {
+    return;
+  }
+  std::array<char, 16384> discarded;
+  const ssize_t got =
+      ::recv(stream_.socket.native_handle(), discarded.data(), discarded.size(), MSG_DONTWAIT);
+  if (got > 0) {
+    return later(&TlsLink::discardTurn);
+  }
+  if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return turnWhen(Wait::wait_read, &TlsLink::discardTurn);
+  }
+  isPeerGone_ = true;
+  if (got < 0 || hasSaidGoodbye_) {
+    closeNow();
+  }
+}
+
+void TlsLink::closeNow() {
+  phase_ = Phase::closed;
+  timer_.cancel();
+  stream_.close();
+  account_.close();
+  if (writeError_ == 0) {
+    writeError_ = ECANCELED;
+  }
+  output_.lose(writeError_);
 }
 
 }  // namespace platform_linux

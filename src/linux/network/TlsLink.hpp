@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "linux/network/Acknowledgements.hpp"
-#include "linux/network/Ledger.hpp"
-#include "linux/network/Rejections.hpp"
+#include "linux/network/BufferQuota.hpp"
+#include "linux/network/GarbageLimiter.hpp"
 #include "linux/network/TlsCommons.hpp"
 #include "linux/network/TlsOutput.hpp"
 #include "linux/network/TlsStream.hpp"
@@ -79,7 +80,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void flushTurn();
   void outputHasLeft();
   void outputIsLost(int errorNumber);
-  void doom(int errorNumber);
+  void evict(int errorNumber);
 
   void beginClosing();
   void sayGoodbye();
@@ -89,13 +90,13 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   std::shared_ptr<TlsCommons> commons_;
   TlsStream stream_;
   TlsOutput output_;
-  Ledger::Account account_;
+  BufferQuota::Account account_;
   boost::asio::steady_timer timer_;
 
   Phase phase_ = Phase::open;
   platform::Connection::StateHandler stateHandler_;
   platform::Connection::ReceiveCompletion receive_;
-  Rejections rejections_;
+  GarbageLimiter garbage_;
   Acknowledgements acknowledgements_;
   bool isAuthenticated_ = false;
   bool isStarted_ = false;  // `ready` was told; before that nothing is read
@@ -106,6 +107,35 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   bool hasSaidGoodbye_ = false;
   bool isPeerGone_ = false;
   int writeError_ = 0;
+};
+
+// What others hold of a link: when the last of them lets go, the link closes.
+class TlsConnection final : public platform::Connection {
+ public:
+  explicit TlsConnection(std::shared_ptr<TlsLink> link) : link_(std::move(link)) {}
+  ~TlsConnection() override { link_->release(); }
+  TlsConnection(const TlsConnection &) = delete;
+  TlsConnection &operator=(const TlsConnection &) = delete;
+
+  [[nodiscard]] platform::Endpoint peer() const override { return link_->peer(); }
+  void setStateHandler(StateHandler handler) override {
+    link_->setStateHandler(std::move(handler));
+  }
+  void start() override { link_->start(); }
+  void receive(ReceiveCompletion completion) override { link_->receive(std::move(completion)); }
+  void send(CleansedBytes unit, SendCompletion completion) override {
+    link_->send(std::move(unit), std::move(completion));
+  }
+  void cancel() override { link_->cancel(); }
+  [[nodiscard]] std::size_t unsentBytes() const override { return link_->unsentBytes(); }
+  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
+    link_->holds(frameBytes, otherBytes);
+  }
+  void setAuthenticated(bool isAuthenticated) override { link_->setAuthenticated(isAuthenticated); }
+  void rejected() override { link_->rejected(); }
+
+ private:
+  std::shared_ptr<TlsLink> link_;
 };
 
 }  // namespace platform_linux

@@ -8,7 +8,7 @@
 
 #include "linux/network/DescriptorReserve.hpp"
 #include "linux/network/ListeningSocket.hpp"
-#include "linux/network/TlsConnection.hpp"
+#include "linux/network/TlsLink.hpp"
 
 namespace platform_linux {
 namespace {
@@ -37,7 +37,7 @@ TlsListener::TlsListener(std::shared_ptr<TlsCommons> commons,
                          const platform::ListenerParameters &parameters)
     : commons_(std::move(commons)),
       parameters_(parameters),
-      entrance_(parameters.isLoopback),
+      admission_(parameters.isLoopback),
       turns_(std::make_shared<HandshakeTurns>(commons_->queue)),
       acceptor_(commons_->queue.context()),
       retry_(commons_->queue.context()),
@@ -128,7 +128,7 @@ void TlsListener::acceptSockets() {
     }
     isPaused_ = false;
     if (!failed) {  // else this one was gone before it was accepted
-      letIn(std::move(socket));
+      admit(std::move(socket));
     }
   }
   waitForSockets();
@@ -150,31 +150,34 @@ void TlsListener::rest() {
   });
 }
 
-void TlsListener::letIn(tcp::socket socket) {
+void TlsListener::admit(tcp::socket socket) {
   const platform::ListenerLimits limits = parameters_.limits();
-  const Guest guest = entrance_.guestAt(socket);
-  if (const auto limit = makeRoomFor(guest, limits)) {
-    return commons_->reporter({*limit, guest.name + " refused"});
+  const Candidate candidate = admission_.candidateAt(socket);
+  if (const auto limit = makeRoomFor(candidate, limits)) {
+    return commons_->reporter({*limit, candidate.name + " refused"});
   }
   prepareAccepted(socket, parameters_);
-  shakeHands(std::move(socket), guest, limits.handshakeTime);
+  shakeHands(std::move(socket), candidate, limits.handshakeTime);
 }
 
 // Where the places are taken, those of its source or all, the oldest unfinished handshake there has
-// to go. Returns the limit for which the guest can't come in all the same.
-std::optional<platform::Limit> TlsListener::makeRoomFor(const Guest &guest,
+// to go. Returns the limit for which the candidate can't come in all the same.
+std::optional<platform::Limit> TlsListener::makeRoomFor(const Candidate &candidate,
                                                         const platform::ListenerLimits &limits) {
-  if (const auto limit = entrance_.refuses(guest, limits)) {
+  if (const auto limit = admission_.refuses(candidate, limits)) {
     return limit;
   }
-  const auto isOfSource = [&guest](const Unfinished &each) { return each.source == guest.source; };
-  const auto ofSource = entrance_.isSourceFull(guest, limits);
-  if (ofSource && (!evictOldest(*ofSource, isOfSource) || entrance_.isSourceFull(guest, limits))) {
+  const auto isOfSource = [&candidate](const Unfinished &each) {
+    return each.source == candidate.source;
+  };
+  const auto ofSource = admission_.limitOfSource(candidate, limits);
+  if (ofSource &&
+      (!evictOldest(*ofSource, isOfSource) || admission_.limitOfSource(candidate, limits))) {
     return ofSource;
   }
   const auto isAny = [](const Unfinished &) { return true; };
-  const auto ofAll = entrance_.isFull(limits);
-  if (ofAll && (!evictOldest(*ofAll, isAny) || entrance_.isFull(limits))) {
+  const auto ofAll = admission_.limitOfAll(limits);
+  if (ofAll && (!evictOldest(*ofAll, isAny) || admission_.limitOfAll(limits))) {
     return ofAll;
   }
   return std::nullopt;
@@ -194,12 +197,12 @@ bool TlsListener::evictOldest(const platform::Limit &limit,
   return true;
 }
 
-void TlsListener::shakeHands(tcp::socket socket, const Guest &guest,
+void TlsListener::shakeHands(tcp::socket socket, const Candidate &candidate,
                              std::chrono::milliseconds time) {
   const auto handshake =
       std::make_shared<TlsHandshake>(commons_->queue, turns_, std::move(socket), *context_,
-                                     guest.peer, entrance_.takeConnection(guest));
-  unfinished_.push_back({handshake, guest.source, entrance_.takeHandshake(guest)});
+                                     candidate.peer, admission_.takeConnection(candidate));
+  unfinished_.push_back({handshake, candidate.source, admission_.takeHandshake(candidate)});
   try {
     handshake->begin(time, [self = self_, weak = std::weak_ptr(handshake)](int error) {
       const auto finished = weak.lock();

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "crypto/TlsChannel.hpp"
-#include "linux/network/Entrance.hpp"
+#include "linux/network/Admission.hpp"
 #include "linux/network/TlsCommons.hpp"
 #include "linux/network/TlsHandshake.hpp"
 #include "platform/Network.hpp"
@@ -45,18 +45,18 @@ class TlsListener final : public platform::Listener {
   void acceptSockets();
   void pauseAccepting(const platform::Limit &descriptors);
   void rest();
-  void letIn(boost::asio::ip::tcp::socket socket);
-  [[nodiscard]] std::optional<platform::Limit> makeRoomFor(const Guest &guest,
+  void admit(boost::asio::ip::tcp::socket socket);
+  [[nodiscard]] std::optional<platform::Limit> makeRoomFor(const Candidate &candidate,
                                                            const platform::ListenerLimits &limits);
   [[nodiscard]] bool evictOldest(const platform::Limit &limit,
                                  const std::function<bool(const Unfinished &)> &isOfPool);
-  void shakeHands(boost::asio::ip::tcp::socket socket, const Guest &guest,
+  void shakeHands(boost::asio::ip::tcp::socket socket, const Candidate &candidate,
                   std::chrono::milliseconds time);
   void handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber);
 
   std::shared_ptr<TlsCommons> commons_;
   platform::ListenerParameters parameters_;
-  Entrance entrance_;
+  Admission admission_;
   std::shared_ptr<HandshakeTurns> turns_;
   std::optional<crypto::TlsContext> context_;
   boost::asio::ip::tcp::acceptor acceptor_;

@@ -17,7 +17,7 @@ TlsNetwork::TlsNetwork(AsioMainQueue &queue,
                        const platform::LimitReporter &reporter)
     : commons_(std::make_shared<TlsCommons>(TlsCommons{
           queue, CleansedBytes(kChunkBytes), std::make_shared<UnauthenticatedTurns>(queue),
-          std::make_shared<Ledger>(limits, reporter),
+          std::make_shared<BufferQuota>(limits, reporter),
           std::make_shared<StallWatch>(queue, limits, reporter), std::make_shared<HeapTrim>(queue),
           reporter})) {
   raiseDescriptorLimit();

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "linux/network/AsioMainQueue.hpp"
-#include "linux/network/PortOwner.hpp"
+#include "linux/network/Endpoints.hpp"
 #include "linux/network/TlsCommons.hpp"
 #include "platform/Network.hpp"
 

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "crypto/TlsChannel.hpp"
-#include "linux/network/Tally.hpp"
+#include "linux/network/Admission.hpp"
 #include "platform/Network.hpp"
 
 namespace platform_linux {

@@ -12,15 +12,15 @@ namespace platform_linux {
 
 // What the connections of a network hold in memory, and who has to go where that is too much. The
 // limits are looked up only where somebody holds more than most ever do.
-class Ledger {
+class BufferQuota {
  public:
   // Told once, in the middle of a call of the connection's owner.
-  using Doom = std::function<void(int errorNumber)>;
+  using Evict = std::function<void(int errorNumber)>;
 
-  // One connection's part. It counts as long as this lives and is not doomed.
+  // One connection's part. It counts as long as this lives and is not evicted.
   class Account {
    public:
-    Account(std::shared_ptr<Ledger> ledger, std::string name, Doom doom);
+    Account(std::shared_ptr<BufferQuota> quota, std::string name, Evict evict);
     ~Account();
     Account(const Account &) = delete;
     Account &operator=(const Account &) = delete;
@@ -30,25 +30,25 @@ class Ledger {
     void close();  // it counts no longer
 
    private:
-    friend class Ledger;
+    friend class BufferQuota;
     [[nodiscard]] std::size_t all() const { return frame_ + other_ + unsent_; }
     void set(std::size_t &part, std::size_t bytes);
 
-    std::shared_ptr<Ledger> ledger_;
+    std::shared_ptr<BufferQuota> quota_;
     std::string name_;  // for people
-    Doom doom_;
+    Evict evict_;
     std::size_t frame_ = 0;
     std::size_t other_ = 0;  // what its owner keeps of former frames
     std::size_t unsent_ = 0;
     bool isOpen_ = true;
   };
 
-  Ledger(std::function<platform::ConnectionLimits()> limits, platform::LimitReporter reporter);
+  BufferQuota(std::function<platform::ConnectionLimits()> limits, platform::LimitReporter reporter);
 
  private:
   void check(Account &grown);
   void shrinkTo(const platform::Limit &limit);
-  void doom(Account &account, int errorNumber, const platform::Limit &limit);
+  void evict(Account &account, int errorNumber, const platform::Limit &limit);
 
   std::function<platform::ConnectionLimits()> limits_;
   platform::LimitReporter reporter_;

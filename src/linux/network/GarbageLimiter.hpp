@@ -5,7 +5,7 @@
 namespace platform_linux {
 
 // Counts what the owner of a connection could do nothing with.
-class Rejections {
+class GarbageLimiter {
  public:
   // True for the hundredth within a second of the first; the count then begins anew.
   [[nodiscard]] bool add(std::chrono::steady_clock::time_point now) {
