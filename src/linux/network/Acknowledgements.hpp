@@ -11,14 +11,14 @@ class Acknowledgements {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // How long the peer of `socket` has acknowledged no byte although some wait for that. Nothing if
-  // none wait, neither in the socket nor, as the caller says, before it. Seen as often as it is
-  // called: from one call to the next at most that much is missed.
+  // How long the peer of `socket` has acknowledged no byte although some wait for it. Nothing if no
+  // bytes wait, neither in the socket nor, as `moreWaits` says, before it. A change is noticed at
+  // the next call.
   [[nodiscard]] std::optional<Clock::duration> missingFor(int socket, bool moreWaits,
                                                           Clock::time_point now);
 
  private:
-  std::optional<std::uint64_t> bytes_;  // acknowledged when it was last seen to change
+  std::optional<std::uint64_t> bytes_;  // acknowledged at the last change
   Clock::time_point since_;
 };
 

@@ -21,7 +21,7 @@ bool isAmong(const std::vector<std::uint32_t> &users, std::optional<std::uint32_
 }  // namespace
 
 Place ConnectionCounter::take(const std::string &source) {
-  // Made before anything is counted: a count that no place gives back would stay for ever.
+  // Made before anything is counted: if this throws, no count is left without a place.
   auto leave = [counts = counts_, source](const void * /*same*/) {
     --counts->all;
     const auto entry = counts->bySource.find(source);
@@ -42,7 +42,7 @@ std::size_t ConnectionCounter::of(const std::string &source) const {
 }
 
 Candidate Admission::candidateAt(const boost::asio::ip::tcp::socket &socket) const {
-  error_code ignored;  // a peer that has gone has no address, and its handshake fails
+  error_code ignored;  // a peer that has gone has no address; its handshake will fail
   const auto remote = socket.remote_endpoint(ignored);
   Candidate candidate;
   candidate.peer = endpointOf(remote);
@@ -58,8 +58,8 @@ Candidate Admission::candidateAt(const boost::asio::ip::tcp::socket &socket) con
   return candidate;
 }
 
-std::optional<Limit> Admission::refuses(const Candidate &candidate,
-                                        const ListenerLimits &limits) const {
+std::optional<Limit> Admission::limitOfUsers(const Candidate &candidate,
+                                             const ListenerLimits &limits) const {
   if (isLoopback_ && limits.users && !isAmong(*limits.users, candidate.user)) {
     return Limit{limits.users->size(), "localUsers"};
   }

@@ -12,13 +12,13 @@
 
 namespace platform_linux {
 
-// A place that is taken as long as this is held.
+// A place in a count. It is free again when the last copy of this goes.
 using Place = std::shared_ptr<const void>;
 
-// Counts what is there, in all and by where it came from.
+// Counts connections, in total and by source.
 class ConnectionCounter {
  public:
-  // Takes a place for `source`; one without a name counts in all alone.
+  // Takes a place for `source`. An empty source counts in the total alone.
   [[nodiscard]] Place take(const std::string &source);
 
   [[nodiscard]] std::size_t all() const { return counts_->all; }
@@ -33,36 +33,35 @@ class ConnectionCounter {
   std::shared_ptr<Counts> counts_ = std::make_shared<Counts>();  // places may outlive this object
 };
 
-// Whoever has come to a listener.
+// An accepted socket that asks to become a connection.
 struct Candidate {
   platform::Endpoint peer;
-  std::string source;                 // what is counted; empty: not counted by source
-  std::optional<std::uint32_t> user;  // who comes to a loopback listener, if that can be told
+  std::string source;                 // by which it is counted; empty: in the total alone
+  std::optional<std::uint32_t> user;  // of the program at a loopback listener, if known
   std::string name;                   // for people: "connection from 192.0.2.7"
 };
 
-// Says who may come in at a listener before any handshake is done, so that no refusal ends an
-// established connection. An unfinished handshake counts as a connection as well: it may become
-// one.
+// Decides who may connect to a listener. It does so before the handshake, so that no refusal ends
+// an established connection. An unfinished handshake counts as a connection too: it may become one.
 class Admission {
  public:
   explicit Admission(bool isLoopback) : isLoopback_(isLoopback) {}
 
   [[nodiscard]] Candidate candidateAt(const boost::asio::ip::tcp::socket &socket) const;
 
-  // The limit for which this candidate can't come in, whatever handshakes end.
-  [[nodiscard]] std::optional<platform::Limit> refuses(
+  // The limit that forbids this candidate's user, if one does.
+  [[nodiscard]] std::optional<platform::Limit> limitOfUsers(
       const Candidate &candidate, const platform::ListenerLimits &limits) const;
 
-  // The limit for which this candidate can't come in as long as no handshake of its source ends.
+  // The limit that the candidate's source has reached, if any. A handshake that ends makes room.
   [[nodiscard]] std::optional<platform::Limit> limitOfSource(
       const Candidate &candidate, const platform::ListenerLimits &limits) const;
 
-  // The limit for which nobody can come in as long as no handshake ends.
+  // The limit that all sources together have reached, if any. A handshake that ends makes room.
   [[nodiscard]] std::optional<platform::Limit> limitOfAll(
       const platform::ListenerLimits &limits) const;
 
-  // The candidate's place among the unfinished handshakes, and among the connections.
+  // Take a place for the candidate among the unfinished handshakes and among the connections.
   [[nodiscard]] Place takeHandshake(const Candidate &candidate) {
     return handshakes_.take(candidate.source);
   }

@@ -17,8 +17,7 @@ void AsioMainQueue::run() {
       beforeEvent_();
       context_.run_one();
     } catch (const std::bad_alloc &) {
-      // What the event was for is lost, and nothing else: who would be left in disorder has caught
-      // it before.
+      // Only this event is lost: code that must not be interrupted catches the exception itself.
       reportLostEvent();
     }
   }
@@ -28,7 +27,7 @@ void AsioMainQueue::reportLostEvent() {
   try {
     reporter_("out of memory: an event is lost");
   } catch (const std::bad_alloc &) {
-    return;  // nor is there memory to say so
+    return;  // there is no memory for the report either
   }
 }
 

@@ -13,7 +13,7 @@ namespace platform_linux {
 // The main queue on Boost.Asio's io_context.
 class AsioMainQueue final : public platform::MainQueue {
  public:
-  // Hears in a line what went wrong in the queue itself.
+  // Gets a line about each fault of the queue itself.
   using Reporter = std::function<void(const std::string &line)>;
 
   explicit AsioMainQueue(Reporter reporter = [](const std::string &) {})

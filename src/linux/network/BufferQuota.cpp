@@ -7,7 +7,7 @@
 namespace platform_linux {
 namespace {
 
-// The least values of the limits: below them there is nothing to look up.
+// The least values that the limits can have. Below them no limit has to be looked up.
 constexpr std::size_t kLeastOfOne = std::size_t{64} << 10;
 constexpr std::size_t kLeastOfAll = std::size_t{1} << 20;
 
@@ -73,8 +73,7 @@ void BufferQuota::shrinkTo(const platform::Limit &limit) {
 }
 
 void BufferQuota::evict(Account &account, int errorNumber, const platform::Limit &limit) {
-  account.evict_(
-      errorNumber);  // first: one that counts no longer and stays would escape the limits
+  account.evict_(errorNumber);  // first: if this throws, the connection still counts
   account.close();
   reporter_({limit, account.name_ + " dropped"});
 }

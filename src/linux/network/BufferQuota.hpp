@@ -10,14 +10,14 @@
 
 namespace platform_linux {
 
-// What the connections of a network hold in memory, and who has to go where that is too much. The
-// limits are looked up only where somebody holds more than most ever do.
+// Counts the memory that the connections of a network hold, and evicts connections that hold too
+// much. The limits are looked up only when a connection holds more than the least value of a limit.
 class BufferQuota {
  public:
-  // Told once, in the middle of a call of the connection's owner.
+  // Drops the connection. Called once, possibly inside a call of the connection's owner.
   using Evict = std::function<void(int errorNumber)>;
 
-  // One connection's part. It counts as long as this lives and is not evicted.
+  // What one connection holds. It counts until it is closed, evicted or destroyed.
   class Account {
    public:
     Account(std::shared_ptr<BufferQuota> quota, std::string name, Evict evict);
@@ -27,7 +27,7 @@ class BufferQuota {
 
     void holds(std::size_t frameBytes, std::size_t otherBytes);
     void holdsUnsent(std::size_t bytes);
-    void close();  // it counts no longer
+    void close();  // stops counting
 
    private:
     friend class BufferQuota;
@@ -38,7 +38,7 @@ class BufferQuota {
     std::string name_;  // for people
     Evict evict_;
     std::size_t frame_ = 0;
-    std::size_t other_ = 0;  // what its owner keeps of former frames
+    std::size_t other_ = 0;  // what its owner keeps of earlier frames
     std::size_t unsent_ = 0;
     bool isOpen_ = true;
   };

@@ -18,7 +18,7 @@ void raiseDescriptorLimit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
     limit.rlim_cur = limit.rlim_max;
-    // a failure leaves the limit that there was, which is kept to all the same
+    // a failure leaves the old limit, which is respected too
     (void)::setrlimit(RLIMIT_NOFILE, &limit);
   }
 }
@@ -32,7 +32,7 @@ platform::Limit descriptorLimit() {
 std::optional<platform::Limit> reachedDescriptorReserve() {
   const platform::Limit limit = descriptorLimit();
   const std::uint64_t kept = std::min(kKeptForFiles, limit.most / 4);
-  // The system gives the lowest free one: as many as its number are open.
+  // The system gives the lowest free number, so that about as many are open.
   const base::Descriptor next(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
   const bool isLeft = next.isOpen() && static_cast<std::uint64_t>(next.get()) < limit.most - kept;
   return isLeft ? std::nullopt : std::optional(limit);

@@ -61,7 +61,7 @@ void put(const address &from, __be32 *place) {
   }
 }
 
-// Seen from the peer: its own end is the source.
+// As the peer sees it: its own end is the source.
 Question questionAbout(const tcp::endpoint &peer, const tcp::endpoint &own) {
   const address from = unmapped(peer.address());
   Question question{};
@@ -91,7 +91,8 @@ constexpr std::size_t kStateColumn = 3;
 constexpr std::size_t kInodeColumn = 9;
 constexpr const char *kListening = "0A";
 
-// Adds how descriptors of listening sockets at this port read: "socket:[INODE]".
+// Adds the listening sockets at this port, named as links in /proc/PID/fd name them:
+// "socket:[INODE]".
 void addListeningSockets(const char *table, std::uint16_t port, std::set<std::string> &sockets) {
   std::ifstream lines(table);
   std::string line;
@@ -146,7 +147,7 @@ std::optional<std::uint32_t> userOfPeer(const tcp::endpoint &peer, const tcp::en
       ::send(netlink.get(), &question, sizeof question, MSG_DONTWAIT) != sizeof question) {
     return std::nullopt;
   }
-  std::array<std::uint8_t, 4096> bytes{};  // the answer is followed by attributes
+  std::array<std::uint8_t, 4096> bytes{};  // room for attributes behind the answer
   Answer answer{};
   const ssize_t got = ::recv(netlink.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
   if (got < static_cast<ssize_t>(sizeof answer)) {

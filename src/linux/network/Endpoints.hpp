@@ -9,20 +9,20 @@
 
 namespace platform_linux {
 
-// The same address, an IPv4-mapped one as the IPv4 address that it stands for.
+// The address; if it is IPv4-mapped, the IPv4 address that it stands for.
 [[nodiscard]] boost::asio::ip::address unmapped(const boost::asio::ip::address &from);
 
-// The other end of a connection, for people and for counting.
+// The remote end of a connection: its address for people, and the source by which it is counted.
 [[nodiscard]] platform::Endpoint endpointOf(const boost::asio::ip::tcp::endpoint &remote);
 
 // The id of the user whose program made the other end of a connection within this machine
-// (sock_diag(7)). Nothing if the system does not tell, or if that end is closed already: the system
-// then calls it root's. Never blocks.
+// (sock_diag(7)). Nothing if the system does not say, or if that end is already closed: the system
+// then names root. Never blocks.
 [[nodiscard]] std::optional<std::uint32_t> userOfPeer(const boost::asio::ip::tcp::endpoint &peer,
                                                       const boost::asio::ip::tcp::endpoint &own);
 
-// The program that listens on this TCP port, as "NAME (process NUMBER)"; nothing if none does, or
-// if it is not this user's to know. Reads /proc (proc(5)).
+// The program that listens on this TCP port, as "NAME (process NUMBER)". Nothing if there is none
+// or this user may not know. Reads /proc (proc(5)).
 [[nodiscard]] std::optional<std::string> ownerOfPort(std::uint16_t port);
 
 }  // namespace platform_linux

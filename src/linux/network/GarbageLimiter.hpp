@@ -4,10 +4,10 @@
 
 namespace platform_linux {
 
-// Counts what the owner of a connection could do nothing with.
+// Counts the chunks and frames that the owner of a connection rejected.
 class GarbageLimiter {
  public:
-  // True for the hundredth within a second of the first; the count then begins anew.
+  // True for the hundredth within a second of the first. The count then starts again.
   [[nodiscard]] bool add(std::chrono::steady_clock::time_point now) {
     if (count_ == 0 || now - first_ > std::chrono::seconds(1)) {
       first_ = now;

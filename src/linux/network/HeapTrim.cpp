@@ -8,7 +8,7 @@
 namespace platform_linux {
 namespace {
 
-// As many connections as are worth it, at most once in this time: a call costs some milliseconds.
+// A trim costs some milliseconds: one for this many connections, and at most one in this time.
 constexpr std::size_t kMany = 64;
 constexpr std::chrono::seconds kPause{1};
 

@@ -15,7 +15,7 @@ using boost::asio::ip::tcp;
 using boost::system::error_code;
 
 void setOption(int socket, int level, int name, int value) {
-  // a failure leaves the system's own value, with which the connection works all the same
+  // a failure leaves the system's own value, which works too
   (void)::setsockopt(socket, level, name, &value, sizeof(value));
 }
 

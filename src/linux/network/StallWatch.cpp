@@ -36,7 +36,7 @@ void StallWatch::arm() {
 }
 
 void StallWatch::sweep() {
-  arm();  // first: where a look fails for want of memory, the next one comes all the same
+  arm();  // first: the next look comes even if this one runs out of memory
   std::erase_if(watched_, [this](const std::weak_ptr<TlsLink> &each) {
     const auto link = each.lock();
     return !link || !staysWatched(*link);
@@ -48,7 +48,7 @@ bool StallWatch::staysWatched(TlsLink &link) {
   if (!missing) {
     return false;
   }
-  if (*missing < kBetweenLooks) {  // the least value of the limit
+  if (*missing < kBetweenLooks) {  // no limit is shorter
     return true;
   }
   const platform::Limit longest = limits_().stalledOutput;

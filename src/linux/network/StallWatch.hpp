@@ -12,15 +12,15 @@ namespace platform_linux {
 
 class TlsLink;
 
-// Looks once a second at the links that have sent something, until all of it is acknowledged, and
-// drops those whose peers acknowledge nothing any more. A timer of ours, since a TCP user timeout
-// would replace the keepalive's own count of probes.
+// Drops links whose peers acknowledge nothing any more. It looks once a second at each link that
+// has sent something, until all of it is acknowledged. The kernel's TCP user timeout would not do:
+// it replaces the keepalive's count of probes.
 class StallWatch : public std::enable_shared_from_this<StallWatch> {
  public:
   StallWatch(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
              platform::LimitReporter reporter);
 
-  // Begins to look at a link, which says itself when that is over.
+  // Watches a link until its acknowledgementsMissingFor() returns nothing.
   void watch(std::weak_ptr<TlsLink> link);
 
  private:

@@ -15,8 +15,8 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Time is counted in pieces of this length; a timer that fires so much too late tells that the loop
-// was blocked.
+// Time is counted in pieces of this length. A timer that fires a whole piece late shows that the
+// loop was blocked.
 constexpr milliseconds kPiece{500};
 
 }  // namespace
@@ -78,7 +78,7 @@ milliseconds TlsHandshake::age() const {
 
 TlsStream TlsHandshake::takeStream() {
   error_code ignored;
-  stream_.socket.cancel(ignored);  // a wait of ours that is left would call a socket that has moved
+  stream_.socket.cancel(ignored);  // a wait that is left would use a socket that has moved
   return std::move(stream_);
 }
 
@@ -100,8 +100,8 @@ void TlsHandshake::countPiece() {
   });
 }
 
-// While a step blocks the loop the peer's bytes may be waiting: such a time counts as one piece at
-// most, and as none where the timer shows it.
+// The peer's bytes may be waiting while something blocks the loop. Such a time counts as one piece
+// at most, and not at all if the timer shows it.
 void TlsHandshake::pieceIsOver() {
   const bool wasBlocked = steady_clock::now() > timer_.expiry() + kPiece;
   if (!wasBlocked) {
@@ -110,7 +110,7 @@ void TlsHandshake::pieceIsOver() {
   if (counted_ < time_) {
     return countPiece();
   }
-  awaitTurn();  // the last step: what it needs may have come meanwhile
+  awaitTurn();  // one last step: the peer's bytes may have arrived meanwhile
 }
 
 void TlsHandshake::awaitTurn() {
@@ -128,7 +128,7 @@ void TlsHandshake::orEnd(void (TlsHandshake::*part)()) {
   try {
     (this->*part)();
   } catch (const std::bad_alloc &) {
-    if (done_) {  // else it was done, and is lost with the one it was handed to
+    if (done_) {  // otherwise the handshake is finished and has been handed over
       end(ENOMEM);
     }
   }

@@ -13,10 +13,9 @@ namespace platform_linux {
 
 class TlsHandshake;
 
-// Gives the handshakes of one listener that can go on their steps, in the order in which they ask.
-// A step costs a signature, many times a relay: all of them together have one per turn of the loop.
-// The two listeners have turns of their own, so that a crowd at one keeps nobody waiting at the
-// other.
+// Runs the steps of one listener's handshakes, in the order in which they ask. A step may cost a
+// signature, many times the cost of a relay, so a listener runs one step per turn of the loop. Each
+// listener has its own queue: a crowd at one keeps nobody waiting at the other.
 class HandshakeTurns : public std::enable_shared_from_this<HandshakeTurns> {
  public:
   explicit HandshakeTurns(AsioMainQueue &queue) : queue_(queue) {}
@@ -44,26 +43,26 @@ class TlsHandshake : public std::enable_shared_from_this<TlsHandshake> {
 
   [[nodiscard]] const platform::Endpoint &peer() const { return stream_.peer; }
 
-  // Does the handshake. `done` comes once, on a later event: with 0, or with why there is no
-  // connection; the socket is closed then.
+  // Starts the handshake. `done` is called once, on a later event: with 0, or with the error; the
+  // socket is closed then.
   void begin(std::chrono::milliseconds time, Done done);
 
-  // Ends it without a word.
+  // Ends it without calling `done`.
   void abandon();
 
-  // How long it has gone on; times in which the loop was blocked do not count.
+  // Its age. Time in which the loop was blocked does not count.
   [[nodiscard]] std::chrono::milliseconds age() const;
 
-  // What was established. Once, after `done`.
+  // The established stream. May be called once, after `done`.
   [[nodiscard]] TlsStream takeStream();
 
-  // Goes on as far as the peer's bytes allow; without memory for that it fails. For HandshakeTurns.
+  // Continues as far as the peer's bytes allow; fails if there is no memory. For HandshakeTurns.
   void step();
 
  private:
   using Wait = boost::asio::ip::tcp::socket::wait_type;
 
-  void orEnd(void (TlsHandshake::*part)());  // without memory for it this handshake has failed
+  void orEnd(void (TlsHandshake::*part)());  // fails this handshake if there is no memory
   void awaitTurn();
   void goOn();
   void stepWhen(Wait ready);

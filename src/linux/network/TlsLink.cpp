@@ -15,12 +15,12 @@ using boost::system::error_code;
 using crypto::TlsChannel;
 using platform::ConnectionState;
 
-// While more than this waits to be sent to a peer, nothing is read from it.
+// Nothing is read from a peer while more than this waits to be sent to it.
 constexpr std::size_t kMostUnsentWhileReading = std::size_t{256} << 10;
 
 constexpr std::chrono::milliseconds kPauseAfterRejections{100};
 
-// How long a peer may take to end as well when all has left.
+// How long a peer may take to end its side after all output has left.
 constexpr std::chrono::seconds kLinger{2};
 
 }  // namespace
@@ -33,7 +33,7 @@ TlsLink::TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream)
                [this](int errorNumber) { evict(errorNumber); }),
       timer_(commons_->queue.context()) {}
 
-// Turns. A link lives at least as long as a turn of its own waits.
+// Turns. A waiting turn keeps its link alive.
 
 void TlsLink::later(void (TlsLink::*turn)()) {
   commons_->queue.post([self = shared_from_this(), turn] { self->take(turn); });
@@ -70,7 +70,7 @@ void TlsLink::take(void (TlsLink::*turn)()) {
   }
 }
 
-// What others ask of a connection.
+// The operations of platform::Connection.
 
 void TlsLink::setStateHandler(platform::Connection::StateHandler handler) {
   stateHandler_ = std::move(handler);
@@ -104,7 +104,7 @@ void TlsLink::cancel() {
     return;
   }
   commons_->queue.post([self = shared_from_this()] {
-    // Taken out first: nothing may follow, and the handler may hold what holds this link.
+    // Removed first: nothing may be reported after it, and the handler may own this link.
     const auto handler = std::exchange(self->stateHandler_, nullptr);
     if (handler) {
       handler(ConnectionState::cancelled, 0);
@@ -125,7 +125,7 @@ void TlsLink::release() {
     stateHandler_ = nullptr;
     try {
       beginClosing();
-    } catch (const std::bad_alloc &) {  // what was sent can't leave
+    } catch (const std::bad_alloc &) {  // the output can't be sent
       closeNow();
     }
   }
@@ -167,12 +167,12 @@ void TlsLink::readTurn() {
 
 void TlsLink::read() {
   isReadScheduled_ = false;
-  if (!mayRead()) {  // whatever ends that schedules it anew
+  if (!mayRead()) {  // whatever lifts the hindrance schedules a read
     return;
   }
   ByteView chunk;
   const TlsChannel::Result result = stream_.channel->readChunk(commons_->buffer, chunk);
-  if (stream_.channel->unsentBytes() != 0) {  // TLS had something of its own to answer
+  if (stream_.channel->unsentBytes() != 0) {  // TLS has an answer of its own to send
     scheduleFlush();
   }
   switch (result) {
@@ -180,7 +180,7 @@ void TlsLink::read() {
       return deliver(chunk);
     case TlsChannel::Result::wantsRead:
     case TlsChannel::Result::wantsWrite:
-      if (writeError_ != 0) {  // all that came before has been read
+      if (writeError_ != 0) {  // all that had arrived has been read
         return lose(writeError_);
       }
       isReadScheduled_ = true;
@@ -199,7 +199,7 @@ void TlsLink::readAgain() {
 
 void TlsLink::deliver(ByteView chunk) {
   auto completion = std::exchange(receive_, nullptr);
-  // The buffer is every link's: what stood in it may have been a PIN.
+  // All links share the buffer, and the chunk may have held a PIN.
   const auto cleanse = [this, size = std::min(commons_->buffer.size(), chunk.size())] {
     base::cleanse(commons_->buffer.data(), size);
   };
@@ -207,7 +207,7 @@ void TlsLink::deliver(ByteView chunk) {
     completion({chunk, /*isFinal=*/false, /*errorNumber=*/0});
   } catch (const std::bad_alloc &) {
     cleanse();
-    if (!receive_) {  // it is still to hear of the end
+    if (!receive_) {  // it still has to hear of the end
       receive_ = std::move(completion);
     }
     throw;
@@ -254,7 +254,7 @@ void TlsLink::flushTurn() {
     case TlsChannel::Result::failed:
       return outputIsLost(stream_.channel->errorNumber());
   }
-  scheduleRead();  // where too much had waited
+  scheduleRead();  // in case reading had stopped because too much waited
 }
 
 void TlsLink::outputHasLeft() {
@@ -278,7 +278,7 @@ std::optional<std::chrono::steady_clock::duration> TlsLink::acknowledgementsMiss
 
 // Losing.
 
-// Nothing can be sent any more. What the peer had sent before it went is still read; the end of its
+// Nothing can be sent any more. What the peer sent before it went is still read; the end of its
 // stream then reports this error.
 void TlsLink::outputIsLost(int errorNumber) {
   writeError_ = errorNumber;
@@ -291,7 +291,7 @@ void TlsLink::outputIsLost(int errorNumber) {
   }
 }
 
-// Holds too much. Its owner, who may be just about to send, hears of it on a later event.
+// This link holds too much. The owner may be inside send(), so it is told on a later event.
 void TlsLink::evict(int errorNumber) {
   commons_->queue.post([self = shared_from_this(), errorNumber] { self->lose(errorNumber); });
   writeError_ = errorNumber;
@@ -299,7 +299,7 @@ void TlsLink::evict(int errorNumber) {
 
 void TlsLink::lose(int errorNumber) {
   const auto self = shared_from_this();
-  if (phase_ != Phase::open) {  // the owner knows of its end already
+  if (phase_ != Phase::open) {  // the owner already knows that it has ended
     return closeNow();
   }
   const auto handler = std::exchange(stateHandler_, nullptr);
@@ -310,7 +310,7 @@ void TlsLink::lose(int errorNumber) {
     if (handler) {
       handler(ConnectionState::failed, errorNumber);
     }
-  } catch (const std::bad_alloc &) {  // the end itself still has to come
+  } catch (const std::bad_alloc &) {  // the receive still has to report the end
     errorNumber = ENOMEM;
   }
   closeNow();
@@ -327,7 +327,7 @@ void TlsLink::beginClosing() {
   phase_ = Phase::closing;
   receive_ = nullptr;
   account_.holds(0, 0);
-  if (writeError_ != 0) {  // nothing can leave any more, so there is nothing to wait for
+  if (writeError_ != 0) {  // nothing can be sent any more, so there is nothing to wait for
     return closeNow();
   }
   scheduleFlush();

@@ -17,11 +17,11 @@
 
 namespace platform_linux {
 
-// One established connection to its end. It outlives the connection object that others hold, for as
-// long as something still has to leave. Asio waits for the socket, OpenSSL reads and writes it.
+// One established connection, until it has ended. It outlives the TlsConnection that others hold,
+// as long as output still has to leave. Asio waits for the socket; OpenSSL reads and writes it.
 //
-// Every turn of the loop serves one chunk and a bounded amount of output of a link, then the next
-// one's, so that a peer which sends without pause cannot keep the others waiting.
+// In each turn of the loop a link reads one chunk and sends a bounded amount of output. So a peer
+// that sends without pause does not keep the others waiting.
 class TlsLink : public std::enable_shared_from_this<TlsLink> {
  public:
   TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream);
@@ -44,25 +44,25 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void setAuthenticated(bool isAuthenticated) { isAuthenticated_ = isAuthenticated; }
   void rejected();
 
-  // Reads a chunk, if one may still be read. For UnauthenticatedTurns.
+  // Reads a chunk if reading is still allowed. For UnauthenticatedTurns.
   void readInTurn() { take(&TlsLink::read); }
 
   // The last reference to the connection was dropped.
   void release();
 
-  // How long the peer has acknowledged nothing although some output waits; nothing if none does,
-  // and then this need not be asked before more is sent.
+  // How long the peer has acknowledged nothing although output waits. Nothing if no output waits;
+  // the stall watch then forgets this link until it sends again.
   [[nodiscard]] std::optional<std::chrono::steady_clock::duration> acknowledgementsMissingFor();
 
-  // Reports `failed`, completes what is outstanding, the receive last, and says nothing more. On an
-  // event of its own.
+  // Reports `failed`, completes the sends and then the receive with the error, and reports nothing
+  // more. Must be called on an event of its own, not inside a call of the owner.
   void lose(int errorNumber);
 
  private:
   enum class Phase { open, peerEnded, closing, closed };
   using Wait = boost::asio::ip::tcp::socket::wait_type;
 
-  void take(void (TlsLink::*turn)());  // without memory for a turn this link is lost, and no other
+  void take(void (TlsLink::*turn)());  // loses this link, and no other, if there is no memory
   void later(void (TlsLink::*turn)());
   void turnWhen(Wait ready, void (TlsLink::*turn)());
   void turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)());
@@ -99,7 +99,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   GarbageLimiter garbage_;
   Acknowledgements acknowledgements_;
   bool isAuthenticated_ = false;
-  bool isStarted_ = false;  // `ready` was told; before that nothing is read
+  bool isStarted_ = false;  // `ready` was reported; nothing is read before
   bool isReadScheduled_ = false;
   bool isReadingPaused_ = false;
   bool isFlushScheduled_ = false;
@@ -109,7 +109,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   int writeError_ = 0;
 };
 
-// What others hold of a link: when the last of them lets go, the link closes.
+// The owner's handle of a link. When the last copy goes, the link closes.
 class TlsConnection final : public platform::Connection {
  public:
   explicit TlsConnection(std::shared_ptr<TlsLink> link) : link_(std::move(link)) {}

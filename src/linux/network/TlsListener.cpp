@@ -16,10 +16,10 @@ namespace {
 using boost::asio::ip::tcp;
 using boost::system::error_code;
 
-// What one turn of the loop accepts before others have theirs.
+// Sockets accepted in one turn of the loop.
 constexpr int kAcceptancesPerTurn = 4;
 
-// How long accepting rests when the process has no descriptor or no memory left.
+// How long accepting pauses when there is no descriptor or memory left.
 constexpr std::chrono::milliseconds kRest{100};
 
 // Younger handshakes are never evicted: they may be legitimate.
@@ -107,7 +107,7 @@ void TlsListener::waitForSockets() {
 void TlsListener::acceptWhatCame() {
   try {
     acceptSockets();
-  } catch (const std::bad_alloc &) {  // the one that was accepted is closed again
+  } catch (const std::bad_alloc &) {  // the accepted socket is closed again
     rest();
   }
 }
@@ -127,7 +127,7 @@ void TlsListener::acceptSockets() {
       return pauseAccepting(descriptorLimit());
     }
     isPaused_ = false;
-    if (!failed) {  // else this one was gone before it was accepted
+    if (!failed) {  // otherwise the peer was gone before it was accepted
       admit(std::move(socket));
     }
   }
@@ -160,11 +160,11 @@ void TlsListener::admit(tcp::socket socket) {
   shakeHands(std::move(socket), candidate, limits.handshakeTime);
 }
 
-// Where the places are taken, those of its source or all, the oldest unfinished handshake there has
-// to go. Returns the limit for which the candidate can't come in all the same.
+// If the places of its source, or all places, are taken, evicts the oldest unfinished handshake
+// there. Returns the limit that refuses the candidate all the same.
 std::optional<platform::Limit> TlsListener::makeRoomFor(const Candidate &candidate,
                                                         const platform::ListenerLimits &limits) {
-  if (const auto limit = admission_.refuses(candidate, limits)) {
+  if (const auto limit = admission_.limitOfUsers(candidate, limits)) {
     return limit;
   }
   const auto isOfSource = [&candidate](const Unfinished &each) {
@@ -183,7 +183,7 @@ std::optional<platform::Limit> TlsListener::makeRoomFor(const Candidate &candida
   return std::nullopt;
 }
 
-// False if there is none of the pool, or the oldest is too young.
+// False if the pool is empty or its oldest handshake is too young.
 bool TlsListener::evictOldest(const platform::Limit &limit,
                               const std::function<bool(const Unfinished &)> &isOfPool) {
   const auto oldest = std::ranges::find_if(unfinished_, isOfPool);

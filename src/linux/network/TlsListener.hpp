@@ -34,7 +34,7 @@ class TlsListener final : public platform::Listener {
  private:
   struct Unfinished {
     std::shared_ptr<TlsHandshake> handshake;
-    std::string source;  // as the entrance counts it
+    std::string source;  // as `admission_` counts it
     Place place;
   };
 
@@ -66,9 +66,8 @@ class TlsListener final : public platform::Listener {
   StateHandler stateHandler_;
   ConnectionHandler connectionHandler_;
   FailedHandshakeHandler failedHandshakeHandler_;
-  std::list<Unfinished> unfinished_;  // the oldest first
-  std::shared_ptr<TlsListener *>
-      self_;  // shared with events that may come after this object has gone
+  std::list<Unfinished> unfinished_;     // the oldest first
+  std::shared_ptr<TlsListener *> self_;  // null once this object has gone; events may come later
 };
 
 }  // namespace platform_linux

@@ -10,8 +10,8 @@
 
 namespace platform_linux {
 
-// What waits to be sent on a connection. Completions are called in the middle of turn() and
-// lose(): whoever calls these keeps this object alive.
+// The output of a connection that waits to be sent. turn() and lose() call completions, which may
+// release the connection: the caller keeps this object alive meanwhile.
 class TlsOutput {
  public:
   using Completion = platform::Connection::SendCompletion;
@@ -20,17 +20,16 @@ class TlsOutput {
 
   void add(CleansedBytes unit, Completion completion);
 
-  // What the system has not taken yet.
+  // Bytes that the system has not taken yet.
   [[nodiscard]] std::size_t bytes() const { return plain_ + channel_.unsentBytes(); }
 
-  // Encrypts and sends what one turn of the loop allows, from as many units as that holds, so that
-  // they leave in one send. `done`: that much has left, and with empty() all; else what to wait
-  // for, or `failed`.
+  // Encrypts and sends what one turn of the loop allows, several units in one send. `done`: that
+  // much has left; if empty() too, all has. Otherwise what to wait for, or `failed`.
   [[nodiscard]] crypto::TlsChannel::Result turn();
 
   [[nodiscard]] bool empty() const { return units_.empty(); }
 
-  // Completes everything with an error.
+  // Completes all units with an error.
   void lose(int errorNumber);
 
  private:

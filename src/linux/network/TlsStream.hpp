@@ -9,14 +9,14 @@
 
 namespace platform_linux {
 
-// An accepted socket with its TLS: a handshake's at first, then a link's.
+// An accepted socket with its TLS channel. A handshake owns it first, then a link.
 struct TlsStream {
   boost::asio::ip::tcp::socket socket;
   platform::Endpoint peer;
   Place place;                                  // among the listener's connections
   std::unique_ptr<crypto::TlsChannel> channel;  // borrows the socket and so goes first
 
-  // Gives back the socket and the place.
+  // Closes the socket and gives back the place.
   void close() {
     boost::system::error_code ignored;
     socket.close(ignored);

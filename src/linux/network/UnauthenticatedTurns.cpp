@@ -10,11 +10,12 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// A rest that is shorter is put off: a timer for each short message would cost more than it.
+// A shorter rest is added to the next: a timer for each short message would cost more than it
+// saves.
 constexpr std::chrono::microseconds kShortestRest{250};
 
-// A look-up of the pairing may block the loop for half a minute. A rest of that length would keep
-// an honest device waiting past its deadline.
+// Looking up the pairing may block the loop for half a minute. A rest of that length would make a
+// legitimate device miss its deadline.
 constexpr std::chrono::seconds kLongestRest{1};
 
 }  // namespace

@@ -11,18 +11,18 @@ namespace platform_linux {
 
 class TlsLink;
 
-// Lets public connections that have not authenticated be read, one at a time and in the order in
-// which they ask. After an event of theirs that took some time none of them is read for as long
-// again, so that together they get at most half of the loop's time: one message may cost the daemon
-// a thousand times what it costs its sender.
+// Limits the loop's time for public connections that have not authenticated. One message may cost
+// the daemon a thousand times what it costs the sender. These connections are read one at a time,
+// in the order in which they ask. After an event of theirs that took a time t, none of them is read
+// for t. So together they get at most half of the loop's time.
 class UnauthenticatedTurns : public std::enable_shared_from_this<UnauthenticatedTurns> {
  public:
   explicit UnauthenticatedTurns(AsioMainQueue &queue) : queue_(queue), timer_(queue.context()) {}
 
-  // The link is read on a later event.
+  // Queues the link; it is read on a later event.
   void add(std::weak_ptr<TlsLink> link);
 
-  // One of them has taken so much of the loop's time until now.
+  // An event of one of them took this time and ends now.
   void charge(std::chrono::steady_clock::duration time);
 
  private:
