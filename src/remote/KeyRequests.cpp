@@ -12,7 +12,7 @@ const char *verbOf(std::int64_t command) {
   return command == QuillCommandSignData ? "sign" : "decrypt";
 }
 
-RefusalLines::Time now() {
+RefusalReporter::Time now() {
   return std::chrono::steady_clock::now();
 }
 
@@ -34,18 +34,18 @@ void KeyRequests::serve(const QuillMessage &request) {
     return sendRefusal(request.command, *request.messageID);
   }
   const crypto::PublicKey publicKey = key->identity.key.publicKey();
-  const KeyUse keyUse = isSigning ? useForSigning(publicKey, *data, key->authenticates)
-                                  : useForDecryption(publicKey, *data, key->authenticates);
+  const KeyVerdict verdict = isSigning ? judgeSigning(publicKey, *data, key->authenticates)
+                                       : judgeDecryption(publicKey, *data, key->authenticates);
   const auto use =
       std::make_shared<const Use>(Use{key, request.command, *request.messageID, *data,
-                                      keyUse.operation.value_or(KeyOperation::rawRSA)});
-  if (!keyUse.operation) {
-    return refuse(*use, keyUse.description);
+                                      verdict.operation.value_or(KeyOperation::rawRSA)});
+  if (!verdict.operation) {
+    return refuse(*use, verdict.description);
   }
   if (!source_.quota.admits(use, data->size())) {
     return refuse(*use, "too many requests wait for the keys");
   }
-  allow(use, keyUse.description);
+  allow(use, verdict.description);
 }
 
 void KeyRequests::allow(const SharedUse &use, const std::string &description) {
@@ -75,13 +75,13 @@ void KeyRequests::allow(const SharedUse &use, const std::string &description) {
 }
 
 void KeyRequests::perform(const SharedUse &use) {
-  services_.pool.run([weak = weak_from_this(), use, mailbox = services_.mailbox] {
+  services_.pool.run([weak = weak_from_this(), use, executor = services_.executor] {
     if (weak.expired()) {
       return;  // nobody waits for it any more
     }
     Error error;
     auto result = remote::perform(use->operation, use->key->identity.key, use->data, &error);
-    mailbox->post([weak, use, result = std::move(result), failure = std::move(error.description)] {
+    executor->post([weak, use, result = std::move(result), failure = std::move(error.description)] {
       if (const auto self = weak.lock()) {
         self->answer(*use, result, failure);
       }

@@ -10,8 +10,8 @@
 #include "base/Secret.hpp"
 #include "base/UUID.hpp"
 #include "protocol/QuillMessage.hpp"
-#include "remote/KeyUse.hpp"
-#include "remote/RefusalLines.hpp"
+#include "remote/KeyPolicy.hpp"
+#include "remote/RefusalReporter.hpp"
 #include "remote/Services.hpp"
 #include "remote/UseQuota.hpp"
 
@@ -27,7 +27,7 @@ class KeyRequests : public std::enable_shared_from_this<KeyRequests> {
     const void *asker;  // its questions, for Consent
     std::string name;
     UseQuota &quota;  // this and the next are borrowed, and outlive this
-    RefusalLines &refusals;
+    RefusalReporter &refusals;
     std::function<bool(const QuillMessage &answer)> send;  // false if the connection is lost
   };
 

@@ -93,10 +93,10 @@ void Machine::open() {
   phase_ = Phase::opening;
   attemptBegan_ = std::chrono::steady_clock::now();
   dueAt_ = client::Deadline::max();
-  services_.openings.begin(
+  services_.attempts.begin(
       address_, pinned,
       [weak = weak_from_this(), attempt = ++attempt_,
-       isPinned = pinned.has_value()](const Opened &opened) {
+       isPinned = pinned.has_value()](const AttemptOutcome &opened) {
         const auto self = weak.lock();
         if (!self || self->attempt_ != attempt || self->phase_ != Phase::opening) {
           return;
@@ -110,7 +110,7 @@ void Machine::open() {
       });
 }
 
-void Machine::opened(const Opened &opened) {
+void Machine::opened(const AttemptOutcome &opened) {
   connection_ = opened.connection;
   if (connection_) {
     return;

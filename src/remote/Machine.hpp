@@ -10,11 +10,11 @@
 #include "client/Backoff.hpp"
 #include "client/Connection.hpp"
 #include "remote/Address.hpp"
+#include "remote/ConnectionAttempts.hpp"
 #include "remote/KeyRequests.hpp"
 #include "remote/KnownHosts.hpp"
-#include "remote/Openings.hpp"
-#include "remote/OutageLines.hpp"
-#include "remote/RefusalLines.hpp"
+#include "remote/OutageReporter.hpp"
+#include "remote/RefusalReporter.hpp"
 #include "remote/Services.hpp"
 #include "remote/UseQuota.hpp"
 
@@ -22,7 +22,7 @@ namespace remote {
 
 // One machine that has our card: connects, trusts, authenticates, inserts, answers, and comes back
 // when the connection ends. Everything happens on the loop's thread, in turn() and in what the
-// mailbox and the consent call.
+// executor and the consent call.
 class Machine : public std::enable_shared_from_this<Machine> {
  public:
   // `pinned`: what the server has to show, given by the user; without it the known hosts tell, and
@@ -61,7 +61,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   };
 
   void open();
-  void opened(const Opened &opened);
+  void opened(const AttemptOutcome &opened);
   void askForTrust(const Fingerprint &shown);
   void sayUntrusted(const Fingerprint &shown) const;
   void start();
@@ -90,8 +90,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   std::shared_ptr<client::Connection> connection_;
   std::shared_ptr<KeyRequests> requests_;  // of this connection, once the card is on its way
   UseQuota quota_;                         // this and the next hold across connections
-  RefusalLines refusals_;
-  OutageLines outage_;
+  RefusalReporter refusals_;
+  OutageReporter outage_;
   client::Deadline attemptBegan_;
   bool isReplaced_ = false;    // another device's card stands in place of ours
   std::uint64_t attempt_ = 0;  // what belongs to a former attempt counts no more

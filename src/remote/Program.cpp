@@ -17,8 +17,8 @@
 #include "remote/Console.hpp"
 #include "remote/KeyListing.hpp"
 #include "remote/KeyRing.hpp"
+#include "remote/MachineLoop.hpp"
 #include "remote/ScreenSharing.hpp"
-#include "remote/Session.hpp"
 
 namespace remote {
 namespace {
@@ -103,7 +103,7 @@ int connect(const ConnectCommand &command, const Arguments &arguments,
     }
   }
   const KnownHosts knownHosts(arguments.home + "/known_hosts");
-  const SessionEnd end =
+  const LoopEnd end =
       serveMachines(command, knownHosts, keys, authentication, terminal, console, stop);
   const int status = end.bySignal ? kDone : kFailed;
   if (!end.mayClearUp) {

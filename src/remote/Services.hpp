@@ -5,12 +5,12 @@
 
 #include "base/Bytes.hpp"
 #include "crypto/Identity.hpp"
+#include "remote/ConnectionAttempts.hpp"
 #include "remote/Consent.hpp"
 #include "remote/Console.hpp"
 #include "remote/KeyRing.hpp"
 #include "remote/KnownHosts.hpp"
-#include "remote/Mailbox.hpp"
-#include "remote/Openings.hpp"
+#include "remote/LoopExecutor.hpp"
 #include "remote/WorkPool.hpp"
 
 namespace remote {
@@ -25,8 +25,8 @@ struct Services {
   Console &console;
   bool withoutConsent = false;  // every use of a key is allowed
   WorkPool &pool;
-  const std::shared_ptr<Mailbox> &mailbox;
-  Openings &openings;
+  const std::shared_ptr<LoopExecutor> &executor;
+  ConnectionAttempts &attempts;
   std::chrono::seconds reinsertion;  // see ConnectCommand
   bool isAlone = true;               // the only machine: lines need not say which one they mean
 };

@@ -8,7 +8,7 @@
 #include <array>
 
 #include "base/Descriptor.hpp"
-#include "remote/RefusalLines.hpp"
+#include "remote/RefusalReporter.hpp"
 #include "remote/UseQuota.hpp"
 
 namespace remote {
@@ -34,10 +34,10 @@ TEST(UseQuota, CountsWhatWaitsInNumberAndBytesUntilNobodyHoldsIt) {
   EXPECT_FALSE(admits(0));
 }
 
-TEST(RefusalLines, SayAFewASecondAndCountTheRest) {
+TEST(RefusalReporter, SayAFewASecondAndCountTheRest) {
   const base::Descriptor file(::memfd_create("said", MFD_CLOEXEC));
   Console console(file.get(), file.get());
-  RefusalLines lines(console, "host");
+  RefusalReporter lines(console, "host");
   const auto begin = std::chrono::steady_clock::now();
   for (int number = 0; number < 1000; ++number) {
     lines.say(std::to_string(number), begin + std::chrono::microseconds(number));

@@ -11,12 +11,12 @@ namespace remote {
 
 // Errors about a machine that is away: one line when that begins and one an hour, however many
 // attempts fail, and not one for each.
-class OutageLines {
+class OutageReporter {
  public:
   using Time = client::Deadline;
 
   // `console` must live as long as this.
-  OutageLines(Console &console, std::string machine)
+  OutageReporter(Console &console, std::string machine)
       : console_(console), machine_(std::move(machine)) {}
 
   // A connection was lost, or an attempt to make one failed.

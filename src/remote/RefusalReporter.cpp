@@ -1,10 +1,10 @@
-#include "remote/RefusalLines.hpp"
+#include "remote/RefusalReporter.hpp"
 
 #include <utility>
 
 namespace remote {
 
-void RefusalLines::say(const std::string &line, Time now) {
+void RefusalReporter::say(const std::string &line, Time now) {
   turn(now);
   if (now >= secondEnds_) {
     secondEnds_ = now + std::chrono::seconds(1);
@@ -18,7 +18,7 @@ void RefusalLines::say(const std::string &line, Time now) {
   console_.warn(line);
 }
 
-void RefusalLines::turn(Time now) {
+void RefusalReporter::turn(Time now) {
   if (unsaid_ > 0 && now >= secondEnds_) {
     console_.warn("refused " + std::to_string(std::exchange(unsaid_, 0)) + " more requests of " +
                   machine_ + " within a second");

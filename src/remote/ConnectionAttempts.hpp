@@ -14,24 +14,24 @@
 #include "client/Connection.hpp"
 #include "remote/Address.hpp"
 #include "remote/KnownHosts.hpp"
-#include "remote/Mailbox.hpp"
+#include "remote/LoopExecutor.hpp"
 
 namespace remote {
 
 // The outcome of an attempt to open a connection.
-struct Opened {
+struct AttemptOutcome {
   std::shared_ptr<client::Connection> connection;  // null: see error
   std::optional<Fingerprint> shown;                // what the server showed, if it came so far
   Error error;
 };
 
 // Opens connections, each on a thread of its own, since names are looked up in no other way.
-class Openings {
+class ConnectionAttempts {
  public:
-  using Completion = std::function<void(const Opened &opened)>;
+  using Completion = std::function<void(const AttemptOutcome &opened)>;
 
-  // Completions come through the mailbox.
-  explicit Openings(std::shared_ptr<Mailbox> mailbox);
+  // Completions come through the executor.
+  explicit ConnectionAttempts(std::shared_ptr<LoopExecutor> executor);
 
   // Begins an attempt. With `pinned` only a server that shows it is accepted; without, any, and
   // nothing is sent before the caller has judged what it showed.
@@ -51,7 +51,7 @@ class Openings {
 
   void joinDone();
 
-  std::shared_ptr<Mailbox> mailbox_;
+  std::shared_ptr<LoopExecutor> executor_;
   base::Descriptor stopEvent_;
   std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
   std::vector<std::thread> threads_;

@@ -1,4 +1,4 @@
-#include "remote/Mailbox.hpp"
+#include "remote/LoopExecutor.hpp"
 
 #include <sys/eventfd.h>
 
@@ -6,15 +6,15 @@
 
 namespace remote {
 
-Mailbox::Mailbox() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+LoopExecutor::LoopExecutor() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-void Mailbox::post(std::function<void()> work) {
+void LoopExecutor::post(std::function<void()> work) {
   const std::scoped_lock lock(mutex_);
   waiting_.push_back(std::move(work));
   (void)::eventfd_write(event_.get(), 1);
 }
 
-void Mailbox::runAll() {
+void LoopExecutor::runAll() {
   std::vector<std::function<void()>> work;
   {
     const std::scoped_lock lock(mutex_);

@@ -1,4 +1,4 @@
-#include "remote/Openings.hpp"
+#include "remote/ConnectionAttempts.hpp"
 
 #include <sys/eventfd.h>
 
@@ -8,8 +8,9 @@
 namespace remote {
 namespace {
 
-Opened open(const Address &address, const std::optional<Fingerprint> &pinned, int stopDescriptor) {
-  Opened opened;
+AttemptOutcome open(const Address &address, const std::optional<Fingerprint> &pinned,
+                    int stopDescriptor) {
+  AttemptOutcome opened;
   const auto judge = [&](const crypto::Certificate &certificate) {
     opened.shown = certificate.sha256();
     return !pinned || base::equal(*pinned, *opened.shown);
@@ -23,15 +24,15 @@ Opened open(const Address &address, const std::optional<Fingerprint> &pinned, in
 
 }  // namespace
 
-Openings::Openings(std::shared_ptr<Mailbox> mailbox)
-    : mailbox_(std::move(mailbox)), stopEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+ConnectionAttempts::ConnectionAttempts(std::shared_ptr<LoopExecutor> executor)
+    : executor_(std::move(executor)), stopEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-void Openings::begin(const Address &address, const std::optional<Fingerprint> &pinned,
-                     Completion completion) {
+void ConnectionAttempts::begin(const Address &address, const std::optional<Fingerprint> &pinned,
+                               Completion completion) {
   joinDone();
-  threads_.emplace_back([address, pinned, completion = std::move(completion), mailbox = mailbox_,
+  threads_.emplace_back([address, pinned, completion = std::move(completion), executor = executor_,
                          shared = shared_, stopDescriptor = stopEvent_.get()] {
-    mailbox->post(
+    executor->post(
         [completion, opened = open(address, pinned, stopDescriptor)] { completion(opened); });
     const std::scoped_lock lock(shared->mutex);
     shared->done.insert(std::this_thread::get_id());
@@ -39,7 +40,7 @@ void Openings::begin(const Address &address, const std::optional<Fingerprint> &p
   });
 }
 
-void Openings::joinDone() {
+void ConnectionAttempts::joinDone() {
   const std::scoped_lock lock(shared_->mutex);
   std::erase_if(threads_, [this](std::thread &thread) {
     const bool isDone = shared_->done.erase(thread.get_id()) != 0;
@@ -50,7 +51,7 @@ void Openings::joinDone() {
   });
 }
 
-bool Openings::finish(client::Deadline deadline) {
+bool ConnectionAttempts::finish(client::Deadline deadline) {
   (void)::eventfd_write(stopEvent_.get(), 1);
   {
     std::unique_lock lock(shared_->mutex);

@@ -11,12 +11,12 @@ namespace remote {
 // Warnings about the refused requests of one machine: so many lines a second, the rest of them in
 // one line when the second is over. A machine that asks all the time for what is refused fills no
 // terminal and hides no other line.
-class RefusalLines {
+class RefusalReporter {
  public:
   using Time = client::Deadline;
 
   // `console` must live as long as this.
-  RefusalLines(Console &console, std::string machine)
+  RefusalReporter(Console &console, std::string machine)
       : console_(console), machine_(std::move(machine)) {}
 
   void say(const std::string &line, Time now);

@@ -1,4 +1,4 @@
-#include "remote/Session.hpp"
+#include "remote/MachineLoop.hpp"
 
 #include <poll.h>
 
@@ -13,12 +13,12 @@ namespace remote {
 namespace {
 
 constexpr std::size_t kKeyThreads = 2;
-constexpr std::chrono::seconds kWaitForOpenings(1);
+constexpr std::chrono::seconds kWaitForAttempts(1);
 
 using Machines = std::vector<std::shared_ptr<Machine>>;
 
 // In the order of the descriptors that are waited on.
-enum Place : std::size_t { kSignal, kMailbox, kTerminal, kFirstMachine };
+enum Place : std::size_t { kSignal, kExecutor, kTerminal, kFirstMachine };
 
 int waitTime(const Machines &machines) {
   auto due = client::Deadline::max();
@@ -41,9 +41,9 @@ short eventsFor(bool wantsWrite) {
 }
 
 std::vector<pollfd> waitForEvents(const Machines &machines, const StopSignal &stop,
-                                  const Mailbox &mailbox, const Consent &consent) {
+                                  const LoopExecutor &executor, const Consent &consent) {
   std::vector<pollfd> events{{stop.descriptor(), POLLIN, 0},
-                             {mailbox.descriptor(), POLLIN, 0},
+                             {executor.descriptor(), POLLIN, 0},
                              {consent.descriptor(), eventsFor(consent.wantsWrite()), 0}};
   for (const auto &machine : machines) {
     events.push_back({machine->descriptor(), eventsFor(machine->wantsWrite()), 0});
@@ -67,11 +67,12 @@ bool allFinished(const Machines &machines) {
 }
 
 // True if a signal ended it.
-bool runLoop(const Machines &machines, const StopSignal &stop, Mailbox &mailbox, Consent &consent) {
+bool runLoop(const Machines &machines, const StopSignal &stop, LoopExecutor &executor,
+             Consent &consent) {
   bool isLeaving = false;
   takeTurns(machines);
   while (!allFinished(machines)) {
-    const std::vector<pollfd> events = waitForEvents(machines, stop, mailbox, consent);
+    const std::vector<pollfd> events = waitForEvents(machines, stop, executor, consent);
     if (events[kSignal].revents != 0) {
       stop.consume();
       if (isLeaving) {
@@ -80,8 +81,8 @@ bool runLoop(const Machines &machines, const StopSignal &stop, Mailbox &mailbox,
       isLeaving = true;
       std::ranges::for_each(machines, [](const auto &machine) { machine->leave(); });
     }
-    if (events[kMailbox].revents != 0) {
-      mailbox.runAll();
+    if (events[kExecutor].revents != 0) {
+      executor.runAll();
     }
     if (events[kTerminal].revents != 0) {
       consent.readAnswer();
@@ -93,13 +94,13 @@ bool runLoop(const Machines &machines, const StopSignal &stop, Mailbox &mailbox,
 
 }  // namespace
 
-SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
-                         const KeyRing &keys, const crypto::Identity &authentication,
-                         Terminal &terminal, Console &console, const StopSignal &stop) {
+LoopEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
+                      const KeyRing &keys, const crypto::Identity &authentication,
+                      Terminal &terminal, Console &console, const StopSignal &stop) {
   const Bytes hash = authentication.key.publicKey().hash().value_or(Bytes());
-  const auto mailbox = std::make_shared<Mailbox>();
+  const auto executor = std::make_shared<LoopExecutor>();
   Consent consent(terminal);
-  Openings openings(mailbox);
+  ConnectionAttempts attempts(executor);
   WorkPool pool(kKeyThreads);
   const Services services{keys,
                           authentication,
@@ -109,18 +110,18 @@ SessionEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownH
                           console,
                           command.withoutConsent,
                           pool,
-                          mailbox,
-                          openings,
+                          executor,
+                          attempts,
                           command.reinsertion,
                           command.machines.size() == 1};
   Machines machines;
   for (const Address &address : command.machines) {
     machines.push_back(std::make_shared<Machine>(address, command.fingerprint, services));
   }
-  SessionEnd end;
-  end.bySignal = runLoop(machines, stop, *mailbox, consent);
+  LoopEnd end;
+  end.bySignal = runLoop(machines, stop, *executor, consent);
   machines.clear();
-  end.mayClearUp = openings.finish(std::chrono::steady_clock::now() + kWaitForOpenings);
+  end.mayClearUp = attempts.finish(std::chrono::steady_clock::now() + kWaitForAttempts);
   return end;
 }
 

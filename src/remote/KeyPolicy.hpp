@@ -15,7 +15,7 @@ namespace remote {
 using protocol::KeyOperation;
 
 // What the bytes of a request ask for.
-struct KeyUse {
+struct KeyVerdict {
   std::optional<KeyOperation> operation;  // nothing: refused
   std::string description;  // for people: what can be known about the bytes, or why it is refused
 };
@@ -27,9 +27,10 @@ struct KeyUse {
 // DigestInfo of a known hash (as it is or as a full PKCS #1 v1.5 block, RFC 8017 9.2) and a PSS
 // block (9.1.1), which the asker has padded, and it decrypts nothing, since that is the same
 // operation as signing.
-[[nodiscard]] KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authenticates);
-[[nodiscard]] KeyUse useForDecryption(const crypto::PublicKey &key, ByteView data,
+[[nodiscard]] KeyVerdict judgeSigning(const crypto::PublicKey &key, ByteView data,
                                       bool authenticates);
+[[nodiscard]] KeyVerdict judgeDecryption(const crypto::PublicKey &key, ByteView data,
+                                         bool authenticates);
 
 // Does it. Takes milliseconds; may be called on any thread.
 [[nodiscard]] std::optional<SecretBytes> perform(KeyOperation operation,

@@ -1,4 +1,4 @@
-#include "remote/KeyUse.hpp"
+#include "remote/KeyPolicy.hpp"
 
 #include "crypto/HashAlgorithm.hpp"
 #include "crypto/PSS.hpp"
@@ -12,11 +12,11 @@ namespace {
 // bits, which of 2048 are a quarter.
 constexpr int kLeastSharedBits = 2048;
 
-KeyUse allow(KeyOperation operation, std::string description) {
+KeyVerdict allow(KeyOperation operation, std::string description) {
   return {operation, std::move(description)};
 }
 
-KeyUse refuse(std::string reason) {
+KeyVerdict refuse(std::string reason) {
   return {std::nullopt, std::move(reason)};
 }
 
@@ -25,7 +25,7 @@ std::string countOf(ByteView data) {
 }
 
 // Data with the padding of PKCS #1 v1.5, which the operation adds or the block has already.
-KeyUse useForPKCS1Content(KeyOperation operation, ByteView content, bool authenticates) {
+KeyVerdict judgePKCS1Content(KeyOperation operation, ByteView content, bool authenticates) {
   if (const auto algorithm = crypto::hashOfDigestInfo(content)) {
     return allow(operation, std::string("a ") + crypto::nameOf(*algorithm) + " digest");
   }
@@ -35,9 +35,9 @@ KeyUse useForPKCS1Content(KeyOperation operation, ByteView content, bool authent
   return allow(operation, countOf(content) + " of data");
 }
 
-KeyUse useForPaddedBlock(const crypto::PublicKey &key, ByteView block, bool authenticates) {
+KeyVerdict judgePaddedBlock(const crypto::PublicKey &key, ByteView block, bool authenticates) {
   if (const auto content = crypto::contentOfPKCS1Block(block)) {
-    return useForPKCS1Content(KeyOperation::rawRSA, *content, authenticates);
+    return judgePKCS1Content(KeyOperation::rawRSA, *content, authenticates);
   }
   if (const auto algorithm = crypto::hashOfPSSBlock(block, key.bits())) {
     return allow(KeyOperation::rawRSA,
@@ -49,7 +49,7 @@ KeyUse useForPaddedBlock(const crypto::PublicKey &key, ByteView block, bool auth
   return allow(KeyOperation::rawRSA, "a block of " + countOf(block));
 }
 
-KeyUse useForRSASigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+KeyVerdict judgeRSASigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
   if (authenticates && key.bits() < kLeastSharedBits) {
     return refuse("the key authenticates and is shorter than " + std::to_string(kLeastSharedBits) +
                   " bits");
@@ -58,15 +58,15 @@ KeyUse useForRSASigning(const crypto::PublicKey &key, ByteView data, bool authen
   if (!operation) {
     return refuse(countOf(data) + " are too long for the key and no block of it");
   }
-  return *operation == KeyOperation::rawRSA ? useForPaddedBlock(key, data, authenticates)
-                                            : useForPKCS1Content(*operation, data, authenticates);
+  return *operation == KeyOperation::rawRSA ? judgePaddedBlock(key, data, authenticates)
+                                            : judgePKCS1Content(*operation, data, authenticates);
 }
 
 }  // namespace
 
-KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+KeyVerdict judgeSigning(const crypto::PublicKey &key, ByteView data, bool authenticates) {
   if (key.type() == crypto::KeyType::rsa) {
-    return useForRSASigning(key, data, authenticates);
+    return judgeRSASigning(key, data, authenticates);
   }
   const auto operation = protocol::operationToSign(key, data);
   if (operation) {
@@ -78,7 +78,7 @@ KeyUse useForSigning(const crypto::PublicKey &key, ByteView data, bool authentic
                                                   : "the key can't sign");
 }
 
-KeyUse useForDecryption(const crypto::PublicKey &key, ByteView data, bool authenticates) {
+KeyVerdict judgeDecryption(const crypto::PublicKey &key, ByteView data, bool authenticates) {
   const auto operation = protocol::operationToDecrypt(key, data);
   switch (key.type()) {
     case crypto::KeyType::rsa:

@@ -9,9 +9,9 @@
 namespace remote {
 
 // Brings work from other threads to the loop's thread.
-class Mailbox {
+class LoopExecutor {
  public:
-  Mailbox();
+  LoopExecutor();
 
   // From any thread.
   void post(std::function<void()> work);

@@ -1,4 +1,4 @@
-#include "remote/KeyUse.hpp"
+#include "remote/KeyPolicy.hpp"
 
 #include <gtest/gtest.h>
 
@@ -37,10 +37,10 @@ Bytes withChangedByte(Bytes block, std::size_t index) {
   return block;
 }
 
-TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
+TEST(KeyVerdict, IsAllowedOrRefusedByWhatTheBytesMean) {
   using enum KeyOperation;
-  constexpr auto *sign = useForSigning;
-  constexpr auto *decrypt = useForDecryption;
+  constexpr auto *sign = judgeSigning;
+  constexpr auto *decrypt = judgeDecryption;
   constexpr bool apart = false;
   constexpr bool shared = true;  // the key also authenticates
   constexpr auto kRefused = std::nullopt;
@@ -88,7 +88,7 @@ TEST(KeyUse, IsAllowedOrRefusedByWhatTheBytesMean) {
     const crypto::PrivateKey key = std::string(row.key) == "RSA1024"
                                        ? *crypto::PrivateKey::generateRSA(1024)
                                        : madeKey(row.key);
-    const KeyUse use = row.judge(key.publicKey(), row.data, row.isShared);
+    const KeyVerdict use = row.judge(key.publicKey(), row.data, row.isShared);
     EXPECT_EQ(use.operation, row.operation) << use.description;
     EXPECT_NE(use.description.find(row.description), std::string::npos) << use.description;
     EXPECT_TRUE(!use.operation || perform(*use.operation, key, row.data));

@@ -1,4 +1,4 @@
-#include "remote/OutageLines.hpp"
+#include "remote/OutageReporter.hpp"
 
 #include <utility>
 
@@ -11,7 +11,7 @@ constexpr std::chrono::hours kBetweenLines(1);
 
 }  // namespace
 
-void OutageLines::noteFailure(const std::string &reason, Time now) {
+void OutageReporter::noteFailure(const std::string &reason, Time now) {
   if (!since_) {
     console_.complain(machine_ + ": " + reason + "; trying again every few seconds");
     since_ = saidAt_ = now;
@@ -23,7 +23,7 @@ void OutageLines::noteFailure(const std::string &reason, Time now) {
   }
 }
 
-std::optional<std::chrono::seconds> OutageLines::end(Time now) {
+std::optional<std::chrono::seconds> OutageReporter::end(Time now) {
   const auto since = std::exchange(since_, std::nullopt);
   return since ? std::optional(std::chrono::ceil<std::chrono::seconds>(now - *since))
                : std::nullopt;
