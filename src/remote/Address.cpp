@@ -16,7 +16,7 @@ std::optional<std::uint16_t> portFrom(std::string_view text) {
   return isWhole && port != 0 ? std::optional(port) : std::nullopt;
 }
 
-// Cuts the port off, where there is one, and the brackets.
+// Removes the port, if there is one, and the brackets.
 std::optional<Address> split(std::string_view text) {
   std::string_view port;
   std::string_view host = text;

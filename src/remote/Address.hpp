@@ -9,19 +9,19 @@
 
 namespace remote {
 
-// A machine with a daemon, as it stands on the command line.
+// The address of a machine with a daemon, as written on the command line.
 struct Address {
   std::string host;
   std::uint16_t port = 0;
 
-  // Reads HOST, HOST:PORT, [IPv6]:PORT or a bare IPv6 address; without a port it is the public one.
+  // Reads HOST, HOST:PORT, [IPv6]:PORT or a bare IPv6 address. The default is the public port.
   [[nodiscard]] static std::optional<Address> fromText(std::string_view text,
                                                        Error *error = nullptr);
 
   // "host:port" or "[address]:port", lower-case: the same for all ways to write it.
   [[nodiscard]] std::string text() const;
 
-  // For people: without the port where it is the public one.
+  // For people: without the port if it is the public one.
   [[nodiscard]] std::string name() const;
 };
 

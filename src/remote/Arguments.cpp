@@ -17,7 +17,7 @@ namespace {
 constexpr int kWrongCommandLine = 2;
 constexpr int kLongestReinsertion = 24 * 60 * 60;
 
-// As the texts stand on the command line.
+// The arguments as text.
 struct Texts {
   Arguments arguments;
   KeysCommand keys;
@@ -125,7 +125,7 @@ CLI::App &addPassword(CLI::App &program, Texts &texts) {
   return command;
 }
 
-// The commands' own rules, which the parser does not know.
+// Rules of the commands that the parser cannot express.
 
 bool readFingerprint(const std::string &text, std::optional<Fingerprint> &fingerprint,
                      Error *error) {
@@ -174,7 +174,7 @@ bool finish(Texts &texts, Error *error) {
     base::report(error, "arguments", 0, "there is no home folder: name one with --home DIR");
     return false;
   }
-  // commands that are shown for pasting must hold everywhere
+  // a command shown for pasting must work in any folder
   texts.arguments.home = std::filesystem::absolute(texts.arguments.home).string();
   if (texts.arguments.labels.size() > texts.arguments.keyFiles.size()) {
     base::report(error, "arguments", 0, "there are more --label than --key");

@@ -18,9 +18,9 @@ struct KeysCommand {
   bool asJSON = false;
 };
 
-// How long a card goes unused before it is inserted again. Nothing tells a remote client that the
-// end of somebody else's connection has withdrawn its card, and an unused one may be a withdrawn
-// one. A minute is what a user waits for before looking for a fault.
+// How long a card may be unused before it is inserted again. The end of somebody else's connection
+// withdraws the card, and nothing tells the remote client. So an unused card may be a withdrawn
+// one. A user waits about a minute before looking for a fault.
 inline constexpr std::chrono::seconds kReinsertion{60};
 
 // `kfy-remote connect`
@@ -34,7 +34,7 @@ struct ConnectCommand {
 // `kfy-remote password`
 struct PasswordCommand {
   Address machine;
-  std::optional<Fingerprint> fingerprint;  // without one the known hosts tell
+  std::optional<Fingerprint> fingerprint;  // otherwise the known hosts decide
   bool asJSON = false;
 };
 
@@ -46,8 +46,8 @@ struct Arguments {
   std::variant<KeysCommand, ConnectCommand, PasswordCommand> command;
 };
 
-// What stands on the command line, or the exit status if that is all to do: help and version were
-// printed, or the fault was.
+// The arguments of the command line. An exit status instead if nothing is left to do: help, version
+// or an error was printed.
 [[nodiscard]] std::variant<Arguments, int> readArguments(int count, const char *const *arguments,
                                                          Console &console);
 

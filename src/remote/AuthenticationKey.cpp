@@ -65,7 +65,7 @@ std::optional<crypto::Identity> authenticationKey(const std::string &home, Error
   if (!base::makeFolders(home, 0700, error)) {
     return std::nullopt;
   }
-  // two processes at first use must come to the same key
+  // two processes at first use must get the same key
   const std::string lockPath = home + "/lock";
   const base::Descriptor lock(
       ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));

@@ -21,11 +21,11 @@ namespace remote {
 // The outcome of an attempt to open a connection.
 struct AttemptOutcome {
   std::shared_ptr<client::Connection> connection;  // null: see error
-  std::optional<Fingerprint> shown;                // what the server showed, if it came so far
+  std::optional<Fingerprint> shown;                // the server's certificate, if it got that far
   Error error;
 };
 
-// Opens connections, each on a thread of its own, since names are looked up in no other way.
+// Opens connections, each on a thread of its own: looking up a name blocks.
 class ConnectionAttempts {
  public:
   using Completion = std::function<void(const AttemptOutcome &opened)>;
@@ -33,20 +33,20 @@ class ConnectionAttempts {
   // Completions come through the executor.
   explicit ConnectionAttempts(std::shared_ptr<LoopExecutor> executor);
 
-  // Begins an attempt. With `pinned` only a server that shows it is accepted; without, any, and
-  // nothing is sent before the caller has judged what it showed.
+  // Begins an attempt. With `pinned`, only a server with that fingerprint is accepted. Without it
+  // any server is; the caller must check the fingerprint before it sends anything.
   void begin(const Address &address, const std::optional<Fingerprint> &pinned,
              Completion completion);
 
-  // Ends the waits of all attempts, and waits until `deadline` for their threads. False if one
-  // still looks up a name, which nothing can end: then the process must end without clearing up.
+  // Stops all attempts and waits until `deadline` for their threads. False if a thread still looks
+  // up a name, which cannot be interrupted: the process must then end without destroying anything.
   [[nodiscard]] bool finish(client::Deadline deadline);
 
  private:
   struct Shared {
     std::mutex mutex;
     std::condition_variable changed;
-    std::set<std::thread::id> done;  // these wait to be joined
+    std::set<std::thread::id> done;  // to be joined
   };
 
   void joinDone();

@@ -17,26 +17,26 @@ class Consent {
   // `terminal` must live as long as this.
   explicit Consent(Terminal &terminal) : terminal_(terminal) {}
 
-  // False if there is no way to ask: then ask nothing, and take it for a no.
+  // False if nobody can be asked. Then the answer is no, and ask() must not be called.
   [[nodiscard]] bool canAsk() const { return terminal_.canAsk(); }
 
-  // Puts a question, to be answered by y or yes (with `inFull` by yes alone); all else is a no.
-  // `asker` is whom withdraw() names. The answer comes from readAnswer().
+  // Queues a question. "y" and "yes" accept it (with `inFull` only "yes"); anything else is a no.
+  // `asker` names it for withdraw(). readAnswer() delivers the reply.
   void ask(const void *asker, std::string question, bool inFull, Answer answer);
 
-  // Takes the questions of one asker back: each is answered with withdrawn, at once.
+  // Withdraws all questions of an asker: each gets the reply `withdrawn` at once.
   void withdraw(const void *asker);
 
   // How many questions of one asker wait.
   [[nodiscard]] std::size_t waiting(const void *asker) const;
 
-  // To wait on: readable when an answer was typed, writable while wantsWrite() when more of the
-  // question can be shown. Negative while nothing is asked.
+  // For poll: readable when an answer was typed; writable, while wantsWrite(), when more of the
+  // question can be shown. Negative while no question is open.
   [[nodiscard]] int descriptor() const { return questions_.empty() ? -1 : terminal_.descriptor(); }
   [[nodiscard]] bool wantsWrite() const { return terminal_.wantsWrite(); }
 
-  // Reads the answer to the question that is shown, gives it to its asker, shows the next. The
-  // question stays if none was typed since all of it was to be seen.
+  // Reads the answer to the shown question, delivers it and shows the next question. The question
+  // stays if nothing was typed after all of it was shown.
   void readAnswer();
 
  private:

@@ -10,12 +10,11 @@
 
 namespace remote {
 
-// What this program says to people and scripts. Nothing here waits for whoever reads it. What a
-// terminal would obey is replaced (base/DisplayText.hpp), since names and reasons come from
-// elsewhere.
+// Prints for people and scripts. No call waits for the reader. Characters that a terminal would
+// obey are replaced (base/DisplayText.hpp), because names and reasons come from elsewhere.
 class Console {
  public:
-  // Borrowed; tests give others.
+  // The descriptors are borrowed.
   explicit Console(int output = STDOUT_FILENO, int errors = STDERR_FILENO)
       : writer_(output, errors) {}
 
@@ -27,13 +26,13 @@ class Console {
     add(OutputWriter::output, before, secret.reveal());
   }
 
-  // To standard error: what failed, what deserves attention, and what to type next. Cut where it is
-  // longer than any text of ours: a server's message may be megabytes long.
+  // To standard error: an error, a warning, and what to type next. Long texts are cut: a server's
+  // message may have megabytes.
   void complain(std::string_view what) { add(OutputWriter::errors, "kfy-remote: error: ", what); }
   void warn(std::string_view what) { add(OutputWriter::errors, "kfy-remote: warning: ", what); }
   void advise(std::string_view what) { add(OutputWriter::errors, "kfy-remote: try: ", what); }
 
-  // Waits until all of it is written. Returns what became of standard output so far.
+  // Waits until everything is written. Returns whether all of standard output was.
   [[nodiscard]] OutputWriter::Outcome flush(const client::Patience &patience) {
     return writer_.flush(patience);
   }

@@ -8,8 +8,8 @@
 
 namespace remote {
 
-// What `kfy-remote keys` prints: the authentication key, as the one to pair, then the keys to
-// insert. As lines for people or as one line of JSON; lines end without a line feed.
+// What `kfy-remote keys` prints: the authentication key, which is the one to pair, then the card's
+// keys. Either lines for people or one line of JSON, without line feeds.
 [[nodiscard]] std::vector<std::string> keyListing(const std::string &authenticationKeyPath,
                                                   ByteView authenticationKeyHash,
                                                   const KeyRing &keys);

@@ -7,9 +7,8 @@
 namespace remote {
 namespace {
 
-// Signatures with a fixed padding can be forged from others once the part that an attacker chooses
-// is a third of the modulus (Brier, Clavier, Coron, Naccache, CRYPTO 2001). A digest has up to 512
-// bits, which of 2048 are a quarter.
+// Signatures with a fixed padding can be forged if an attacker chooses a third of the modulus
+// (Brier, Clavier, Coron, Naccache, CRYPTO 2001). A digest has at most 512 bits, a quarter of 2048.
 constexpr int kLeastSharedBits = 2048;
 
 KeyVerdict allow(KeyOperation operation, std::string description) {
@@ -24,7 +23,8 @@ std::string countOf(ByteView data) {
   return std::to_string(data.size()) + (data.size() == 1 ? " byte" : " bytes");
 }
 
-// Data with the padding of PKCS #1 v1.5, which the operation adds or the block has already.
+// Judges the content of a PKCS #1 v1.5 padding, whether the operation adds the padding or the block
+// already has it.
 KeyVerdict judgePKCS1Content(KeyOperation operation, ByteView content, bool authenticates) {
   if (const auto algorithm = crypto::hashOfDigestInfo(content)) {
     return allow(operation, std::string("a ") + crypto::nameOf(*algorithm) + " digest");
@@ -39,6 +39,8 @@ KeyVerdict judgePaddedBlock(const crypto::PublicKey &key, ByteView block, bool a
   if (const auto content = crypto::contentOfPKCS1Block(block)) {
     return judgePKCS1Content(KeyOperation::rawRSA, *content, authenticates);
   }
+  // The asker has padded the block for PSS, and this side only recognises it: raw RSA is all that
+  // the protocol has for PSS.
   if (const auto algorithm = crypto::hashOfPSSBlock(block, key.bits())) {
     return allow(KeyOperation::rawRSA,
                  std::string("a ") + crypto::nameOf(*algorithm) + " digest with PSS padding");

@@ -5,7 +5,7 @@
 namespace remote {
 namespace {
 
-// The questions of one machine; a person answers them one by one.
+// Open questions of one machine. A person answers them one by one.
 constexpr std::size_t kMostQuestions = 64;
 
 const char *verbOf(std::int64_t command) {
@@ -20,7 +20,7 @@ RefusalReporter::Time now() {
 
 void KeyRequests::serve(const QuillMessage &request) {
   const bool isSigning = request.command == QuillCommandSignData;
-  // without an ID no answer finds its way back
+  // an answer without an ID would not find its way back
   if ((!isSigning && request.command != QuillCommandDecryptData) || !request.messageID) {
     return;
   }
@@ -77,7 +77,7 @@ void KeyRequests::allow(const SharedUse &use, const std::string &description) {
 void KeyRequests::perform(const SharedUse &use) {
   services_.pool.run([weak = weak_from_this(), use, executor = services_.executor] {
     if (weak.expired()) {
-      return;  // nobody waits for it any more
+      return;  // nobody waits for the answer any more
     }
     Error error;
     auto result = remote::perform(use->operation, use->key->identity.key, use->data, &error);

@@ -17,16 +17,16 @@
 
 namespace remote {
 
-// The requests of one connection for the use of keys: judged, bounded, asked about, performed,
-// answered. Everything happens on the loop's thread but the key's own work. When this goes, what
-// waits is neither performed nor answered.
+// Handles the key requests of one connection: judges them, limits them, asks the person, performs
+// and answers them. Only the key operation itself leaves the loop's thread. When this object goes,
+// waiting requests are neither performed nor answered.
 class KeyRequests : public std::enable_shared_from_this<KeyRequests> {
  public:
-  // Whose requests they are.
+  // Where the requests come from.
   struct Source {
-    const void *asker;  // its questions, for Consent
+    const void *asker;  // identifies its questions to Consent
     std::string name;
-    UseQuota &quota;  // this and the next are borrowed, and outlive this
+    UseQuota &quota;  // like `refusals` borrowed; must outlive this
     RefusalReporter &refusals;
     std::function<bool(const QuillMessage &answer)> send;  // false if the connection is lost
   };
@@ -34,11 +34,11 @@ class KeyRequests : public std::enable_shared_from_this<KeyRequests> {
   KeyRequests(Source source, const Services &services)
       : source_(std::move(source)), services_(services) {}
 
-  // Takes a request. Messages that ask for no use of a key are passed over.
+  // Handles a request. Messages that ask for no key are ignored.
   void serve(const QuillMessage &request);
 
  private:
-  // One use of a key, while it waits for a person and for the key.
+  // One use of a key that waits for the person or the key.
   struct Use {
     const CardKey *key;
     std::int64_t command;

@@ -21,15 +21,15 @@ struct CardKey {
   crypto::Identity identity;
   Bytes certificateSHA1;
   Bytes publicKeyHash;
-  bool authenticates = false;  // it is also the key that proves who we are
+  bool authenticates = false;  // it is also the authentication key
 };
 
-// Gives the password of a key file, at attempt 0, 1, … Nothing, with the reason, if there is none
-// (any more).
+// Gives the password of a key file for attempt 0, 1, … Nothing, with the reason, if there is no
+// further password.
 using PasswordSource =
     std::function<std::optional<SecretText>(const std::string &file, int attempt, Error *error)>;
 
-// The keys of the card. Unchanged once it is made, so that threads may share it.
+// The keys of the card. Immutable, so threads may share it.
 class KeyRing {
  public:
   // Reads a key and its certificate from each file (PEM or PKCS #12). The label of a key is the one
@@ -44,13 +44,13 @@ class KeyRing {
 
   [[nodiscard]] std::span<const CardKey> keys() const { return keys_; }
 
-  // The key whose certificate has this SHA-1 digest; null if none.
+  // The key whose certificate has this SHA-1 digest; null if there is none.
   [[nodiscard]] const CardKey *find(ByteView certificateSHA1) const;
 
-  // What `insert` sends.
+  // The list that `insert` sends.
   [[nodiscard]] std::shared_ptr<const protocol::CardList> cardList() const;
 
-  // True if the list holds these keys' certificates under these labels, and no others.
+  // True if the list holds exactly these keys' certificates under these labels.
   [[nodiscard]] bool areThoseOf(const protocol::CardList &list) const;
 
  private:

@@ -17,14 +17,14 @@ namespace {
 constexpr std::size_t kFingerprintBytes = 32;
 constexpr std::size_t kLargestHostsFile = 1024 * 1024;
 
-// True for an empty file, too.
+// Also true for an empty file.
 bool endsWithLineFeed(const base::Descriptor &file) {
   char last = '\n';
   const off_t size = ::lseek(file.get(), 0, SEEK_END);
   return size <= 0 || ::pread(file.get(), &last, 1, size - 1) != 1 || last == '\n';
 }
 
-// As one word for a shell.
+// Quoted as one word for a shell.
 std::string inQuotes(std::string_view text) {
   std::string word = "'";
   for (const char character : text) {
@@ -70,10 +70,10 @@ bool KnownHosts::add(const Address &address, const Fingerprint &fingerprint, Err
     base::reportErrno(error, errno, "cannot write " + path_);
     return false;
   }
-  // a line that a full disk has cut must not swallow this one
+  // a full disk may have cut the last line; this one must not join it
   const std::string line = (endsWithLineFeed(file) ? "" : "\n") + address.text() + " " +
                            identity::fingerprintText(fingerprint) + "\n";
-  // in one piece, so that two processes do not mix their lines
+  // in one write, so that the lines of two processes do not mix
   const ssize_t written = ::write(file.get(), line.data(), line.size());
   if (written != static_cast<ssize_t>(line.size())) {
     base::reportErrno(error, written < 0 ? errno : ENOSPC, "cannot write " + path_);

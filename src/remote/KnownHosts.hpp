@@ -10,11 +10,10 @@
 
 namespace remote {
 
-// SHA-256 of a server's certificate, by which it is known.
+// SHA-256 of a server's certificate.
 using Fingerprint = Bytes;
 
-// Reads 64 hexadecimal digits in either case; colons and white space between them count for
-// nothing.
+// Reads 64 hexadecimal digits in either case. Colons and white space between them are ignored.
 [[nodiscard]] std::optional<Fingerprint> fingerprintFrom(std::string_view text);
 
 // The machines that were trusted before: a text file with one line "host:port fingerprint" for
@@ -23,12 +22,12 @@ class KnownHosts {
  public:
   explicit KnownHosts(std::string path) : path_(std::move(path)) {}
 
-  // What this machine has to show; the file is read anew. Nothing if it is not known, and also if
-  // the file can't be read, then with the reason.
+  // The fingerprint of this machine, read from the file at each call. Nothing if the machine is not
+  // known; nothing, with the reason, if the file can't be read.
   [[nodiscard]] std::optional<Fingerprint> find(const Address &address,
                                                 Error *error = nullptr) const;
 
-  // Adds a line; what is there stays as it is.
+  // Adds a line and changes no other.
   [[nodiscard]] bool add(const Address &address, const Fingerprint &fingerprint,
                          Error *error = nullptr) const;
 

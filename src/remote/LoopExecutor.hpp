@@ -8,7 +8,7 @@
 
 namespace remote {
 
-// Brings work from other threads to the loop's thread.
+// Runs work that other threads post on the loop's thread.
 class LoopExecutor {
  public:
   LoopExecutor();
@@ -19,7 +19,7 @@ class LoopExecutor {
   // Readable while work waits.
   [[nodiscard]] int descriptor() const { return event_.get(); }
 
-  // Runs what waits, on the calling thread.
+  // Runs the waiting work on the calling thread.
   void runAll();
 
  private:

@@ -14,14 +14,14 @@ using std::chrono::milliseconds;
 using std::chrono::minutes;
 using std::chrono::seconds;
 
-// Each `connect` that finds no user can hold the daemon's queue for half a minute.
+// Each `connect` without a paired user can block the daemon for half a minute.
 constexpr minutes kWaitAfterNoUser(5);
-// A daemon may take only so many `connect` a minute.
+// A daemon may limit the number of `connect` a minute.
 constexpr minutes kWaitAfterRefusal(1);
 constexpr seconds kWaitForRemoval(2);
 constexpr milliseconds kWaitForGoodbye(500);
-// Answers are some hundred bytes: a daemon that leaves thousands of them does not read, and what it
-// asks meanwhile would only add to them.
+// An answer has some hundred bytes. A daemon that leaves thousands unread has stopped reading, and
+// its further requests would only add to them.
 constexpr std::size_t kMostUnsentBytes = std::size_t{4} * 1024 * 1024;
 
 std::string secondsOf(milliseconds wait) {
@@ -69,7 +69,7 @@ void Machine::turn() {
   } else if (phase_ == Phase::serving) {
     checkCard();
   } else if (phase_ == Phase::checking || phase_ == Phase::renewing) {
-    serve();  // its queue is blocked; a connection that is dead ends by itself
+    serve();  // the daemon is blocked; a dead connection ends by itself
   } else if (phase_ != Phase::finished) {
     holdOff("gave no answer within " + secondsOf(client::kDefaultWait), kWaitAfterRefusal);
   }
@@ -195,7 +195,7 @@ void Machine::handle(const QuillMessage &message) {
       if (!outage_.isOn()) {
         services_.console.say("authenticated" + suffix("at"));
       }
-      // before the card is on its way nobody can mean its keys
+      // before `insert` is sent no request can be for its keys
       requests_ = std::make_shared<KeyRequests>(
           KeyRequests::Source{this, address_.name(), quota_, refusals_,
                               [this](const QuillMessage &answer) { return send(answer); }},
@@ -269,8 +269,9 @@ void Machine::serve() {
                : std::chrono::steady_clock::now() + services_.reinsertion;
 }
 
-// The end of anybody's connection may have withdrawn the card, which nothing here tells. So a card
-// that nobody uses is inserted again. Not while a use waits: its asker would ask a second time.
+// The end of another connection may have withdrawn the card, and nothing tells this side. So a card
+// that nobody uses is inserted again. Not while a use waits: its asker would then ask a second
+// time.
 void Machine::checkCard() {
   if (!quota_.isFree()) {
     return serve();
@@ -278,8 +279,8 @@ void Machine::checkCard() {
   expectReply(Phase::checking, QuillMessage::initCommandMessageGetCertificates());
 }
 
-// Two devices that took back each other's place would fight for ever: only a card that is still the
-// last one inserted there is inserted again.
+// Only a card that is still the last one inserted there is inserted again. Otherwise two devices
+// would replace each other's card for ever.
 void Machine::renewCard(const QuillMessage &reply) {
   const bool isOurs = reply.certificates && services_.keys.areThoseOf(*reply.certificates);
   if (isOurs) {
@@ -325,14 +326,14 @@ void Machine::loseConnection(const std::string &reason) {
   retrySoon(reason, std::chrono::steady_clock::now());
 }
 
-// The wait counts from the beginning of an attempt, however long it took to fail.
+// The wait counts from the beginning of the failed attempt.
 void Machine::retrySoon(const std::string &reason, client::Deadline began) {
   outage_.noteFailure(reason, std::chrono::steady_clock::now());
   retryAt(began + backoff_.next());
 }
 
 void Machine::holdOff(const std::string &reason, minutes wait) {
-  (void)outage_.end(std::chrono::steady_clock::now());  // it is there, only of no use
+  (void)outage_.end(std::chrono::steady_clock::now());  // it answers, so this is no outage
   services_.console.complain(address_.name() + " " + reason + "; next attempt in " +
                              secondsOf(wait));
   retryAt(std::chrono::steady_clock::now() + wait);
@@ -364,7 +365,7 @@ void Machine::closeConnection() {
 }
 
 void Machine::leave() {
-  // whoever waits for an answer gets a refusal while there is still a way
+  // refuse the waiting requests while the connection still stands
   services_.consent.withdraw(this);
   const bool isInserted = phase_ == Phase::serving || phase_ == Phase::checking ||
                           phase_ == Phase::renewing || phase_ == Phase::inserting;

@@ -20,29 +20,29 @@
 
 namespace remote {
 
-// One machine that has our card: connects, trusts, authenticates, inserts, answers, and comes back
-// when the connection ends. Everything happens on the loop's thread, in turn() and in what the
-// executor and the consent call.
+// The connection to one machine and all that it goes through: connecting, checking the server,
+// authenticating, inserting the card, answering requests, and connecting again after an end. All
+// calls, those of the executor and of Consent included, come on the loop's thread.
 class Machine : public std::enable_shared_from_this<Machine> {
  public:
-  // `pinned`: what the server has to show, given by the user; without it the known hosts tell, and
-  // at first use the user.
+  // `pinned`: the server's fingerprint, if the user has given it. Otherwise the known hosts decide,
+  // and at first use the user.
   Machine(Address address, std::optional<Fingerprint> pinned, const Services &services);
 
-  // Does what is due: call it when the descriptor can be read, or written where wanted, or at once
-  // while hasMore(), and at dueAt().
+  // Does what is due. To be called when the descriptor is readable (or writable while
+  // wantsWrite()), at dueAt(), and at once while hasMore().
   void turn();
 
-  // To wait on; negative while there is no connection.
+  // For poll; negative while there is no connection.
   [[nodiscard]] int descriptor() const { return connection_ ? connection_->descriptor() : -1; }
   [[nodiscard]] bool wantsWrite() const { return connection_ && connection_->wantsWrite(); }
   [[nodiscard]] bool hasMore() const { return connection_ && connection_->hasMore(); }
   [[nodiscard]] client::Deadline dueAt() const { return std::min(dueAt_, refusals_.dueAt()); }
 
-  // Begins to end: withdraws the card where it was inserted, and then the connection.
+  // Begins to end: withdraws the card if it is inserted, then closes the connection.
   void leave();
 
-  // True when nothing more will happen: it has left, or given up because only a person can help.
+  // True if nothing more will happen: it has left, or only a person can help.
   [[nodiscard]] bool isFinished() const { return phase_ == Phase::finished; }
 
  private:
@@ -88,13 +88,13 @@ class Machine : public std::enable_shared_from_this<Machine> {
   Phase phase_ = Phase::waiting;
   client::Deadline dueAt_ = client::Deadline::min();
   std::shared_ptr<client::Connection> connection_;
-  std::shared_ptr<KeyRequests> requests_;  // of this connection, once the card is on its way
-  UseQuota quota_;                         // this and the next hold across connections
+  std::shared_ptr<KeyRequests> requests_;  // of this connection, from `insert` on
+  UseQuota quota_;                         // like `refusals_` kept across connections
   RefusalReporter refusals_;
   OutageReporter outage_;
   client::Deadline attemptBegan_;
-  bool isReplaced_ = false;    // another device's card stands in place of ours
-  std::uint64_t attempt_ = 0;  // what belongs to a former attempt counts no more
+  bool isReplaced_ = false;    // another device's card has replaced ours
+  std::uint64_t attempt_ = 0;  // results of earlier attempts are ignored
   std::optional<UUID> awaitedReply_;
 };
 

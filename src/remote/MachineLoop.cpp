@@ -17,7 +17,7 @@ constexpr std::chrono::seconds kWaitForAttempts(1);
 
 using Machines = std::vector<std::shared_ptr<Machine>>;
 
-// In the order of the descriptors that are waited on.
+// Positions in the list of polled descriptors.
 enum Place : std::size_t { kSignal, kExecutor, kTerminal, kFirstMachine };
 
 int waitTime(const Machines &machines) {
@@ -50,7 +50,7 @@ std::vector<pollfd> waitForEvents(const Machines &machines, const StopSignal &st
   }
   if (::poll(events.data(), events.size(), waitTime(machines)) < 0) {
     for (pollfd &event : events) {
-      event.revents = 0;  // interrupted: nothing is known
+      event.revents = 0;  // interrupted: no event is known
     }
   }
   return events;

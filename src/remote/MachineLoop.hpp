@@ -9,14 +9,14 @@
 
 namespace remote {
 
-// How a session ended.
+// How the loop ended.
 struct LoopEnd {
-  bool bySignal = false;   // else every machine was given up
-  bool mayClearUp = true;  // false: a thread still runs, so the process must end at once
+  bool bySignal = false;   // otherwise every machine was given up
+  bool mayClearUp = true;  // false: a thread still runs; the process must exit at once
 };
 
-// Serves the machines of the command until a signal comes; a second one ends it without waiting for
-// the machines' replies. One loop on the calling thread.
+// Serves the machines of the command on the calling thread until a signal comes. A second signal
+// ends it without waiting for the machines' replies.
 [[nodiscard]] LoopEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHosts,
                                     const KeyRing &keys, const crypto::Identity &authentication,
                                     Terminal &terminal, Console &console, const StopSignal &stop);

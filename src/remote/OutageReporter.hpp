@@ -9,8 +9,8 @@
 
 namespace remote {
 
-// Errors about a machine that is away: one line when that begins and one an hour, however many
-// attempts fail, and not one for each.
+// Reports that a machine cannot be reached: one line when the outage begins and one an hour, not
+// one for each failed attempt.
 class OutageReporter {
  public:
   using Time = client::Deadline;
@@ -24,7 +24,7 @@ class OutageReporter {
 
   [[nodiscard]] bool isOn() const { return since_.has_value(); }
 
-  // The machine has answered. Returns how long it was away; nothing if it was not.
+  // The machine has answered. Returns how long the outage lasted; nothing if there was none.
   std::optional<std::chrono::seconds> end(Time now);
 
  private:

@@ -36,14 +36,14 @@ struct OutputWriter::State {
   struct Progress {
     int descriptor = -1;
     std::size_t waitingBytes = 0;
-    std::size_t dropped = 0;  // lines since the last of those that wait
+    std::size_t dropped = 0;  // lines dropped behind the last waiting one
     bool isLost = false;      // a line was dropped or could not be written
   };
 
   State(int outputDescriptor, int errorDescriptor)
       : streams{{{outputDescriptor}, {errorDescriptor}}} {}
 
-  // With the lock, all of these.
+  // All of these need the lock.
   void add(Stream stream, ByteView text);
   void sayWhatWasDropped();
   [[nodiscard]] std::array<pollfd, kStreams + 1> whatToWaitFor() const;
@@ -52,7 +52,7 @@ struct OutputWriter::State {
 
   void serve();
 
-  base::Descriptor changed = makeEvent();  // lines were added, or the end is near
+  base::Descriptor changed = makeEvent();  // lines were added, or the writer is to end
   base::Descriptor idle = makeEvent();     // readable while no line waits
   std::mutex mutex;
   std::deque<Line> lines;
@@ -62,7 +62,7 @@ struct OutputWriter::State {
 
 void OutputWriter::State::add(Stream stream, ByteView text) {
   Progress &progress = streams.at(stream);
-  // once a line was dropped the next is too, until the reader has caught up and knows
+  // lines are dropped until the reader has caught up and has been told
   const bool isFull = progress.waitingBytes > 0 && progress.waitingBytes + text.size() > kMostBytes;
   if (progress.dropped > 0 || isFull) {
     ++progress.dropped;
@@ -102,7 +102,7 @@ OutputWriter::State::Line *OutputWriter::State::oldestFor(
   return found == lines.end() ? nullptr : &*found;
 }
 
-// `count` bytes of the line were written, or writing failed for good.
+// Notes that `count` bytes of the line were written, or that writing failed for good.
 void OutputWriter::State::advance(const Line &line, ssize_t count, int error) {
   Progress &progress = streams.at(line.stream);
   const Stream stream = line.stream;
@@ -133,7 +133,7 @@ void OutputWriter::State::serve() {
     if (Line *line = oldestFor(waiting)) {
       const int descriptor = streams.at(line->stream).descriptor;
       const ByteView rest = ByteView(line->text).subspan(line->written);
-      lock.unlock();  // only this thread takes lines away, and a deque's stay where they are
+      lock.unlock();  // only this thread removes lines, and a deque does not move the others
       const ssize_t written =
           ::write(descriptor, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
       const int error = errno;
@@ -151,7 +151,7 @@ void OutputWriter::State::serve() {
 OutputWriter::OutputWriter(int outputDescriptor, int errorDescriptor)
     : state_(std::make_shared<State>(outputDescriptor, errorDescriptor)) {
   (void)::eventfd_write(state_->idle.get(), 1);
-  // signals are for the other threads
+  // signals go to the other threads
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

@@ -10,35 +10,34 @@
 
 namespace remote {
 
-// Writes lines to two descriptors from a thread of its own, in the order in which they were added,
-// so that a reader who stands still (a full pipe, a stopped pager or terminal) holds up nobody. A
-// thread, because a terminal that poll calls writable may block all the same, and the flags of a
-// descriptor that other processes share are not ours to change. While one reader stands still the
-// lines for the other go on.
+// Writes lines to two descriptors on a thread of its own, in the order in which they were added. So
+// a reader that has stopped (a full pipe, a stopped pager or terminal) blocks nobody, not even the
+// other descriptor's lines. It takes a thread: a terminal may block although poll calls it
+// writable, and O_NONBLOCK would change the descriptor for other processes that share it.
 class OutputWriter {
  public:
   enum Stream : std::size_t { output, errors };
 
   enum class Outcome {
-    written,  // all of it
+    written,  // everything
     lost,     // a write failed, or lines were dropped because nobody read them
-    stuck,    // the reader stands still
+    stuck,    // the reader has stopped
   };
 
   // The descriptors are borrowed. SIGPIPE has to be ignored.
   OutputWriter(int outputDescriptor, int errorDescriptor);
 
-  // Gives the readers kLastWait for what still waits. A thread that is stuck then is left behind.
+  // Waits kLastWait for the readers. A thread that is still blocked then is left behind.
   ~OutputWriter();
   OutputWriter(const OutputWriter &) = delete;
   OutputWriter &operator=(const OutputWriter &) = delete;
 
-  // Never blocks. While the reader stands still kMostBytes wait, or one line that is longer; lines
-  // after that are dropped, and a line in their place says how many. What waits is cleansed when it
-  // is written.
+  // Never blocks. While the reader has stopped, at most kMostBytes wait, or one longer line.
+  // Further lines are dropped, and one line says how many. Lines are cleansed once they are
+  // written.
   void add(Stream stream, ByteView line);
 
-  // Waits until all is written. Returns what became of the standard output so far.
+  // Waits until everything is written. Returns whether all of standard output was.
   [[nodiscard]] Outcome flush(const client::Patience &patience);
 
   static constexpr std::size_t kMostBytes = std::size_t{256} * 1024;  // a few thousand lines
@@ -47,7 +46,7 @@ class OutputWriter {
  private:
   struct State;
 
-  std::shared_ptr<State> state_;  // which a thread that was left behind needs
+  std::shared_ptr<State> state_;  // shared with a thread that may be left behind
   std::thread thread_;
 };
 

@@ -31,7 +31,7 @@ int fail(Console &console, const std::string &what) {
   return kFailed;
 }
 
-// Waits for whoever reads the result, however slow, until a signal comes.
+// Waits until the result has been read or a signal comes.
 int deliver(Console &console, const StopSignal &stop, const std::string &what) {
   const client::Patience patience{client::Deadline::max(), stop.descriptor()};
   if (console.flush(patience) == OutputWriter::Outcome::written) {
@@ -144,15 +144,15 @@ int run(const Arguments &arguments, Console &console) {
 }  // namespace
 
 void prepareProcess() {
-  // no other process of the user may look into this one, and no core file may hold its keys
+  // no other process of the user may read this one's memory, and no core file may hold its keys
   (void)::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
   (void)::umask(077);
   (void)std::signal(SIGPIPE, SIG_IGN);
-  // A name server that is away swallows questions. By default they are repeated after 5 s, and
-  // whoever waits for a network notices its return late.
+  // By default an unanswered name look-up is repeated after 5 s, so the return of a network would
+  // be noticed late.
   (void)::setenv("RES_OPTIONS", "timeout:2 attempts:3", /*overwrite=*/0);
-  // what is said to a closed descriptor would go into the connection that gets its number; what
-  // can't be written to fails as the closed one would
+  // A closed standard descriptor's number would go to a connection, and output into that.
+  // /dev/null, open for reading only, makes such output fail instead.
   while (true) {
     base::Descriptor descriptor(::open("/dev/null", O_RDONLY));
     if (descriptor.get() < 0 || descriptor.get() > STDERR_FILENO) {

@@ -4,8 +4,8 @@
 
 namespace remote {
 
-// What the process needs before anything else: no core file, private files, no SIGPIPE, and
-// something under each of the standard descriptors.
+// Prepares the process: no core file, private files, no SIGPIPE, and all standard descriptors open.
+// To be called first.
 void prepareProcess();
 
 // kfy-remote. Returns the exit status: 0 done, 1 it failed, 2 the command line was wrong.

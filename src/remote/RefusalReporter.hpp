@@ -8,9 +8,9 @@
 
 namespace remote {
 
-// Warnings about the refused requests of one machine: so many lines a second, the rest of them in
-// one line when the second is over. A machine that asks all the time for what is refused fills no
-// terminal and hides no other line.
+// Warns about refused requests of one machine: kMostLines lines a second, and then one line with
+// the number of the others. So a machine whose requests are refused all the time does not flood the
+// terminal.
 class RefusalReporter {
  public:
   using Time = client::Deadline;
@@ -21,7 +21,7 @@ class RefusalReporter {
 
   void say(const std::string &line, Time now);
 
-  // To be called when dueAt() has come: says how many lines were left out.
+  // To be called at dueAt(): reports how many lines were left out.
   void turn(Time now);
   [[nodiscard]] Time dueAt() const { return unsaid_ > 0 ? secondEnds_ : Time::max(); }
 

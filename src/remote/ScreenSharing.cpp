@@ -8,7 +8,7 @@
 namespace remote {
 namespace {
 
-// Where an account name may be asked for; the machine has only one to give.
+// The request needs an account name, but the machine has only one account to give.
 constexpr const char *kAccount = "cvnkfyvncuser";
 
 std::nullopt_t fail(Error *error, const std::string &reason) {
@@ -16,7 +16,7 @@ std::nullopt_t fail(Error *error, const std::string &reason) {
   return std::nullopt;
 }
 
-// `connect` and `authenticate`; false with the reason.
+// Sends `connect` and `authenticate`. False, with the reason, if one is refused.
 bool authenticate(client::Connection &connection, const crypto::Identity &authentication,
                   const client::Patience &patience, Error *error) {
   const auto hash = authentication.key.publicKey().hash(error);

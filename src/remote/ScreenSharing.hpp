@@ -12,15 +12,15 @@
 
 namespace remote {
 
-// The screen-sharing account of a machine, with the password that it has from now on.
+// The screen-sharing account of a machine, with its new password.
 struct ScreenSharingAccount {
   std::string name;
   SecretText password;
 };
 
-// Asks a machine that shows `pinned` for a fresh password, over a connection of its own. Blocks.
-// Nothing, with the reason, if it is not that machine, does not know our key or refuses. The end of
-// the connection withdraws a card that another connection has inserted there.
+// Asks the machine with the fingerprint `pinned` for a fresh password, over a connection of its
+// own. Blocks. Nothing, with the reason, if the fingerprint differs or the machine refuses. The end
+// of this connection also withdraws a card that another connection has inserted there.
 [[nodiscard]] std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
     const Address &address, const Fingerprint &pinned, const crypto::Identity &authentication,
     const client::Patience &patience, Error *error = nullptr);

@@ -15,7 +15,7 @@
 
 namespace remote {
 
-// What all machines share; borrowed, and outlives them.
+// What all machines share. Borrowed; it outlives them.
 struct Services {
   const KeyRing &keys;
   const crypto::Identity &authentication;
@@ -23,12 +23,12 @@ struct Services {
   const KnownHosts &knownHosts;
   Consent &consent;
   Console &console;
-  bool withoutConsent = false;  // every use of a key is allowed
+  bool withoutConsent = false;  // every use of a key is allowed without a question
   WorkPool &pool;
   const std::shared_ptr<LoopExecutor> &executor;
   ConnectionAttempts &attempts;
   std::chrono::seconds reinsertion;  // see ConnectCommand
-  bool isAlone = true;               // the only machine: lines need not say which one they mean
+  bool isAlone = true;               // there is only one machine, so lines need not name it
 };
 
 }  // namespace remote

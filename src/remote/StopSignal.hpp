@@ -4,8 +4,8 @@
 
 namespace remote {
 
-// SIGINT, SIGTERM and SIGHUP as something to wait on, instead of the end of the process. Made
-// before the first thread.
+// Turns SIGINT, SIGTERM and SIGHUP into a descriptor that can be polled. Must be made before the
+// first thread.
 class StopSignal {
  public:
   StopSignal();

@@ -34,7 +34,7 @@ void Terminal::showRest() {
       break;
     }
     if (written < 0 && errno != EINTR) {
-      rest_.clear();  // nobody is there any more, as the next read tells
+      rest_.clear();  // the terminal has gone; the next read reports it
     }
     rest_.erase(0, static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
   }

@@ -9,12 +9,12 @@
 
 namespace remote {
 
-// A few threads for the keys' own work, so that a slow key holds up no connection.
+// A few threads for key operations, so that a slow key blocks no connection.
 class WorkPool {
  public:
   explicit WorkPool(std::size_t threads);
 
-  // Waits for what is being worked on; what still waits is dropped.
+  // Waits for running work and drops the waiting work.
   ~WorkPool();
   WorkPool(const WorkPool &) = delete;
   WorkPool &operator=(const WorkPool &) = delete;
