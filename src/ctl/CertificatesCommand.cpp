@@ -1,12 +1,12 @@
 #include <CLI/CLI.hpp>
 #include <ostream>
 
-#include "ctl/CardMarker.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/DateText.hpp"
 #include "ctl/Facts.hpp"
 #include "ctl/LocalDaemon.hpp"
+#include "ctl/MarkerInspection.hpp"
 #include "encodings/HexString.hpp"
 
 namespace ctl {
@@ -26,7 +26,7 @@ Facts cardFacts(const CardCertificate &card) {
           {"notAfter", "valid until", dateText(card.certificate.notAfter())}};
 }
 
-Outcome listCertificates(Session &session) {
+Outcome listCertificates(Invocation &invocation) {
   Failure failure;
   auto daemon = LocalDaemon::open(kListWait, failure);
   const auto cards = daemon ? daemon->certificates(failure) : std::nullopt;
@@ -37,27 +37,27 @@ Outcome listCertificates(Session &session) {
   for (const CardCertificate &card : *cards) {
     list.push_back(cardFacts(card));
   }
-  if (session.json) {
-    session.output << jsonOf(list);
+  if (invocation.json) {
+    invocation.output << jsonOf(list);
     return std::nullopt;
   }
   for (const Facts &facts : list) {
-    session.output << (&facts == list.data() ? "" : "\n") << textOf(facts);
+    invocation.output << (&facts == list.data() ? "" : "\n") << textOf(facts);
   }
   if (list.empty()) {
-    session.notes << "kfyctl: no remote client has inserted a card\n";
-  } else if (lookAtCardMarker().kind != CardMarker::present) {
-    session.notes << "kfyctl: the card is withdrawn; these were its certificates\n";
+    invocation.notes << "kfyctl: no remote client has inserted a card\n";
+  } else if (inspectMarker().kind != MarkerKind::present) {
+    invocation.notes << "kfyctl: the card is withdrawn; these were its certificates\n";
   }
   return std::nullopt;
 }
 
 }  // namespace
 
-void addCertificatesCommand(CLI::App &app, Session &session) {
+void addCertificatesCommand(CLI::App &app, Invocation &invocation) {
   CLI::App *const command = app.add_subcommand("certificates", "what the card holds");
-  addJSONOption(*command, session);
-  command->callback([&session] { session.outcome = listCertificates(session); });
+  addJSONOption(*command, invocation);
+  command->callback([&invocation] { invocation.outcome = listCertificates(invocation); });
 }
 
 }  // namespace ctl

@@ -35,14 +35,14 @@ std::string whatIsWrong(const CLI::App &app, const CLI::ParseError &error) {
                          : "\"" + unknown.front() + "\" is not known here";
 }
 
-void say(const std::string &program, const Failure &failure, Session &session) {
-  if (session.json) {
-    session.notes << jsonOf({{"error", "error", failure.what}, {"try", "try", failure.next}});
+void say(const std::string &program, const Failure &failure, Invocation &invocation) {
+  if (invocation.json) {
+    invocation.notes << jsonOf({{"error", "error", failure.what}, {"try", "try", failure.next}});
     return;
   }
-  session.notes << program << ": error: " << base::displayText(failure.what) << '\n';
+  invocation.notes << program << ": error: " << base::displayText(failure.what) << '\n';
   if (!failure.next.empty()) {
-    session.notes << program << ": try: " << base::displayText(failure.next) << '\n';
+    invocation.notes << program << ": try: " << base::displayText(failure.next) << '\n';
   }
 }
 
@@ -52,7 +52,7 @@ std::vector<std::string> argumentsOf(int count, char **values) {
   return {values + std::min(count, 1), values + count};
 }
 
-Session sessionOnStandardStreams() {
+Invocation sessionOnStandardStreams() {
   return {std::cin, std::cout, std::cerr, ::isatty(STDIN_FILENO) == 1,
           ::isatty(STDOUT_FILENO) == 1};
 }
@@ -65,29 +65,29 @@ void describe(CLI::App &app, const std::string &description) {
   app.get_formatter()->column_width(36);
 }
 
-void addJSONOption(CLI::App &command, Session &session) {
-  command.add_flag("--json", session.json, "write the result as JSON");
+void addJSONOption(CLI::App &command, Invocation &invocation) {
+  command.add_flag("--json", invocation.json, "write the result as JSON");
 }
 
-int runCommandLine(CLI::App &app, std::span<const std::string> arguments, Session &session) {
+int runCommandLine(CLI::App &app, std::span<const std::string> arguments, Invocation &invocation) {
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError &error) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-      return app.exit(error, session.output, session.notes);
+      return app.exit(error, invocation.output, invocation.notes);
     }
-    session.outcome =
+    invocation.outcome =
         Failure{whatIsWrong(app, error), spelledCommand(app) + " --help", exitWrongCommandLine};
   }
-  session.output.flush();
-  if (!session.outcome && !session.output) {
-    session.outcome = Failure{"the result cannot be written to standard output", ""};
+  invocation.output.flush();
+  if (!invocation.outcome && !invocation.output) {
+    invocation.outcome = Failure{"the result cannot be written to standard output", ""};
   }
-  if (!session.outcome) {
+  if (!invocation.outcome) {
     return exitDone;
   }
-  say(app.get_name(), *session.outcome, session);
-  return session.outcome->status;
+  say(app.get_name(), *invocation.outcome, invocation);
+  return invocation.outcome->status;
 }
 
 }  // namespace ctl

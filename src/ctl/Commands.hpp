@@ -1,19 +1,19 @@
 #pragma once
 
 #include "ctl/CommandLine.hpp"
-#include "ctl/Session.hpp"
+#include "ctl/Invocation.hpp"
 
 namespace ctl {
 
 // Each adds one group of commands to kfyctl. A command that was chosen leaves its outcome in the
-// session, which outlives the parser.
-void addIdentityCommands(CLI::App &app, Session &session);
-void addPasswordCommands(CLI::App &app, Session &session);
-void addDefaultsCommands(CLI::App &app, Session &session);
-void addDebugCommands(CLI::App &app, Session &session);
-void addCertificatesCommand(CLI::App &app, Session &session);
-void addSignCommand(CLI::App &app, Session &session);
-void addDecryptCommand(CLI::App &app, Session &session);
-void addStatusCommand(CLI::App &app, Session &session);
+// invocation, which outlives the parser.
+void addIdentityCommands(CLI::App &app, Invocation &invocation);
+void addPasswordCommands(CLI::App &app, Invocation &invocation);
+void addDefaultsCommands(CLI::App &app, Invocation &invocation);
+void addDebugCommands(CLI::App &app, Invocation &invocation);
+void addCertificatesCommand(CLI::App &app, Invocation &invocation);
+void addSignCommand(CLI::App &app, Invocation &invocation);
+void addDecryptCommand(CLI::App &app, Invocation &invocation);
+void addStatusCommand(CLI::App &app, Invocation &invocation);
 
 }  // namespace ctl

@@ -35,10 +35,10 @@ std::optional<CleansedBytes> readAll(std::istream &input, Failure &failure) {
 
 }  // namespace
 
-std::optional<CleansedBytes> readInput(const std::string &path, Session &session,
+std::optional<CleansedBytes> readInput(const std::string &path, Invocation &invocation,
                                        Failure &failure) {
   if (isStandard(path)) {
-    return readAll(session.input, failure);
+    return readAll(invocation.input, failure);
   }
   Error error;
   auto content = base::readFile(path, kLargestInput, &error);
@@ -48,16 +48,17 @@ std::optional<CleansedBytes> readInput(const std::string &path, Session &session
   return content;
 }
 
-Outcome writeOutput(const std::string &path, ByteView content, unsigned mode, Session &session) {
+Outcome writeOutput(const std::string &path, ByteView content, unsigned mode,
+                    Invocation &invocation) {
   if (!isStandard(path)) {
     Error error;
     return base::replaceFile(path, content, mode, &error) ? std::nullopt
                                                           : Outcome(Failure{error.description, ""});
   }
-  if (session.outputIsTerminal) {
-    session.output << encodings::base64EncodedString(content) << '\n';
+  if (invocation.outputIsTerminal) {
+    invocation.output << encodings::base64EncodedString(content) << '\n';
   } else {
-    session.output << base::textOf(content);
+    invocation.output << base::textOf(content);
   }
   return std::nullopt;
 }

@@ -50,17 +50,17 @@ bool makeMarker(Error *error) {
   return marker.isOpen();
 }
 
-Outcome turnOn(Session &session) {
+Outcome turnOn(Invocation &invocation) {
   Error error;
   if (!makeMarker(&error)) {
     return failureFrom(error, "kfyctl debug on");
   }
-  session.notes << "kfyctl: debug mode is on; frames and passwords will stand in " << logFolder()
-                << " until: kfyctl debug off\n";
+  invocation.notes << "kfyctl: debug mode is on; frames and passwords will stand in " << logFolder()
+                   << " until: kfyctl debug off\n";
   return std::nullopt;
 }
 
-Outcome turnOff(Session &session) {
+Outcome turnOff(Invocation &invocation) {
   Error error;
   if (::unlink(markerPath().c_str()) != 0 && errno != ENOENT) {
     base::reportErrno(&error, errno, "cannot remove " + markerPath());
@@ -70,19 +70,19 @@ Outcome turnOff(Session &session) {
     return Failure{"debug mode is still on, by the setting debugLogging",
                    "kfyctl defaults delete debugLogging"};
   }
-  session.notes << "kfyctl: debug mode is off; what was logged still stands in " << logFolder()
-                << "\n";
+  invocation.notes << "kfyctl: debug mode is off; what was logged still stands in " << logFolder()
+                   << "\n";
   return std::nullopt;
 }
 
-Outcome tell(Session &session) {
+Outcome tell(Invocation &invocation) {
   const bool hasMarker = base::fileExists(markerPath());
   const bool isSet = isTurnedOnBySetting();
   const Facts facts{{"on", "debug mode", hasMarker || isSet},
                     {"marker", "marker " + markerPath(), hasMarker},
                     {"debugLogging", "setting debugLogging", isSet},
                     {"logFolder", "log folder", logFolder()}};
-  session.output << (session.json ? jsonOf(facts) : textOf(facts));
+  invocation.output << (invocation.json ? jsonOf(facts) : textOf(facts));
   return std::nullopt;
 }
 
@@ -90,7 +90,7 @@ struct DebugCommand {
   const char *name;
   const char *description;
   bool answers;
-  Outcome (*run)(Session &);
+  Outcome (*run)(Invocation &);
 };
 
 constexpr DebugCommand kDebugCommands[] = {
@@ -101,15 +101,15 @@ constexpr DebugCommand kDebugCommands[] = {
 
 }  // namespace
 
-void addDebugCommands(CLI::App &app, Session &session) {
+void addDebugCommands(CLI::App &app, Invocation &invocation) {
   CLI::App *const group = app.add_subcommand("debug", "debug mode of kfyd");
   group->require_subcommand(1);
   for (const DebugCommand &row : kDebugCommands) {
     CLI::App *const command = group->add_subcommand(row.name, row.description);
     if (row.answers) {
-      addJSONOption(*command, session);
+      addJSONOption(*command, invocation);
     }
-    command->callback([&session, run = row.run] { session.outcome = run(session); });
+    command->callback([&invocation, run = row.run] { invocation.outcome = run(invocation); });
   }
 }
 

@@ -18,13 +18,13 @@ struct DecryptOptions : CardUseOptions {
 
 // Nothing, with `failure` filled, unless the key can decrypt and the input is one block for it.
 std::optional<Bytes> readBlock(const DecryptOptions &options, const crypto::PublicKey &key,
-                               Session &session, Failure &failure) {
+                               Invocation &invocation, Failure &failure) {
   if (key.type() != crypto::KeyType::rsa) {
     failure = {"a key of type " + key.description() + " cannot decrypt; an RSA key can",
                "kfyctl certificates"};
     return std::nullopt;
   }
-  const auto input = readInput(options.in, session, failure);
+  const auto input = readInput(options.in, invocation, failure);
   if (!input) {
     return std::nullopt;
   }
@@ -46,10 +46,10 @@ std::optional<SecretBytes> unpadded(const DecryptOptions &options, ByteView bloc
   return hash ? crypto::unpadOAEP(block, *hash, *hash) : std::nullopt;
 }
 
-Outcome decrypt(const DecryptOptions &options, Session &session) {
+Outcome decrypt(const DecryptOptions &options, Invocation &invocation) {
   Failure failure;
   auto use = beginCardUse(options, failure);
-  auto block = use ? readBlock(options, use->key, session, failure) : std::nullopt;
+  auto block = use ? readBlock(options, use->key, invocation, failure) : std::nullopt;
   const auto opened =
       block ? use->daemon.decrypt(use->certificateHash, std::move(*block), use->pin, failure)
             : std::nullopt;
@@ -61,12 +61,12 @@ Outcome decrypt(const DecryptOptions &options, Session &session) {
     return Failure{"the block was not encrypted for this key with this padding and hash",
                    "kfyctl decrypt --help"};
   }
-  return writeOutput(options.out, message->reveal(), kForOwnerAlone, session);
+  return writeOutput(options.out, message->reveal(), kForOwnerAlone, invocation);
 }
 
 }  // namespace
 
-void addDecryptCommand(CLI::App &app, Session &session) {
+void addDecryptCommand(CLI::App &app, Invocation &invocation) {
   const auto options = std::make_shared<DecryptOptions>();
   options->hash = "sha1";
   CLI::App *const command = app.add_subcommand("decrypt", "have a key of the card decrypt a block");
@@ -76,7 +76,7 @@ void addDecryptCommand(CLI::App &app, Session &session) {
       ->check(CLI::IsMember({"oaep", "pkcs1"}));
   command->add_option("--hash", options->hash, "of OAEP and its mask; default: sha1")
       ->check(CLI::IsMember({"sha1", "sha256", "sha384", "sha512"}));
-  command->callback([options, &session] { session.outcome = decrypt(*options, session); });
+  command->callback([options, &invocation] { invocation.outcome = decrypt(*options, invocation); });
 }
 
 }  // namespace ctl

@@ -89,7 +89,7 @@ void addDomain(Listing &listing, std::string_view domain,
   }
 }
 
-Outcome listDefaults(Session &session) {
+Outcome listDefaults(Invocation &invocation) {
   Listing listing;
   for (const std::string_view domain : kDomains) {
     Error error;
@@ -99,11 +99,11 @@ Outcome listDefaults(Session &session) {
     }
     addDomain(listing, domain, *settings);
   }
-  session.output << (session.json ? jsonOf(listing.facts) : listing.text);
+  invocation.output << (invocation.json ? jsonOf(listing.facts) : listing.text);
   return std::nullopt;
 }
 
-Outcome readDefault(const DefaultsOptions &options, Session &session) {
+Outcome readDefault(const DefaultsOptions &options, Invocation &invocation) {
   const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "read");
@@ -119,14 +119,15 @@ Outcome readDefault(const DefaultsOptions &options, Session &session) {
   }
   const std::vector<platform_linux::Setting> all{{options.key, stored.value_or(value)}};
   const auto faults = stored ? settings::faultsIn(known->domain, all) : std::vector<SettingFault>();
-  session.output << (session.json ? jsonOf(settingFacts(options.key, known->domain, value,
-                                                        /*isSet=*/stored.has_value(),
-                                                        faults.empty() ? nullptr : &faults.front()))
-                                  : value + "\n");
+  invocation.output << (invocation.json
+                            ? jsonOf(settingFacts(options.key, known->domain, value,
+                                                  /*isSet=*/stored.has_value(),
+                                                  faults.empty() ? nullptr : &faults.front()))
+                            : value + "\n");
   return std::nullopt;
 }
 
-Outcome writeDefault(const DefaultsOptions &options, Session & /*session*/) {
+Outcome writeDefault(const DefaultsOptions &options, Invocation & /*invocation*/) {
   const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "write");
@@ -142,7 +143,7 @@ Outcome writeDefault(const DefaultsOptions &options, Session & /*session*/) {
   return std::nullopt;
 }
 
-Outcome deleteDefault(const DefaultsOptions &options, Session & /*session*/) {
+Outcome deleteDefault(const DefaultsOptions &options, Invocation & /*invocation*/) {
   const auto *const known = knownSetting(options.key);
   if (known == nullptr) {
     return unknownKey(options, "delete");
@@ -159,7 +160,7 @@ struct DefaultsCommand {
   const char *description;
   bool takesValue;
   bool answers;
-  Outcome (*run)(const DefaultsOptions &, Session &);
+  Outcome (*run)(const DefaultsOptions &, Invocation &);
 };
 
 constexpr DefaultsCommand kDefaultsCommands[] = {
@@ -170,12 +171,12 @@ constexpr DefaultsCommand kDefaultsCommands[] = {
 
 }  // namespace
 
-void addDefaultsCommands(CLI::App &app, Session &session) {
+void addDefaultsCommands(CLI::App &app, Invocation &invocation) {
   CLI::App *const group = app.add_subcommand("defaults", "settings of kfyd");
   group->require_subcommand(1);
   CLI::App *const list = group->add_subcommand("list", "all settings and what they mean");
-  addJSONOption(*list, session);
-  list->callback([&session] { session.outcome = listDefaults(session); });
+  addJSONOption(*list, invocation);
+  list->callback([&invocation] { invocation.outcome = listDefaults(invocation); });
 
   for (const DefaultsCommand &row : kDefaultsCommands) {
     const auto options = std::make_shared<DefaultsOptions>();
@@ -185,10 +186,10 @@ void addDefaultsCommands(CLI::App &app, Session &session) {
       command->add_option("VALUE", options->value, "its new value")->required();
     }
     if (row.answers) {
-      addJSONOption(*command, session);
+      addJSONOption(*command, invocation);
     }
     command->callback(
-        [options, &session, run = row.run] { session.outcome = run(*options, session); });
+        [options, &invocation, run = row.run] { invocation.outcome = run(*options, invocation); });
   }
 }
 

@@ -48,15 +48,15 @@ Matches hasLabel(const std::string &label) {
 }
 
 // Those of the keychain, and where it has none those of tokens: where kfyd looks, in its order.
-std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches, Session &session,
-                                                        Failure &failure) {
-  auto records = allIdentities(session, failure);
+std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches,
+                                                        Invocation &invocation, Failure &failure) {
+  auto records = allIdentities(invocation, failure);
   if (!records) {
     return std::nullopt;
   }
   if (std::ranges::none_of(*records, matches)) {
     // token by token: one that fails hides nothing of the others
-    for (TokenIdentities &token : identitiesOnTokens(session)) {
+    for (TokenIdentities &token : identitiesOnTokens(invocation)) {
       std::ranges::move(token.records, std::back_inserter(*records));
     }
   }
@@ -74,36 +74,37 @@ std::string commonNameOf(const IdentityRecord &record) {
 
 }  // namespace
 
-std::optional<std::vector<IdentityRecord>> allIdentities(Session &session, Failure &failure) {
-  auto matches = session.keychain->searchIdentities(identity::queryWithAttributes());
+std::optional<std::vector<IdentityRecord>> allIdentities(Invocation &invocation, Failure &failure) {
+  auto matches = invocation.keychain->searchIdentities(identity::queryWithAttributes());
   if (matches.status != platform::itemSuccess && matches.status != platform::itemNotFound) {
-    failure = keychainUnusable(session);
+    failure = keychainUnusable(invocation);
     return std::nullopt;
   }
   return std::move(matches.records);
 }
 
-std::vector<TokenIdentities> identitiesOnTokens(Session &session) {
+std::vector<TokenIdentities> identitiesOnTokens(Invocation &invocation) {
   std::vector<TokenIdentities> tokens;
-  if (session.tokens == nullptr) {
+  if (invocation.tokens == nullptr) {
     return tokens;
   }
   platform::IdentityQuery query = identity::queryWithAttributes();
-  for (const std::string &id : session.tokens->tokenIDs()) {
+  for (const std::string &id : invocation.tokens->tokenIDs()) {
     query.tokenID = id;
-    tokens.push_back({id, session.tokens->searchIdentities(query, /*isWanted=*/nullptr).records});
+    tokens.push_back(
+        {id, invocation.tokens->searchIdentities(query, /*isWanted=*/nullptr).records});
   }
   return tokens;
 }
 
-std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Session &session,
+std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Invocation &invocation,
                                             Failure &failure) {
   if (const auto hash = sha1FromText(hashOrLabel)) {
-    if (auto record = firstOf(allThatMatch(hasHash(*hash), session, failure))) {
+    if (auto record = firstOf(allThatMatch(hasHash(*hash), invocation, failure))) {
       return record;
     }
   }
-  const auto records = allThatMatch(hasLabel(hashOrLabel), session, failure);
+  const auto records = allThatMatch(hasLabel(hashOrLabel), invocation, failure);
   if (records && records->size() != 1) {
     failure = {records->empty()
                    ? "no identity " + quoted(hashOrLabel) + " in the keychain or on a token"
@@ -115,7 +116,7 @@ std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel, Sess
   return firstOf(records);
 }
 
-std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) {
+std::optional<IdentityRecord> identityInUse(Invocation &invocation, Failure &failure) {
   const auto hashText = settingText(settings::kIdentityHash.key, failure);
   const auto name = hashText.value_or("").empty()
                         ? settingText(settings::kIdentityName.key, failure)
@@ -130,8 +131,9 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
     return std::nullopt;
   }
   const auto hash = name ? std::nullopt : encodings::dataWithHexString(*hashText);
-  const auto records = allThatMatch(
-      name ? hasLabel(base::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})), session, failure);
+  const auto records =
+      allThatMatch(name ? hasLabel(base::lowerCase(*name)) : hasHash(hash.value_or(Bytes{})),
+                   invocation, failure);
   if (records && records->empty()) {
     failure = {"no TLS identity " +
                    (name ? "named " + quoted(*name) : "with the SHA-1 hash " + *hashText) +
@@ -141,26 +143,26 @@ std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure) 
   return firstOf(records);
 }
 
-Outcome addIdentity(const crypto::Identity &identity, const std::string &label, Session &session,
-                    bool &wasThere) {
+Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
+                    Invocation &invocation, bool &wasThere) {
   const IdentityRecord record = identity::describeNew(identity, label);
   if (!record.publicKeyHash) {
     return Failure{"the keychain cannot hold a key of this type",
                    "kfyctl identity create --common-name NAME"};
   }
-  const auto status = session.keychain->addIdentity(record, /*accessGroup=*/std::nullopt);
+  const auto status = invocation.keychain->addIdentity(record, /*accessGroup=*/std::nullopt);
   wasThere = status == platform::itemDuplicate;
-  return wasThere || status == platform::itemSuccess ? Outcome() : keychainUnusable(session);
+  return wasThere || status == platform::itemSuccess ? Outcome() : keychainUnusable(invocation);
 }
 
-void tellOf(const IdentityRecord &record, bool wasThere, Session &session) {
+void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation) {
   const std::string hash = hashOf(record);
   const Facts facts{
       {"sha1", "SHA-1", hash}, {"label", "label", labelOf(record)}, {"added", "added", !wasThere}};
-  session.output << (session.json ? jsonOf(facts) : hash + "\n");
-  session.notes << "kfyctl: \"" << base::displayText(labelOf(record)) << "\" is in the keychain"
-                << (wasThere ? " already" : "") << "; kfyd will show it after: kfyctl identity use "
-                << hash << '\n';
+  invocation.output << (invocation.json ? jsonOf(facts) : hash + "\n");
+  invocation.notes << "kfyctl: \"" << base::displayText(labelOf(record)) << "\" is in the keychain"
+                   << (wasThere ? " already" : "")
+                   << "; kfyd will show it after: kfyctl identity use " << hash << '\n';
 }
 
 Outcome useIdentity(const IdentityRecord &record) {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "ctl/Facts.hpp"
+#include "ctl/Invocation.hpp"
 #include "ctl/Outcome.hpp"
-#include "ctl/Session.hpp"
 #include "platform/ItemStore.hpp"
 
 namespace ctl {
@@ -15,7 +15,7 @@ using platform::IdentityRecord;
 
 // All identities in the keychain; none if there is no keychain. Nothing, with `failure` filled, if
 // it can't be used.
-[[nodiscard]] std::optional<std::vector<IdentityRecord>> allIdentities(Session &session,
+[[nodiscard]] std::optional<std::vector<IdentityRecord>> allIdentities(Invocation &invocation,
                                                                        Failure &failure);
 
 // A token that is present, and the identities on it.
@@ -25,26 +25,26 @@ struct TokenIdentities {
 };
 
 // The tokens present, in their order. May run other vendors' code.
-[[nodiscard]] std::vector<TokenIdentities> identitiesOnTokens(Session &session);
+[[nodiscard]] std::vector<TokenIdentities> identitiesOnTokens(Invocation &invocation);
 
 // The one identity, in the keychain or else on a token, with this SHA-1 hash of its certificate, or
 // with exactly this label. Nothing, with `failure` filled, if there is none or the label stands for
 // several.
 [[nodiscard]] std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel,
-                                                          Session &session, Failure &failure);
+                                                          Invocation &invocation, Failure &failure);
 
 // The identity that kfyd chooses by its settings: by the hash, and where none is set by the name in
 // lower case. Nothing, with `failure` filled, if it finds none.
-[[nodiscard]] std::optional<IdentityRecord> identityInUse(Session &session, Failure &failure);
+[[nodiscard]] std::optional<IdentityRecord> identityInUse(Invocation &invocation, Failure &failure);
 
 // Adds an identity that can do what its key can. One that is there already is as good: it keeps its
 // label, and `wasThere` says so.
 [[nodiscard]] Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
-                                  Session &session, bool &wasThere);
+                                  Invocation &invocation, bool &wasThere);
 
 // Prints the hash of an identity that was added, or was there before, by which everything else
 // names it.
-void tellOf(const IdentityRecord &record, bool wasThere, Session &session);
+void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation);
 
 // Makes kfyd use the identity from its next start on: by its hash, so that the label may hold
 // capitals. Also publishes its certificate, which clients on this machine pin.

@@ -30,7 +30,7 @@ struct IdentityOptions {
   bool force = false;
 };
 
-Outcome createIdentity(const IdentityOptions &options, Session &session) {
+Outcome createIdentity(const IdentityOptions &options, Invocation &invocation) {
   Error error;
   const auto key = crypto::PrivateKey::generateP256(&error);
   const auto certificate =
@@ -45,15 +45,15 @@ Outcome createIdentity(const IdentityOptions &options, Session &session) {
   record.reference = std::make_shared<const crypto::Identity>(identity);
   record.label = options.label.empty() ? options.commonName : options.label;
   bool wasThere = false;
-  if (auto failure = addIdentity(identity, *record.label, session, wasThere)) {
+  if (auto failure = addIdentity(identity, *record.label, invocation, wasThere)) {
     return failure;
   }
-  tellOf(record, wasThere, session);
+  tellOf(record, wasThere, invocation);
   return std::nullopt;
 }
 
-Outcome importIdentity(const IdentityOptions &options, Session &session) {
-  return importIdentities(options.file, options.label, options.password, session);
+Outcome importIdentity(const IdentityOptions &options, Invocation &invocation) {
+  return importIdentities(options.file, options.label, options.password, invocation);
 }
 
 // Those on a token also name it.
@@ -73,83 +73,84 @@ std::vector<Facts> factsOfAll(const std::vector<IdentityRecord> &inKeychain,
   return list;
 }
 
-Outcome listIdentities(const IdentityOptions & /*options*/, Session &session) {
+Outcome listIdentities(const IdentityOptions & /*options*/, Invocation &invocation) {
   Failure failure;
-  const auto records = allIdentities(session, failure);
+  const auto records = allIdentities(invocation, failure);
   if (!records) {
     return failure;
   }
   Failure ignored;
-  const auto used = identityInUse(session, ignored);
+  const auto used = identityInUse(invocation, ignored);
   const auto isUsed = [&](const IdentityRecord &record) {
     return used && hashOf(*used) == hashOf(record);
   };
-  const std::vector<TokenIdentities> tokens = identitiesOnTokens(session);
-  if (session.json) {
-    session.output << jsonOf(factsOfAll(*records, tokens, isUsed));
+  const std::vector<TokenIdentities> tokens = identitiesOnTokens(invocation);
+  if (invocation.json) {
+    invocation.output << jsonOf(factsOfAll(*records, tokens, isUsed));
     return std::nullopt;
   }
   const auto printLines = [&](const std::vector<IdentityRecord> &some) {
     for (const IdentityRecord &record : some) {
-      session.output << hashOf(record) << (isUsed(record) ? " * " : "   ")
-                     << base::displayText(labelOf(record)) << '\n';
+      invocation.output << hashOf(record) << (isUsed(record) ? " * " : "   ")
+                        << base::displayText(labelOf(record)) << '\n';
     }
   };
   printLines(*records);
   for (const auto &[token, onToken] : tokens) {
-    session.output << "on " << base::displayText(token) << ":\n";
+    invocation.output << "on " << base::displayText(token) << ":\n";
     printLines(onToken);
   }
   return std::nullopt;
 }
 
-Outcome showIdentity(const IdentityOptions &options, Session &session) {
+Outcome showIdentity(const IdentityOptions &options, Invocation &invocation) {
   Failure failure;
   Failure ignored;
-  const auto used = identityInUse(session, options.name.empty() ? failure : ignored);
-  const auto record = options.name.empty() ? used : identityNamed(options.name, session, failure);
+  const auto used = identityInUse(invocation, options.name.empty() ? failure : ignored);
+  const auto record =
+      options.name.empty() ? used : identityNamed(options.name, invocation, failure);
   if (!record) {
     return failure;
   }
   const Facts facts = factsOf(*record, used && hashOf(*used) == hashOf(*record));
-  session.output << (session.json ? jsonOf(facts) : textOf(facts));
+  invocation.output << (invocation.json ? jsonOf(facts) : textOf(facts));
   return std::nullopt;
 }
 
-Outcome chooseIdentity(const IdentityOptions &options, Session &session) {
+Outcome chooseIdentity(const IdentityOptions &options, Invocation &invocation) {
   Failure failure;
-  const auto record = identityNamed(options.name, session, failure);
+  const auto record = identityNamed(options.name, invocation, failure);
   if (!record) {
     return failure;
   }
   if (auto outcome = useIdentity(*record)) {
     return outcome;
   }
-  session.notes << "kfyctl: kfyd will show \"" << base::displayText(labelOf(*record)) << "\" ("
-                << hashOf(*record) << ") after: systemctl restart kfyd.service\n"
-                << "kfyctl: clients on this machine expect it from now on, by "
-                << base::rooted(base::kServerCertificate) << '\n';
+  invocation.notes << "kfyctl: kfyd will show \"" << base::displayText(labelOf(*record)) << "\" ("
+                   << hashOf(*record) << ") after: systemctl restart kfyd.service\n"
+                   << "kfyctl: clients on this machine expect it from now on, by "
+                   << base::rooted(base::kServerCertificate) << '\n';
   return std::nullopt;
 }
 
-Outcome deleteIdentity(const IdentityOptions &options, Session &session) {
+Outcome deleteIdentity(const IdentityOptions &options, Invocation &invocation) {
   Failure failure;
-  const auto record = identityNamed(options.name, session, failure);
+  const auto record = identityNamed(options.name, invocation, failure);
   if (!record) {
     return failure;
   }
   Failure ignored;
-  const auto used = identityInUse(session, ignored);
+  const auto used = identityInUse(invocation, ignored);
   if (used && hashOf(*used) == hashOf(*record) && !options.force) {
     return Failure{"kfyd uses \"" + labelOf(*record) + "\" and could not start without it",
                    "kfyctl identity delete " + hashOf(*record) + " --force"};
   }
-  const auto status = session.keychain->deleteIdentity(record->reference->certificate.sha1());
+  const auto status = invocation.keychain->deleteIdentity(record->reference->certificate.sha1());
   if (status == platform::itemNotFound) {
     return Failure{"\"" + labelOf(*record) + "\" is on a token, where kfyctl deletes nothing",
                    "kfyctl identity list"};
   }
-  return status == platform::itemSuccess ? Outcome() : keychainUnusable(session);
+  return status == platform::itemSuccess ? Outcome() : keychainUnusable(invocation);
 }
 
 using OptionsPointer = std::shared_ptr<IdentityOptions>;
@@ -192,7 +193,7 @@ struct IdentityCommand {
   const char *description;
   bool answers;
   void (*addOptions)(CLI::App &, const OptionsPointer &);
-  Outcome (*run)(const IdentityOptions &, Session &);
+  Outcome (*run)(const IdentityOptions &, Invocation &);
 };
 
 constexpr IdentityCommand kIdentityCommands[] = {
@@ -206,7 +207,7 @@ constexpr IdentityCommand kIdentityCommands[] = {
 
 }  // namespace
 
-void addIdentityCommands(CLI::App &app, Session &session) {
+void addIdentityCommands(CLI::App &app, Invocation &invocation) {
   CLI::App *const group = app.add_subcommand("identity", "TLS identities of kfyd");
   group->require_subcommand(1);
   for (const IdentityCommand &row : kIdentityCommands) {
@@ -214,10 +215,10 @@ void addIdentityCommands(CLI::App &app, Session &session) {
     CLI::App *const command = group->add_subcommand(row.name, row.description);
     row.addOptions(*command, options);
     if (row.answers) {
-      addJSONOption(*command, session);
+      addJSONOption(*command, invocation);
     }
     command->callback(
-        [options, &session, run = row.run] { session.outcome = run(*options, session); });
+        [options, &invocation, run = row.run] { invocation.outcome = run(*options, invocation); });
   }
 }
 

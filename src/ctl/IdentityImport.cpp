@@ -47,12 +47,12 @@ auto opened(const std::string &path, const PasswordOptions &options, Failure &fa
 }
 
 Outcome outcomeOf(CVNKeychain::ImportResult result, const std::string &path,
-                  const Session &session) {
+                  const Invocation &invocation) {
   switch (result) {
     case CVNKeychain::importDone:
       return std::nullopt;
     case CVNKeychain::importNotAdded:
-      return keychainUnusable(session);
+      return keychainUnusable(invocation);
     case CVNKeychain::importUnreadable:
       return Failure{
           path + ": it holds no private key that can be read together with its certificate",
@@ -68,7 +68,7 @@ Outcome outcomeOf(CVNKeychain::ImportResult result, const std::string &path,
 }
 
 Outcome importPEM(ByteView file, const std::string &path, const std::string &label,
-                  const PasswordOptions &options, Session &session,
+                  const PasswordOptions &options, Invocation &invocation,
                   std::vector<Imported> &imported) {
   Failure failure;
   const auto identity =
@@ -81,7 +81,7 @@ Outcome importPEM(ByteView file, const std::string &path, const std::string &lab
   bool wasThere = false;
   Outcome outcome = addIdentity(
       *identity, label.empty() ? identity->certificate.commonName().value_or("imported") : label,
-      session, wasThere);
+      invocation, wasThere);
   if (!outcome) {
     imported.push_back({std::make_shared<const crypto::Identity>(*identity), wasThere});
   }
@@ -89,38 +89,38 @@ Outcome importPEM(ByteView file, const std::string &path, const std::string &lab
 }
 
 Outcome importPackage(ByteView file, const std::string &path, const PasswordOptions &options,
-                      Session &session, std::vector<Imported> &imported) {
+                      Invocation &invocation, std::vector<Imported> &imported) {
   Failure failure;
   const auto content =
       opened(path, options, failure, [&](const SecretText *password, Error *error) {
         return crypto::readPkcs12(file, password, error);
       });
-  return content
-             ? outcomeOf(KeychainOperations(*session.keychain)->importPackage(*content, &imported),
-                         path, session)
-             : failure;
+  return content ? outcomeOf(
+                       KeychainOperations(*invocation.keychain)->importPackage(*content, &imported),
+                       path, invocation)
+                 : failure;
 }
 
 // With the labels that they have in the keychain: one that was there keeps its own.
-void tellOfAll(const std::vector<Imported> &imported, Session &session) {
+void tellOfAll(const std::vector<Imported> &imported, Invocation &invocation) {
   Failure ignored;
   std::map<std::string, IdentityRecord> stored;
   for (const IdentityRecord &record :
-       allIdentities(session, ignored).value_or(std::vector<IdentityRecord>())) {
+       allIdentities(invocation, ignored).value_or(std::vector<IdentityRecord>())) {
     stored.emplace(hashOf(record), record);
   }
   for (const auto &[identity, wasThere] : imported) {
     IdentityRecord record;
     record.reference = identity;
     const auto found = stored.find(hashOf(record));
-    tellOf(found == stored.end() ? record : found->second, wasThere, session);
+    tellOf(found == stored.end() ? record : found->second, wasThere, invocation);
   }
 }
 
 }  // namespace
 
 Outcome importIdentities(const std::string &path, const std::string &label,
-                         const PasswordOptions &options, Session &session) {
+                         const PasswordOptions &options, Invocation &invocation) {
   const std::string command = "kfyctl identity import " + path;
   Error error;
   const auto file = base::readFile(path, kLargestImport, &error);
@@ -135,9 +135,9 @@ Outcome importIdentities(const std::string &path, const std::string &label,
         command, exitWrongCommandLine};
   }
   std::vector<Imported> imported;
-  Outcome outcome = isPEM ? importPEM(*file, path, label, options, session, imported)
-                          : importPackage(*file, path, options, session, imported);
-  tellOfAll(imported, session);
+  Outcome outcome = isPEM ? importPEM(*file, path, label, options, invocation, imported)
+                          : importPackage(*file, path, options, invocation, imported);
+  tellOfAll(imported, invocation);
   const auto added = std::ranges::count(imported, false, &Imported::wasThere);
   if (outcome && added > 0) {
     outcome->what += "; " + std::to_string(added) + " before it are in the keychain now";

@@ -2,9 +2,9 @@
 
 #include <string>
 
+#include "ctl/Invocation.hpp"
 #include "ctl/Outcome.hpp"
 #include "ctl/PasswordOptions.hpp"
-#include "ctl/Session.hpp"
 
 namespace ctl {
 
@@ -14,6 +14,6 @@ namespace ctl {
 // labelled with their common names. The file stays as it is, is opened once, and no copy of it is
 // written. Without a given password it is asked for only where the file wants one.
 [[nodiscard]] Outcome importIdentities(const std::string &path, const std::string &label,
-                                       const PasswordOptions &options, Session &session);
+                                       const PasswordOptions &options, Invocation &invocation);
 
 }  // namespace ctl

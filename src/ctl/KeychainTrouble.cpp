@@ -77,10 +77,10 @@ Failure failureOf(StoreTrouble trouble, const std::string &what) {
 
 }  // namespace
 
-Failure keychainUnusable(const Session &session) {
-  return failureOf(session.keychain->trouble(), session.keychainReport.empty()
-                                                    ? "the keychain cannot be used"
-                                                    : session.keychainReport);
+Failure keychainUnusable(const Invocation &invocation) {
+  return failureOf(invocation.keychain->trouble(), invocation.keychainReport.empty()
+                                                       ? "the keychain cannot be used"
+                                                       : invocation.keychainReport);
 }
 
 std::optional<Failure> troubleAheadOfKeychain() {

@@ -7,18 +7,18 @@
 
 namespace ctl {
 
-int runKfyctl(std::span<const std::string> arguments, Session &session) {
+int runKfyctl(std::span<const std::string> arguments, Invocation &invocation) {
   CLI::App app("", "kfyctl");
   describe(app, "Sets up kfyd, looks after it and tries its card out.");
-  addStatusCommand(app, session);
-  addIdentityCommands(app, session);
-  addPasswordCommands(app, session);
-  addDefaultsCommands(app, session);
-  addDebugCommands(app, session);
-  addCertificatesCommand(app, session);
-  addSignCommand(app, session);
-  addDecryptCommand(app, session);
-  return runCommandLine(app, arguments, session);
+  addStatusCommand(app, invocation);
+  addIdentityCommands(app, invocation);
+  addPasswordCommands(app, invocation);
+  addDefaultsCommands(app, invocation);
+  addDebugCommands(app, invocation);
+  addCertificatesCommand(app, invocation);
+  addSignCommand(app, invocation);
+  addDecryptCommand(app, invocation);
+  return runCommandLine(app, arguments, invocation);
 }
 
 }  // namespace ctl

@@ -3,12 +3,12 @@
 #include <span>
 #include <string>
 
-#include "ctl/Session.hpp"
+#include "ctl/Invocation.hpp"
 
 namespace ctl {
 
-// The tool kfyctl, for administrators of a machine with kfyd. The session must have a keychain.
+// The tool kfyctl, for administrators of a machine with kfyd. The invocation must have a keychain.
 // Returns the exit status.
-[[nodiscard]] int runKfyctl(std::span<const std::string> arguments, Session &session);
+[[nodiscard]] int runKfyctl(std::span<const std::string> arguments, Invocation &invocation);
 
 }  // namespace ctl

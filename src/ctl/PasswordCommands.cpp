@@ -42,7 +42,7 @@ Failure notThere(const Options &options) {
 }
 
 // The password is written where it is overwritten afterwards, not into a text.
-void printJSON(const Facts &facts, const SecretText *password, Session &session) {
+void printJSON(const Facts &facts, const SecretText *password, Invocation &invocation) {
   CleansedBytes json;
   protocol::JSONWriter writer(json);
   writer.beginObject();
@@ -52,27 +52,27 @@ void printJSON(const Facts &facts, const SecretText *password, Session &session)
     writer.text(password->reveal());
   }
   writer.endObject();
-  session.output << base::textOf(base::displayJSON(json)) << '\n';
+  invocation.output << base::textOf(base::displayJSON(json)) << '\n';
 }
 
-Outcome getPassword(const Options &options, Session &session) {
+Outcome getPassword(const Options &options, Invocation &invocation) {
   Error error;
   const auto found =
-      KeychainOperations(*session.keychain)
+      KeychainOperations(*invocation.keychain)
           ->attributesForService(options.service, options.account, groupOf(options), &error);
   if (!found) {
-    return error.domain.empty() ? notThere(options) : keychainUnusable(session);
+    return error.domain.empty() ? notThere(options) : keychainUnusable(invocation);
   }
   const Facts facts{{"account", "account", options.account},
                     {"service", "service", options.service},
                     {"accessGroup", "access group", options.group},
                     {"modifiedDate", "written", dateText(found->modifiedDate)}};
-  if (session.json) {
-    printJSON(facts, options.show ? &found->password : nullptr, session);
+  if (invocation.json) {
+    printJSON(facts, options.show ? &found->password : nullptr, invocation);
   } else if (options.show) {
-    session.output << found->password.reveal() << '\n';
+    invocation.output << found->password.reveal() << '\n';
   } else {
-    session.output << textOf(facts);
+    invocation.output << textOf(facts);
   }
   return std::nullopt;
 }
@@ -99,44 +99,45 @@ std::optional<SecretText> newPassword(const Options &options, Failure &failure) 
   return password;
 }
 
-Outcome setPassword(const Options &options, Session &session) {
+Outcome setPassword(const Options &options, Invocation &invocation) {
   Failure failure;
   const auto password = newPassword(options, failure);
   if (!password) {
     return failure;
   }
-  if (!KeychainOperations(*session.keychain)
+  if (!KeychainOperations(*invocation.keychain)
            ->setPasswordForService(password, options.service, options.account, groupOf(options))) {
-    if (session.keychain->trouble() != platform::StoreTrouble::none) {
-      return keychainUnusable(session);
+    if (invocation.keychain->trouble() != platform::StoreTrouble::none) {
+      return keychainUnusable(invocation);
     }
     return Failure{"a password can hold ASCII characters alone; nothing is changed",
                    commandFor("set", options)};
   }
   if (options.show) {
-    session.output << password->reveal() << '\n';
+    invocation.output << password->reveal() << '\n';
   }
   return std::nullopt;
 }
 
-Outcome deletePassword(const Options &options, Session &session) {
-  if (KeychainOperations(*session.keychain)
+Outcome deletePassword(const Options &options, Invocation &invocation) {
+  if (KeychainOperations(*invocation.keychain)
           ->setPasswordForService(/*password=*/std::nullopt, options.service, options.account,
                                   groupOf(options))) {
     return std::nullopt;
   }
-  return session.keychain->trouble() == platform::StoreTrouble::none ? notThere(options)
-                                                                     : keychainUnusable(session);
+  return invocation.keychain->trouble() == platform::StoreTrouble::none
+             ? notThere(options)
+             : keychainUnusable(invocation);
 }
 
-void addNothing(CLI::App & /*command*/, Options & /*options*/, Session & /*session*/) {}
+void addNothing(CLI::App & /*command*/, Options & /*options*/, Invocation & /*invocation*/) {}
 
-void addReading(CLI::App &command, Options &options, Session &session) {
+void addReading(CLI::App &command, Options &options, Invocation &invocation) {
   command.add_flag("--show", options.show, "print the password itself");
-  addJSONOption(command, session);
+  addJSONOption(command, invocation);
 }
 
-void addWriting(CLI::App &command, Options &options, Session & /*session*/) {
+void addWriting(CLI::App &command, Options &options, Invocation & /*invocation*/) {
   options.password.addTo(command);
   auto *const random = command.add_flag("--random", options.random, "make one of 15 characters");
   random->excludes(command.get_option("--password-file"))
@@ -147,8 +148,8 @@ void addWriting(CLI::App &command, Options &options, Session & /*session*/) {
 struct PasswordCommand {
   const char *name;
   const char *description;
-  void (*addOptions)(CLI::App &, Options &, Session &);
-  Outcome (*run)(const Options &, Session &);
+  void (*addOptions)(CLI::App &, Options &, Invocation &);
+  Outcome (*run)(const Options &, Invocation &);
 };
 
 constexpr PasswordCommand kPasswordCommands[] = {
@@ -159,7 +160,7 @@ constexpr PasswordCommand kPasswordCommands[] = {
 
 }  // namespace
 
-void addPasswordCommands(CLI::App &app, Session &session) {
+void addPasswordCommands(CLI::App &app, Invocation &invocation) {
   CLI::App *const group = app.add_subcommand("password", "password items in the keychain");
   group->require_subcommand(1);
   for (const PasswordCommand &row : kPasswordCommands) {
@@ -169,9 +170,9 @@ void addPasswordCommands(CLI::App &app, Session &session) {
     command->add_option("--service", options->service,
                         std::string("what it is for; default: ") + CVNKeychain::kDefaultService);
     command->add_option("--access-group", options->group, "the item's group; default: none");
-    row.addOptions(*command, *options, session);
+    row.addOptions(*command, *options, invocation);
     command->callback(
-        [options, &session, run = row.run] { session.outcome = run(*options, session); });
+        [options, &invocation, run = row.run] { invocation.outcome = run(*options, invocation); });
   }
 }
 

@@ -31,14 +31,14 @@ Failure unusable(const Error &error, const std::string &command) {
   return failureFrom(error, "sc_auth " + command, "sudo ls -l " + base::rooted(kPairingsPath));
 }
 
-Outcome listPairings(Session &session) {
+Outcome listPairings(Invocation &invocation) {
   Error error;
   const auto pairings = pairingFile().read(&error);
   if (!pairings) {
     return unusable(error, "identities");
   }
-  if (!session.json) {
-    session.output << listingOf(*pairings);
+  if (!invocation.json) {
+    invocation.output << listingOf(*pairings);
     return std::nullopt;
   }
   std::vector<Facts> list;
@@ -46,11 +46,11 @@ Outcome listPairings(Session &session) {
     list.push_back({{"publicKeyHash", "key", encodings::hexString(pairing.publicKeyHash)},
                     {"user", "user", pairing.user}});
   }
-  session.output << jsonOf(list);
+  invocation.output << jsonOf(list);
   return std::nullopt;
 }
 
-Outcome pair(const PairOptions &options, Session &session) {
+Outcome pair(const PairOptions &options, Invocation &invocation) {
   Error error;
   const auto hash = options.certificateFile.empty()
                         ? publicKeyHashFromText(options.hash, &error)
@@ -82,12 +82,12 @@ Outcome pair(const PairOptions &options, Session &session) {
   if (!pairingFile().write(std::span(&wanted, 1), &error)) {
     return unusable(error, command);
   }
-  session.notes << "sc_auth: key " << encodings::hexString(*hash) << " is paired with user \""
-                << options.user << "\"\n";
+  invocation.notes << "sc_auth: key " << encodings::hexString(*hash) << " is paired with user \""
+                   << options.user << "\"\n";
   return std::nullopt;
 }
 
-Outcome unpair(const std::string &user, Session &session) {
+Outcome unpair(const std::string &user, Invocation &invocation) {
   Error error;
   auto pairings = pairingFile().read(&error);
   if (!pairings) {
@@ -99,11 +99,11 @@ Outcome unpair(const std::string &user, Session &session) {
   if (!pairingFile().write(*pairings, &error)) {
     return unusable(error, "unpair --user " + user);
   }
-  session.notes << "sc_auth: no key is paired with user \"" << user << "\" any more\n";
+  invocation.notes << "sc_auth: no key is paired with user \"" << user << "\" any more\n";
   return std::nullopt;
 }
 
-void addPairCommand(CLI::App &app, Session &session) {
+void addPairCommand(CLI::App &app, Invocation &invocation) {
   const auto options = std::make_shared<PairOptions>();
   CLI::App *const command = app.add_subcommand("pair", "let a key stand for a user");
   command->add_option("--user", options->user, "a user of this machine")->required();
@@ -112,26 +112,26 @@ void addPairCommand(CLI::App &app, Session &session) {
   key->add_option("--certificate", options->certificateFile, "a file with its certificate");
   key->require_option(1);
   command->add_flag("--replace", options->replace, "instead of the key that is paired now");
-  command->callback([options, &session] { session.outcome = pair(*options, session); });
+  command->callback([options, &invocation] { invocation.outcome = pair(*options, invocation); });
 }
 
 }  // namespace
 
-int runScAuth(std::span<const std::string> arguments, Session &session) {
+int runScAuth(std::span<const std::string> arguments, Invocation &invocation) {
   CLI::App app("", "sc_auth");
   describe(app, "Pairs the key of a remote client with a user of this machine.");
 
   CLI::App *const identities = app.add_subcommand("identities", "list what is paired");
-  addJSONOption(*identities, session);
-  identities->callback([&session] { session.outcome = listPairings(session); });
+  addJSONOption(*identities, invocation);
+  identities->callback([&invocation] { invocation.outcome = listPairings(invocation); });
 
-  addPairCommand(app, session);
+  addPairCommand(app, invocation);
 
   std::string user;
   CLI::App *const unpairing = app.add_subcommand("unpair", "end a user's pairing");
   unpairing->add_option("--user", user, "the user")->required();
-  unpairing->callback([&session, &user] { session.outcome = unpair(user, session); });
-  return runCommandLine(app, arguments, session);
+  unpairing->callback([&invocation, &user] { invocation.outcome = unpair(user, invocation); });
+  return runCommandLine(app, arguments, invocation);
 }
 
 }  // namespace ctl

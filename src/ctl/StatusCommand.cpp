@@ -9,7 +9,6 @@
 
 #include "base/DisplayText.hpp"
 #include "base/Root.hpp"
-#include "ctl/CardMarker.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/DaemonState.hpp"
@@ -18,6 +17,7 @@
 #include "ctl/Identities.hpp"
 #include "ctl/KeychainTrouble.hpp"
 #include "ctl/LocalDaemon.hpp"
+#include "ctl/MarkerInspection.hpp"
 #include "ctl/Pairings.hpp"
 #include "ctl/StoredSettings.hpp"
 #include "encodings/HexString.hpp"
@@ -86,9 +86,9 @@ void lookAtSettings(std::string_view domain, std::vector<Finding> &findings) {
   }
 }
 
-Finding lookAtKeychain(Session &session) {
+Finding lookAtKeychain(Invocation &invocation) {
   Failure failure;
-  const auto records = allIdentities(session, failure);
+  const auto records = allIdentities(invocation, failure);
   const auto ahead = records ? troubleAheadOfKeychain() : std::nullopt;
   if (ahead) {
     return bad("keychain", *ahead);
@@ -97,9 +97,9 @@ Finding lookAtKeychain(Session &session) {
                  : bad("keychain", failure);
 }
 
-Finding lookAtIdentity(Session &session) {
+Finding lookAtIdentity(Invocation &invocation) {
   Failure failure;
-  const auto used = identityInUse(session, failure);
+  const auto used = identityInUse(invocation, failure);
   if (!used) {
     return bad("identity", failure);
   }
@@ -132,8 +132,8 @@ Finding lookAtPairing() {
 }
 
 Finding lookAtMarker() {
-  const MarkerState marker = lookAtCardMarker();
-  if (marker.kind == CardMarker::foreign) {
+  const MarkerInspection marker = inspectMarker();
+  if (marker.kind == MarkerKind::foreign) {
     return bad("marker", {marker.path + " is " + marker.description + ", which is not kfyd's",
                           "sudo rm -r " + marker.path});
   }
@@ -195,15 +195,15 @@ Finding lookAtState(const std::optional<DaemonState> &state, const Error &error)
   return finding;
 }
 
-std::vector<Finding> lookAround(Session &session, const std::optional<DaemonState> &state,
+std::vector<Finding> lookAround(Invocation &invocation, const std::optional<DaemonState> &state,
                                 const Error &stateError) {
   std::vector<Finding> findings{lookAtRoot()};
   for (const std::string_view domain :
        {settings::kIdentityDomain, platform::kStandardDefaults, settings::kDriverDomain}) {
     lookAtSettings(domain, findings);
   }
-  findings.push_back(lookAtKeychain(session));
-  findings.push_back(lookAtIdentity(session));
+  findings.push_back(lookAtKeychain(invocation));
+  findings.push_back(lookAtIdentity(invocation));
   findings.push_back(lookAtPairing());
   lookAtDaemon(findings);
   findings.push_back(lookAtMarker());
@@ -253,14 +253,14 @@ std::string textOfFindings(const std::vector<Finding> &findings) {
   return text;
 }
 
-Outcome tellStatus(Session &session) {
+Outcome tellStatus(Invocation &invocation) {
   Error error;
   const auto state = readDaemonState(&error);
-  const auto findings = lookAround(session, state, error);
+  const auto findings = lookAround(invocation, state, error);
   const auto count = std::ranges::count_if(
       findings, [](const Finding &finding) { return finding.trouble.has_value(); });
-  session.output << (session.json ? jsonOfFindings(findings, state, count == 0)
-                                  : textOfFindings(findings));
+  invocation.output << (invocation.json ? jsonOfFindings(findings, state, count == 0)
+                                        : textOfFindings(findings));
   if (count == 0) {
     return std::nullopt;
   }
@@ -274,10 +274,10 @@ Outcome tellStatus(Session &session) {
 
 }  // namespace
 
-void addStatusCommand(CLI::App &app, Session &session) {
+void addStatusCommand(CLI::App &app, Invocation &invocation) {
   CLI::App *const command = app.add_subcommand("status", "whether everything is in order");
-  addJSONOption(*command, session);
-  command->callback([&session] { session.outcome = tellStatus(session); });
+  addJSONOption(*command, invocation);
+  command->callback([&invocation] { invocation.outcome = tellStatus(invocation); });
 }
 
 }  // namespace ctl

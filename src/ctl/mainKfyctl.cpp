@@ -10,18 +10,18 @@
 
 int main(int argc, char **argv) {
   try {
-    ctl::Session session = ctl::sessionOnStandardStreams();
+    ctl::Invocation invocation = ctl::sessionOnStandardStreams();
     platform_linux::SqliteItemStore keychain(
         base::rooted("/var/lib/keyferry/keychain.db"),
-        [&session](const std::string &line) { session.keychainReport = line; });
+        [&invocation](const std::string &line) { invocation.keychainReport = line; });
     platform_linux::P11TokenWatcher tokens(
-        [&session](const std::string &line) {
-          session.notes << "kfyctl: " << base::displayText(line) << '\n';
+        [&invocation](const std::string &line) {
+          invocation.notes << "kfyctl: " << base::displayText(line) << '\n';
         },
         platform_linux::P11TokenWatcher::moduleFolderOfRoot());
-    session.keychain = &keychain;
-    session.tokens = &tokens;
-    return ctl::runKfyctl(ctl::argumentsOf(argc, argv), session);
+    invocation.keychain = &keychain;
+    invocation.tokens = &tokens;
+    return ctl::runKfyctl(ctl::argumentsOf(argc, argv), invocation);
   } catch (const std::exception &error) {
     std::cerr << "kfyctl: error: " << base::displayText(error.what()) << '\n';
     return ctl::exitFailed;

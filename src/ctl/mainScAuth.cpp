@@ -6,8 +6,8 @@
 
 int main(int argc, char **argv) {
   try {
-    ctl::Session session = ctl::sessionOnStandardStreams();
-    return ctl::runScAuth(ctl::argumentsOf(argc, argv), session);
+    ctl::Invocation invocation = ctl::sessionOnStandardStreams();
+    return ctl::runScAuth(ctl::argumentsOf(argc, argv), invocation);
   } catch (const std::exception &error) {
     std::cerr << "sc_auth: error: " << error.what() << '\n';
     return ctl::exitFailed;

@@ -40,26 +40,26 @@ struct ToolRun {
   std::string notes;
 };
 
-inline ToolRun runTool(const std::function<int(ctl::Session &)> &tool) {
+inline ToolRun runTool(const std::function<int(ctl::Invocation &)> &tool) {
   std::istringstream input;
   std::ostringstream output;
   std::ostringstream notes;
-  ctl::Session session{input, output, notes};
+  ctl::Invocation invocation{input, output, notes};
   platform_linux::SqliteItemStore keychain(
       base::rooted("/var/lib/keyferry/keychain.db"),
-      [&](const std::string &line) { session.keychainReport = line; });
+      [&](const std::string &line) { invocation.keychainReport = line; });
   platform_linux::P11TokenWatcher tokens([&](const std::string &line) { notes << line << '\n'; },
                                          platform_linux::P11TokenWatcher::moduleFolderOfRoot());
-  session.keychain = &keychain;
-  session.tokens = &tokens;
-  const int status = tool(session);
+  invocation.keychain = &keychain;
+  invocation.tokens = &tokens;
+  const int status = tool(invocation);
   return {status, output.str(), notes.str()};
 }
 
 inline ToolRun kfyctl(const std::vector<std::string> &arguments) {
-  return runTool([&](ctl::Session &session) { return ctl::runKfyctl(arguments, session); });
+  return runTool([&](ctl::Invocation &invocation) { return ctl::runKfyctl(arguments, invocation); });
 }
 
 inline ToolRun scAuth(const std::vector<std::string> &arguments) {
-  return runTool([&](ctl::Session &session) { return ctl::runScAuth(arguments, session); });
+  return runTool([&](ctl::Invocation &invocation) { return ctl::runScAuth(arguments, invocation); });
 }

@@ -12,9 +12,9 @@ class TokenWatcher;
 
 namespace ctl {
 
-// One run of a tool: where it reads and writes, and what became of the chosen command. Everything
+// One run of a tool: its streams and stores, and the outcome of the chosen command. Everything
 // here is borrowed.
-struct Session {
+struct Invocation {
   std::istream &input;
   std::ostream &output;  // results alone
   std::ostream &notes;   // what is said beside results, line by line

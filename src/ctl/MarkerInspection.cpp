@@ -1,4 +1,4 @@
-#include "ctl/CardMarker.hpp"
+#include "ctl/MarkerInspection.hpp"
 
 #include <sys/stat.h>
 
@@ -19,15 +19,15 @@ std::string kindOf(mode_t mode) {
 
 }  // namespace
 
-MarkerState lookAtCardMarker() {
-  MarkerState state;
+MarkerInspection inspectMarker() {
+  MarkerInspection state;
   state.path = client::cardMarkerPath();
   struct stat status{};
   if (::lstat(state.path.c_str(), &status) != 0) {
     state.description = "absent";
     return state;
   }
-  state.kind = client::findCardMarker() ? CardMarker::present : CardMarker::foreign;
+  state.kind = client::findCardMarker() ? MarkerKind::present : MarkerKind::foreign;
   state.description = kindOf(status.st_mode) + " of uid " + std::to_string(status.st_uid);
   return state;
 }

@@ -1,4 +1,4 @@
-#include "ctl/Signing.hpp"
+#include "ctl/SigningInput.hpp"
 
 #include <cstddef>
 
