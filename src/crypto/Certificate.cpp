@@ -27,7 +27,7 @@ std::string contentOf(BIO *buffer) {
   return length <= 0 ? std::string() : std::string(data, static_cast<std::size_t>(length));
 }
 
-// Dates run to the year 9999, the system clock's to 2262.
+// A certificate's dates may reach the year 9999, the system clock's only 2262.
 TimePoint timePointOf(const ASN1_TIME *time) {
   std::tm parts{};
   if (ASN1_TIME_to_tm(time, &parts) != 1) {
@@ -41,7 +41,7 @@ TimePoint timePointOf(const ASN1_TIME *time) {
   return TimePoint(std::clamp(seconds, first, last));
 }
 
-// What the library's `encode` makes of an object; empty if it fails.
+// The DER form of an object, made by the library's `encode`; empty if that fails.
 template <typename T>
 Bytes derOf(const T *object, int (*encode)(const T *, std::uint8_t **)) {
   std::uint8_t *encoded = nullptr;
@@ -51,7 +51,7 @@ Bytes derOf(const T *object, int (*encode)(const T *, std::uint8_t **)) {
   return bytes;
 }
 
-// The value of one of a name's attributes as UTF-8; nothing if it is no text.
+// An attribute's value as UTF-8; nothing if it is no text.
 std::optional<std::string> valueOf(const X509_NAME_ENTRY *entry) {
   unsigned char *text = nullptr;
   const int length = ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(entry));
@@ -64,8 +64,8 @@ std::optional<std::string> valueOf(const X509_NAME_ENTRY *entry) {
   return value;
 }
 
-// Empties this thread's error queue and says whether the library failed for want of memory. That
-// shows as itself, as a part that could not be set up, or not at all.
+// Empties this thread's error queue. True if the library failed for want of memory, which it
+// reports as such, as a failed initialisation, or not at all.
 bool takeWantOfMemory() {
   bool isSaid = false;
   bool isOther = false;
@@ -77,10 +77,10 @@ bool takeWantOfMemory() {
   return isSaid || !isOther;
 }
 
-// The library counts in int; no certificate comes near this.
+// The library counts in int. No certificate is nearly as long.
 constexpr std::size_t kLongestBlock = std::size_t{16} * 1024 * 1024;
 
-// What the Base64 text of a PEM block (RFC 7468) stands for; empty if it is damaged.
+// Decodes the Base64 text of a PEM block (RFC 7468); empty if it is damaged.
 Bytes contentOfBlock(std::string_view base64) {
   const Owned<EVP_ENCODE_CTX, EVP_ENCODE_CTX_free> decoder(EVP_ENCODE_CTX_new());
   if (!decoder) {
@@ -101,8 +101,8 @@ Bytes contentOfBlock(std::string_view base64) {
   return content;
 }
 
-// The certificate at the beginning of `der`, and where it ends; null, with the reason in the error
-// queue, if there is none.
+// Reads the certificate at the beginning of `der` and sets `end` behind it. Null, with the reason
+// in the error queue, if there is none.
 std::shared_ptr<X509> readCertificate(ByteView der, const std::uint8_t *&end) {
   ERR_clear_error();
   X509 *certificate = X509_new_ex(libraryContext(), nullptr);
@@ -130,8 +130,8 @@ std::optional<Certificate> Certificate::fromDER(ByteView der, Error *error) {
   return Certificate(std::move(certificate));
 }
 
-// Without the library's reader of PEM: it fails without a reason for some damaged texts, as it does
-// for want of memory.
+// Not with the library's PEM reader: for some damaged texts it fails without a reason, and so it
+// does for want of memory.
 std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
   constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
   constexpr std::string_view kEnd = "-----END CERTIFICATE-----";

@@ -26,7 +26,7 @@ class Certificate {
   // Reads DER; nothing, with the reason, if the bytes are not exactly one certificate.
   [[nodiscard]] static std::optional<Certificate> fromDER(ByteView der, Error *error = nullptr);
 
-  // All certificates of a PEM text, in order, up to one that can't be read; none if it holds none.
+  // All certificates of a PEM text, in order, up to the first that can't be read.
   [[nodiscard]] static std::vector<Certificate> allFromPEM(ByteView pem);
 
   // A new self-signed certificate (version 3, random serial number, not a CA) with this common
@@ -54,9 +54,9 @@ class Certificate {
   // file).
   [[nodiscard]] std::string subject() const;
 
-  // Whether the value of one of the subject's attributes contains the text, upper and lower case
-  // being the same (see base::lowerCase). The names of attributes and what stands between them do
-  // not count. Every subject contains the empty text.
+  // True if the value of one of the subject's attributes contains the text, ignoring case (see
+  // base::lowerCase). Attribute names and separators are not searched. The empty text is always
+  // contained.
   [[nodiscard]] bool subjectContains(std::string_view text) const;
 
   // DER as it stands in the certificate: the names, and the serial number as an INTEGER.

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::uint64_t kTooMany = kPkcs12Rounds + 1;
 
-// Of a factor of the work; one that is negative or above the bound is one above it, so that
-// products of three stay in range. Even no round is the work of setting a derivation up.
+// A factor of the work. A number that is negative or above the bound becomes one above it, so that
+// a product of three does not overflow. Zero counts as one: setting a derivation up costs time too.
 std::uint64_t countOf(const ASN1_INTEGER *number) {
   std::uint64_t count = 0;
   return ASN1_INTEGER_get_uint64(&count, number) == 1
@@ -22,7 +22,7 @@ std::uint64_t countOf(const ASN1_INTEGER *number) {
              : kTooMany;
 }
 
-// The parameters of an algorithm; null if they are not of this form.
+// An algorithm's parameters; null if they have another form.
 template <typename Parameters, auto Release>
 Owned<Parameters, Release> parametersOf(const ASN1_TYPE *value, const ASN1_ITEM *form) {
   return Owned<Parameters, Release>(
@@ -56,7 +56,7 @@ bool DerivationBudget::takeScrypt(const ASN1_TYPE *parameters) {
   const std::uint64_t blockSize = countOf(scrypt->blockSize);
   const std::uint64_t lanes = countOf(scrypt->parallelizationParameter);
   constexpr std::uint64_t kUnit = 128;
-  // the table, the lanes, and two blocks to work in
+  // the table, the lanes and two working blocks
   if (kUnit * blockSize * (cost + lanes + 2) > kPkcs12ScryptMemory) {
     excess_ = std::to_string(kPkcs12ScryptMemory) + " bytes of memory for a key derivation";
     return false;

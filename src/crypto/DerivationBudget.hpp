@@ -8,22 +8,23 @@
 
 namespace crypto {
 
-// The work that one file with encrypted keys may ask for (the bounds stand in Pkcs12.hpp). All of
-// it is taken from here before it is done. For this folder's own files.
+// Limits the work that one file with encrypted keys may cause (the bounds stand in Pkcs12.hpp).
+// Each piece of work is taken from this budget before it is done. For this folder's own files.
 class DerivationBudget {
  public:
-  // Those of a MAC; null for the default of RFC 7292.
+  // Takes the rounds of a MAC; null stands for the default of RFC 7292.
   [[nodiscard]] bool takeRounds(const ASN1_INTEGER *rounds);
 
-  // Those of a password-based encryption: PBES2 (RFC 8018) with PBKDF2 or scrypt (RFC 7914), else
-  // one of the schemes of PKCS #12 and PKCS #5 v1.5, which share their parameters' form. An
-  // algorithm without parameters to read asks for none: the library refuses it before any work.
+  // Takes the rounds of a password-based encryption: PBES2 (RFC 8018) with PBKDF2 or scrypt (RFC
+  // 7914), else one of the schemes of PKCS #12 and PKCS #5 v1.5, which share their parameters'
+  // form. An algorithm without parameters to read asks for none: the library refuses it before any
+  // work.
   [[nodiscard]] bool takeDerivation(const X509_ALGOR *algorithm);
 
-  // A bag, or one of the parts that bags stand in.
+  // Takes a bag, or one of the parts that contain bags.
   [[nodiscard]] bool takeBag();
 
-  // What there was too much of, once one of these was false: "1024 bags".
+  // The exceeded bound, after one of these returned false: "1024 bags".
   [[nodiscard]] const std::string &excess() const { return excess_; }
 
  private:

@@ -9,7 +9,7 @@
 namespace crypto {
 namespace {
 
-// An entry as the library gave it, whose texts it overwrites with those of later entries.
+// A copy of an entry: the library overwrites its texts with those of later entries.
 struct Entry {
   unsigned long code = 0;
   std::string file;

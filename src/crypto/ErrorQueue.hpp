@@ -5,15 +5,14 @@
 namespace crypto {
 
 // True once the process has shut the OpenSSL library down, as it does in an exit handler. Nothing
-// of this folder may be used from then on, and nothing that it holds may be released. Where the
-// library has not been used so far it gets no exit handler: it then works to the very end, at the
-// price of memory that nobody gives back.
+// of this folder may be used from then on, and nothing that it holds may be released. If the
+// library has not been used before, this call keeps it from installing its exit handler. It then
+// works to the very end, and its memory is never freed.
 [[nodiscard]] bool libraryHasEnded();
 
-// For code that is called by a program with OpenSSL errors of its own: takes this thread's error
-// queue away, so that it is empty, and puts it back when this goes. A mark alone does not protect
-// it: the library empties the whole queue at the start of each handshake, and counts any entry in
-// it as the failure of its own last read.
+// Protects the OpenSSL errors of a program that calls us: moves this thread's error queue away and
+// puts it back at the end. A mark in the queue is not enough: the library empties the whole queue
+// at the start of each handshake, and takes any entry for a failure of its own last read.
 class KeptErrorQueue {
  public:
   KeptErrorQueue();
@@ -23,7 +22,7 @@ class KeptErrorQueue {
 
  private:
   struct Entries;
-  std::unique_ptr<Entries> entries_;  // null for an empty queue, which is nearly every one
+  std::unique_ptr<Entries> entries_;  // null if the queue was empty, as it nearly always is
 };
 
 }  // namespace crypto

@@ -9,7 +9,7 @@
 
 namespace crypto {
 
-// The digests of FIPS 180-4 that programs sign and decrypt with.
+// The digests of FIPS 180-4 that signatures and OAEP use.
 enum class HashAlgorithm { sha1, sha224, sha256, sha384, sha512 };
 
 inline constexpr std::array kHashAlgorithms{HashAlgorithm::sha1, HashAlgorithm::sha224,

@@ -1,5 +1,5 @@
-// A key with methods of its own is the one form in which OpenSSL 3 takes foreign operations without
-// a whole provider; its methods are marked as old for that reason alone.
+// A key with its own methods is the only way to give OpenSSL 3 foreign operations without writing a
+// provider. OpenSSL has deprecated these methods in favour of providers.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "crypto/KeyOperations.hpp"
@@ -73,7 +73,7 @@ int signWithRSA(int length, const std::uint8_t *from, std::uint8_t *to, RSA *key
 
 int decryptWithRSA(int length, const std::uint8_t *from, std::uint8_t *to, RSA *key, int padding) {
   if (padding != RSA_NO_PADDING) {
-    return failed();  // callers of this folder take the padding off by themselves
+    return failed();  // this folder's callers remove the padding themselves
   }
   const auto block =
       operationsOf(key).decryptBlock(ByteView(from, static_cast<std::size_t>(length)));
@@ -84,7 +84,8 @@ ECDSA_SIG *signWithEC(const std::uint8_t *digest, int length, const BIGNUM * /*i
                       const BIGNUM * /*r*/, EC_KEY *key) {
   const auto both = operationsOf(key).signECDSA(ByteView(digest, static_cast<std::size_t>(length)));
   Owned<ECDSA_SIG, ECDSA_SIG_free> signature(ECDSA_SIG_new());
-  // The library writes the DER form into room that it has measured by the order of the curve.
+  // The library sizes the buffer for the DER form by the order of the curve, so that numbers must
+  // not be longer.
   const std::size_t half =
       (static_cast<std::size_t>(EC_GROUP_order_bits(EC_KEY_get0_group(key))) + 7) / 8;
   if (!both || both->size() != 2 * half || !signature) {
@@ -97,7 +98,7 @@ ECDSA_SIG *signWithEC(const std::uint8_t *digest, int length, const BIGNUM * /*i
   if (!r || !s || ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1) {
     return nullptr;
   }
-  // the signature owns them now
+  // now owned by the signature
   static_cast<void>(r.release());
   static_cast<void>(s.release());
   return signature.release();

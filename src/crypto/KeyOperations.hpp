@@ -11,9 +11,9 @@
 
 namespace crypto {
 
-// What a private key does that never leaves its place, a token for example. Each operation gives
-// nothing if the place refuses it or the key's type does not know it, may block, and may be called
-// from any thread; it must not throw.
+// The operations of a private key that stays in its place, for example in a token. Each returns
+// nothing if the place refuses or the key's type lacks the operation. Each may block, may be called
+// from any thread, and must not throw.
 class KeyOperations {
  public:
   virtual ~KeyOperations() = default;
@@ -31,9 +31,9 @@ class KeyOperations {
   [[nodiscard]] virtual std::optional<Bytes> signECDSA(ByteView digest) = 0;
 };
 
-// The private key to `publicKey` (RSA or EC) whose every operation is done by `operations`, which
-// it keeps alive. It can do what any key can but be written out or agree on a shared point.
-// Nothing, with the reason, for a key of another type.
+// A private key for `publicKey` (RSA or EC) that performs its operations by `operations`, which it
+// keeps alive. It cannot be exported and cannot agree on a shared point. Nothing, with the reason,
+// for a key of another type.
 [[nodiscard]] std::optional<PrivateKey> privateKeyDoneBy(std::shared_ptr<KeyOperations> operations,
                                                          const PublicKey &publicKey,
                                                          Error *error = nullptr);

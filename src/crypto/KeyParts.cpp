@@ -29,7 +29,7 @@ constexpr std::array<std::uint8_t, 7> kP384{0x06, 0x05, 0x2B, 0x81,
 constexpr std::array<std::uint8_t, 7> kP521{0x06, 0x05, 0x2B, 0x81,
                                             0x04, 0x00, 0x23};  // 1.3.132.0.35
 
-// By the library's names.
+// With the library's names.
 constexpr std::array kCurves{Curve{"prime256v1", kP256}, Curve{"secp384r1", kP384},
                              Curve{"secp521r1", kP521}};
 
@@ -112,7 +112,7 @@ std::optional<Bytes> derSignature(ByteView joined) {
       ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1) {
     return std::nullopt;
   }
-  // now the signature's own
+  // now owned by the signature
   static_cast<void>(r.release());
   static_cast<void>(s.release());
   const int length = i2d_ECDSA_SIG(signature.get(), nullptr);

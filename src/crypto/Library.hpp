@@ -8,9 +8,8 @@
 
 namespace crypto {
 
-// The OpenSSL library context in which everything of this folder works: the default one (null)
-// unless a program that lives inside another one has set its own, before its first use of this
-// folder.
+// The OpenSSL library context that this folder uses. It is the default one (null), unless code that
+// lives inside a foreign program has set its own before it first used this folder.
 [[nodiscard]] OSSL_LIB_CTX *libraryContext();
 void setLibraryContext(OSSL_LIB_CTX *context);
 

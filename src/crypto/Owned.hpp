@@ -22,7 +22,7 @@ struct Releaser {
 template <typename T, auto Release>
 using Owned = std::unique_ptr<T, Releaser<Release>>;
 
-// A secret that OpenSSL has written into memory of its own; cleansed when this goes.
+// A secret in memory that OpenSSL has allocated; cleansed at the end.
 struct SecretOutput {
   SecretOutput() = default;
   ~SecretOutput() { OPENSSL_clear_free(bytes, length); }

@@ -26,13 +26,13 @@ struct OpenedPSS {
   Bytes salt;
 };
 
-// Takes the padding off a block as long as the modulus and checks all of it (RFC 8017 9.1.2) but
-// whether the hash is that of a digest, which only the signer knows.
+// Removes the padding of a block as long as the modulus and checks it (RFC 8017 9.1.2). Whether the
+// hash belongs to a digest is left to the caller, who knows the digest.
 std::optional<OpenedPSS> openPSS(ByteView block, const PSSParameters &parameters, int modulusBits) {
   const std::size_t size = digestSize(parameters.hash);
   const auto usedBits = static_cast<std::size_t>(std::max(modulusBits, 16)) - 1;
   const std::size_t encodedSize = (usedBits + 7) / 8;
-  // compared so that no sum of a foreign length can overflow
+  // written without sums, because a foreign length could overflow them
   if (block.size() < encodedSize || encodedSize < size + 2 ||
       parameters.saltLength > encodedSize - size - 2) {
     return std::nullopt;
@@ -62,7 +62,7 @@ std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters, in
   const auto usedBits = static_cast<std::size_t>(modulusBits) - 1;
   const std::size_t size = digestSize(parameters.hash);
   const std::size_t encodedSize = (usedBits + 7) / 8;
-  // compared so that no sum of a foreign length can overflow
+  // written without sums, because a foreign length could overflow them
   if (modulusBits < 16 || digest.size() != size || encodedSize < size + 2 ||
       parameters.saltLength > encodedSize - size - 2) {
     return std::nullopt;

@@ -17,13 +17,13 @@ struct PSSParameters {
 };
 
 // The padded block, as long as the modulus, over the digest of a message, with a fresh salt.
-// Nothing if the digest has not its algorithm's size, or salt and digest do not fit into the key.
+// Nothing if the digest's size is not its algorithm's, or salt and digest do not fit into the key.
 [[nodiscard]] std::optional<Bytes> padPSS(ByteView digest, const PSSParameters &parameters,
                                           int modulusBits);
 
-// The digest's algorithm of a block with PSS padding whose mask and salt have that algorithm and
-// its length, for a modulus of `modulusBits`. The padding is taken off and checked: a block that
-// was blinded or put together otherwise does not pass by chance.
+// The digest algorithm of a PSS block for a modulus of `modulusBits`. Mask and salt must use the
+// same algorithm and its length. The padding is removed and checked: a blinded or otherwise
+// constructed block does not pass by chance.
 [[nodiscard]] std::optional<HashAlgorithm> hashOfPSSBlock(ByteView block, int modulusBits);
 
 // True if `signature` is one over the digest with exactly these parameters.

@@ -14,10 +14,10 @@
 namespace crypto {
 namespace {
 
-// All ones for true, zero for false: what is secret decides by arithmetic, never by a jump.
+// All ones for true, zero for false: secrets decide by arithmetic, never by a jump.
 using Mask = std::uint32_t;
 
-// Hides from the compiler that a mask has but two values, or it might make a jump of it.
+// Hides from the compiler that a mask has only two values; otherwise it might compile a jump.
 Mask opaque(Mask mask) {
   asm("" : "+r"(mask));
   return mask;
@@ -40,8 +40,8 @@ std::uint32_t choose(Mask mask, std::uint32_t ifTrue, std::uint32_t ifFalse) {
   return (mask & ifTrue) | (~mask & ifFalse);
 }
 
-// The one place where a secret is let go: whether the padding was right, and then how long the
-// message is, which the caller is told anyway.
+// The only place that reveals something: whether the padding was right, and the length of the
+// message. The caller learns both anyway.
 std::optional<SecretBytes> messageFrom(ByteView block, std::uint32_t start, Mask isGood) {
   if (isGood == 0) {
     return std::nullopt;

@@ -21,7 +21,7 @@ namespace {
 using Package = Owned<PKCS12, PKCS12_free>;
 using KeyInfo = Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
 
-// Bags may hold bags; nobody needs more levels.
+// Bags may contain bags. Real files need no more levels.
 constexpr int kNesting = 4;
 
 struct SafesRelease {
@@ -35,7 +35,7 @@ struct BagsRelease {
 using Safes = std::unique_ptr<STACK_OF(PKCS7), SafesRelease>;
 using Bags = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), BagsRelease>;
 
-// The password as the library takes it: none at all and an empty one are different keys.
+// The password for the library, which derives different keys from no password and an empty one.
 struct Password {
   const char *characters = nullptr;
   int length = 0;
@@ -50,7 +50,7 @@ Bytes localKeyIDOf(const PKCS12_SAFEBAG *bag) {
   return {bytes, bytes + ASN1_STRING_length(value->value.octet_string)};
 }
 
-// A library context of its own that knows the algorithms of old.
+// A separate library context with the legacy algorithms.
 class LegacyContext {
  public:
   LegacyContext()
@@ -64,7 +64,7 @@ class LegacyContext {
  private:
   using Provider = Owned<OSSL_PROVIDER, OSSL_PROVIDER_unload>;
 
-  // Without a context of our own it would be loaded into that of the whole program.
+  // With a null context the provider would be loaded into the program's default context.
   [[nodiscard]] OSSL_PROVIDER *load(const char *name) const {
     return context_ ? OSSL_PROVIDER_load(context_.get(), name) : nullptr;
   }
@@ -88,7 +88,7 @@ const char *cipherOf(const X509_ALGOR *algorithm) {
   return cipher == NID_undef ? nullptr : OBJ_nid2sn(cipher);
 }
 
-// One pass over a file.
+// Reads one file.
 class Reader {
  public:
   enum class Outcome { read, passwordRefused, excessive, damaged };
@@ -110,7 +110,7 @@ class Reader {
   bool readCertificate(const PKCS12_SAFEBAG *bag);
 
   OSSL_LIB_CTX *context_ = libraryContext();
-  std::optional<LegacyContext> legacy_;  // from its first use on
+  std::optional<LegacyContext> legacy_;  // made at its first use
   Password password_;
   DerivationBudget budget_;
   Pkcs12Content content_;
@@ -171,7 +171,7 @@ bool Reader::choosePassword(PKCS12 *package, const SecretText *password) {
   return PKCS12_verify_mac(package, password_.characters, password_.length) == 1;
 }
 
-// Where its cipher is: to try one context after the other would derive the key twice.
+// The context that has the cipher. Trying one after the other would derive the key twice.
 OSSL_LIB_CTX *Reader::contextFor(const X509_ALGOR *algorithm) {
   const char *name = cipherOf(algorithm);
   const auto isIn = [name](OSSL_LIB_CTX *context) {
@@ -233,7 +233,7 @@ bool Reader::readBag(const PKCS12_SAFEBAG *bag, int level) {
     case NID_safeContentsBag:
       return level < kNesting && readBags(PKCS12_SAFEBAG_get0_safes(bag), level + 1);
     default:
-      return true;  // revocation lists and secrets: nothing for us
+      return true;  // revocation lists and secrets are not used
   }
 }
 
@@ -266,7 +266,7 @@ Reader::Outcome Reader::readSafe(PKCS7 *safe) {
   if (!bags) {
     return Outcome::damaged;
   }
-  // those in the clear are counted already
+  // unencrypted bags are already counted
   if (isEncrypted && !countBags(bags.get(), 0)) {
     return Outcome::excessive;
   }

@@ -11,15 +11,15 @@
 
 namespace crypto {
 
-// What a file may ask for in all. More would hold the program for minutes.
+// The work that one file may cause in total. More would block the program for minutes.
 //
 // Rounds of key derivation: the iterations of its MAC, of each encrypted part and of each encrypted
 // key. One with scrypt counts N·r·p, see DerivationBudget.
 inline constexpr std::uint64_t kPkcs12Rounds = 2'000'000;
 // Bytes that one derivation with scrypt may fill; the library's own bound.
 inline constexpr std::uint64_t kPkcs12ScryptMemory = 32 * 1024 * 1024;
-// Bags, nested ones and the parts that hold them included: each can be a key to parse or an
-// identity to store, whatever else it costs.
+// Bags, including nested ones and the parts that contain them. Each may be a key to parse or an
+// identity to store.
 inline constexpr std::size_t kPkcs12Bags = 1024;
 
 // What a PKCS #12 file (RFC 7292) holds, in the order of the file. The local key ID (RFC 2985

@@ -19,12 +19,12 @@ using KeyInfo = Owned<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
 constexpr std::array kReadAlgorithms{NID_rsaEncryption, NID_rsassaPss, NID_X9_62_id_ecPublicKey,
                                      NID_ED25519,       NID_ED448,     NID_dsa};
 
-// For a DSA key the library computes the public one, modulo a number that may be as long as the
-// file. One with a modulus of 3,072 bits (FIPS 186-4, the largest) takes 870 bytes.
+// For a DSA key the library computes the public key, modulo a number that may be as long as the
+// file. A key with the largest modulus of FIPS 186-4, 3,072 bits, takes 870 bytes.
 constexpr std::size_t kLongestDSAKey = 1024;
 constexpr int kMostDSAKeys = 16;
 
-// Says which keys are worth the work of reading them.
+// Decides which keys are worth reading.
 class Readable {
  public:
   bool operator()(int algorithm, ByteView der) {
@@ -38,7 +38,7 @@ class Readable {
   int dsaKeys_ = 0;
 };
 
-// The certificates of one file, found by what ties a key to them.
+// The certificates of one file, indexed by what links a key to them.
 class Certificates {
  public:
   explicit Certificates(const Pkcs12Content &content);
@@ -46,7 +46,7 @@ class Certificates {
   // In the order of the file.
   [[nodiscard]] std::vector<Identity> identitiesOf(const PrivateKey &key) const;
 
-  // Whether a key belongs to one, as far as can be told without reading it.
+  // True if a key may belong to one of them, as far as that is known before the key is read.
   [[nodiscard]] bool haveOneFor(const Pkcs12Content::Key &key, const ASN1_OBJECT *algorithm) const {
     return (!key.localKeyID.empty() && localKeyIDs_.contains(key.localKeyID)) ||
            algorithms_.contains(encodedForm(algorithm));
@@ -60,10 +60,10 @@ class Certificates {
 
   std::map<Bytes, std::vector<Certificate>> byPublicKey_;
   std::set<Bytes> localKeyIDs_;
-  std::set<Bytes> algorithms_;  // of their keys
+  std::set<Bytes> algorithms_;  // of the certificates' keys
 };
 
-// The same for the certificate's key and the private one, however a point is written in the file.
+// Equal for a certificate and its private key, however the file encodes a point.
 Bytes indexOf(const PublicKey &key) {
   return key.externalRepresentation().value_or(key.subjectPublicKeyInfo());
 }
@@ -77,7 +77,7 @@ Certificates::Certificates(const Pkcs12Content &content) {
     localKeyIDs_.insert(localKeyID);
     const auto certificate = known.insert(der).second ? Certificate::fromDER(der) : std::nullopt;
     if (!certificate) {
-      continue;  // one that does not parse belongs to nobody here
+      continue;  // a key that does not parse belongs to no certificate
     }
     ASN1_OBJECT *algorithm = nullptr;
     X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr,

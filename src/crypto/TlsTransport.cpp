@@ -74,7 +74,7 @@ void countKeyUpdates(int isWritten, int /*version*/, int type, const void *messa
   }
 }
 
-// With no index of its own: a driver that its host loads and unloads often would use up the
+// Without an own type index: a program that loads and unloads the driver often would use up the
 // library's indexes.
 BIO_METHOD *newMethod() {
   BIO_METHOD *method = BIO_meth_new(BIO_TYPE_SOURCE_SINK, "socket with output buffer");
@@ -89,7 +89,8 @@ BIO_METHOD *newMethod() {
 
 }  // namespace
 
-// A method for each, since a common one would go before the last connection of a program that ends.
+// Each transport has its own method: a shared static one could be destroyed at exit before the last
+// connection.
 TlsTransport::TlsTransport(int theSocket) : socket(theSocket), method_(newMethod()) {}
 
 TlsTransport::~TlsTransport() {

@@ -26,8 +26,7 @@ bool isAnswer(platform::ItemStatus status) {
   return status == platform::itemSuccess || status == platform::itemNotFound;
 }
 
-// What one query over keychain and tokens comes to: one of the two that finds nothing is no
-// failure.
+// Joins the results of keychain and tokens. It is no failure if one of the two finds nothing.
 platform::ItemStatus combined(platform::ItemStatus inKeychain, platform::ItemStatus onTokens) {
   if (!isAnswer(inKeychain) || onTokens == platform::itemNotFound) {
     return inKeychain;
@@ -105,7 +104,7 @@ platform::IdentityMatches CVNKeychain::searchEverywhere(const IdentityQuery &que
   found.status = combined(found.status, onTokens.status);
   std::ranges::move(onTokens.records, std::back_inserter(found.records));
   if (found.status != platform::itemSuccess) {
-    found.records.clear();  // it is one query, which has failed
+    found.records.clear();  // both are one query, which has failed
   }
   return found;
 }

@@ -25,7 +25,7 @@ class CVNKeychain {
   // One identity; null where none was found.
   using IdentityReference = std::shared_ptr<const crypto::Identity>;
 
-  // An identity in two lines.
+  // A summary of an identity.
   struct IdentitySummary {
     std::string cn;                // common name of the certificate
     std::string sha1_fingerprint;  // SHA-1 of its DER bytes, 40 upper-case hexadecimal digits
@@ -40,12 +40,12 @@ class CVNKeychain {
   // The service of items that are named by their account alone.
   static constexpr const char *kDefaultService = "com.corvane.hdq.apns";
 
-  // What an import came to.
+  // The result of an import.
   enum ImportResult : std::int32_t {
     importDone = 0,
-    importUnreadable = -1,   // the file could not be imported, or a private key not be read
+    importUnreadable = -1,   // the file or a private key in it could not be read
     importKeyTooLarge = -2,  // a key of more than 2048 bits
-    importNotAdded = -3,     // the store did not take an identity
+    importNotAdded = -3,     // the store refused an identity
   };
 
   // An identity that an import found or put into the keychain.

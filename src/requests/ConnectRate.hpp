@@ -9,12 +9,12 @@
 
 namespace requests {
 
-// How often each address has begun to authenticate within the last minute. Remembers 4,096
-// addresses; past that the one that was heard of longest ago is forgotten.
+// Counts how often each address has begun to authenticate within the last minute. It remembers
+// 4,096 addresses; beyond that it forgets the one that was silent longest.
 class ConnectRate {
  public:
-  // True, and one more is counted, if `source` has had less than `most` in the minute before `now`.
-  // Times that a clock which was set back leaves in the future count no more.
+  // Counts an attempt and returns true if `source` made fewer than `most` in the minute before
+  // `now`. Attempts in the future, which a clock that was set back leaves, are ignored.
   [[nodiscard]] bool admits(const std::string &source, std::uint64_t most,
                             platform::Clock::Time now);
 

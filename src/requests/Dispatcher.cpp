@@ -15,20 +15,21 @@ namespace {
 // Who may send a command.
 enum Sender { anyone, authenticated, local, localOrAuthenticated };
 
-// A setting that, while it is on, leaves a command to fewer.
+// A setting that restricts a command while it is on.
 struct OptIn {
   const settings::Switch *setting = nullptr;
   Sender sender = anyone;
 };
 
-// How a request is served. What its message holds, protocol/Commands says.
+// How a request is served. protocol/Commands says what its message holds.
 struct Route {
   QuillCommand command;
   const char *trace;
   Sender sender;
   void (*handle)(Request &request);
   OptIn optIn = {};
-  void (*completeRefusal)(QuillMessage &reply) = nullptr;  // what it says besides empty values
+  void (*completeRefusal)(QuillMessage &reply) =
+      nullptr;  // adds what a refusal says besides empty values
 };
 
 constexpr const char *kRelayTrace = "Command: QuillCommandSignData or QuillCommandDecryptData";

@@ -23,7 +23,7 @@ constexpr int kLookUps = 30;
 constexpr std::chrono::seconds kPause{1};
 constexpr std::chrono::milliseconds kShortestRun{1};
 
-// The time that all attempts of one look-up together may take, where the setting gives one.
+// The time for all attempts of one look-up together, if the setting limits it.
 class LookUpTime {
  public:
   explicit LookUpTime(const RequestProcessor::Platform &platform)
@@ -36,11 +36,11 @@ class LookUpTime {
       return std::chrono::milliseconds::max();
     }
     const auto now = platform_.clock.now();
-    start_ = std::min(start_, now);  // a clock that was set back begins the time anew
+    start_ = std::min(start_, now);  // if the clock was set back, the time starts again
     return std::chrono::duration_cast<std::chrono::milliseconds>(start_ + most_ - now);
   }
 
-  // Pauses until the next attempt; false, with a report, if there is no time for that.
+  // Pauses before the next attempt. False, with a report, if the time is over.
   [[nodiscard]] bool pause() {
     if (left() <= kPause) {
       platform_.limits.reached(
@@ -62,7 +62,7 @@ class LookUpTime {
 platform::RunLimits limitsOfOneRun(platform::UserDefaults &defaults, LookUpTime &time) {
   const std::chrono::milliseconds most =
       std::chrono::seconds(settings::valueOf(settings::kPairingToolSeconds, defaults));
-  // what a pause that took too long has left may be nothing
+  // the pause itself may have taken all the time that was left
   return {std::clamp(time.left(), kShortestRun, most),
           static_cast<std::size_t>(settings::valueOf(settings::kPairingToolBytes, defaults))};
 }
@@ -130,7 +130,7 @@ std::optional<Bytes> findPairedHash(const RequestProcessor::Platform &platform) 
     }
     CVNLogDebug("found data from sc_auth. parsing.");
     if (const auto text = hashTextIn(listing)) {
-      // Text that is no hash ends the search as well: waiting would not mend it.
+      // Text that is no hash also ends the search: waiting would not change it.
       return encodings::dataWithHexString(*text);
     }
     CVNLog("no paired identity found yet. waiting for 1 second and trying again...");

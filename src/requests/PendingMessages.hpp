@@ -8,8 +8,8 @@
 #include "base/UUID.hpp"
 #include "worker/QuillWorker.hpp"
 
-// The relayed requests that wait for an answer, by message ID: who asked, and who was asked. What
-// one connection has to do with them is known without a search, whatever their number.
+// The relayed requests that wait for an answer, by message ID, each with who asked and who was
+// asked. The entries of one connection are found without a search.
 class PendingMessages {
  public:
   struct Entry {
@@ -23,11 +23,11 @@ class PendingMessages {
   // Null if there is none; borrowed until the next change.
   [[nodiscard]] const Entry *find(const UUID &messageID) const;
 
-  // Both do nothing where there is nothing to erase.
+  // Both do nothing if there is nothing to erase.
   void erase(const UUID &messageID);
   void eraseAllOf(const QuillWorker::Shared &requester);
 
-  // Erases the entries of which neither end has a connection any more: no answer will come, and
+  // Erases the entries whose two ends have both lost their connections: no answer can come, and
   // nobody waits for one.
   void eraseAbandoned();
 
@@ -40,7 +40,7 @@ class PendingMessages {
   }
 
  private:
-  // What a worker that an entry names has to do with it. The entries keep the worker alive.
+  // A worker's part in the entries, which keep the worker alive.
   struct Part {
     std::unordered_set<UUID> asked;
     std::size_t held = 0;

@@ -17,10 +17,10 @@
 namespace requests {
 namespace {
 
-// What TLS may add to what waits: a sixty-fourth is more than that, be the frames ever so short.
+// Upper bound of the TLS overhead on unsent bytes: 1/64.
 constexpr std::size_t kTlsShare = 64;
 
-// Traces which hash is wanted and returns it; nothing if the request names none.
+// Traces and returns the requested hash; nothing if the request names none.
 const std::optional<Bytes> &wantedHash(const QuillMessage &request) {
   if (request.command == QuillCommandDecryptData) {
     CVNLogDebug("Decrypting data requested");
@@ -30,8 +30,8 @@ const std::optional<Bytes> &wantedHash(const QuillMessage &request) {
   return request.signingCertificateHash;
 }
 
-// Writes the lines of one search about elements that decode to nothing. A list of 2 MiB may hold
-// 100,000 of them; the first lines stand for all then, since every request would write them anew.
+// Logs the elements of one search that decode to nothing. A list of 2 MiB may hold 100,000 of them,
+// and every request would log them again, so only the first are logged one by one.
 class UnusableElements {
  public:
   UnusableElements() = default;
@@ -80,8 +80,8 @@ std::optional<Bytes> exportedKeyOf(ByteView der) {
   return key ? key->externalRepresentation() : std::nullopt;
 }
 
-// True if the worker has authenticated with the key of this element. Keys are compared, since
-// another certificate of the same key would authenticate as well.
+// True if the worker has authenticated with this element's key. Keys are compared, not
+// certificates: another certificate with the same key authenticates too.
 bool hasAuthenticatedWith(const protocol::CardEntry &entry, QuillWorker &worker) {
   if (!worker.authCertificate) {
     return false;
@@ -106,7 +106,7 @@ class Search {
         passesOverStrangers_(settings::isOn(settings::kInsertRequiresAuthentication,
                                             request.processor.platform().defaults)) {}
 
-  // The first of the holders whose list has the certificate; null if none has it.
+  // The first holder whose list has the certificate; null if there is none.
   template <typename Holders>
   QuillWorker::Shared firstOf(const Holders &holders) {
     for (const auto &[number, holder] : holders) {
@@ -137,7 +137,7 @@ class Search {
     return entry == entries.end() ? std::nullopt : std::optional(entry - entries.begin());
   }
 
-  // The same result and log lines without a trace.
+  // The same result and log lines, without traces.
   std::optional<std::size_t> lookUp(const protocol::CardList &list) {
     const auto &wanted = wantedHash(message_);
     const auto position = wanted ? list.find(*wanted) : std::nullopt;
@@ -145,7 +145,7 @@ class Search {
     return position;
   }
 
-  // All elements of one digest are the same certificate: if one may not be used, none may.
+  // Elements with the same digest are the same certificate: if one may not be used, none may.
   bool mayBeUsed(const protocol::CardEntry &entry, QuillWorker &worker) const {
     if (relaysAuthenticationKey_ || !hasAuthenticatedWith(entry, worker)) {
       return true;
@@ -159,11 +159,11 @@ class Search {
 
   const QuillMessage &message_;
   bool relaysAuthenticationKey_;
-  bool passesOverStrangers_;  // their lists may date from before the setting was made
+  bool passesOverStrangers_;  // a list may be older than the setting
   UnusableElements unusable_;
 };
 
-// In the order of acceptance, or from the newest on where the setting says so.
+// In the order of acceptance, or the newest first if the setting says so.
 QuillWorker::Shared findCertificateHolder(const Request &request) {
   CVNLogDebug("finding worker that sent the request");
   Search search(request);
@@ -173,7 +173,7 @@ QuillWorker::Shared findCertificateHolder(const Request &request) {
              : search.firstOf(holders);
 }
 
-// Reports a limit that a request would go past.
+// Reports a limit that a request would exceed.
 bool isPast(const settings::Bound &bound, std::uint64_t value, const Request &request) {
   const RequestProcessor::Platform &platform = request.processor.platform();
   const auto most = static_cast<std::uint64_t>(settings::valueOf(bound, platform.defaults));
@@ -184,8 +184,8 @@ bool isPast(const settings::Bound &bound, std::uint64_t value, const Request &re
   return true;
 }
 
-// True if the ID waits for another connection's answer and may not be taken over: whoever repeats
-// it would get that answer, and the first asker none.
+// True if another connection's request waits under this ID and must not be replaced. Otherwise the
+// second asker would get the first one's answer.
 bool isRepeatedByAnother(const Request &request) {
   const RequestProcessor::Platform &platform = request.processor.platform();
   const auto *entry = request.processor.pendingMessages.find(*request.message.messageID);
@@ -198,7 +198,7 @@ bool isRepeatedByAnother(const Request &request) {
   return true;
 }
 
-// An entry that the request replaces is not one more.
+// A replaced entry does not count as one more.
 bool isOneTooMany(const Request &request) {
   const PendingMessages &pending = request.processor.pendingMessages;
   const auto *replaced = pending.find(*request.message.messageID);
@@ -210,7 +210,7 @@ bool isOneTooMany(const Request &request) {
          isPast(settings::kMaxPending, pending.size() + more, request);
 }
 
-// True if the frame would make the holder lose its connection, which is not the holder's fault.
+// True if the frame would exceed the holder's bound on unsent bytes, which ends its connection.
 bool isTooMuchFor(const QuillWorker &holder, std::size_t frameBytes, const Request &request) {
   const std::size_t bytes = holder.g_inbound_connection->unsentBytes() + frameBytes;
   return isPast(settings::kMaxUnsentBytes, bytes + bytes / kTlsShare, request);
@@ -222,7 +222,7 @@ void handleRelay(Request &request) {
   CVNLogDebug("request from local client.");
   const auto &messageID = request.message.messageID;
   if (!messageID) {
-    // the answer could never find its way back
+    // the answer could not find its way back
     return refuse(request);
   }
   const QuillWorker::Shared holder = findCertificateHolder(request);

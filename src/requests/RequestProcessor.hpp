@@ -31,7 +31,7 @@ class RequestProcessor {
     logging::LimitLog &limits;
   };
 
-  // What was done since the start.
+  // Counts since the start.
   struct Counts {
     std::uint64_t relayed = 0;
     std::uint64_t refused = 0;
@@ -42,11 +42,11 @@ class RequestProcessor {
   RequestProcessor(const RequestProcessor &) = delete;
   RequestProcessor &operator=(const RequestProcessor &) = delete;
 
-  // Handles one message (null: none) of `worker`, which gets at most one reply at once. May block
+  // Handles one message (null: none) of `worker`, and sends it at most one reply. May block
   // for as long as the pairing listing takes.
   void processRequest(const QuillMessage *message, const QuillWorker::Shared &worker);
 
-  // False if an `insert` of this worker would be refused for who it is.
+  // False if an `insert` of this worker would be refused because of who it is.
   [[nodiscard]] bool mayInsert(const QuillWorker &worker) const;
 
   // Makes the card's marker file anew, or deletes it. Failures are ignored.
@@ -64,8 +64,8 @@ class RequestProcessor {
 
   // Every accepted connection, in order of acceptance.
   std::vector<QuillWorker::Shared> workers;
-  // Those of them whose client has sent a list, by their numbers: a search for a key looks at them
-  // alone, and idle connections cost it nothing. Some may have gone since.
+  // The workers whose client has sent a list, by number. A search for a key looks only at these, so
+  // idle connections cost it nothing. Some may have gone since.
   std::map<std::uint64_t, std::weak_ptr<QuillWorker>> listHolders;
   // The card's list from the latest insert that carried one; null before. Never cleared.
   QuillMessage::Certificates certificates;

@@ -46,7 +46,7 @@ bool commit(platform::AccountIdentity &account, const platform::Authorization &a
   return account.commit(authorization);
 }
 
-// One attempt: a fresh password, held against the rules, set. True if it is the account's now.
+// One attempt: makes a fresh password, checks it against the rules and sets it. True if it was set.
 bool setFreshPassword(Request &request, platform::DirectoryRecord &record) {
   const SecretText password = request.processor.randomAlphanumericStringWithLength(kPasswordLength);
   if (!isAllowed(record, password)) {
@@ -65,7 +65,7 @@ bool setFreshPassword(Request &request, platform::DirectoryRecord &record) {
   return true;
 }
 
-// An authorization with the right of an administrator; null, with a line, if it is not granted.
+// An authorization with the administrator's right; null, with a log line, if it is not granted.
 std::unique_ptr<platform::Authorization> authorize(platform::Accounts &accounts) {
   std::int32_t status = 0;
   auto authorization = accounts.createAuthorization(status);

@@ -29,8 +29,8 @@ void handleInsert(Request &request) {
     request.worker->certificates = request.message.certificates;
     request.worker->keysAlike.clear();
   }
-  // The end of a local connection never withdraws a card, so one does not take the card over
-  // either.
+  // The end of a local connection never withdraws the card, so a local connection does not become
+  // its inserter either.
   if (!request.worker->isLocal) {
     request.processor.cardInserter = request.worker;
   }
@@ -47,7 +47,7 @@ void handleRemove(Request &request) {
 void handleGetCertificates(Request &request) {
   request.reply.status = true;
   request.reply.certificates = request.processor.certificates;
-  protocol::setRequiredEmpty(request.reply);  // where nobody has inserted
+  protocol::setRequiredEmpty(request.reply);  // in case nobody has inserted a card
   request.worker->sendMessage(request.reply);
 }
 
@@ -57,7 +57,7 @@ void RequestProcessor::insertSmartcard() {
   // Deleted first even where it is created again at once: the token driver waits for the marker to
   // go and come back before it reads the certificates anew.
   removeSmartcard();
-  // Never through a link that somebody else has put there.
+  // Never follows a link, which somebody else may have put there.
   const base::Descriptor marker(::open(base::rooted(base::kCardMarker).c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
 }
