@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "Expect.hpp"
-#include "driver/CardReading.hpp"
+#include "driver/CardCache.hpp"
 #include "driver/FunctionList.hpp"
 #include "driver/Process.hpp"
 #include "fakes/FakeCard.hpp"

@@ -1,18 +1,110 @@
 #include "client/SharedConnection.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
 
-#include "client/LinkKeeper.hpp"
+#include "client/Backoff.hpp"
+#include "client/OpenDescriptors.hpp"
 #include "client/SharedLink.hpp"
-#include "client/Unlocked.hpp"
 
 namespace client {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// Which link new requests use, and when the next attempt to make one is due. For SharedConnection,
+// whose lock is held in every call here.
+class LinkKeeper {
+ public:
+  // Null: there is none.
+  [[nodiscard]] const std::shared_ptr<SharedLink> &current() const { return current_; }
+
+  void keep(std::unique_ptr<Connection> connection);
+
+  // From now on, requests use another one.
+  void retire(const std::shared_ptr<SharedLink> &link);
+
+  // The link is at its end, in a call that began at that time.
+  void noteLoss(const std::shared_ptr<SharedLink> &link, Deadline callBegan);
+
+  // An attempt to make a connection went wrong.
+  void noteFailure(Error reason);
+
+  // The daemon has answered.
+  void noteAnswer();
+
+  // Not before this time.
+  [[nodiscard]] Deadline nextAttempt() const { return nextAttempt_; }
+
+  // Why the daemon can't be reached, if attempts since `callBegan` have failed for as long as
+  // `limit`; nothing otherwise.
+  [[nodiscard]] std::optional<Error> whyHopeless(Deadline callBegan,
+                                                 std::chrono::milliseconds limit) const;
+
+  // Closes the descriptors of all links without a word, in the child of a fork: needs no lock.
+  void abandon() { descriptors_.closeAll(); }
+
+ private:
+  // Failures in a row, without an answer or a connection that lasted between them.
+  struct Trouble {
+    Error reason;
+    Deadline since;
+    Deadline latest;
+  };
+
+  // Between attempts: a daemon that restarts is back within a second or two.
+  static constexpr std::chrono::milliseconds kFirstPause{50};
+  static constexpr std::chrono::milliseconds kLongestPause{1000};
+
+  OpenDescriptors descriptors_;  // outlives the links
+  std::shared_ptr<SharedLink> current_;
+  Deadline nextAttempt_;
+  Backoff pauses_{kFirstPause, kLongestPause};
+  std::optional<Trouble> trouble_;
+};
+
+void LinkKeeper::keep(std::unique_ptr<Connection> connection) {
+  current_ = std::make_shared<SharedLink>(std::move(connection), descriptors_);
+}
+
+void LinkKeeper::retire(const std::shared_ptr<SharedLink> &link) {
+  if (current_ == link) {
+    if (!link->wasInVain()) {
+      trouble_.reset();
+    }
+    current_ = nullptr;
+  }
+}
+
+void LinkKeeper::noteLoss(const std::shared_ptr<SharedLink> &link, Deadline callBegan) {
+  // A server that hangs up at once is no better than none. Counted once, not by each waiter, and
+  // not against a call that found the connection as it was.
+  if (current_ == link && link->wasInVain() && link->openedAt() >= callBegan) {
+    noteFailure(link->end().value_or(Error()));
+  }
+  retire(link);
+}
+
+void LinkKeeper::noteFailure(Error reason) {
+  const auto now = std::chrono::steady_clock::now();
+  trouble_ = Trouble{std::move(reason), trouble_ ? trouble_->since : now, now};
+  nextAttempt_ = now + pauses_.next();
+}
+
+void LinkKeeper::noteAnswer() {
+  trouble_.reset();
+  pauses_.reset();
+}
+
+std::optional<Error> LinkKeeper::whyHopeless(Deadline callBegan,
+                                             std::chrono::milliseconds limit) const {
+  const bool isHopeless = trouble_ && trouble_->latest >= callBegan &&
+                          trouble_->latest - std::max(callBegan, trouble_->since) >= limit;
+  return isHopeless ? std::optional(trouble_->reason) : std::nullopt;
+}
 
 }  // namespace
 

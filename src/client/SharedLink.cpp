@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "client/Unlocked.hpp"
-
 namespace client {
 namespace {
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <optional>
@@ -13,7 +14,13 @@ struct SocketMark {
   ino_t inode = 0;
 
   // Nothing if the descriptor is not open.
-  [[nodiscard]] static std::optional<SocketMark> of(int descriptor);
+  [[nodiscard]] static std::optional<SocketMark> of(int descriptor) {
+    struct stat status{};
+    if (::fstat(descriptor, &status) != 0) {
+      return std::nullopt;
+    }
+    return SocketMark{status.st_dev, status.st_ino};
+  }
 
   friend bool operator==(const SocketMark &left, const SocketMark &right) = default;
 };

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "driver/Card.hpp"
-#include "driver/Handles.hpp"
 #include "driver/Object.hpp"
 #include "driver/Settings.hpp"
 

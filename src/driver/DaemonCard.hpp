@@ -13,8 +13,10 @@
 #include "client/PinnedServer.hpp"
 #include "client/SharedConnection.hpp"
 #include "driver/Card.hpp"
-#include "driver/CardKnowledge.hpp"
+#include "driver/CardCache.hpp"
+#include "driver/Journal.hpp"
 #include "driver/PrivateFolder.hpp"
+#include "driver/Settings.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace driver {
@@ -97,5 +99,8 @@ class DaemonCard final : public Card {
   client::SharedConnection connection_;
   std::unique_ptr<State> state_;
 };
+
+// The card that this machine's daemon holds, as a program outside the tests gets it.
+[[nodiscard]] std::unique_ptr<Card> makeCard(const Settings &settings, Journal &journal);
 
 }  // namespace driver

@@ -6,11 +6,9 @@
 #include <optional>
 #include <vector>
 
-#include "driver/Handles.hpp"
 #include "driver/Object.hpp"
 #include "driver/Pkcs11.hpp"
 #include "driver/Session.hpp"
-#include "driver/SessionObjects.hpp"
 #include "driver/Token.hpp"
 
 namespace driver {

@@ -1,7 +1,98 @@
 // The functions of PKCS #11 v2.40 about what is done with keys and data.
 
-#include "driver/OperationCalls.hpp"
+#include <cstdlib>
+#include <memory>
+
+#include "driver/Driver.hpp"
+#include "driver/KeyUse.hpp"
+#include "driver/Operation.hpp"
+#include "driver/Pkcs11.hpp"
 #include "driver/WithoutThrowing.hpp"
+
+namespace driver {
+namespace {
+
+// The bytes that a program points to; nothing if it points nowhere, but says that there are some.
+std::optional<ByteView> inputOf(const CK_BYTE *bytes, CK_ULONG length) {
+  if (bytes == nullptr) {
+    return length == 0 ? std::optional(ByteView()) : std::nullopt;
+  }
+  return ByteView(bytes, length);
+}
+
+// An …Init function: puts a new operation at its place in the session, unless one is active there.
+template <typename T>
+CK_RV begin(Driver &driver, OperationPlace<T> &place, const CK_MECHANISM *mechanism,
+            CK_OBJECT_HANDLE key, CK_FLAGS purpose) {
+  if (place.isActive()) {
+    return CKR_OPERATION_ACTIVE;
+  }
+  KeyUse use;
+  const CK_RV result = prepare(driver, mechanism, key, purpose, use);
+  return result == CKR_OK ? place.begin(std::make_unique<T>(std::move(use))) : result;
+}
+
+// A step of an operation that gets input: `step` takes the operation and the bytes.
+template <typename T, typename Step>
+CK_RV proceed(OperationPlace<T> &place, Input form, const CK_BYTE *bytes, CK_ULONG length,
+              const Step &step) {
+  return place.proceed(form, [&](T &operation) -> Progress {
+    const auto input = inputOf(bytes, length);
+    return input ? step(operation, *input) : Progress{CKR_ARGUMENTS_BAD};
+  });
+}
+
+// An …Update function that gives nothing out, though it could.
+template <typename T>
+CK_RV addPart(OperationPlace<T> &place, const CK_BYTE *bytes, CK_ULONG length, CK_ULONG *given) {
+  return proceed(place, Input::inParts, bytes, length,
+                 [&](T &operation, ByteView part) -> Progress {
+                   if (given == nullptr) {
+                     return {CKR_ARGUMENTS_BAD};
+                   }
+                   *given = 0;
+                   return operation.add(part);
+                 });
+}
+
+// C_Verify; a signature that is nowhere ends the operation.
+Progress finishVerifying(Verifying &operation, ByteView message,
+                         const std::optional<ByteView> &signature) {
+  return signature ? operation.finish(message, *signature) : Progress{CKR_ARGUMENTS_BAD};
+}
+
+CK_RV beginDigest(Session &session, const CK_MECHANISM *mechanism) {
+  if (mechanism == nullptr) {
+    return CKR_ARGUMENTS_BAD;
+  }
+  const auto hash = hashOf(mechanism->mechanism);
+  return hash ? session.digesting.begin(std::make_unique<crypto::RunningDigest>(*hash))
+              : CK_RV{CKR_MECHANISM_INVALID};
+}
+
+Progress addToDigest(crypto::RunningDigest &digest, ByteView part) {
+  digest.add(part);
+  return {CKR_OK, /*isOver=*/false};
+}
+
+Progress finishDigest(crypto::RunningDigest &digest, ByteView lastPart, const Output &output) {
+  if (const auto ended = output.withoutRoomFor(crypto::digestSize(digest.algorithm()))) {
+    return *ended;
+  }
+  digest.add(lastPart);
+  return output.put(digest.finish());
+}
+
+CK_RV generateRandom(CK_BYTE *place, CK_ULONG length) {
+  if (place == nullptr) {
+    return length == 0 ? CKR_OK : CKR_ARGUMENTS_BAD;
+  }
+  ::arc4random_buf(place, length);
+  return CKR_OK;
+}
+
+}  // namespace
+}  // namespace driver
 
 using driver::Driver;
 using driver::Input;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "driver/MechanismParameters.hpp"
 #include "driver/Mechanisms.hpp"
 #include "driver/Object.hpp"
 #include "driver/Pkcs11.hpp"

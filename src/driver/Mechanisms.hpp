@@ -4,8 +4,11 @@
 #include <span>
 #include <vector>
 
+#include "base/Bytes.hpp"
 #include "crypto/HashAlgorithm.hpp"
+#include "crypto/PSS.hpp"
 #include "crypto/PublicKey.hpp"
+#include "crypto/RSAEncryption.hpp"
 #include "driver/Pkcs11.hpp"
 
 namespace driver {
@@ -37,5 +40,18 @@ struct Mechanism {
 
 // The digest that a mechanism type like CKM_SHA256 names.
 [[nodiscard]] std::optional<crypto::HashAlgorithm> hashOf(CK_MECHANISM_TYPE type);
+
+// What a program handed over beside a mechanism's type, checked and copied; which member counts
+// depends on the scheme.
+struct MechanismParameters {
+  crypto::PSSParameters pss;
+  crypto::OAEPParameters oaep;
+  Bytes peerPoint;  // of ECDH: uncompressed, not checked to lie on the curve
+};
+
+// Reads them. CKR_MECHANISM_PARAM_INVALID if the scheme wants others. A scheme that wants none
+// ignores what is there, as programs leave things behind.
+[[nodiscard]] CK_RV readParameters(const CK_MECHANISM &given, const Mechanism &mechanism,
+                                   MechanismParameters &parameters);
 
 }  // namespace driver

@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include "crypto/ErrorQueue.hpp"
-#include "driver/CardMaking.hpp"
-#include "driver/OwnContext.hpp"
+#include "driver/DaemonCard.hpp"
+#include "driver/OpenSSLContext.hpp"
 
 namespace driver {
 namespace {

@@ -7,14 +7,37 @@
 #include <vector>
 
 #include "crypto/RunningDigest.hpp"
-#include "driver/Decrypting.hpp"
-#include "driver/Encrypting.hpp"
-#include "driver/Handles.hpp"
+#include "driver/EncryptDecrypt.hpp"
+#include "driver/Object.hpp"
 #include "driver/Operation.hpp"
 #include "driver/Pkcs11.hpp"
-#include "driver/Signing.hpp"
+#include "driver/SignVerify.hpp"
 
 namespace driver {
+
+// Objects that were derived in a session and end with it; all sessions see them. For any thread.
+class SessionObjects {
+ public:
+  void add(CK_SESSION_HANDLE owner, ObjectPointer object);
+
+  // Null if there is none with this handle.
+  [[nodiscard]] ObjectPointer find(CK_OBJECT_HANDLE handle);
+  [[nodiscard]] std::vector<ObjectPointer> all();
+
+  // False if there is none with this handle.
+  [[nodiscard]] bool remove(CK_OBJECT_HANDLE handle);
+  void removeOf(CK_SESSION_HANDLE owner);
+  void removeAll();
+
+ private:
+  struct Entry {
+    CK_SESSION_HANDLE owner;
+    ObjectPointer object;
+  };
+
+  std::mutex mutex_;
+  std::map<CK_OBJECT_HANDLE, Entry> entries_;
+};
 
 // What a search found when it began, and how much of it was handed out.
 struct Search {

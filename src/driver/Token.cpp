@@ -1,6 +1,6 @@
 #include "driver/Token.hpp"
 
-#include "driver/OwnContext.hpp"
+#include "driver/OpenSSLContext.hpp"
 
 namespace driver {
 namespace {

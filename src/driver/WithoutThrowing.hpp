@@ -8,7 +8,7 @@
 
 #include "crypto/ErrorQueue.hpp"
 #include "driver/Driver.hpp"
-#include "driver/FirstUse.hpp"
+#include "driver/OpenSSLContext.hpp"
 #include "driver/Pkcs11.hpp"
 #include "driver/Process.hpp"
 #include "driver/Trace.hpp"

@@ -9,7 +9,7 @@
 
 #include "base/Root.hpp"
 #include "client/CardMarker.hpp"
-#include "driver/CardReading.hpp"
+#include "driver/CardCache.hpp"
 #include "driver/Driver.hpp"
 #include "encodings/HexString.hpp"
 #include "fakes/ScriptedDaemon.hpp"

@@ -1,4 +1,4 @@
-#include "driver/Decrypting.hpp"
+#include "driver/EncryptDecrypt.hpp"
 
 #include "driver/TokenUser.hpp"
 

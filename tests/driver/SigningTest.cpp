@@ -1,4 +1,4 @@
-#include "driver/Signing.hpp"
+#include "driver/SignVerify.hpp"
 
 #include "driver/TokenUser.hpp"
 

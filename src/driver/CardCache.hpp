@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -8,8 +9,24 @@
 
 #include "client/CardMarker.hpp"
 #include "driver/Card.hpp"
+#include "protocol/CardList.hpp"
 
 namespace driver {
+
+// So many entries of a list are read, the first ones: more would cost each program, and each of its
+// searches, too much.
+inline constexpr std::size_t kMostCertificates = 1024;
+
+// What a list says of the card, in its order. Entries whose certificate does not parse or holds a
+// key of an unknown type are left out, as are those behind the first kMostCertificates. Nobody has
+// vouched for any of it.
+[[nodiscard]] CardContent cardContentOf(const protocol::CardList &list);
+
+// True if both hold the same certificates with the same descriptions; null: nothing.
+[[nodiscard]] bool areAlike(const CardContent *left, const CardContent *right);
+
+// True if the certificate of `identity` is among them.
+[[nodiscard]] bool holds(const CardContent *content, const CardIdentity &identity);
 
 // What is known of the card without asking anybody, and how good that still is. Not for several
 // threads at once.

@@ -1,8 +1,9 @@
-#include "driver/SignatureForm.hpp"
+#include "driver/SignVerify.hpp"
 
 #include <algorithm>
 
 #include "crypto/KeyParts.hpp"
+#include "driver/Token.hpp"
 #include "protocol/KeyRequest.hpp"
 
 namespace driver {
@@ -27,8 +28,7 @@ Bytes blockOf(const KeyUse &use, ByteView input) {
   return block;
 }
 
-}  // namespace
-
+// Bytes of a signature.
 std::size_t signatureSize(const KeyUse &use) {
   switch (use.key().type()) {
     case crypto::KeyType::rsa:
@@ -42,6 +42,10 @@ std::size_t signatureSize(const KeyUse &use) {
   return kEd25519SignatureBytes;
 }
 
+// What the holder is asked to sign: for RSA what it is to pad with PKCS #1 v1.5, or a block that is
+// as long as the modulus; for ECDSA a digest; for Ed25519 the message. `input` is the digest of the
+// message where the mechanism has one, else the message. CKR_DATA_LEN_RANGE if the input does not
+// fit the mechanism and the key.
 CK_RV requestFor(const KeyUse &use, ByteView input, Bytes &request) {
   auto wanted = protocol::KeyOperation::signPKCS1;
   switch (use.scheme()) {
@@ -72,6 +76,7 @@ CK_RV requestFor(const KeyUse &use, ByteView input, Bytes &request) {
   return protocol::operationToSign(use.key(), request) == wanted ? CKR_OK : CKR_DATA_LEN_RANGE;
 }
 
+// The signature in what the holder answered, not yet verified; nothing if there is none.
 std::optional<Bytes> signatureIn(const KeyUse &use, ByteView answer) {
   if (use.scheme() == Scheme::ecdsa) {
     return crypto::joinedSignature(answer, use.key().sizeInBytes());
@@ -80,6 +85,7 @@ std::optional<Bytes> signatureIn(const KeyUse &use, ByteView answer) {
                                              : std::nullopt;
 }
 
+// CKR_OK, CKR_SIGNATURE_LEN_RANGE or CKR_SIGNATURE_INVALID.
 CK_RV verify(const KeyUse &use, ByteView input, ByteView signature) {
   if (signature.size() != signatureSize(use)) {
     return CKR_SIGNATURE_LEN_RANGE;
@@ -97,6 +103,53 @@ CK_RV verify(const KeyUse &use, ByteView input, ByteView signature) {
   const bool isGood = answer && requestFor(use, input, request) == CKR_OK &&
                       protocol::isSignature(use.key(), request, *answer);
   return isGood ? CKR_OK : CKR_SIGNATURE_INVALID;
+}
+
+Progress added(bool isAdded) {
+  return isAdded ? Progress{CKR_OK, /*isOver=*/false} : Progress{CKR_DATA_LEN_RANGE};
+}
+
+}  // namespace
+
+Progress Signing::add(ByteView part) {
+  return added(input_.add(part));
+}
+
+Progress Signing::finish(Token &token, ByteView lastPart, const Output &output) {
+  if (const auto ended = output.withoutRoomFor(signatureSize(use_))) {
+    return *ended;
+  }
+  if (!input_.add(lastPart)) {
+    return {CKR_DATA_LEN_RANGE};
+  }
+  const Bytes input = input_.finish();
+  Bytes request;
+  if (const CK_RV result = requestFor(use_, input, request); result != CKR_OK) {
+    return {result};
+  }
+  SecretBytes answer;
+  if (const CK_RV result = token.ask(KeyRequest::sign, *use_.object, request, answer);
+      result != CKR_OK) {
+    return {result};
+  }
+  const auto signature = signatureIn(use_, answer.reveal());
+  if (!signature || verify(use_, input, *signature) != CKR_OK) {
+    token.report("the key's holder answered with a signature that the certificate \"" +
+                 use_.object->identity->label +
+                 "\" does not verify, so it was not used; try: make sure that the device holds the "
+                 "key that belongs to the certificate");
+    return {CKR_DEVICE_ERROR};
+  }
+  return output.put(*signature);
+}
+
+Progress Verifying::add(ByteView part) {
+  return added(input_.add(part));
+}
+
+Progress Verifying::finish(ByteView lastPart, ByteView signature) {
+  return {input_.add(lastPart) ? verify(use_, input_.finish(), signature)
+                               : CK_RV{CKR_DATA_LEN_RANGE}};
 }
 
 }  // namespace driver

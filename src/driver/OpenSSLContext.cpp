@@ -1,4 +1,4 @@
-#include "driver/FirstUse.hpp"
+#include "driver/OpenSSLContext.hpp"
 
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -6,10 +6,13 @@
 
 #include <functional>
 #include <mutex>
+#include <new>
 
 #include "base/Root.hpp"
 #include "base/UUID.hpp"
 #include "crypto/ErrorQueue.hpp"
+#include "crypto/Library.hpp"
+#include "crypto/Owned.hpp"
 #include "logging/LogPlatform.hpp"
 
 namespace driver {
@@ -61,6 +64,21 @@ void useAllOnce() {
 }
 
 }  // namespace
+
+void workInOwnContext() {
+  if (crypto::libraryContext() != nullptr) {
+    return;
+  }
+  crypto::Owned<OSSL_LIB_CTX, OSSL_LIB_CTX_free> context(OSSL_LIB_CTX_new());
+  if (!context) {
+    throw std::bad_alloc();
+  }
+  crypto::setLibraryContext(context.release());
+}
+
+void leaveInheritedContext() {
+  crypto::setLibraryContext(/*context=*/nullptr);
+}
 
 void prepareThread() {
   (void)::pthread_once(&isSetUp, setUp);
