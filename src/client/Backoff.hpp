@@ -5,7 +5,7 @@
 namespace client {
 
 // How long to wait between the beginnings of two attempts to connect: 1 s, or `first`, doubled
-// after each failure up to 4 s, or `longest`, each time less up to a quarter by chance, so that
+// after each failure up to 4 s, or `longest`, each time less up to a quarter by jitter, so that
 // many clients of a daemon that was restarted don't come back at the same instant.
 class Backoff {
  public:
@@ -13,10 +13,10 @@ class Backoff {
   Backoff(std::chrono::milliseconds first, std::chrono::milliseconds longest)
       : first_(first), longest_(longest) {}
 
-  // The wait before the next attempt. `chance` is uniform in [0, 1).
-  [[nodiscard]] std::chrono::milliseconds next(double chance);
+  // The wait before the next attempt. `jitter` is uniform in [0, 1).
+  [[nodiscard]] std::chrono::milliseconds next(double jitter);
 
-  // The same with a chance of its own.
+  // The same with a jitter of its own.
   [[nodiscard]] std::chrono::milliseconds next();
 
   // After an attempt that went well: the next wait is the first one again.

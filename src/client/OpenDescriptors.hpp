@@ -3,7 +3,7 @@
 #include <array>
 #include <atomic>
 
-#include "client/SocketMark.hpp"
+#include "client/SocketIdentity.hpp"
 
 namespace client {
 
@@ -32,7 +32,7 @@ class OpenDescriptors {
   static constexpr int kNone = -1;
 
   struct Place {
-    SocketMark mark;  // written before the descriptor, which makes it count
+    SocketIdentity identity;  // written before the descriptor, which makes it count
     std::atomic<int> descriptor{kNone};
   };
 

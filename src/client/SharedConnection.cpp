@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "client/Backoff.hpp"
+#include "client/MultiplexedConnection.hpp"
 #include "client/OpenDescriptors.hpp"
-#include "client/SharedLink.hpp"
 
 namespace client {
 namespace {
@@ -17,39 +17,39 @@ using Clock = std::chrono::steady_clock;
 
 // Which link new requests use, and when the next attempt to make one is due. For SharedConnection,
 // whose lock is held in every call here.
-class LinkKeeper {
+class ReconnectState {
  public:
   // Null: there is none.
-  [[nodiscard]] const std::shared_ptr<SharedLink> &current() const { return current_; }
+  [[nodiscard]] const std::shared_ptr<MultiplexedConnection> &current() const { return current_; }
 
-  void keep(std::unique_ptr<Connection> connection);
+  void setCurrent(std::unique_ptr<Connection> connection);
 
   // From now on, requests use another one.
-  void retire(const std::shared_ptr<SharedLink> &link);
+  void retire(const std::shared_ptr<MultiplexedConnection> &link);
 
   // The link is at its end, in a call that began at that time.
-  void noteLoss(const std::shared_ptr<SharedLink> &link, Deadline callBegan);
+  void recordLoss(const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart);
 
   // An attempt to make a connection went wrong.
-  void noteFailure(Error reason);
+  void recordFailure(Error reason);
 
   // The daemon has answered.
-  void noteAnswer();
+  void recordAnswer();
 
   // Not before this time.
   [[nodiscard]] Deadline nextAttempt() const { return nextAttempt_; }
 
-  // Why the daemon can't be reached, if attempts since `callBegan` have failed for as long as
+  // Why the daemon can't be reached, if attempts since `callStart` have failed for as long as
   // `limit`; nothing otherwise.
-  [[nodiscard]] std::optional<Error> whyHopeless(Deadline callBegan,
-                                                 std::chrono::milliseconds limit) const;
+  [[nodiscard]] std::optional<Error> reasonToGiveUp(Deadline callStart,
+                                                    std::chrono::milliseconds limit) const;
 
   // Closes the descriptors of all links without a word, in the child of a fork: needs no lock.
   void abandon() { descriptors_.closeAll(); }
 
  private:
   // Failures in a row, without an answer or a connection that lasted between them.
-  struct Trouble {
+  struct Outage {
     Error reason;
     Deadline since;
     Deadline latest;
@@ -60,71 +60,72 @@ class LinkKeeper {
   static constexpr std::chrono::milliseconds kLongestPause{1000};
 
   OpenDescriptors descriptors_;  // outlives the links
-  std::shared_ptr<SharedLink> current_;
+  std::shared_ptr<MultiplexedConnection> current_;
   Deadline nextAttempt_;
-  Backoff pauses_{kFirstPause, kLongestPause};
-  std::optional<Trouble> trouble_;
+  Backoff backoff_{kFirstPause, kLongestPause};
+  std::optional<Outage> outage_;
 };
 
-void LinkKeeper::keep(std::unique_ptr<Connection> connection) {
-  current_ = std::make_shared<SharedLink>(std::move(connection), descriptors_);
+void ReconnectState::setCurrent(std::unique_ptr<Connection> connection) {
+  current_ = std::make_shared<MultiplexedConnection>(std::move(connection), descriptors_);
 }
 
-void LinkKeeper::retire(const std::shared_ptr<SharedLink> &link) {
+void ReconnectState::retire(const std::shared_ptr<MultiplexedConnection> &link) {
   if (current_ == link) {
-    if (!link->wasInVain()) {
-      trouble_.reset();
+    if (!link->failedEarly()) {
+      outage_.reset();
     }
     current_ = nullptr;
   }
 }
 
-void LinkKeeper::noteLoss(const std::shared_ptr<SharedLink> &link, Deadline callBegan) {
+void ReconnectState::recordLoss(const std::shared_ptr<MultiplexedConnection> &link,
+                                Deadline callStart) {
   // A server that hangs up at once is no better than none. Counted once, not by each waiter, and
   // not against a call that found the connection as it was.
-  if (current_ == link && link->wasInVain() && link->openedAt() >= callBegan) {
-    noteFailure(link->end().value_or(Error()));
+  if (current_ == link && link->failedEarly() && link->openedAt() >= callStart) {
+    recordFailure(link->end().value_or(Error()));
   }
   retire(link);
 }
 
-void LinkKeeper::noteFailure(Error reason) {
+void ReconnectState::recordFailure(Error reason) {
   const auto now = std::chrono::steady_clock::now();
-  trouble_ = Trouble{std::move(reason), trouble_ ? trouble_->since : now, now};
-  nextAttempt_ = now + pauses_.next();
+  outage_ = Outage{std::move(reason), outage_ ? outage_->since : now, now};
+  nextAttempt_ = now + backoff_.next();
 }
 
-void LinkKeeper::noteAnswer() {
-  trouble_.reset();
-  pauses_.reset();
+void ReconnectState::recordAnswer() {
+  outage_.reset();
+  backoff_.reset();
 }
 
-std::optional<Error> LinkKeeper::whyHopeless(Deadline callBegan,
-                                             std::chrono::milliseconds limit) const {
-  const bool isHopeless = trouble_ && trouble_->latest >= callBegan &&
-                          trouble_->latest - std::max(callBegan, trouble_->since) >= limit;
-  return isHopeless ? std::optional(trouble_->reason) : std::nullopt;
+std::optional<Error> ReconnectState::reasonToGiveUp(Deadline callStart,
+                                                    std::chrono::milliseconds limit) const {
+  const bool mustGiveUp = outage_ && outage_->latest >= callStart &&
+                          outage_->latest - std::max(callStart, outage_->since) >= limit;
+  return mustGiveUp ? std::optional(outage_->reason) : std::nullopt;
 }
 
 }  // namespace
 
 struct SharedConnection::State {
   std::mutex mutex;
-  LinkKeeper links;
+  ReconnectState reconnect;
   bool isOpening = false;          // some thread makes a connection
   std::condition_variable opened;  // or failed to
 };
 
 // While one thread makes a connection, the others wait for it.
-class SharedConnection::Opening {
+class SharedConnection::OpeningGuard {
  public:
-  explicit Opening(State &state) : state_(state) { state_.isOpening = true; }
-  ~Opening() {
+  explicit OpeningGuard(State &state) : state_(state) { state_.isOpening = true; }
+  ~OpeningGuard() {
     state_.isOpening = false;
     state_.opened.notify_all();
   }
-  Opening(const Opening &) = delete;
-  Opening &operator=(const Opening &) = delete;
+  OpeningGuard(const OpeningGuard &) = delete;
+  OpeningGuard &operator=(const OpeningGuard &) = delete;
 
  private:
   State &state_;
@@ -133,28 +134,28 @@ class SharedConnection::Opening {
 // One request, on the thread that makes it.
 class SharedConnection::Call {
  public:
-  Call(State &state, const Opener &opener, const Terms &terms, Error *error)
-      : state_(state), opener_(opener), terms_(terms), error_(error), lock_(state.mutex) {}
+  Call(State &state, const Opener &opener, const RequestOptions &options, Error *error)
+      : state_(state), opener_(opener), options_(options), error_(error), lock_(state.mutex) {}
 
   std::optional<QuillMessage> run(const QuillMessage &message) {
-    while (const auto link = linkThatStands()) {
-      SharedLink::Waiter waiter(*link, *message.messageID);
+    while (const auto link = usableConnection()) {
+      MultiplexedConnection::Waiter waiter(*link, *message.messageID);
       Error reason;
       if (!link->send(message, &reason) && reason.code == notSendable) {
         end(std::move(reason));
         return std::nullopt;
       }
-      while (!waiter.answer && !link->end() && goesOn(link)) {
-        link->wait(lock_, waiter, nextLook());
+      while (!waiter.answer && !link->end() && checkWait(link)) {
+        link->wait(lock_, waiter, nextWakeUp());
       }
       if (waiter.answer) {
-        state_.links.noteAnswer();
+        state_.reconnect.recordAnswer();
         return std::move(waiter.answer);
       }
       if (!link->end()) {
         return std::nullopt;
       }
-      state_.links.noteLoss(link, begin_);
+      state_.reconnect.recordLoss(link, begin_);
     }
     return std::nullopt;
   }
@@ -166,60 +167,60 @@ class SharedConnection::Call {
     }
   }
 
-  [[nodiscard]] Deadline nextLook() const { return std::min(terms_.deadline, nextGlance_); }
+  [[nodiscard]] Deadline nextWakeUp() const { return std::min(options_.deadline, nextCheck_); }
 
   // False, with the reason given, if the call is at its end. `link` is the one that it waits on.
-  bool goesOn(const std::shared_ptr<SharedLink> &link) {
+  bool checkWait(const std::shared_ptr<MultiplexedConnection> &link) {
     const auto now = Clock::now();
-    if (now >= terms_.deadline) {
+    if (now >= options_.deadline) {
       if (link) {
-        state_.links.retire(link);
+        state_.reconnect.retire(link);
       }
       end({kErrorDomain, timedOut, "no answer in time"});
       return false;
     }
-    if (now < nextGlance_) {
+    if (now < nextCheck_) {
       return true;
     }
-    if (terms_.goesOn) {
+    if (options_.shouldContinue) {
       if (link) {
-        link->handOn();
+        link->handOverPolling();
       }
-      const Unlocked unlocked(lock_);
-      if (!terms_.goesOn()) {
+      const ReverseLock reverseLock(lock_);
+      if (!options_.shouldContinue()) {
         end({kErrorDomain, stopped, "stopped while waiting"});
         return false;
       }
     }
-    nextGlance_ = Clock::now() + terms_.glance;
+    nextCheck_ = Clock::now() + options_.checkInterval;
     return true;
   }
 
-  // Null, with the reason given, if there is none within the terms.
-  std::shared_ptr<SharedLink> linkThatStands() {
+  // Null, with the reason given, if there is none within the options.
+  std::shared_ptr<MultiplexedConnection> usableConnection() {
     while (true) {
-      auto link = state_.links.current();
-      if (link && link->stands()) {
+      auto link = state_.reconnect.current();
+      if (link && link->readPending()) {
         return link;
       }
       if (link) {
-        state_.links.noteLoss(link, begin_);
+        state_.reconnect.recordLoss(link, begin_);
       }
-      if (!goesOn(nullptr) || !isWorthAnotherAttempt()) {
+      if (!checkWait(nullptr) || !checkRetry()) {
         return nullptr;
       }
       if (state_.isOpening) {
-        state_.opened.wait_until(lock_, nextLook());
-      } else if (Clock::now() < state_.links.nextAttempt()) {
-        state_.opened.wait_until(lock_, std::min(nextLook(), state_.links.nextAttempt()));
+        state_.opened.wait_until(lock_, nextWakeUp());
+      } else if (Clock::now() < state_.reconnect.nextAttempt()) {
+        state_.opened.wait_until(lock_, std::min(nextWakeUp(), state_.reconnect.nextAttempt()));
       } else {
         open();
       }
     }
   }
 
-  bool isWorthAnotherAttempt() {
-    auto reason = state_.links.whyHopeless(begin_, terms_.connecting);
+  bool checkRetry() {
+    auto reason = state_.reconnect.reasonToGiveUp(begin_, options_.reconnectTime);
     if (reason) {
       end(std::move(*reason));
     }
@@ -227,34 +228,34 @@ class SharedConnection::Call {
   }
 
   void open() {
-    const Opening opening(state_);
+    const OpeningGuard opening(state_);
     Error reason;
     std::unique_ptr<Connection> connection;
     {
-      const Unlocked unlocked(lock_);
-      connection = opener_({terms_.deadline, /*stopDescriptor=*/-1}, &reason);
+      const ReverseLock reverseLock(lock_);
+      connection = opener_({options_.deadline, /*stopDescriptor=*/-1}, &reason);
     }
     if (connection) {
-      state_.links.keep(std::move(connection));
-    } else if (Clock::now() < terms_.deadline) {
+      state_.reconnect.setCurrent(std::move(connection));
+    } else if (Clock::now() < options_.deadline) {
       // else it was this call that had no time left
-      state_.links.noteFailure(std::move(reason));
+      state_.reconnect.recordFailure(std::move(reason));
     }
   }
 
   State &state_;
   const Opener &opener_;
-  const Terms &terms_;
+  const RequestOptions &options_;
   Error *error_;
-  SharedLink::Lock lock_;
+  MultiplexedConnection::Lock lock_;
   Deadline begin_ = Clock::now();
-  Deadline nextGlance_ = begin_ + terms_.glance;
+  Deadline nextCheck_ = begin_ + options_.checkInterval;
 };
 
-Terms lasting(std::chrono::milliseconds time) {
-  Terms terms;
-  terms.deadline = Clock::now() + time;
-  return terms;
+RequestOptions optionsWithin(std::chrono::milliseconds time) {
+  RequestOptions options;
+  options.deadline = Clock::now() + time;
+  return options;
 }
 
 SharedConnection::SharedConnection(Opener opener)
@@ -263,18 +264,18 @@ SharedConnection::SharedConnection(Opener opener)
 SharedConnection::~SharedConnection() = default;
 
 std::optional<QuillMessage> SharedConnection::request(const QuillMessage &message,
-                                                      const Terms &terms, Error *error) {
+                                                      const RequestOptions &options, Error *error) {
   if (!message.messageID) {
     base::report(error, kErrorDomain, notSendable, "the request has no message ID");
     return std::nullopt;
   }
-  return Call(*state_, opener_, terms, error).run(message);
+  return Call(*state_, opener_, options, error).run(message);
 }
 
 void SharedConnection::abandon() {
   // never released: a thread that is not in this process may hold its lock or wait in it
   State &old = *state_.release();
-  old.links.abandon();
+  old.reconnect.abandon();
   state_ = std::make_unique<State>();
 }
 

@@ -7,27 +7,27 @@
 
 #include "base/Error.hpp"
 #include "client/Connection.hpp"
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace client {
 
 // How a request on a shared connection waits.
-struct Terms {
+struct RequestOptions {
   Deadline deadline = std::chrono::steady_clock::now() + kDefaultWait;
 
   // How long it is tried again to reach a daemon that can't be reached, before the call fails.
   // Zero: one attempt.
-  std::chrono::milliseconds connecting{5000};
+  std::chrono::milliseconds reconnectTime{5000};
 
-  // Asked about every `glance` of the wait whether it goes on; null: always. Called without a lock,
-  // may use the connection itself.
-  std::function<bool()> goesOn;
-  std::chrono::milliseconds glance{250};
+  // Asked about every `checkInterval` of the wait whether it goes on; null: always. Called without
+  // a lock, may use the connection itself.
+  std::function<bool()> shouldContinue;
+  std::chrono::milliseconds checkInterval{250};
 };
 
-// The usual terms, with a deadline in `time` from now.
-[[nodiscard]] Terms lasting(std::chrono::milliseconds time);
+// The usual options, with a deadline in `time` from now.
+[[nodiscard]] RequestOptions optionsWithin(std::chrono::milliseconds time);
 
 // A connection to a daemon that many threads use at once, each call with as many others in flight
 // as there are threads, and none delayed by another. Opened at the first request, again after a
@@ -35,8 +35,8 @@ struct Terms {
 class SharedConnection {
  public:
   // Makes a connection to the right server, or gives the reason why there is none. May block as
-  // long as `patience` says.
-  using Opener = std::function<std::unique_ptr<Connection>(const Patience &patience, Error *error)>;
+  // long as `limits` says.
+  using Opener = std::function<std::unique_ptr<Connection>(const WaitLimits &limits, Error *error)>;
 
   explicit SharedConnection(Opener opener);
 
@@ -49,10 +49,10 @@ class SharedConnection {
   // before that, the same request goes out again on a new one: it must not hurt when it is done
   // twice. Later requests use another connection than one on which a deadline passed, while those
   // in flight there go on. Nothing, with the code, when the deadline has passed (timedOut),
-  // `goesOn` said no (stopped), the message has no ID or lacks a field (notSendable), or else why
-  // there is no connection.
+  // `shouldContinue` said no (stopped), the message has no ID or lacks a field (notSendable), or
+  // else why there is no connection.
   [[nodiscard]] std::optional<QuillMessage> request(const QuillMessage &message,
-                                                    const Terms &terms = {},
+                                                    const RequestOptions &options = {},
                                                     Error *error = nullptr);
 
   // For a process that got this through fork: closes the descriptors without a word and begins
@@ -62,7 +62,7 @@ class SharedConnection {
 
  private:
   struct State;
-  class Opening;
+  class OpeningGuard;
   class Call;
 
   Opener opener_;

@@ -27,7 +27,7 @@ struct CardIdentity {
 using CardContent = std::vector<CardIdentity>;
 
 // How a use of a key ended.
-enum class UseOutcome {
+enum class RequestOutcome {
   done,      // the answer is there
   refused,   // status false while the card is still there: a refusal, a wrong PIN
   cardGone,  // the card is not there, or went and stayed away for 5 s
@@ -35,8 +35,8 @@ enum class UseOutcome {
   failed,    // the daemon can't be reached or answered something unusable
 };
 
-struct UseResult {
-  UseOutcome outcome = UseOutcome::failed;
+struct RequestResult {
+  RequestOutcome outcome = RequestOutcome::failed;
   SecretBytes answer;  // the signature, the raw decrypted block, or the shared X coordinate
 };
 
@@ -65,13 +65,13 @@ class Card {
 
   // Has the holder sign or decrypt. What `data` is, and what comes back, depends on the kind of
   // key; it is not looked into here. Blocks, at most as long as the time limit.
-  [[nodiscard]] virtual UseResult sign(const CardIdentity &identity, ByteView data,
-                                       const SecretText &pin) = 0;
-  [[nodiscard]] virtual UseResult decrypt(const CardIdentity &identity, ByteView data,
-                                          const SecretText &pin) = 0;
+  [[nodiscard]] virtual RequestResult sign(const CardIdentity &identity, ByteView data,
+                                           const SecretText &pin) = 0;
+  [[nodiscard]] virtual RequestResult decrypt(const CardIdentity &identity, ByteView data,
+                                              const SecretText &pin) = 0;
 
   // Why the daemon could not be asked the last time, in one line; empty if it could.
-  [[nodiscard]] virtual std::string lastTrouble() = 0;
+  [[nodiscard]] virtual std::string lastError() = 0;
 
   // For a process that got this card through fork: lets go of the connection without a word.
   virtual void abandon() = 0;

@@ -36,7 +36,7 @@ CardContent cardContentOf(const protocol::CardList &list) {
   CardContent content;
   const std::span<const protocol::CardEntry> entries(list.entries());
   for (const protocol::CardEntry &entry :
-       entries.first(std::min(entries.size(), kMostCertificates))) {
+       entries.first(std::min(entries.size(), kMaxCertificates))) {
     const auto info = protocol::certificateInfoIn(entry);
     if (auto identity = info ? identityOf(*info) : std::nullopt) {
       content.push_back(std::move(*identity));
@@ -45,36 +45,36 @@ CardContent cardContentOf(const protocol::CardList &list) {
   return content;
 }
 
-bool areAlike(const CardContent *left, const CardContent *right) {
+bool haveSameEntries(const CardContent *left, const CardContent *right) {
   if (left == nullptr || right == nullptr) {
     return left == right;
   }
   return std::ranges::equal(*left, *right, {}, descriptionOf, descriptionOf);
 }
 
-bool holds(const CardContent *content, const CardIdentity &identity) {
+bool contains(const CardContent *content, const CardIdentity &identity) {
   return content != nullptr && std::ranges::find(*content, identity.certificateHash,
                                                  &CardIdentity::certificateHash) != content->end();
 }
 
-void CardKnowledge::look(const std::function<bool()> &isFolderPrivate) {
+void CardCache::checkMarker(const std::function<bool()> &isFolderPrivate) {
   const auto marker = client::findCardMarker();
   if (marker) {
-    isBlind_ = false;  // wherever the folder is, the daemon writes into it
-  } else if (!isBlind_) {
-    isBlind_ = isFolderPrivate();
+    isMarkerHidden_ = false;  // wherever the folder is, the daemon writes into it
+  } else if (!isMarkerHidden_) {
+    isMarkerHidden_ = isFolderPrivate();
   }
   if (marker != marker_) {
     marker_ = marker;
     content_ = nullptr;
     isFresh_ = false;
-    askedAt.reset();
+    lastAskedAt.reset();
     ++generation_;
   }
-  noteAbsence();
+  recordAbsence();
 }
 
-void CardKnowledge::noteAbsence() {
+void CardCache::recordAbsence() {
   if (isPresent()) {
     goneSince_.reset();
   } else if (wasRead_ && !goneSince_) {
@@ -82,20 +82,20 @@ void CardKnowledge::noteAbsence() {
   }
 }
 
-bool CardKnowledge::isPresent() const {
+bool CardCache::isPresent() const {
   const bool isKnownToBeEmpty = isFresh_ && content_ == nullptr;
-  return isBlind() ? content_ != nullptr : marker_ && !isKnownToBeEmpty;
+  return isMarkerHidden() ? content_ != nullptr : marker_ && !isKnownToBeEmpty;
 }
 
-void CardKnowledge::take(Content content) {
-  if (!areAlike(content_.get(), content.get())) {
+void CardCache::store(Content content) {
+  if (!haveSameEntries(content_.get(), content.get())) {
     // a list that is read for the first time under its marker is no news
-    generation_ += isBlind() || content_ != nullptr ? 1 : 0;
+    generation_ += isMarkerHidden() || content_ != nullptr ? 1 : 0;
     content_ = std::move(content);
   }
   isFresh_ = true;
   wasRead_ = wasRead_ || content_ != nullptr;
-  noteAbsence();
+  recordAbsence();
 }
 
 }  // namespace driver

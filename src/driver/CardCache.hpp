@@ -15,32 +15,32 @@ namespace driver {
 
 // So many entries of a list are read, the first ones: more would cost each program, and each of its
 // searches, too much.
-inline constexpr std::size_t kMostCertificates = 1024;
+inline constexpr std::size_t kMaxCertificates = 1024;
 
 // What a list says of the card, in its order. Entries whose certificate does not parse or holds a
-// key of an unknown type are left out, as are those behind the first kMostCertificates. Nobody has
+// key of an unknown type are left out, as are those behind the first kMaxCertificates. Nobody has
 // vouched for any of it.
 [[nodiscard]] CardContent cardContentOf(const protocol::CardList &list);
 
 // True if both hold the same certificates with the same descriptions; null: nothing.
-[[nodiscard]] bool areAlike(const CardContent *left, const CardContent *right);
+[[nodiscard]] bool haveSameEntries(const CardContent *left, const CardContent *right);
 
 // True if the certificate of `identity` is among them.
-[[nodiscard]] bool holds(const CardContent *content, const CardIdentity &identity);
+[[nodiscard]] bool contains(const CardContent *content, const CardIdentity &identity);
 
 // What is known of the card without asking anybody, and how good that still is. Not for several
 // threads at once.
-class CardKnowledge {
+class CardCache {
  public:
   using Content = std::shared_ptr<const CardContent>;
   using Clock = std::chrono::steady_clock;
 
   // Looks at the marker; what was read under an earlier one is forgotten. `isFolderPrivate` is
   // asked once, if no marker has been seen yet.
-  void look(const std::function<bool()> &isFolderPrivate);
+  void checkMarker(const std::function<bool()> &isFolderPrivate);
 
   // True if no marker can be seen, whether a card is there or not.
-  [[nodiscard]] bool isBlind() const { return isBlind_.value_or(false); }
+  [[nodiscard]] bool isMarkerHidden() const { return isMarkerHidden_.value_or(false); }
 
   // Whether a card is there: by the marker, if that can be seen, else by what was read last.
   [[nodiscard]] bool isPresent() const;
@@ -57,19 +57,19 @@ class CardKnowledge {
   [[nodiscard]] const std::optional<Clock::time_point> &goneSince() const { return goneSince_; }
 
   // Takes a list that was read; null: it can't be had.
-  void take(Content content);
+  void store(Content content);
 
   // What the card holds is to be read again, though the marker did not change. That it holds
   // nothing stays known: with a card comes a new marker.
-  void doubt() { isFresh_ = isFresh_ && content_ == nullptr; }
+  void invalidate() { isFresh_ = isFresh_ && content_ == nullptr; }
 
   // When the list was asked for the last time: a failure, where the marker can be seen.
-  std::optional<Clock::time_point> askedAt;
+  std::optional<Clock::time_point> lastAskedAt;
 
  private:
-  void noteAbsence();
+  void recordAbsence();
 
-  std::optional<bool> isBlind_;
+  std::optional<bool> isMarkerHidden_;
   std::optional<client::CardMarker> marker_;
   Content content_;  // null: unknown, or nothing on it
   bool isFresh_ = false;

@@ -102,9 +102,9 @@ void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
 }
 
 // Labels that differ: of programs that find objects by label alone, each finds them all.
-class LabelsApart {
+class UniqueLabels {
  public:
-  std::string apart(const std::string &wanted) {
+  std::string unique(const std::string &wanted) {
     std::string label = wanted;
     // where the last one that wanted it stopped: else many of one label take quadratic time
     int &number = lastNumbers_.try_emplace(wanted, 1).first->second;
@@ -129,16 +129,16 @@ std::string labelOf(const CardIdentity &identity) {
 
 }  // namespace
 
-CK_OBJECT_HANDLE CardObjectMaker::handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash) {
-  CK_OBJECT_HANDLE &handle = known_[{objectClass, hash}];
+CK_OBJECT_HANDLE CardObjectBuilder::handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash) {
+  CK_OBJECT_HANDLE &handle = handlesByHash_[{objectClass, hash}];
   if (handle == CK_INVALID_HANDLE) {
     handle = handles_.next();
   }
   return handle;
 }
 
-ObjectPointer CardObjectMaker::certificateObject(const CardIdentity &identity,
-                                                 const std::string &label) {
+ObjectPointer CardObjectBuilder::certificateObject(const CardIdentity &identity,
+                                                   const std::string &label) {
   constexpr CK_ULONG kTokenUser = 1;           // CK_CERTIFICATE_CATEGORY_TOKEN_USER
   constexpr std::size_t kCheckValueBytes = 3;  // of the SHA-1 digest
   const Bytes &hash = identity.certificateHash;
@@ -159,9 +159,9 @@ ObjectPointer CardObjectMaker::certificateObject(const CardIdentity &identity,
   return std::make_shared<const Object>(std::move(object));
 }
 
-ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
-                                               const std::string &label,
-                                               const crypto::PublicKey &key) {
+ObjectPointer CardObjectBuilder::publicKeyObject(const CardIdentity &identity,
+                                                 const std::string &label,
+                                                 const crypto::PublicKey &key) {
   const bool isRSA = key.type() == crypto::KeyType::rsa;
   Object object;
   object.handle = handleOf(CKO_PUBLIC_KEY, identity.publicKeyHash);
@@ -181,9 +181,9 @@ ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
   return std::make_shared<const Object>(std::move(object));
 }
 
-ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
-                                                const std::string &label,
-                                                const crypto::PublicKey &key, bool needsLogin) {
+ObjectPointer CardObjectBuilder::privateKeyObject(const CardIdentity &identity,
+                                                  const std::string &label,
+                                                  const crypto::PublicKey &key, bool needsLogin) {
   const crypto::KeyType type = key.type();
   Object object;
   object.handle = handleOf(CKO_PRIVATE_KEY, identity.publicKeyHash);
@@ -206,12 +206,12 @@ ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
   return std::make_shared<const Object>(std::move(object));
 }
 
-std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
-    std::shared_ptr<const CardContent> content, const Settings &settings) {
+std::shared_ptr<const CardObjects> CardObjectBuilder::objectsOf(
+    std::shared_ptr<const CardContent> content, const DriverSettings &settings) {
   constexpr std::size_t kSerialDigits = 16;
   auto made = std::make_shared<CardObjects>();
   std::vector<ObjectPointer> keys;
-  LabelsApart labels;
+  UniqueLabels labels;
   std::set<Bytes> certificateHashes;
   std::set<Bytes> keyHashes;
   for (const CardIdentity &identity : *content) {
@@ -220,7 +220,7 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
     if (isHidden || !certificateHashes.insert(identity.certificateHash).second) {
       continue;
     }
-    const std::string label = labels.apart(base::displayText(labelOf(identity)));
+    const std::string label = labels.unique(base::displayText(labelOf(identity)));
     made->objects.push_back(certificateObject(identity, label));
     if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {
       keys.push_back(privateKeyObject(identity, label, *key, settings.pinMode != PinMode::none));

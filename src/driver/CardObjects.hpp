@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "driver/Card.hpp"
+#include "driver/DriverSettings.hpp"
 #include "driver/Object.hpp"
-#include "driver/Settings.hpp"
 
 namespace driver {
 
@@ -27,13 +27,13 @@ struct CardObjects {
 // is shown). Labels are fit to be shown, since programs print them as
 // they are. The same thing gets the same handle each time, so that a card which goes and comes
 // leaves the handles of programs valid. For one thread at a time.
-class CardObjectMaker {
+class CardObjectBuilder {
  public:
-  explicit CardObjectMaker(Handles &handles) : handles_(handles) {}
+  explicit CardObjectBuilder(HandleCounter &handles) : handles_(handles) {}
 
   // The content is not empty.
   [[nodiscard]] std::shared_ptr<const CardObjects> objectsOf(
-      std::shared_ptr<const CardContent> content, const Settings &settings);
+      std::shared_ptr<const CardContent> content, const DriverSettings &settings);
 
  private:
   [[nodiscard]] CK_OBJECT_HANDLE handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash);
@@ -46,8 +46,8 @@ class CardObjectMaker {
                                                const std::string &label,
                                                const crypto::PublicKey &key, bool needsLogin);
 
-  Handles &handles_;
-  std::map<std::pair<CK_OBJECT_CLASS, Bytes>, CK_OBJECT_HANDLE> known_;
+  HandleCounter &handles_;
+  std::map<std::pair<CK_OBJECT_CLASS, Bytes>, CK_OBJECT_HANDLE> handlesByHash_;
 };
 
 }  // namespace driver

@@ -16,7 +16,7 @@ CK_RV Driver::findObject(CK_OBJECT_HANDLE handle, ObjectPointer &object) {
     return CKR_DEVICE_REMOVED;
   }
   const auto found = card->byHandle.find(handle);
-  if (found == card->byHandle.end() || !token.isOpenTo(*found->second)) {
+  if (found == card->byHandle.end() || !token.isAccessible(*found->second)) {
     return CKR_OBJECT_HANDLE_INVALID;
   }
   object = found->second;
@@ -30,7 +30,7 @@ CK_RV Driver::visibleObjects(std::vector<ObjectPointer> &objects) {
   }
   objects = sessionObjects.all();
   std::ranges::copy_if(card->objects, std::back_inserter(objects),
-                       [&](const ObjectPointer &object) { return token.isOpenTo(*object); });
+                       [&](const ObjectPointer &object) { return token.isAccessible(*object); });
   return CKR_OK;
 }
 

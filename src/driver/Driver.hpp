@@ -6,10 +6,10 @@
 #include <optional>
 #include <vector>
 
+#include "driver/CardToken.hpp"
 #include "driver/Object.hpp"
 #include "driver/Pkcs11.hpp"
 #include "driver/Session.hpp"
-#include "driver/Token.hpp"
 
 namespace driver {
 
@@ -44,8 +44,8 @@ class Driver {
   // Ends all waiting above. C_Finalize.
   void stop();
 
-  Handles handles;
-  Token token;
+  HandleCounter handles;
+  CardToken token;
   Sessions sessions;
   SessionObjects sessionObjects;
 

@@ -19,7 +19,7 @@ class Journal {
  private:
   using Clock = std::chrono::steady_clock;
 
-  [[nodiscard]] bool isDue(const std::string &line);
+  [[nodiscard]] bool admit(const std::string &line);
 
   std::mutex mutex_;
   std::map<std::string, Clock::time_point> sent_;

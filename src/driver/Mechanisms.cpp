@@ -32,7 +32,7 @@ constexpr Mechanism digests(CK_MECHANISM_TYPE type, crypto::HashAlgorithm hash) 
 
 constexpr std::array kMechanisms{
     rsa(CKM_RSA_PKCS, rsaPKCS1, kNone, kSigns | kEncrypts),
-    rsa(CKM_RSA_X_509, rsaBlock, kNone, kSigns | kEncrypts),
+    rsa(CKM_RSA_X_509, rsaRaw, kNone, kSigns | kEncrypts),
     rsa(CKM_RSA_PKCS_OAEP, rsaOAEP, kNone, kEncrypts),
     rsa(CKM_RSA_PKCS_PSS, rsaPSS, kNone, kSigns),
     rsa(CKM_SHA1_RSA_PKCS, rsaPKCS1, sha1, kSigns),
@@ -163,7 +163,7 @@ const Mechanism *mechanismOf(CK_MECHANISM_TYPE type) {
 crypto::KeyType keyTypeOf(Scheme scheme) {
   switch (scheme) {
     case rsaPKCS1:
-    case rsaBlock:
+    case rsaRaw:
     case rsaPSS:
     case rsaOAEP:
       return crypto::KeyType::rsa;
@@ -208,7 +208,7 @@ CK_RV readParameters(const CK_MECHANISM &given, const Mechanism &mechanism,
       break;
     case Scheme::digest:
     case Scheme::rsaPKCS1:
-    case Scheme::rsaBlock:
+    case Scheme::rsaRaw:
     case Scheme::ecdsa:
     case Scheme::eddsa:
       break;

@@ -14,7 +14,7 @@
 namespace driver {
 
 // What a mechanism does, its digest aside.
-enum class Scheme { digest, rsaPKCS1, rsaBlock, rsaPSS, rsaOAEP, ecdsa, ecdh, eddsa };
+enum class Scheme { digest, rsaPKCS1, rsaRaw, rsaPSS, rsaOAEP, ecdsa, ecdh, eddsa };
 
 // A mechanism that the token offers (PKCS #11 v2.40 mechanisms, chapter 2).
 struct Mechanism {
@@ -22,8 +22,8 @@ struct Mechanism {
   Scheme scheme;
   std::optional<crypto::HashAlgorithm> hash;  // taken over the message first
   CK_FLAGS flags;                             // CKF_SIGN and the like
-  CK_ULONG leastBits;                         // of the key
-  CK_ULONG mostBits;
+  CK_ULONG minBits;                           // of the key
+  CK_ULONG maxBits;
 };
 
 // All of them. The list is the same whatever card is there.

@@ -87,7 +87,7 @@ bool fits(const Object &object, std::span<const CK_ATTRIBUTE> wanted) {
       wanted, [&](const CK_ATTRIBUTE &attribute) { return fitsOne(object, attribute); });
 }
 
-bool isWhole(std::span<const CK_ATTRIBUTE> given) {
+bool isWellFormed(std::span<const CK_ATTRIBUTE> given) {
   return std::ranges::all_of(given, [](const CK_ATTRIBUTE &attribute) {
     return attribute.pValue != nullptr || attribute.ulValueLen == 0;
   });

@@ -20,7 +20,7 @@ namespace driver {
 // Where handles of sessions and objects come from: each is a number that was not given before, and
 // below 2^31, because some programs keep them in a signed integer. Throws std::bad_alloc at the end
 // of the numbers.
-class Handles {
+class HandleCounter {
  public:
   [[nodiscard]] CK_ULONG next() {
     const CK_ULONG number = last_.fetch_add(1) + 1;
@@ -66,6 +66,6 @@ using ObjectPointer = std::shared_ptr<const Object>;
 [[nodiscard]] bool fits(const Object &object, std::span<const CK_ATTRIBUTE> wanted);
 
 // False if a value in a template that the program filled is missing where it has a length.
-[[nodiscard]] bool isWhole(std::span<const CK_ATTRIBUTE> given);
+[[nodiscard]] bool isWellFormed(std::span<const CK_ATTRIBUTE> given);
 
 }  // namespace driver

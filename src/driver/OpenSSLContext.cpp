@@ -19,37 +19,37 @@ namespace driver {
 namespace {
 
 // Recursive, since a signal handler may fork in a thread that holds it.
-constexpr pthread_mutex_t kFresh = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-pthread_mutex_t theGate = kFresh;
+constexpr pthread_mutex_t kUnlocked = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+pthread_mutex_t forkMutex = kUnlocked;
 
-class Gate {
+class ForkLock {
  public:
-  Gate() { ::pthread_mutex_lock(&theGate); }
-  ~Gate() { ::pthread_mutex_unlock(&theGate); }
-  Gate(const Gate &) = delete;
-  Gate &operator=(const Gate &) = delete;
+  ForkLock() { ::pthread_mutex_lock(&forkMutex); }
+  ~ForkLock() { ::pthread_mutex_unlock(&forkMutex); }
+  ForkLock(const ForkLock &) = delete;
+  ForkLock &operator=(const ForkLock &) = delete;
 };
 
 // The value is set in threads that are prepared.
-pthread_key_t theKey;
+pthread_key_t threadKey;
 bool hasKey = false;
-pthread_once_t isSetUp = PTHREAD_ONCE_INIT;  // which, unlike others, a child of fork finds usable
+pthread_once_t setUpOnce = PTHREAD_ONCE_INIT;  // which, unlike others, a child of fork finds usable
 
 // Before OpenSSL's own destructor, whose key is younger where the program does not use OpenSSL
 // itself. Does nothing after the library was shut down.
-void leaveThread(void * /*value*/) {
-  const Gate gate;
+void releaseThreadState(void * /*value*/) {
+  const ForkLock lock;
   OPENSSL_thread_stop();
 }
 
 void setUp() {
-  hasKey = ::pthread_key_create(&theKey, leaveThread) == 0;
+  hasKey = ::pthread_key_create(&threadKey, releaseThreadState) == 0;
   // the child's thread is not the one that locked it
-  (void)::pthread_atfork([] { ::pthread_mutex_lock(&theGate); },
-                         [] { ::pthread_mutex_unlock(&theGate); }, [] { theGate = kFresh; });
+  (void)::pthread_atfork([] { ::pthread_mutex_lock(&forkMutex); },
+                         [] { ::pthread_mutex_unlock(&forkMutex); }, [] { forkMutex = kUnlocked; });
 }
 
-void useAllOnce() {
+void initializeLibraries() {
   // first of all: who uses the library first decides that it gets no exit handler, which would take
   // its locks in a child as well
   (void)crypto::libraryHasEnded();
@@ -65,7 +65,7 @@ void useAllOnce() {
 
 }  // namespace
 
-void workInOwnContext() {
+void useOwnOpenSSLContext() {
   if (crypto::libraryContext() != nullptr) {
     return;
   }
@@ -76,19 +76,19 @@ void workInOwnContext() {
   crypto::setLibraryContext(context.release());
 }
 
-void leaveInheritedContext() {
+void dropInheritedOpenSSLContext() {
   crypto::setLibraryContext(/*context=*/nullptr);
 }
 
 void prepareThread() {
-  (void)::pthread_once(&isSetUp, setUp);
-  if (hasKey && ::pthread_getspecific(theKey) != nullptr) {
+  (void)::pthread_once(&setUpOnce, setUp);
+  if (hasKey && ::pthread_getspecific(threadKey) != nullptr) {
     return;
   }
-  const Gate gate;
-  useAllOnce();
+  const ForkLock lock;
+  initializeLibraries();
   if (hasKey) {
-    (void)::pthread_setspecific(theKey, &theKey);
+    (void)::pthread_setspecific(threadKey, &threadKey);
   }
 }
 

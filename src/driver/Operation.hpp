@@ -19,12 +19,12 @@ struct Progress {
 };
 
 // Whether a call gets all of the input at once (C_Sign) or some of it (C_SignUpdate, C_SignFinal).
-enum class Input { whole, inParts };
+enum class PartMode { single, multiple };
 
 // The place of a session for one operation of a kind, a search or a signature. A step takes the
 // operation out and puts it back, so that no lock is held while it lasts.
 template <typename T>
-class OperationPlace {
+class ActiveOperation {
  public:
   // True from begin() until a step was the last, steps included that are still at work.
   [[nodiscard]] bool isActive() {
@@ -50,7 +50,7 @@ class OperationPlace {
   // #11 v2.40, 5.8 to 5.13): a call for the whole neither ends parts nor, where it asked for the
   // length alone, is followed by parts.
   template <typename Step>
-  [[nodiscard]] CK_RV proceed(Input input, Step &&step) {
+  [[nodiscard]] CK_RV proceed(PartMode input, Step &&step) {
     std::unique_ptr<T> operation;
     if (const CK_RV result = take(input, operation); result != CKR_OK) {
       return result;
@@ -74,7 +74,7 @@ class OperationPlace {
   // Puts back what the step left, whichever way it is left.
   class Return {
    public:
-    explicit Return(OperationPlace &place) : place_(place) {}
+    explicit Return(ActiveOperation &place) : place_(place) {}
     ~Return() {
       const std::lock_guard lock(place_.mutex_);
       place_.isActive_ = operation != nullptr;
@@ -86,10 +86,10 @@ class OperationPlace {
     std::unique_ptr<T> operation;
 
    private:
-    OperationPlace &place_;
+    ActiveOperation &place_;
   };
 
-  [[nodiscard]] CK_RV take(Input input, std::unique_ptr<T> &operation) {
+  [[nodiscard]] CK_RV take(PartMode input, std::unique_ptr<T> &operation) {
     const std::lock_guard lock(mutex_);
     if (!operation_) {
       return CKR_OPERATION_NOT_INITIALIZED;
@@ -104,19 +104,19 @@ class OperationPlace {
 
   std::mutex mutex_;
   std::unique_ptr<T> operation_;
-  std::optional<Input> input_;  // how it has come; nothing before the first step
+  std::optional<PartMode> input_;  // how it has come; nothing before the first step
   bool isActive_ = false;
 };
 
 // Where a call puts a result of variable length (PKCS #11 v2.40, 5.2): a null place asks for the
 // length alone. A call that ends for want of room leaves its operation as it was.
-class Output {
+class OutputBuffer {
  public:
-  Output(CK_BYTE_PTR place, CK_ULONG_PTR length) : place_(place), length_(length) {}
+  OutputBuffer(CK_BYTE_PTR place, CK_ULONG_PTR length) : place_(place), length_(length) {}
 
   // How the call ends before anything is done, if there is no room for `size` bytes; nothing if
   // there is.
-  [[nodiscard]] std::optional<Progress> withoutRoomFor(std::size_t size) const {
+  [[nodiscard]] std::optional<Progress> checkRoomFor(std::size_t size) const {
     if (length_ == nullptr) {
       return Progress{CKR_ARGUMENTS_BAD};
     }
@@ -129,7 +129,7 @@ class Output {
 
   // Gives the result, with which the operation ends.
   [[nodiscard]] Progress put(ByteView result) const {
-    if (const auto ended = withoutRoomFor(result.size())) {
+    if (const auto ended = checkRoomFor(result.size())) {
       return *ended;
     }
     std::ranges::copy(result, place_);

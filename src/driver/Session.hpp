@@ -49,18 +49,18 @@ struct Search {
 struct Session {
   CK_SESSION_HANDLE handle = CK_INVALID_HANDLE;
   bool isReadWrite = false;
-  OperationPlace<Search> search;
-  OperationPlace<crypto::RunningDigest> digesting;
-  OperationPlace<Signing> signing;
-  OperationPlace<Verifying> verifying;
-  OperationPlace<Encrypting> encrypting;
-  OperationPlace<Decrypting> decrypting;
+  ActiveOperation<Search> search;
+  ActiveOperation<crypto::RunningDigest> digesting;
+  ActiveOperation<SignOperation> signing;
+  ActiveOperation<VerifyOperation> verifying;
+  ActiveOperation<EncryptOperation> encrypting;
+  ActiveOperation<DecryptOperation> decrypting;
 };
 
 // The open sessions. For any thread.
 class Sessions {
  public:
-  explicit Sessions(Handles &handles) : handles_(handles) {}
+  explicit Sessions(HandleCounter &handles) : handles_(handles) {}
 
   [[nodiscard]] CK_SESSION_HANDLE open(bool isReadWrite);
 
@@ -75,7 +75,7 @@ class Sessions {
   [[nodiscard]] CK_ULONG readWriteCount();
 
  private:
-  Handles &handles_;
+  HandleCounter &handles_;
   std::mutex mutex_;
   std::map<CK_SESSION_HANDLE, std::shared_ptr<Session>> open_;
 };

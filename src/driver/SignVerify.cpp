@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "crypto/KeyParts.hpp"
-#include "driver/Token.hpp"
+#include "driver/CardToken.hpp"
 #include "protocol/KeyRequest.hpp"
 
 namespace driver {
@@ -12,14 +12,14 @@ namespace {
 constexpr std::size_t kEd25519SignatureBytes = 64;  // RFC 8032 5.1.6
 
 // What is padded with PKCS #1 v1.5: a DigestInfo, or the data as they are.
-Bytes contentToPad(const KeyUse &use, ByteView input) {
-  const auto &hash = use.mechanism->hash;
+Bytes contentToPad(const OperationKey &key, ByteView input) {
+  const auto &hash = key.mechanism->hash;
   return hash ? crypto::digestInfo(*hash, input) : Bytes(input.begin(), input.end());
 }
 
 // Shorter data stand at the end of the block, as numbers do; empty if they are longer.
-Bytes blockOf(const KeyUse &use, ByteView input) {
-  const std::size_t size = use.key().sizeInBytes();
+Bytes blockOf(const OperationKey &key, ByteView input) {
+  const std::size_t size = key.publicKey().sizeInBytes();
   if (input.size() > size) {
     return {};
   }
@@ -29,12 +29,12 @@ Bytes blockOf(const KeyUse &use, ByteView input) {
 }
 
 // Bytes of a signature.
-std::size_t signatureSize(const KeyUse &use) {
-  switch (use.key().type()) {
+std::size_t signatureSize(const OperationKey &key) {
+  switch (key.publicKey().type()) {
     case crypto::KeyType::rsa:
-      return use.key().sizeInBytes();
+      return key.publicKey().sizeInBytes();
     case crypto::KeyType::ec:
-      return 2 * use.key().sizeInBytes();
+      return 2 * key.publicKey().sizeInBytes();
     case crypto::KeyType::ed25519:
     case crypto::KeyType::other:
       break;
@@ -46,19 +46,19 @@ std::size_t signatureSize(const KeyUse &use) {
 // as long as the modulus; for ECDSA a digest; for Ed25519 the message. `input` is the digest of the
 // message where the mechanism has one, else the message. CKR_DATA_LEN_RANGE if the input does not
 // fit the mechanism and the key.
-CK_RV requestFor(const KeyUse &use, ByteView input, Bytes &request) {
+CK_RV requestFor(const OperationKey &key, ByteView input, Bytes &request) {
   auto wanted = protocol::KeyOperation::signPKCS1;
-  switch (use.scheme()) {
+  switch (key.scheme()) {
     case Scheme::rsaPKCS1:
-      request = contentToPad(use, input);
+      request = contentToPad(key, input);
       break;
-    case Scheme::rsaBlock:
+    case Scheme::rsaRaw:
       wanted = protocol::KeyOperation::rawRSA;
-      request = input.empty() ? Bytes() : blockOf(use, input);
+      request = input.empty() ? Bytes() : blockOf(key, input);
       break;
     case Scheme::rsaPSS:
       wanted = protocol::KeyOperation::rawRSA;
-      request = crypto::padPSS(input, use.parameters.pss, use.key().bits()).value_or(Bytes());
+      request = crypto::padPSS(input, key.parameters.pss, key.publicKey().bits()).value_or(Bytes());
       break;
     case Scheme::ecdsa:
       wanted = protocol::KeyOperation::signECDSA;
@@ -73,35 +73,36 @@ CK_RV requestFor(const KeyUse &use, ByteView input, Bytes &request) {
     case Scheme::ecdh:
       return CKR_MECHANISM_INVALID;
   }
-  return protocol::operationToSign(use.key(), request) == wanted ? CKR_OK : CKR_DATA_LEN_RANGE;
+  return protocol::operationToSign(key.publicKey(), request) == wanted ? CKR_OK
+                                                                       : CKR_DATA_LEN_RANGE;
 }
 
 // The signature in what the holder answered, not yet verified; nothing if there is none.
-std::optional<Bytes> signatureIn(const KeyUse &use, ByteView answer) {
-  if (use.scheme() == Scheme::ecdsa) {
-    return crypto::joinedSignature(answer, use.key().sizeInBytes());
+std::optional<Bytes> signatureIn(const OperationKey &key, ByteView answer) {
+  if (key.scheme() == Scheme::ecdsa) {
+    return crypto::joinedSignature(answer, key.publicKey().sizeInBytes());
   }
-  return answer.size() == signatureSize(use) ? std::optional(Bytes(answer.begin(), answer.end()))
+  return answer.size() == signatureSize(key) ? std::optional(Bytes(answer.begin(), answer.end()))
                                              : std::nullopt;
 }
 
 // CKR_OK, CKR_SIGNATURE_LEN_RANGE or CKR_SIGNATURE_INVALID.
-CK_RV verify(const KeyUse &use, ByteView input, ByteView signature) {
-  if (signature.size() != signatureSize(use)) {
+CK_RV verify(const OperationKey &key, ByteView input, ByteView signature) {
+  if (signature.size() != signatureSize(key)) {
     return CKR_SIGNATURE_LEN_RANGE;
   }
-  if (use.scheme() == Scheme::rsaPSS) {
-    return crypto::verifyPSS(use.key(), signature, input, use.parameters.pss)
+  if (key.scheme() == Scheme::rsaPSS) {
+    return crypto::verifyPSS(key.publicKey(), signature, input, key.parameters.pss)
                ? CKR_OK
                : CKR_SIGNATURE_INVALID;
   }
   // as the key's holder would have answered
-  const auto answer = use.scheme() == Scheme::ecdsa
+  const auto answer = key.scheme() == Scheme::ecdsa
                           ? crypto::derSignature(signature)
                           : std::optional(Bytes(signature.begin(), signature.end()));
   Bytes request;
-  const bool isGood = answer && requestFor(use, input, request) == CKR_OK &&
-                      protocol::isSignature(use.key(), request, *answer);
+  const bool isGood = answer && requestFor(key, input, request) == CKR_OK &&
+                      protocol::isSignature(key.publicKey(), request, *answer);
   return isGood ? CKR_OK : CKR_SIGNATURE_INVALID;
 }
 
@@ -111,12 +112,12 @@ Progress added(bool isAdded) {
 
 }  // namespace
 
-Progress Signing::add(ByteView part) {
+Progress SignOperation::add(ByteView part) {
   return added(input_.add(part));
 }
 
-Progress Signing::finish(Token &token, ByteView lastPart, const Output &output) {
-  if (const auto ended = output.withoutRoomFor(signatureSize(use_))) {
+Progress SignOperation::finish(CardToken &token, ByteView lastPart, const OutputBuffer &output) {
+  if (const auto ended = output.checkRoomFor(signatureSize(key_))) {
     return *ended;
   }
   if (!input_.add(lastPart)) {
@@ -124,18 +125,18 @@ Progress Signing::finish(Token &token, ByteView lastPart, const Output &output) 
   }
   const Bytes input = input_.finish();
   Bytes request;
-  if (const CK_RV result = requestFor(use_, input, request); result != CKR_OK) {
+  if (const CK_RV result = requestFor(key_, input, request); result != CKR_OK) {
     return {result};
   }
   SecretBytes answer;
-  if (const CK_RV result = token.ask(KeyRequest::sign, *use_.object, request, answer);
+  if (const CK_RV result = token.request(CardOperation::sign, *key_.object, request, answer);
       result != CKR_OK) {
     return {result};
   }
-  const auto signature = signatureIn(use_, answer.reveal());
-  if (!signature || verify(use_, input, *signature) != CKR_OK) {
+  const auto signature = signatureIn(key_, answer.reveal());
+  if (!signature || verify(key_, input, *signature) != CKR_OK) {
     token.report("the key's holder answered with a signature that the certificate \"" +
-                 use_.object->identity->label +
+                 key_.object->identity->label +
                  "\" does not verify, so it was not used; try: make sure that the device holds the "
                  "key that belongs to the certificate");
     return {CKR_DEVICE_ERROR};
@@ -143,12 +144,12 @@ Progress Signing::finish(Token &token, ByteView lastPart, const Output &output) 
   return output.put(*signature);
 }
 
-Progress Verifying::add(ByteView part) {
+Progress VerifyOperation::add(ByteView part) {
   return added(input_.add(part));
 }
 
-Progress Verifying::finish(ByteView lastPart, ByteView signature) {
-  return {input_.add(lastPart) ? verify(use_, input_.finish(), signature)
+Progress VerifyOperation::finish(ByteView lastPart, ByteView signature) {
+  return {input_.add(lastPart) ? verify(key_, input_.finish(), signature)
                                : CK_RV{CKR_DATA_LEN_RANGE}};
 }
 

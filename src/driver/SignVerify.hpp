@@ -5,8 +5,8 @@
 
 #include "base/Bytes.hpp"
 #include "crypto/RunningDigest.hpp"
-#include "driver/KeyUse.hpp"
 #include "driver/Operation.hpp"
+#include "driver/OperationKey.hpp"
 
 namespace driver {
 
@@ -44,12 +44,12 @@ class MessageInput {
   Bytes collected_;
 };
 
-class Token;
+class CardToken;
 
 // A signature that is being made, between C_SignInit and its end.
-class Signing {
+class SignOperation {
  public:
-  explicit Signing(KeyUse use) : use_(std::move(use)), input_(*use_.mechanism) {}
+  explicit SignOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
 
   // C_SignUpdate.
   [[nodiscard]] Progress add(ByteView part);
@@ -57,17 +57,17 @@ class Signing {
   // C_SignFinal, and C_Sign with all of the message as the last part. The holder is asked only if
   // there is room for what it answers, and its answer is given out only if the certificate's key
   // verifies it: a wrong signature can betray an RSA key.
-  [[nodiscard]] Progress finish(Token &token, ByteView lastPart, const Output &output);
+  [[nodiscard]] Progress finish(CardToken &token, ByteView lastPart, const OutputBuffer &output);
 
  private:
-  KeyUse use_;
+  OperationKey key_;
   MessageInput input_;
 };
 
 // A signature that is being verified, between C_VerifyInit and its end.
-class Verifying {
+class VerifyOperation {
  public:
-  explicit Verifying(KeyUse use) : use_(std::move(use)), input_(*use_.mechanism) {}
+  explicit VerifyOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
 
   // C_VerifyUpdate.
   [[nodiscard]] Progress add(ByteView part);
@@ -76,7 +76,7 @@ class Verifying {
   [[nodiscard]] Progress finish(ByteView lastPart, ByteView signature);
 
  private:
-  KeyUse use_;
+  OperationKey key_;
   MessageInput input_;
 };
 

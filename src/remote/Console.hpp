@@ -34,8 +34,8 @@ class Console {
   void advise(std::string_view what) { add(OutputWriter::errors, "kfy-remote: try: ", what); }
 
   // Waits until all of it is written. Returns what became of standard output so far.
-  [[nodiscard]] OutputWriter::Outcome flush(const client::Patience &patience) {
-    return writer_.flush(patience);
+  [[nodiscard]] OutputWriter::Outcome flush(const client::WaitLimits &limits) {
+    return writer_.flush(limits);
   }
 
  private:

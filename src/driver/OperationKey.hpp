@@ -9,18 +9,18 @@ namespace driver {
 class Driver;
 
 // A key with the mechanism that it was chosen for.
-struct KeyUse {
+struct OperationKey {
   const Mechanism *mechanism = nullptr;
   MechanismParameters parameters;
   ObjectPointer object;
 
   [[nodiscard]] Scheme scheme() const { return mechanism->scheme; }
-  [[nodiscard]] const crypto::PublicKey &key() const { return *object->key; }
+  [[nodiscard]] const crypto::PublicKey &publicKey() const { return *object->key; }
 };
 
 // Checks what a program handed to an …Init function or to C_DeriveKey. `purpose` is CKF_SIGN,
 // CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT or CKF_DERIVE.
-[[nodiscard]] CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key,
-                            CK_FLAGS purpose, KeyUse &use);
+[[nodiscard]] CK_RV prepareKey(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE handle,
+                               CK_FLAGS purpose, OperationKey &prepared);
 
 }  // namespace driver

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <span>
 
-#include "driver/Deriving.hpp"
 #include "driver/Driver.hpp"
+#include "driver/EntryPointGuard.hpp"
+#include "driver/KeyDerivation.hpp"
 #include "driver/Pkcs11.hpp"
-#include "driver/WithoutThrowing.hpp"
 
 namespace driver {
 namespace {
@@ -45,7 +45,7 @@ CK_RV destroyObject(Driver &driver, CK_OBJECT_HANDLE handle) {
 CK_RV findObjectsInit(Driver &driver, Session &session, const CK_ATTRIBUTE *wanted,
                       CK_ULONG count) {
   const std::span<const CK_ATTRIBUTE> attributes(wanted, wanted == nullptr ? 0 : count);
-  if (attributes.size() != count || !isWhole(attributes)) {
+  if (attributes.size() != count || !isWellFormed(attributes)) {
     return CKR_ARGUMENTS_BAD;
   }
   if (session.search.isActive()) {
@@ -65,7 +65,7 @@ CK_RV findObjectsInit(Driver &driver, Session &session, const CK_ATTRIBUTE *want
 }
 
 CK_RV findObjects(Session &session, CK_OBJECT_HANDLE *handles, CK_ULONG most, CK_ULONG *count) {
-  return session.search.proceed(Input::inParts, [&](Search &search) -> Progress {
+  return session.search.proceed(PartMode::multiple, [&](Search &search) -> Progress {
     if (count == nullptr || (handles == nullptr && most > 0)) {
       return {CKR_ARGUMENTS_BAD};
     }
@@ -81,8 +81,8 @@ CK_RV findObjects(Session &session, CK_OBJECT_HANDLE *handles, CK_ULONG most, CK
 }  // namespace driver
 
 using driver::Driver;
+using driver::guardEntryPoint;
 using driver::Session;
-using driver::withoutThrowing;
 
 extern "C" {
 
@@ -93,52 +93,52 @@ CK_RV C_CreateObject(CK_SESSION_HANDLE handle, CK_ATTRIBUTE * /*attributes*/, CK
 
 CK_RV C_CopyObject(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object, CK_ATTRIBUTE * /*attributes*/,
                    CK_ULONG /*count*/, CK_OBJECT_HANDLE * /*copy*/) {
-  return withoutThrowing("C_CopyObject", handle, [&](Driver &driver, Session & /*session*/) {
+  return guardEntryPoint("C_CopyObject", handle, [&](Driver &driver, Session & /*session*/) {
     return driver::refuseChange(driver, object);
   });
 }
 
 CK_RV C_DestroyObject(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object) {
-  return withoutThrowing("C_DestroyObject", handle, [&](Driver &driver, Session & /*session*/) {
+  return guardEntryPoint("C_DestroyObject", handle, [&](Driver &driver, Session & /*session*/) {
     return driver::destroyObject(driver, object);
   });
 }
 
 CK_RV C_GetObjectSize(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object, CK_ULONG *size) {
-  return withoutThrowing("C_GetObjectSize", handle, [&](Driver &driver, Session & /*session*/) {
+  return guardEntryPoint("C_GetObjectSize", handle, [&](Driver &driver, Session & /*session*/) {
     return driver::getObjectSize(driver, object, size);
   });
 }
 
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
                           CK_ATTRIBUTE *attributes, CK_ULONG count) {
-  return withoutThrowing("C_GetAttributeValue", handle, [&](Driver &driver, Session & /*session*/) {
+  return guardEntryPoint("C_GetAttributeValue", handle, [&](Driver &driver, Session & /*session*/) {
     return driver::getAttributeValue(driver, object, attributes, count);
   });
 }
 
 CK_RV C_SetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
                           CK_ATTRIBUTE * /*attributes*/, CK_ULONG /*count*/) {
-  return withoutThrowing("C_SetAttributeValue", handle, [&](Driver &driver, Session & /*session*/) {
+  return guardEntryPoint("C_SetAttributeValue", handle, [&](Driver &driver, Session & /*session*/) {
     return driver::refuseChange(driver, object);
   });
 }
 
 CK_RV C_FindObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE *attributes, CK_ULONG count) {
-  return withoutThrowing("C_FindObjectsInit", handle, [&](Driver &driver, Session &session) {
+  return guardEntryPoint("C_FindObjectsInit", handle, [&](Driver &driver, Session &session) {
     return driver::findObjectsInit(driver, session, attributes, count);
   });
 }
 
 CK_RV C_FindObjects(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE *objects, CK_ULONG most,
                     CK_ULONG *count) {
-  return withoutThrowing("C_FindObjects", handle, [&](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_FindObjects", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::findObjects(session, objects, most, count);
   });
 }
 
 CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE handle) {
-  return withoutThrowing("C_FindObjectsFinal", handle, [](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_FindObjectsFinal", handle, [](Driver & /*driver*/, Session &session) {
     session.search.end();
     return CK_RV{CKR_OK};
   });
@@ -170,9 +170,9 @@ CK_RV C_UnwrapKey(CK_SESSION_HANDLE handle, CK_MECHANISM * /*mechanism*/,
 
 CK_RV C_DeriveKey(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE baseKey,
                   CK_ATTRIBUTE *attributes, CK_ULONG count, CK_OBJECT_HANDLE *key) {
-  return withoutThrowing("C_DeriveKey", handle, [&](Driver &driver, Session &session) {
-    return driver::derive(driver, session, mechanism, baseKey,
-                          {attributes, attributes == nullptr ? 0 : count}, key);
+  return guardEntryPoint("C_DeriveKey", handle, [&](Driver &driver, Session &session) {
+    return driver::deriveKey(driver, session, mechanism, baseKey,
+                             {attributes, attributes == nullptr ? 0 : count}, key);
   });
 }
 

@@ -1,4 +1,4 @@
-#include "client/Dialing.hpp"
+#include "client/TcpConnect.hpp"
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -50,13 +50,13 @@ void setOption(int socket, int level, int option, std::int64_t wanted) {
   (void)::setsockopt(socket, level, option, &value, sizeof value);
 }
 
-void setOptions(int socket, const TcpTimes &times) {
+void setOptions(int socket, const TcpTimeouts &timeouts) {
   setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
   setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-  setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, times.idle.count());
-  setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, times.interval.count());
+  setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, timeouts.idle.count());
+  setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, timeouts.interval.count());
   setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepaliveCount);
-  setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, times.unacknowledged.count());
+  setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, timeouts.unacknowledged.count());
 }
 
 // The errno value of a connection that was begun: 0 when it stands.
@@ -66,17 +66,17 @@ int outcomeOf(int socket) {
   return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &outcome, &size) == 0 ? outcome : errno;
 }
 
-base::Descriptor dialAddress(const addrinfo &address, const Patience &patience,
-                             const TcpTimes &times, Error *error) {
+base::Descriptor connectToAddress(const addrinfo &address, const WaitLimits &limits,
+                                  const TcpTimeouts &timeouts, Error *error) {
   base::Descriptor socket(::socket(
       address.ai_family, address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address.ai_protocol));
   int outcome = socket.isOpen() ? 0 : errno;
   if (outcome == 0) {
-    setOptions(socket.get(), times);
+    setOptions(socket.get(), timeouts);
     outcome = ::connect(socket.get(), address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
   }
   if (outcome == EINPROGRESS || outcome == EINTR) {
-    if (!waitFor(socket.get(), /*toWrite=*/true, patience, error)) {
+    if (!waitFor(socket.get(), /*toWrite=*/true, limits, error)) {
       return {};
     }
     outcome = outcomeOf(socket.get());
@@ -90,21 +90,21 @@ base::Descriptor dialAddress(const addrinfo &address, const Patience &patience,
 
 }  // namespace
 
-base::Descriptor dial(const std::string &host, std::uint16_t port, const Patience &patience,
-                      Error *error, const TcpTimes &times) {
+base::Descriptor connectTcp(const std::string &host, std::uint16_t port, const WaitLimits &limits,
+                            Error *error, const TcpTimeouts &timeouts) {
   const Addresses list = resolve(host, port, error);
   std::vector<const addrinfo *> addresses;
   for (const addrinfo *address = list.get(); address != nullptr; address = address->ai_next) {
     addresses.push_back(address);
   }
   const auto deadline =
-      std::min(patience.deadline, std::chrono::steady_clock::now() + times.connecting);
+      std::min(limits.deadline, std::chrono::steady_clock::now() + timeouts.connect);
   for (std::size_t index = 0; index < addresses.size(); ++index) {
     const auto now = std::chrono::steady_clock::now();
     const auto share = (deadline - now) / static_cast<int>(addresses.size() - index);
     Error reason;
-    base::Descriptor socket =
-        dialAddress(*addresses[index], {now + share, patience.stopDescriptor}, times, &reason);
+    base::Descriptor socket = connectToAddress(
+        *addresses[index], {now + share, limits.stopDescriptor}, timeouts, &reason);
     if (socket.isOpen()) {
       return socket;
     }

@@ -1,4 +1,4 @@
-#include "client/SharedLink.hpp"
+#include "client/MultiplexedConnection.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -6,42 +6,43 @@
 namespace client {
 namespace {
 
-constexpr std::chrono::seconds kYoung{1};
+constexpr std::chrono::seconds kEarlyFailure{1};
 
 }  // namespace
 
-SharedLink::Waiter::Waiter(SharedLink &link, const UUID &messageID)
+MultiplexedConnection::Waiter::Waiter(MultiplexedConnection &link, const UUID &messageID)
     : link_(link), messageID_(messageID) {
   link_.waiters_.insert_or_assign(messageID_, this);
 }
 
-SharedLink::Waiter::~Waiter() {
+MultiplexedConnection::Waiter::~Waiter() {
   const auto found = link_.waiters_.find(messageID_);
   if (found != link_.waiters_.end() && found->second == this) {
     link_.waiters_.erase(found);
   }
-  link_.handOn();
+  link_.handOverPolling();
 }
 
-SharedLink::SharedLink(std::unique_ptr<Connection> connection, OpenDescriptors &descriptors)
+MultiplexedConnection::MultiplexedConnection(std::unique_ptr<Connection> connection,
+                                             OpenDescriptors &descriptors)
     : connection_(std::move(connection)), entry_(descriptors, connection_->descriptor()) {}
 
-bool SharedLink::stands() {
+bool MultiplexedConnection::readPending() {
   if (polling_ == 0) {
     pump();
   }
   return !end();
 }
 
-bool SharedLink::send(const QuillMessage &message, Error *error) {
+bool MultiplexedConnection::send(const QuillMessage &message, Error *error) {
   return connection_->send(message, error);
 }
 
-void SharedLink::wait(Lock &lock, Waiter &waiter, Deadline time) {
+void MultiplexedConnection::wait(Lock &lock, Waiter &waiter, Deadline time) {
   if (isPolledForAll()) {
-    waiter.sleeps_ = true;
+    waiter.isSleeping_ = true;
     waiter.wake_.wait_until(lock, time);
-    waiter.sleeps_ = false;
+    waiter.isSleeping_ = false;
   } else {
     poll(lock, time);
     pump();
@@ -50,11 +51,11 @@ void SharedLink::wait(Lock &lock, Waiter &waiter, Deadline time) {
 
 // A thread that began to poll before there was something left to write does not see when it can
 // leave; then a second one polls beside it.
-bool SharedLink::isPolledForAll() const {
+bool MultiplexedConnection::isPolledForAll() const {
   return polling_ > 0 && (pollingToWrite_ > 0 || !connection_->wantsWrite());
 }
 
-void SharedLink::poll(Lock &lock, Deadline time) {
+void MultiplexedConnection::poll(Lock &lock, Deadline time) {
   if (connection_->hasMore()) {
     return;
   }
@@ -64,15 +65,15 @@ void SharedLink::poll(Lock &lock, Deadline time) {
   ++polling_;
   pollingToWrite_ += writers;
   {
-    const Unlocked unlocked(lock);
+    const ReverseLock reverseLock(lock);
     // the time that is over and a failure alike show afterwards
-    (void)waitFor(descriptor, toWrite, Patience{time, /*stopDescriptor=*/-1});
+    (void)waitFor(descriptor, toWrite, WaitLimits{time, /*stopDescriptor=*/-1});
   }
   --polling_;
   pollingToWrite_ -= writers;
 }
 
-void SharedLink::pump() {
+void MultiplexedConnection::pump() {
   const bool isAtEnd = !connection_->pump();
   while (auto message = connection_->take()) {
     const auto found = message->messageType == QuillMessageTypeResponse && message->messageID
@@ -91,16 +92,16 @@ void SharedLink::pump() {
   }
 }
 
-void SharedLink::handOn() {
+void MultiplexedConnection::handOverPolling() {
   const auto sleeping =
-      std::ranges::find_if(waiters_, [](const auto &entry) { return entry.second->sleeps_; });
+      std::ranges::find_if(waiters_, [](const auto &entry) { return entry.second->isSleeping_; });
   if (!isPolledForAll() && sleeping != waiters_.end()) {
     sleeping->second->wake_.notify_one();
   }
 }
 
-bool SharedLink::wasInVain() const {
-  return !hasAnswered_ && std::chrono::steady_clock::now() - openedAt_ < kYoung;
+bool MultiplexedConnection::failedEarly() const {
+  return !hasAnswered_ && std::chrono::steady_clock::now() - openedAt_ < kEarlyFailure;
 }
 
 }  // namespace client

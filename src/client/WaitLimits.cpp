@@ -1,4 +1,4 @@
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 
 #include <poll.h>
 
@@ -9,14 +9,14 @@
 
 namespace client {
 
-bool waitFor(int descriptor, bool toWrite, const Patience &patience, Error *error) {
+bool waitFor(int descriptor, bool toWrite, const WaitLimits &limits, Error *error) {
   const auto events = static_cast<short>(toWrite ? POLLIN | POLLOUT : POLLIN);
   while (true) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(patience.deadline -
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(limits.deadline -
                                                                    std::chrono::steady_clock::now())
                           .count();
     // poll ignores negative descriptors
-    std::array<pollfd, 2> waiting{{{descriptor, events, 0}, {patience.stopDescriptor, POLLIN, 0}}};
+    std::array<pollfd, 2> waiting{{{descriptor, events, 0}, {limits.stopDescriptor, POLLIN, 0}}};
     const auto time = std::clamp<decltype(left)>(left, 0, INT_MAX);
     const int ready = ::poll(waiting.data(), waiting.size(), static_cast<int>(time));
     if (ready > 0 && waiting[1].revents != 0) {

@@ -9,23 +9,23 @@
 #include "base/Secret.hpp"
 #include "driver/Card.hpp"
 #include "driver/CardObjects.hpp"
+#include "driver/DriverSettings.hpp"
 #include "driver/Journal.hpp"
-#include "driver/Settings.hpp"
 
 namespace driver {
 
 // Makes the card that the token shows. Called once in each life of the driver, at its first use.
 // The journal outlives the card.
-using CardFactory = std::unique_ptr<Card> (*)(const Settings &settings, Journal &journal);
+using CardFactory = std::unique_ptr<Card> (*)(const DriverSettings &settings, Journal &journal);
 
 // What a key's holder is asked to do.
-enum class KeyRequest { sign, decrypt };
+enum class CardOperation { sign, decrypt };
 
 // The token in the one slot: the card, its objects, and whether the user has logged in. For any
 // thread; its lock is never held while the daemon or the key's holder is asked.
-class Token {
+class CardToken {
  public:
-  Token(CardFactory factory, Handles &handles) : factory_(factory), maker_(handles) {}
+  CardToken(CardFactory factory, HandleCounter &handles) : factory_(factory), builder_(handles) {}
 
   // For a process that got this through fork; see Card.
   void abandon();
@@ -48,7 +48,7 @@ class Token {
   [[nodiscard]] bool isLoggedIn();
 
   // Whether a program may see and use the object now.
-  [[nodiscard]] bool isOpenTo(const Object &object) {
+  [[nodiscard]] bool isAccessible(const Object &object) {
     return !object.has(CKA_PRIVATE) || isLoggedIn();
   }
 
@@ -59,8 +59,8 @@ class Token {
 
   // Has the holder sign or decrypt with a private key. CKR_OK and the answer, else the reason as
   // programs are told it; it then also stands in the journal.
-  [[nodiscard]] CK_RV ask(KeyRequest request, const Object &privateKey, ByteView data,
-                          SecretBytes &answer);
+  [[nodiscard]] CK_RV request(CardOperation operation, const Object &privateKey, ByteView data,
+                              SecretBytes &answer);
 
   // A line for the journal about this card's key.
   void report(const std::string &line) { journal_.report(line); }
@@ -73,18 +73,18 @@ class Token {
 
   [[nodiscard]] Card &card();
   void reportMissingContent();
-  [[nodiscard]] SecretText pinForNow();
+  [[nodiscard]] SecretText currentPin();
 
   CardFactory factory_;
   Journal journal_;
   std::once_flag once_;
-  Settings settings_;
+  DriverSettings settings_;
   std::uint64_t firstGeneration_ = 0;
   std::unique_ptr<Card> owned_;
   std::atomic<Card *> card_{nullptr};  // the same, to be found without a lock after fork
 
   std::mutex mutex_;
-  CardObjectMaker maker_;
+  CardObjectBuilder builder_;
   std::shared_ptr<const CardObjects> objects_;
   std::unique_ptr<Login> login_;
 };

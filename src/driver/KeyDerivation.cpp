@@ -1,10 +1,10 @@
-#include "driver/Deriving.hpp"
+#include "driver/KeyDerivation.hpp"
 
 #include <algorithm>
 #include <cstring>
 
 #include "crypto/KeyParts.hpp"
-#include "driver/KeyUse.hpp"
+#include "driver/OperationKey.hpp"
 
 namespace driver {
 namespace {
@@ -56,31 +56,32 @@ std::optional<std::size_t> lengthFor(Object &object, std::size_t fieldBytes) {
 
 }  // namespace
 
-CK_RV derive(Driver &driver, const Session &session, const CK_MECHANISM *mechanism,
-             CK_OBJECT_HANDLE baseKey, std::span<const CK_ATTRIBUTE> wanted,
-             CK_OBJECT_HANDLE *handle) {
-  if (handle == nullptr || !isWhole(wanted)) {
+CK_RV deriveKey(Driver &driver, const Session &session, const CK_MECHANISM *mechanism,
+                CK_OBJECT_HANDLE baseKey, std::span<const CK_ATTRIBUTE> wanted,
+                CK_OBJECT_HANDLE *handle) {
+  if (handle == nullptr || !isWellFormed(wanted)) {
     return CKR_ARGUMENTS_BAD;
   }
-  KeyUse use;
+  OperationKey key;
   Object object;
-  if (const CK_RV result = prepare(driver, mechanism, baseKey, CKF_DERIVE, use); result != CKR_OK) {
+  if (const CK_RV result = prepareKey(driver, mechanism, baseKey, CKF_DERIVE, key);
+      result != CKR_OK) {
     return result;
   }
   if (const CK_RV result = attributesFor(wanted, object); result != CKR_OK) {
     return result;
   }
-  const std::size_t fieldBytes = use.key().sizeInBytes();
+  const std::size_t fieldBytes = key.publicKey().sizeInBytes();
   const auto length = lengthFor(object, fieldBytes);
   if (!length) {
     return CKR_ATTRIBUTE_VALUE_INVALID;
   }
-  if (!crypto::isPointFor(use.key(), use.parameters.peerPoint)) {
+  if (!crypto::isPointFor(key.publicKey(), key.parameters.peerPoint)) {
     return CKR_MECHANISM_PARAM_INVALID;
   }
   SecretBytes shared;
-  if (const CK_RV result =
-          driver.token.ask(KeyRequest::decrypt, *use.object, use.parameters.peerPoint, shared);
+  if (const CK_RV result = driver.token.request(CardOperation::decrypt, *key.object,
+                                                key.parameters.peerPoint, shared);
       result != CKR_OK) {
     return result;
   }

@@ -1,32 +1,32 @@
-#include "driver/Token.hpp"
+#include "driver/CardToken.hpp"
 
 #include "driver/OpenSSLContext.hpp"
 
 namespace driver {
 namespace {
 
-struct Trouble {
+struct Failure {
   CK_RV result;
   const char *cause;
   const char *remedy;
 };
 
 // What a program is told, and what the user finds in the journal, which says more.
-Trouble troubleOf(UseOutcome outcome) {
+Failure failureOf(RequestOutcome outcome) {
   switch (outcome) {
-    case UseOutcome::done:
+    case RequestOutcome::done:
       return {CKR_OK, "", ""};
-    case UseOutcome::refused:
+    case RequestOutcome::refused:
       return {CKR_FUNCTION_REJECTED, "the key's holder refused",
               "look at what kfy-remote says on the device that holds the key"};
-    case UseOutcome::cardGone:
+    case RequestOutcome::cardGone:
       return {CKR_DEVICE_REMOVED, "the card is gone",
               "connect the device that holds the key, then kfyctl status"};
-    case UseOutcome::timedOut:
+    case RequestOutcome::timedOut:
       return {CKR_FUNCTION_FAILED, "no answer within timeLimitSeconds",
               "answer the question on the device that holds the key, or raise timeLimitSeconds in "
               "/etc/keyferry/pkcs11.toml"};
-    case UseOutcome::failed:
+    case RequestOutcome::failed:
       return {CKR_DEVICE_ERROR, "kfyd can't be reached or answered something unusable",
               "kfyctl doctor"};
   }
@@ -35,10 +35,10 @@ Trouble troubleOf(UseOutcome outcome) {
 
 }  // namespace
 
-Card &Token::card() {
+Card &CardToken::card() {
   std::call_once(once_, [this] {
-    workInOwnContext();
-    settings_ = readSettings([this](const std::string &line) { journal_.report(line); });
+    useOwnOpenSSLContext();
+    settings_ = readDriverSettings([this](const std::string &line) { journal_.report(line); });
     owned_ = factory_(settings_, journal_);
     firstGeneration_ = owned_->generation();
     card_ = owned_.get();
@@ -46,23 +46,23 @@ Card &Token::card() {
   return *card_;
 }
 
-void Token::abandon() {
+void CardToken::abandon() {
   if (Card *const inherited = card_) {
     inherited->abandon();
   }
 }
 
-std::uint64_t Token::firstGeneration() {
+std::uint64_t CardToken::firstGeneration() {
   static_cast<void>(card());
   return firstGeneration_;
 }
 
-PinMode Token::pinMode() {
+PinMode CardToken::pinMode() {
   static_cast<void>(card());
   return settings_.pinMode;
 }
 
-std::shared_ptr<const CardObjects> Token::objects() {
+std::shared_ptr<const CardObjects> CardToken::objects() {
   const std::shared_ptr<const CardContent> content = card().content();
   if (!content || content->empty()) {
     reportMissingContent();
@@ -70,7 +70,7 @@ std::shared_ptr<const CardObjects> Token::objects() {
   }
   const std::lock_guard lock(mutex_);
   if (!objects_ || objects_->content != content) {
-    objects_ = maker_.objectsOf(content, settings_);
+    objects_ = builder_.objectsOf(content, settings_);
     if (objects_->objects.empty()) {
       report(
           "the card holds Ed25519 keys alone, which programs are not shown; try: kfyctl defaults "
@@ -83,24 +83,24 @@ std::shared_ptr<const CardObjects> Token::objects() {
   return objects_;
 }
 
-void Token::reportMissingContent() {
-  const std::string trouble = card().lastTrouble();
+void CardToken::reportMissingContent() {
+  const std::string failure = card().lastError();
   if (!isPresent()) {
     report(
         "the program wants the card's objects, but no card is there; try: connect the device that "
         "holds the key, then kfyctl status");
-  } else if (!trouble.empty()) {
-    report("the card is there, but what it holds can't be read: " + trouble +
+  } else if (!failure.empty()) {
+    report("the card is there, but what it holds can't be read: " + failure +
            "; try: kfyctl doctor");
   }
 }
 
-bool Token::isLoggedIn() {
+bool CardToken::isLoggedIn() {
   const std::lock_guard lock(mutex_);
   return login_ != nullptr;
 }
 
-CK_RV Token::logIn(SecretText pin) {
+CK_RV CardToken::logIn(SecretText pin) {
   const auto now = objects();
   if (!now) {
     return CKR_DEVICE_REMOVED;
@@ -117,37 +117,38 @@ CK_RV Token::logIn(SecretText pin) {
   return CKR_OK;
 }
 
-CK_RV Token::logOut() {
+CK_RV CardToken::logOut() {
   const std::lock_guard lock(mutex_);
   const bool wasLoggedIn = login_ != nullptr;
   login_.reset();
   return wasLoggedIn ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
 }
 
-SecretText Token::pinForNow() {
+SecretText CardToken::currentPin() {
   const std::lock_guard lock(mutex_);
   return login_ ? login_->pin : SecretText();
 }
 
-CK_RV Token::ask(KeyRequest request, const Object &privateKey, ByteView data, SecretBytes &answer) {
-  if (!isOpenTo(privateKey)) {
+CK_RV CardToken::request(CardOperation operation, const Object &privateKey, ByteView data,
+                         SecretBytes &answer) {
+  if (!isAccessible(privateKey)) {
     return CKR_USER_NOT_LOGGED_IN;
   }
-  const SecretText pin = pinForNow();
+  const SecretText pin = currentPin();
   const CardIdentity &identity = *privateKey.identity;
-  UseResult use = request == KeyRequest::sign ? card().sign(identity, data, pin)
-                                              : card().decrypt(identity, data, pin);
-  const Trouble trouble = troubleOf(use.outcome);
-  if (trouble.result == CKR_OK) {
-    answer = std::move(use.answer);
+  RequestResult result = operation == CardOperation::sign ? card().sign(identity, data, pin)
+                                                          : card().decrypt(identity, data, pin);
+  const Failure failure = failureOf(result.outcome);
+  if (failure.result == CKR_OK) {
+    answer = std::move(result.answer);
   } else {
-    const char *const what = request == KeyRequest::sign ? "signing" : "decrypting";
+    const char *const what = operation == CardOperation::sign ? "signing" : "decrypting";
     const std::string cause =
-        use.outcome == UseOutcome::failed ? card().lastTrouble() : std::string();
+        result.outcome == RequestOutcome::failed ? card().lastError() : std::string();
     report(std::string(what) + " with the key \"" + identity.label +
-           "\" failed: " + (cause.empty() ? trouble.cause : cause) + "; try: " + trouble.remedy);
+           "\" failed: " + (cause.empty() ? failure.cause : cause) + "; try: " + failure.remedy);
   }
-  return trouble.result;
+  return failure.result;
 }
 
 }  // namespace driver

@@ -1,4 +1,4 @@
-#include "driver/Settings.hpp"
+#include "driver/DriverSettings.hpp"
 
 #include <algorithm>
 #include <array>
@@ -22,9 +22,9 @@ constexpr std::array kPinModes{PinModeRow{"none", PinMode::none}, PinModeRow{"pa
 
 }  // namespace
 
-Settings readSettings(const std::function<void(const std::string &line)> &report) {
+DriverSettings readDriverSettings(const std::function<void(const std::string &line)> &report) {
   platform_linux::TomlUserDefaults defaults(report);
-  Settings settings;
+  DriverSettings settings;
   settings.timeLimit =
       std::chrono::seconds(settings::valueOf(settings::kTimeLimitSeconds, defaults));
   settings.showEd25519 = settings::isOn(settings::kShowEd25519, defaults);

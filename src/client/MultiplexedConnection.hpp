@@ -11,18 +11,18 @@
 #include "base/UUID.hpp"
 #include "client/Connection.hpp"
 #include "client/OpenDescriptors.hpp"
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace client {
 
 // Lets go of a lock for the time of a wait and has it again afterwards, whatever ends the wait.
-class Unlocked {
+class ReverseLock {
  public:
-  explicit Unlocked(std::unique_lock<std::mutex> &lock) : lock_(lock) { lock_.unlock(); }
-  ~Unlocked() { lock_.lock(); }
-  Unlocked(const Unlocked &) = delete;
-  Unlocked &operator=(const Unlocked &) = delete;
+  explicit ReverseLock(std::unique_lock<std::mutex> &lock) : lock_(lock) { lock_.unlock(); }
+  ~ReverseLock() { lock_.lock(); }
+  ReverseLock(const ReverseLock &) = delete;
+  ReverseLock &operator=(const ReverseLock &) = delete;
 
  private:
   std::unique_lock<std::mutex> &lock_;
@@ -31,7 +31,7 @@ class Unlocked {
 // One connection on which several threads wait for their answers: one of them polls, reads for all
 // and wakes those whose answers have come; who leaves hands the polling on. For SharedConnection,
 // whose lock is held in every call here.
-class SharedLink {
+class MultiplexedConnection {
  public:
   using Lock = std::unique_lock<std::mutex>;
 
@@ -39,7 +39,7 @@ class SharedLink {
   // before the request is sent; a message that no waiter expects is dropped.
   class Waiter {
    public:
-    Waiter(SharedLink &link, const UUID &messageID);
+    Waiter(MultiplexedConnection &link, const UUID &messageID);
     ~Waiter();
     Waiter(const Waiter &) = delete;
     Waiter &operator=(const Waiter &) = delete;
@@ -47,18 +47,18 @@ class SharedLink {
     std::optional<QuillMessage> answer;
 
    private:
-    friend class SharedLink;
+    friend class MultiplexedConnection;
 
-    SharedLink &link_;
+    MultiplexedConnection &link_;
     UUID messageID_;
     std::condition_variable wake_;
-    bool sleeps_ = false;
+    bool isSleeping_ = false;
   };
 
-  SharedLink(std::unique_ptr<Connection> connection, OpenDescriptors &descriptors);
+  MultiplexedConnection(std::unique_ptr<Connection> connection, OpenDescriptors &descriptors);
 
   // Reads what has come while nobody polled. False if the connection is at its end.
-  [[nodiscard]] bool stands();
+  [[nodiscard]] bool readPending();
 
   // Queues the whole frame and sends what leaves at once; the rest leaves while somebody waits.
   [[nodiscard]] bool send(const QuillMessage &message, Error *error);
@@ -68,14 +68,14 @@ class SharedLink {
   void wait(Lock &lock, Waiter &waiter, Deadline time);
 
   // Wakes a waiter to do the polling if nobody does, before a thread turns to something else.
-  void handOn();
+  void handOverPolling();
 
   [[nodiscard]] const std::optional<Error> &end() const { return connection_->end(); }
 
   [[nodiscard]] Deadline openedAt() const { return openedAt_; }
 
   // True if it brought nothing: no answer has come, and it is hardly older than its handshake.
-  [[nodiscard]] bool wasInVain() const;
+  [[nodiscard]] bool failedEarly() const;
 
  private:
   [[nodiscard]] bool isPolledForAll() const;

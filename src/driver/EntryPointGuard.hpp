@@ -8,9 +8,9 @@
 
 #include "crypto/ErrorQueue.hpp"
 #include "driver/Driver.hpp"
+#include "driver/ModuleState.hpp"
 #include "driver/OpenSSLContext.hpp"
 #include "driver/Pkcs11.hpp"
-#include "driver/Process.hpp"
 #include "driver/Trace.hpp"
 
 namespace driver {
@@ -28,7 +28,7 @@ struct KeptErrorNumber {
 // Runs `call` with the driver, if it is initialised.
 template <typename Call>
 [[nodiscard]] CK_RV withDriver(Call &&call) {
-  const std::shared_ptr<Driver> driver = Process::current().driver();
+  const std::shared_ptr<Driver> driver = ModuleState::current().driver();
   if (!driver || crypto::libraryHasEnded()) {
     return CKR_CRYPTOKI_NOT_INITIALIZED;
   }
@@ -39,7 +39,7 @@ template <typename Call>
 // and, where a handle is given, the Session. Nothing that is thrown leaves it, and the program's
 // errno and OpenSSL errors are afterwards what they were.
 template <typename Call>
-[[nodiscard]] CK_RV withoutThrowing(const char *function, Call &&call) noexcept {
+[[nodiscard]] CK_RV guardEntryPoint(const char *function, Call &&call) noexcept {
   const KeptErrorNumber keptErrorNumber;
   CK_RV result = CKR_GENERAL_ERROR;
   try {
@@ -60,9 +60,9 @@ template <typename Call>
 }
 
 template <typename Call>
-[[nodiscard]] CK_RV withoutThrowing(const char *function, CK_SESSION_HANDLE handle,
+[[nodiscard]] CK_RV guardEntryPoint(const char *function, CK_SESSION_HANDLE handle,
                                     const Call &call) noexcept {
-  return withoutThrowing(function, [&](Driver &driver) {
+  return guardEntryPoint(function, [&](Driver &driver) {
     const std::shared_ptr<Session> session = driver.sessions.find(handle);
     return session ? call(driver, *session) : CK_RV{CKR_SESSION_HANDLE_INVALID};
   });
@@ -71,7 +71,7 @@ template <typename Call>
 // A function that the token does not do for any session: `reason` is why.
 [[nodiscard]] inline CK_RV refuse(const char *function, CK_SESSION_HANDLE handle,
                                   CK_RV reason) noexcept {
-  return withoutThrowing(function, handle,
+  return guardEntryPoint(function, handle,
                          [&](Driver & /*driver*/, Session & /*session*/) { return reason; });
 }
 

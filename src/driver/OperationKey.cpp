@@ -1,4 +1,4 @@
-#include "driver/KeyUse.hpp"
+#include "driver/OperationKey.hpp"
 
 #include <algorithm>
 #include <array>
@@ -27,34 +27,34 @@ bool allows(const Object &object, CK_FLAGS purpose) {
 
 }  // namespace
 
-CK_RV prepare(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE key, CK_FLAGS purpose,
-              KeyUse &use) {
+CK_RV prepareKey(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE handle,
+                 CK_FLAGS purpose, OperationKey &prepared) {
   if (given == nullptr) {
     return CKR_ARGUMENTS_BAD;
   }
-  use.mechanism = mechanismOf(given->mechanism);
-  if (use.mechanism == nullptr || (use.mechanism->flags & purpose) == 0) {
+  prepared.mechanism = mechanismOf(given->mechanism);
+  if (prepared.mechanism == nullptr || (prepared.mechanism->flags & purpose) == 0) {
     return CKR_MECHANISM_INVALID;
   }
   driver.token.awaitRestart();
-  CK_RV found = driver.findObject(key, use.object);
+  CK_RV found = driver.findObject(handle, prepared.object);
   if (found == CKR_DEVICE_REMOVED) {  // since then
     driver.token.awaitRestart();
-    found = driver.findObject(key, use.object);
+    found = driver.findObject(handle, prepared.object);
   }
   if (found != CKR_OK) {
     return found == CKR_OBJECT_HANDLE_INVALID ? CKR_KEY_HANDLE_INVALID : found;
   }
-  if (!use.object->key || use.key().type() != keyTypeOf(use.scheme())) {
+  if (!prepared.object->key || prepared.publicKey().type() != keyTypeOf(prepared.scheme())) {
     return CKR_KEY_TYPE_INCONSISTENT;
   }
-  if (!allows(*use.object, purpose)) {
+  if (!allows(*prepared.object, purpose)) {
     return CKR_KEY_FUNCTION_NOT_PERMITTED;
   }
-  if (!driver.token.isOpenTo(*use.object)) {
+  if (!driver.token.isAccessible(*prepared.object)) {
     return CKR_USER_NOT_LOGGED_IN;
   }
-  return readParameters(*given, *use.mechanism, use.parameters);
+  return readParameters(*given, *prepared.mechanism, prepared.parameters);
 }
 
 }  // namespace driver

@@ -4,10 +4,10 @@
 #include <memory>
 
 #include "driver/Driver.hpp"
-#include "driver/KeyUse.hpp"
+#include "driver/EntryPointGuard.hpp"
 #include "driver/Operation.hpp"
+#include "driver/OperationKey.hpp"
 #include "driver/Pkcs11.hpp"
-#include "driver/WithoutThrowing.hpp"
 
 namespace driver {
 namespace {
@@ -22,19 +22,19 @@ std::optional<ByteView> inputOf(const CK_BYTE *bytes, CK_ULONG length) {
 
 // An …Init function: puts a new operation at its place in the session, unless one is active there.
 template <typename T>
-CK_RV begin(Driver &driver, OperationPlace<T> &place, const CK_MECHANISM *mechanism,
-            CK_OBJECT_HANDLE key, CK_FLAGS purpose) {
+CK_RV begin(Driver &driver, ActiveOperation<T> &place, const CK_MECHANISM *mechanism,
+            CK_OBJECT_HANDLE handle, CK_FLAGS purpose) {
   if (place.isActive()) {
     return CKR_OPERATION_ACTIVE;
   }
-  KeyUse use;
-  const CK_RV result = prepare(driver, mechanism, key, purpose, use);
-  return result == CKR_OK ? place.begin(std::make_unique<T>(std::move(use))) : result;
+  OperationKey key;
+  const CK_RV result = prepareKey(driver, mechanism, handle, purpose, key);
+  return result == CKR_OK ? place.begin(std::make_unique<T>(std::move(key))) : result;
 }
 
 // A step of an operation that gets input: `step` takes the operation and the bytes.
 template <typename T, typename Step>
-CK_RV proceed(OperationPlace<T> &place, Input form, const CK_BYTE *bytes, CK_ULONG length,
+CK_RV proceed(ActiveOperation<T> &place, PartMode form, const CK_BYTE *bytes, CK_ULONG length,
               const Step &step) {
   return place.proceed(form, [&](T &operation) -> Progress {
     const auto input = inputOf(bytes, length);
@@ -44,8 +44,8 @@ CK_RV proceed(OperationPlace<T> &place, Input form, const CK_BYTE *bytes, CK_ULO
 
 // An …Update function that gives nothing out, though it could.
 template <typename T>
-CK_RV addPart(OperationPlace<T> &place, const CK_BYTE *bytes, CK_ULONG length, CK_ULONG *given) {
-  return proceed(place, Input::inParts, bytes, length,
+CK_RV addPart(ActiveOperation<T> &place, const CK_BYTE *bytes, CK_ULONG length, CK_ULONG *given) {
+  return proceed(place, PartMode::multiple, bytes, length,
                  [&](T &operation, ByteView part) -> Progress {
                    if (given == nullptr) {
                      return {CKR_ARGUMENTS_BAD};
@@ -56,7 +56,7 @@ CK_RV addPart(OperationPlace<T> &place, const CK_BYTE *bytes, CK_ULONG length, C
 }
 
 // C_Verify; a signature that is nowhere ends the operation.
-Progress finishVerifying(Verifying &operation, ByteView message,
+Progress finishVerifying(VerifyOperation &operation, ByteView message,
                          const std::optional<ByteView> &signature) {
   return signature ? operation.finish(message, *signature) : Progress{CKR_ARGUMENTS_BAD};
 }
@@ -75,8 +75,9 @@ Progress addToDigest(crypto::RunningDigest &digest, ByteView part) {
   return {CKR_OK, /*isOver=*/false};
 }
 
-Progress finishDigest(crypto::RunningDigest &digest, ByteView lastPart, const Output &output) {
-  if (const auto ended = output.withoutRoomFor(crypto::digestSize(digest.algorithm()))) {
+Progress finishDigest(crypto::RunningDigest &digest, ByteView lastPart,
+                      const OutputBuffer &output) {
+  if (const auto ended = output.checkRoomFor(crypto::digestSize(digest.algorithm()))) {
     return *ended;
   }
   digest.add(lastPart);
@@ -95,94 +96,96 @@ CK_RV generateRandom(CK_BYTE *place, CK_ULONG length) {
 }  // namespace driver
 
 using driver::Driver;
-using driver::Input;
-using driver::Output;
+using driver::guardEntryPoint;
+using driver::OutputBuffer;
+using driver::PartMode;
 using driver::Session;
-using driver::withoutThrowing;
 
 extern "C" {
 
 CK_RV C_EncryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
-  return withoutThrowing("C_EncryptInit", handle, [&](Driver &driver, Session &session) {
+  return guardEntryPoint("C_EncryptInit", handle, [&](Driver &driver, Session &session) {
     return driver::begin(driver, session.encrypting, mechanism, key, CKF_ENCRYPT);
   });
 }
 
 CK_RV C_Encrypt(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
                 CK_ULONG *length) {
-  return withoutThrowing("C_Encrypt", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.encrypting, Input::whole, data, dataLength,
-                           [&](driver::Encrypting &operation, ByteView input) {
-                             return operation.finish(input, Output(place, length));
+  return guardEntryPoint("C_Encrypt", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.encrypting, PartMode::single, data, dataLength,
+                           [&](driver::EncryptOperation &operation, ByteView input) {
+                             return operation.finish(input, OutputBuffer(place, length));
                            });
   });
 }
 
 CK_RV C_EncryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength,
                       CK_BYTE * /*place*/, CK_ULONG *length) {
-  return withoutThrowing("C_EncryptUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_EncryptUpdate", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::addPart(session.encrypting, part, partLength, length);
   });
 }
 
 CK_RV C_EncryptFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
-  return withoutThrowing("C_EncryptFinal", handle, [&](Driver & /*driver*/, Session &session) {
-    return session.encrypting.proceed(Input::inParts, [&](driver::Encrypting &operation) {
-      return operation.finish({}, Output(place, length));
+  return guardEntryPoint("C_EncryptFinal", handle, [&](Driver & /*driver*/, Session &session) {
+    return session.encrypting.proceed(PartMode::multiple, [&](driver::EncryptOperation &operation) {
+      return operation.finish({}, OutputBuffer(place, length));
     });
   });
 }
 
 CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
-  return withoutThrowing("C_DecryptInit", handle, [&](Driver &driver, Session &session) {
+  return guardEntryPoint("C_DecryptInit", handle, [&](Driver &driver, Session &session) {
     return driver::begin(driver, session.decrypting, mechanism, key, CKF_DECRYPT);
   });
 }
 
 CK_RV C_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
                 CK_ULONG *length) {
-  return withoutThrowing("C_Decrypt", handle, [&](Driver &driver, Session &session) {
-    return driver::proceed(session.decrypting, Input::whole, data, dataLength,
-                           [&](driver::Decrypting &operation, ByteView input) {
-                             return operation.finish(driver.token, input, Output(place, length));
+  return guardEntryPoint("C_Decrypt", handle, [&](Driver &driver, Session &session) {
+    return driver::proceed(session.decrypting, PartMode::single, data, dataLength,
+                           [&](driver::DecryptOperation &operation, ByteView input) {
+                             return operation.finish(driver.token, input,
+                                                     OutputBuffer(place, length));
                            });
   });
 }
 
 CK_RV C_DecryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength,
                       CK_BYTE * /*place*/, CK_ULONG *length) {
-  return withoutThrowing("C_DecryptUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_DecryptUpdate", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::addPart(session.decrypting, part, partLength, length);
   });
 }
 
 CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
-  return withoutThrowing("C_DecryptFinal", handle, [&](Driver &driver, Session &session) {
-    return session.decrypting.proceed(Input::inParts, [&](driver::Decrypting &operation) {
-      return operation.finish(driver.token, {}, Output(place, length));
+  return guardEntryPoint("C_DecryptFinal", handle, [&](Driver &driver, Session &session) {
+    return session.decrypting.proceed(PartMode::multiple, [&](driver::DecryptOperation &operation) {
+      return operation.finish(driver.token, {}, OutputBuffer(place, length));
     });
   });
 }
 
 CK_RV C_DigestInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism) {
-  return withoutThrowing("C_DigestInit", handle, [&](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_DigestInit", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::beginDigest(session, mechanism);
   });
 }
 
 CK_RV C_Digest(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
                CK_ULONG *length) {
-  return withoutThrowing("C_Digest", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.digesting, Input::whole, data, dataLength,
+  return guardEntryPoint("C_Digest", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.digesting, PartMode::single, data, dataLength,
                            [&](crypto::RunningDigest &operation, ByteView input) {
-                             return driver::finishDigest(operation, input, Output(place, length));
+                             return driver::finishDigest(operation, input,
+                                                         OutputBuffer(place, length));
                            });
   });
 }
 
 CK_RV C_DigestUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
-  return withoutThrowing("C_DigestUpdate", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.digesting, Input::inParts, part, partLength,
+  return guardEntryPoint("C_DigestUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.digesting, PartMode::multiple, part, partLength,
                            driver::addToDigest);
   });
 }
@@ -192,41 +195,42 @@ CK_RV C_DigestKey(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE /*key*/) {
 }
 
 CK_RV C_DigestFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
-  return withoutThrowing("C_DigestFinal", handle, [&](Driver & /*driver*/, Session &session) {
-    return session.digesting.proceed(Input::inParts, [&](crypto::RunningDigest &operation) {
-      return driver::finishDigest(operation, {}, Output(place, length));
+  return guardEntryPoint("C_DigestFinal", handle, [&](Driver & /*driver*/, Session &session) {
+    return session.digesting.proceed(PartMode::multiple, [&](crypto::RunningDigest &operation) {
+      return driver::finishDigest(operation, {}, OutputBuffer(place, length));
     });
   });
 }
 
 CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
-  return withoutThrowing("C_SignInit", handle, [&](Driver &driver, Session &session) {
+  return guardEntryPoint("C_SignInit", handle, [&](Driver &driver, Session &session) {
     return driver::begin(driver, session.signing, mechanism, key, CKF_SIGN);
   });
 }
 
 CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *place,
              CK_ULONG *length) {
-  return withoutThrowing("C_Sign", handle, [&](Driver &driver, Session &session) {
-    return driver::proceed(session.signing, Input::whole, data, dataLength,
-                           [&](driver::Signing &operation, ByteView input) {
-                             return operation.finish(driver.token, input, Output(place, length));
+  return guardEntryPoint("C_Sign", handle, [&](Driver &driver, Session &session) {
+    return driver::proceed(session.signing, PartMode::single, data, dataLength,
+                           [&](driver::SignOperation &operation, ByteView input) {
+                             return operation.finish(driver.token, input,
+                                                     OutputBuffer(place, length));
                            });
   });
 }
 
 CK_RV C_SignUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
-  return withoutThrowing("C_SignUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_SignUpdate", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::proceed(
-        session.signing, Input::inParts, part, partLength,
-        [&](driver::Signing &operation, ByteView input) { return operation.add(input); });
+        session.signing, PartMode::multiple, part, partLength,
+        [&](driver::SignOperation &operation, ByteView input) { return operation.add(input); });
   });
 }
 
 CK_RV C_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG *length) {
-  return withoutThrowing("C_SignFinal", handle, [&](Driver &driver, Session &session) {
-    return session.signing.proceed(Input::inParts, [&](driver::Signing &operation) {
-      return operation.finish(driver.token, {}, Output(place, length));
+  return guardEntryPoint("C_SignFinal", handle, [&](Driver &driver, Session &session) {
+    return session.signing.proceed(PartMode::multiple, [&](driver::SignOperation &operation) {
+      return operation.finish(driver.token, {}, OutputBuffer(place, length));
     });
   });
 }
@@ -242,16 +246,16 @@ CK_RV C_SignRecover(CK_SESSION_HANDLE handle, CK_BYTE * /*part*/, CK_ULONG /*par
 }
 
 CK_RV C_VerifyInit(CK_SESSION_HANDLE handle, CK_MECHANISM *mechanism, CK_OBJECT_HANDLE key) {
-  return withoutThrowing("C_VerifyInit", handle, [&](Driver &driver, Session &session) {
+  return guardEntryPoint("C_VerifyInit", handle, [&](Driver &driver, Session &session) {
     return driver::begin(driver, session.verifying, mechanism, key, CKF_VERIFY);
   });
 }
 
 CK_RV C_Verify(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_BYTE *signature,
                CK_ULONG length) {
-  return withoutThrowing("C_Verify", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(session.verifying, Input::whole, data, dataLength,
-                           [&](driver::Verifying &operation, ByteView input) {
+  return guardEntryPoint("C_Verify", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.verifying, PartMode::single, data, dataLength,
+                           [&](driver::VerifyOperation &operation, ByteView input) {
                              return driver::finishVerifying(operation, input,
                                                             driver::inputOf(signature, length));
                            });
@@ -259,18 +263,19 @@ CK_RV C_Verify(CK_SESSION_HANDLE handle, CK_BYTE *data, CK_ULONG dataLength, CK_
 }
 
 CK_RV C_VerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE *part, CK_ULONG partLength) {
-  return withoutThrowing("C_VerifyUpdate", handle, [&](Driver & /*driver*/, Session &session) {
+  return guardEntryPoint("C_VerifyUpdate", handle, [&](Driver & /*driver*/, Session &session) {
     return driver::proceed(
-        session.verifying, Input::inParts, part, partLength,
-        [&](driver::Verifying &operation, ByteView input) { return operation.add(input); });
+        session.verifying, PartMode::multiple, part, partLength,
+        [&](driver::VerifyOperation &operation, ByteView input) { return operation.add(input); });
   });
 }
 
 CK_RV C_VerifyFinal(CK_SESSION_HANDLE handle, CK_BYTE *signature, CK_ULONG length) {
-  return withoutThrowing("C_VerifyFinal", handle, [&](Driver & /*driver*/, Session &session) {
-    return driver::proceed(
-        session.verifying, Input::inParts, signature, length,
-        [&](driver::Verifying &operation, ByteView given) { return operation.finish({}, given); });
+  return guardEntryPoint("C_VerifyFinal", handle, [&](Driver & /*driver*/, Session &session) {
+    return driver::proceed(session.verifying, PartMode::multiple, signature, length,
+                           [&](driver::VerifyOperation &operation, ByteView given) {
+                             return operation.finish({}, given);
+                           });
   });
 }
 
@@ -309,7 +314,7 @@ CK_RV C_SeedRandom(CK_SESSION_HANDLE handle, CK_BYTE * /*seed*/, CK_ULONG /*leng
 }
 
 CK_RV C_GenerateRandom(CK_SESSION_HANDLE handle, CK_BYTE *place, CK_ULONG length) {
-  return withoutThrowing("C_GenerateRandom", handle,
+  return guardEntryPoint("C_GenerateRandom", handle,
                          [&](Driver & /*driver*/, Session & /*session*/) {
                            return driver::generateRandom(place, length);
                          });

@@ -14,13 +14,13 @@ namespace driver {
 
 // What the module keeps in a process. It is never destroyed: programs call the module from exit
 // handlers, and some from threads that still run then.
-class Process {
+class ModuleState {
  public:
-  explicit Process(pid_t identifier) : identifier_(identifier) {}
+  explicit ModuleState(pid_t identifier) : identifier_(identifier) {}
 
   // The one of this process. In a process that came from fork it is a fresh one: what was inherited
   // is let go of without a word and without a lock, which a thread that is not here may hold.
-  [[nodiscard]] static Process &current();
+  [[nodiscard]] static ModuleState &current();
 
   // C_Initialize and C_Finalize.
   [[nodiscard]] CK_RV initialize();

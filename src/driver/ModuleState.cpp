@@ -1,4 +1,4 @@
-#include "driver/Process.hpp"
+#include "driver/ModuleState.hpp"
 
 #include <unistd.h>
 
@@ -9,29 +9,29 @@
 namespace driver {
 namespace {
 
-std::atomic<Process *> theProcess{nullptr};
+std::atomic<ModuleState *> theModule{nullptr};
 std::atomic<CardFactory> theCardFactory{makeCard};
 
 }  // namespace
 
-Process &Process::current() {
-  Process *known = theProcess.load();
+ModuleState &ModuleState::current() {
+  ModuleState *known = theModule.load();
   if (known != nullptr && known->identifier_ == ::getpid()) {
     return *known;
   }
-  auto fresh = std::make_unique<Process>(::getpid());
+  auto fresh = std::make_unique<ModuleState>(::getpid());
   const std::lock_guard lock(fresh->mutex_);  // other threads wait in it for the end of this
-  if (!theProcess.compare_exchange_strong(known, fresh.get())) {
+  if (!theModule.compare_exchange_strong(known, fresh.get())) {
     return *known;  // another thread was faster
   }
-  Process &current = *fresh.release();
+  ModuleState &current = *fresh.release();
   if (known != nullptr) {
     known->abandon();
   }
   return current;
 }
 
-CK_RV Process::initialize() {
+CK_RV ModuleState::initialize() {
   const std::lock_guard lock(mutex_);
   if (driver_) {
     return CKR_CRYPTOKI_ALREADY_INITIALIZED;
@@ -41,7 +41,7 @@ CK_RV Process::initialize() {
   return CKR_OK;
 }
 
-CK_RV Process::finalize() {
+CK_RV ModuleState::finalize() {
   std::shared_ptr<Driver> ended;
   {
     const std::lock_guard lock(mutex_);
@@ -59,17 +59,17 @@ CK_RV Process::finalize() {
   return CKR_OK;
 }
 
-std::shared_ptr<Driver> Process::driver() {
+std::shared_ptr<Driver> ModuleState::driver() {
   const std::lock_guard lock(mutex_);
   return driver_;
 }
 
-void Process::useCardFactory(CardFactory factory) {
+void ModuleState::useCardFactory(CardFactory factory) {
   theCardFactory = factory;
 }
 
-void Process::abandon() {
-  leaveInheritedContext();
+void ModuleState::abandon() {
+  dropInheritedOpenSSLContext();
   if (Driver *const inherited = shown_) {
     inherited->token.abandon();
   }

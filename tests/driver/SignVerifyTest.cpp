@@ -156,12 +156,13 @@ TEST_F(TokenUser, RefusesWhatDoesNotFit) {
 }
 
 TEST_F(TokenUser, TellsHowTheHoldersAnswerCameOut) {
-  const std::tuple<UseOutcome, CK_RV, const char *> kOutcomes[] = {
-      {UseOutcome::refused, CKR_FUNCTION_REJECTED, "failed: the key's holder refused; try: look"},
-      {UseOutcome::cardGone, CKR_DEVICE_REMOVED, "failed: the card is gone; try: connect"},
-      {UseOutcome::timedOut, CKR_FUNCTION_FAILED, "failed: no answer within timeLimitSeconds"},
-      {UseOutcome::failed, CKR_DEVICE_ERROR, "\"key 0\" failed: connection lost; try: kfyctl"},
-      {UseOutcome::done, CKR_DEVICE_ERROR, "that the certificate \"key 0\" does not verify"}};
+  const std::tuple<RequestOutcome, CK_RV, const char *> kOutcomes[] = {
+      {RequestOutcome::refused, CKR_FUNCTION_REJECTED,
+       "failed: the key's holder refused; try: look"},
+      {RequestOutcome::cardGone, CKR_DEVICE_REMOVED, "failed: the card is gone; try: connect"},
+      {RequestOutcome::timedOut, CKR_FUNCTION_FAILED, "failed: no answer within timeLimitSeconds"},
+      {RequestOutcome::failed, CKR_DEVICE_ERROR, "\"key 0\" failed: connection lost; try: kfyctl"},
+      {RequestOutcome::done, CKR_DEVICE_ERROR, "that the certificate \"key 0\" does not verify"}};
   card.trouble = "connection lost";
   card.answersWrongly = true;
   const std::pair<UsualKey, CK_MECHANISM_TYPE> kKeys[] = {

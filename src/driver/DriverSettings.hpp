@@ -14,7 +14,7 @@ enum class PinMode {
 };
 
 // What /etc/keyferry/pkcs11.toml says.
-struct Settings {
+struct DriverSettings {
   std::chrono::seconds timeLimit{60};  // `timeLimitSeconds`, at least 1: one use of a key
   PinMode pinMode = PinMode::none;
   bool showEd25519 = false;  // `showEd25519`: some programs fail on all keys beside one
@@ -22,6 +22,7 @@ struct Settings {
 
 // Reads them. A value that can't be used, or a file that can't, counts as absent and is told to
 // `report` in one line.
-[[nodiscard]] Settings readSettings(const std::function<void(const std::string &line)> &report);
+[[nodiscard]] DriverSettings readDriverSettings(
+    const std::function<void(const std::string &line)> &report);
 
 }  // namespace driver

@@ -1,4 +1,4 @@
-#include "driver/PrivateFolder.hpp"
+#include "driver/PrivateMount.hpp"
 
 #include <sys/stat.h>
 
