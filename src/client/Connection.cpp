@@ -12,22 +12,23 @@ namespace {
 
 using Result = crypto::TlsChannel::Result;
 
-// What readChunk of the channel asks for.
+// The size that TlsChannel::readChunk requires.
 constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + protocol::kDroppedChunkBytes;
 
-// A daemon takes and sends frames of 2 MiB at most by default.
+// By default a daemon accepts and sends frames of at most 2 MiB.
 constexpr std::size_t kLargestFrame = std::size_t{16} * 1024 * 1024;
 
-// Of messages that nobody has taken: what many requests in flight come to, and two of a daemon's
-// longest frames. In memory a message may take a dozen times its frame. The newest always stays.
+// Bounds of the queue of untaken messages: enough for many requests in flight, and for two of a
+// daemon's largest frames. A parsed message can take twelve times the memory of its frame. The
+// newest message always stays.
 constexpr std::size_t kMaxQueuedMessages = 1000;
 constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;
 
-// Between two looks at the caller's deadline, or at the other descriptors of its loop.
+// Chunks read before the caller's deadline and its other descriptors are checked again.
 constexpr int kChunksPerPump = 64;
 
-// For a wait on a peer that never stops sending.
-bool isStopped(const WaitLimits &limits, Error *error) {
+// Needed where the peer never stops sending, so that no wait looks at the stop descriptor.
+bool checkStopped(const WaitLimits &limits, Error *error) {
   Error reason;
   const WaitLimits none{std::chrono::steady_clock::now(), limits.stopDescriptor};
   (void)waitFor(/*descriptor=*/-1, /*toWrite=*/false, none, &reason);
@@ -76,7 +77,7 @@ Connection::Connection(PassKey /*passKey*/, base::Descriptor socket,
       buffer_(kChunkBytes) {}
 
 Connection::~Connection() {
-  if (!isSocketOurs()) {  // with no memory there may be nothing to note the end in
+  if (!isSocketOurs()) {  // without memory, end_ may be unset
     (void)socket_.release();
   } else if (!end_) {
     channel_.sayGoodbye();
@@ -90,7 +91,7 @@ bool Connection::isSocketOurs() const {
 
 bool Connection::checkSocket() {
   if (socket_.isOpen() && !isSocketOurs()) {
-    // closing it would close what belongs to somebody else
+    // closing it would close a descriptor of the program's own
     (void)socket_.release();
     endWith(connectionLost, "connection lost: its descriptor was closed by the program");
   }
@@ -169,8 +170,8 @@ std::optional<QuillMessage> Connection::waitUntil(const Take &take, const WaitLi
       base::report(error, kErrorDomain, timedOut, "no answer in time");
       return std::nullopt;
     }
-    // what TLS holds already does not make the socket readable
-    if (hasMore_ ? isStopped(limits, error)
+    // data that TLS has buffered already does not make the socket readable
+    if (hasMore_ ? checkStopped(limits, error)
                  : !waitFor(socket_.get(), wantsWrite(), limits, error)) {
       return std::nullopt;
     }
@@ -187,11 +188,11 @@ bool Connection::pump() {
     return false;
   }
   hasMore_ = readChunks();
-  flush();  // reading may have put something there: the answer to a key update, an alert
+  flush();  // reading may queue output: a key update or an alert
   return !end_;
 }
 
-// True if there may be more.
+// True if there may be more to read.
 bool Connection::readChunks() {
   int chunks = 0;
   while (!end_ && chunks < kChunksPerPump && readChunk()) {
@@ -200,7 +201,7 @@ bool Connection::readChunks() {
   return !end_ && chunks == kChunksPerPump;
 }
 
-// True if there was a chunk. A connection that can't send any more is still read to its end.
+// True if a chunk was read. A connection that can't send is still read to its end.
 bool Connection::readChunk() {
   ByteView chunk;
   switch (channel_.readChunk(buffer_, chunk)) {
@@ -208,8 +209,8 @@ bool Connection::readChunk() {
       try {
         collect(chunk);
       } catch (...) {
-        // what follows would be taken for the frame that now lacks a piece; in a text that is short
-        // enough to need no memory
+        // The next chunk would be appended to an incomplete frame, so the connection ends. The text
+        // is short enough to need no allocation.
         endWith(connectionLost, "out of memory");
         throw;
       }
@@ -233,7 +234,7 @@ void Connection::collect(ByteView chunk) {
     frame_ = CleansedBytes();
     endWith(connectionLost, "connection dropped: the peer sent a frame of more than 16 MiB");
   } else if (collected.outcome == protocol::ChunkOutcome::frame && !collected.payload.empty()) {
-    // an empty frame answers nothing
+    // an empty frame is a message that the peer could not serialize
     if (auto message = QuillMessage::initWithJSONData(collected.payload)) {
       enqueue(std::move(*message), collected.payload.size());
     }
@@ -272,7 +273,7 @@ std::optional<QuillMessage> Connection::takeAt(const std::deque<QueuedMessage>::
 
 void Connection::flush() {
   if (!end_ && channel_.flush() == Result::failed) {
-    // what has come in is read before the connection counts as lost: it may hold the answer
+    // Read what has arrived before ending the connection: it may contain the answer.
     while (readChunks()) {
     }
     endWith(connectionLost, "connection lost: " + channel_.errorText());
@@ -295,7 +296,7 @@ void Connection::goodbye(const WaitLimits &limits) {
     flush();
   }
   (void)::shutdown(socket_.get(), SHUT_WR);
-  // what is left unread at the close would make it a reset
+  // closing a socket with unread data would reset the connection
   while (!end_ && base::waitToRead(socket_.get(), limits.deadline)) {
     (void)readChunks();
   }

@@ -49,8 +49,8 @@ void MultiplexedConnection::wait(Lock &lock, Waiter &waiter, Deadline time) {
   }
 }
 
-// A thread that began to poll before there was something left to write does not see when it can
-// leave; then a second one polls beside it.
+// A thread that started to poll before there was output does not poll for writability; then a
+// second thread polls beside it.
 bool MultiplexedConnection::isPolledForAll() const {
   return polling_ > 0 && (pollingToWrite_ > 0 || !connection_->wantsWrite());
 }
@@ -66,7 +66,7 @@ void MultiplexedConnection::poll(Lock &lock, Deadline time) {
   pollingToWrite_ += writers;
   {
     const ReverseLock reverseLock(lock);
-    // the time that is over and a failure alike show afterwards
+    // the caller detects a timeout or failure afterwards
     (void)waitFor(descriptor, toWrite, WaitLimits{time, /*stopDescriptor=*/-1});
   }
   --polling_;

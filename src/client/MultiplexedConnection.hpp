@@ -16,7 +16,7 @@
 
 namespace client {
 
-// Lets go of a lock for the time of a wait and has it again afterwards, whatever ends the wait.
+// Releases a lock for its lifetime and acquires it again at the end.
 class ReverseLock {
  public:
   explicit ReverseLock(std::unique_lock<std::mutex> &lock) : lock_(lock) { lock_.unlock(); }
@@ -28,15 +28,15 @@ class ReverseLock {
   std::unique_lock<std::mutex> &lock_;
 };
 
-// One connection on which several threads wait for their answers: one of them polls, reads for all
-// and wakes those whose answers have come; who leaves hands the polling on. For SharedConnection,
-// whose lock is held in every call here.
+// One connection on which several threads wait for their answers. One of them polls, reads for all
+// and wakes the threads whose answers arrived; when it leaves, it wakes another one to poll. Used
+// by SharedConnection, whose lock is held in every call.
 class MultiplexedConnection {
  public:
   using Lock = std::unique_lock<std::mutex>;
 
-  // A thread that waits for the answer to one request. Known to the link as long as it lives, from
-  // before the request is sent; a message that no waiter expects is dropped.
+  // A thread that waits for the answer to one request. Created before the request is sent. The
+  // connection drops messages that no waiter expects.
   class Waiter {
    public:
     Waiter(MultiplexedConnection &link, const UUID &messageID);
@@ -57,24 +57,24 @@ class MultiplexedConnection {
 
   MultiplexedConnection(std::unique_ptr<Connection> connection, OpenDescriptors &descriptors);
 
-  // Reads what has come while nobody polled. False if the connection is at its end.
+  // Reads what arrived while no thread polled. False if the connection has ended.
   [[nodiscard]] bool readPending();
 
-  // Queues the whole frame and sends what leaves at once; the rest leaves while somebody waits.
+  // Queues the whole frame and sends what the socket accepts now; waiting threads send the rest.
   [[nodiscard]] bool send(const QuillMessage &message, Error *error);
 
-  // Waits, without the lock, until something happened that may concern the waiter, or until `time`
-  // at the latest: to be called again until the answer is there or the connection ended.
+  // Releases the lock and waits until something happened that may concern the waiter, at most until
+  // `time`. Call it again until the answer is there or the connection has ended.
   void wait(Lock &lock, Waiter &waiter, Deadline time);
 
-  // Wakes a waiter to do the polling if nobody does, before a thread turns to something else.
+  // Wakes a waiter to poll if no thread polls. Call it before the thread does something else.
   void handOverPolling();
 
   [[nodiscard]] const std::optional<Error> &end() const { return connection_->end(); }
 
   [[nodiscard]] Deadline openedAt() const { return openedAt_; }
 
-  // True if it brought nothing: no answer has come, and it is hardly older than its handshake.
+  // True if no answer has arrived and the connection is younger than a second.
   [[nodiscard]] bool failedEarly() const;
 
  private:
@@ -83,11 +83,11 @@ class MultiplexedConnection {
   void pump();
 
   std::unique_ptr<Connection> connection_;
-  OpenDescriptors::Entry entry_;  // goes before the descriptor is closed
+  OpenDescriptors::Entry entry_;  // destroyed before the descriptor is closed
   Deadline openedAt_ = std::chrono::steady_clock::now();
-  std::unordered_map<UUID, Waiter *> waiters_;  // without those that have their answer
-  int polling_ = 0;                             // threads that poll now
-  int pollingToWrite_ = 0;                      // those of them that also wait to write
+  std::unordered_map<UUID, Waiter *> waiters_;  // only those without an answer
+  int polling_ = 0;                             // threads that poll
+  int pollingToWrite_ = 0;  // of those, the threads that also poll for writability
   bool hasAnswered_ = false;
 };
 

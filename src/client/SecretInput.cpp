@@ -28,8 +28,8 @@ SecretText firstLineOf(CleansedBytes content) {
   return SecretText(std::move(content));
 }
 
-// The terminal without echo, and giving each key at once: with its usual signals a Ctrl-C would
-// leave the echo off.
+// Turns off echo and line editing while it exists. Signals are off too: Ctrl-C would otherwise
+// leave the terminal without echo.
 class NoEchoTerminal {
  public:
   explicit NoEchoTerminal(int descriptor) : descriptor_(descriptor) {
@@ -54,7 +54,7 @@ class NoEchoTerminal {
   termios before_{};
 };
 
-// One character of UTF-8 may be several bytes.
+// A UTF-8 character can have several bytes.
 void removeLastCharacter(CleansedBytes &line) {
   while (!line.empty()) {
     const bool isContinuation = (line.back() & 0xC0) == 0x80;
@@ -65,7 +65,7 @@ void removeLastCharacter(CleansedBytes &line) {
   }
 }
 
-// Nothing if the line was cancelled or the wait for it stopped.
+// Nothing if the user cancelled or the wait was stopped.
 std::optional<SecretText> typedLine(int terminal, const WaitLimits &limits) {
   constexpr char kCtrlC = 3;
   constexpr char kCtrlD = 4;
@@ -91,7 +91,7 @@ std::optional<SecretText> typedLine(int terminal, const WaitLimits &limits) {
 }
 
 void show(int terminal, std::string_view text) {
-  // a terminal that takes no question gives no answer either
+  // If the write fails, the read fails too.
   [[maybe_unused]] const ssize_t written = ::write(terminal, text.data(), text.size());
 }
 

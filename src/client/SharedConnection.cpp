@@ -15,62 +15,64 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Which link new requests use, and when the next attempt to make one is due. For SharedConnection,
-// whose lock is held in every call here.
-class ReconnectState {
+}  // namespace
+
+// The connection that new requests use, and when the next connection attempt is due. The lock of
+// SharedConnection is held in every call.
+class SharedConnection::ReconnectState {
  public:
-  // Null: there is none.
+  // Null if there is none.
   [[nodiscard]] const std::shared_ptr<MultiplexedConnection> &current() const { return current_; }
 
   void setCurrent(std::unique_ptr<Connection> connection);
 
-  // From now on, requests use another one.
+  // New requests no longer use this connection.
   void retire(const std::shared_ptr<MultiplexedConnection> &link);
 
-  // The link is at its end, in a call that began at that time.
+  // The connection has ended during a call that began at `callStart`.
   void recordLoss(const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart);
 
-  // An attempt to make a connection went wrong.
+  // A connection attempt failed.
   void recordFailure(Error reason);
 
-  // The daemon has answered.
+  // The daemon answered a request.
   void recordAnswer();
 
-  // Not before this time.
   [[nodiscard]] Deadline nextAttempt() const { return nextAttempt_; }
 
-  // Why the daemon can't be reached, if attempts since `callStart` have failed for as long as
-  // `limit`; nothing otherwise.
+  // The reason for the failures, if attempts since `callStart` have failed for at least `limit`;
+  // nothing otherwise.
   [[nodiscard]] std::optional<Error> reasonToGiveUp(Deadline callStart,
                                                     std::chrono::milliseconds limit) const;
 
-  // Closes the descriptors of all links without a word, in the child of a fork: needs no lock.
+  // For the child of a fork: closes the descriptors of all connections and sends nothing.
+  // Lock-free.
   void abandon() { descriptors_.closeAll(); }
 
  private:
-  // Failures in a row, without an answer or a connection that lasted between them.
+  // A series of failures without an answer or a lasting connection in between.
   struct Outage {
     Error reason;
     Deadline since;
     Deadline latest;
   };
 
-  // Between attempts: a daemon that restarts is back within a second or two.
+  // Delays between attempts: a daemon restarts within a second or two.
   static constexpr std::chrono::milliseconds kFirstPause{50};
   static constexpr std::chrono::milliseconds kLongestPause{1000};
 
-  OpenDescriptors descriptors_;  // outlives the links
+  OpenDescriptors descriptors_;  // outlives the connections
   std::shared_ptr<MultiplexedConnection> current_;
   Deadline nextAttempt_;
   Backoff backoff_{kFirstPause, kLongestPause};
   std::optional<Outage> outage_;
 };
 
-void ReconnectState::setCurrent(std::unique_ptr<Connection> connection) {
+void SharedConnection::ReconnectState::setCurrent(std::unique_ptr<Connection> connection) {
   current_ = std::make_shared<MultiplexedConnection>(std::move(connection), descriptors_);
 }
 
-void ReconnectState::retire(const std::shared_ptr<MultiplexedConnection> &link) {
+void SharedConnection::ReconnectState::retire(const std::shared_ptr<MultiplexedConnection> &link) {
   if (current_ == link) {
     if (!link->failedEarly()) {
       outage_.reset();
@@ -79,44 +81,42 @@ void ReconnectState::retire(const std::shared_ptr<MultiplexedConnection> &link) 
   }
 }
 
-void ReconnectState::recordLoss(const std::shared_ptr<MultiplexedConnection> &link,
-                                Deadline callStart) {
-  // A server that hangs up at once is no better than none. Counted once, not by each waiter, and
-  // not against a call that found the connection as it was.
+void SharedConnection::ReconnectState::recordLoss(
+    const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart) {
+  // A server that disconnects at once counts as unreachable. The loss is counted once, not by each
+  // waiter, and not if the connection existed before the call.
   if (current_ == link && link->failedEarly() && link->openedAt() >= callStart) {
     recordFailure(link->end().value_or(Error()));
   }
   retire(link);
 }
 
-void ReconnectState::recordFailure(Error reason) {
+void SharedConnection::ReconnectState::recordFailure(Error reason) {
   const auto now = std::chrono::steady_clock::now();
   outage_ = Outage{std::move(reason), outage_ ? outage_->since : now, now};
   nextAttempt_ = now + backoff_.next();
 }
 
-void ReconnectState::recordAnswer() {
+void SharedConnection::ReconnectState::recordAnswer() {
   outage_.reset();
   backoff_.reset();
 }
 
-std::optional<Error> ReconnectState::reasonToGiveUp(Deadline callStart,
-                                                    std::chrono::milliseconds limit) const {
+std::optional<Error> SharedConnection::ReconnectState::reasonToGiveUp(
+    Deadline callStart, std::chrono::milliseconds limit) const {
   const bool mustGiveUp = outage_ && outage_->latest >= callStart &&
                           outage_->latest - std::max(callStart, outage_->since) >= limit;
   return mustGiveUp ? std::optional(outage_->reason) : std::nullopt;
 }
 
-}  // namespace
-
 struct SharedConnection::State {
   std::mutex mutex;
   ReconnectState reconnect;
-  bool isOpening = false;          // some thread makes a connection
-  std::condition_variable opened;  // or failed to
+  bool isOpening = false;          // a thread is opening a connection
+  std::condition_variable opened;  // that thread is done
 };
 
-// While one thread makes a connection, the others wait for it.
+// While one thread opens a connection, the others wait for it.
 class SharedConnection::OpeningGuard {
  public:
   explicit OpeningGuard(State &state) : state_(state) { state_.isOpening = true; }
@@ -169,7 +169,8 @@ class SharedConnection::Call {
 
   [[nodiscard]] Deadline nextWakeUp() const { return std::min(options_.deadline, nextCheck_); }
 
-  // False, with the reason given, if the call is at its end. `link` is the one that it waits on.
+  // Returns false and reports the reason if the call must end. `link` is the connection in use;
+  // null: none.
   bool checkWait(const std::shared_ptr<MultiplexedConnection> &link) {
     const auto now = Clock::now();
     if (now >= options_.deadline) {
@@ -196,7 +197,7 @@ class SharedConnection::Call {
     return true;
   }
 
-  // Null, with the reason given, if there is none within the options.
+  // Returns null and reports the reason if there is none within the limits of the call.
   std::shared_ptr<MultiplexedConnection> usableConnection() {
     while (true) {
       auto link = state_.reconnect.current();
@@ -238,7 +239,7 @@ class SharedConnection::Call {
     if (connection) {
       state_.reconnect.setCurrent(std::move(connection));
     } else if (Clock::now() < options_.deadline) {
-      // else it was this call that had no time left
+      // otherwise this call ran out of time
       state_.reconnect.recordFailure(std::move(reason));
     }
   }
@@ -273,7 +274,7 @@ std::optional<QuillMessage> SharedConnection::request(const QuillMessage &messag
 }
 
 void SharedConnection::abandon() {
-  // never released: a thread that is not in this process may hold its lock or wait in it
+  // Never freed: a thread that does not exist in this process may hold its lock or wait in it.
   State &old = *state_.release();
   old.reconnect.abandon();
   state_ = std::make_unique<State>();

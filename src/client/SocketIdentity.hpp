@@ -7,8 +7,8 @@
 
 namespace client {
 
-// What tells a socket from whatever else stands under the same descriptor later: there are programs
-// that close all descriptors, not only their own, and then open files of theirs.
+// Identifies a socket, to detect that its descriptor was reused: some programs close all
+// descriptors, including ours, and then open files of their own.
 struct SocketIdentity {
   dev_t device = 0;
   ino_t inode = 0;

@@ -29,8 +29,8 @@ Addresses resolve(const std::string &host, std::uint16_t port, Error *error) {
   wanted.ai_flags = AI_NUMERICSERV | AI_NUMERICHOST;
   addrinfo *list = nullptr;
   const std::string service = std::to_string(port);
-  // a numeric address first: that needs no name service, which other people's processes may not
-  // expect to be loaded into them
+  // Try a numeric address first: name resolution loads name service modules into the process, which
+  // the host program may not expect.
   int failure = ::getaddrinfo(host.c_str(), service.c_str(), &wanted, &list);
   if (failure == EAI_NONAME) {
     wanted.ai_flags = AI_NUMERICSERV;
@@ -46,7 +46,7 @@ Addresses resolve(const std::string &host, std::uint16_t port, Error *error) {
 
 void setOption(int socket, int level, int option, std::int64_t wanted) {
   const auto value = static_cast<int>(wanted);
-  // without it the connection works all the same
+  // these options are not essential
   (void)::setsockopt(socket, level, option, &value, sizeof value);
 }
 
@@ -59,7 +59,7 @@ void setOptions(int socket, const TcpTimeouts &timeouts) {
   setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, timeouts.unacknowledged.count());
 }
 
-// The errno value of a connection that was begun: 0 when it stands.
+// The result of a connection attempt as an errno value; 0 if connected.
 int outcomeOf(int socket) {
   int outcome = 0;
   socklen_t size = sizeof outcome;

@@ -10,30 +10,30 @@
 
 namespace client {
 
-// When a peer that does not answer counts as gone.
+// How long a peer may be silent before the connection counts as lost.
 struct TcpTimeouts {
-  std::chrono::milliseconds connect;         // to all addresses together
+  std::chrono::milliseconds connect;         // for all addresses together
   std::chrono::seconds idle;                 // before the first keepalive probe
-  std::chrono::seconds interval;             // between two of three probes
-  std::chrono::milliseconds unacknowledged;  // output that waits, for an acknowledgement or room
+  std::chrono::seconds interval;             // between the three probes
+  std::chrono::milliseconds unacknowledged;  // TCP_USER_TIMEOUT, also for a full window
 };
 
-// Nothing gets lost on the way to this machine's own daemon, but its queue can be blocked for half
-// a minute, in which it makes no room.
+// Nothing is lost on the way to this machine's daemon, but the daemon's queue can be blocked for 30
+// s, during which it reads nothing.
 inline constexpr TcpTimeouts kLoopbackTimeouts{kDefaultWait, std::chrono::seconds(15),
                                                std::chrono::seconds(15), std::chrono::seconds(60)};
 
-// A network comes and goes: its return is noticed by the next attempt, and its loss after 18 s of
-// silence, three probes included, or 15 s after output that arrives nowhere. The kernel answers for
-// a daemon whose queue is blocked.
+// Networks come and go. A lost one is detected after 18 s of silence (three probes included) or 15
+// s after unacknowledged output. The kernel answers probes even while the daemon's queue is
+// blocked.
 inline constexpr TcpTimeouts kNetworkTimeouts{std::chrono::seconds(5), std::chrono::seconds(6),
                                               std::chrono::seconds(4), std::chrono::seconds(15)};
 
-// Connects a TCP socket to a host, given as a name or a numeric address: non-blocking, closed on
-// exec, without delay, and with a keepalive. Its addresses are tried in order, each for its share
-// of the time, so that a dead one does not use up the time of the others. Not open, with the reason
-// (cannotResolve, unreachable, timedOut, stopped), if none answers. The look-up of a name may take
-// longer than `limits` and `timeouts` say, which count from its end.
+// Connects a TCP socket to a host name or numeric address: non-blocking, close-on-exec,
+// TCP_NODELAY, with keepalive. Addresses are tried in order; each gets an equal share of the
+// remaining time, so that a dead one does not use up all of it. Not open, with the reason
+// (cannotResolve, unreachable, timedOut, stopped), if none accepts. Name resolution is not covered
+// by `limits` and `timeouts`, which start after it.
 [[nodiscard]] base::Descriptor connectTcp(const std::string &host, std::uint16_t port,
                                           const WaitLimits &limits, Error *error,
                                           const TcpTimeouts &timeouts = kLoopbackTimeouts);
