@@ -60,7 +60,7 @@ bool contains(const CardContent *content, const CardIdentity &identity) {
 void CardCache::checkMarker(const std::function<bool()> &isFolderPrivate) {
   const auto marker = client::findCardMarker();
   if (marker) {
-    isMarkerHidden_ = false;  // wherever the folder is, the daemon writes into it
+    isMarkerHidden_ = false;  // the daemon's marker is visible in the folder
   } else if (!isMarkerHidden_) {
     isMarkerHidden_ = isFolderPrivate();
   }
@@ -89,7 +89,7 @@ bool CardCache::isPresent() const {
 
 void CardCache::store(Content content) {
   if (!haveSameEntries(content_.get(), content.get())) {
-    // a list that is read for the first time under its marker is no news
+    // the first list under a new marker is no change: the marker was counted already
     generation_ += isMarkerHidden() || content_ != nullptr ? 1 : 0;
     content_ = std::move(content);
   }

@@ -11,7 +11,7 @@ struct Failure {
   const char *remedy;
 };
 
-// What a program is told, and what the user finds in the journal, which says more.
+// The result for the program, and the text for the journal.
 Failure failureOf(RequestOutcome outcome) {
   switch (outcome) {
     case RequestOutcome::done:

@@ -14,61 +14,60 @@
 
 namespace driver {
 
-// Makes the card that the token shows. Called once in each life of the driver, at its first use.
-// The journal outlives the card.
+// Creates the card of the token. Called at the first use after each C_Initialize. The journal
+// outlives the card.
 using CardFactory = std::unique_ptr<Card> (*)(const DriverSettings &settings, Journal &journal);
 
-// What a key's holder is asked to do.
+// What the key's holder is asked to do.
 enum class CardOperation { sign, decrypt };
 
-// The token in the one slot: the card, its objects, and whether the user has logged in. For any
-// thread; its lock is never held while the daemon or the key's holder is asked.
+// The token in the slot: the card, its objects and the login state. Thread-safe. The lock is never
+// held during a request to the daemon or the key's holder.
 class CardToken {
  public:
   CardToken(CardFactory factory, HandleCounter &handles) : factory_(factory), builder_(handles) {}
 
-  // For a process that got this through fork; see Card.
+  // For the child of a fork; see Card.
   void abandon();
 
   // See Card.
   [[nodiscard]] bool isPresent() { return card().isPresent(); }
   [[nodiscard]] std::uint64_t generation() { return card().generation(); }
 
-  // See Card: for calls that use a key, not for those that only look.
+  // See Card. For calls that use a key, not for those that only look.
   void awaitRestart() { card().awaitRestart(); }
 
-  // The generation when the program first looked at the token: what it has seen since then it need
-  // not be told.
+  // The generation at the program's first use of the token. Only later changes are slot events.
   [[nodiscard]] std::uint64_t firstGeneration();
 
-  // The card's objects as they are now, null while there is no card.
+  // The card's current objects; null if there is no card.
   [[nodiscard]] std::shared_ptr<const CardObjects> objects();
 
   [[nodiscard]] PinMode pinMode();
   [[nodiscard]] bool isLoggedIn();
 
-  // Whether a program may see and use the object now.
+  // True if the program may see and use the object now.
   [[nodiscard]] bool isAccessible(const Object &object) {
     return !object.has(CKA_PRIVATE) || isLoggedIn();
   }
 
-  // C_Login as CKU_USER and C_Logout. The PIN goes with later requests about this card alone: one
-  // that belongs to another holder is forgotten as soon as another card is seen.
+  // C_Login as CKU_USER, and C_Logout. The PIN is sent with later requests to this card only: it is
+  // cleared as soon as another card is seen.
   [[nodiscard]] CK_RV logIn(SecretText pin);
   [[nodiscard]] CK_RV logOut();
 
-  // Has the holder sign or decrypt with a private key. CKR_OK and the answer, else the reason as
-  // programs are told it; it then also stands in the journal.
+  // Asks the holder to sign or decrypt with a private key. CKR_OK and the answer; otherwise the
+  // reason, which is also written to the journal.
   [[nodiscard]] CK_RV request(CardOperation operation, const Object &privateKey, ByteView data,
                               SecretBytes &answer);
 
-  // A line for the journal about this card's key.
+  // Writes a line to the journal.
   void report(const std::string &line) { journal_.report(line); }
 
  private:
   struct Login {
     SecretText pin;
-    std::string serialNumber;  // of the card that was there; empty if none was
+    std::string serialNumber;  // of the card at login; empty if there was none
   };
 
   [[nodiscard]] Card &card();
@@ -81,7 +80,7 @@ class CardToken {
   DriverSettings settings_;
   std::uint64_t firstGeneration_ = 0;
   std::unique_ptr<Card> owned_;
-  std::atomic<Card *> card_{nullptr};  // the same, to be found without a lock after fork
+  std::atomic<Card *> card_{nullptr};  // the same card; read without a lock after a fork
 
   std::mutex mutex_;
   CardObjectBuilder builder_;

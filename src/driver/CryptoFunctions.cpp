@@ -1,4 +1,5 @@
-// The functions of PKCS #11 v2.40 about what is done with keys and data.
+// The cryptographic functions of PKCS #11 v2.40: encryption, decryption, digests, signatures and
+// random numbers.
 
 #include <cstdlib>
 #include <memory>
@@ -12,7 +13,7 @@
 namespace driver {
 namespace {
 
-// The bytes that a program points to; nothing if it points nowhere, but says that there are some.
+// The bytes of an input argument; nothing if the pointer is null but the length is not zero.
 std::optional<ByteView> inputOf(const CK_BYTE *bytes, CK_ULONG length) {
   if (bytes == nullptr) {
     return length == 0 ? std::optional(ByteView()) : std::nullopt;
@@ -20,7 +21,8 @@ std::optional<ByteView> inputOf(const CK_BYTE *bytes, CK_ULONG length) {
   return ByteView(bytes, length);
 }
 
-// An …Init function: puts a new operation at its place in the session, unless one is active there.
+// Implements the …Init functions: starts an operation in the session, unless one of that kind is
+// active.
 template <typename T>
 CK_RV begin(Driver &driver, ActiveOperation<T> &place, const CK_MECHANISM *mechanism,
             CK_OBJECT_HANDLE handle, CK_FLAGS purpose) {
@@ -32,7 +34,7 @@ CK_RV begin(Driver &driver, ActiveOperation<T> &place, const CK_MECHANISM *mecha
   return result == CKR_OK ? place.begin(std::make_unique<T>(std::move(key))) : result;
 }
 
-// A step of an operation that gets input: `step` takes the operation and the bytes.
+// Runs a step of an operation with input: `step` takes the operation and the bytes.
 template <typename T, typename Step>
 CK_RV proceed(ActiveOperation<T> &place, PartMode form, const CK_BYTE *bytes, CK_ULONG length,
               const Step &step) {
@@ -42,7 +44,7 @@ CK_RV proceed(ActiveOperation<T> &place, PartMode form, const CK_BYTE *bytes, CK
   });
 }
 
-// An …Update function that gives nothing out, though it could.
+// Implements the …Update functions that may return output but never do.
 template <typename T>
 CK_RV addPart(ActiveOperation<T> &place, const CK_BYTE *bytes, CK_ULONG length, CK_ULONG *given) {
   return proceed(place, PartMode::multiple, bytes, length,
@@ -55,7 +57,7 @@ CK_RV addPart(ActiveOperation<T> &place, const CK_BYTE *bytes, CK_ULONG length, 
                  });
 }
 
-// C_Verify; a signature that is nowhere ends the operation.
+// Implements C_Verify. An invalid signature pointer ends the operation.
 Progress finishVerifying(VerifyOperation &operation, ByteView message,
                          const std::optional<ByteView> &signature) {
   return signature ? operation.finish(message, *signature) : Progress{CKR_ARGUMENTS_BAD};

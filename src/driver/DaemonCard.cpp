@@ -13,11 +13,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long somebody who only wants to know whether a card or the daemon is there may be kept
-// waiting.
+// The longest wait of a call that only asks whether the card or the daemon is present.
 constexpr std::chrono::milliseconds kQuickTimeout{1000};
 
-// The card may come and go while its list is read.
+// The card may change while its list is read.
 constexpr int kMaxReadings = 3;
 
 client::RequestOptions oneQuickAttempt() {
@@ -134,8 +133,8 @@ DaemonCard::Content DaemonCard::contentFromDaemon(const client::RequestOptions &
   return cache.content();
 }
 
-// Whether the daemon of which the card was read still answers, over the same connection: then it is
-// the card alone that has gone.
+// True if the daemon from which the card was read still answers on the same connection. Then only
+// the card has been removed.
 bool DaemonCard::checkDaemonIsRunning() {
   std::unique_lock lock(state_->mutex);
   if (state_->daemonSeenAt && Clock::now() - *state_->daemonSeenAt < timeouts_.retryDelay) {
@@ -163,7 +162,7 @@ void DaemonCard::awaitRestart() {
   if (!goneSince || Clock::now() >= end) {
     return;
   }
-  // a daemon that ends withdraws the card first, and may still answer then
+  // A daemon that shuts down removes the card first and may still answer then.
   std::this_thread::sleep_until(std::min(*goneSince + timeouts_.pollInterval, end));
   if (checkDaemonIsRunning()) {
     return;
@@ -191,7 +190,7 @@ std::optional<CardContent> DaemonCard::readList(const client::RequestOptions &op
   return content;
 }
 
-// Once for each list, however often it is read.
+// Reports each list once, however often it is read.
 void DaemonCard::reportLeftOut(std::size_t entries) {
   const std::size_t leftOut = entries - std::min(entries, kMaxCertificates);
   std::unique_lock lock(state_->mutex);
@@ -205,7 +204,7 @@ void DaemonCard::reportLeftOut(std::size_t entries) {
   }
 }
 
-// Nothing, with what it comes to, if there is no answer to this request.
+// Sends the request and returns the answer. If there is none, sets `failure` to the reason.
 std::optional<QuillMessage> DaemonCard::ask(const QuillMessage &message,
                                             const client::RequestOptions &options,
                                             RequestOutcome &failure) {
@@ -227,7 +226,7 @@ std::optional<QuillMessage> DaemonCard::ask(const QuillMessage &message,
 
 void DaemonCard::abandon() {
   connection_.abandon();
-  // never released: a thread that is not in this process may hold its lock
+  // never freed: a thread that does not exist in this process may hold its lock
   (void)state_.release();
   state_ = std::make_unique<State>();
 }
@@ -237,7 +236,7 @@ std::string DaemonCard::lastError() {
   return state_->lastError;
 }
 
-// A card that was inserted anew ends the wait: whoever was asked before has gone with the old one.
+// The wait ends when another card is inserted: the holder that was asked has gone with the old one.
 client::RequestOptions DaemonCard::optionsFor(client::Deadline deadline, bool &wasReplaced) {
   client::RequestOptions options;
   options.deadline = deadline;
@@ -256,8 +255,8 @@ client::RequestOptions DaemonCard::optionsFor(client::Deadline deadline, bool &w
   return options;
 }
 
-// The answer, and `outcome` is done; nothing if it comes to anything else. A daemon that was
-// restarted may answer before the card is back.
+// Returns the answer and sets `outcome`. Tries again once if the daemon restarted: it may answer
+// before the card is back.
 std::optional<QuillMessage> DaemonCard::request(const CardIdentity &identity,
                                                 const QuillMessage &message,
                                                 RequestOutcome &outcome) {
@@ -296,7 +295,7 @@ std::optional<QuillMessage> DaemonCard::requestOnce(const CardIdentity &identity
   }
   if (!answer->status) {
     {
-      // a daemon that was restarted may know of no card, though the marker did not change
+      // a restarted daemon may have no card although the marker did not change
       const std::scoped_lock lock(state_->mutex);
       state_->cache.invalidate();
     }

@@ -6,22 +6,22 @@
 
 namespace driver {
 
-// Whether programs are asked for a PIN, `pinMode` in the settings.
+// How programs log in: the setting `pinMode`.
 enum class PinMode {
-  none,         // "none": no login; requests carry no PIN
-  pass,         // "pass": programs log in, and requests carry the PIN that they gave
-  atTheHolder,  // "protected": programs log in without a PIN, which the key's holder asks for
+  none,         // "none": no login, requests have no PIN
+  pass,         // "pass": programs log in with a PIN, which is sent with requests
+  atTheHolder,  // "protected": programs log in without a PIN; the key's holder asks for it
 };
 
-// What /etc/keyferry/pkcs11.toml says.
+// The settings in /etc/keyferry/pkcs11.toml.
 struct DriverSettings {
-  std::chrono::seconds timeLimit{60};  // `timeLimitSeconds`, at least 1: one use of a key
+  std::chrono::seconds timeLimit{60};  // `timeLimitSeconds`, at least 1: limit of one request
   PinMode pinMode = PinMode::none;
-  bool showEd25519 = false;  // `showEd25519`: some programs fail on all keys beside one
+  bool showEd25519 = false;  // `showEd25519`: some programs reject all keys if one is Ed25519
 };
 
-// Reads them. A value that can't be used, or a file that can't, counts as absent and is told to
-// `report` in one line.
+// Reads the settings. An invalid value or an unreadable file counts as absent and is reported in
+// one line.
 [[nodiscard]] DriverSettings readDriverSettings(
     const std::function<void(const std::string &line)> &report);
 

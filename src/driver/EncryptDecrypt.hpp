@@ -9,15 +9,15 @@
 
 namespace driver {
 
-// An encryption with a public key, between C_EncryptInit and its end. Nobody is asked for it.
+// An encryption operation, from C_EncryptInit to its end. Runs locally with the public key.
 class EncryptOperation {
  public:
   explicit EncryptOperation(OperationKey key) : key_(std::move(key)) {}
 
-  // C_EncryptUpdate, which gives nothing out yet.
+  // C_EncryptUpdate. Returns no output.
   [[nodiscard]] Progress add(ByteView part);
 
-  // C_EncryptFinal, and C_Encrypt with all of the data as the last part.
+  // C_EncryptFinal, or C_Encrypt with all of the data as `lastPart`.
   [[nodiscard]] Progress finish(ByteView lastPart, const OutputBuffer &output);
 
  private:
@@ -29,17 +29,17 @@ class EncryptOperation {
 
 class CardToken;
 
-// A decryption, between C_DecryptInit and its end.
+// A decryption operation, from C_DecryptInit to its end.
 class DecryptOperation {
  public:
   explicit DecryptOperation(OperationKey key) : key_(std::move(key)) {}
 
-  // C_DecryptUpdate, which gives nothing out yet.
+  // C_DecryptUpdate. Returns no output.
   [[nodiscard]] Progress add(ByteView part);
 
-  // C_DecryptFinal, and C_Decrypt with all of the block as the last part. How long the result is
-  // only the holder's answer tells. A program that only asks is told an upper bound; for a place
-  // that turns out too short the result is kept, so that the holder is asked once.
+  // C_DecryptFinal, or C_Decrypt with the whole block as `lastPart`. A length query is answered
+  // with an upper bound, since the exact length is known only after decryption. If the buffer then
+  // turns out too small, the result is kept, so that the holder is asked only once.
   [[nodiscard]] Progress finish(CardToken &token, ByteView lastPart, const OutputBuffer &output);
 
  private:

@@ -15,7 +15,7 @@
 
 namespace driver {
 
-// Keeps the program's errno, which a call must not change.
+// Restores the program's errno at the end of a call.
 struct KeptErrorNumber {
   KeptErrorNumber() = default;
   ~KeptErrorNumber() { errno = value; }
@@ -25,7 +25,7 @@ struct KeptErrorNumber {
   int value = errno;
 };
 
-// Runs `call` with the driver, if it is initialised.
+// Runs `call` with the driver, if it is initialized.
 template <typename Call>
 [[nodiscard]] CK_RV withDriver(Call &&call) {
   const std::shared_ptr<Driver> driver = ModuleState::current().driver();
@@ -35,9 +35,9 @@ template <typename Call>
   return std::forward<Call>(call)(*driver);
 }
 
-// Every function of the module is one call of this. `call` takes nothing, the Driver, or the Driver
-// and, where a handle is given, the Session. Nothing that is thrown leaves it, and the program's
-// errno and OpenSSL errors are afterwards what they were.
+// Every entry point of the module runs in this guard. `call` takes no argument, the Driver, or
+// (with a handle) the Driver and the Session. No exception leaves it, and the program's errno and
+// OpenSSL error queue are unchanged afterwards.
 template <typename Call>
 [[nodiscard]] CK_RV guardEntryPoint(const char *function, Call &&call) noexcept {
   const KeptErrorNumber keptErrorNumber;
@@ -68,7 +68,7 @@ template <typename Call>
   });
 }
 
-// A function that the token does not do for any session: `reason` is why.
+// Implements a function that the token does not support.
 [[nodiscard]] inline CK_RV refuse(const char *function, CK_SESSION_HANDLE handle,
                                   CK_RV reason) noexcept {
   return guardEntryPoint(function, handle,

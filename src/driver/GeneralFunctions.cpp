@@ -1,4 +1,4 @@
-// The functions of PKCS #11 v2.40 about the module, its slot and its sessions.
+// The PKCS #11 v2.40 functions for the module, the slot, the token and sessions.
 
 #include <algorithm>
 #include <span>
@@ -14,21 +14,22 @@
 namespace driver {
 namespace {
 
-// The one slot, which is always there.
+// The only slot; it always exists.
 constexpr CK_SLOT_ID kSlot = 0;
 
 constexpr CK_ULONG kLongestPin = 255;
 constexpr CK_VERSION kVersionOfOurs{0, 1};
 constexpr std::string_view kMaker = "Keyferry";
 
-// A text of fixed length, blanks behind it and no zero (PKCS #11 v2.40, 4.1).
+// Fills a fixed-length text field, padded with blanks and without a terminating zero (PKCS #11
+// v2.40, 4.1).
 template <std::size_t Size>
 void put(std::string_view text, unsigned char (&field)[Size]) {
   std::ranges::fill(field, static_cast<unsigned char>(' '));
   std::ranges::copy(text.substr(0, Size), field);
 }
 
-// Gives a list in the way of all lists: without a place its length alone.
+// Returns a list by the convention of PKCS #11: a null buffer queries the length.
 template <typename T>
 CK_RV giveList(std::span<const T> items, T *place, CK_ULONG *count) {
   if (count == nullptr) {
@@ -58,8 +59,8 @@ CK_FLAGS loginFlags(PinMode mode) {
   return 0;
 }
 
-// What C_Initialize may be given: nothing, or either all of the program's functions for locks or
-// none (PKCS #11 v2.40, 5.4). They are not used, nor is anything else that stands there.
+// True if the arguments are null, or have either all mutex functions or none (PKCS #11 v2.40, 5.4).
+// The functions are not used, and other members are ignored.
 bool areInitializeArgumentsGood(const CK_C_INITIALIZE_ARGS *arguments) {
   if (arguments == nullptr) {
     return true;
@@ -95,7 +96,7 @@ CK_RV getSlotInfo(Driver &driver, CK_SLOT_ID slot, CK_SLOT_INFO *info) {
     return CKR_ARGUMENTS_BAD;
   }
   *info = {};
-  // systemd-cryptenroll passes over slots of software
+  // CKF_HW_SLOT, since systemd-cryptenroll skips software slots
   info->flags = CKF_REMOVABLE_DEVICE | CKF_HW_SLOT |
                 (driver.token.isPresent() ? CK_FLAGS{CKF_TOKEN_PRESENT} : 0);
   info->firmwareVersion = kVersionOfOurs;
@@ -215,7 +216,7 @@ CK_RV getSessionInfo(Driver &driver, const Session &session, CK_SESSION_INFO *in
 
 CK_RV login(Driver &driver, CK_USER_TYPE user, const CK_BYTE *pin, CK_ULONG length) {
   if (user == CKU_CONTEXT_SPECIFIC) {
-    return CKR_OPERATION_NOT_INITIALIZED;  // no key asks for it
+    return CKR_OPERATION_NOT_INITIALIZED;  // no key has CKA_ALWAYS_AUTHENTICATE
   }
   if (user != CKU_USER) {
     return CKR_USER_TYPE_INVALID;

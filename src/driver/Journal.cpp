@@ -36,8 +36,8 @@ void Journal::report(const std::string &line) {
   const std::string entry =
       base::displayText("kfy-pkcs11 in " + std::string(program_invocation_short_name) +
                         " (process " + std::to_string(::getpid()) + "): " + line);
-  // A sink for each line: programs that close all descriptors would leave a kept one to somebody
-  // else's socket.
+  // A new sink for each line: if a program closed all descriptors, a kept one could refer to
+  // another socket.
   static_cast<void>(platform_linux::EntrySink("kfy-pkcs11").send({&entry, 1}));
 }
 

@@ -18,7 +18,7 @@ std::optional<CK_ULONG> numberIn(const Bytes &value) {
   return number;
 }
 
-// The attributes of a derived key: what the program wants, and what always holds.
+// The attributes of a derived key: those of the program's template, and the fixed ones.
 CK_RV attributesFor(std::span<const CK_ATTRIBUTE> wanted, Object &object) {
   object.attributes = {{CKA_CLASS, attributeOf(CK_ULONG{CKO_SECRET_KEY})},
                        {CKA_KEY_TYPE, attributeOf(CK_ULONG{CKK_GENERIC_SECRET})},
@@ -44,7 +44,7 @@ CK_RV attributesFor(std::span<const CK_ATTRIBUTE> wanted, Object &object) {
   return isSecretKey && !object.attributes.contains(CKA_VALUE) ? CKR_OK : CKR_TEMPLATE_INCONSISTENT;
 }
 
-// How many bytes the key is to have; nothing if the coordinate has not so many.
+// The length of the key in bytes; nothing if the shared secret is shorter.
 std::optional<std::size_t> lengthFor(Object &object, std::size_t fieldBytes) {
   const auto wanted = object.attributes.find(CKA_VALUE_LEN);
   if (wanted == object.attributes.end()) {

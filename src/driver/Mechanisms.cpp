@@ -71,7 +71,7 @@ constexpr std::array kMasks{MaskRow{CKG_MGF1_SHA1, crypto::HashAlgorithm::sha1},
                             MaskRow{CKG_MGF1_SHA384, crypto::HashAlgorithm::sha384},
                             MaskRow{CKG_MGF1_SHA512, crypto::HashAlgorithm::sha512}};
 
-constexpr CK_ULONG kLongestSalt = 512;  // the largest modulus
+constexpr CK_ULONG kLongestSalt = 512;  // bytes of the largest modulus
 constexpr CK_ULONG kLongestLabel = 64UL * 1024;
 
 std::optional<crypto::HashAlgorithm> maskHashOf(CK_ULONG type) {
@@ -79,7 +79,7 @@ std::optional<crypto::HashAlgorithm> maskHashOf(CK_ULONG type) {
   return row == kMasks.end() ? std::nullopt : std::optional(row->hash);
 }
 
-// A copy, since nothing is known of how the program has laid its structure out in memory.
+// Copied, since the program's structure may be unaligned.
 template <typename T>
 std::optional<T> structureIn(const CK_MECHANISM &given) {
   if (given.pParameter == nullptr || given.ulParameterLen != sizeof(T)) {
@@ -112,7 +112,7 @@ bool readOAEP(const CK_MECHANISM &given, crypto::OAEPParameters &parameters) {
   }
   parameters = {*hash, *maskHash, {}};
   if (structure->ulSourceDataLen == 0) {
-    return true;  // programs without a label leave the source's kind at 0 as well
+    return true;  // programs without a label leave `source` at 0 too
   }
   if (structure->source != CKZ_DATA_SPECIFIED || structure->pSourceData == nullptr ||
       structure->ulSourceDataLen > kLongestLabel) {
@@ -123,8 +123,8 @@ bool readOAEP(const CK_MECHANISM &given, crypto::OAEPParameters &parameters) {
   return true;
 }
 
-// The point in what programs hand over, which is the point itself or a DER OCTET STRING of it. A
-// point begins like such a string, so its size decides.
+// The peer's point: programs pass either the raw point or a DER OCTET STRING around it. Both begin
+// with 0x04, so the size decides.
 ByteView pointIn(ByteView bytes) {
   constexpr std::array<std::size_t, 3> kPointSizes{65, 97, 133};
   for (const std::size_t size : kPointSizes) {

@@ -20,9 +20,9 @@ ModuleState &ModuleState::current() {
     return *known;
   }
   auto fresh = std::make_unique<ModuleState>(::getpid());
-  const std::lock_guard lock(fresh->mutex_);  // other threads wait in it for the end of this
+  const std::lock_guard lock(fresh->mutex_);  // other threads wait here until abandon() is done
   if (!theModule.compare_exchange_strong(known, fresh.get())) {
-    return *known;  // another thread was faster
+    return *known;  // another thread was first
   }
   ModuleState &current = *fresh.release();
   if (known != nullptr) {

@@ -12,24 +12,24 @@
 
 namespace driver {
 
-// What the module keeps in a process. It is never destroyed: programs call the module from exit
-// handlers, and some from threads that still run then.
+// The state of the module in this process. Never destroyed: programs call the module from exit
+// handlers and from threads that still run then.
 class ModuleState {
  public:
   explicit ModuleState(pid_t identifier) : identifier_(identifier) {}
 
-  // The one of this process. In a process that came from fork it is a fresh one: what was inherited
-  // is let go of without a word and without a lock, which a thread that is not here may hold.
+  // The state of this process. The child of a fork gets a new one; the inherited one is abandoned
+  // without a lock, since a thread that does not exist in the child may hold it.
   [[nodiscard]] static ModuleState &current();
 
   // C_Initialize and C_Finalize.
   [[nodiscard]] CK_RV initialize();
   [[nodiscard]] CK_RV finalize();
 
-  // Null unless the module is initialised.
+  // Null unless the module is initialized.
   [[nodiscard]] std::shared_ptr<Driver> driver();
 
-  // What makes the card in lives that begin after this, makeCard unless a test brings its own.
+  // Sets the card factory for later C_Initialize calls: makeCard, or a test's own.
   static void useCardFactory(CardFactory factory);
 
  private:
@@ -38,9 +38,10 @@ class ModuleState {
   pid_t identifier_;
   std::mutex mutex_;
   std::shared_ptr<Driver> driver_;
-  std::vector<std::shared_ptr<Driver>>
-      unreleasable_;                      // ended after the library they hold things of
-  std::atomic<Driver *> shown_{nullptr};  // the same, to be found without the lock after fork
+  std::atomic<Driver *> shown_{nullptr};  // the same driver; read without a lock after a fork
+
+  // Finalized after OpenSSL was shut down: their OpenSSL objects can't be freed any more.
+  std::vector<std::shared_ptr<Driver>> unreleasable_;
 };
 
 }  // namespace driver

@@ -1,4 +1,4 @@
-// The functions of PKCS #11 v2.40 about objects and the keys among them.
+// The object and key management functions of PKCS #11 v2.40.
 
 #include <algorithm>
 #include <span>
@@ -31,7 +31,7 @@ CK_RV getObjectSize(Driver &driver, CK_OBJECT_HANDLE handle, CK_ULONG *size) {
   return found;
 }
 
-// The refusal of what would change an object, if there is one.
+// Refuses to change an object; reports an invalid handle as such.
 CK_RV refuseChange(Driver &driver, CK_OBJECT_HANDLE handle) {
   ObjectPointer object;
   const CK_RV found = driver.findObject(handle, object);

@@ -18,7 +18,7 @@
 namespace driver {
 namespace {
 
-// Recursive, since a signal handler may fork in a thread that holds it.
+// Recursive, since a signal handler may fork in the thread that holds it.
 constexpr pthread_mutex_t kUnlocked = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 pthread_mutex_t forkMutex = kUnlocked;
 
@@ -30,13 +30,15 @@ class ForkLock {
   ForkLock &operator=(const ForkLock &) = delete;
 };
 
-// The value is set in threads that are prepared.
+// Has a value in threads that are prepared.
 pthread_key_t threadKey;
 bool hasKey = false;
-pthread_once_t setUpOnce = PTHREAD_ONCE_INIT;  // which, unlike others, a child of fork finds usable
 
-// Before OpenSSL's own destructor, whose key is younger where the program does not use OpenSSL
-// itself. Does nothing after the library was shut down.
+// Unlike std::once_flag, usable in the child of a fork.
+pthread_once_t setUpOnce = PTHREAD_ONCE_INIT;
+
+// Runs before OpenSSL's own thread destructor if the program does not use OpenSSL itself. No effect
+// after OpenSSL was shut down.
 void releaseThreadState(void * /*value*/) {
   const ForkLock lock;
   OPENSSL_thread_stop();
@@ -44,21 +46,21 @@ void releaseThreadState(void * /*value*/) {
 
 void setUp() {
   hasKey = ::pthread_key_create(&threadKey, releaseThreadState) == 0;
-  // the child's thread is not the one that locked it
+  // the child's thread does not own the mutex, so it is reset there
   (void)::pthread_atfork([] { ::pthread_mutex_lock(&forkMutex); },
                          [] { ::pthread_mutex_unlock(&forkMutex); }, [] { forkMutex = kUnlocked; });
 }
 
 void initializeLibraries() {
-  // first of all: who uses the library first decides that it gets no exit handler, which would take
-  // its locks in a child as well
+  // Must be first: the first use of OpenSSL disables its exit handler, which would take locks in a
+  // child too.
   (void)crypto::libraryHasEnded();
-  (void)ERR_peek_error();  // its state of this thread
-  // static objects
+  (void)ERR_peek_error();  // creates OpenSSL's state of this thread
+  // initializes static objects
   (void)base::root();
   (void)std::hash<UUID>()(UUID::random());
   (void)logging::logPlatform();
-  // thread-local objects of the C++ library, for which the loader may have to make room
+  // Initializes thread-local objects of the C++ library, for which the loader may allocate memory.
   std::once_flag once;
   std::call_once(once, [] {});
 }

@@ -2,20 +2,20 @@
 
 namespace driver {
 
-// Makes sure that all of crypto works in an OpenSSL library context of the driver's own, so that
-// nothing of ours reaches the program's engines and providers, one of which may be what called us.
-// The context is never released: keys that live longer may need it.
+// Makes all of crypto use an OpenSSL library context of the driver's own, so that the driver never
+// calls the program's engines and providers, one of which may have called the driver. The context
+// is never freed, since keys that live longer may use it.
 void useOwnOpenSSLContext();
 
-// In a process that came from fork: the next call above makes a new context, since a thread that is
-// not here any more may hold locks of the old one.
+// For the child of a fork: the next call of useOwnOpenSSLContext creates a new context. A thread
+// that does not exist in the child may hold locks of the old one.
 void dropInheritedOpenSSLContext();
 
-// To be called first in each call of a program. Does, once for each thread, what the libraries
-// below do at the first use in a thread or process under locks and guards that are not ours: a
-// process that is forked while another thread holds one of them would wait for it for ever, since
-// that thread is not in it. So no fork happens meanwhile, nor while a thread that has called gives
-// back what OpenSSL keeps for it. Never waits for longer than that takes.
+// Call first in each entry point. Once for each thread, it triggers the lazy initialization of
+// OpenSSL, the C++ library and our static objects, and it delays any fork meanwhile: a child that
+// is forked while another thread holds an initialization lock would wait for it forever. Forks are
+// delayed too while OpenSSL frees the state of an ending thread. Waits no longer than these steps
+// take.
 void prepareThread();
 
 }  // namespace driver

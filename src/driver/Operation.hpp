@@ -12,27 +12,27 @@
 
 namespace driver {
 
-// How a step of an operation came out, and whether the operation ends with it.
+// The result of a step of an operation, and whether the operation ends with it.
 struct Progress {
   CK_RV result = CKR_GENERAL_ERROR;
   bool isOver = true;
 };
 
-// Whether a call gets all of the input at once (C_Sign) or some of it (C_SignUpdate, C_SignFinal).
+// Single-part (C_Sign) or multiple-part (C_SignUpdate, C_SignFinal) operation.
 enum class PartMode { single, multiple };
 
-// The place of a session for one operation of a kind, a search or a signature. A step takes the
-// operation out and puts it back, so that no lock is held while it lasts.
+// The active operation of one kind in a session: a search, a signature and so on. A step takes the
+// operation out and puts it back, so no lock is held during a step.
 template <typename T>
 class ActiveOperation {
  public:
-  // True from begin() until a step was the last, steps included that are still at work.
+  // True from begin() until the last step has ended, also during a step.
   [[nodiscard]] bool isActive() {
     const std::lock_guard lock(mutex_);
     return isActive_;
   }
 
-  // Puts a new operation here. CKR_OPERATION_ACTIVE if there is one.
+  // Starts an operation. CKR_OPERATION_ACTIVE if there is one.
   [[nodiscard]] CK_RV begin(std::unique_ptr<T> operation) {
     const std::lock_guard lock(mutex_);
     if (isActive_) {
@@ -44,11 +44,10 @@ class ActiveOperation {
     return CKR_OK;
   }
 
-  // Has `step` go on with the operation; it returns a Progress, and throwing ends the operation.
-  // CKR_OPERATION_NOT_INITIALIZED if there is none, or another thread is at it.
-  // CKR_OPERATION_ACTIVE, and it stays as it is, if its input has come the other way so far (PKCS
-  // #11 v2.40, 5.8 to 5.13): a call for the whole neither ends parts nor, where it asked for the
-  // length alone, is followed by parts.
+  // Runs `step`, which takes the operation and returns a Progress. An exception ends the operation.
+  // CKR_OPERATION_NOT_INITIALIZED if there is none, or if another thread is running a step.
+  // CKR_OPERATION_ACTIVE, without a change, if single-part and multiple-part calls are mixed (PKCS
+  // #11 v2.40, 5.8 to 5.13), a length query included.
   template <typename Step>
   [[nodiscard]] CK_RV proceed(PartMode input, Step &&step) {
     std::unique_ptr<T> operation;
@@ -71,7 +70,7 @@ class ActiveOperation {
   }
 
  private:
-  // Puts back what the step left, whichever way it is left.
+  // Puts the operation back at the end of a step, even after an exception.
   class Return {
    public:
     explicit Return(ActiveOperation &place) : place_(place) {}
@@ -104,18 +103,17 @@ class ActiveOperation {
 
   std::mutex mutex_;
   std::unique_ptr<T> operation_;
-  std::optional<PartMode> input_;  // how it has come; nothing before the first step
+  std::optional<PartMode> input_;  // nothing before the first step
   bool isActive_ = false;
 };
 
-// Where a call puts a result of variable length (PKCS #11 v2.40, 5.2): a null place asks for the
-// length alone. A call that ends for want of room leaves its operation as it was.
+// The output buffer of a call (PKCS #11 v2.40, 5.2). A null buffer queries the length. A length
+// query or a buffer that is too small leaves the operation active.
 class OutputBuffer {
  public:
   OutputBuffer(CK_BYTE_PTR place, CK_ULONG_PTR length) : place_(place), length_(length) {}
 
-  // How the call ends before anything is done, if there is no room for `size` bytes; nothing if
-  // there is.
+  // Nothing if `size` bytes fit. Otherwise sets the length and returns how the call ends.
   [[nodiscard]] std::optional<Progress> checkRoomFor(std::size_t size) const {
     if (length_ == nullptr) {
       return Progress{CKR_ARGUMENTS_BAD};
@@ -127,7 +125,7 @@ class OutputBuffer {
     return Progress{place_ == nullptr ? CKR_OK : CKR_BUFFER_TOO_SMALL, /*isOver=*/false};
   }
 
-  // Gives the result, with which the operation ends.
+  // Writes the result and ends the operation.
   [[nodiscard]] Progress put(ByteView result) const {
     if (const auto ended = checkRoomFor(result.size())) {
       return *ended;
@@ -137,7 +135,7 @@ class OutputBuffer {
     return Progress{CKR_OK};
   }
 
-  // True if only the length is asked for, or nothing can be put here at all.
+  // True for a length query, an empty buffer or a null length pointer.
   [[nodiscard]] bool isEmpty() const {
     return length_ == nullptr || place_ == nullptr || *length_ == 0;
   }

@@ -10,8 +10,8 @@ namespace {
 
 struct Purpose {
   CK_FLAGS flag;
-  CK_ATTRIBUTE_TYPE attribute;  // by which a key allows it
-  bool asksHolder;              // so that it takes a private key: CKA_DERIVE is true of both halves
+  CK_ATTRIBUTE_TYPE attribute;  // by which a key permits it
+  bool asksHolder;              // requires a private key: public keys have CKA_DERIVE too
 };
 
 constexpr std::array kPurposes{
@@ -38,7 +38,7 @@ CK_RV prepareKey(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE han
   }
   driver.token.awaitRestart();
   CK_RV found = driver.findObject(handle, prepared.object);
-  if (found == CKR_DEVICE_REMOVED) {  // since then
+  if (found == CKR_DEVICE_REMOVED) {  // removed after the first wait
     driver.token.awaitRestart();
     found = driver.findObject(handle, prepared.object);
   }

@@ -8,7 +8,7 @@ namespace driver {
 
 class Driver;
 
-// A key with the mechanism that it was chosen for.
+// A key, and the mechanism and parameters of an operation with it.
 struct OperationKey {
   const Mechanism *mechanism = nullptr;
   MechanismParameters parameters;
@@ -18,7 +18,7 @@ struct OperationKey {
   [[nodiscard]] const crypto::PublicKey &publicKey() const { return *object->key; }
 };
 
-// Checks what a program handed to an …Init function or to C_DeriveKey. `purpose` is CKF_SIGN,
+// Validates the arguments of an …Init function or of C_DeriveKey. `purpose` is CKF_SIGN,
 // CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT or CKF_DERIVE.
 [[nodiscard]] CK_RV prepareKey(Driver &driver, const CK_MECHANISM *given, CK_OBJECT_HANDLE handle,
                                CK_FLAGS purpose, OperationKey &prepared);

@@ -16,14 +16,14 @@ constexpr std::size_t kLargestMountInfo = std::size_t{4} * 1024 * 1024;
 
 struct Mount {
   std::string device;  // "major:minor"
-  std::string root;    // the folder of the file system that is mounted
+  std::string root;    // the mounted folder within the file system
   std::string point;
-  bool isShared = false;  // its mounts and unmounts also happen in other mount namespaces,
-  bool isSlave = false;   // or those of others happen here
-  std::string type;       // of the file system
+  bool isShared = false;  // mount events propagate to other mount namespaces,
+  bool isSlave = false;   // or from them to this one
+  std::string type;       // the file system type
 };
 
-// The optional fields, which a hyphen ends, and the type.
+// Reads the optional fields, which end with a hyphen, and the type.
 void readRest(std::istream &fields, Mount &mount) {
   std::string field;
   while (fields >> field && field != "-") {
@@ -50,7 +50,7 @@ std::vector<Mount> mountsIn(std::string_view mountInfo) {
   return mounts;
 }
 
-// Of several at one place, the last one is seen.
+// The last mount at a path hides the earlier ones.
 const Mount *mountAt(std::string_view path, const std::vector<Mount> &mounts) {
   const auto found = std::ranges::find(mounts.rbegin(), mounts.rend(), path, &Mount::point);
   return found == mounts.rend() ? nullptr : &*found;
@@ -66,8 +66,8 @@ bool isPartOfAnother(const Mount &mount, const std::vector<Mount> &mounts) {
   });
 }
 
-// Mounts of the machine and of its root spread between namespaces in the same way; one that was
-// made for this program alone does not, or has no master where the root has.
+// The machine's own mounts have the same propagation type as its root. A mount made for this
+// program alone is not shared, or has no master although the root has one.
 bool isOwnMemory(const Mount &mount, const std::vector<Mount> &mounts) {
   const Mount *const top = mountAt("/", mounts);
   const bool spreads = mount.isShared || mount.isSlave;

@@ -15,16 +15,17 @@
 
 namespace driver {
 
-// Objects that were derived in a session and end with it; all sessions see them. For any thread.
+// Session objects: derived keys that are deleted with their session. Visible in all sessions.
+// Thread-safe.
 class SessionObjects {
  public:
   void add(CK_SESSION_HANDLE owner, ObjectPointer object);
 
-  // Null if there is none with this handle.
+  // Null if there is no such object.
   [[nodiscard]] ObjectPointer find(CK_OBJECT_HANDLE handle);
   [[nodiscard]] std::vector<ObjectPointer> all();
 
-  // False if there is none with this handle.
+  // False if there is no such object.
   [[nodiscard]] bool remove(CK_OBJECT_HANDLE handle);
   void removeOf(CK_SESSION_HANDLE owner);
   void removeAll();
@@ -39,13 +40,13 @@ class SessionObjects {
   std::map<CK_OBJECT_HANDLE, Entry> entries_;
 };
 
-// What a search found when it began, and how much of it was handed out.
+// The results of a search, as of its start, and how many have been returned.
 struct Search {
   std::vector<CK_OBJECT_HANDLE> found;
   std::size_t given = 0;
 };
 
-// A session: one operation of each kind at a time.
+// A PKCS #11 session, with at most one active operation of each kind.
 struct Session {
   CK_SESSION_HANDLE handle = CK_INVALID_HANDLE;
   bool isReadWrite = false;
@@ -57,17 +58,17 @@ struct Session {
   ActiveOperation<DecryptOperation> decrypting;
 };
 
-// The open sessions. For any thread.
+// The open sessions. Thread-safe.
 class Sessions {
  public:
   explicit Sessions(HandleCounter &handles) : handles_(handles) {}
 
   [[nodiscard]] CK_SESSION_HANDLE open(bool isReadWrite);
 
-  // Null if there is none with this handle.
+  // Null if there is no such session.
   [[nodiscard]] std::shared_ptr<Session> find(CK_SESSION_HANDLE handle);
 
-  // False if there is none with this handle. A call that is at work in the session goes on.
+  // False if there is no such session. Running calls in the session continue.
   [[nodiscard]] bool close(CK_SESSION_HANDLE handle);
   void closeAll();
 

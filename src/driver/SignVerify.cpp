@@ -11,13 +11,13 @@ namespace {
 
 constexpr std::size_t kEd25519SignatureBytes = 64;  // RFC 8032 5.1.6
 
-// What is padded with PKCS #1 v1.5: a DigestInfo, or the data as they are.
+// The input of PKCS #1 v1.5 padding: a DigestInfo, or the data unchanged.
 Bytes contentToPad(const OperationKey &key, ByteView input) {
   const auto &hash = key.mechanism->hash;
   return hash ? crypto::digestInfo(*hash, input) : Bytes(input.begin(), input.end());
 }
 
-// Shorter data stand at the end of the block, as numbers do; empty if they are longer.
+// Pads the data with zeros on the left, to the size of the modulus. Empty if the data is longer.
 Bytes blockOf(const OperationKey &key, ByteView input) {
   const std::size_t size = key.publicKey().sizeInBytes();
   if (input.size() > size) {
@@ -28,7 +28,7 @@ Bytes blockOf(const OperationKey &key, ByteView input) {
   return block;
 }
 
-// Bytes of a signature.
+// The length of a signature in bytes.
 std::size_t signatureSize(const OperationKey &key) {
   switch (key.publicKey().type()) {
     case crypto::KeyType::rsa:
@@ -42,9 +42,9 @@ std::size_t signatureSize(const OperationKey &key) {
   return kEd25519SignatureBytes;
 }
 
-// What the holder is asked to sign: for RSA what it is to pad with PKCS #1 v1.5, or a block that is
-// as long as the modulus; for ECDSA a digest; for Ed25519 the message. `input` is the digest of the
-// message where the mechanism has one, else the message. CKR_DATA_LEN_RANGE if the input does not
+// The data that the holder is asked to sign. RSA: the content for PKCS #1 v1.5 padding, or a block
+// of the modulus's size; ECDSA: a digest; Ed25519: the message. `input` is the digest of the
+// message if the mechanism has one, otherwise the message. CKR_DATA_LEN_RANGE if the input does not
 // fit the mechanism and the key.
 CK_RV requestFor(const OperationKey &key, ByteView input, Bytes &request) {
   auto wanted = protocol::KeyOperation::signPKCS1;
@@ -77,7 +77,7 @@ CK_RV requestFor(const OperationKey &key, ByteView input, Bytes &request) {
                                                                        : CKR_DATA_LEN_RANGE;
 }
 
-// The signature in what the holder answered, not yet verified; nothing if there is none.
+// The signature in the holder's answer, not yet verified; nothing if the answer is malformed.
 std::optional<Bytes> signatureIn(const OperationKey &key, ByteView answer) {
   if (key.scheme() == Scheme::ecdsa) {
     return crypto::joinedSignature(answer, key.publicKey().sizeInBytes());
@@ -96,7 +96,7 @@ CK_RV verify(const OperationKey &key, ByteView input, ByteView signature) {
                ? CKR_OK
                : CKR_SIGNATURE_INVALID;
   }
-  // as the key's holder would have answered
+  // converted to the form of the holder's answer
   const auto answer = key.scheme() == Scheme::ecdsa
                           ? crypto::derSignature(signature)
                           : std::optional(Bytes(signature.begin(), signature.end()));

@@ -10,8 +10,8 @@
 
 namespace driver {
 
-// A message as it comes in, whole or in parts: its digest where the mechanism has one, else the
-// message itself, at most kLongestMessage.
+// The message of an operation, in one or more parts: its digest if the mechanism has one, otherwise
+// the message itself, up to kLongestMessage.
 class MessageInput {
  public:
   explicit MessageInput(const Mechanism &mechanism) {
@@ -20,7 +20,7 @@ class MessageInput {
     }
   }
 
-  // False, with nothing added, if the message gets too long.
+  // False, with nothing added, if the message would be too long.
   [[nodiscard]] bool add(ByteView part) {
     if (digest_) {
       digest_->add(part);
@@ -33,10 +33,10 @@ class MessageInput {
     return true;
   }
 
-  // What is signed. To be asked for once, at the end.
+  // Returns the digest or the message. Call it once, at the end.
   [[nodiscard]] Bytes finish() { return digest_ ? digest_->finish() : std::move(collected_); }
 
-  // In Base64 it still fits into the frames that the daemon takes.
+  // In Base64 this fits into the largest frame that the daemon accepts.
   static constexpr std::size_t kLongestMessage = 1024UL * 1024;
 
  private:
@@ -46,7 +46,7 @@ class MessageInput {
 
 class CardToken;
 
-// A signature that is being made, between C_SignInit and its end.
+// A signature operation, from C_SignInit to its end.
 class SignOperation {
  public:
   explicit SignOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
@@ -54,9 +54,9 @@ class SignOperation {
   // C_SignUpdate.
   [[nodiscard]] Progress add(ByteView part);
 
-  // C_SignFinal, and C_Sign with all of the message as the last part. The holder is asked only if
-  // there is room for what it answers, and its answer is given out only if the certificate's key
-  // verifies it: a wrong signature can betray an RSA key.
+  // C_SignFinal, or C_Sign with the whole message as `lastPart`. The holder is asked only if its
+  // answer fits into the buffer. The answer is returned only if it verifies with the certificate's
+  // key: a faulty signature can reveal an RSA key.
   [[nodiscard]] Progress finish(CardToken &token, ByteView lastPart, const OutputBuffer &output);
 
  private:
@@ -64,7 +64,7 @@ class SignOperation {
   MessageInput input_;
 };
 
-// A signature that is being verified, between C_VerifyInit and its end.
+// A verification operation, from C_VerifyInit to its end.
 class VerifyOperation {
  public:
   explicit VerifyOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
@@ -72,7 +72,7 @@ class VerifyOperation {
   // C_VerifyUpdate.
   [[nodiscard]] Progress add(ByteView part);
 
-  // C_VerifyFinal, and C_Verify with all of the message as the last part.
+  // C_VerifyFinal, or C_Verify with the whole message as `lastPart`.
   [[nodiscard]] Progress finish(ByteView lastPart, ByteView signature);
 
  private:
