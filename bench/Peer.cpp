@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "client/Connection.hpp"
-#include "client/Dialing.hpp"
+#include "client/TcpConnect.hpp"
 #include "protocol/Frame.hpp"
 
 namespace bench {
@@ -12,7 +12,7 @@ namespace bench {
 using Result = crypto::TlsChannel::Result;
 
 Peer::Peer(const crypto::TlsContext &context, std::uint16_t port)
-    : socket_(client::dial(client::kLoopbackHost, port, {}, nullptr)),
+    : socket_(client::connectTcp(client::kLoopbackHost, port, {}, nullptr)),
       channel_(context, crypto::TlsChannel::Role::client, socket_.get()),
       buffer_(crypto::kTlsRecordBytes + protocol::kDroppedChunkBytes) {
   for (Result result = channel_.handshake(); result != Result::done;) {

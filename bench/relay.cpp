@@ -15,7 +15,7 @@
 #include "base/Places.hpp"
 #include "base/Root.hpp"
 #include "client/Connection.hpp"
-#include "client/Dialing.hpp"
+#include "client/TcpConnect.hpp"
 #include "crypto/HashAlgorithm.hpp"
 #include "encodings/HexString.hpp"
 #include "protocol/Frame.hpp"
@@ -173,7 +173,8 @@ void measure(const char *kfyd) {
   const Child journal = runJournal();
   const Child daemon([&] { execute(kfyd); });
   for (int tries = 0;
-       !client::dial(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen(); ++tries) {
+       !client::connectTcp(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen();
+       ++tries) {
     check(tries < 1000, "kfyd does not listen");
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }

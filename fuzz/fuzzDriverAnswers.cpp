@@ -5,22 +5,23 @@
 #include <sstream>
 
 #include "Expect.hpp"
-#include "driver/CardReading.hpp"
+#include "driver/CardCache.hpp"
 #include "driver/FunctionList.hpp"
-#include "driver/Process.hpp"
+#include "driver/ModuleState.hpp"
 #include "fakes/FakeCard.hpp"
 #include "protocol/Frame.hpp"
 
 namespace {
 
 // What the daemon answers when a key is used.
-driver::UseResult nextUse;
+driver::RequestResult nextUse;
 
 class AnsweredCard final : public fakes::FakeCard {
-  driver::UseResult sign(const driver::CardIdentity &, ByteView, const SecretText &) override {
+  driver::RequestResult sign(const driver::CardIdentity &, ByteView, const SecretText &) override {
     return nextUse;
   }
-  driver::UseResult decrypt(const driver::CardIdentity &, ByteView, const SecretText &) override {
+  driver::RequestResult decrypt(const driver::CardIdentity &, ByteView,
+                                const SecretText &) override {
     return nextUse;
   }
 };
@@ -100,7 +101,7 @@ void take(const QuillMessage &answer) {
                         : std::make_shared<const driver::CardContent>(std::move(content)));
   }
   const auto signature = SecretBytes(answer.signedData.value_or(Bytes()));
-  nextUse = {driver::UseOutcome::done, answer.decryptedData.value_or(signature)};
+  nextUse = {driver::RequestOutcome::done, answer.decryptedData.value_or(signature)};
 }
 
 }  // namespace
@@ -108,7 +109,7 @@ void take(const QuillMessage &answer) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   // nothing can be made there, and nothing goes to the machine's log
   ::setenv("KFYD_ROOT", "/dev/null/root", /*overwrite=*/1);
-  driver::Process::useCardFactory([](const driver::Settings &, driver::Journal &) {
+  driver::ModuleState::useCardFactory([](const driver::DriverSettings &, driver::Journal &) {
     return std::unique_ptr<driver::Card>(std::make_unique<AnsweredCard>());
   });
   nextUse = {};

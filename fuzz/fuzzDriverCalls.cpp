@@ -6,7 +6,7 @@
 #include "Expect.hpp"
 #include "Input.hpp"
 #include "driver/FunctionList.hpp"
-#include "driver/Process.hpp"
+#include "driver/ModuleState.hpp"
 #include "fakes/FakeCard.hpp"
 
 namespace {
@@ -164,7 +164,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   static const bool isInserted = [] {
     // nothing can be made there, and nothing goes to the machine's log
     ::setenv("KFYD_ROOT", "/dev/null/root", /*overwrite=*/1);
-    driver::Process::useCardFactory(fakes::CardInHand::factory);
+    driver::ModuleState::useCardFactory(fakes::CardInHand::factory);
     fakes::CardInHand::instance().insert(
         {*crypto::PrivateKey::generateRSA(1024), fakes::madeKey("EC"), fakes::madeKey("ED25519")});
     return true;

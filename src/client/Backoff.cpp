@@ -6,11 +6,11 @@
 
 namespace client {
 
-std::chrono::milliseconds Backoff::next(double chance) {
+std::chrono::milliseconds Backoff::next(double jitter) {
   const auto wait = wait_;
   wait_ = std::min(wait_ * 2, longest_);
   return wait - std::chrono::milliseconds(
-                    static_cast<std::int64_t>(static_cast<double>(wait.count()) * chance / 4));
+                    static_cast<std::int64_t>(static_cast<double>(wait.count()) * jitter / 4));
 }
 
 std::chrono::milliseconds Backoff::next() {

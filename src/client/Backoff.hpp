@@ -4,26 +4,26 @@
 
 namespace client {
 
-// How long to wait between the beginnings of two attempts to connect: 1 s, or `first`, doubled
-// after each failure up to 4 s, or `longest`, each time less up to a quarter by chance, so that
-// many clients of a daemon that was restarted don't come back at the same instant.
+// The delay before the next connection attempt. It starts at 1 s (or `first`), doubles after each
+// failure up to 4 s (or `longest`), and is shortened by up to a quarter at random, so that the
+// clients of a restarted daemon don't all reconnect at once.
 class Backoff {
  public:
   Backoff() = default;
   Backoff(std::chrono::milliseconds first, std::chrono::milliseconds longest)
       : first_(first), longest_(longest) {}
 
-  // The wait before the next attempt. `chance` is uniform in [0, 1).
-  [[nodiscard]] std::chrono::milliseconds next(double chance);
+  // The delay before the next attempt. `jitter` is uniform in [0, 1).
+  [[nodiscard]] std::chrono::milliseconds next(double jitter);
 
-  // The same with a chance of its own.
+  // The same with a random jitter.
   [[nodiscard]] std::chrono::milliseconds next();
 
-  // After an attempt that went well: the next wait is the first one again.
+  // Call after a successful attempt: the next delay is the first one again.
   void reset() { wait_ = first_; }
 
   static constexpr std::chrono::milliseconds kFirst{1000};
-  // However long the outage was, a client is back within 5 s of its end, the handshake included.
+  // A client reconnects within 5 s of the end of any outage, the handshake included.
   static constexpr std::chrono::milliseconds kLongest{4000};
 
  private:

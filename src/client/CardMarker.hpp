@@ -8,7 +8,8 @@
 
 namespace client {
 
-// The daemon's sign that a card is there, as it was found: each insert makes it anew.
+// The state of the file by which the daemon shows that a card is inserted. Each insertion creates
+// the file anew.
 struct CardMarker {
   ino_t inode = 0;
   timespec modified{};
@@ -17,16 +18,15 @@ struct CardMarker {
   friend bool operator==(const CardMarker &left, const CardMarker &right);
 };
 
-// The folder that holds it, and its path, mapped under the root.
+// The marker's folder and its path, below the root.
 [[nodiscard]] std::string cardMarkerFolder();
 [[nodiscard]] std::string cardMarkerPath();
 
-// Whose markers count: root's, in a sandboxed root those of its folder's owner.
+// The user whose markers count: root, or the owner of a sandboxed root.
 [[nodiscard]] uid_t ownerOfCardMarkers();
 
-// The marker; nothing if none is there or what is there, which anybody may have put in its place,
-// is not a regular file of that owner. A link is never followed. Blocks no longer than a look at a
-// file.
+// Finds the marker. Nothing if there is none, or if the file is not a regular file of that owner:
+// the folder is writable by everybody. Does not follow links. Blocks no longer than one lstat.
 [[nodiscard]] std::optional<CardMarker> findCardMarker();
 
 }  // namespace client

@@ -12,24 +12,25 @@ namespace {
 
 using Result = crypto::TlsChannel::Result;
 
-// What readChunk of the channel asks for.
+// The size that TlsChannel::readChunk requires.
 constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + protocol::kDroppedChunkBytes;
 
-// A daemon takes and sends frames of 2 MiB at most by default.
+// By default a daemon accepts and sends frames of at most 2 MiB.
 constexpr std::size_t kLargestFrame = std::size_t{16} * 1024 * 1024;
 
-// Of messages that nobody has taken: what many requests in flight come to, and two of a daemon's
-// longest frames. In memory a message may take a dozen times its frame. The newest always stays.
-constexpr std::size_t kMostKept = 1000;
-constexpr std::size_t kMostKeptBytes = std::size_t{4} * 1024 * 1024;
+// Bounds of the queue of untaken messages: enough for many requests in flight, and for two of a
+// daemon's largest frames. A parsed message can take twelve times the memory of its frame. The
+// newest message always stays.
+constexpr std::size_t kMaxQueuedMessages = 1000;
+constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;
 
-// Between two looks at the caller's deadline, or at the other descriptors of its loop.
+// Chunks read before the caller's deadline and its other descriptors are checked again.
 constexpr int kChunksPerPump = 64;
 
-// For a wait on a peer that never stops sending.
-bool isStopped(const Patience &patience, Error *error) {
+// Needed where the peer never stops sending, so that no wait looks at the stop descriptor.
+bool checkStopped(const WaitLimits &limits, Error *error) {
   Error reason;
-  const Patience none{std::chrono::steady_clock::now(), patience.stopDescriptor};
+  const WaitLimits none{std::chrono::steady_clock::now(), limits.stopDescriptor};
   (void)waitFor(/*descriptor=*/-1, /*toWrite=*/false, none, &reason);
   const bool isStopped = reason.code == stopped;
   if (isStopped && error != nullptr) {
@@ -41,24 +42,25 @@ bool isStopped(const Patience &patience, Error *error) {
 }  // namespace
 
 std::unique_ptr<Connection> Connection::open(const std::string &host, std::uint16_t port,
-                                             const Judge &judge, const Patience &patience,
-                                             Error *error, const TcpTimes &times) {
+                                             const CertificateVerifier &verifier,
+                                             const WaitLimits &limits, Error *error,
+                                             const TcpTimeouts &timeouts) {
   Error reason;
   const auto context = crypto::TlsContext::client(&reason);
   if (!context) {
     base::report(error, kErrorDomain, handshakeFailed, reason.description);
     return nullptr;
   }
-  base::Descriptor socket = dial(host, port, patience, error, times);
+  base::Descriptor socket = connectTcp(host, port, limits, error, timeouts);
   if (!socket.isOpen()) {
     return nullptr;
   }
-  auto connection = std::make_unique<Connection>(Opening{}, std::move(socket), *context);
-  if (!connection->handshake(patience, error)) {
+  auto connection = std::make_unique<Connection>(PassKey{}, std::move(socket), *context);
+  if (!connection->handshake(limits, error)) {
     return nullptr;
   }
   const auto certificate = connection->channel_.peerCertificate();
-  if (!certificate || !judge(*certificate)) {
+  if (!certificate || !verifier(*certificate)) {
     base::report(error, kErrorDomain, keyNotPinned,
                  "the server at " + host + " port " + std::to_string(port) +
                      " is not the one that is trusted");
@@ -67,15 +69,15 @@ std::unique_ptr<Connection> Connection::open(const std::string &host, std::uint1
   return connection;
 }
 
-Connection::Connection(Opening /*opening*/, base::Descriptor socket,
+Connection::Connection(PassKey /*passKey*/, base::Descriptor socket,
                        const crypto::TlsContext &context)
     : socket_(std::move(socket)),
-      mark_(SocketMark::of(socket_.get())),
+      identity_(SocketIdentity::of(socket_.get())),
       channel_(context, crypto::TlsChannel::Role::client, socket_.get()),
       buffer_(kChunkBytes) {}
 
 Connection::~Connection() {
-  if (!isSocketOurs()) {  // with no memory there may be nothing to note the end in
+  if (!isSocketOurs()) {  // without memory, end_ may be unset
     (void)socket_.release();
   } else if (!end_) {
     channel_.sayGoodbye();
@@ -84,22 +86,22 @@ Connection::~Connection() {
 }
 
 bool Connection::isSocketOurs() const {
-  return socket_.isOpen() && SocketMark::of(socket_.get()) == mark_;
+  return socket_.isOpen() && SocketIdentity::of(socket_.get()) == identity_;
 }
 
-bool Connection::holdsSocket() {
+bool Connection::checkSocket() {
   if (socket_.isOpen() && !isSocketOurs()) {
-    // closing it would close what belongs to somebody else
+    // closing it would close a descriptor of the program's own
     (void)socket_.release();
     endWith(connectionLost, "connection lost: its descriptor was closed by the program");
   }
   return socket_.isOpen();
 }
 
-bool Connection::handshake(const Patience &patience, Error *error) {
+bool Connection::handshake(const WaitLimits &limits, Error *error) {
   Result result = channel_.handshake();
   while (result == Result::wantsRead || result == Result::wantsWrite) {
-    if (!waitFor(socket_.get(), result == Result::wantsWrite, patience, error)) {
+    if (!waitFor(socket_.get(), result == Result::wantsWrite, limits, error)) {
       return false;
     }
     result = channel_.handshake();
@@ -119,7 +121,7 @@ bool Connection::send(const QuillMessage &message, Error *error) {
     return false;
   }
   ByteView rest = frame;
-  (void)holdsSocket();
+  (void)checkSocket();
   while (!end_ && !rest.empty()) {
     const std::size_t taken = channel_.encryptRecord(rest);
     if (taken == 0) {
@@ -135,24 +137,24 @@ bool Connection::send(const QuillMessage &message, Error *error) {
 }
 
 std::optional<QuillMessage> Connection::request(const QuillMessage &message,
-                                                const Patience &patience, Error *error) {
+                                                const WaitLimits &limits, Error *error) {
   if (!message.messageID) {
     base::report(error, kErrorDomain, notSendable, "the request has no message ID");
     return std::nullopt;
   }
-  return send(message, error) ? await(*message.messageID, patience, error) : std::nullopt;
+  return send(message, error) ? await(*message.messageID, limits, error) : std::nullopt;
 }
 
-std::optional<QuillMessage> Connection::await(const UUID &messageID, const Patience &patience,
+std::optional<QuillMessage> Connection::await(const UUID &messageID, const WaitLimits &limits,
                                               Error *error) {
-  return waitUntil([&] { return takeResponse(messageID); }, patience, error);
+  return waitUntil([&] { return takeResponse(messageID); }, limits, error);
 }
 
-std::optional<QuillMessage> Connection::receive(const Patience &patience, Error *error) {
-  return waitUntil([&] { return take(); }, patience, error);
+std::optional<QuillMessage> Connection::receive(const WaitLimits &limits, Error *error) {
+  return waitUntil([&] { return take(); }, limits, error);
 }
 
-std::optional<QuillMessage> Connection::waitUntil(const Take &take, const Patience &patience,
+std::optional<QuillMessage> Connection::waitUntil(const Take &take, const WaitLimits &limits,
                                                   Error *error) {
   while (true) {
     if (auto message = take()) {
@@ -164,13 +166,13 @@ std::optional<QuillMessage> Connection::waitUntil(const Take &take, const Patien
       }
       return std::nullopt;
     }
-    if (std::chrono::steady_clock::now() >= patience.deadline) {
+    if (std::chrono::steady_clock::now() >= limits.deadline) {
       base::report(error, kErrorDomain, timedOut, "no answer in time");
       return std::nullopt;
     }
-    // what TLS holds already does not make the socket readable
-    if (hasMore_ ? isStopped(patience, error)
-                 : !waitFor(socket_.get(), wantsWrite(), patience, error)) {
+    // data that TLS has buffered already does not make the socket readable
+    if (hasMore_ ? checkStopped(limits, error)
+                 : !waitFor(socket_.get(), wantsWrite(), limits, error)) {
       return std::nullopt;
     }
     pump();
@@ -179,18 +181,18 @@ std::optional<QuillMessage> Connection::waitUntil(const Take &take, const Patien
 
 bool Connection::pump() {
   hasMore_ = false;
-  if (holdsSocket()) {
+  if (checkSocket()) {
     flush();
   }
   if (end_) {
     return false;
   }
   hasMore_ = readChunks();
-  flush();  // reading may have put something there: the answer to a key update, an alert
+  flush();  // reading may queue output: a key update or an alert
   return !end_;
 }
 
-// True if there may be more.
+// True if there may be more to read.
 bool Connection::readChunks() {
   int chunks = 0;
   while (!end_ && chunks < kChunksPerPump && readChunk()) {
@@ -199,7 +201,7 @@ bool Connection::readChunks() {
   return !end_ && chunks == kChunksPerPump;
 }
 
-// True if there was a chunk. A connection that can't send any more is still read to its end.
+// True if a chunk was read. A connection that can't send is still read to its end.
 bool Connection::readChunk() {
   ByteView chunk;
   switch (channel_.readChunk(buffer_, chunk)) {
@@ -207,8 +209,8 @@ bool Connection::readChunk() {
       try {
         collect(chunk);
       } catch (...) {
-        // what follows would be taken for the frame that now lacks a piece; in a text that is short
-        // enough to need no memory
+        // The next chunk would be appended to an incomplete frame, so the connection ends. The text
+        // is short enough to need no allocation.
         endWith(connectionLost, "out of memory");
         throw;
       }
@@ -232,45 +234,46 @@ void Connection::collect(ByteView chunk) {
     frame_ = CleansedBytes();
     endWith(connectionLost, "connection dropped: the peer sent a frame of more than 16 MiB");
   } else if (collected.outcome == protocol::ChunkOutcome::frame && !collected.payload.empty()) {
-    // an empty frame answers nothing
+    // an empty frame is a message that the peer could not serialize
     if (auto message = QuillMessage::initWithJSONData(collected.payload)) {
-      keep(std::move(*message), collected.payload.size());
+      enqueue(std::move(*message), collected.payload.size());
     }
   }
 }
 
-void Connection::keep(QuillMessage message, std::size_t bytes) {
-  while (!kept_.empty() && (kept_.size() >= kMostKept || keptBytes_ + bytes > kMostKeptBytes)) {
-    (void)takeAt(kept_.begin());
+void Connection::enqueue(QuillMessage message, std::size_t bytes) {
+  while (!queue_.empty() &&
+         (queue_.size() >= kMaxQueuedMessages || queuedBytes_ + bytes > kMaxQueuedBytes)) {
+    (void)takeAt(queue_.begin());
   }
-  kept_.push_back({std::move(message), bytes});
-  keptBytes_ += bytes;
+  queue_.push_back({std::move(message), bytes});
+  queuedBytes_ += bytes;
 }
 
 std::optional<QuillMessage> Connection::take() {
-  return takeAt(kept_.begin());
+  return takeAt(queue_.begin());
 }
 
 std::optional<QuillMessage> Connection::takeResponse(const UUID &messageID) {
-  return takeAt(std::ranges::find_if(kept_, [&](const Kept &kept) {
-    return kept.message.messageType == QuillMessageTypeResponse &&
-           kept.message.messageID == messageID;
+  return takeAt(std::ranges::find_if(queue_, [&](const QueuedMessage &queued) {
+    return queued.message.messageType == QuillMessageTypeResponse &&
+           queued.message.messageID == messageID;
   }));
 }
 
-std::optional<QuillMessage> Connection::takeAt(const std::deque<Kept>::iterator &place) {
-  if (place == kept_.end()) {
+std::optional<QuillMessage> Connection::takeAt(const std::deque<QueuedMessage>::iterator &place) {
+  if (place == queue_.end()) {
     return std::nullopt;
   }
   std::optional<QuillMessage> message(std::move(place->message));
-  keptBytes_ -= place->bytes;
-  kept_.erase(place);
+  queuedBytes_ -= place->bytes;
+  queue_.erase(place);
   return message;
 }
 
 void Connection::flush() {
   if (!end_ && channel_.flush() == Result::failed) {
-    // what has come in is read before the connection counts as lost: it may hold the answer
+    // Read what has arrived before ending the connection: it may contain the answer.
     while (readChunks()) {
     }
     endWith(connectionLost, "connection lost: " + channel_.errorText());
@@ -283,25 +286,25 @@ void Connection::endWith(ErrorCode code, std::string description) {
   }
 }
 
-void Connection::goodbye(const Patience &patience) {
-  if (!holdsSocket() || end_) {
+void Connection::goodbye(const WaitLimits &limits) {
+  if (!checkSocket() || end_) {
     return;
   }
   channel_.sayGoodbye();
   flush();
-  while (wantsWrite() && base::waitToWrite(socket_.get(), patience.deadline)) {
+  while (wantsWrite() && base::waitToWrite(socket_.get(), limits.deadline)) {
     flush();
   }
   (void)::shutdown(socket_.get(), SHUT_WR);
-  // what is left unread at the close would make it a reset
-  while (!end_ && base::waitToRead(socket_.get(), patience.deadline)) {
+  // closing a socket with unread data would reset the connection
+  while (!end_ && base::waitToRead(socket_.get(), limits.deadline)) {
     (void)readChunks();
   }
   endWith(stopped, "the connection was ended from this side");
 }
 
 void Connection::abandon() {
-  if (holdsSocket()) {
+  if (checkSocket()) {
     socket_.close();
   }
   endWith(stopped, "the connection belongs to another process");

@@ -7,11 +7,11 @@
 namespace client {
 
 OpenDescriptors::Entry::Entry(OpenDescriptors &all, int descriptor) {
-  const auto mark = SocketMark::of(descriptor);
+  const auto identity = SocketIdentity::of(descriptor);
   const auto free = std::ranges::find_if(
       all.places_, [](const Place &place) { return place.descriptor == kNone; });
-  if (mark && free != all.places_.end()) {
-    free->mark = *mark;
+  if (identity && free != all.places_.end()) {
+    free->identity = *identity;
     free->descriptor = descriptor;
     place_ = &free->descriptor;
   }
@@ -26,7 +26,7 @@ OpenDescriptors::Entry::~Entry() {
 void OpenDescriptors::closeAll() {
   for (Place &place : places_) {
     const int descriptor = place.descriptor.exchange(kNone);
-    if (descriptor != kNone && SocketMark::of(descriptor) == place.mark) {
+    if (descriptor != kNone && SocketIdentity::of(descriptor) == place.identity) {
       ::close(descriptor);
     }
   }

@@ -3,17 +3,17 @@
 #include <array>
 #include <atomic>
 
-#include "client/SocketMark.hpp"
+#include "client/SocketIdentity.hpp"
 
 namespace client {
 
-// The descriptors of connections that are open, kept so that the child of a fork can close them
-// whatever another thread was doing at that instant: a thread that is not in the child may hold any
-// lock, and may have left anything half done but this.
+// The descriptors of open connections. The child of a fork closes them without a lock, since a
+// thread that does not exist in the child may hold any lock and may have left any other data
+// inconsistent.
 class OpenDescriptors {
  public:
-  // One of them, as long as this lives. Made and ended under the owner's lock. Beyond sixteen at a
-  // time they are not known here.
+  // Registers a descriptor for its lifetime. Created and destroyed under the owner's lock. Only the
+  // first sixteen descriptors are registered.
   class Entry {
    public:
     Entry(OpenDescriptors &all, int descriptor);
@@ -25,14 +25,15 @@ class OpenDescriptors {
     std::atomic<int> *place_ = nullptr;
   };
 
-  // Closes those that are still the same sockets. Needs no lock; for the child of a fork alone.
+  // Closes the descriptors that still refer to the same sockets. Lock-free; only for the child of a
+  // fork.
   void closeAll();
 
  private:
   static constexpr int kNone = -1;
 
   struct Place {
-    SocketMark mark;  // written before the descriptor, which makes it count
+    SocketIdentity identity;  // written before the descriptor, which makes the entry valid
     std::atomic<int> descriptor{kNone};
   };
 

@@ -13,7 +13,7 @@ constexpr std::size_t kLargestPinFile = 1024 * 1024;
 
 }  // namespace
 
-Judge judgeByKeyOf(const crypto::Certificate &certificate) {
+CertificateVerifier verifierForKeyOf(const crypto::Certificate &certificate) {
   const auto key = certificate.publicKey();
   return [pinned = key ? key->subjectPublicKeyInfo() : Bytes()](const crypto::Certificate &shown) {
     const auto shownKey = shown.publicKey();
@@ -21,7 +21,7 @@ Judge judgeByKeyOf(const crypto::Certificate &certificate) {
   };
 }
 
-std::optional<Judge> loopbackJudge(Error *error) {
+std::optional<CertificateVerifier> loopbackVerifier(Error *error) {
   const std::string path = base::rooted(base::kServerCertificate);
   Error reason;
   const auto content = base::readFile(path, kLargestPinFile, &reason);
@@ -34,13 +34,13 @@ std::optional<Judge> loopbackJudge(Error *error) {
     base::report(error, kErrorDomain, pinUnusable, path + " holds no certificate");
     return std::nullopt;
   }
-  return judgeByKeyOf(certificates.front());
+  return verifierForKeyOf(certificates.front());
 }
 
-std::unique_ptr<Connection> openLoopback(const Patience &patience, Error *error) {
-  const auto judge = loopbackJudge(error);
-  return judge ? Connection::open(kLoopbackHost, base::kLoopbackPort, *judge, patience, error)
-               : nullptr;
+std::unique_ptr<Connection> openLoopback(const WaitLimits &limits, Error *error) {
+  const auto verifier = loopbackVerifier(error);
+  return verifier ? Connection::open(kLoopbackHost, base::kLoopbackPort, *verifier, limits, error)
+                  : nullptr;
 }
 
 }  // namespace client

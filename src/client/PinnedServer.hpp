@@ -8,16 +8,16 @@
 
 namespace client {
 
-// Accepts exactly the servers that hold the key of this certificate: the public keys are compared,
-// so a certificate that was renewed with the same key is still the right one.
-[[nodiscard]] Judge judgeByKeyOf(const crypto::Certificate &certificate);
+// Accepts only servers with the key of this certificate. Public keys are compared, so a certificate
+// that was renewed with the same key is still accepted.
+[[nodiscard]] CertificateVerifier verifierForKeyOf(const crypto::Certificate &certificate);
 
-// The judge for this machine's own daemon, from base::kServerCertificate. Nothing, with the code
-// pinUnusable, if there is no such file or it holds no certificate.
-[[nodiscard]] std::optional<Judge> loopbackJudge(Error *error = nullptr);
+// The verifier for this machine's daemon, from base::kServerCertificate. Nothing, with the code
+// pinUnusable, if the file is missing or contains no certificate.
+[[nodiscard]] std::optional<CertificateVerifier> loopbackVerifier(Error *error = nullptr);
 
-// Opens a connection to this machine's own daemon.
-[[nodiscard]] std::unique_ptr<Connection> openLoopback(const Patience &patience = {},
+// Opens a connection to this machine's daemon.
+[[nodiscard]] std::unique_ptr<Connection> openLoopback(const WaitLimits &limits = {},
                                                        Error *error = nullptr);
 
 }  // namespace client

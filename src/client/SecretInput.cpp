@@ -13,7 +13,7 @@
 
 #include "base/Bytes.hpp"
 #include "base/Files.hpp"
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 
 namespace client {
 namespace {
@@ -28,33 +28,33 @@ SecretText firstLineOf(CleansedBytes content) {
   return SecretText(std::move(content));
 }
 
-// The terminal without echo, and giving each key at once: with its usual signals a Ctrl-C would
-// leave it silent.
-class SilentTerminal {
+// Turns off echo and line editing while it exists. Signals are off too: Ctrl-C would otherwise
+// leave the terminal without echo.
+class NoEchoTerminal {
  public:
-  explicit SilentTerminal(int descriptor) : descriptor_(descriptor) {
-    isSilent_ = ::tcgetattr(descriptor, &before_) == 0;
-    termios silent = before_;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
-    isSilent_ = isSilent_ && ::tcsetattr(descriptor, TCSAFLUSH, &silent) == 0;
+  explicit NoEchoTerminal(int descriptor) : descriptor_(descriptor) {
+    hasNoEcho_ = ::tcgetattr(descriptor, &before_) == 0;
+    termios noEcho = before_;
+    noEcho.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
+    hasNoEcho_ = hasNoEcho_ && ::tcsetattr(descriptor, TCSAFLUSH, &noEcho) == 0;
   }
-  ~SilentTerminal() {
-    if (isSilent_) {
+  ~NoEchoTerminal() {
+    if (hasNoEcho_) {
       ::tcsetattr(descriptor_, TCSAFLUSH, &before_);
     }
   }
-  SilentTerminal(const SilentTerminal &) = delete;
-  SilentTerminal &operator=(const SilentTerminal &) = delete;
+  NoEchoTerminal(const NoEchoTerminal &) = delete;
+  NoEchoTerminal &operator=(const NoEchoTerminal &) = delete;
 
-  [[nodiscard]] bool isSilent() const { return isSilent_; }
+  [[nodiscard]] bool hasNoEcho() const { return hasNoEcho_; }
 
  private:
   int descriptor_;
-  bool isSilent_ = false;
+  bool hasNoEcho_ = false;
   termios before_{};
 };
 
-// One character of UTF-8 may be several bytes.
+// A UTF-8 character can have several bytes.
 void removeLastCharacter(CleansedBytes &line) {
   while (!line.empty()) {
     const bool isContinuation = (line.back() & 0xC0) == 0x80;
@@ -65,15 +65,15 @@ void removeLastCharacter(CleansedBytes &line) {
   }
 }
 
-// Nothing if the line was cancelled or the wait for it stopped.
-std::optional<SecretText> typedLine(int terminal, const Patience &patience) {
+// Nothing if the user cancelled or the wait was stopped.
+std::optional<SecretText> typedLine(int terminal, const WaitLimits &limits) {
   constexpr char kCtrlC = 3;
   constexpr char kCtrlD = 4;
   constexpr char kBackspace = 8;
   constexpr char kDelete = 127;
   CleansedBytes line;
   char key = 0;
-  while (line.size() < kLongestSecret && waitFor(terminal, /*toWrite=*/false, patience) &&
+  while (line.size() < kLongestSecret && waitFor(terminal, /*toWrite=*/false, limits) &&
          ::read(terminal, &key, 1) == 1) {
     if (key == '\n' || key == '\r') {
       return SecretText(std::move(line));
@@ -91,7 +91,7 @@ std::optional<SecretText> typedLine(int terminal, const Patience &patience) {
 }
 
 void show(int terminal, std::string_view text) {
-  // a terminal that takes no question gives no answer either
+  // If the write fails, the read fails too.
   [[maybe_unused]] const ssize_t written = ::write(terminal, text.data(), text.size());
 }
 
@@ -132,8 +132,8 @@ std::optional<SecretText> secretFromTerminal(int terminal, const std::string &qu
     base::report(error, "terminal", 0, "there is no terminal to ask at");
     return std::nullopt;
   }
-  const SilentTerminal silence(terminal);
-  if (!silence.isSilent()) {
+  const NoEchoTerminal silence(terminal);
+  if (!silence.hasNoEcho()) {
     base::report(error, "terminal", 0, "the terminal cannot be made silent");
     return std::nullopt;
   }

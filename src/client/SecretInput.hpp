@@ -9,21 +9,23 @@
 
 namespace client {
 
-// Where passwords and PINs come from: never from the command line, which every user of the machine
-// can read. Each gives the first line, without its end; nothing, with the reason, if that fails.
+// Reads passwords and PINs. They are never taken from the command line, which every user of the
+// machine can read. Each function returns the first line without its line end; nothing, with the
+// reason, if that fails.
 
 [[nodiscard]] std::optional<SecretText> secretFromFile(const std::string &path,
                                                        Error *error = nullptr);
 
-// What follows the line is left to whoever reads the descriptor next.
+// Reads no further than the end of the line.
 [[nodiscard]] std::optional<SecretText> secretFromDescriptor(int descriptor,
                                                              Error *error = nullptr);
 
-// The process's own terminal, whatever standard input and output are; not open if there is none.
+// Opens the controlling terminal, independent of standard input and output. Not open if there is
+// none.
 [[nodiscard]] base::Descriptor openTerminal();
 
-// Asks at a terminal, without an echo. Also nothing if the question is cancelled (Ctrl-C, Ctrl-D)
-// or `stopDescriptor` can be read; negative: none. Whatever ends it, the echo is back on.
+// Asks at a terminal without echo. Nothing if the user cancels (Ctrl-C, Ctrl-D) or `stopDescriptor`
+// becomes readable; negative: none. Echo is always restored.
 [[nodiscard]] std::optional<SecretText> secretFromTerminal(int terminal,
                                                            const std::string &question,
                                                            int stopDescriptor = -1,

@@ -1,13 +1,14 @@
 #include "client/SharedConnection.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
 
-#include "client/LinkKeeper.hpp"
-#include "client/SharedLink.hpp"
-#include "client/Unlocked.hpp"
+#include "client/Backoff.hpp"
+#include "client/MultiplexedConnection.hpp"
+#include "client/OpenDescriptors.hpp"
 
 namespace client {
 namespace {
@@ -16,23 +17,115 @@ using Clock = std::chrono::steady_clock;
 
 }  // namespace
 
-struct SharedConnection::State {
-  std::mutex mutex;
-  LinkKeeper links;
-  bool isOpening = false;          // some thread makes a connection
-  std::condition_variable opened;  // or failed to
+// The connection that new requests use, and when the next connection attempt is due. The lock of
+// SharedConnection is held in every call.
+class SharedConnection::ReconnectState {
+ public:
+  // Null if there is none.
+  [[nodiscard]] const std::shared_ptr<MultiplexedConnection> &current() const { return current_; }
+
+  void setCurrent(std::unique_ptr<Connection> connection);
+
+  // New requests no longer use this connection.
+  void retire(const std::shared_ptr<MultiplexedConnection> &link);
+
+  // The connection has ended during a call that began at `callStart`.
+  void recordLoss(const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart);
+
+  // A connection attempt failed.
+  void recordFailure(Error reason);
+
+  // The daemon answered a request.
+  void recordAnswer();
+
+  [[nodiscard]] Deadline nextAttempt() const { return nextAttempt_; }
+
+  // The reason for the failures, if attempts since `callStart` have failed for at least `limit`;
+  // nothing otherwise.
+  [[nodiscard]] std::optional<Error> reasonToGiveUp(Deadline callStart,
+                                                    std::chrono::milliseconds limit) const;
+
+  // For the child of a fork: closes the descriptors of all connections and sends nothing.
+  // Lock-free.
+  void abandon() { descriptors_.closeAll(); }
+
+ private:
+  // A series of failures without an answer or a lasting connection in between.
+  struct Outage {
+    Error reason;
+    Deadline since;
+    Deadline latest;
+  };
+
+  // Delays between attempts: a daemon restarts within a second or two.
+  static constexpr std::chrono::milliseconds kFirstPause{50};
+  static constexpr std::chrono::milliseconds kLongestPause{1000};
+
+  OpenDescriptors descriptors_;  // outlives the connections
+  std::shared_ptr<MultiplexedConnection> current_;
+  Deadline nextAttempt_;
+  Backoff backoff_{kFirstPause, kLongestPause};
+  std::optional<Outage> outage_;
 };
 
-// While one thread makes a connection, the others wait for it.
-class SharedConnection::Opening {
+void SharedConnection::ReconnectState::setCurrent(std::unique_ptr<Connection> connection) {
+  current_ = std::make_shared<MultiplexedConnection>(std::move(connection), descriptors_);
+}
+
+void SharedConnection::ReconnectState::retire(const std::shared_ptr<MultiplexedConnection> &link) {
+  if (current_ == link) {
+    if (!link->failedEarly()) {
+      outage_.reset();
+    }
+    current_ = nullptr;
+  }
+}
+
+void SharedConnection::ReconnectState::recordLoss(
+    const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart) {
+  // A server that disconnects at once counts as unreachable. The loss is counted once, not by each
+  // waiter, and not if the connection existed before the call.
+  if (current_ == link && link->failedEarly() && link->openedAt() >= callStart) {
+    recordFailure(link->end().value_or(Error()));
+  }
+  retire(link);
+}
+
+void SharedConnection::ReconnectState::recordFailure(Error reason) {
+  const auto now = std::chrono::steady_clock::now();
+  outage_ = Outage{std::move(reason), outage_ ? outage_->since : now, now};
+  nextAttempt_ = now + backoff_.next();
+}
+
+void SharedConnection::ReconnectState::recordAnswer() {
+  outage_.reset();
+  backoff_.reset();
+}
+
+std::optional<Error> SharedConnection::ReconnectState::reasonToGiveUp(
+    Deadline callStart, std::chrono::milliseconds limit) const {
+  const bool mustGiveUp = outage_ && outage_->latest >= callStart &&
+                          outage_->latest - std::max(callStart, outage_->since) >= limit;
+  return mustGiveUp ? std::optional(outage_->reason) : std::nullopt;
+}
+
+struct SharedConnection::State {
+  std::mutex mutex;
+  ReconnectState reconnect;
+  bool isOpening = false;          // a thread is opening a connection
+  std::condition_variable opened;  // that thread is done
+};
+
+// While one thread opens a connection, the others wait for it.
+class SharedConnection::OpeningGuard {
  public:
-  explicit Opening(State &state) : state_(state) { state_.isOpening = true; }
-  ~Opening() {
+  explicit OpeningGuard(State &state) : state_(state) { state_.isOpening = true; }
+  ~OpeningGuard() {
     state_.isOpening = false;
     state_.opened.notify_all();
   }
-  Opening(const Opening &) = delete;
-  Opening &operator=(const Opening &) = delete;
+  OpeningGuard(const OpeningGuard &) = delete;
+  OpeningGuard &operator=(const OpeningGuard &) = delete;
 
  private:
   State &state_;
@@ -41,28 +134,28 @@ class SharedConnection::Opening {
 // One request, on the thread that makes it.
 class SharedConnection::Call {
  public:
-  Call(State &state, const Opener &opener, const Terms &terms, Error *error)
-      : state_(state), opener_(opener), terms_(terms), error_(error), lock_(state.mutex) {}
+  Call(State &state, const Opener &opener, const RequestOptions &options, Error *error)
+      : state_(state), opener_(opener), options_(options), error_(error), lock_(state.mutex) {}
 
   std::optional<QuillMessage> run(const QuillMessage &message) {
-    while (const auto link = linkThatStands()) {
-      SharedLink::Waiter waiter(*link, *message.messageID);
+    while (const auto link = usableConnection()) {
+      MultiplexedConnection::Waiter waiter(*link, *message.messageID);
       Error reason;
       if (!link->send(message, &reason) && reason.code == notSendable) {
         end(std::move(reason));
         return std::nullopt;
       }
-      while (!waiter.answer && !link->end() && goesOn(link)) {
-        link->wait(lock_, waiter, nextLook());
+      while (!waiter.answer && !link->end() && checkWait(link)) {
+        link->wait(lock_, waiter, nextWakeUp());
       }
       if (waiter.answer) {
-        state_.links.noteAnswer();
+        state_.reconnect.recordAnswer();
         return std::move(waiter.answer);
       }
       if (!link->end()) {
         return std::nullopt;
       }
-      state_.links.noteLoss(link, begin_);
+      state_.reconnect.recordLoss(link, begin_);
     }
     return std::nullopt;
   }
@@ -74,60 +167,61 @@ class SharedConnection::Call {
     }
   }
 
-  [[nodiscard]] Deadline nextLook() const { return std::min(terms_.deadline, nextGlance_); }
+  [[nodiscard]] Deadline nextWakeUp() const { return std::min(options_.deadline, nextCheck_); }
 
-  // False, with the reason given, if the call is at its end. `link` is the one that it waits on.
-  bool goesOn(const std::shared_ptr<SharedLink> &link) {
+  // Returns false and reports the reason if the call must end. `link` is the connection in use;
+  // null: none.
+  bool checkWait(const std::shared_ptr<MultiplexedConnection> &link) {
     const auto now = Clock::now();
-    if (now >= terms_.deadline) {
+    if (now >= options_.deadline) {
       if (link) {
-        state_.links.retire(link);
+        state_.reconnect.retire(link);
       }
       end({kErrorDomain, timedOut, "no answer in time"});
       return false;
     }
-    if (now < nextGlance_) {
+    if (now < nextCheck_) {
       return true;
     }
-    if (terms_.goesOn) {
+    if (options_.shouldContinue) {
       if (link) {
-        link->handOn();
+        link->handOverPolling();
       }
-      const Unlocked unlocked(lock_);
-      if (!terms_.goesOn()) {
+      const ReverseLock reverseLock(lock_);
+      if (!options_.shouldContinue()) {
         end({kErrorDomain, stopped, "stopped while waiting"});
         return false;
       }
     }
-    nextGlance_ = Clock::now() + terms_.glance;
+    nextCheck_ = Clock::now() + options_.checkInterval;
     return true;
   }
 
-  // Null, with the reason given, if there is none within the terms.
-  std::shared_ptr<SharedLink> linkThatStands() {
+  // Returns null and reports the reason if there is none within the limits of the call.
+  std::shared_ptr<MultiplexedConnection> usableConnection() {
     while (true) {
-      auto link = state_.links.current();
-      if (link && link->stands()) {
+      auto link = state_.reconnect.current();
+      if (link && link->readPending()) {
         return link;
       }
       if (link) {
-        state_.links.noteLoss(link, begin_);
+        state_.reconnect.recordLoss(link, begin_);
       }
-      if (!goesOn(nullptr) || !isWorthAnotherAttempt()) {
+      if (!checkWait(nullptr) || !checkRetry()) {
         return nullptr;
       }
       if (state_.isOpening) {
-        state_.opened.wait_until(lock_, nextLook());
-      } else if (Clock::now() < state_.links.nextAttempt()) {
-        state_.opened.wait_until(lock_, std::min(nextLook(), state_.links.nextAttempt()));
+        state_.opened.wait_until(lock_, nextWakeUp());
+      } else if (Clock::now() < state_.reconnect.nextAttempt()) {
+        state_.opened.wait_until(lock_, std::min(nextWakeUp(), state_.reconnect.nextAttempt()));
       } else {
         open();
       }
     }
   }
 
-  bool isWorthAnotherAttempt() {
-    auto reason = state_.links.whyHopeless(begin_, terms_.connecting);
+  bool checkRetry() {
+    auto reason = state_.reconnect.reasonToGiveUp(begin_, options_.reconnectTime);
     if (reason) {
       end(std::move(*reason));
     }
@@ -135,34 +229,34 @@ class SharedConnection::Call {
   }
 
   void open() {
-    const Opening opening(state_);
+    const OpeningGuard opening(state_);
     Error reason;
     std::unique_ptr<Connection> connection;
     {
-      const Unlocked unlocked(lock_);
-      connection = opener_({terms_.deadline, /*stopDescriptor=*/-1}, &reason);
+      const ReverseLock reverseLock(lock_);
+      connection = opener_({options_.deadline, /*stopDescriptor=*/-1}, &reason);
     }
     if (connection) {
-      state_.links.keep(std::move(connection));
-    } else if (Clock::now() < terms_.deadline) {
-      // else it was this call that had no time left
-      state_.links.noteFailure(std::move(reason));
+      state_.reconnect.setCurrent(std::move(connection));
+    } else if (Clock::now() < options_.deadline) {
+      // otherwise this call ran out of time
+      state_.reconnect.recordFailure(std::move(reason));
     }
   }
 
   State &state_;
   const Opener &opener_;
-  const Terms &terms_;
+  const RequestOptions &options_;
   Error *error_;
-  SharedLink::Lock lock_;
+  MultiplexedConnection::Lock lock_;
   Deadline begin_ = Clock::now();
-  Deadline nextGlance_ = begin_ + terms_.glance;
+  Deadline nextCheck_ = begin_ + options_.checkInterval;
 };
 
-Terms lasting(std::chrono::milliseconds time) {
-  Terms terms;
-  terms.deadline = Clock::now() + time;
-  return terms;
+RequestOptions optionsWithin(std::chrono::milliseconds time) {
+  RequestOptions options;
+  options.deadline = Clock::now() + time;
+  return options;
 }
 
 SharedConnection::SharedConnection(Opener opener)
@@ -171,18 +265,18 @@ SharedConnection::SharedConnection(Opener opener)
 SharedConnection::~SharedConnection() = default;
 
 std::optional<QuillMessage> SharedConnection::request(const QuillMessage &message,
-                                                      const Terms &terms, Error *error) {
+                                                      const RequestOptions &options, Error *error) {
   if (!message.messageID) {
     base::report(error, kErrorDomain, notSendable, "the request has no message ID");
     return std::nullopt;
   }
-  return Call(*state_, opener_, terms, error).run(message);
+  return Call(*state_, opener_, options, error).run(message);
 }
 
 void SharedConnection::abandon() {
-  // never released: a thread that is not in this process may hold its lock or wait in it
+  // Never freed: a thread that does not exist in this process may hold its lock or wait in it.
   State &old = *state_.release();
-  old.links.abandon();
+  old.reconnect.abandon();
   state_ = std::make_unique<State>();
 }
 

@@ -7,62 +7,59 @@
 
 #include "base/Error.hpp"
 #include "client/Connection.hpp"
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace client {
 
-// How a request on a shared connection waits.
-struct Terms {
+// The wait limits of a request on a shared connection.
+struct RequestOptions {
   Deadline deadline = std::chrono::steady_clock::now() + kDefaultWait;
 
-  // How long it is tried again to reach a daemon that can't be reached, before the call fails.
-  // Zero: one attempt.
-  std::chrono::milliseconds connecting{5000};
+  // How long connection attempts are repeated before the call fails. Zero: one attempt.
+  std::chrono::milliseconds reconnectTime{5000};
 
-  // Asked about every `glance` of the wait whether it goes on; null: always. Called without a lock,
-  // may use the connection itself.
-  std::function<bool()> goesOn;
-  std::chrono::milliseconds glance{250};
+  // Called about every `checkInterval` during the wait; false ends the call. Null: never ends it.
+  // Called without a lock and may use the connection.
+  std::function<bool()> shouldContinue;
+  std::chrono::milliseconds checkInterval{250};
 };
 
-// The usual terms, with a deadline in `time` from now.
-[[nodiscard]] Terms lasting(std::chrono::milliseconds time);
+// The default options with a deadline in `time` from now.
+[[nodiscard]] RequestOptions optionsWithin(std::chrono::milliseconds time);
 
-// A connection to a daemon that many threads use at once, each call with as many others in flight
-// as there are threads, and none delayed by another. Opened at the first request, again after a
-// loss. Has no thread of its own: a caller that waits reads for all.
+// A connection to a daemon that many threads use at once: their requests are in flight together and
+// don't delay each other. Opened at the first request, and again after a loss. Has no thread of its
+// own: one of the waiting callers reads for all.
 class SharedConnection {
  public:
-  // Makes a connection to the right server, or gives the reason why there is none. May block as
-  // long as `patience` says.
-  using Opener = std::function<std::unique_ptr<Connection>(const Patience &patience, Error *error)>;
+  // Opens a connection to the right server within `limits`. Null, with the reason, if that fails.
+  using Opener = std::function<std::unique_ptr<Connection>(const WaitLimits &limits, Error *error)>;
 
   explicit SharedConnection(Opener opener);
 
-  // No call may be under way. Says goodbye to the daemon.
+  // Sends close_notify. No call may be in progress.
   ~SharedConnection();
   SharedConnection(const SharedConnection &) = delete;
   SharedConnection &operator=(const SharedConnection &) = delete;
 
-  // Sends a request and waits for the response with its message ID. Where the connection is lost
-  // before that, the same request goes out again on a new one: it must not hurt when it is done
-  // twice. Later requests use another connection than one on which a deadline passed, while those
-  // in flight there go on. Nothing, with the code, when the deadline has passed (timedOut),
-  // `goesOn` said no (stopped), the message has no ID or lacks a field (notSendable), or else why
-  // there is no connection.
+  // Sends a request and waits for the response with the same message ID. If the connection is lost
+  // meanwhile, the request is sent again on a new one, so it must be idempotent. After a timeout,
+  // new requests use a new connection, while those in flight on the old one continue. Nothing, with
+  // the code, if the deadline passed (timedOut), `shouldContinue` returned false (stopped), the
+  // message has no ID or lacks a field (notSendable), or the connection could not be opened.
   [[nodiscard]] std::optional<QuillMessage> request(const QuillMessage &message,
-                                                    const Terms &terms = {},
+                                                    const RequestOptions &options = {},
                                                     Error *error = nullptr);
 
-  // For a process that got this through fork: closes the descriptors without a word and begins
-  // anew. Safe whatever the threads of the other process were doing; all else that they held is
-  // left as it is.
+  // For the child of a fork: closes the descriptors, sends nothing and starts with no connection.
+  // Safe whatever the parent's threads were doing; their other resources are leaked.
   void abandon();
 
  private:
+  class ReconnectState;
   struct State;
-  class Opening;
+  class OpeningGuard;
   class Call;
 
   Opener opener_;

@@ -29,11 +29,11 @@ Failure failureFromClient(const Error &error) {
 }
 
 // Where there is no certificate to pin, the first question is whether a daemon runs at all.
-std::optional<Failure> whyNobodyAnswers(const client::Patience &patience) {
+std::optional<Failure> whyNobodyAnswers(const client::WaitLimits &limits) {
   Error error;
   const auto nobody = client::Connection::open(
       client::kLoopbackHost, base::kLoopbackPort, [](const crypto::Certificate &) { return false; },
-      patience, &error);
+      limits, &error);
   return error.code == client::keyNotPinned ? std::nullopt
                                             : std::optional(failureFromClient(error));
 }
@@ -59,11 +59,10 @@ std::string loopbackName() {
 
 std::optional<LocalDaemon> LocalDaemon::open(std::chrono::seconds time, Failure &failure) {
   Error error;
-  const auto patience = client::Patience::lasting(time);
-  auto connection = client::openLoopback(patience, &error);
+  const auto limits = client::WaitLimits::within(time);
+  auto connection = client::openLoopback(limits, &error);
   if (!connection) {
-    const auto worse =
-        error.code == client::pinUnusable ? whyNobodyAnswers(patience) : std::nullopt;
+    const auto worse = error.code == client::pinUnusable ? whyNobodyAnswers(limits) : std::nullopt;
     failure = worse.value_or(failureFromClient(error));
     return std::nullopt;
   }
@@ -72,7 +71,7 @@ std::optional<LocalDaemon> LocalDaemon::open(std::chrono::seconds time, Failure 
 
 std::optional<QuillMessage> LocalDaemon::ask(const QuillMessage &message, Failure &failure) {
   Error error;
-  auto answer = connection_->request(message, client::Patience::lasting(time_), &error);
+  auto answer = connection_->request(message, client::WaitLimits::within(time_), &error);
   if (!answer) {
     failure = failureFromClient(error);
   }

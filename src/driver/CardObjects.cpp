@@ -15,8 +15,7 @@ namespace {
 
 using Attributes = std::map<CK_ATTRIBUTE_TYPE, Bytes>;
 
-// The object's value that is DER without being certificate or key: OCTET STRING of fewer than 256
-// bytes.
+// A DER OCTET STRING of fewer than 256 bytes.
 Bytes octetString(ByteView content) {
   Bytes der{0x04};
   if (content.size() >= 128) {
@@ -27,7 +26,7 @@ Bytes octetString(ByteView content) {
   return der;
 }
 
-// CKA_EC_PARAMS of Ed25519, the curve's name as a PrintableString (PKCS #11 v3.0, 2.3.10).
+// CKA_EC_PARAMS of Ed25519: the curve name as a PrintableString (PKCS #11 v3.0, 2.3.10).
 Bytes edwardsCurve() {
   constexpr std::string_view kName = "edwards25519";
   Bytes der{0x13, static_cast<std::uint8_t>(kName.size())};
@@ -35,7 +34,7 @@ Bytes edwardsCurve() {
   return der;
 }
 
-// True for kinds of keys that the mechanisms know.
+// True if there are mechanisms for this type and size of key.
 bool isUsable(const crypto::PublicKey &key) {
   constexpr int kLeastRSABits = 1024;
   constexpr int kMostRSABits = 4096;
@@ -65,7 +64,7 @@ Bytes mechanismsAttribute(crypto::KeyType type) {
   return value;
 }
 
-// What all objects of the card have.
+// The attributes of every object of the card.
 Attributes commonAttributes(CK_OBJECT_CLASS objectClass, const CardIdentity &identity,
                             const std::string &label) {
   return {{CKA_CLASS, attributeOf(objectClass)},
@@ -81,8 +80,8 @@ Attributes commonAttributes(CK_OBJECT_CLASS objectClass, const CardIdentity &ide
           {CKA_END_DATE, {}}};
 }
 
-// What both halves of a key have. The numbers of the public half stand on the private one too,
-// where most programs look for them.
+// The attributes of both halves of a key pair. The private key object has the public parameters
+// too, since most programs read them from it.
 void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
   attributes[CKA_LOCAL] = no();
   attributes[CKA_KEY_GEN_MECHANISM] = attributeOf(CK_UNAVAILABLE_INFORMATION);
@@ -101,12 +100,12 @@ void addKeyAttributes(Attributes &attributes, const crypto::PublicKey &key) {
   attributes[CKA_EC_POINT] = octetString(key.externalRepresentation().value_or(Bytes()));
 }
 
-// Labels that differ: of programs that find objects by label alone, each finds them all.
-class LabelsApart {
+// Makes labels unique, so that programs that find objects by label find all of them.
+class UniqueLabels {
  public:
-  std::string apart(const std::string &wanted) {
+  std::string unique(const std::string &wanted) {
     std::string label = wanted;
-    // where the last one that wanted it stopped: else many of one label take quadratic time
+    // The last number used for this label: searching from 2 each time would take quadratic time.
     int &number = lastNumbers_.try_emplace(wanted, 1).first->second;
     while (!taken_.insert(label).second) {
       label = wanted + " (" + std::to_string(++number) + ")";
@@ -129,16 +128,16 @@ std::string labelOf(const CardIdentity &identity) {
 
 }  // namespace
 
-CK_OBJECT_HANDLE CardObjectMaker::handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash) {
-  CK_OBJECT_HANDLE &handle = known_[{objectClass, hash}];
+CK_OBJECT_HANDLE CardObjectBuilder::handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash) {
+  CK_OBJECT_HANDLE &handle = handlesByHash_[{objectClass, hash}];
   if (handle == CK_INVALID_HANDLE) {
     handle = handles_.next();
   }
   return handle;
 }
 
-ObjectPointer CardObjectMaker::certificateObject(const CardIdentity &identity,
-                                                 const std::string &label) {
+ObjectPointer CardObjectBuilder::certificateObject(const CardIdentity &identity,
+                                                   const std::string &label) {
   constexpr CK_ULONG kTokenUser = 1;           // CK_CERTIFICATE_CATEGORY_TOKEN_USER
   constexpr std::size_t kCheckValueBytes = 3;  // of the SHA-1 digest
   const Bytes &hash = identity.certificateHash;
@@ -159,9 +158,9 @@ ObjectPointer CardObjectMaker::certificateObject(const CardIdentity &identity,
   return std::make_shared<const Object>(std::move(object));
 }
 
-ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
-                                               const std::string &label,
-                                               const crypto::PublicKey &key) {
+ObjectPointer CardObjectBuilder::publicKeyObject(const CardIdentity &identity,
+                                                 const std::string &label,
+                                                 const crypto::PublicKey &key) {
   const bool isRSA = key.type() == crypto::KeyType::rsa;
   Object object;
   object.handle = handleOf(CKO_PUBLIC_KEY, identity.publicKeyHash);
@@ -174,16 +173,16 @@ ObjectPointer CardObjectMaker::publicKeyObject(const CardIdentity &identity,
   object.attributes[CKA_ENCRYPT] = attributeOf(isRSA);
   object.attributes[CKA_VERIFY_RECOVER] = no();
   object.attributes[CKA_WRAP] = no();
-  // as of the private key: programs ask either half what the key can do
+  // the same as on the private key, since programs ask either half
   object.attributes[CKA_DERIVE] = attributeOf(derives(identity, key));
   object.attributes[CKA_TRUSTED] = no();
   object.key = key;
   return std::make_shared<const Object>(std::move(object));
 }
 
-ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
-                                                const std::string &label,
-                                                const crypto::PublicKey &key, bool needsLogin) {
+ObjectPointer CardObjectBuilder::privateKeyObject(const CardIdentity &identity,
+                                                  const std::string &label,
+                                                  const crypto::PublicKey &key, bool needsLogin) {
   const crypto::KeyType type = key.type();
   Object object;
   object.handle = handleOf(CKO_PRIVATE_KEY, identity.publicKeyHash);
@@ -206,12 +205,12 @@ ObjectPointer CardObjectMaker::privateKeyObject(const CardIdentity &identity,
   return std::make_shared<const Object>(std::move(object));
 }
 
-std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
-    std::shared_ptr<const CardContent> content, const Settings &settings) {
+std::shared_ptr<const CardObjects> CardObjectBuilder::objectsOf(
+    std::shared_ptr<const CardContent> content, const DriverSettings &settings) {
   constexpr std::size_t kSerialDigits = 16;
   auto made = std::make_shared<CardObjects>();
   std::vector<ObjectPointer> keys;
-  LabelsApart labels;
+  UniqueLabels labels;
   std::set<Bytes> certificateHashes;
   std::set<Bytes> keyHashes;
   for (const CardIdentity &identity : *content) {
@@ -220,7 +219,7 @@ std::shared_ptr<const CardObjects> CardObjectMaker::objectsOf(
     if (isHidden || !certificateHashes.insert(identity.certificateHash).second) {
       continue;
     }
-    const std::string label = labels.apart(base::displayText(labelOf(identity)));
+    const std::string label = labels.unique(base::displayText(labelOf(identity)));
     made->objects.push_back(certificateObject(identity, label));
     if (key && isUsable(*key) && keyHashes.insert(identity.publicKeyHash).second) {
       keys.push_back(privateKeyObject(identity, label, *key, settings.pinMode != PinMode::none));

@@ -8,33 +8,31 @@
 #include <vector>
 
 #include "driver/Card.hpp"
-#include "driver/Handles.hpp"
+#include "driver/DriverSettings.hpp"
 #include "driver/Object.hpp"
-#include "driver/Settings.hpp"
 
 namespace driver {
 
-// The objects of a card as it was read at one time.
+// The objects of a card at the time of reading.
 struct CardObjects {
-  std::shared_ptr<const CardContent> content;  // what they were made from
-  std::string serialNumber;                    // 16 digits from the first key's hash
-  std::vector<ObjectPointer> objects;          // certificates first, in the card's order
-  std::unordered_map<CK_OBJECT_HANDLE, ObjectPointer> byHandle;  // the same
+  std::shared_ptr<const CardContent> content;  // the content from which they were built
+  std::string serialNumber;            // the first 16 hexadecimal digits of the first key's hash
+  std::vector<ObjectPointer> objects;  // certificates first, in the card's order
+  std::unordered_map<CK_OBJECT_HANDLE, ObjectPointer> byHandle;  // the same objects
 };
 
-// Makes objects from what a card holds: a certificate object for each certificate, a private and a
-// public key object for each distinct key of a kind that the token can use (RSA of 1024 to 4096
-// bits, P-256, P-384, P-521; Ed25519 only where the settings say so, else not even its certificate
-// is shown). Labels are fit to be shown, since programs print them as
-// they are. The same thing gets the same handle each time, so that a card which goes and comes
-// leaves the handles of programs valid. For one thread at a time.
-class CardObjectMaker {
+// Builds PKCS #11 objects from the card's content: a certificate object for each certificate, and a
+// private and a public key object for each distinct usable key (RSA of 1024 to 4096 bits, P-256,
+// P-384, P-521). Ed25519 keys and their certificates are shown only if the settings say so. Labels
+// are sanitized for display, since programs print them. The same key or certificate always gets the
+// same handle, so handles stay valid when a card is removed and inserted again. Not thread-safe.
+class CardObjectBuilder {
  public:
-  explicit CardObjectMaker(Handles &handles) : handles_(handles) {}
+  explicit CardObjectBuilder(HandleCounter &handles) : handles_(handles) {}
 
-  // The content is not empty.
+  // `content` must not be empty.
   [[nodiscard]] std::shared_ptr<const CardObjects> objectsOf(
-      std::shared_ptr<const CardContent> content, const Settings &settings);
+      std::shared_ptr<const CardContent> content, const DriverSettings &settings);
 
  private:
   [[nodiscard]] CK_OBJECT_HANDLE handleOf(CK_OBJECT_CLASS objectClass, const Bytes &hash);
@@ -47,8 +45,8 @@ class CardObjectMaker {
                                                const std::string &label,
                                                const crypto::PublicKey &key, bool needsLogin);
 
-  Handles &handles_;
-  std::map<std::pair<CK_OBJECT_CLASS, Bytes>, CK_OBJECT_HANDLE> known_;
+  HandleCounter &handles_;
+  std::map<std::pair<CK_OBJECT_CLASS, Bytes>, CK_OBJECT_HANDLE> handlesByHash_;
 };
 
 }  // namespace driver

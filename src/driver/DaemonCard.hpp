@@ -13,89 +13,98 @@
 #include "client/PinnedServer.hpp"
 #include "client/SharedConnection.hpp"
 #include "driver/Card.hpp"
-#include "driver/CardKnowledge.hpp"
-#include "driver/PrivateFolder.hpp"
+#include "driver/CardCache.hpp"
+#include "driver/DriverSettings.hpp"
+#include "driver/Journal.hpp"
+#include "driver/PrivateMount.hpp"
 #include "protocol/QuillMessage.hpp"
 
 namespace driver {
 
-// How long things may take.
-struct CardTimes {
-  std::chrono::milliseconds use{60000};     // one use of a key: its holder may have to ask somebody
-  std::chrono::milliseconds list{10000};    // the reading of the list
-  std::chrono::milliseconds away{5000};     // how long the card may be away during a use
-  std::chrono::milliseconds glance{250};    // between two looks at the card during a use
-  std::chrono::milliseconds restart{3000};  // how long a use waits for a daemon that has gone
-  std::chrono::milliseconds again{1000};    // before the daemon is asked again after a failure, and
-                                            // between two questions where no marker can be seen
+// Time limits.
+struct CardTimeouts {
+  std::chrono::milliseconds request{60000};     // one request to the key's holder
+  std::chrono::milliseconds list{10000};        // reading the list
+  std::chrono::milliseconds cardAway{5000};     // how long the card may be away during a request
+  std::chrono::milliseconds pollInterval{250};  // between two checks of the card during a request
+  std::chrono::milliseconds restart{3000};      // how long a request waits for a restarting daemon
+  std::chrono::milliseconds retryDelay{1000};   // between requests for the list, after a failure
+                                                // or while the marker is hidden
 };
 
-// What it meets outside.
-struct CardSurroundings {
-  client::SharedConnection::Opener open = [](const client::Patience &patience, Error *error) {
-    return client::openLoopback(patience, error);
+// The parts that tests replace.
+struct CardDependencies {
+  client::SharedConnection::Opener open = [](const client::WaitLimits &limits, Error *error) {
+    return client::openLoopback(limits, error);
   };
   std::function<bool()> isMarkerFolderPrivate = driver::isMarkerFolderPrivate;
-  std::function<void(const std::string &line)> report;  // to the journal; null: nobody reads it
+  std::function<void(const std::string &line)> report;  // writes to the journal; may be null
 };
 
-// The card that the daemon of this machine holds. It is there while the daemon's marker is, unless
-// the list is known to be empty. Where the folder of the marker is this program's own, the daemon
-// is asked instead, which keeps the list when the card goes. Connects at first use.
+// The card that this machine's daemon holds. A card is present while the daemon's marker exists,
+// unless its list is known to be empty. If the marker's folder is private to this program, the
+// daemon is asked for the list instead. Connects at the first request.
 class DaemonCard final : public Card {
  public:
-  explicit DaemonCard(CardTimes times = {}, CardSurroundings surroundings = {});
+  explicit DaemonCard(CardTimeouts timeouts = {}, CardDependencies dependencies = {});
   ~DaemonCard() override;
   DaemonCard(const DaemonCard &) = delete;
   DaemonCard &operator=(const DaemonCard &) = delete;
 
-  // Where no marker can be seen, may wait for the daemon, a second at most.
+  // May wait up to a second for the daemon if the marker is hidden.
   [[nodiscard]] bool isPresent() override;
   [[nodiscard]] std::shared_ptr<const CardContent> content() override;
   void awaitRestart() override;
   [[nodiscard]] std::uint64_t generation() override;
-  [[nodiscard]] UseResult sign(const CardIdentity &identity, ByteView data,
-                               const SecretText &pin) override;
-  [[nodiscard]] UseResult decrypt(const CardIdentity &identity, ByteView data,
-                                  const SecretText &pin) override;
-  [[nodiscard]] std::string lastTrouble() override;
+  [[nodiscard]] RequestResult sign(const CardIdentity &identity, ByteView data,
+                                   const SecretText &pin) override;
+  [[nodiscard]] RequestResult decrypt(const CardIdentity &identity, ByteView data,
+                                      const SecretText &pin) override;
+  [[nodiscard]] std::string lastError() override;
   void abandon() override;
 
  private:
-  // No lock is held while anybody is asked.
+  // The lock is not held during a request.
   struct State {
     std::mutex mutex;
-    CardKnowledge known;
-    std::string trouble;
-    std::size_t leftOut = 0;  // of the list that was read last
-    unsigned readOver = 0;    // the connection over which a card was read last, by its number
-    std::optional<CardKnowledge::Clock::time_point> ranAt;  // the daemon of that connection
+    CardCache cache;
+    std::string lastError;
+    std::size_t leftOut = 0;      // entries of the last list beyond kMaxCertificates
+    unsigned listConnection = 0;  // number of the connection over which a card was last read
+    // When the daemon of that connection last answered.
+    std::optional<CardCache::Clock::time_point> daemonSeenAt;
 
     [[nodiscard]] bool wasAskedWithin(std::chrono::milliseconds time) const;
   };
   using Content = std::shared_ptr<const CardContent>;
 
-  [[nodiscard]] Content contentByMarker();
-  [[nodiscard]] Content contentByAsking(const client::Terms &terms);
-  [[nodiscard]] std::unique_ptr<client::Connection> open(const client::Patience &patience,
+  [[nodiscard]] Content cachedContent();
+  [[nodiscard]] Content contentFromDaemon(const client::RequestOptions &options);
+  [[nodiscard]] std::unique_ptr<client::Connection> open(const client::WaitLimits &limits,
                                                          Error *error);
-  [[nodiscard]] bool isDaemonStillThere();
-  [[nodiscard]] std::optional<CardContent> readList(const client::Terms &terms);
+  [[nodiscard]] bool checkDaemonIsRunning();
+  [[nodiscard]] std::optional<CardContent> readList(const client::RequestOptions &options);
   void reportLeftOut(std::size_t entries);
   [[nodiscard]] std::optional<QuillMessage> ask(const QuillMessage &message,
-                                                const client::Terms &terms, UseOutcome &failure);
-  [[nodiscard]] client::Terms termsOfUse(client::Deadline deadline, bool &isAnother);
-  [[nodiscard]] std::optional<QuillMessage> use(const CardIdentity &identity,
-                                                const QuillMessage &message, UseOutcome &outcome);
-  [[nodiscard]] std::optional<QuillMessage> useOnce(const CardIdentity &identity,
+                                                const client::RequestOptions &options,
+                                                RequestOutcome &failure);
+  [[nodiscard]] client::RequestOptions optionsFor(client::Deadline deadline, bool &wasReplaced);
+  [[nodiscard]] std::optional<QuillMessage> request(const CardIdentity &identity,
                                                     const QuillMessage &message,
-                                                    client::Deadline deadline, UseOutcome &outcome);
+                                                    RequestOutcome &outcome);
+  [[nodiscard]] std::optional<QuillMessage> requestOnce(const CardIdentity &identity,
+                                                        const QuillMessage &message,
+                                                        client::Deadline deadline,
+                                                        RequestOutcome &outcome);
 
-  CardTimes times_;
-  CardSurroundings surroundings_;
-  std::atomic<unsigned> connections_ = 0;  // so many were made
+  CardTimeouts timeouts_;
+  CardDependencies dependencies_;
+  std::atomic<unsigned> connections_ = 0;  // number of connections opened so far
   client::SharedConnection connection_;
   std::unique_ptr<State> state_;
 };
+
+// The production CardFactory: the card of this machine's daemon.
+[[nodiscard]] std::unique_ptr<Card> makeCard(const DriverSettings &settings, Journal &journal);
 
 }  // namespace driver

@@ -16,7 +16,7 @@ CK_RV Driver::findObject(CK_OBJECT_HANDLE handle, ObjectPointer &object) {
     return CKR_DEVICE_REMOVED;
   }
   const auto found = card->byHandle.find(handle);
-  if (found == card->byHandle.end() || !token.isOpenTo(*found->second)) {
+  if (found == card->byHandle.end() || !token.isAccessible(*found->second)) {
     return CKR_OBJECT_HANDLE_INVALID;
   }
   object = found->second;
@@ -30,7 +30,7 @@ CK_RV Driver::visibleObjects(std::vector<ObjectPointer> &objects) {
   }
   objects = sessionObjects.all();
   std::ranges::copy_if(card->objects, std::back_inserter(objects),
-                       [&](const ObjectPointer &object) { return token.isOpenTo(*object); });
+                       [&](const ObjectPointer &object) { return token.isAccessible(*object); });
   return CKR_OK;
 }
 
@@ -53,7 +53,7 @@ void Driver::closeAllSessions() {
 
 CK_RV Driver::keep(const Session &session, Object object) {
   sessionObjects.add(session.handle, std::make_shared<const Object>(std::move(object)));
-  // another thread may have closed it while the holder was asked
+  // another thread may have closed the session during the request
   if (!sessions.find(session.handle)) {
     sessionObjects.removeOf(session.handle);
     return CKR_SESSION_CLOSED;
@@ -63,7 +63,7 @@ CK_RV Driver::keep(const Session &session, Object object) {
 
 CK_RV Driver::logIn(SecretText pin) {
   const CK_RV result = token.logIn(std::move(pin));
-  // other threads may have closed them while the card was read
+  // other threads may have closed all sessions while the card was read
   if (sessions.count() == 0) {
     static_cast<void>(token.logOut());
     return CKR_SESSION_CLOSED;
@@ -75,7 +75,7 @@ CK_RV Driver::waitForSlotEvent(bool mayBlock) {
   constexpr std::chrono::milliseconds kPoll{100};
   const std::uint64_t first = token.firstGeneration();
   while (true) {
-    // where no marker can be seen, only this asks the daemon for news
+    // polls the daemon if the marker is hidden
     static_cast<void>(token.isPresent());
     const std::uint64_t generation = token.generation();
     std::unique_lock lock(mutex_);

@@ -6,48 +6,45 @@
 #include <optional>
 #include <vector>
 
-#include "driver/Handles.hpp"
+#include "driver/CardToken.hpp"
 #include "driver/Object.hpp"
 #include "driver/Pkcs11.hpp"
 #include "driver/Session.hpp"
-#include "driver/SessionObjects.hpp"
-#include "driver/Token.hpp"
 
 namespace driver {
 
-// The driver between a C_Initialize and its C_Finalize. Calls that are at work keep it alive.
+// The state between C_Initialize and C_Finalize. Running calls keep it alive.
 class Driver {
  public:
   explicit Driver(CardFactory factory) : token(factory, handles), sessions(handles) {}
 
-  // The object with this handle, of a session or on the card. CKR_DEVICE_REMOVED while the card is
-  // away, CKR_OBJECT_HANDLE_INVALID if there is none that the program may see.
+  // Finds an object of a session or the card. CKR_DEVICE_REMOVED if there is no card,
+  // CKR_OBJECT_HANDLE_INVALID if the program may see no object with this handle.
   [[nodiscard]] CK_RV findObject(CK_OBJECT_HANDLE handle, ObjectPointer &object);
 
-  // All objects that the program may see now. CKR_DEVICE_REMOVED while the card is away.
+  // All objects that the program may see. CKR_DEVICE_REMOVED if there is no card.
   [[nodiscard]] CK_RV visibleObjects(std::vector<ObjectPointer> &objects);
 
-  // Closes a session, or all, with what belongs to it; the user is logged out with the last.
+  // Closes one session or all, with their objects. Closing the last one logs the user out.
   [[nodiscard]] CK_RV closeSession(CK_SESSION_HANDLE handle);
   void closeAllSessions();
 
-  // Keeps an object that ends with the session. CKR_SESSION_CLOSED if that has ended already.
+  // Adds a session object. CKR_SESSION_CLOSED if the session has been closed.
   [[nodiscard]] CK_RV keep(const Session &session, Object object);
 
-  // See Token. CKR_SESSION_CLOSED, and no PIN is kept, if no session is open any more.
+  // See CardToken. CKR_SESSION_CLOSED, with no PIN kept, if no session is open.
   [[nodiscard]] CK_RV logIn(SecretText pin);
 
-  // Waits on the calling thread until a card came or went since the last such event, or since the
-  // program first looked at the token, or until the driver is stopped:
-  // CKR_CRYPTOKI_NOT_INITIALIZED. Without `mayBlock` CKR_NO_EVENT where none is there. Each look at
-  // the card takes as long as Card::isPresent.
+  // Blocks until a card was inserted or removed since the last event (or since the program's first
+  // use of the token). CKR_CRYPTOKI_NOT_INITIALIZED once stop() was called; without `mayBlock`,
+  // CKR_NO_EVENT if there is no event. Each check takes as long as Card::isPresent.
   [[nodiscard]] CK_RV waitForSlotEvent(bool mayBlock);
 
-  // Ends all waiting above. C_Finalize.
+  // Called by C_Finalize: ends all calls of waitForSlotEvent.
   void stop();
 
-  Handles handles;
-  Token token;
+  HandleCounter handles;
+  CardToken token;
   Sessions sessions;
   SessionObjects sessionObjects;
 
@@ -55,7 +52,7 @@ class Driver {
   std::mutex mutex_;
   std::condition_variable stopping_;
   bool isStopped_ = false;
-  std::optional<std::uint64_t> seenGeneration_;  // of the last event; nothing before the first wait
+  std::optional<std::uint64_t> seenGeneration_;  // at the last event; nothing before the first wait
 };
 
 }  // namespace driver

@@ -4,8 +4,8 @@
 
 namespace driver {
 
-// The table of all functions of PKCS #11 v2.40; none is missing. C_GetFunctionList
-// gives it to programs.
+// The table of all functions of PKCS #11 v2.40, as C_GetFunctionList returns it. Every entry is
+// set.
 [[nodiscard]] CK_FUNCTION_LIST *functionList();
 
 }  // namespace driver

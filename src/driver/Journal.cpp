@@ -10,19 +10,19 @@
 namespace driver {
 namespace {
 
-constexpr std::chrono::seconds kPause{10};
-constexpr std::size_t kRemembered = 64;
+constexpr std::chrono::seconds kRepeatInterval{10};
+constexpr std::size_t kMaxRemembered = 64;
 
 }  // namespace
 
-bool Journal::isDue(const std::string &line) {
+bool Journal::admit(const std::string &line) {
   const std::lock_guard lock(mutex_);
   const Clock::time_point now = Clock::now();
   const auto found = sent_.find(line);
-  if (found != sent_.end() && now - found->second < kPause) {
+  if (found != sent_.end() && now - found->second < kRepeatInterval) {
     return false;
   }
-  if (sent_.size() >= kRemembered) {
+  if (sent_.size() >= kMaxRemembered) {
     sent_.clear();
   }
   sent_.insert_or_assign(line, now);
@@ -30,14 +30,14 @@ bool Journal::isDue(const std::string &line) {
 }
 
 void Journal::report(const std::string &line) {
-  if (!isDue(line)) {
+  if (!admit(line)) {
     return;
   }
   const std::string entry =
       base::displayText("kfy-pkcs11 in " + std::string(program_invocation_short_name) +
                         " (process " + std::to_string(::getpid()) + "): " + line);
-  // A sink for each line: programs that close all descriptors would leave a kept one to somebody
-  // else's socket.
+  // A new sink for each line: if a program closed all descriptors, a kept one could refer to
+  // another socket.
   static_cast<void>(platform_linux::EntrySink("kfy-pkcs11").send({&entry, 1}));
 }
 

@@ -7,19 +7,17 @@
 
 namespace driver {
 
-// The driver's lines in the machine's log, each with the program and the process that it lives in.
-// Nothing else of it is ever shown: what it wrote to standard output or error would spoil what the
-// program says. For any thread; never blocks.
+// Writes the driver's messages to the machine's log, each with the program's name and process ID.
+// Standard output and error belong to the host program. Thread-safe; never blocks.
 class Journal {
  public:
-  // `line` says what failed, why, and what to do. The same line is sent again after 10 s at the
-  // earliest.
+  // `line` says what failed, why, and what to do. A repeated line is dropped for 10 s.
   void report(const std::string &line);
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  [[nodiscard]] bool isDue(const std::string &line);
+  [[nodiscard]] bool admit(const std::string &line);
 
   std::mutex mutex_;
   std::map<std::string, Clock::time_point> sent_;

@@ -7,12 +7,12 @@
 namespace driver {
 namespace {
 
-// Parts of a private or secret key, which nobody is shown.
+// The secret attributes of private and secret keys.
 constexpr std::array<CK_ATTRIBUTE_TYPE, 7> kSecretParts{
     CKA_VALUE,      CKA_PRIVATE_EXPONENT, CKA_PRIME_1,    CKA_PRIME_2,
     CKA_EXPONENT_1, CKA_EXPONENT_2,       CKA_COEFFICIENT};
 
-// Odd values, which programs may have given a derived key, hide as well.
+// A malformed CKA_SENSITIVE or CKA_EXTRACTABLE in a program's template hides the key too.
 bool isHidden(const Object &object, CK_ATTRIBUTE_TYPE type) {
   const auto isOther = [&](CK_ATTRIBUTE_TYPE flag, const Bytes &open) {
     const auto found = object.attributes.find(flag);
@@ -87,7 +87,7 @@ bool fits(const Object &object, std::span<const CK_ATTRIBUTE> wanted) {
       wanted, [&](const CK_ATTRIBUTE &attribute) { return fitsOne(object, attribute); });
 }
 
-bool isWhole(std::span<const CK_ATTRIBUTE> given) {
+bool isWellFormed(std::span<const CK_ATTRIBUTE> given) {
   return std::ranges::all_of(given, [](const CK_ATTRIBUTE &attribute) {
     return attribute.pValue != nullptr || attribute.ulValueLen == 0;
   });

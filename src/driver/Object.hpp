@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -15,21 +17,37 @@
 
 namespace driver {
 
-// An object as programs see it. It never changes, so searches and operations keep it as it was.
+// Allocates handles of sessions and objects. Each is new and below 2^31, because some programs
+// store them in a signed integer. Throws std::bad_alloc when they are used up.
+class HandleCounter {
+ public:
+  [[nodiscard]] CK_ULONG next() {
+    const CK_ULONG number = last_.fetch_add(1) + 1;
+    if (number >= (CK_ULONG{1} << 31U)) {
+      throw std::bad_alloc();
+    }
+    return number;
+  }
+
+ private:
+  std::atomic<CK_ULONG> last_{CK_INVALID_HANDLE};
+};
+
+// A PKCS #11 object. Immutable, so searches and operations can hold on to it.
 struct Object {
   CK_OBJECT_HANDLE handle = CK_INVALID_HANDLE;
   std::map<CK_ATTRIBUTE_TYPE, Bytes> attributes;
-  std::optional<crypto::PublicKey> key;  // of keys that are on the card
-  std::optional<CardIdentity> identity;  // of private keys: how requests name them
-  SecretBytes secret;                    // of secret keys: their value
+  std::optional<crypto::PublicKey> key;  // only for key objects of the card
+  std::optional<CardIdentity> identity;  // only for private keys; identifies the key in requests
+  SecretBytes secret;                    // only for secret keys: the value
 
-  // True if the attribute is there and CK_TRUE.
+  // True if the attribute is present and CK_TRUE.
   [[nodiscard]] bool has(CK_ATTRIBUTE_TYPE type) const;
 };
 
 using ObjectPointer = std::shared_ptr<const Object>;
 
-// How attributes are written: a CK_BBOOL, a CK_ULONG; yes() and no() where it is always the same.
+// Encode attribute values: CK_BBOOL or CK_ULONG.
 [[nodiscard]] Bytes attributeOf(bool value);
 [[nodiscard]] Bytes attributeOf(CK_ULONG value);
 [[nodiscard]] inline Bytes yes() {
@@ -39,14 +57,14 @@ using ObjectPointer = std::shared_ptr<const Object>;
   return {CK_FALSE};
 }
 
-// Fills a template with the object's attributes (PKCS #11 v2.40, C_GetAttributeValue): each one on
-// its own, whatever became of those before it. The result names one that could not be had.
+// Fills in each attribute of a template (PKCS #11 v2.40, C_GetAttributeValue), even after one has
+// failed. The result is that of an attribute that failed, or CKR_OK.
 [[nodiscard]] CK_RV fill(std::span<CK_ATTRIBUTE> wanted, const Object &object);
 
 // True if the object has all of the attributes with exactly these values.
 [[nodiscard]] bool fits(const Object &object, std::span<const CK_ATTRIBUTE> wanted);
 
-// False if a value in a template that the program filled is missing where it has a length.
-[[nodiscard]] bool isWhole(std::span<const CK_ATTRIBUTE> given);
+// False if a value of the program's template is null but has a length.
+[[nodiscard]] bool isWellFormed(std::span<const CK_ATTRIBUTE> given);
 
 }  // namespace driver

@@ -7,44 +7,68 @@
 #include <vector>
 
 #include "crypto/RunningDigest.hpp"
-#include "driver/Decrypting.hpp"
-#include "driver/Encrypting.hpp"
-#include "driver/Handles.hpp"
+#include "driver/EncryptDecrypt.hpp"
+#include "driver/Object.hpp"
 #include "driver/Operation.hpp"
 #include "driver/Pkcs11.hpp"
-#include "driver/Signing.hpp"
+#include "driver/SignVerify.hpp"
 
 namespace driver {
 
-// What a search found when it began, and how much of it was handed out.
+// Session objects: derived keys that are deleted with their session. Visible in all sessions.
+// Thread-safe.
+class SessionObjects {
+ public:
+  void add(CK_SESSION_HANDLE owner, ObjectPointer object);
+
+  // Null if there is no such object.
+  [[nodiscard]] ObjectPointer find(CK_OBJECT_HANDLE handle);
+  [[nodiscard]] std::vector<ObjectPointer> all();
+
+  // False if there is no such object.
+  [[nodiscard]] bool remove(CK_OBJECT_HANDLE handle);
+  void removeOf(CK_SESSION_HANDLE owner);
+  void removeAll();
+
+ private:
+  struct Entry {
+    CK_SESSION_HANDLE owner;
+    ObjectPointer object;
+  };
+
+  std::mutex mutex_;
+  std::map<CK_OBJECT_HANDLE, Entry> entries_;
+};
+
+// The results of a search, as of its start, and how many have been returned.
 struct Search {
   std::vector<CK_OBJECT_HANDLE> found;
   std::size_t given = 0;
 };
 
-// A session: one operation of each kind at a time.
+// A PKCS #11 session, with at most one active operation of each kind.
 struct Session {
   CK_SESSION_HANDLE handle = CK_INVALID_HANDLE;
   bool isReadWrite = false;
-  OperationPlace<Search> search;
-  OperationPlace<crypto::RunningDigest> digesting;
-  OperationPlace<Signing> signing;
-  OperationPlace<Verifying> verifying;
-  OperationPlace<Encrypting> encrypting;
-  OperationPlace<Decrypting> decrypting;
+  ActiveOperation<Search> search;
+  ActiveOperation<crypto::RunningDigest> digesting;
+  ActiveOperation<SignOperation> signing;
+  ActiveOperation<VerifyOperation> verifying;
+  ActiveOperation<EncryptOperation> encrypting;
+  ActiveOperation<DecryptOperation> decrypting;
 };
 
-// The open sessions. For any thread.
+// The open sessions. Thread-safe.
 class Sessions {
  public:
-  explicit Sessions(Handles &handles) : handles_(handles) {}
+  explicit Sessions(HandleCounter &handles) : handles_(handles) {}
 
   [[nodiscard]] CK_SESSION_HANDLE open(bool isReadWrite);
 
-  // Null if there is none with this handle.
+  // Null if there is no such session.
   [[nodiscard]] std::shared_ptr<Session> find(CK_SESSION_HANDLE handle);
 
-  // False if there is none with this handle. A call that is at work in the session goes on.
+  // False if there is no such session. Running calls in the session continue.
   [[nodiscard]] bool close(CK_SESSION_HANDLE handle);
   void closeAll();
 
@@ -52,7 +76,7 @@ class Sessions {
   [[nodiscard]] CK_ULONG readWriteCount();
 
  private:
-  Handles &handles_;
+  HandleCounter &handles_;
   std::mutex mutex_;
   std::map<CK_SESSION_HANDLE, std::shared_ptr<Session>> open_;
 };

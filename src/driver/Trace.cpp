@@ -17,7 +17,7 @@ struct ResultName {
   const char *name;
 };
 
-// Those that the driver gives.
+// The results that the driver returns.
 constexpr std::array kNames{
     ResultName{CKR_OK, "CKR_OK"},
     ResultName{CKR_HOST_MEMORY, "CKR_HOST_MEMORY"},
@@ -65,7 +65,7 @@ constexpr std::array kNames{
     ResultName{CKR_FUNCTION_REJECTED, "CKR_FUNCTION_REJECTED"},
 };
 
-// Asked for once, without a guard: a child of fork would wait for one that another thread held.
+// Not a guarded static: a child of a fork could wait for its guard forever.
 bool isOn() {
   enum : char { unknown, off, on };
   static std::atomic<char> known{unknown};
@@ -88,7 +88,7 @@ void trace(const char *function, CK_RV result) {
       row == kNames.end()
           ? std::snprintf(line.data(), line.size(), "kfy-pkcs11: %s: 0x%lx\n", function, result)
           : std::snprintf(line.data(), line.size(), "kfy-pkcs11: %s: %s\n", function, row->name);
-  // One write, so that lines of several threads stay whole. Nobody is told if it fails.
+  // A single write, so that lines of several threads don't mix. Errors are ignored.
   [[maybe_unused]] const ssize_t written =
       ::write(STDERR_FILENO, line.data(), static_cast<std::size_t>(length));
 }

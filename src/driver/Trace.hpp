@@ -4,9 +4,9 @@
 
 namespace driver {
 
-// For who looks into a program's use of the driver: with KFY_PKCS11_DEBUG=1 in the environment, of
-// a program without raised privileges, a line on standard error for each call with its result.
-// Arguments, some of them secret, do not show.
+// For debugging: with KFY_PKCS11_DEBUG=1 in the environment, writes a line to standard error for
+// each call with its result. Ignored in programs with elevated privileges. Arguments are not shown,
+// since some are secret.
 void trace(const char *function, CK_RV result);
 
 }  // namespace driver

@@ -1,10 +1,10 @@
-// What the module has beside the driver, whose C_GetFunctionList is all that it exports.
+// The part of the module outside the driver library. The module exports only C_GetFunctionList.
 
 extern "C" {
 
-// Takes the place of the C library's for all that is linked into the module, so that no object of
-// ours is ever destroyed: programs call us from exit handlers that run after our destructors would
-// have.
+// Replaces the C library's function for everything that is linked into the module, so that static
+// objects are never destroyed: programs call the module from exit handlers that run after its
+// destructors would have run.
 __attribute__((visibility("hidden"))) int __cxa_atexit(void (* /*destructor*/)(void *),
                                                        void * /*object*/,
                                                        void * /*module*/) noexcept {

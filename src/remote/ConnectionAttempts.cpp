@@ -11,14 +11,14 @@ namespace {
 AttemptOutcome open(const Address &address, const std::optional<Fingerprint> &pinned,
                     int stopDescriptor) {
   AttemptOutcome opened;
-  const auto judge = [&](const crypto::Certificate &certificate) {
+  const auto verifier = [&](const crypto::Certificate &certificate) {
     opened.shown = certificate.sha256();
     return !pinned || base::equal(*pinned, *opened.shown);
   };
-  client::Patience patience;
-  patience.stopDescriptor = stopDescriptor;
-  opened.connection = client::Connection::open(address.host, address.port, judge, patience,
-                                               &opened.error, client::kTimesAcrossNetworks);
+  client::WaitLimits limits;
+  limits.stopDescriptor = stopDescriptor;
+  opened.connection = client::Connection::open(address.host, address.port, verifier, limits,
+                                               &opened.error, client::kNetworkTimeouts);
   return opened;
 }
 

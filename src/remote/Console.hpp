@@ -33,8 +33,8 @@ class Console {
   void advise(std::string_view what) { add(OutputWriter::errors, "kfy-remote: try: ", what); }
 
   // Waits until everything is written. Returns whether all of standard output was.
-  [[nodiscard]] OutputWriter::Outcome flush(const client::Patience &patience) {
-    return writer_.flush(patience);
+  [[nodiscard]] OutputWriter::Outcome flush(const client::WaitLimits &limits) {
+    return writer_.flush(limits);
   }
 
  private:

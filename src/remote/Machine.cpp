@@ -359,7 +359,7 @@ void Machine::closeConnection() {
   services_.consent.withdraw(this);
   if (connection_) {
     connection_->goodbye(
-        client::Patience::lasting(phase_ == Phase::leaving ? kWaitForGoodbye : milliseconds(0)));
+        client::WaitLimits::within(phase_ == Phase::leaving ? kWaitForGoodbye : milliseconds(0)));
     connection_.reset();
   }
 }

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 #include "remote/Console.hpp"
 
 namespace remote {

@@ -162,7 +162,7 @@ OutputWriter::OutputWriter(int outputDescriptor, int errorDescriptor)
 
 OutputWriter::~OutputWriter() {
   const bool isIdle =
-      client::waitFor(state_->idle.get(), /*toWrite=*/false, client::Patience::lasting(kLastWait));
+      client::waitFor(state_->idle.get(), /*toWrite=*/false, client::WaitLimits::within(kLastWait));
   {
     const std::scoped_lock lock(state_->mutex);
     state_->isEnding = true;
@@ -183,8 +183,8 @@ void OutputWriter::add(Stream stream, ByteView line) {
   (void)::eventfd_write(state_->changed.get(), 1);
 }
 
-OutputWriter::Outcome OutputWriter::flush(const client::Patience &patience) {
-  const bool isIdle = client::waitFor(state_->idle.get(), /*toWrite=*/false, patience);
+OutputWriter::Outcome OutputWriter::flush(const client::WaitLimits &limits) {
+  const bool isIdle = client::waitFor(state_->idle.get(), /*toWrite=*/false, limits);
   const std::scoped_lock lock(state_->mutex);
   if (state_->streams.at(output).isLost) {
     return Outcome::lost;

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "base/Bytes.hpp"
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 
 namespace remote {
 
@@ -38,7 +38,7 @@ class OutputWriter {
   void add(Stream stream, ByteView line);
 
   // Waits until everything is written. Returns whether all of standard output was.
-  [[nodiscard]] Outcome flush(const client::Patience &patience);
+  [[nodiscard]] Outcome flush(const client::WaitLimits &limits);
 
   static constexpr std::size_t kMostBytes = std::size_t{256} * 1024;  // a few thousand lines
   static constexpr std::chrono::seconds kLastWait{1};

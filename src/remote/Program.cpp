@@ -33,8 +33,8 @@ int fail(Console &console, const std::string &what) {
 
 // Waits until the result has been read or a signal comes.
 int deliver(Console &console, const StopSignal &stop, const std::string &what) {
-  const client::Patience patience{client::Deadline::max(), stop.descriptor()};
-  if (console.flush(patience) == OutputWriter::Outcome::written) {
+  const client::WaitLimits limits{client::Deadline::max(), stop.descriptor()};
+  if (console.flush(limits) == OutputWriter::Outcome::written) {
     return kDone;
   }
   return fail(console, what + " could not be written to standard output");
@@ -68,10 +68,10 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
     console.advise("kfy-remote password " + command.machine.name() + " --fingerprint SHA256");
     return kFailed;
   }
-  client::Patience patience;
-  patience.stopDescriptor = stop.descriptor();
+  client::WaitLimits limits;
+  limits.stopDescriptor = stop.descriptor();
   const auto account =
-      fetchScreenSharingAccount(command.machine, *pinned, authentication, patience, &error);
+      fetchScreenSharingAccount(command.machine, *pinned, authentication, limits, &error);
   if (!account) {
     return fail(console, command.machine.name() + ": " + error.description);
   }
@@ -107,7 +107,7 @@ int connect(const ConnectCommand &command, const Arguments &arguments,
       serveMachines(command, knownHosts, keys, authentication, terminal, console, stop);
   const int status = end.bySignal ? kDone : kFailed;
   if (!end.mayClearUp) {
-    (void)console.flush(client::Patience::lasting(OutputWriter::kLastWait));
+    (void)console.flush(client::WaitLimits::within(OutputWriter::kLastWait));
     ::_exit(status);
   }
   return status;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "client/Patience.hpp"
+#include "client/WaitLimits.hpp"
 #include "remote/Console.hpp"
 
 namespace remote {

@@ -18,13 +18,13 @@ std::nullopt_t fail(Error *error, const std::string &reason) {
 
 // Sends `connect` and `authenticate`. False, with the reason, if one is refused.
 bool authenticate(client::Connection &connection, const crypto::Identity &authentication,
-                  const client::Patience &patience, Error *error) {
+                  const client::WaitLimits &limits, Error *error) {
   const auto hash = authentication.key.publicKey().hash(error);
   if (!hash) {
     return false;
   }
   const auto reply = connection.request(
-      QuillMessage::initCommandMessageConnectWithCertificate({*hash}), patience, error);
+      QuillMessage::initCommandMessageConnectWithCertificate({*hash}), limits, error);
   if (!reply) {
     return false;
   }
@@ -43,7 +43,7 @@ bool authenticate(client::Connection &connection, const crypto::Identity &authen
   const auto answer =
       connection.request(QuillMessage::initCommandMessageAuthenticateWithSignature(
                              std::move(*signature), authentication.certificate.der()),
-                         patience, error);
+                         limits, error);
   if (answer && !answer->status) {
     fail(error, "it did not accept our signature");
   }
@@ -54,15 +54,15 @@ bool authenticate(client::Connection &connection, const crypto::Identity &authen
 
 std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
     const Address &address, const Fingerprint &pinned, const crypto::Identity &authentication,
-    const client::Patience &patience, Error *error) {
-  const auto judge = [&](const crypto::Certificate &shown) { return shown.sha256() == pinned; };
-  const auto connection = client::Connection::open(address.host, address.port, judge, patience,
-                                                   error, client::kTimesAcrossNetworks);
-  if (!connection || !authenticate(*connection, authentication, patience, error)) {
+    const client::WaitLimits &limits, Error *error) {
+  const auto verifier = [&](const crypto::Certificate &shown) { return shown.sha256() == pinned; };
+  const auto connection = client::Connection::open(address.host, address.port, verifier, limits,
+                                                   error, client::kNetworkTimeouts);
+  if (!connection || !authenticate(*connection, authentication, limits, error)) {
     return std::nullopt;
   }
   const auto reply = connection->request(
-      QuillMessage::initCommandMessageCreateEphemeralUser(kAccount), patience, error);
+      QuillMessage::initCommandMessageCreateEphemeralUser(kAccount), limits, error);
   if (!reply) {
     return std::nullopt;
   }

@@ -23,6 +23,6 @@ struct ScreenSharingAccount {
 // of this connection also withdraws a card that another connection has inserted there.
 [[nodiscard]] std::optional<ScreenSharingAccount> fetchScreenSharingAccount(
     const Address &address, const Fingerprint &pinned, const crypto::Identity &authentication,
-    const client::Patience &patience, Error *error = nullptr);
+    const client::WaitLimits &limits, Error *error = nullptr);
 
 }  // namespace remote

@@ -37,7 +37,8 @@ class ConnectionTest : public testing::Test {
     daemon_.emplace(identity_, 0, [serve = std::move(serve)](ServedConnection &connection, int) {
       serve(connection);
     });
-    return Connection::open(kLoopbackHost, daemon_->port(), judgeByKeyOf(identity_.certificate));
+    return Connection::open(kLoopbackHost, daemon_->port(),
+                            verifierForKeyOf(identity_.certificate));
   }
 
   crypto::Identity identity_ = fakes::makeIdentity("daemon");

@@ -15,21 +15,21 @@ TEST(PinnedServer, IsTheOneThatHoldsTheKeyInThePinFile) {
   ASSERT_TRUE(base::makeFolders(base::rooted("/etc/keyferry"), 0755));
 
   Error error;
-  EXPECT_FALSE(loopbackJudge(&error));
+  EXPECT_FALSE(loopbackVerifier(&error));
   EXPECT_EQ(error.code, pinUnusable);
   ASSERT_TRUE(base::replaceFile(path, base::viewOf("no certificate"), 0644));
-  EXPECT_FALSE(loopbackJudge(&error));
+  EXPECT_FALSE(loopbackVerifier(&error));
   EXPECT_EQ(error.code, pinUnusable);
 
   const crypto::Identity server = fakes::makeIdentity("server");
   ASSERT_TRUE(base::replaceFile(path, base::viewOf(server.certificate.pem()), 0644));
   const auto renewed =
       crypto::Certificate::selfSigned(server.key, "renewed", /*days=*/9, /*serverName=*/false);
-  const auto judge = loopbackJudge(&error);
-  ASSERT_TRUE(judge && renewed);
-  EXPECT_TRUE((*judge)(server.certificate));
-  EXPECT_TRUE((*judge)(*renewed));
-  EXPECT_FALSE((*judge)(fakes::makeIdentity("server").certificate));
+  const auto verifier = loopbackVerifier(&error);
+  ASSERT_TRUE(verifier && renewed);
+  EXPECT_TRUE((*verifier)(server.certificate));
+  EXPECT_TRUE((*verifier)(*renewed));
+  EXPECT_FALSE((*verifier)(fakes::makeIdentity("server").certificate));
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "client/PinnedServer.hpp"
-#include "client/SocketMark.hpp"
+#include "client/SocketIdentity.hpp"
 #include "fakes/ChildProcess.hpp"
 #include "fakes/ScriptedDaemon.hpp"
 
@@ -25,14 +25,14 @@ QuillMessage requestFor(std::uint8_t content) {
   return QuillMessage::initCommandMessageSignData(Bytes{content}, Bytes(20, 2), SecretText(""));
 }
 
-Terms soon() {
-  return lasting(std::chrono::seconds(10));
+RequestOptions soon() {
+  return optionsWithin(std::chrono::seconds(10));
 }
 
-Terms once() {
-  Terms terms = lasting(std::chrono::hours(1));
-  terms.connecting = std::chrono::milliseconds(0);
-  return terms;
+RequestOptions once() {
+  RequestOptions options = optionsWithin(std::chrono::hours(1));
+  options.reconnectTime = std::chrono::milliseconds(0);
+  return options;
 }
 
 // Answers with the bytes to sign and the number of the connection.
@@ -57,19 +57,19 @@ class SharedConnectionTest : public testing::Test {
     port_ = daemon_->port();
   }
 
-  Bytes ask(std::uint8_t content, const Terms &terms = soon()) {
-    const auto answer = connection_.request(requestFor(content), terms, &error_);
+  Bytes ask(std::uint8_t content, const RequestOptions &options = soon()) {
+    const auto answer = connection_.request(requestFor(content), options, &error_);
     return answer ? answer->signedData.value_or(Bytes()) : Bytes();
   }
 
   crypto::Identity identity_ = fakes::makeIdentity("daemon");
-  Judge judge_ = judgeByKeyOf(identity_.certificate);
+  CertificateVerifier verifier_ = verifierForKeyOf(identity_.certificate);
   std::atomic<std::uint16_t> port_ = 0;
   std::optional<ScriptedDaemon> daemon_;
   Error error_;
   std::atomic<int> descriptor_ = -1;
-  SharedConnection connection_{[this](const Patience &patience, Error *error) {
-    auto connection = Connection::open(kLoopbackHost, port_, judge_, patience, error);
+  SharedConnection connection_{[this](const WaitLimits &limits, Error *error) {
+    auto connection = Connection::open(kLoopbackHost, port_, verifier_, limits, error);
     descriptor_ = connection ? connection->descriptor() : -1;
     return connection;
   }};
@@ -93,10 +93,10 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
   for (std::uint8_t name = 0; name < kThreads; ++name) {
     threads.emplace_back([this, name] {
       for (int round = 0; round < 4; ++round) {
-        Terms terms = soon();
-        terms.glance = std::chrono::hours(1);  // nobody wakes by chance, or is asked
-        terms.goesOn = [] { return false; };
-        const auto answer = connection_.request(requestFor(name), terms);
+        RequestOptions options = soon();
+        options.checkInterval = std::chrono::hours(1);  // nobody wakes by chance, or is asked
+        options.shouldContinue = [] { return false; };
+        const auto answer = connection_.request(requestFor(name), options);
         EXPECT_EQ(answer.value().signedData, (Bytes{name, 0}));
       }
     });
@@ -121,7 +121,7 @@ TEST_F(SharedConnectionTest, LeavesAConnectionOnWhichADeadlinePassedToThoseThatW
     EXPECT_EQ(connection_.request(requestFor(1), soon()).value().signedData, (Bytes{1, 0}));
   });
   isWaiting.get_future().wait();
-  EXPECT_EQ(ask(2, lasting(std::chrono::milliseconds(30))), Bytes());
+  EXPECT_EQ(ask(2, optionsWithin(std::chrono::milliseconds(30))), Bytes());
   EXPECT_EQ(error_.code, timedOut);
   EXPECT_EQ(ask(3), (Bytes{3, 1}));
   isLeft.set_value();
@@ -154,7 +154,7 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
   ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
 
   EXPECT_EQ(ask(2), (Bytes{2, 1}));
-  EXPECT_EQ(SocketMark::of(reused), SocketMark::of(mine.get())) << "it was closed";
+  EXPECT_EQ(SocketIdentity::of(reused), SocketIdentity::of(mine.get())) << "it was closed";
   std::array<char, 1> byte{};
   EXPECT_EQ(::recv(other.get(), byte.data(), byte.size(), MSG_DONTWAIT), -1) << "it was written to";
   ::close(reused);
@@ -177,9 +177,9 @@ TEST_F(SharedConnectionTest, SaysWhyThereIsNoAnswer) {
     while (connection.receive()) {
     }
   });
-  Terms stopping = soon();
-  stopping.glance = std::chrono::milliseconds(5);
-  stopping.goesOn = [this, looks = 0]() mutable { return descriptor_ < 0 || ++looks < 3; };
+  RequestOptions stopping = soon();
+  stopping.checkInterval = std::chrono::milliseconds(5);
+  stopping.shouldContinue = [this, looks = 0]() mutable { return descriptor_ < 0 || ++looks < 3; };
   EXPECT_EQ(ask(1, stopping), Bytes());
   EXPECT_EQ(error_.code, stopped);
 

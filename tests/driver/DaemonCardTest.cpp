@@ -9,7 +9,7 @@
 
 #include "base/Root.hpp"
 #include "client/CardMarker.hpp"
-#include "driver/CardReading.hpp"
+#include "driver/CardCache.hpp"
 #include "driver/Driver.hpp"
 #include "encodings/HexString.hpp"
 #include "fakes/ScriptedDaemon.hpp"
@@ -82,22 +82,22 @@ class DaemonCardTest : public testing::Test {
     return reply;
   }
 
-  CardSurroundings surroundings(bool isFolderPrivate) {
-    return {[this](const client::Patience &patience, Error *error) {
+  CardDependencies dependencies(bool isFolderPrivate) {
+    return {[this](const client::WaitLimits &limits, Error *error) {
               if (!daemon_) {
                 base::report(error, "test", 0, "no daemon runs");
                 std::exchange(whenRefused_, [] {})();
                 return std::unique_ptr<client::Connection>();
               }
               return client::Connection::open(client::kLoopbackHost, daemon_->port(),
-                                              client::judgeByKeyOf(identity_.certificate), patience,
-                                              error);
+                                              client::verifierForKeyOf(identity_.certificate),
+                                              limits, error);
             },
             [isFolderPrivate] { return isFolderPrivate; },
             [this](const std::string &line) { journal_.push_back(line); }};
   }
 
-  UseOutcome outcomeOf(Deed deed) {
+  RequestOutcome outcomeOf(Deed deed) {
     return card_.sign(card_.content()->at(0), Bytes{deed}, SecretText("1234")).outcome;
   }
 
@@ -116,13 +116,13 @@ class DaemonCardTest : public testing::Test {
     }
   };
   std::optional<fakes::ScriptedDaemon> daemon_{std::in_place, identity_, std::uint16_t{0}, serve_};
-  CardTimes times_{.use = milliseconds(10000),
-                   .list = milliseconds(10000),
-                   .away = milliseconds(20),
-                   .glance = milliseconds(5),
-                   .restart = std::chrono::hours(1),
-                   .again = milliseconds(0)};
-  DaemonCard card_{times_, surroundings(/*isFolderPrivate=*/false)};
+  CardTimeouts timeouts_{.request = milliseconds(10000),
+                         .list = milliseconds(10000),
+                         .cardAway = milliseconds(20),
+                         .pollInterval = milliseconds(5),
+                         .restart = std::chrono::hours(1),
+                         .retryDelay = milliseconds(0)};
+  DaemonCard card_{timeouts_, dependencies(/*isFolderPrivate=*/false)};
 };
 
 TEST_F(DaemonCardTest, IsThereWhileTheMarkerIs) {
@@ -170,11 +170,11 @@ TEST_F(DaemonCardTest, ReadsTheListOncePerMarkerInItsOrder) {
 }
 
 TEST_F(DaemonCardTest, ReadsTheBeginningOfALongList) {
-  std::vector<encodings::CertificateInfo> infos(kMostCertificates + 1,
+  std::vector<encodings::CertificateInfo> infos(kMaxCertificates + 1,
                                                 entry(identity_.certificate, "key"));
   infos.back().label = "left out";
   setList(infos);
-  EXPECT_EQ(card_.content()->size(), kMostCertificates);
+  EXPECT_EQ(card_.content()->size(), kMaxCertificates);
   putMarker();
   EXPECT_EQ(card_.content()->back().label, "key");
   ASSERT_EQ(journal_.size(), 1U) << "said once";
@@ -186,21 +186,21 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   const SecretText pin("");
   EXPECT_EQ(card_.sign(identity, Bytes{answers}, pin).answer.reveal().size(), 2U);
   EXPECT_EQ(card_.decrypt(identity, Bytes{answers}, pin).answer.reveal().size(), 1U);
-  EXPECT_EQ(outcomeOf(refuses), UseOutcome::refused);
-  EXPECT_EQ(outcomeOf(sendsNothing), UseOutcome::failed);
-  EXPECT_EQ(outcomeOf(isConfused), UseOutcome::failed);
-  EXPECT_NE(card_.lastTrouble(), "");
-  EXPECT_EQ(outcomeOf(answers), UseOutcome::done);
-  EXPECT_EQ(card_.lastTrouble(), "");
+  EXPECT_EQ(outcomeOf(refuses), RequestOutcome::refused);
+  EXPECT_EQ(outcomeOf(sendsNothing), RequestOutcome::failed);
+  EXPECT_EQ(outcomeOf(isConfused), RequestOutcome::failed);
+  EXPECT_NE(card_.lastError(), "");
+  EXPECT_EQ(outcomeOf(answers), RequestOutcome::done);
+  EXPECT_EQ(card_.lastError(), "");
 
   setList({entry(fakes::makeIdentity("other").certificate, "other")});
-  EXPECT_EQ(card_.sign(identity, Bytes{refuses}, pin).outcome, UseOutcome::cardGone);
-  EXPECT_EQ(outcomeOf(withdraws), UseOutcome::cardGone);
-  EXPECT_EQ(card_.sign(identity, Bytes{answers}, pin).outcome, UseOutcome::cardGone);
+  EXPECT_EQ(card_.sign(identity, Bytes{refuses}, pin).outcome, RequestOutcome::cardGone);
+  EXPECT_EQ(outcomeOf(withdraws), RequestOutcome::cardGone);
+  EXPECT_EQ(card_.sign(identity, Bytes{answers}, pin).outcome, RequestOutcome::cardGone);
   putMarker();
-  times_.use = milliseconds(30);
-  DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
-  EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, pin).outcome, UseOutcome::timedOut);
+  timeouts_.request = milliseconds(30);
+  DaemonCard hasty(timeouts_, dependencies(/*isFolderPrivate=*/false));
+  EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, pin).outcome, RequestOutcome::timedOut);
 }
 
 // Beside the rows above, in which the daemon runs without the card: they would wait for an hour.
@@ -220,21 +220,21 @@ TEST_F(DaemonCardTest, AUseAwaitsADaemonThatRestarts) {
     setList({entry(identity_.certificate, "key")});
     putMarker();
   };
-  EXPECT_EQ(sign(card_), UseOutcome::done);
+  EXPECT_EQ(sign(card_), RequestOutcome::done);
 
-  DaemonCard stranger(times_, surroundings(/*isFolderPrivate=*/false));
-  times_.restart = milliseconds(20);
-  DaemonCard hasty(times_, surroundings(/*isFolderPrivate=*/false));
+  DaemonCard stranger(timeouts_, dependencies(/*isFolderPrivate=*/false));
+  timeouts_.restart = milliseconds(20);
+  DaemonCard hasty(timeouts_, dependencies(/*isFolderPrivate=*/false));
   EXPECT_TRUE(hasty.content());
   removeMarker();
   daemon_.reset();
-  EXPECT_EQ(sign(hasty), UseOutcome::cardGone);
-  EXPECT_EQ(sign(stranger), UseOutcome::cardGone);
+  EXPECT_EQ(sign(hasty), RequestOutcome::cardGone);
+  EXPECT_EQ(sign(stranger), RequestOutcome::cardGone);
 }
 
 TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   removeMarker();
-  DaemonCard blind(times_, surroundings(/*isFolderPrivate=*/true));
+  DaemonCard blind(timeouts_, dependencies(/*isFolderPrivate=*/true));
   setList({});
   EXPECT_FALSE(blind.isPresent());
   const auto generation = blind.generation();
@@ -244,19 +244,19 @@ TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   EXPECT_NE(blind.generation(), generation);
   EXPECT_EQ(listings_, 3);
 
-  times_.again = std::chrono::hours(1);
-  DaemonCard calm(times_, surroundings(/*isFolderPrivate=*/true));
+  timeouts_.retryDelay = std::chrono::hours(1);
+  DaemonCard calm(timeouts_, dependencies(/*isFolderPrivate=*/true));
   EXPECT_TRUE(calm.isPresent());
   EXPECT_TRUE(calm.content());
   EXPECT_EQ(listings_, 4);
 
   static auto *test = this;
   test = this;
-  Driver waiting([](const Settings & /*settings*/, Journal & /*journal*/) {
+  Driver waiting([](const DriverSettings & /*settings*/, Journal & /*journal*/) {
     return std::unique_ptr<Card>(
-        new DaemonCard(test->times_, test->surroundings(/*isFolderPrivate=*/true)));
+        new DaemonCard(test->timeouts_, test->dependencies(/*isFolderPrivate=*/true)));
   });
-  times_.again = milliseconds(0);
+  timeouts_.retryDelay = milliseconds(0);
   setList({});
   EXPECT_EQ(waiting.waitForSlotEvent(/*mayBlock=*/false), CKR_NO_EVENT);
   setList({entry(identity_.certificate, "key")});
@@ -264,7 +264,7 @@ TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
 
   daemon_.reset();
   EXPECT_FALSE(blind.isPresent());
-  EXPECT_NE(blind.lastTrouble(), "");
+  EXPECT_NE(blind.lastError(), "");
 }
 
 TEST(PrivateFolder, IsMountedForThisProgramAlone) {

@@ -7,7 +7,7 @@
 
 #include "base/Root.hpp"
 #include "driver/FunctionList.hpp"
-#include "driver/Process.hpp"
+#include "driver/ModuleState.hpp"
 #include "fakes/FakeCard.hpp"
 
 namespace driver {
@@ -46,9 +46,9 @@ class TokenUser : public testing::Test {
  protected:
   TokenUser() {
     writeSettings("showEd25519 = true\n");
-    Process::useCardFactory(fakes::CardInHand::factory);
+    ModuleState::useCardFactory(fakes::CardInHand::factory);
     card.insert(usualKeys());
-    card.outcome = UseOutcome::done;
+    card.outcome = RequestOutcome::done;
     card.answersWrongly = false;
     card.uses = 0;
     EXPECT_EQ(f.C_Initialize(nullptr), CKR_OK);

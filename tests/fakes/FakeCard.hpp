@@ -3,7 +3,7 @@
 #include <functional>
 #include <map>
 
-#include "driver/Token.hpp"
+#include "driver/CardToken.hpp"
 #include "fakes/MadeKeys.hpp"
 
 namespace fakes {
@@ -15,7 +15,7 @@ struct CardInHand {
   std::map<Bytes, crypto::PrivateKey> keys;  // by the certificate's hash
   std::shared_ptr<const driver::CardContent> content;
   std::uint64_t generation = 1;
-  driver::UseOutcome outcome = driver::UseOutcome::done;
+  driver::RequestOutcome outcome = driver::RequestOutcome::done;
   bool answersWrongly = false;
   int uses = 0;
   std::string lastPin;
@@ -49,7 +49,7 @@ struct CardInHand {
     ++generation;
   }
 
-  static std::unique_ptr<driver::Card> factory(const driver::Settings &settings,
+  static std::unique_ptr<driver::Card> factory(const driver::DriverSettings &settings,
                                                driver::Journal &journal);
 };
 
@@ -68,18 +68,18 @@ class FakeCard : public driver::Card {
     const std::lock_guard lock(card_.mutex);
     return card_.generation;
   }
-  driver::UseResult sign(const driver::CardIdentity &identity, ByteView data,
-                         const SecretText &pin) override {
+  driver::RequestResult sign(const driver::CardIdentity &identity, ByteView data,
+                             const SecretText &pin) override {
     return use(identity, pin, [&](const crypto::PrivateKey &key) { return signature(key, data); });
   }
-  driver::UseResult decrypt(const driver::CardIdentity &identity, ByteView data,
-                            const SecretText &pin) override {
+  driver::RequestResult decrypt(const driver::CardIdentity &identity, ByteView data,
+                                const SecretText &pin) override {
     return use(identity, pin, [&](const crypto::PrivateKey &key) {
       return key.publicKey().type() == crypto::KeyType::rsa ? key.rawRSA(data)
                                                             : key.deriveECDH(data);
     });
   }
-  std::string lastTrouble() override { return card_.trouble; }
+  std::string lastError() override { return card_.trouble; }
   void abandon() override { ++card_.abandoned; }
 
  private:
@@ -100,26 +100,26 @@ class FakeCard : public driver::Card {
   }
 
   template <typename Operation>
-  driver::UseResult use(const driver::CardIdentity &identity, const SecretText &pin,
-                        Operation &&operation) {
+  driver::RequestResult use(const driver::CardIdentity &identity, const SecretText &pin,
+                            Operation &&operation) {
     ++card_.uses;
     card_.lastPin = pin.reveal();
-    if (!isPresent() || card_.outcome != driver::UseOutcome::done) {
-      return {isPresent() ? card_.outcome : driver::UseOutcome::cardGone, {}};
+    if (!isPresent() || card_.outcome != driver::RequestOutcome::done) {
+      return {isPresent() ? card_.outcome : driver::RequestOutcome::cardGone, {}};
     }
     const auto answer = operation(card_.keys.at(identity.certificateHash));
     if (!answer) {
-      return {driver::UseOutcome::refused, {}};
+      return {driver::RequestOutcome::refused, {}};
     }
     Bytes bytes(answer->reveal().begin(), answer->reveal().end());
     bytes.back() ^= card_.answersWrongly ? 1 : 0;
-    return {driver::UseOutcome::done, SecretBytes(ByteView(bytes))};
+    return {driver::RequestOutcome::done, SecretBytes(ByteView(bytes))};
   }
 
   CardInHand &card_ = CardInHand::instance();
 };
 
-inline std::unique_ptr<driver::Card> CardInHand::factory(const driver::Settings &,
+inline std::unique_ptr<driver::Card> CardInHand::factory(const driver::DriverSettings &,
                                                          driver::Journal &) {
   return std::make_unique<FakeCard>();
 }

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "base/Places.hpp"
-#include "client/Dialing.hpp"
+#include "client/TcpConnect.hpp"
 #include "load/LoadedMachine.hpp"
 #include "protocol/Frame.hpp"
 
@@ -107,7 +107,7 @@ TEST_F(Flood, StopsNoSigning) {
   const base::Descriptor end(::open(pipe.c_str(), O_RDWR | O_CLOEXEC));
   daemon = start("/bin/sh", {"-c", "exec " KEYFERRY_PROGRAMS "/kfyd >" + pipe + " 2>&1"});
   ASSERT_TRUE(eventually([] {
-    return client::dial(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen();
+    return client::connectTcp(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen();
   }));
   holdTwice();
 }

@@ -23,7 +23,7 @@ bool isFull() {
 Holder::Holder(bool signs) {
   thread_ = std::jthread([this, signs](const std::stop_token &stop) {
     while (!stop.stop_requested() && !peer_.connection->end()) {
-      if (const auto request = peer_.connection->receive(client::Patience::lasting(100ms))) {
+      if (const auto request = peer_.connection->receive(client::WaitLimits::within(100ms))) {
         const Bytes &data = *request->dataToSign;
         peer_.answer(*request, signs ? *otherRSAIdentity().key.signRawPKCS1(data) : data);
       }

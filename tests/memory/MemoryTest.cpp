@@ -136,7 +136,7 @@ class WithoutMemory : public fakes::LoggedTest {
     bool isAnswered = false;
     for (int tries = 0; !isAnswered && !connection.end() && tries < 100; ++tries) {
       isAnswered =
-          connection.request(list(), client::Patience::lasting(std::chrono::milliseconds(20)))
+          connection.request(list(), client::WaitLimits::within(std::chrono::milliseconds(20)))
               .has_value();
     }
     return isAnswered;
@@ -144,7 +144,7 @@ class WithoutMemory : public fakes::LoggedTest {
   std::unique_ptr<Connection> dial(const platform::Listener &to) const {
     return Connection::open(
         "127.0.0.1", to.port(), [](const auto &) { return true; },
-        client::Patience::lasting(std::chrono::seconds(3)));
+        client::WaitLimits::within(std::chrono::seconds(3)));
   }
 
   fakes::FakeToolRunner tools;

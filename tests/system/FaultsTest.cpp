@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "base/Places.hpp"
-#include "client/Dialing.hpp"
+#include "client/TcpConnect.hpp"
 #include "fakes/LoopbackSocket.hpp"
 #include "system/CardMachine.hpp"
 #include "system/OwnNetwork.hpp"
@@ -37,12 +37,12 @@ void closeHalf(Peer &peer) {
 bool isServed(Peer &asker, Peer &remote) {
   const QuillMessage request = signRequest(Bytes{77});
   asker.send(request);
-  const auto asked = remote.connection->receive(client::Patience::lasting(1s));
+  const auto asked = remote.connection->receive(client::WaitLimits::within(1s));
   if (!asked || asked->messageID != request.messageID) {
     return false;
   }
   remote.answer(*asked, Bytes{5});
-  return asker.connection->await(*request.messageID, client::Patience::lasting(kPatience))
+  return asker.connection->await(*request.messageID, client::WaitLimits::within(kLongestWait))
              .value_or(QuillMessage())
              .signedData == Bytes{5};
 }
@@ -90,8 +90,8 @@ TEST_F(Faults, RequesterThatVanishesOrAFailedHandshakeTakesNothingWithIt) {
     EXPECT_TRUE(isServed(other, remote));
     EXPECT_FALSE(other.connection->take()) << "the other's answer is not for it";
   }
-  const base::Descriptor plain =
-      client::dial(client::kLoopbackHost, base::kPublicPort, client::Patience{}, /*error=*/nullptr);
+  const base::Descriptor plain = client::connectTcp(client::kLoopbackHost, base::kPublicPort,
+                                                    client::WaitLimits{}, /*error=*/nullptr);
   EXPECT_EQ(send(plain.get(), "GET / HTTP/1.0\r\n\r\n", 18, 0), 18);
   EXPECT_TRUE(daemon->hasSaid("failed: Protocol error")) << daemon->output();
   EXPECT_TRUE(isMarkerThere());

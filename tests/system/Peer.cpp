@@ -41,12 +41,12 @@ QuillMessage insertionOf(const crypto::Identity &card, const std::string &label)
 
 Peer Peer::opened(bool isLocal) {
   Error error;
-  const auto patience = client::Patience::lasting(kPatience);
+  const auto limits = client::WaitLimits::within(kLongestWait);
   Peer peer;
-  peer.connection = isLocal ? client::openLoopback(patience, &error)
+  peer.connection = isLocal ? client::openLoopback(limits, &error)
                             : client::Connection::open(
                                   client::kLoopbackHost, base::kPublicPort,
-                                  [](const auto &) { return true; }, patience, &error);
+                                  [](const auto &) { return true; }, limits, &error);
   EXPECT_TRUE(peer.connection) << error.description;
   return peer;
 }
@@ -59,7 +59,7 @@ Peer Peer::holder(const crypto::Identity &card) {
 
 QuillMessage Peer::ask(const QuillMessage &request) {
   Error error;
-  auto answer = connection->request(request, client::Patience::lasting(kPatience), &error);
+  auto answer = connection->request(request, client::WaitLimits::within(kLongestWait), &error);
   EXPECT_TRUE(answer) << error.description;
   return answer.value_or(QuillMessage());
 }
@@ -76,14 +76,14 @@ void Peer::answer(const QuillMessage &request, const Bytes &signature) {
 
 QuillMessage Peer::receive() {
   Error error;
-  auto message = connection->receive(client::Patience::lasting(kPatience), &error);
+  auto message = connection->receive(client::WaitLimits::within(kLongestWait), &error);
   EXPECT_TRUE(message) << error.description;
   return message.value_or(QuillMessage());
 }
 
 bool Peer::isEnded() {
   Error error;
-  const auto message = connection->receive(client::Patience::lasting(kPatience), &error);
+  const auto message = connection->receive(client::WaitLimits::within(kLongestWait), &error);
   return !message && error.code == client::peerEnded;
 }
 

@@ -10,12 +10,12 @@
 namespace system_tests {
 
 // The longest that a test waits for anything that another program does.
-inline constexpr std::chrono::seconds kPatience{20};
+inline constexpr std::chrono::seconds kLongestWait{20};
 
-// Waits until `condition` holds, kPatience at most.
+// Waits until `condition` holds, kLongestWait at most.
 template <typename Condition>
 [[nodiscard]] bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) {
       return false;

@@ -5,7 +5,7 @@
 namespace platform_linux {
 namespace {
 
-constexpr int kPatienceMilliseconds = 5000;
+constexpr int kBusyTimeoutMilliseconds = 5000;
 
 // Sorted rows that do not fit the memory would be written to a file in the clear.
 constexpr const char *kSettings =
@@ -80,7 +80,7 @@ bool Database::open(const std::string &path) {
     return false;
   }
   sqlite3_extended_result_codes(database, 1);
-  sqlite3_busy_timeout(database, kPatienceMilliseconds);
+  sqlite3_busy_timeout(database, kBusyTimeoutMilliseconds);
   return run(kSettings);
 }
 
