@@ -27,8 +27,8 @@ struct Server {
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
     ours = base::Descriptor(ends[0]);
     theirs = base::Descriptor(ends[1]);
-    const timeval patience{.tv_sec = 10, .tv_usec = 0};
-    ::setsockopt(theirs.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    const timeval timeout{.tv_sec = 10, .tv_usec = 0};
+    ::setsockopt(theirs.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     channel.emplace(context, TlsChannel::Role::server, ours.get());
     foreign.reset(SSL_new(foreignContext.get()), SSL_free);
     SSL_set_fd(foreign.get(), theirs.get());

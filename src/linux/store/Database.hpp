@@ -42,8 +42,8 @@ class Statement {
 };
 
 // One opened SQLite file, with the settings of a store of secrets: rollback journal, every commit
-// on the disk before it returns, deleted content overwritten, five seconds of patience with others.
-// What is not committed when it goes is undone.
+// on the disk before it returns, deleted content overwritten, up to five seconds of waiting for
+// other writers. What is not committed when it goes is undone.
 class Database {
  public:
   enum class Step { row, done, duplicate, failed };
