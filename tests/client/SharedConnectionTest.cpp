@@ -153,6 +153,11 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
   const int reused = descriptor_;
   ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
 
+  EXPECT_EQ(fakes::statusOfChild([&] {
+              connection_.abandon();
+              return ::fcntl(reused, F_GETFD) == -1 ? 1 : 0;
+            }),
+            0);
   EXPECT_EQ(ask(2), (Bytes{2, 1}));
   EXPECT_EQ(SocketIdentity::of(reused), SocketIdentity::of(mine.get())) << "it was closed";
   std::array<char, 1> byte{};
@@ -179,9 +184,11 @@ TEST_F(SharedConnectionTest, SaysWhyThereIsNoAnswer) {
   });
   RequestOptions stopping = soon();
   stopping.checkInterval = std::chrono::milliseconds(5);
-  stopping.shouldContinue = [this, looks = 0]() mutable { return descriptor_ < 0 || ++looks < 3; };
+  int looks = 0;
+  stopping.shouldContinue = [&] { return descriptor_ < 0 || ++looks < 3; };
   EXPECT_EQ(ask(1, stopping), Bytes());
   EXPECT_EQ(error_.code, stopped);
+  EXPECT_EQ(looks, 3);
 
   serve([](ServedConnection &connection, int /*number*/) { (void)connection.receive(); });
   EXPECT_EQ(ask(1, once()), Bytes());
