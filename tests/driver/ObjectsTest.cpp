@@ -25,7 +25,7 @@ TEST_F(TokenUser, FindsOneObjectOfEachKindForEachKey) {
   CK_ULONG count = 0;
   std::vector<CK_OBJECT_HANDLE> oneByOne;
   ASSERT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_OK);
-  card.show(nullptr);  // the search began before
+  card.show(nullptr);  // the search began earlier
   while (f.C_FindObjects(session, &one, 1, &count) == CKR_OK && count == 1) {
     oneByOne.push_back(one);
   }
@@ -73,7 +73,7 @@ TEST_F(TokenUser, FillsAllAttributesButThoseItCannot) {
   struct Row {
     CK_ATTRIBUTE_TYPE type;
     CK_ULONG room;
-    CK_RV result;  // where it is asked for alone
+    CK_RV result;  // when requested alone
     CK_ULONG length = CK_UNAVAILABLE_INFORMATION;
   };
   const Row kRows[] = {{CKA_VENDOR_DEFINED | 9, 8, CKR_ATTRIBUTE_TYPE_INVALID},

@@ -15,8 +15,8 @@ struct SigningCase {
   Pss pss = {};
 };
 
-// In one call and in parts, which do not mix, with a question for the length before; the token's
-// own verification accepts both and nothing else.
+// Single-part and multiple-part signatures, which can't be mixed, each after a length query. The
+// token verifies both and rejects all others.
 TEST_F(TokenUser, SignsWholeAndInPartsAndVerifies) {
   const Bytes sixty(60, 0x5A);
   const SigningCase kCases[] = {
@@ -108,7 +108,7 @@ struct RefusedCase {
   Pss pss = {};
 };
 
-// What is wrong with a message is said when it is there, all else at the beginning.
+// Errors of the message are reported when it is passed, all others by C_SignInit.
 TEST_F(TokenUser, RefusesWhatDoesNotFit) {
   const Pss usual{CKM_SHA256, CKG_MGF1_SHA256, 32};
   const Pss noHash{CKM_RSA_PKCS, CKG_MGF1_SHA256, 32};
