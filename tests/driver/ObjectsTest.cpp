@@ -145,7 +145,7 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(reader.flags, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
   EXPECT_EQ(sign(before.front(), given, {}), CKR_DEVICE_REMOVED);
   EXPECT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_DEVICE_REMOVED);
-  EXPECT_TRUE(hasReported("no card is there"));
+  EXPECT_TRUE(hasReported("no card is inserted"));
   card.show(std::make_shared<const CardContent>(*content));  // read again, the same keys
   EXPECT_EQ(found({}), before);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_OK);

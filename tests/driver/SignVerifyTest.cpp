@@ -162,8 +162,9 @@ TEST_F(TokenUser, TellsHowTheHoldersAnswerCameOut) {
       {RequestOutcome::cardGone, CKR_DEVICE_REMOVED, "failed: the card is gone; try: connect"},
       {RequestOutcome::timedOut, CKR_FUNCTION_FAILED, "failed: no answer within timeLimitSeconds"},
       {RequestOutcome::failed, CKR_DEVICE_ERROR, "\"key 0\" failed: connection lost; try: kfyctl"},
-      {RequestOutcome::done, CKR_DEVICE_ERROR, "that the certificate \"key 0\" does not verify"}};
-  card.trouble = "connection lost";
+      {RequestOutcome::done, CKR_DEVICE_ERROR,
+       "does not verify with the certificate \"key 0\", so"}};
+  card.lastFailure = "connection lost";
   card.answersWrongly = true;
   const std::pair<UsualKey, CK_MECHANISM_TYPE> kKeys[] = {
       {rsa, CKM_RSA_PKCS}, {p256, CKM_ECDSA}, {ed25519, CKM_EDDSA}};
@@ -175,7 +176,7 @@ TEST_F(TokenUser, TellsHowTheHoldersAnswerCameOut) {
     }
   }
   EXPECT_EQ(card.uses, 15);
-  card.trouble = "";
+  card.lastFailure = "";
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ struct CardInHand {
   bool answersWrongly = false;
   int uses = 0;
   std::string lastPin;
-  std::string trouble;
+  std::string lastFailure;
   int abandoned = 0;
   std::function<void()> meanwhile;  // runs once, when the card's content is read next
 
@@ -79,7 +79,7 @@ class FakeCard : public driver::Card {
                                                             : key.deriveECDH(data);
     });
   }
-  std::string lastError() override { return card_.trouble; }
+  std::string lastError() override { return card_.lastFailure; }
   void abandon() override { ++card_.abandoned; }
 
  private:
