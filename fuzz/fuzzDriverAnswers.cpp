@@ -1,5 +1,5 @@
-// The answers of a hostile daemon: each line of the input is a chunk that comes from it. All that
-// the card then shows is read, each of its keys is used, and what a program gets has to be right.
+// The answers of a hostile daemon: each line of the input is a chunk from it. The harness reads all
+// objects of the card, uses each key, and checks what a program gets.
 
 #include <array>
 #include <sstream>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// What the daemon answers when a key is used.
+// The daemon's answer to the next request.
 driver::RequestResult nextUse;
 
 class AnsweredCard final : public fakes::FakeCard {
@@ -51,7 +51,7 @@ class Program {
   }
 
  private:
-  // As programs do: the length first.
+  // Queries the length first, as programs do.
   void readAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) {
     CK_ATTRIBUTE wanted{type, nullptr, 0};
     if (f_.C_GetAttributeValue(session_, object, &wanted, 1) == CKR_OK) {
@@ -107,7 +107,7 @@ void take(const QuillMessage &answer) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  // nothing can be made there, and nothing goes to the machine's log
+  // the root does not exist, so nothing is written to the machine's log
   ::setenv("KFYD_ROOT", "/dev/null/root", /*overwrite=*/1);
   driver::ModuleState::useCardFactory([](const driver::DriverSettings &, driver::Journal &) {
     return std::unique_ptr<driver::Card>(std::make_unique<AnsweredCard>());

@@ -1,5 +1,5 @@
-// A program that calls the token's functions in any order, with any handles, templates, lengths and
-// null pointers, gets answers.
+// A program calls the token's functions in any order, with any handles, templates, lengths and null
+// pointers.
 
 #include <array>
 
@@ -26,8 +26,8 @@ constexpr std::array<CK_MECHANISM_TYPE, 12> kMechanisms{
     CKM_ECDSA,    CKM_SHA512_RSA_PKCS_PSS, CKM_RSA_PKCS_OAEP,   CKM_ECDSA_SHA256,
     CKM_EDDSA,    CKM_ECDH1_DERIVE,        CKM_SHA256,          CKM_AES_CBC};
 
-// A program with one place for each kind of argument. Lengths that it names are never longer than
-// its memory: nobody could check those.
+// A program with one variable for each kind of argument. Its lengths never exceed its buffers,
+// since no driver could check that.
 class Program {
  public:
   explicit Program(ByteView input) : choices_(input) {}
@@ -36,14 +36,14 @@ class Program {
     while (!choices_.isAtEnd()) {
       prepareArguments();
       choices_.below(3) == 0 ? callWithObjects() : callWithKeys();
-      expect(length_ <= room_.size() || length_ <= 512);  // of answers and of questions for them
+      expect(length_ <= room_.size() || length_ <= 512);  // of results and length queries
     }
   }
 
  private:
   using F = CK_FUNCTION_LIST;
 
-  // Calls that are alike are rows of the same kind.
+  // Calls with the same kind of arguments share a table.
   static constexpr std::array kInits{&F::C_SignInit, &F::C_VerifyInit, &F::C_EncryptInit,
                                      &F::C_DecryptInit};
   static constexpr std::array kWholes{&F::C_Sign,   &F::C_Encrypt,       &F::C_Decrypt,
@@ -52,14 +52,14 @@ class Program {
   static constexpr std::array kFinals{&F::C_SignFinal, &F::C_EncryptFinal, &F::C_DecryptFinal,
                                       &F::C_DigestFinal};
 
-  // Makes one of the calls.
+  // Performs one of the calls.
   template <typename... Calls>
   void oneCallOf(const Calls &...calls) {
     std::size_t left = choices_.below(sizeof...(calls));
     ((left-- == 0 ? calls() : void()), ...);
   }
 
-  // A small number, at times one that no memory has.
+  // A small number, sometimes a huge one.
   CK_ULONG number() {
     const std::uint8_t chosen = choices_.byte();
     return chosen == 255 ? CK_UNAVAILABLE_INFORMATION : chosen;
@@ -81,7 +81,7 @@ class Program {
               [&] {
                 (f_.*choices_.oneOf(kWholes))(session_, input_, data_.size(), place_, lengthPlace_);
               },
-              init, init);  // twice as often as others, as all begins with it
+              init, init);  // twice as often as others, since everything begins with it
   }
 
   void callWithObjects() {
@@ -162,7 +162,7 @@ class Program {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   static const bool isInserted = [] {
-    // nothing can be made there, and nothing goes to the machine's log
+    // the root does not exist, so nothing is written to the machine's log
     ::setenv("KFYD_ROOT", "/dev/null/root", /*overwrite=*/1);
     driver::ModuleState::useCardFactory(fakes::CardInHand::factory);
     fakes::CardInHand::instance().insert(

@@ -300,7 +300,7 @@ void Connection::goodbye(const WaitLimits &limits) {
   while (!end_ && base::waitToRead(socket_.get(), limits.deadline)) {
     (void)readChunks();
   }
-  endWith(stopped, "the connection was ended from this side");
+  endWith(stopped, "the connection was closed from this side");
 }
 
 void Connection::abandon() {

@@ -27,8 +27,7 @@ Failure failureOf(RequestOutcome outcome) {
               "answer the question on the device that holds the key, or raise timeLimitSeconds in "
               "/etc/keyferry/pkcs11.toml"};
     case RequestOutcome::failed:
-      return {CKR_DEVICE_ERROR, "kfyd can't be reached or answered something unusable",
-              "kfyctl doctor"};
+      return {CKR_DEVICE_ERROR, "kfyd is unreachable or its answer is unusable", "kfyctl doctor"};
   }
   return {CKR_GENERAL_ERROR, "", ""};
 }
@@ -73,7 +72,7 @@ std::shared_ptr<const CardObjects> CardToken::objects() {
     objects_ = builder_.objectsOf(content, settings_);
     if (objects_->objects.empty()) {
       report(
-          "the card holds Ed25519 keys alone, which programs are not shown; try: kfyctl defaults "
+          "the card has only Ed25519 keys, which are hidden from programs; try: kfyctl defaults "
           "write showEd25519 true");
     }
   }
@@ -87,10 +86,11 @@ void CardToken::reportMissingContent() {
   const std::string failure = card().lastError();
   if (!isPresent()) {
     report(
-        "the program wants the card's objects, but no card is there; try: connect the device that "
+        "the program asked for the card's objects, but no card is inserted; try: connect the "
+        "device that "
         "holds the key, then kfyctl status");
   } else if (!failure.empty()) {
-    report("the card is there, but what it holds can't be read: " + failure +
+    report("the list of the card's certificates can't be read: " + failure +
            "; try: kfyctl doctor");
   }
 }

@@ -212,7 +212,7 @@ std::optional<QuillMessage> DaemonCard::ask(const QuillMessage &message,
   auto answer = connection_.request(message, options, &error);
   if (answer && answer->command != message.command) {
     answer.reset();
-    error = {"driver", 0, "kfyd answered something else than it was asked"};
+    error = {"driver", 0, "kfyd answered with another command"};
   }
   if (!answer) {
     failure = outcomeOf(error);

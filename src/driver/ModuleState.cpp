@@ -37,7 +37,7 @@ CK_RV ModuleState::initialize() {
     return CKR_CRYPTOKI_ALREADY_INITIALIZED;
   }
   driver_ = std::make_shared<Driver>(theCardFactory.load());
-  shown_ = driver_.get();
+  inheritable_ = driver_.get();
   return CKR_OK;
 }
 
@@ -46,7 +46,7 @@ CK_RV ModuleState::finalize() {
   {
     const std::lock_guard lock(mutex_);
     ended = std::move(driver_);
-    shown_ = nullptr;
+    inheritable_ = nullptr;
   }
   if (!ended) {
     return CKR_CRYPTOKI_NOT_INITIALIZED;
@@ -70,7 +70,7 @@ void ModuleState::useCardFactory(CardFactory factory) {
 
 void ModuleState::abandon() {
   dropInheritedOpenSSLContext();
-  if (Driver *const inherited = shown_) {
+  if (Driver *const inherited = inheritable_) {
     inherited->token.abandon();
   }
 }

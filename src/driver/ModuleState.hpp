@@ -38,7 +38,7 @@ class ModuleState {
   pid_t identifier_;
   std::mutex mutex_;
   std::shared_ptr<Driver> driver_;
-  std::atomic<Driver *> shown_{nullptr};  // the same driver; read without a lock after a fork
+  std::atomic<Driver *> inheritable_{nullptr};  // the same driver; read without a lock after a fork
 
   // Finalized after OpenSSL was shut down: their OpenSSL objects can't be freed any more.
   std::vector<std::shared_ptr<Driver>> unreleasable_;

@@ -135,10 +135,10 @@ Progress SignOperation::finish(CardToken &token, ByteView lastPart, const Output
   }
   const auto signature = signatureIn(key_, answer.reveal());
   if (!signature || verify(key_, input, *signature) != CKR_OK) {
-    token.report("the key's holder answered with a signature that the certificate \"" +
-                 key_.object->identity->label +
-                 "\" does not verify, so it was not used; try: make sure that the device holds the "
-                 "key that belongs to the certificate");
+    token.report(
+        "the signature from the key's holder does not verify with the certificate \"" +
+        key_.object->identity->label +
+        "\", so it was discarded; try: make sure that the device holds the certificate's key");
     return {CKR_DEVICE_ERROR};
   }
   return output.put(*signature);

@@ -39,7 +39,7 @@ TEST(SecretInput, IsTheFirstLineOfAFileOrDescriptor) {
   base::Descriptor writer(ends[1]);
   ASSERT_EQ(::write(writer.get(), "one\r\n\ntwo", 9), 9);
   writer.close();
-  errno = EINTR;  // of an earlier call
+  errno = EINTR;  // left by an earlier call
   for (const char *const line : {"one", "", "two", ""}) {
     EXPECT_EQ(revealed(secretFromDescriptor(reader.get())), line);
   }
@@ -59,7 +59,7 @@ TEST(SecretInput, IsTypedAtATerminalThatDoesNotShowItAndIsNeverLeftSilent) {
   for (const auto &[typed, secret] : kCases) {
     std::optional<SecretText> given;
     std::thread asking([&] { given = secretFromTerminal(terminal.get(), "Who? ", stop.get()); });
-    EXPECT_EQ(person.shownUpTo("?"), "Who?");  // it comes after the echo was switched off
+    EXPECT_EQ(person.shownUpTo("?"), "Who?");  // shown after the echo was switched off
     person.type(typed);
     asking.join();
     EXPECT_EQ(revealed(given), secret);

@@ -35,7 +35,7 @@ RequestOptions once() {
   return options;
 }
 
-// Answers with the bytes to sign and the number of the connection.
+// Replies with the data to sign and the number of the connection.
 void answer(ServedConnection &connection, int number, const QuillMessage &request) {
   Bytes answer = *request.dataToSign;
   answer.push_back(static_cast<std::uint8_t>(number));
@@ -94,7 +94,7 @@ TEST_F(SharedConnectionTest, GivesManyThreadsTheirAnswersInWhateverOrderTheyCome
     threads.emplace_back([this, name] {
       for (int round = 0; round < 4; ++round) {
         RequestOptions options = soon();
-        options.checkInterval = std::chrono::hours(1);  // nobody wakes by chance, or is asked
+        options.checkInterval = std::chrono::hours(1);  // no periodic wake-up and no check
         options.shouldContinue = [] { return false; };
         const auto answer = connection_.request(requestFor(name), options);
         EXPECT_EQ(answer.value().signedData, (Bytes{name, 0}));
@@ -139,7 +139,7 @@ TEST_F(SharedConnectionTest, AsksAgainADaemonThatCameBack) {
   isAsked.get_future().wait();
   serve(answerAll);
   asking.join();
-  serve(answerAll);  // lost while nobody waited
+  serve(answerAll);  // lost while no thread waited
   EXPECT_EQ(ask(2, once()), (Bytes{2, 0}));
 }
 
@@ -151,7 +151,7 @@ TEST_F(SharedConnectionTest, NeverTouchesWhatStandsUnderItsDescriptorLater) {
   const base::Descriptor mine(ends[0]);
   const base::Descriptor other(ends[1]);
   const int reused = descriptor_;
-  ASSERT_EQ(::dup2(mine.get(), reused), reused);  // what close and open come to
+  ASSERT_EQ(::dup2(mine.get(), reused), reused);  // as if the program had closed and reopened it
 
   EXPECT_EQ(fakes::statusOfChild([&] {
               connection_.abandon();

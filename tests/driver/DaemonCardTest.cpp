@@ -29,7 +29,7 @@ void putMarker() {
   std::ofstream(client::cardMarkerPath()).close();
 }
 
-// A daemon whose card does with data what its first byte says.
+// A daemon whose card handles a request as its first byte says.
 class DaemonCardTest : public testing::Test {
  protected:
   enum Deed : std::uint8_t { answers, refuses, isSilent, sendsNothing, isConfused, withdraws };
@@ -107,7 +107,7 @@ class DaemonCardTest : public testing::Test {
   std::atomic<int> listings_ = 0;
   std::vector<std::string> journal_;
   std::function<void()> whenListed_ = [] {};   // happens once
-  std::function<void()> whenRefused_ = [] {};  // by a daemon that does not run; happens once
+  std::function<void()> whenRefused_ = [] {};  // while the daemon is not running; happens once
   fakes::ScriptedDaemon::Serve serve_ = [this](auto &connection, int) {
     while (const auto request = connection.receive()) {
       if (const auto reply = replyTo(*request)) {
@@ -203,13 +203,14 @@ TEST_F(DaemonCardTest, TellsHowAUseEnded) {
   EXPECT_EQ(hasty.sign(identity, Bytes{isSilent}, pin).outcome, RequestOutcome::timedOut);
 }
 
-// Beside the rows above, in which the daemon runs without the card: they would wait for an hour.
+// In the rows above the daemon runs without the card: if they waited for a restart, they would take
+// an hour.
 TEST_F(DaemonCardTest, AUseAwaitsADaemonThatRestarts) {
   const auto identity = card_.content()->at(0);
   const auto sign = [&](DaemonCard &card) {
     return card.sign(identity, Bytes{answers}, SecretText("")).outcome;
   };
-  // killed, so that its marker stays until it runs again
+  // Like a killed daemon: the marker stays until it runs again.
   daemon_.reset();
   setList({});
   whenRefused_ = [&] {
@@ -280,7 +281,7 @@ TEST(PrivateFolder, IsMountedForThisProgramAlone) {
       {subvolumes, false},
       {disk + "23 22 8:1 /tmp/own-1/tmp /tmp rw - ext4 /dev/sda1 rw", true},
       {disk + memory + "24 23 0:30 /own-1/tmp /tmp rw - tmpfs tmpfs rw\n", true},
-      {slave + memory, true},  // in the namespace of a service
+      {slave + memory, true},  // in a service's mount namespace
       {"23 22 0:30 / /tmp rw - tmpfs tmpfs rw\n", true}};
   for (const auto &[mountInfo, isPrivate] : kCases) {
     EXPECT_EQ(isPrivateMount(mountInfo, "/tmp"), isPrivate) << mountInfo;

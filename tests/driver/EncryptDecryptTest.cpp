@@ -12,8 +12,8 @@ struct DecryptionCase {
   CK_RSA_PKCS_OAEP_PARAMS oaep = {};
 };
 
-// What the token encrypts it has decrypted, in parts as well; a place that is too short costs no
-// second use of the key.
+// The token decrypts what it encrypted, in parts too. A buffer that is too small costs no second
+// request.
 TEST_F(TokenUser, DecryptsWhatItEncrypts) {
   Bytes label{1, 2, 3};
   const DecryptionCase kCases[] = {
@@ -100,7 +100,7 @@ struct DerivationCase {
   const char *name;
   UsualKey key;
   Bytes prefix;    // before the peer's point
-  CK_ULONG bytes;  // that are wanted
+  CK_ULONG bytes;  // the wanted length
   CK_RV result = CKR_OK;
 };
 

@@ -47,7 +47,7 @@ TEST_F(TokenUser, InitialisesOnceAndAgain) {
   EXPECT_EQ(f.C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
 }
 
-// Even where calls of ours fail in the library; a mark of the program's stays as well.
+// Even if our calls fail in OpenSSL. A mark that the program set stays too.
 TEST_F(TokenUser, LeavesTheProgramsErrorsAlone) {
   CK_MECHANISM given{CKM_RSA_PKCS, nullptr, 0};
   Bytes block(256, 1);
@@ -114,7 +114,7 @@ TEST_F(TokenUserWithSettings, ThePinGoesWithRequestsUntilTheEndOfTheLogin) {
   session = opened();
   EXPECT_EQ(sign(object), CKR_KEY_HANDLE_INVALID);
   ASSERT_EQ(loginWith("1234"), CKR_OK);
-  card.insert({usualKeys()[p521]});  // somebody else's card
+  card.insert({usualKeys()[p521]});  // another holder's card
   EXPECT_EQ(found({}).size(), 2U);
   card.meanwhile = [&] { EXPECT_EQ(f.C_CloseSession(session), CKR_OK); };
   EXPECT_EQ(loginWith("1234"), CKR_SESSION_CLOSED);

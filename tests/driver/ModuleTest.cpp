@@ -1,4 +1,4 @@
-// The module as it is built: what it needs, what it shows, and how it behaves at a program's end.
+// The built module: its dependencies, its exported symbols, and its behaviour when a program ends.
 
 #include <dlfcn.h>
 #include <openssl/crypto.h>
@@ -19,7 +19,7 @@ bool succeeds(const std::string &command) {
 TEST(Module, NeedsAndShowsNothingElse) {
   const std::string needed = "objdump -p " KEYFERRY_MODULE " | grep NEEDED | grep ";
   EXPECT_TRUE(succeeds(needed + "-q 'libcrypto.so.3$'"));
-  // Sanitizers bring libraries of their own.
+  // Sanitizers add libraries of their own.
   EXPECT_FALSE(succeeds(needed + "-vE ' (lib(ssl|crypto|stdc[+]{2}|gcc_s|c|m|asan|ubsan|tsan)"
                                  "|ld-linux-x86-64)[.]so[.][0-9]$'"));
   const std::string symbols =
@@ -30,8 +30,8 @@ TEST(Module, NeedsAndShowsNothingElse) {
       << "something would be destroyed while programs still call";
 }
 
-// As from an exit handler that runs late: OpenSSL has been shut down, the module was unloaded. The
-// trace tells what came of the calls.
+// Like a late exit handler: OpenSSL was shut down and the module unloaded. The trace shows the
+// results of the calls.
 TEST(Module, AnswersAfterTheLibraryWasShutDown) {
   const std::string trace = base::rooted("/tmp/trace");
   EXPECT_EQ(fakes::statusOfChild([&] {

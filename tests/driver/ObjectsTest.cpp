@@ -25,7 +25,7 @@ TEST_F(TokenUser, FindsOneObjectOfEachKindForEachKey) {
   CK_ULONG count = 0;
   std::vector<CK_OBJECT_HANDLE> oneByOne;
   ASSERT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_OK);
-  card.show(nullptr);  // the search began before
+  card.show(nullptr);  // the search began earlier
   while (f.C_FindObjects(session, &one, 1, &count) == CKR_OK && count == 1) {
     oneByOne.push_back(one);
   }
@@ -73,7 +73,7 @@ TEST_F(TokenUser, FillsAllAttributesButThoseItCannot) {
   struct Row {
     CK_ATTRIBUTE_TYPE type;
     CK_ULONG room;
-    CK_RV result;  // where it is asked for alone
+    CK_RV result;  // when requested alone
     CK_ULONG length = CK_UNAVAILABLE_INFORMATION;
   };
   const Row kRows[] = {{CKA_VENDOR_DEFINED | 9, 8, CKR_ATTRIBUTE_TYPE_INVALID},
@@ -145,7 +145,7 @@ TEST_F(TokenUser, ACardThatGoesAndComesKeepsItsHandles) {
   EXPECT_EQ(reader.flags, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
   EXPECT_EQ(sign(before.front(), given, {}), CKR_DEVICE_REMOVED);
   EXPECT_EQ(f.C_FindObjectsInit(session, nullptr, 0), CKR_DEVICE_REMOVED);
-  EXPECT_TRUE(hasReported("no card is there"));
+  EXPECT_TRUE(hasReported("no card is inserted"));
   card.show(std::make_shared<const CardContent>(*content));  // read again, the same keys
   EXPECT_EQ(found({}), before);
   EXPECT_EQ(f.C_GetTokenInfo(0, &info), CKR_OK);

@@ -15,8 +15,8 @@ struct SigningCase {
   Pss pss = {};
 };
 
-// In one call and in parts, which do not mix, with a question for the length before; the token's
-// own verification accepts both and nothing else.
+// Single-part and multiple-part signatures, which can't be mixed, each after a length query. The
+// token verifies both and rejects all others.
 TEST_F(TokenUser, SignsWholeAndInPartsAndVerifies) {
   const Bytes sixty(60, 0x5A);
   const SigningCase kCases[] = {
@@ -108,7 +108,7 @@ struct RefusedCase {
   Pss pss = {};
 };
 
-// What is wrong with a message is said when it is there, all else at the beginning.
+// Errors of the message are reported when it is passed, all others by C_SignInit.
 TEST_F(TokenUser, RefusesWhatDoesNotFit) {
   const Pss usual{CKM_SHA256, CKG_MGF1_SHA256, 32};
   const Pss noHash{CKM_RSA_PKCS, CKG_MGF1_SHA256, 32};
@@ -162,8 +162,9 @@ TEST_F(TokenUser, TellsHowTheHoldersAnswerCameOut) {
       {RequestOutcome::cardGone, CKR_DEVICE_REMOVED, "failed: the card is gone; try: connect"},
       {RequestOutcome::timedOut, CKR_FUNCTION_FAILED, "failed: no answer within timeLimitSeconds"},
       {RequestOutcome::failed, CKR_DEVICE_ERROR, "\"key 0\" failed: connection lost; try: kfyctl"},
-      {RequestOutcome::done, CKR_DEVICE_ERROR, "that the certificate \"key 0\" does not verify"}};
-  card.trouble = "connection lost";
+      {RequestOutcome::done, CKR_DEVICE_ERROR,
+       "does not verify with the certificate \"key 0\", so"}};
+  card.lastFailure = "connection lost";
   card.answersWrongly = true;
   const std::pair<UsualKey, CK_MECHANISM_TYPE> kKeys[] = {
       {rsa, CKM_RSA_PKCS}, {p256, CKM_ECDSA}, {ed25519, CKM_EDDSA}};
@@ -175,7 +176,7 @@ TEST_F(TokenUser, TellsHowTheHoldersAnswerCameOut) {
     }
   }
   EXPECT_EQ(card.uses, 15);
-  card.trouble = "";
+  card.lastFailure = "";
 }
 
 }  // namespace

@@ -17,14 +17,15 @@ inline crypto::PrivateKey madeCurveKey(const char *curve) {
       std::shared_ptr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve), EVP_PKEY_free));
 }
 
-// Whether the machine's log, here a file of the sandboxed root, holds a text.
+// True if the machine's log, here a file in the sandboxed root, contains the text.
 inline bool hasReported(const std::string &text) {
   std::ifstream log(base::rooted("/var/log/unified.log"));
   const std::string lines(std::istreambuf_iterator<char>(log), {});
   return lines.find(text) != std::string::npos;
 }
 
-// The keys of the usual card, made once. A modulus of 1025 bits ends a byte after a PSS block.
+// The keys of the usual card, generated once. With 1025 bits, the modulus is a byte longer than a
+// PSS block.
 enum UsualKey : std::size_t { rsa, oddRSA, p256, p384, p521, ed25519, usualKeyCount };
 inline const std::vector<crypto::PrivateKey> &usualKeys() {
   static const std::vector<crypto::PrivateKey> keys{
@@ -34,14 +35,14 @@ inline const std::vector<crypto::PrivateKey> &usualKeys() {
   return keys;
 }
 
-// A mechanism, and its parameters if they name a hash.
+// A mechanism, with the parameters if they name a hash.
 template <typename Parameters>
 CK_MECHANISM mechanismOf(CK_MECHANISM_TYPE type, Parameters &parameters) {
   return parameters.hashAlg == 0 ? CK_MECHANISM{type, nullptr, 0}
                                  : CK_MECHANISM{type, &parameters, sizeof parameters};
 }
 
-// A program that uses the token through the function table, with the usual card in.
+// A program that uses the token through the function table while the usual card is inserted.
 class TokenUser : public testing::Test {
  protected:
   TokenUser() {
@@ -68,7 +69,7 @@ class TokenUser : public testing::Test {
     return handle;
   }
 
-  // Handles of what fits a template.
+  // The handles of the objects that match a template.
   std::vector<CK_OBJECT_HANDLE> found(std::vector<CK_ATTRIBUTE> wanted) {
     std::vector<CK_OBJECT_HANDLE> handles(64);
     CK_ULONG count = 0;
@@ -95,7 +96,7 @@ class TokenUser : public testing::Test {
     return value;
   }
 
-  // In one call.
+  // Signs in a single call.
   CK_RV sign(CK_OBJECT_HANDLE object, CK_MECHANISM given, Bytes message) {
     Bytes signature(512);
     CK_ULONG length = signature.size();

@@ -8,20 +8,20 @@
 
 namespace fakes {
 
-// A card with real keys behind it, and what a test makes of its holder. It outlives the driver's
-// view of it, so there is one, and factory() shows it.
+// A card with real keys, and the behaviour of its holder as a test sets it. It outlives the
+// driver's view of it, so there is a single one, which factory() shows.
 struct CardInHand {
   std::mutex mutex;
-  std::map<Bytes, crypto::PrivateKey> keys;  // by the certificate's hash
+  std::map<Bytes, crypto::PrivateKey> keys;  // by certificate hash
   std::shared_ptr<const driver::CardContent> content;
   std::uint64_t generation = 1;
   driver::RequestOutcome outcome = driver::RequestOutcome::done;
   bool answersWrongly = false;
   int uses = 0;
   std::string lastPin;
-  std::string trouble;
+  std::string lastFailure;
   int abandoned = 0;
-  std::function<void()> meanwhile;  // happens once, when the card is looked at next
+  std::function<void()> meanwhile;  // runs once, when the card's content is read next
 
   static CardInHand &instance() {
     static CardInHand card;
@@ -42,7 +42,7 @@ struct CardInHand {
     show(std::make_shared<const driver::CardContent>(std::move(made)));
   }
 
-  // Puts this content in, or takes the card away where it is null.
+  // Inserts a card with this content; null removes it.
   void show(std::shared_ptr<const driver::CardContent> shown) {
     const std::lock_guard lock(mutex);
     content = std::move(shown);
@@ -79,7 +79,7 @@ class FakeCard : public driver::Card {
                                                             : key.deriveECDH(data);
     });
   }
-  std::string lastError() override { return card_.trouble; }
+  std::string lastError() override { return card_.lastFailure; }
   void abandon() override { ++card_.abandoned; }
 
  private:
