@@ -57,9 +57,11 @@ inline ToolRun runTool(const std::function<int(ctl::Invocation &)> &tool) {
 }
 
 inline ToolRun kfyctl(const std::vector<std::string> &arguments) {
-  return runTool([&](ctl::Invocation &invocation) { return ctl::runKfyctl(arguments, invocation); });
+  return runTool(
+      [&](ctl::Invocation &invocation) { return ctl::runKfyctl(arguments, invocation); });
 }
 
 inline ToolRun scAuth(const std::vector<std::string> &arguments) {
-  return runTool([&](ctl::Invocation &invocation) { return ctl::runScAuth(arguments, invocation); });
+  return runTool(
+      [&](ctl::Invocation &invocation) { return ctl::runScAuth(arguments, invocation); });
 }
