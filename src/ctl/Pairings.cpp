@@ -22,7 +22,7 @@ constexpr std::size_t kHashBytes = 20;
 constexpr const char *kFirstLine =
     "# Keys that may authenticate for a user of this machine; written by sc_auth pair and unpair\n";
 
-// In a sandboxed root nobody need be root.
+// In a sandboxed root the caller takes root's place.
 bool belongsToOthers(const struct stat &status) {
   return (status.st_uid != 0 && status.st_uid != ::geteuid()) ||
          (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;

@@ -10,8 +10,7 @@
 
 namespace ctl {
 
-// A key that stands for a user of this machine: whoever holds it may authenticate as a remote
-// client.
+// A key that is paired with a user of this machine. Its holder may authenticate as a remote client.
 struct Pairing {
   std::string user;
   Bytes publicKeyHash;  // SHA-1 of the exported public key, 20 bytes
@@ -19,7 +18,7 @@ struct Pairing {
   friend bool operator==(const Pairing &left, const Pairing &right) = default;
 };
 
-// Where the pairings are kept, on the system.
+// The file of pairings on the system.
 inline constexpr const char *kPairingsPath = "/etc/keyferry/pairings.toml";
 
 // The file of pairings: a TOML file with lines `user = "40 hexadecimal digits"`.
@@ -29,8 +28,8 @@ class PairingFile {
   explicit PairingFile(std::string path);
 
   // All pairings in the order of their lines; none if there is no file. Nothing, with the reason in
-  // *error, if it can't be read, does not parse, holds anything else, or could be changed by others
-  // than root: who writes it decides who gets in.
+  // *error, if it can't be read, does not parse, holds anything else, or is writable by others than
+  // root: whoever writes it decides who is admitted.
   [[nodiscard]] std::optional<std::vector<Pairing>> read(Error *error = nullptr) const;
 
   // Makes these the only pairings; comments stay. Atomic; the file is root's alone (0600).

@@ -41,7 +41,7 @@ Failure notThere(const Options &options) {
           commandFor("set", options)};
 }
 
-// The password is written where it is overwritten afterwards, not into a text.
+// The output is built in cleansed memory, not in a std::string.
 void printJSON(const Facts &facts, const SecretText *password, Invocation &invocation) {
   CleansedBytes json;
   protocol::JSONWriter writer(json);
@@ -77,7 +77,7 @@ Outcome getPassword(const Options &options, Invocation &invocation) {
   return std::nullopt;
 }
 
-// The new password, asked for twice where it is typed without being seen.
+// The new password; asked for twice if it is typed without echo.
 std::optional<SecretText> newPassword(const Options &options, Failure &failure) {
   if (options.random) {
     return CVNKeychain::randomPassword();

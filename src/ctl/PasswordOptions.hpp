@@ -12,7 +12,7 @@ class App;
 
 namespace ctl {
 
-// Where a command takes a password from: never from an argument, which every user can see.
+// Where a command takes a password from. Never an argument: other users can see those.
 struct PasswordOptions {
   std::string file;
   int descriptor = -1;
@@ -22,7 +22,7 @@ struct PasswordOptions {
 
   [[nodiscard]] bool isGiven() const { return !file.empty() || descriptor >= 0; }
 
-  // The password from where it is given, else asked for at the terminal.
+  // Reads the password from the given source, otherwise asks at the terminal.
   [[nodiscard]] std::optional<SecretText> take(const std::string &question,
                                                Error *error = nullptr) const;
 };

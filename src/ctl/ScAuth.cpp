@@ -58,7 +58,7 @@ Outcome pair(const PairOptions &options, Invocation &invocation) {
   if (!hash) {
     return Failure{error.description, "kfy-remote keys"};
   }
-  // the account file alone: users from the network are none of this machine
+  // only the account file: network users are not users of this machine
   const auto accounts = base::accountsNamed(options.user, base::rooted("/etc/passwd"), &error);
   if (!accounts || accounts->empty()) {
     return Failure{"no user \"" + options.user + "\" in the account file " +

@@ -7,8 +7,8 @@
 
 namespace ctl {
 
-// The tool sc_auth: which key stands for which user of this machine. It never talks to the daemon,
-// whose queue waits for it. Returns the exit status.
+// The tool sc_auth, which manages the pairings of keys with users. It never talks to the daemon,
+// which is blocked while it waits for this tool. Returns the exit status.
 [[nodiscard]] int runScAuth(std::span<const std::string> arguments, Invocation &invocation);
 
 }  // namespace ctl

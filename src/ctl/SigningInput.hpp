@@ -10,14 +10,14 @@
 
 namespace ctl {
 
-// How a file is prepared for a card's key: "sha256" and its like, "none" for an input that is what
-// the key signs already (a DigestInfo or any short bytes, a digest, a message). Empty: what is
-// usual for the key.
+// How an input is prepared for a card's key: a digest such as "sha256", or "none" if the input is
+// already what the key signs (a DigestInfo or any short bytes, a digest, a message). Empty: the
+// key's usual choice.
 using HashChoice = std::string;
 
-// What the key has to sign for this input: a DigestInfo for RSA, a digest for an elliptic curve,
-// the message itself for Ed25519. Nothing, with `failure` filled, if the key or the choice does not
-// allow that.
+// The data that the key has to sign for this input: a DigestInfo for RSA, a digest for an elliptic
+// curve, the message itself for Ed25519. Nothing, with `failure` filled, if key and choice do not
+// fit.
 [[nodiscard]] std::optional<Bytes> dataToSign(const crypto::PublicKey &key,
                                               const HashChoice &choice, ByteView input,
                                               Failure &failure);

@@ -26,19 +26,19 @@
 namespace ctl {
 namespace {
 
-// A look-up of the pairing can hold the daemon's queue for 30 seconds.
+// Looking up a pairing can block the daemon for 30 seconds.
 constexpr std::chrono::seconds kStatusWait{35};
 
-// Where what is said of a place begins in its line.
+// The column at which the text about a place begins.
 const std::string kIndentation(13, ' ');
 
-// What was found at one place. A trouble is a failure of the whole.
+// The finding about one place. A fault makes the whole command fail.
 struct Finding {
   std::string name;
   std::string says;
   Outcome trouble;
   std::vector<std::string> more{};  // further lines, for people
-  Facts facts{};                    // what scripts get of it beside that
+  Facts facts{};                    // further facts for scripts
 };
 
 Finding good(const std::string &name, const std::string &says) {
@@ -59,7 +59,7 @@ bool othersCanWrite(const std::string &path) {
   return ::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-// The file as a whole, then each setting in it with which something is wrong.
+// Finds faults of the file as a whole, then of each setting in it.
 void lookAtSettings(std::string_view domain, std::vector<Finding> &findings) {
   Error error;
   const std::string path = pathOfDomain(domain);
@@ -140,7 +140,7 @@ Finding lookAtMarker() {
   return good("marker", marker.path + ": " + marker.description);
 }
 
-// Over the loopback listener alone: the end of any connection to the public one withdraws the card.
+// Only over the loopback listener: the end of a connection to the public one withdraws the card.
 void lookAtDaemon(std::vector<Finding> &findings) {
   Failure failure;
   auto daemon = LocalDaemon::open(kStatusWait, failure);
@@ -160,7 +160,7 @@ std::string peerLine(const DaemonState::Peer &peer) {
                                 : line + ", " + std::to_string(peer.certificates) + " certificates";
 }
 
-// Programs of this machine come and go by the hundred and have no name; remote clients are listed.
+// Remote clients are listed. Programs of this machine have no name and may be hundreds.
 std::vector<std::string> linesOf(const DaemonState &state) {
   std::vector<std::string> lines;
   for (const DaemonState::Peer &peer : state.peers) {
@@ -175,7 +175,7 @@ std::vector<std::string> linesOf(const DaemonState &state) {
   return lines;
 }
 
-// What the daemon has told of itself, which costs it nothing.
+// Reads the daemon's state file, which costs the daemon nothing.
 Finding lookAtState(const std::optional<DaemonState> &state, const Error &error) {
   if (!state) {
     return error.code == ENOENT

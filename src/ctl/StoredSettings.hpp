@@ -13,7 +13,7 @@ namespace ctl {
 // The setting of any domain with this key, null if there is none.
 [[nodiscard]] const settings::Setting *knownSetting(std::string_view key);
 
-// The key that was probably meant by one that is not known.
+// The known key that was probably meant by an unknown one.
 [[nodiscard]] std::string nearestKnownKey(std::string_view key);
 
 // Reads a value as it is typed; nothing, with the reason, if it does not fit the setting. A boolean

@@ -32,7 +32,7 @@ void AuthenticationTime::second() {
   }
 }
 
-// True if there is still a connection whose time runs.
+// True if the time of at least one connection still runs.
 bool AuthenticationTime::countSecond(std::uint64_t most) {
   bool isOneLeft = false;
   for (const QuillWorker::Shared &worker : workers_) {
@@ -40,7 +40,7 @@ bool AuthenticationTime::countSecond(std::uint64_t most) {
       continue;
     }
     ++worker->secondsUnauthenticated;
-    // the first second may have been a part of one
+    // the first counted second may have been shorter
     if (worker->secondsUnauthenticated <= most) {
       isOneLeft = true;
       continue;

@@ -12,11 +12,11 @@ namespace kfyd {
 
 // Ends public connections that have not authenticated within the time that the setting
 // `unauthenticatedSeconds` gives them. Time is counted in whole seconds by one timer, which runs
-// only while such a connection is there: a timer for each would outlive its connection, and
+// only while there is such a connection. A timer for each connection would outlive it, and
 // strangers come and go.
 class AuthenticationTime {
  public:
-  // All is borrowed and outlives this; `workers` are those that are looked at.
+  // All arguments are borrowed and outlive this. `workers` are the connections to check.
   AuthenticationTime(platform::MainQueue &queue, platform::UserDefaults &defaults,
                      logging::LimitLog &limits, const std::vector<QuillWorker::Shared> &workers);
 

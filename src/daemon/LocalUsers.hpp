@@ -14,9 +14,9 @@ class LocalUsers {
  public:
   explicit LocalUsers(platform::UserDefaults &defaults) : defaults_(defaults) {}
 
-  // Their user ids, looked up in the account file now; nothing if everybody may. A name without an
-  // account, or an account file that can't be read, admits nobody and is logged, once until that
-  // changes.
+  // Their user ids, looked up in the account file at each call. Nothing if everybody is admitted. A
+  // name without an account, or an unreadable account file, admits nobody; this is logged once
+  // until it changes.
   [[nodiscard]] std::optional<std::vector<std::uint32_t>> allowed();
 
  private:

@@ -25,7 +25,7 @@ platform::ListenerLimits listenerLimits(platform::UserDefaults &defaults, bool i
       std::chrono::seconds(settings::valueOf(settings::kHandshakeSeconds, defaults));
   limits.handshakes = limitOf(settings::kMaxHandshakes, defaults);
   if (isLoopback) {
-    // Half for one user: a crowd of his keeps no other user's program out.
+    // One user gets at most half, so that other users' programs are not kept out.
     limits.handshakesPerSource = limits.handshakes;
     limits.handshakesPerSource.most = std::max<std::uint64_t>(limits.handshakes.most / 2, 1);
     limits.connections = limitOf(settings::kMaxLocalConnections, defaults);

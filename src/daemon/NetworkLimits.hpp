@@ -5,7 +5,7 @@
 
 namespace kfyd {
 
-// What the settings say that connections may hold, and what a listener refuses.
+// The limits of connections and listeners, as the settings give them.
 [[nodiscard]] platform::ConnectionLimits connectionLimits(platform::UserDefaults &defaults);
 [[nodiscard]] platform::ListenerLimits listenerLimits(platform::UserDefaults &defaults,
                                                       bool isLoopback);

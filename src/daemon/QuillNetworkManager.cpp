@@ -27,7 +27,7 @@ std::optional<QuillNetworkManager::ManagerPlatform> &processPlatform() {
   return platform;
 }
 
-// Clients on this machine pin what stands there; that it can't be written stops nobody else.
+// Clients on this machine pin the published certificate. A failure affects only them.
 void publish(const crypto::Certificate &certificate) {
   Error error;
   if (!identity::publishPinnedCertificate(certificate, &error)) {
@@ -56,7 +56,7 @@ void QuillNetworkManager::usePlatform(const ManagerPlatform &platform) {
 }
 
 QuillNetworkManager &QuillNetworkManager::manager() {
-  // Lives until the process ends, whatever ends before it.
+  // Never destroyed: other static objects may end before it.
   static auto &shared = *new QuillNetworkManager(processPlatform().value());  // NOLINT: see above
   return shared;
 }
@@ -217,7 +217,7 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
   }
   worker->startConnection(connection);
   worker->receiveLoopWithConnection(connection);
-  workers.push_back(worker);  // one that hears of its end
+  workers.push_back(worker);  // a worker that learns of its end
   state_.changed();
 }
 
@@ -255,7 +255,7 @@ void QuillNetworkManager::disconnected(const QuillWorker::Shared &worker,
   state_.changed();
 }
 
-// Whether the card goes with this connection.
+// True if the end of this connection withdraws the card.
 bool QuillNetworkManager::withdrawsCard(const QuillWorker::Shared &worker) const {
   if (worker->isLocal) {
     return false;

@@ -34,13 +34,12 @@ class QuillNetworkManager : public RequestProcessor {
   QuillNetworkManager(const QuillNetworkManager &) = delete;
   QuillNetworkManager &operator=(const QuillNetworkManager &) = delete;
 
-  // The process's one manager, made at the first call on the platform that usePlatform was given
-  // before.
+  // The process's one manager. The first call makes it, with the platform given to usePlatform.
   [[nodiscard]] static QuillNetworkManager &manager();
   static void usePlatform(const ManagerPlatform &platform);
 
-  // Set up the public and the loopback listener; false, with a log line, if that is not possible
-  // for want of a TLS identity. Whether the port could be had shows only later.
+  // Set up the public and the loopback listener. False, with a log line, if there is no TLS
+  // identity. A port that is in use is reported later, as a state of the listener.
   [[nodiscard]] bool setupListener();
   [[nodiscard]] bool setupLocalListener();
 

@@ -20,11 +20,10 @@ class StateFile {
   // Both are borrowed and outlive this.
   StateFile(platform::MainQueue &queue, const RequestProcessor &processor);
 
-  // From now on the file is kept. A kfyd that serves nobody must leave the file to the one that
-  // does.
+  // Starts to write the file. A kfyd without listeners must leave the file to the one that serves.
   void begin();
 
-  // Something that the file tells may have changed.
+  // To be called when the file's content may have changed.
   void changed();
 
  private:

@@ -25,7 +25,7 @@ std::string octal(mode_t mode) {
 
 bool isForThisUserAlone(const std::string &name, const std::string &path) {
   struct stat status{};
-  // what can't be looked at can't be read either, and that is reported then
+  // if stat fails, reading fails too and reports it
   if (stat(path.c_str(), &status) != 0 ||
       (status.st_uid == geteuid() && (status.st_mode & kOthers) == 0)) {
     return true;

@@ -39,14 +39,14 @@ std::string processName() {
   return std::filesystem::read_symlink("/proc/self/exe", unknown).filename().string();
 }
 
-// What the platform has to report of itself: settings and keychain files, tokens and their keys
-// that can't be used, events that are lost.
+// Logs what the platform reports: settings and keychain files, tokens and keys that can't be used,
+// and lost events.
 void reportFromPlatform(const std::string &line) {
   CVNLog("%s", line);
 }
 
-// Memory holds relayed PINs and passwords: no core file, no debugger of another user. What the
-// process makes is for root alone, and a peer that goes away raises no signal.
+// Memory holds relayed PINs and passwords, so there is no core file and no debugger of another
+// user. New files are for root alone. A peer that goes away raises no signal.
 void prepareProcess() {
   prctl(PR_SET_DUMPABLE, 0);
   umask(077);
@@ -100,7 +100,7 @@ int runDaemon() {
   try {
     return serve(queue);
   } catch (const std::exception &failure) {
-    // said here, where the log still stands
+    // logged here, while the log still exists
     CVNLog("kfyd ends: %s", failure.what());
     logging::flushLogs();
     return kFailed;

@@ -33,8 +33,8 @@ bool existsUnderRoot(const std::string &path) {
   return base::fileExists(base::rooted(path));
 }
 
-// Without slashes at the end: with one a link would be followed, and the folder itself be taken for
-// the one above it.
+// The path without slashes at its end. With one, a link would be followed, and the folder would be
+// taken for its parent.
 std::string settingsFolder(const std::string &path, uid_t user) {
   std::string folder =
       path == "~" || path.starts_with("~/") ? realHomeFolder(user) + path.substr(1) : path;
@@ -126,8 +126,8 @@ std::string timeStamp(Clock &clock, Clock::Time time) {
          twoDigits(minutes % 60);
 }
 
-// True if others than this process's user and root may put a link or a folder in this one's place
-// and this one is not safely ours: a log line must never be led elsewhere by another user.
+// True if another user (not root) could replace this folder, by a link for instance, and it is not
+// safely ours. Another user must not redirect log lines.
 bool isAnothersInSharedFolder(int folder) {
   struct stat parent{};
   struct stat status{};
@@ -154,7 +154,7 @@ int openLogFile(const std::string &logFileURL, platform::StandardError &standard
   if (folder.isOpen() && !isAnothersInSharedFolder(folder.get())) {
     file = ::openat(folder.get(), name.c_str(), kFlags);
     if (file < 0 && ::faccessat(folder.get(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
-      return -1;  // it is there, but can't be opened for writing: the line is lost in silence
+      return -1;  // it exists but can't be opened for writing: the line is lost silently
     }
     if (file < 0) {
       file = ::openat(folder.get(), name.c_str(), kFlags | O_CREAT | O_EXCL, 0666);
@@ -196,7 +196,7 @@ void CVNUnifiedLogger::logString(std::string_view message, std::int64_t level) {
   const std::string line = std::string(message) + "\n";
   platform_.standardError.write(line);
 
-  // The distant past is compared by itself: subtracting it would overflow.
+  // The distant past is compared separately: subtracting it would overflow.
   const bool isSoon =
       lastLoggedDate != Clock::Time::min() && platform_.clock.now() - lastLoggedDate <= kRepeatSpan;
   if (isSoon && message == lastLine) {

@@ -7,8 +7,8 @@
 #include "logging/LogPlatform.hpp"
 #include "platform/Clock.hpp"
 
-// The file logger: appends time-stamped lines to the log file, folds a run of the same message into
-// a count, and echoes every message that it accepts to standard error.
+// The file logger. It appends time-stamped lines to the log file, replaces repeated messages by a
+// count, and copies every accepted message to standard error.
 class CVNUnifiedLogger {
  public:
   // Chooses the log file and makes its folder; a folder that can't be made is no error here.

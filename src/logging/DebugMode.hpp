@@ -9,9 +9,8 @@ namespace logging {
 inline constexpr std::string_view kDebugMarker = "/var/root/.kfydebug";
 
 // True while the debug marker exists or the user default `debugLogging` is true; false in a program
-// that has not turned logging on. Within an event of the main queue both are looked up once (what
-// can be seen is the same as a look-up at every line, since nobody else runs meanwhile on this
-// queue), outside of one at every call.
+// that has not turned logging on. Within an event of the main queue both are looked up once,
+// outside of events at every call.
 [[nodiscard]] bool debugModeOn();
 
 // To be called before each event of the main queue: settings are looked up anew in it.

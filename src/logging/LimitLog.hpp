@@ -12,15 +12,15 @@
 
 namespace logging {
 
-// Says which limits were reached: one line for each setting within ten seconds, with the number of
-// times that have passed in silence since.
+// Logs which limits were reached: at most one line for each setting within ten seconds, with the
+// number of times that were not logged.
 class LimitLog {
  public:
   explicit LimitLog(platform::Clock &clock) : clock_(clock) {}
 
   void reached(const platform::ReachedLimit &reached);
 
-  // Whom to tell that a count has changed. Replaces the former one.
+  // Sets the function to call when a count has changed; it replaces the earlier one.
   void setObserver(std::function<void()> observer) { observer_ = std::move(observer); }
 
   // How often each setting's limit was reached since the start.

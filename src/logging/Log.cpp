@@ -18,12 +18,11 @@
 namespace logging {
 namespace {
 
-// What is process-wide of logging: the platform in use, the logger on it, and what is known of
-// debug mode.
+// The process-wide state of logging: the platform, the logger, and the debug mode.
 struct Logging {
   std::recursive_mutex mutex;  // of all below
-  // Asked before the mutex is taken: the driver lives in programs that fork at any moment, and a
-  // child must not find it locked for good.
+  // Checked before the mutex is locked: the driver's programs may fork at any moment, and a child
+  // must not find the mutex locked for ever.
   std::atomic<bool> isOn = false;
   std::unique_ptr<LogPlatform> platform;
   std::unique_ptr<CVNUnifiedLogger> logger;
@@ -48,7 +47,7 @@ Logging &logging() {
   return state;
 }
 
-// What is left of an entry where the setting hides what entries say.
+// Replaces the content of an entry if the setting hides it.
 constexpr const char *kRedactedEntry = "kfy:<private>";
 
 bool lookUpDebugMode(const LogPlatform &platform) {
@@ -73,7 +72,7 @@ std::uint64_t quotaBytesPerSecond() {
       settings::valueOf(settings::kStrangerLogBytesPerSecond, logging().platform->defaults));
 }
 
-// Whether there is still room for a line, where room is limited.
+// True if a line may still be written, where lines are limited.
 bool hasRoom() {
   Logging &state = logging();
   return !state.isForUnauthenticated ||
@@ -206,8 +205,9 @@ void writeLog(std::int64_t level, std::string_view format, std::span<const LogAr
     return;
   }
   CVNUnifiedLogger *logger = CVNUnifiedLogger::sharedLogger();
-  // The file takes messages of any length. One that the unified log alone gets, and would cut, is
-  // not made in full: a frame of 2 MiB would become 4 MiB of hexadecimal text for 64 KiB.
+  // The file takes messages of any length, but the unified log cuts them. A message for the unified
+  // log alone is not formatted in full: a frame of 2 MiB would become 4 MiB of text, of which 64
+  // KiB are kept.
   const bool isForFile = level != kLogLevel || debugModeOn();
   const std::string message =
       formatted(format, arguments, isForFile ? kWholeText : platform::kLongestEntry + 1);

@@ -2,9 +2,9 @@
 
 namespace logging {
 
-// Stands around what a public connection that has not authenticated makes the process do. What is
-// written meanwhile, to any log or to standard error, counts against the setting
-// `strangerLogBytesPerSecond`; past it lines are left out, and one line says later how many.
+// A scope for work that a public connection without authentication causes. Log lines and standard
+// error within it count against the setting `strangerLogBytesPerSecond`. Beyond it lines are left
+// out, and one line says later how many.
 class UnauthenticatedLines {
  public:
   explicit UnauthenticatedLines(bool isUnauthenticated);

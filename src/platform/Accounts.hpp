@@ -9,17 +9,16 @@
 
 namespace platform {
 
-// What a process is allowed, as far as it has asked for it.
+// The rights that this process has obtained.
 class Authorization {
  public:
   virtual ~Authorization() = default;
 
-  // Asks for a right. 0 if it is granted, else why not.
+  // Asks for a right. Returns 0 if it is granted, otherwise the reason's number.
   [[nodiscard]] virtual std::int32_t copyRight(std::string_view right, std::uint32_t flags) = 0;
 };
 
-// The class of an account that a person or a service logs in to, rather than one that the system
-// keeps for itself.
+// The class of accounts for logins of people or services, as opposed to system accounts.
 inline constexpr int kUserClass = 1;
 
 // One account whose password can be set.
@@ -32,7 +31,7 @@ class AccountIdentity {
   // Takes the new password; nothing changes before commit().
   virtual void setPassword(const SecretText &password) = 0;
 
-  // Makes the change, with the authorization of an administrator. Blocks. True if it is made.
+  // Makes the change, with an administrator's authorization. Blocks. True if it was made.
   [[nodiscard]] virtual bool commit(const Authorization &authorization) = 0;
 };
 

@@ -25,7 +25,7 @@ enum ItemStatus : std::int32_t {
 // The access group of identities on tokens.
 inline constexpr const char *kTokenAccessGroup = "token";
 
-// Which identities a search is for. What is not set restricts nothing.
+// The criteria of a search for identities. Members that are not set restrict nothing.
 struct IdentityQuery {
   std::optional<std::string> tokenID;          // only identities on that token
   std::optional<std::string> accessGroup;      // only items of that group
@@ -50,7 +50,7 @@ struct IdentityMatches {
   std::vector<IdentityRecord> records;  // in a stable order; empty unless the status is success
 };
 
-// What a password item is named by: no two items agree in all of it.
+// The name of a password item. No two items have equal names.
 struct PasswordName {
   std::string service;
   std::string account;
@@ -67,13 +67,13 @@ struct PasswordMatch {
 // Why a store is unusable, for those who tell people what to do about it.
 enum class StoreTrouble {
   none,
-  openToOthers,  // others than its owner can use it
-  foreign,       // it belongs to somebody else, or is no file at all
+  openToOthers,  // others than the owner can access it
+  foreign,       // it belongs to somebody else, or is no file
   newerVersion,  // made by a newer version of this system
   damaged,       // truncated, overwritten, or never a keychain
-  readOnly,      // where it lies nothing can be written
-  full,          // where it lies there is no room
-  busy,          // other programs did not let it go in time
+  readOnly,      // its file system is read-only
+  full,          // its file system is full
+  busy,          // other programs held a lock for too long
   other,
 };
 
@@ -107,7 +107,7 @@ class ItemStore {
 
   [[nodiscard]] virtual ItemStatus deletePassword(const PasswordName &name) = 0;
 
-  // Why the last operation found the store unusable; none if it did not.
+  // Why the last operation found the store unusable; none if it was usable.
   [[nodiscard]] virtual StoreTrouble trouble() const = 0;
 };
 

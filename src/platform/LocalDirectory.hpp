@@ -15,8 +15,8 @@ class DirectoryRecord {
  public:
   virtual ~DirectoryRecord() = default;
 
-  // True if the machine's rules for passwords accept this one for the user; else the reason. May
-  // read files.
+  // True if the machine's password rules accept this password for the user; otherwise false with
+  // the reason. May read files.
   [[nodiscard]] virtual bool passwordChangeAllowed(const SecretText &password,
                                                    Error *error = nullptr) = 0;
 };
@@ -26,8 +26,8 @@ class LocalNode {
  public:
   virtual ~LocalNode() = default;
 
-  // Every user whose name is exactly this one, in the order of the accounts; none if there is none.
-  // Nothing, with the reason, if the accounts can't be read to their end.
+  // All users with exactly this name, in the order of the accounts; the list may be empty. Nothing,
+  // with the reason, if the accounts can't be read completely.
   [[nodiscard]] virtual std::optional<std::vector<std::shared_ptr<DirectoryRecord>>> queryUsers(
       const std::string &name, Error *error = nullptr) = 0;
 };

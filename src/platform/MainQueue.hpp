@@ -5,8 +5,8 @@
 
 namespace platform {
 
-// The one queue on which everything of the daemon happens: listeners, connections, completions,
-// timers. All of it is used from the thread that runs it.
+// The daemon's main queue: listeners, connections, completions and timers run on it. All members
+// are called on the thread that runs it.
 class MainQueue {
  public:
   virtual ~MainQueue() = default;
@@ -24,7 +24,7 @@ class MainQueue {
   // Runs `work` once, in an event of its own, when `delay` has passed.
   virtual void postAfter(std::chrono::milliseconds delay, std::function<void()> work) = 0;
 
-  // What to call before each event. Replaces the former one.
+  // Sets the function to call before each event; it replaces the earlier one.
   virtual void setBeforeEvent(std::function<void()> beforeEvent) = 0;
 };
 

@@ -19,19 +19,18 @@ namespace platform {
 struct Endpoint {
   std::string host;
   std::uint16_t port = 0;
-  // What counts as one where connections are counted: an IPv4 address, or the /64 network of an
-  // IPv6 one, since whoever has one address there has them all.
+  // The unit in which connections are counted: an IPv4 address, or the /64 network of an IPv6
+  // address, since a host usually has all addresses of its network.
   std::string source;
 };
 
-// How much of something is allowed, and the setting that says so.
+// The largest allowed amount, and the setting that gives it.
 struct Limit {
   std::uint64_t most = 0;
   std::string_view setting;
 };
 
-// A limit that was reached: what was refused or dropped because of it, for people ("connection from
-// 192.0.2.7 refused").
+// A limit that was reached, and its consequence for people ("connection from 192.0.2.7 refused").
 struct ReachedLimit {
   Limit limit;
   std::string consequence;
@@ -48,9 +47,8 @@ struct Chunk {
 
 enum class ConnectionState { waiting, preparing, ready, failed, cancelled };
 
-// An established TLS connection. All calls and all callbacks are on the main queue. Owned by
-// whoever holds it; dropping the last reference closes the connection after what was sent has left,
-// without a further callback.
+// An established TLS connection. All calls and callbacks are on the main queue. It is shared;
+// dropping the last reference closes it after its output has left, without a further callback.
 class Connection {
  public:
   using StateHandler = std::function<void(ConnectionState state, int errorNumber)>;
@@ -61,12 +59,12 @@ class Connection {
 
   [[nodiscard]] virtual Endpoint peer() const = 0;
 
-  // Whom to tell of every change of state, with the errno value that came with it (0: none).
+  // Sets the handler of state changes, which gets the errno value of a failure (0: none).
   // `ready` comes after start. A connection that is lost without a clean end first reports
   // `failed`, then its receive completes with the error as the final one; no other event follows.
   virtual void setStateHandler(StateHandler handler) = 0;
 
-  // Begins to report states and to deliver.
+  // Starts reporting states and delivering data.
   virtual void start() = 0;
 
   // Asks for one chunk: the plaintext of one TLS record of at least one byte, and where that record
@@ -86,21 +84,20 @@ class Connection {
   // The bytes that were sent and that the system has not taken yet.
   [[nodiscard]] virtual std::size_t unsentBytes() const = 0;
 
-  // The owner says how many bytes it holds of the frame that it collects, and of what it keeps of
-  // former ones. They count as the connection's own where memory is limited; past a limit it is
-  // lost.
+  // Tells how many bytes the owner holds of the frame that it collects, and of earlier frames. They
+  // count against the limits of this connection; beyond a limit it is lost.
   virtual void holds(std::size_t frameBytes, std::size_t otherBytes) = 0;
 
-  // Whether the peer has proved who it is. A connection of a public listener begins as one that has
-  // not: all of these together get at most half of the loop's time.
+  // Tells whether the peer has authenticated. Connections of a public listener start without it;
+  // all such connections together get at most half of the loop's time.
   virtual void setAuthenticated(bool isAuthenticated) = 0;
 
-  // The owner could do nothing with a chunk or a frame. After a hundred of those within a second
-  // nothing is read from this peer for 100 ms.
+  // Tells that the owner has rejected a chunk or a frame. After a hundred of them within a second
+  // this connection is not read for 100 ms.
   virtual void rejected() = 0;
 };
 
-// What one connection, and all together, may hold. Past a limit a connection is lost.
+// The limits of one connection and of all together. Beyond a limit a connection is lost.
 struct ConnectionLimits {
   Limit frameBytes;     // of the frame that its owner holds
   Limit unsentBytes;    // that wait to be sent on it
@@ -110,7 +107,8 @@ struct ConnectionLimits {
 
 enum class ListenerState { waiting, ready, failed, cancelled };
 
-// What a listener refuses, before any handshake, so that no refusal ends an established connection.
+// The limits of a listener. It refuses before the handshake, so that no refusal ends an established
+// connection.
 struct ListenerLimits {
   std::chrono::milliseconds handshakeTime{0};  // while the loop runs; blocked time is not counted
   Limit handshakes;                            // unfinished ones
@@ -152,8 +150,8 @@ class Listener {
   // Called for each connection whose handshake failed or took too long; no connection comes of it.
   virtual void setFailedHandshakeHandler(FailedHandshakeHandler handler) = 0;
 
-  // Binds and listens. What comes of it is told to the state handler on a later event: `ready`, or
-  // `failed` for good (a port in use, an address that is not this machine's).
+  // Binds and listens. The state handler hears the result on a later event: `ready`, or `failed`
+  // for good (a port in use, an address of another machine).
   virtual void start() = 0;
 };
 

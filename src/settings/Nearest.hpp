@@ -7,8 +7,8 @@
 
 namespace settings {
 
-// How many letters have to be added, left out, replaced or swapped with their neighbour to make one
-// word of the other; upper and lower case count as the same.
+// The edit distance of two words: insertions, deletions, replacements and swaps of neighbours. Case
+// is ignored.
 [[nodiscard]] std::size_t editDistance(std::string_view left, std::string_view right);
 
 // The first of the words that needs the fewest changes; empty if there are none.

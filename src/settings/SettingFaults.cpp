@@ -27,7 +27,7 @@ std::string shown(const SettingValue &value) {
   return text->size() <= kMostShown ? "\"" + *text + "\"" : "a text that long";
 }
 
-// What counts instead of a value that is not usable; nothing if it is.
+// The value that counts instead of an unusable one; nothing if the value is usable.
 std::optional<std::string> inForceInsteadOf(const SettingValue &value, const Setting &setting) {
   const auto *const text = std::get_if<std::string>(&value);
   const auto *const number = std::get_if<std::int64_t>(&value);

@@ -17,7 +17,8 @@ struct SettingFault {
   std::string nearest;  // of a name that is unknown: the one that was probably meant; may be empty
 };
 
-// What in a domain's file is unknown, of the wrong type, past its range or no boolean.
+// Finds unknown names, wrong types, numbers out of range and texts that are no boolean in a
+// domain's file.
 [[nodiscard]] std::vector<SettingFault> faultsIn(std::string_view domain,
                                                  std::span<const platform::StoredSetting> settings);
 

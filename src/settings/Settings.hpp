@@ -8,8 +8,8 @@
 #include "platform/UserDefaults.hpp"
 
 // Every setting of the system, in one table. Each is looked up where it is used, so that a change
-// takes effect at once. A number below the least or of another type counts as absent, one above the
-// most as the most.
+// takes effect at once. A number below the minimum, or a value of another type, counts as absent. A
+// number above the maximum counts as the maximum.
 namespace settings {
 
 // The domains beside the process's standard user defaults: the daemon's TLS identity, and the token
@@ -31,7 +31,7 @@ struct Setting {
   std::int64_t most = 0;
 };
 
-// So much is no limit any more, and clocks still count in it.
+// Practically no limit, and small enough for time arithmetic.
 inline constexpr std::int64_t kLargestNumber = std::int64_t{1} << 31;
 
 // A setting that is a number.
@@ -142,7 +142,7 @@ inline constexpr Bound kStrangerLogBytesPerSecond{
     "strangerLogBytesPerSecond", 0, 0,
     "what remote clients that have not authenticated may have written to the logs; 0: no limit"};
 
-// What closes a gap that the protocol leaves open. Off, each command does what it always did.
+// Settings that close gaps of the protocol. While they are off, each command behaves as prescribed.
 inline constexpr Switch kInsertRequiresAuthentication{
     "insertRequiresAuthentication", /*isOn=*/false,
     "only an authenticated client may insert a card"};
@@ -222,7 +222,7 @@ inline constexpr auto kSettings = std::to_array<const Setting *>({
 // For people: "a number from 1 to 3600", "true or false".
 [[nodiscard]] std::string kindOf(const Setting &setting);
 
-// What counts where nothing is set, as it is written; empty: none.
+// The default value as it is written; empty: none.
 [[nodiscard]] std::string writtenDefault(const Setting &setting);
 
 // A value as it is written, a text without its quotes.
