@@ -11,7 +11,7 @@
 
 namespace ctl {
 
-// What signing and decrypting have in common on the command line.
+// The options that signing and decrypting share.
 struct CardUseOptions {
   std::string certificate;  // SHA-1 hash
   std::string hash;
@@ -21,10 +21,10 @@ struct CardUseOptions {
   int seconds = 120;  // the key's holder may have to ask its user
 };
 
-// Adds them to a command, all but --hash.
+// Adds these options, except --hash, to a command.
 void addCardUseOptions(CLI::App &command, CardUseOptions &options);
 
-// The daemon, the certificate of the chosen key and the PIN, which is empty where none was given.
+// The daemon, the chosen key's certificate, and the PIN (empty if none was given).
 struct CardUse {
   LocalDaemon daemon;
   Bytes certificateHash;

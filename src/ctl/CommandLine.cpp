@@ -14,13 +14,13 @@
 namespace ctl {
 namespace {
 
-// The names of the commands that the line has come to: "kfyctl identity use".
+// The names of the commands parsed so far: "kfyctl identity use".
 std::string spelledCommand(const CLI::App &app) {
   const auto chosen = app.get_subcommands();
   return chosen.empty() ? app.get_name() : app.get_name() + " " + spelledCommand(*chosen.front());
 }
 
-// The parser's messages are sentences of its own.
+// The parser's messages are full sentences; ours have no capital and no full stop.
 std::string loweredFirst(std::string text) {
   if (text.size() > 1 && std::isupper(static_cast<unsigned char>(text[1])) == 0) {
     text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
@@ -28,7 +28,7 @@ std::string loweredFirst(std::string text) {
   return text;
 }
 
-// An unknown word is what is wrong, even where the parser first misses a command.
+// An unknown word is reported first, even if the parser reports a missing command.
 std::string whatIsWrong(const CLI::App &app, const CLI::ParseError &error) {
   const std::vector<std::string> unknown = app.remaining(/*recurse=*/true);
   return unknown.empty() ? loweredFirst(error.what())

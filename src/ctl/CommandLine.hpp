@@ -18,14 +18,13 @@ namespace ctl {
 // An invocation on the process's standard streams.
 [[nodiscard]] Invocation sessionOnStandardStreams();
 
-// Gives the tool --help and --version and one command that must be named, in whatever depth.
+// Adds --help and --version and requires one command at every level.
 void describe(CLI::App &app, const std::string &description);
 
 // Adds --json to a command.
 void addJSONOption(CLI::App &command, Invocation &invocation);
 
-// Parses the arguments, which runs the chosen command, says what it failed with, and returns the
-// tool's exit status.
+// Parses the arguments, runs the chosen command, reports its failure, and returns the exit status.
 [[nodiscard]] int runCommandLine(CLI::App &app, std::span<const std::string> arguments,
                                  Invocation &invocation);
 

@@ -11,7 +11,7 @@
 
 namespace ctl {
 
-// What the daemon tells of itself in a file for root.
+// The daemon's state file, which is for root.
 struct DaemonState {
   // One connection.
   struct Peer {
@@ -32,8 +32,8 @@ struct DaemonState {
   std::int64_t pid = 0;
   bool isRunning = false;  // that process is still there
   std::chrono::system_clock::time_point started;
-  std::vector<Peer> peers;       // the list may be cut;
-  std::int64_t connections = 0;  // so many there are
+  std::vector<Peer> peers;       // may be cut
+  std::int64_t connections = 0;  // the number of all
   std::int64_t pending = 0;      // requests that wait for an answer
   std::int64_t relays = 0;       // since the start, like the next
   std::int64_t refusals = 0;
@@ -43,8 +43,8 @@ struct DaemonState {
 // Where the file lies, under the root.
 [[nodiscard]] std::string daemonStatePath();
 
-// Reads it; nothing, with the reason, if it can't be read (errno) or is none of the daemon's
-// ("state"). What is missing in it counts as none.
+// Reads the file. Nothing, with the reason, if it can't be read (errno) or is no state file
+// ("state"). Missing members count as empty.
 [[nodiscard]] std::optional<DaemonState> readDaemonState(Error *error);
 
 }  // namespace ctl

@@ -16,7 +16,7 @@ struct DecryptOptions : CardUseOptions {
   std::string padding;
 };
 
-// Nothing, with `failure` filled, unless the key can decrypt and the input is one block for it.
+// Nothing, with `failure` filled, if the key can't decrypt or the input is not one block of it.
 std::optional<Bytes> readBlock(const DecryptOptions &options, const crypto::PublicKey &key,
                                Invocation &invocation, Failure &failure) {
   if (key.type() != crypto::KeyType::rsa) {

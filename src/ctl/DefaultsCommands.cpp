@@ -33,7 +33,7 @@ Failure unknownKey(const DefaultsOptions &options, const char *command) {
           exitWrongCommandLine};
 }
 
-// What is told of one setting; `fault` is null if nothing is wrong with it.
+// The facts about one setting; `fault` is null if it is correct.
 Facts settingFacts(const std::string &key, std::string_view domain, const std::string &value,
                    bool isSet, const SettingFault *fault) {
   const auto *const known = settings::settingWithKey(key, domain);
@@ -47,7 +47,7 @@ Facts settingFacts(const std::string &key, std::string_view domain, const std::s
           {"nearest", "nearest", fault == nullptr ? "" : fault->nearest}};
 }
 
-// A row for people: the setting, and below it what is wrong with it.
+// A row for people: the setting, and below it its fault.
 std::string rowOf(const Facts &facts, const SettingFault *fault) {
   const auto text = [&](std::size_t index) { return std::get<std::string>(facts[index].value); };
   const bool isSet = std::get<bool>(facts[3].value);
@@ -67,7 +67,7 @@ struct Listing {
   }
 };
 
-// What stands in one file, known or not, then the known ones that don't.
+// The settings in one file, known or not, then the known ones that are not set.
 void addDomain(Listing &listing, std::string_view domain,
                const std::vector<platform_linux::Setting> &settings) {
   const auto faults = settings::faultsIn(domain, settings);

@@ -10,7 +10,7 @@
 
 namespace ctl {
 
-// One thing that a tool tells: for people under its title, for scripts under its key.
+// One fact in a tool's output: for people under a title, for scripts under a key.
 struct Fact {
   std::string key;
   std::string title;
@@ -18,7 +18,7 @@ struct Fact {
   std::string shown{};  // for people, where that differs from the value
 };
 
-// What is told of one thing.
+// The facts about one thing.
 using Facts = std::vector<Fact>;
 
 // For people: a line for each fact, the values below each other. Both forms hold nothing that a

@@ -47,7 +47,7 @@ Matches hasLabel(const std::string &label) {
   return [label](const IdentityRecord &record) { return labelOf(record) == label; };
 }
 
-// Those of the keychain, and where it has none those of tokens: where kfyd looks, in its order.
+// The keychain's identities, or the tokens' if it has none: the order in which kfyd looks.
 std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches,
                                                         Invocation &invocation, Failure &failure) {
   auto records = allIdentities(invocation, failure);
@@ -55,7 +55,7 @@ std::optional<std::vector<IdentityRecord>> allThatMatch(const Matches &matches,
     return std::nullopt;
   }
   if (std::ranges::none_of(*records, matches)) {
-    // token by token: one that fails hides nothing of the others
+    // token by token, so that a failing token does not hide the others
     for (TokenIdentities &token : identitiesOnTokens(invocation)) {
       std::ranges::move(token.records, std::back_inserter(*records));
     }

@@ -33,17 +33,16 @@ struct TokenIdentities {
 [[nodiscard]] std::optional<IdentityRecord> identityNamed(const std::string &hashOrLabel,
                                                           Invocation &invocation, Failure &failure);
 
-// The identity that kfyd chooses by its settings: by the hash, and where none is set by the name in
-// lower case. Nothing, with `failure` filled, if it finds none.
+// The identity that kfyd chooses by its settings: by the hash if one is set, otherwise by the name
+// in lower case. Nothing, with `failure` filled, if there is none.
 [[nodiscard]] std::optional<IdentityRecord> identityInUse(Invocation &invocation, Failure &failure);
 
-// Adds an identity that can do what its key can. One that is there already is as good: it keeps its
-// label, and `wasThere` says so.
+// Adds an identity with all abilities of its key. An identity that is already there counts as
+// added: it keeps its label, and `wasThere` is set.
 [[nodiscard]] Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
                                   Invocation &invocation, bool &wasThere);
 
-// Prints the hash of an identity that was added, or was there before, by which everything else
-// names it.
+// Prints the hash of an added or present identity. All other commands name it by this hash.
 void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation);
 
 // Makes kfyd use the identity from its next start on: by its hash, so that the label may hold
@@ -56,7 +55,7 @@ void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation)
 // The label as stored, empty if there is none.
 [[nodiscard]] std::string labelOf(const IdentityRecord &record);
 
-// All that is told of an identity.
+// All facts about an identity.
 [[nodiscard]] Facts factsOf(const IdentityRecord &record, bool isInUse);
 
 }  // namespace ctl

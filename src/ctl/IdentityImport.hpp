@@ -8,8 +8,8 @@
 
 namespace ctl {
 
-// Adds what a file holds to the keychain, and prints for each identity in the order of the file
-// that it is there now, or was already, which is as good. PEM gives one identity, labelled `label`
+// Adds a file's identities to the keychain. Prints for each, in the order of the file, that it was
+// added or was already there; both count as success. PEM gives one identity, labelled `label`
 // or, if that is empty, with the common name of its certificate; PKCS #12 gives all that it holds,
 // labelled with their common names. The file stays as it is, is opened once, and no copy of it is
 // written. Without a given password it is asked for only where the file wants one.

@@ -17,12 +17,12 @@ namespace ctl {
 struct Invocation {
   std::istream &input;
   std::ostream &output;  // results alone
-  std::ostream &notes;   // what is said beside results, line by line
+  std::ostream &notes;   // messages that are no results, line by line
   bool inputIsTerminal = false;
   bool outputIsTerminal = false;
   platform::ItemStore *keychain = nullptr;   // null in a tool without one
-  platform::TokenWatcher *tokens = nullptr;  // null in a tool that asks none
-  std::string keychainReport{};              // why the keychain could not be used, at last
+  platform::TokenWatcher *tokens = nullptr;  // null in a tool that uses none
+  std::string keychainReport{};              // why the keychain could not be used most recently
 
   bool json = false;  // results and failures as JSON
   Outcome outcome{};  // of the command that has run

@@ -45,11 +45,11 @@ std::string remedyFor(StoreTrouble trouble) {
     case StoreTrouble::other:
       break;
   }
-  // to anybody else it cannot even be told what is wrong
+  // another user may not even learn what is wrong
   return ::geteuid() == 0 ? "sudo ls -l " + path : "sudo kfyctl status";
 }
 
-// What the store's own words leave open.
+// Adds what the store's own message does not say.
 const char *adviceFor(StoreTrouble trouble) {
   switch (trouble) {
     case StoreTrouble::damaged:

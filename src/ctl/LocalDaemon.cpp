@@ -28,7 +28,7 @@ Failure failureFromClient(const Error &error) {
   return {"kfyd does not answer: " + error.description, kStart, exitNoAnswer};
 }
 
-// Where there is no certificate to pin, the first question is whether a daemon runs at all.
+// Without a certificate to pin, first find out whether a daemon runs at all.
 std::optional<Failure> whyNobodyAnswers(const client::WaitLimits &limits) {
   Error error;
   const auto nobody = client::Connection::open(
@@ -38,7 +38,7 @@ std::optional<Failure> whyNobodyAnswers(const client::WaitLimits &limits) {
                                             : std::optional(failureFromClient(error));
 }
 
-// The daemon's refusal and the holder's look alike.
+// The daemon and the key's holder refuse with the same message.
 Failure refusal(const std::string &what) {
   return {"kfyd or the remote client that holds the key refused to " + what,
           "kfyctl status; journalctl -u kfyd.service -n 20"};

@@ -17,7 +17,7 @@ namespace ctl {
 // "127.0.0.1:4117", for people.
 [[nodiscard]] std::string loopbackName();
 
-// A certificate of the virtual card, with what its remote client says of it.
+// A certificate of the virtual card, with the remote client's description.
 struct CardCertificate {
   crypto::Certificate certificate;
   encodings::CertificateInfo info;
@@ -37,7 +37,7 @@ class LocalDaemon {
   // The one with this SHA-1 hash.
   [[nodiscard]] std::optional<CardCertificate> certificate(ByteView hash, Failure &failure);
 
-  // Has the card's key sign what is its to sign, or decrypt one block. Nothing, with `failure`
+  // Asks the card's key to sign prepared data, or to decrypt one block. Nothing, with `failure`
   // filled, also if the daemon or the key's holder refuses.
   [[nodiscard]] std::optional<Bytes> sign(ByteView certificateHash, Bytes data, SecretText pin,
                                           Failure &failure);

@@ -7,7 +7,7 @@
 
 namespace ctl {
 
-// What the tools end with.
+// The tools' exit statuses.
 enum ExitStatus {
   exitDone = 0,
   exitFailed = 1,
@@ -23,11 +23,11 @@ struct Failure {
   ExitStatus status = exitFailed;
 };
 
-// Of a command; nothing: it did its work.
+// The outcome of a command; nothing: success.
 using Outcome = std::optional<Failure>;
 
-// What failed on a file or the like. Where only the right was missing, the command with sudo comes
-// next, else `next`.
+// The failure for an error on a file or the like. If only permission was missing, it suggests the
+// command with sudo, otherwise `next`.
 [[nodiscard]] Failure failureFrom(const Error &error, const std::string &command,
                                   const std::string &next = "");
 

@@ -142,8 +142,8 @@ void QuillNetworkManager::listenerChanged(std::uint16_t port, platform::Listener
     case platform::ListenerState::ready:
       logging::printToStandardError("Listener on port %u (%s) ready!\n", port, "tcp");
       state_.begin();
-      // One that was killed has left its marker. Whoever has the loopback port answers for the
-      // card, and nobody can have inserted one yet.
+      // A kfyd that was killed has left its marker. The kfyd with the loopback port is responsible
+      // for the card, and nobody can have inserted one yet.
       if (port == base::kLoopbackPort) {
         removeSmartcard();
       }
@@ -221,8 +221,8 @@ void QuillNetworkManager::accept(const std::shared_ptr<platform::Connection> &co
   state_.changed();
 }
 
-// A worker whose connection the daemon cancelled stays registered; once nothing waits for it any
-// more it is forgotten, so that failed authentications do not pile up.
+// A worker whose connection the daemon has cancelled stays registered. It is removed once nothing
+// waits for it, so that failed authentications do not accumulate.
 void QuillNetworkManager::forgetDeadWorkers() {
   const auto isDead = [](const QuillWorker::Shared &worker) {
     return !worker->g_inbound_connection;

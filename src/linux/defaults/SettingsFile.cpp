@@ -32,7 +32,7 @@ bool makeFolderOf(const std::string &path, Error *error) {
   return folder.empty() || base::makeFolderForAll(folder, error);
 }
 
-// Names the file in a reason that only knows its text.
+// Adds the file's name to a reason about its text.
 void nameFile(Error *error, const std::string &path) {
   if (error != nullptr) {
     error->description = path + ", " + error->description;
@@ -92,7 +92,7 @@ bool SettingsFile::change(const std::string &key, const std::optional<SettingVal
   if (*after == *before) {
     return true;
   }
-  // else a link would become a file, and the one that it names would stay as it was
+  // otherwise the link itself would be replaced, and its target would not change
   const std::string target = resolved(path_);
   return makeFolderOf(target, error) &&
          base::replaceFile(target, base::viewOf(*after), modeOf(target), error);

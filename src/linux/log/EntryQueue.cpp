@@ -38,8 +38,8 @@ void EntryQueue::add(std::string_view text) {
   if (!isStuck_ && !hasRoomFor(entry.size())) {
     send();
   }
-  // Once one was dropped the next are too, until half of the room is free again: else the log would
-  // fill with counts.
+  // Once an entry was dropped, entries are dropped until half of the room is free. Otherwise the
+  // log would fill with counts.
   if (dropped_ > 0 || !hasRoomFor(entry.size())) {
     ++dropped_;
   } else {
@@ -67,7 +67,7 @@ Passage EntryQueue::send() {
 
 void EntryQueue::sendUntil(std::chrono::steady_clock::time_point deadline) {
   Passage passage = send();
-  // what is said to be writable and still takes nothing has failed
+  // a socket that is reported writable but takes nothing has failed
   while (passage != Passage::complete && sink_.descriptor() >= 0 &&
          base::waitToWrite(sink_.descriptor(), deadline)) {
     passage = send();

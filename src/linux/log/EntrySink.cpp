@@ -53,8 +53,7 @@ EntrySink::EntrySink(const std::string &processName, LogPaths paths)
 
 EntrySink::Sent EntrySink::send(std::span<const std::string> entries) {
   Sent sent;
-  // The second round is for a log that was started anew since the last time, or for the next in its
-  // place.
+  // The second round is for a log that has been restarted, or for the one that replaces it.
   for (int round = 0; round < 2 && sent.gone < entries.size(); ++round) {
     connect();
     if (socket_.get() < 0) {
@@ -69,7 +68,7 @@ EntrySink::Sent EntrySink::send(std::span<const std::string> entries) {
   return sent;
 }
 
-// Whatever stands in for the journal is left as soon as the journal is there.
+// A replacement is left as soon as the journal is there.
 void EntrySink::connect() {
   const bool isConnected = socket_.get() >= 0;
   if ((isConnected && form_ == Form::journal) || connectTo(paths_.journalSocket, Form::journal) ||
@@ -91,7 +90,7 @@ bool EntrySink::connectTo(const std::string &path, Form form) {
       ::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
     return false;
   }
-  // as large as we may: the first call is root's, the second everybody's
+  // as large as permitted: the first call needs root, the second does not
   if (::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUFFORCE, &kSendBuffer, sizeof(kSendBuffer)) !=
       0) {
     ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof(kSendBuffer));
@@ -115,7 +114,7 @@ std::string EntrySink::opening() const {
   return {};
 }
 
-// False if nobody is at the other end any more; else all were sent, or the socket is full.
+// False if the other end has gone. Otherwise all were sent, or the socket is full.
 bool EntrySink::sendDatagrams(std::span<const std::string> entries, Sent &sent) {
   const std::string before = opening();
   const std::string after = "\n";

@@ -24,7 +24,7 @@ void RetryTimer::arm() {
       fire();
     }
   });
-  isArmed_ = true;  // where there is memory for it
+  isArmed_ = true;  // unless there was no memory
 }
 
 void RetryTimer::fire() {

@@ -9,7 +9,7 @@
 
 namespace platform_linux {
 
-// What one try to pass things on came to: nothing waits any more, some went, or none.
+// The result of one try to send: nothing waits any more, something was sent, or nothing was.
 enum class Passage { complete, partial, stuck };
 
 // Tries to pass things on from events of the main queue: 10 ms after it is armed and, while

@@ -32,7 +32,7 @@ void TextQueue::add(std::string_view text) {
   if (!isStuck_ && waitingBytes() + text.size() > kMostTextBytes) {
     send();
   }
-  // once text was dropped the next is too, until half of the room is free again: see EntryQueue
+  // once text was dropped, text is dropped until half of the room is free: see EntryQueue
   if (dropped_ > 0 || waitingBytes() + text.size() > kMostTextBytes) {
     dropped_ += text.size();
   } else {
@@ -56,7 +56,7 @@ Passage TextQueue::send() {
 
 void TextQueue::sendUntil(std::chrono::steady_clock::time_point deadline) {
   Passage passage = send();
-  // what is said to be writable and still takes nothing has failed
+  // a descriptor that is reported writable but takes nothing has failed
   while (passage != Passage::complete && base::waitToWrite(descriptor_, deadline)) {
     passage = send();
     if (passage == Passage::stuck) {

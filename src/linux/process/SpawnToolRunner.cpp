@@ -20,7 +20,7 @@ namespace {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
-// What a program starts with, for posix_spawn.
+// The arguments of posix_spawn for a program.
 class Setup {
  public:
   // `end` becomes the program's descriptor `number`, standard input or output.
@@ -73,8 +73,8 @@ class Setup {
   bool isComplete_ = false;
 };
 
-// All that comes until the end of the stream; nothing if that is past a limit, or more than memory
-// holds: the program still has to be ended.
+// Reads the stream to its end. Nothing if a limit or the memory was exceeded; the program must then
+// be ended.
 std::optional<Bytes> readToEnd(int descriptor, Deadline deadline, std::size_t limit) try {
   Bytes output;
   std::array<std::uint8_t, 65536> piece;
@@ -124,15 +124,14 @@ std::optional<Bytes> SpawnToolRunner::outputOf(const std::string &program,
   base::Descriptor sink(ends[1]);
   const auto process = Setup(sink.get(), STDOUT_FILENO, base::rooted(workingFolder))
                            .start(base::rooted(program), arguments);
-  // ours has to go: while it is open the stream does not end
+  // close our copy: while it is open, the stream does not end
   sink.close();
   if (!process) {
     return std::nullopt;
   }
   auto output = readToEnd(source.get(), deadline, limits.outputBytes);
   if (!output || !endsBefore(*process, deadline)) {
-    // Before it is reaped: as long as its first process is not, the group's number is nobody
-    // else's.
+    // Before it is reaped: until then the group's number cannot belong to another group.
     ::kill(-*process, SIGKILL);
     output.reset();
   }

@@ -31,7 +31,7 @@ constexpr const char *kSteps[] = {
     "  value BLOB NOT NULL,"
     "  modified INTEGER NOT NULL"  // milliseconds since 1970 in UTC
     ") STRICT;"
-    // NULL differs from NULL in an index: items without a group need a mark of their own
+    // in an index NULL differs from NULL, so items without a group need an own index
     "CREATE UNIQUE INDEX passwords_by_name ON passwords"
     " (service, account, access_group IS NULL, ifnull(access_group, ''), synchronizable);"
     "PRAGMA user_version=2;",

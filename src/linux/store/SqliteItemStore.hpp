@@ -65,7 +65,7 @@ class SqliteItemStore : public platform::ItemStore {
   // The same for a change of password items: not found where the file has no table of them.
   [[nodiscard]] platform::ItemStatus openPasswords(Database &database);
   [[nodiscard]] platform::ItemStatus commit(Database &database);
-  // What a statement that changes items that are there came to.
+  // The status after a statement that changes existing items.
   [[nodiscard]] platform::ItemStatus change(Database &database, const Statement &statement);
   // Runs the statement that adds an item; nothing is committed yet.
   [[nodiscard]] platform::ItemStatus add(Database &database, const Statement &insertion);
