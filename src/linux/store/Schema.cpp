@@ -31,7 +31,7 @@ constexpr const char *kSteps[] = {
     "  value BLOB NOT NULL,"
     "  modified INTEGER NOT NULL"  // milliseconds since 1970 in UTC
     ") STRICT;"
-    // in an index NULL differs from NULL, so items without a group need an own index
+    // an index takes two NULLs for different, so its third column says whether there is a group
     "CREATE UNIQUE INDEX passwords_by_name ON passwords"
     " (service, account, access_group IS NULL, ifnull(access_group, ''), synchronizable);"
     "PRAGMA user_version=2;",
