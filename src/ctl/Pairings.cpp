@@ -70,7 +70,7 @@ std::optional<std::vector<Pairing>> PairingFile::read(Error *error) const {
   }
   std::vector<Pairing> pairings;
   for (const auto &setting : *settings) {
-    if (std::holds_alternative<platform::OtherValue>(setting.value)) {
+    if (std::holds_alternative<platform::UnusableValue>(setting.value)) {
       continue;
     }
     auto pairing = pairingFrom(setting);

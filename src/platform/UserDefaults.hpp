@@ -11,12 +11,12 @@
 namespace platform {
 
 // What a setting can hold. Whatever else stands in a file (an array, a date, …) counts as absent.
-struct OtherValue {
+struct UnusableValue {
   std::string kind;  // for people: "an array"
 
-  bool operator==(const OtherValue &) const = default;
+  bool operator==(const UnusableValue &) const = default;
 };
-using SettingValue = std::variant<bool, std::int64_t, std::string, OtherValue>;
+using SettingValue = std::variant<bool, std::int64_t, std::string, UnusableValue>;
 
 // What a value is as a boolean: see UserDefaults::boolean. Nothing if it counts as absent.
 [[nodiscard]] inline std::optional<bool> booleanOf(const SettingValue &value) {

@@ -42,7 +42,7 @@ struct Arguments {
   std::string home;  // this program's folder
   std::vector<std::string> keyFiles;
   std::vector<std::string> labels;  // for the keys, in order; may be fewer
-  PasswordOptions passwords;
+  KeyPasswordOptions passwords;
   std::variant<KeysCommand, ConnectCommand, PasswordCommand> command;
 };
 

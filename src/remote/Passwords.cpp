@@ -10,7 +10,7 @@ constexpr int kAttempts = 3;
 
 }  // namespace
 
-std::optional<std::optional<SecretText>> readGivenPassword(const PasswordOptions &options,
+std::optional<std::optional<SecretText>> readGivenPassword(const KeyPasswordOptions &options,
                                                            Error *error) {
   if (!options.file && options.descriptor < 0) {
     return std::optional<SecretText>();

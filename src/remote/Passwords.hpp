@@ -11,7 +11,7 @@
 namespace remote {
 
 // Where the password of key files comes from. Never an argument: other users can see those.
-struct PasswordOptions {
+struct KeyPasswordOptions {
   std::optional<std::string> file;  // its first line
   int descriptor = -1;              // its first line; negative: none
 };
@@ -19,7 +19,7 @@ struct PasswordOptions {
 // Reads the password from the given file or descriptor. The inner optional is empty if none was
 // given. Nothing, with the reason, if it can't be read.
 [[nodiscard]] std::optional<std::optional<SecretText>> readGivenPassword(
-    const PasswordOptions &options, Error *error = nullptr);
+    const KeyPasswordOptions &options, Error *error = nullptr);
 
 // Offers the given password once for each file; without one it asks at the terminal, up to three
 // times for each file. `terminal` and `given` must outlive the source.

@@ -37,7 +37,7 @@ std::optional<std::string> inForceInsteadOf(const SettingValue &value, const Set
       if (text != nullptr && !base::booleanFromText(*text)) {
         return "false";
       }
-      isUsable = !std::holds_alternative<platform::OtherValue>(value);
+      isUsable = !std::holds_alternative<platform::UnusableValue>(value);
       break;
     case SettingType::integer:
       if (number != nullptr && *number > setting.most) {

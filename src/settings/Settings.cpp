@@ -58,7 +58,7 @@ std::string written(const platform::SettingValue &value) {
   if (const auto *const number = std::get_if<std::int64_t>(&value)) {
     return std::to_string(*number);
   }
-  if (const auto *const other = std::get_if<platform::OtherValue>(&value)) {
+  if (const auto *const other = std::get_if<platform::UnusableValue>(&value)) {
     return "(" + other->kind + ")";
   }
   return std::get<bool>(value) ? "true" : "false";

@@ -56,7 +56,7 @@ SettingValue valueOf(const toml::node &node) {
   if (const auto *text = node.as_string()) {
     return text->get();
   }
-  return platform::OtherValue{kindOf(node)};
+  return platform::UnusableValue{kindOf(node)};
 }
 
 // A basic string of TOML.
@@ -173,7 +173,7 @@ void put(toml::table &table, const std::string &key, const std::optional<Setting
   }
   std::visit(
       [&]<typename Content>(const Content &content) {
-        if constexpr (!std::is_same_v<Content, platform::OtherValue>) {
+        if constexpr (!std::is_same_v<Content, platform::UnusableValue>) {
           table.insert_or_assign(key, content);
         }
       },
@@ -211,7 +211,7 @@ std::optional<std::string> withSetting(const std::string &text, const std::strin
   if (!expected) {
     return std::nullopt;
   }
-  const bool isOther = value && std::holds_alternative<platform::OtherValue>(*value);
+  const bool isOther = value && std::holds_alternative<platform::UnusableValue>(*value);
   const bool isPossible = !isOther && !holdsTable(*expected, key);
   std::string result = changed(text, *expected, key, value);
   put(*expected, key, value);
