@@ -36,19 +36,6 @@ TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
   EXPECT_THAT(reports_, ElementsAre());
 }
 
-TEST_F(Defaults, WhatIsWrongInAFileIsReportedOncePerChange) {
-  const auto check = [](std::string_view domain, const auto &settings) {
-    return std::vector<std::string>(settings.size(), std::string(domain));
-  };
-  TomlUserDefaults defaults([&](const std::string &line) { reports_.push_back(line); },
-                            folder_.path(), /*moment=*/nullptr, check);
-  for (const char *text : {"n = 1\nm = []\n", "n = 1\nm = []\n", "n = 3\n"}) {
-    folder_.write("kfyd.toml", text);
-    EXPECT_EQ(defaults.text("kfyd", "n"), std::nullopt);
-  }
-  EXPECT_EQ(reports_, std::vector<std::string>(3, (folder_ / "kfyd.toml") + ": kfyd"));
-}
-
 TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
   folder_.write("kfyd.toml", "n = 1\n");
   EXPECT_EQ(number(), 1);

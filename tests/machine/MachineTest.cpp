@@ -3,11 +3,6 @@
 
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
 
 #include "encodings/HexString.hpp"
 #include "system/OwnNetwork.hpp"
