@@ -1,7 +1,6 @@
 // The daemon on a machine as it is, without a sandboxed root: a copy of this one that is written to
 // memory and gone with the test. Its accounts have their passwords set and checked by PAM.
 
-#include <sched.h>
 #include <sys/mount.h>
 
 #include "encodings/HexString.hpp"

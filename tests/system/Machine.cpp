@@ -1,6 +1,5 @@
 #include "system/Machine.hpp"
 
-#include <sched.h>
 #include <sys/mount.h>
 
 #include <cstring>
