@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 namespace fs = std::filesystem;
 
-int main(int argc, char **argv) try {
+int main(int argc, char **argv) {
   int replayed = 0;
   for (const fs::directory_entry &file : fs::directory_iterator(argc == 2 ? argv[1] : "")) {
     std::ifstream stream(file.path(), std::ios::binary);
@@ -24,7 +24,4 @@ int main(int argc, char **argv) try {
   }
   std::printf("%i inputs replayed\n", replayed);
   return replayed > 0 ? 0 : 1;
-} catch (const std::exception &error) {
-  std::fprintf(stderr, "replay: error: %s\n", error.what());
-  return 1;
 }

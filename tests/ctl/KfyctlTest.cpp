@@ -22,34 +22,28 @@ class Kfyctl : public Tools {
   }
 };
 
-TEST_F(Kfyctl, UsesAnIdentityWhoseLabelHoldsCapitals) {
-  const mode_t before = ::umask(077);
-  const std::string hash = created("Build-Host");
-  const ToolRun use = kfyctl({"identity", "use", "Build-Host"});
-  ::umask(before);
-
-  EXPECT_EQ(use.status, 0) << use.notes;
-  EXPECT_EQ(sandboxedRoot().read(kIdentitySettings),
-            "ssl_certificate_sha1_hash = \"" + hash + "\"\n");
-  EXPECT_EQ(sandboxedRoot().modeOf("etc/keyferry/server.pem"), 0644U);
-  const std::string pinned = sandboxedRoot().read("etc/keyferry/server.pem");
-  EXPECT_EQ(
-      encodings::hexString(crypto::Certificate::allFromPEM(base::viewOf(pinned)).at(0).sha1()),
-      hash);
-  EXPECT_THAT(kfyctl({"identity", "show", "--json"}).output,
-              testing::AllOf(HasSubstr("\"sha1\":\"" + hash + "\""), HasSubstr("\"inUse\":true")));
-}
-
 TEST_F(Kfyctl, NamesAnIdentityByItsLabelAsStoredOrByItsHash) {
   const std::string first = created("Box");
   const std::string second = created("Box");
   EXPECT_THAT(kfyctl({"identity", "use", "Box"}).notes, HasSubstr("2 identities"));
+  const mode_t before = ::umask(077);
   EXPECT_EQ(kfyctl({"identity", "use", "0x" + second}).status, 0);
+  ::umask(before);
   EXPECT_EQ(kfyctl({"identity", "use", "box"}).status, 1);
-  EXPECT_THAT(sandboxedRoot().read(kIdentitySettings), HasSubstr(second));
+  EXPECT_EQ(sandboxedRoot().read(kIdentitySettings),
+            "ssl_certificate_sha1_hash = \"" + second + "\"\n");
+  EXPECT_EQ(sandboxedRoot().modeOf("etc/keyferry/server.pem"), 0644U);
+  const std::string pinned = sandboxedRoot().read("etc/keyferry/server.pem");
+  EXPECT_EQ(
+      encodings::hexString(crypto::Certificate::allFromPEM(base::viewOf(pinned)).at(0).sha1()),
+      second);
+  EXPECT_THAT(
+      kfyctl({"identity", "show", "--json"}).output,
+      testing::AllOf(HasSubstr("\"sha1\":\"" + second + "\""), HasSubstr("\"inUse\":true")));
 
   EXPECT_EQ(kfyctl({"identity", "delete", second}).status, 1) << "kfyd could not start without it";
   EXPECT_EQ(kfyctl({"identity", "delete", first}).status, 0);
+  EXPECT_EQ(kfyctl({"identity", "use", "Box"}).status, 0);
   EXPECT_EQ(kfyctl({"identity", "delete", second, "--force"}).status, 0);
   EXPECT_EQ(kfyctl({"identity", "list"}).output, "");
 }
@@ -84,11 +78,20 @@ TEST_F(Kfyctl, ShowsNoControlsOfALabelAndKeepsThemInJSON) {
 }
 
 TEST_F(Kfyctl, WritesReadsAndDeletesASetting) {
+  const std::string path = "etc/keyferry/kfyd.toml";
+  const mode_t before = ::umask(077);
   EXPECT_EQ(kfyctl({"defaults", "write", "debugLogging", "On"}).status, 0);
-  EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "debugLogging = true\n");
+  ::umask(before);
+  EXPECT_EQ(sandboxedRoot().read(path), "debugLogging = true\n");
+  EXPECT_EQ(sandboxedRoot().modeOf("etc/keyferry"), 0755U);
+  EXPECT_EQ(sandboxedRoot().modeOf(path), 0644U);
   EXPECT_EQ(kfyctl({"defaults", "read", "debugLogging"}).output, "true\n");
+  std::filesystem::rename(sandboxedRoot() / path, sandboxedRoot() / "linked");
+  ASSERT_EQ(::chmod((sandboxedRoot() / "linked").c_str(), 0600), 0);
+  ASSERT_EQ(::symlink("../../linked", (sandboxedRoot() / path).c_str()), 0);
   EXPECT_EQ(kfyctl({"defaults", "delete", "debugLogging"}).status, 0);
-  EXPECT_EQ(sandboxedRoot().read("etc/keyferry/kfyd.toml"), "");
+  EXPECT_EQ(sandboxedRoot().read("linked"), "");
+  EXPECT_EQ(sandboxedRoot().modeOf("linked"), 0600U);
   EXPECT_EQ(kfyctl({"defaults", "read", "pairingToolSeconds"}).output, "20\n");
 }
 

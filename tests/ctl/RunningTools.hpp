@@ -21,7 +21,7 @@ inline const fakes::TemporaryFolder &sandboxedRoot() {
   return folder;
 }
 
-// A test of the tools, in a root that holds one account and nothing else.
+// A test of the tools, in a root that holds two accounts and nothing else.
 class Tools : public testing::Test {
  protected:
   Tools() {
@@ -29,7 +29,8 @@ class Tools : public testing::Test {
       std::filesystem::remove_all(entry.path());
     }
     std::filesystem::create_directories(sandboxedRoot() / "etc");
-    sandboxedRoot().write("etc/passwd", "ada:x:1000:1000::/home/ada:/bin/sh\n");
+    sandboxedRoot().write("etc/passwd",
+                          "ada:x:1000:1000::/:/bin/sh\njörg o'neil:x:1001:1001::/:\n");
   }
 };
 

@@ -12,9 +12,13 @@ using ScAuth = Tools;
 
 const std::string kOne(40, '1');
 const std::string kTwo(40, '2');
+const std::string kOther = "jörg o'neil";
+const std::string kFile = "etc/keyferry/pairings.toml";
 
 TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
   EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kOne}).status, 0);
+  EXPECT_EQ(sandboxedRoot().modeOf(kFile), 0600U);
+  sandboxedRoot().write(kFile, "# by hand\n" + sandboxedRoot().read(kFile));
   EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kOne}).status, 0) << "it is so already";
   const ToolRun refused = scAuth({"pair", "--user", "ada", "--hash", kTwo});
   EXPECT_EQ(refused.status, 1);
@@ -25,12 +29,27 @@ TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
             "Paired identities which are used for authentication\n" +
                 kOne + "\tada\n");
 
-  EXPECT_EQ(scAuth({"pair", "--user", "ada", "--hash", kTwo, "--replace"}).status, 0);
-  EXPECT_THAT(scAuth({"identities"}).output,
-              testing::AllOf(HasSubstr(kTwo + "\tada\n"), testing::Not(HasSubstr(kOne))));
+  EXPECT_EQ(scAuth({"pair", "--user", kOther, "--hash", kTwo, "--replace"}).status, 0);
+  EXPECT_THAT(scAuth({"identities"}).output, testing::AllOf(HasSubstr(kTwo + "\t" + kOther + "\n"),
+                                                            testing::Not(HasSubstr(kOne))));
   EXPECT_EQ(scAuth({"unpair", "--user", "bob"}).status, 1);
-  EXPECT_EQ(scAuth({"unpair", "--user", "ada"}).status, 0);
+  EXPECT_EQ(scAuth({"unpair", "--user", kOther}).status, 0);
+  EXPECT_THAT(sandboxedRoot().read(kFile), testing::StartsWith("# by hand\n"));
   EXPECT_EQ(scAuth({"identities"}).output, "SmartCard: com.corvane.keyferry.ctkextension\n");
+}
+
+TEST_F(ScAuth, LeavesAFileThatIsWrongAsItIsAndSaysWhy) {
+  std::filesystem::create_directories(sandboxedRoot() / "etc/keyferry");
+  for (const auto &[content, mode, reason] : {std::tuple(std::string("\nada =\n"), 0600U, "line 2"),
+                                              {"ada = \"DEE1\"\n", 0600U, "for \"ada\""},
+                                              {"ada = \"" + kOne + "\"\n", 0602U, "root alone"}}) {
+    sandboxedRoot().write(kFile, content);
+    ASSERT_EQ(::chmod((sandboxedRoot() / kFile).c_str(), mode), 0);
+    const ToolRun run = scAuth({"pair", "--user", "ada", "--hash", kTwo, "--replace"});
+    EXPECT_EQ(run.status, 1) << content;
+    EXPECT_THAT(run.notes, HasSubstr(reason));
+    EXPECT_EQ(sandboxedRoot().read(kFile), content);
+  }
 }
 
 TEST_F(ScAuth, TakesTheKeyOutOfACertificate) {

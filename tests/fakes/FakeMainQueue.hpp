@@ -16,8 +16,7 @@ class FakeMainQueue : public platform::MainQueue {
   // there.
   void advance(Duration duration) {
     const Duration end = now_ + duration;
-    isStopped_ = false;
-    while (!isStopped_ && !waiting_.empty() && waiting_.begin()->first <= end) {
+    while (!waiting_.empty() && waiting_.begin()->first <= end) {
       auto first = waiting_.extract(waiting_.begin());
       now_ = std::max(now_, first.key());
       if (beforeEvent_) {
@@ -25,13 +24,11 @@ class FakeMainQueue : public platform::MainQueue {
       }
       first.mapped()();
     }
-    if (!isStopped_) {
-      now_ = end;
-    }
+    now_ = end;
   }
 
   void run() override { advance(std::chrono::hours(1)); }
-  void stop() override { isStopped_ = true; }
+  void stop() override {}
   void post(std::function<void()> work) override { postAfter(Duration{0}, std::move(work)); }
   void postAfter(Duration delay, std::function<void()> work) override {
     waiting_.emplace(now_ + delay, std::move(work));  // goes behind those of the same time
@@ -45,7 +42,6 @@ class FakeMainQueue : public platform::MainQueue {
 
  private:
   Duration now_{0};
-  bool isStopped_ = false;
   std::multimap<Duration, std::function<void()>> waiting_;
   std::function<void()> beforeEvent_;
 };

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 
 #include <bit>
-#include <stdexcept>
 
 #include "base/Descriptor.hpp"
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
 

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 namespace fakes {
 
 inline std::string replacedAll(std::string text, std::string_view from, std::string_view to) {

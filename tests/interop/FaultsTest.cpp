@@ -1,9 +1,6 @@
 // A program that signs all the time on eight threads while the daemon, the remote client or the
 // card goes and comes back.
 
-#include <array>
-#include <atomic>
-#include <csignal>
 #include <filesystem>
 
 #include "interop/CardUse.hpp"

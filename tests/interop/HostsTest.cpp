@@ -1,8 +1,5 @@
 // What the driver is to the kinds of programs that load it; interop/host is such a program.
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "system/CardMachine.hpp"

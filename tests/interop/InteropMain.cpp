@@ -2,7 +2,6 @@
 // system of its own, in which /run is empty and p11-kit knows one module, ours.
 
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 
 #include "fakes/TemporaryFolder.hpp"

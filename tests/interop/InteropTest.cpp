@@ -1,8 +1,6 @@
 // What people use with a smart card, on a real daemon and a real remote client that holds an RSA
 // and an EC key.
 
-#include <unistd.h>
-
 #include "encodings/HexString.hpp"
 #include "system/CardMachine.hpp"
 
@@ -126,8 +124,6 @@ TEST_F(Programs, WebClientsShowTheCardsCertificate) {
 TEST_F(Programs, CardToolsPassTheirOwnTests) {
   EXPECT_THAT(shell("pkcs11-tool --module $MODULE --test 2>&1"),
               AllOf(HasSubstr("No errors"), Not(HasSubstr("ERR"))));
-  EXPECT_THAT(shell("pkcs11-tool --module $MODULE --test-fork 2>&1"),
-              AllOf(HasSubstr("forked child"), Not(HasSubstr("CKR_"))));
   EXPECT_THAT(shell("pkcs11-tool --module /usr/lib/$(uname -m)-linux-gnu/p11-kit-proxy.so -O 2>&1"),
               AllOf(HasSubstr("RSA key"), HasSubstr("EC key")));
 }

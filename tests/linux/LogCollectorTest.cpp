@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <array>
 #include <csignal>
 #include <cstring>
 

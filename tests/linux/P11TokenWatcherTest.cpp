@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <p11-kit/p11-kit.h>
-#include <p11-kit/pkcs11.h>
 
 #include "crypto/Digest.hpp"
 #include "fakes/MadeKeys.hpp"

@@ -2,11 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "fakes/TemporaryFolder.hpp"
-
 namespace {
-
-using platform_linux::SettingsFile;
 
 const std::string kText =
     "# limits\n"
@@ -49,23 +45,6 @@ TEST(SettingsText, ChangesInOneLineOrIsRefused) {
     EXPECT_EQ(platform_linux::withSetting(before, key, value, &error), after) << error.description;
     EXPECT_EQ(error.description.empty(), after.has_value());
   }
-}
-
-TEST(SettingsFile, MissingFileIsMadeReadableForAllAndAnExistingOneKeepsItsMode) {
-  const fakes::TemporaryFolder folder;
-  const std::string path = "etc/keyferry/kfyd.toml";
-  const mode_t mask = ::umask(077);
-  EXPECT_TRUE(SettingsFile(folder / path).set("a", true));
-  ::umask(mask);
-  EXPECT_EQ(folder.read(path), "a = true\n");
-  EXPECT_EQ(folder.modeOf("etc/keyferry"), 0755U);
-  EXPECT_EQ(folder.modeOf(path), 0644U);
-
-  ASSERT_EQ(::chmod((folder / path).c_str(), 0600), 0);
-  ASSERT_EQ(::symlink(path.c_str(), (folder / "link").c_str()), 0);
-  EXPECT_TRUE(SettingsFile(folder / "link").remove("a"));
-  EXPECT_EQ(folder.read(path), "");
-  EXPECT_EQ(folder.modeOf(path), 0600U);
 }
 
 }  // namespace

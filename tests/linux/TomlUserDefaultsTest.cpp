@@ -16,13 +16,8 @@ class Defaults : public testing::Test {
 
   fakes::TemporaryFolder folder_;
   std::vector<std::string> reports_;
-  TomlUserDefaults defaults_{[this](const std::string &line) {
-                               reports_.push_back(line);
-                               // as the log front ends do before they write the line
-                               seenByReporter_ = defaults_.integer("kfyd", "n");
-                             },
+  TomlUserDefaults defaults_{[this](const std::string &line) { reports_.push_back(line); },
                              folder_.path()};
-  std::optional<std::int64_t> seenByReporter_;
 };
 
 TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
@@ -36,19 +31,6 @@ TEST_F(Defaults, ChangesAreSeenAtOnceEvenWithinOneTickAndOfTheSameSize) {
   EXPECT_THAT(reports_, ElementsAre());
 }
 
-TEST_F(Defaults, WhatIsWrongInAFileIsReportedOncePerChange) {
-  const auto check = [](std::string_view domain, const auto &settings) {
-    return std::vector<std::string>(settings.size(), std::string(domain));
-  };
-  TomlUserDefaults defaults([&](const std::string &line) { reports_.push_back(line); },
-                            folder_.path(), /*moment=*/nullptr, check);
-  for (const char *text : {"n = 1\nm = []\n", "n = 1\nm = []\n", "n = 3\n"}) {
-    folder_.write("kfyd.toml", text);
-    EXPECT_EQ(defaults.text("kfyd", "n"), std::nullopt);
-  }
-  EXPECT_EQ(reports_, std::vector<std::string>(3, (folder_ / "kfyd.toml") + ": kfyd"));
-}
-
 TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
   folder_.write("kfyd.toml", "n = 1\n");
   EXPECT_EQ(number(), 1);
@@ -57,7 +39,6 @@ TEST_F(Defaults, FileThatDoesNotParseIsReportedOnceAndKeepsTheLastGoodValues) {
   EXPECT_EQ(number(), 1);
   EXPECT_THAT(reports_, ElementsAre(testing::MatchesRegex((folder_ / "kfyd.toml, line 3: ") +
                                                           ".*expected '='.*")));
-  EXPECT_EQ(seenByReporter_, 1);
   folder_.write("kfyd.toml", "n = 4\n");
   EXPECT_EQ(number(), 4);
 }

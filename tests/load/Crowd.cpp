@@ -12,8 +12,6 @@
 namespace load {
 namespace {
 
-constexpr int kNiceness = 5;          // what it costs the daemon is to be seen, not that it keeps
-                                      // the honest clients of the test from running
 constexpr int kPiecesOfOneStep = 16;  // then the others have their turn
 
 sockaddr addressOf(std::uint32_t host, std::uint16_t port) {
@@ -23,9 +21,6 @@ sockaddr addressOf(std::uint32_t host, std::uint16_t port) {
   address.sin_addr.s_addr = htonl(host);
   return std::bit_cast<sockaddr>(address);
 }
-
-// Whether it is over is looked at so often: seldom, or an idle crowd would cost something.
-constexpr int kLookMilliseconds = 500;
 
 }  // namespace
 
@@ -41,8 +36,10 @@ Crowd::Crowd(std::uint16_t port, std::vector<Behaviour> members, uid_t user)
 }
 
 void Crowd::run(const std::stop_token &stop) {
-  ::setpriority(PRIO_PROCESS, 0, kNiceness);  // of this thread alone
-  ::setfsuid(user_);                          // likewise; whose the sockets are
+  // Of this thread alone: what it costs the daemon is to be seen, not that it keeps the honest
+  // clients of the test from running.
+  ::setpriority(PRIO_PROCESS, 0, /*niceness=*/5);
+  ::setfsuid(user_);  // likewise; whose the sockets are
   for (Member &member : members_) {
     dial(member);
   }
@@ -51,7 +48,8 @@ void Crowd::run(const std::stop_token &stop) {
     for (std::size_t number = 0; number < sockets.size(); ++number) {
       sockets[number] = {members_[number].socket.get(), members_[number].awaited, 0};
     }
-    ::poll(sockets.data(), sockets.size(), kLookMilliseconds);
+    // whether it is over is looked at seldom, or an idle crowd would cost something
+    ::poll(sockets.data(), sockets.size(), /*milliseconds=*/500);
     for (std::size_t number = 0; number < sockets.size(); ++number) {
       if (sockets[number].revents == 0) {
         continue;

@@ -1,10 +1,7 @@
 // Honest clients go on while others do what they can to the daemon.
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
-#include <array>
-#include <csignal>
 #include <filesystem>
 
 #include "base/Places.hpp"
@@ -50,8 +47,6 @@ class Flood : public LoadedMachine {
         const Crowd crowd(base::kPublicPort, std::move(members));
         const std::vector<double> some = sign(isFull() ? 10s : 500ms);
         times.insert(times.end(), some.begin(), some.end());
-        std::printf("  %zu handshakes, %zu ends, %zu pieces of the crowd\n",
-                    crowd.established.load(), crowd.ended.load(), crowd.said.load());
       }
       std::printf("  %zu signatures, p50 %.2f ms, p99 %.2f ms (wanted: below 50)\n", times.size(),
                   percentile(times, 0.5) / 1e3, percentile(times, 0.99) / 1e3);

@@ -1,9 +1,5 @@
 // Connections that only stand cost a relay nothing.
 
-#include <sched.h>
-
-#include <ctime>
-
 #include "base/Places.hpp"
 #include "load/LoadedMachine.hpp"
 

@@ -3,9 +3,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -16,8 +14,7 @@ using namespace std::chrono_literals;
 using system_tests::otherRSAIdentity;
 
 bool isFull() {
-  const char *form = std::getenv("KEYFERRY_LOAD");
-  return form != nullptr && std::string(form) == "full";
+  return std::getenv("KEYFERRY_LOAD") != nullptr;
 }
 
 Holder::Holder(bool signs) {

@@ -8,7 +8,7 @@ namespace load {
 using system_tests::eventually;
 using system_tests::Peer;
 
-// True for the long form, whose figures are worth something: KEYFERRY_LOAD=full.
+// True for the long form, whose figures are worth something: KEYFERRY_LOAD is set.
 [[nodiscard]] bool isFull();
 
 // A remote client whose card is otherRSAIdentity()'s; it answers in a thread of its own until it

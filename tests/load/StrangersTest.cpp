@@ -1,7 +1,5 @@
 // Clients that have not authenticated ask for what costs most.
 
-#include <csignal>
-
 #include "base/Places.hpp"
 #include "encodings/HexString.hpp"
 #include "load/LoadedMachine.hpp"

@@ -1,13 +1,7 @@
 // The daemon on a machine as it is, without a sandboxed root: a copy of this one that is written to
 // memory and gone with the test. Its accounts have their passwords set and checked by PAM.
 
-#include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
 
 #include "encodings/HexString.hpp"
 #include "system/OwnNetwork.hpp"

@@ -33,18 +33,19 @@ void closeHalf(Peer &peer) {
   shutdown(peer.connection->descriptor(), SHUT_WR);
 }
 
-// Asks and answers one request; true if it is the one that was asked and the answer comes back.
+// Asks and answers one request, in frames of several TLS records; true if it is the one that was
+// asked and the answer comes back.
 bool isServed(Peer &asker, Peer &remote) {
-  const QuillMessage request = signRequest(Bytes{77});
+  const QuillMessage request = signRequest(Bytes(20'000, 77));
   asker.send(request);
   const auto asked = remote.connection->receive(client::WaitLimits::within(1s));
   if (!asked || asked->messageID != request.messageID) {
     return false;
   }
-  remote.answer(*asked, Bytes{5});
+  remote.answer(*asked, *request.dataToSign);
   return asker.connection->await(*request.messageID, client::WaitLimits::within(kLongestWait))
              .value_or(QuillMessage())
-             .signedData == Bytes{5};
+             .signedData == request.dataToSign;
 }
 
 class Faults : public PairedMachine {
@@ -112,12 +113,12 @@ TEST_F(RemoteFaults, NetworkThatWasAwayIsNoticedOnItsReturnAndMentionedOnce) {
 // Both logs' folders lie on a small disk of their own.
 class FullLogDisk : public PairedMachine {
  public:
-  void SetUp() override { mountDisk("/tmp", "size=64k"); }
+  void SetUp() override { mountDisk("/tmp", "size=1m"); }
 };
 
 TEST_F(FullLogDisk, StopsNothingAndIsWrittenToAgain) {
   succeed("kfyctl", {"debug", "on"});
-  write("/tmp/filler", std::string(256 * 1024, 'x'));
+  write("/tmp/filler", std::string(2048 * 1024, 'x'));
   startDaemon();
   Peer remote = Peer::holder();
   Peer asker = Peer::local();

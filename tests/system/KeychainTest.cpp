@@ -5,9 +5,7 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <future>
 
 #include "fakes/ChildProcess.hpp"

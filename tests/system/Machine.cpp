@@ -1,14 +1,10 @@
 #include "system/Machine.hpp"
 
-#include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
 #include "base/Root.hpp"
 #include "encodings/HexString.hpp"

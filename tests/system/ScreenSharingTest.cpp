@@ -1,8 +1,6 @@
 // An authenticated client asks for the screen-sharing account's password: the machine's real rules
 // and tools, on the root's own account files.
 
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "encodings/HexString.hpp"

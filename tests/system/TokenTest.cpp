@@ -1,8 +1,5 @@
 // The daemon shows an identity whose key never leaves its token.
 
-#include <csignal>
-#include <filesystem>
-
 #include "fakes/SoftTokens.hpp"
 #include "system/Machine.hpp"
 

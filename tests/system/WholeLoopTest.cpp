@@ -1,7 +1,5 @@
 // A key elsewhere signs and decrypts: kfyd, kfy-remote, kfyctl and sc_auth as people run them.
 
-#include <csignal>
-
 #include "encodings/HexString.hpp"
 #include "system/CardMachine.hpp"
 

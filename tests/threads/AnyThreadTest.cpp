@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <filesystem>
 #include <thread>
 
