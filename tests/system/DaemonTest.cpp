@@ -1,5 +1,8 @@
 // The daemon over real TLS, with this test as its remote and local clients.
 
+#include <csignal>
+
+#include "protocol/Frame.hpp"
 #include "system/Machine.hpp"
 
 namespace system_tests {
@@ -8,6 +11,25 @@ namespace {
 using testing::HasSubstr;
 
 using Daemon = PairedMachine;
+
+TEST_F(Daemon, CarriesFramesOfEverySize) {
+  startDaemon();
+  Peer remote = Peer::holder();
+  Peer asker = Peer::local();
+  const std::size_t empty = protocol::frameOf(signRequest({})).size();
+  // A frame's length grows with the PIN by one each; each crosses the relay in both directions.
+  for (const std::size_t length :
+       {1000U, 16383U, 16384U, 16385U, 16390U, 16393U, 32769U, 1U << 20}) {
+    QuillMessage request = signRequest({});
+    request.PIN = SecretText(std::string(length - empty, '7'));
+    ASSERT_EQ(protocol::frameOf(request).size(), length);
+    asker.send(request);
+    EXPECT_EQ(remote.receive().PIN->reveal().size(), length - empty) << length;
+    const Bytes large(length / 2, 0x55);
+    remote.answer(request, large);
+    EXPECT_EQ(asker.receive().signedData, large) << length;
+  }
+}
 
 using Start = Machine;
 
