@@ -268,7 +268,7 @@ TEST_F(DaemonCardTest, AsksTheDaemonWhereNoMarkerCanBeSeen) {
   EXPECT_NE(blind.lastError(), "");
 }
 
-TEST(PrivateFolder, IsMountedForThisProgramAlone) {
+TEST(PrivateMount, IsMountedForThisProgramAlone) {
   const std::string disk = "22 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n";
   const std::string slave = "22 1 8:1 / / rw shared:40 master:1 - ext4 /dev/sda1 rw\n";
   const std::string subvolumes =

@@ -34,7 +34,7 @@ TEST(UseQuota, CountsWhatWaitsInNumberAndBytesUntilNobodyHoldsIt) {
   EXPECT_FALSE(admits(0));
 }
 
-TEST(RefusalReporter, SayAFewASecondAndCountTheRest) {
+TEST(RefusalReporter, SaysAFewASecondAndCountsTheRest) {
   const base::Descriptor file(::memfd_create("said", MFD_CLOEXEC));
   Console console(file.get(), file.get());
   RefusalReporter lines(console, "host");
