@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace fakes {
 
 inline std::string replacedAll(std::string text, std::string_view from, std::string_view to) {
