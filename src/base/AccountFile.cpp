@@ -11,7 +11,7 @@
 namespace base {
 namespace {
 
-// No machine's account file is as large.
+// No machine's account file comes near this size.
 constexpr std::size_t kLargestFile = std::size_t{16} << 20;
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 
@@ -19,7 +19,7 @@ constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 
 std::optional<std::vector<Account>> accountsNamed(const std::string &name, const std::string &path,
                                                   Error *error) {
-  // Read first and parsed in memory, so that a file that can't be read to its end is noticed.
+  // The whole file is read before it is parsed: a read error in the middle must not hide accounts.
   auto content = readFile(path, kLargestFile, error);
   return content ? accountsIn(*content, name, error) : std::nullopt;
 }

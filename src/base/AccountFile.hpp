@@ -20,14 +20,14 @@ struct Account {
 };
 
 // Every account with exactly this name in the account file at `path` (used as given; see
-// base::rooted), in the order of its lines. Lines that are no account are passed over, as the
-// system does. The name-service switch is not asked. Nothing, with the reason, if the file can't be
-// read to its end.
+// base::rooted), in the order of its lines. Lines that are no account are skipped, as the system
+// does. The name-service switch is not asked. Nothing, with the reason, if the file can't be read
+// to its end.
 [[nodiscard]] std::optional<std::vector<Account>> accountsNamed(const std::string &name,
                                                                 const std::string &path,
                                                                 Error *error = nullptr);
 
-// The same in the content of such a file, which is changed by the reading.
+// The same for the content of an account file. Parsing overwrites `content`.
 [[nodiscard]] std::optional<std::vector<Account>> accountsIn(std::span<std::uint8_t> content,
                                                              const std::string &name,
                                                              Error *error = nullptr);

@@ -8,7 +8,7 @@
 
 namespace base {
 
-// Owned bytes, and bytes that are borrowed for the time of a call.
+// Owned bytes, and bytes that are borrowed for the duration of a call.
 using Bytes = std::vector<std::uint8_t>;
 using ByteView = std::span<const std::uint8_t>;
 
@@ -21,11 +21,11 @@ using ByteView = std::span<const std::uint8_t>;
 // The bytes as a text, borrowed; nothing is checked or decoded.
 [[nodiscard]] std::string_view textOf(ByteView bytes);
 
-// True if both hold the same bytes. Not for secrets: its time tells where they differ.
+// True if both hold the same bytes. Not for secrets: its time reveals where they differ.
 [[nodiscard]] bool equal(ByteView left, ByteView right);
 
 }  // namespace base
 
-// Used on nearly every line of the system, hence without the folder's name.
+// At global scope because nearly every file uses them.
 using base::Bytes;
 using base::ByteView;

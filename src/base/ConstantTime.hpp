@@ -4,7 +4,7 @@
 
 namespace base {
 
-// True if both hold the same. Its time does not tell where they differ; the lengths are not hidden.
+// True if both hold the same bytes. Its time does not reveal where they differ, only the lengths.
 [[nodiscard]] bool equalInConstantTime(const SecretText &left, const SecretText &right);
 
 }  // namespace base

@@ -7,7 +7,7 @@
 
 namespace base {
 
-// An open file descriptor, closed when this goes. Negative: none.
+// Owns an open file descriptor and closes it on destruction. Negative: none.
 class Descriptor {
  public:
   Descriptor() = default;
@@ -41,8 +41,8 @@ class Descriptor {
   int value_ = -1;
 };
 
-// Waits until a descriptor can be read or written, or has ended or failed, which the next call on
-// it then tells. False when the deadline has passed or it can't be waited for.
+// Waits until a descriptor can be read or written. Also true if it has ended or failed: the next
+// call on it reports that. False when the deadline has passed or waiting is not possible.
 [[nodiscard]] bool waitToRead(int descriptor, std::chrono::steady_clock::time_point deadline);
 [[nodiscard]] bool waitToWrite(int descriptor, std::chrono::steady_clock::time_point deadline);
 

@@ -16,7 +16,7 @@ struct Range {
   char32_t last;
 };
 
-// Characters that are obeyed instead of shown.
+// Characters that a terminal obeys instead of showing them.
 constexpr Range kObeyed[] = {
     {0x00, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C},
     {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069},
@@ -28,8 +28,8 @@ bool isObeyed(char32_t character) {
   });
 }
 
-// Copies text, but has `replace` write what stands in for a character that is obeyed, and for
-// kReplacement where a byte is no UTF-8.
+// Copies text. For each character that a terminal obeys `replace` writes a substitute. A byte that
+// is no UTF-8 is passed to `replace` as kReplacement.
 template <typename Replace>
 CleansedBytes copyWith(ByteView text, const Replace &replace) {
   CleansedBytes result;
@@ -51,7 +51,7 @@ void putQuestionMark(CleansedBytes &result, char32_t /*character*/) {
   result.push_back('?');
 }
 
-// In well-formed JSON, C0 controls stand between tokens alone.
+// Kept as they are: well-formed JSON has C0 controls only between tokens.
 void putEscape(CleansedBytes &result, char32_t character) {
   static constexpr std::string_view kDigits = "0123456789abcdef";
   if (character < ' ') {

@@ -4,18 +4,18 @@
 
 namespace base {
 
-// Why an operation gave nothing, for callers that want to know: the last parameter of such an
-// operation is `Error *error = nullptr`.
+// Why an operation failed. The last parameter of such an operation is `Error *error = nullptr`, for
+// callers that want the reason.
 struct Error {
-  std::string domain;       // who counts: "errno", "openssl", "sqlite", …
-  int code = 0;             // the number in that domain
+  std::string domain;       // who numbers the codes: "errno", "openssl", …
+  int code = 0;             // the error's number in that domain
   std::string description;  // one line of plain English, without a secret
 };
 
-// Fills *error if there is a place for it.
+// Fills *error unless `error` is null.
 void report(Error *error, std::string domain, int code, std::string description);
 
-// The same with the domain "errno", the number `errorNumber` and, after `what`, its text.
+// The same for an errno value: domain "errno", and a description of `what` and the system's text.
 void reportErrno(Error *error, int errorNumber, const std::string &what);
 
 }  // namespace base

@@ -49,7 +49,7 @@ bool replace(const std::string &path, ByteView content, unsigned mode, int (*syn
 }  // namespace
 
 std::optional<CleansedBytes> readFile(const std::string &path, std::size_t limit, Error *error) {
-  // O_NONBLOCK: a FIFO in the file's place must not stop the caller
+  // O_NONBLOCK: opening a FIFO must not block the caller
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status{};
   if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
@@ -61,7 +61,7 @@ std::optional<CleansedBytes> readFile(const std::string &path, std::size_t limit
     return std::nullopt;
   }
   CleansedBytes content;
-  // one byte more than the file claims to hold, so that its end is seen without growing
+  // one byte more than the file's size, so that the last read meets the end without a larger buffer
   content.resize(std::min(limit, static_cast<std::size_t>(status.st_size)) + 1);
   std::size_t length = 0;
   while (true) {

@@ -15,21 +15,21 @@ namespace base {
 [[nodiscard]] std::optional<CleansedBytes> readFile(const std::string &path, std::size_t limit,
                                                     Error *error = nullptr);
 
-// Replaces a file atomically: a new file beside it with exactly `mode` whatever the umask says,
-// written, synchronised, renamed over it. False, with the reason in *error, if any step fails; the
-// old file then stays as it was and nothing is left behind.
+// Replaces a file atomically: writes a new file beside it, synchronises it and renames it over the
+// old one. The new file has exactly `mode`, whatever the umask. False, with the reason in *error,
+// if a step fails; the old file is then unchanged and no temporary file is left behind.
 [[nodiscard]] bool replaceFile(const std::string &path, ByteView content, unsigned mode,
                                Error *error = nullptr);
 
-// The same without waiting for the disk, for a file that means nothing after a crash of the
-// machine.
+// The same without synchronising, for a file whose content is worthless after the machine has
+// crashed.
 [[nodiscard]] bool replacePassingFile(const std::string &path, ByteView content, unsigned mode,
                                       Error *error = nullptr);
 
-// Makes a folder and the missing ones above it, the new ones with `mode` less the umask.
+// Makes a folder and its missing parents. New folders get `mode` less the umask.
 [[nodiscard]] bool makeFolders(const std::string &path, unsigned mode, Error *error = nullptr);
 
-// True if something stands at the path; a link counts as what it points to.
+// True if the path exists. A link is followed.
 [[nodiscard]] bool fileExists(const std::string &path);
 
 }  // namespace base

@@ -6,8 +6,8 @@
 
 namespace base {
 
-// Makes a folder, with the missing ones above it, for programs of all users to look into, whatever
-// the umask says; one that is there stays as it is. False, with the reason, if that fails.
+// Makes a folder, and its missing parents, that programs of all users can read, whatever the umask.
+// An existing folder is not changed. False, with the reason, if that fails.
 [[nodiscard]] bool makeFolderForAll(const std::string &folder, Error *error = nullptr);
 
 }  // namespace base

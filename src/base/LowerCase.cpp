@@ -8,14 +8,14 @@
 namespace base {
 namespace {
 
-// The C library's tables for Unicode, opened once. They come with it ("C.UTF-8"), no locale package
-// needed.
+// The C library's Unicode tables, opened once. The library brings them ("C.UTF-8"): no locale
+// package is needed.
 locale_t unicode() {
   static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
   return locale;
 }
 
-// Makes the Unicode tables those of this thread while it stands.
+// Gives this thread the Unicode tables as its locale while this object lives.
 class UnicodeScope {
  public:
   UnicodeScope() : former_(uselocale(unicode())) {}

@@ -5,8 +5,8 @@
 
 namespace base {
 
-// UTF-8 text with each character mapped to its lower case on its own (Unicode's simple mapping),
-// whatever the process's locale. Bytes that are no UTF-8 stay as they are.
+// Maps each character of UTF-8 text to lower case (Unicode's simple case mapping), whatever the
+// process's locale. Bytes that are no UTF-8 are not changed.
 [[nodiscard]] std::string lowerCase(std::string_view text);
 
 }  // namespace base

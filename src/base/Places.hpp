@@ -4,10 +4,10 @@
 
 namespace base {
 
-// Where the daemon and its clients find each other. Paths are those of the system: whoever uses one
-// maps it under the root.
+// Ports and paths by which the daemon and its clients find each other. Paths are not mapped under
+// the root yet: the code that opens one does that (base::rooted).
 
-// Remote clients come to this port, programs on this machine to the other one on 127.0.0.1.
+// Remote clients connect to kPublicPort, programs on this machine to the other port on 127.0.0.1.
 inline constexpr std::uint16_t kPublicPort = 4116;
 inline constexpr std::uint16_t kLoopbackPort = 4117;
 
@@ -15,10 +15,10 @@ inline constexpr std::uint16_t kLoopbackPort = 4117;
 inline constexpr const char *kCardMarkerFolder = "/tmp";
 inline constexpr const char *kCardMarker = "/tmp/scinsert";
 
-// The certificate that the daemon shows, for clients on this machine to pin its public key.
+// The daemon's TLS certificate. Clients on this machine pin its public key.
 inline constexpr const char *kServerCertificate = "/etc/keyferry/server.pem";
 
-// What the daemon tells root of itself (protocol/StateKeys.hpp).
+// The daemon's state, readable by root alone (protocol/StateKeys.hpp).
 inline constexpr const char *kStateFile = "/run/keyferry/state.json";
 
 }  // namespace base

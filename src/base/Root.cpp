@@ -19,7 +19,8 @@ std::string rootOfEnvironment() {
 }  // namespace
 
 const std::string &root() {
-  // Never destroyed: programs call the token driver from exit handlers, after static objects went.
+  // Never destroyed: programs call the token driver from exit handlers, after static destructors
+  // ran.
   static const auto &value = *new std::string(rootOfEnvironment());  // NOLINT: see above
   return value;
 }

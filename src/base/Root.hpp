@@ -9,9 +9,9 @@ namespace base {
 // started with raised privileges, else "". Read once.
 [[nodiscard]] const std::string &root();
 
-// Where a path lies under the root. Fields and messages hold the system's own names; this
-// mapping happens at the system call. A path that is already below the root is mapped all the same.
-// Where a root is set, neither a relative path, which counts from it, nor ".." leads out of it.
+// Maps a path under the root. Fields and messages hold unmapped paths; a path is mapped right
+// before the system call. A path that is already below the root is mapped again. Where a root is
+// set, a relative path starts at it, and ".." does not lead out of it.
 [[nodiscard]] std::string rooted(std::string_view path);
 
 }  // namespace base

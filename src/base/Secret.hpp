@@ -13,7 +13,7 @@ namespace base {
 // Overwrites memory in a way that the compiler does not remove.
 void cleanse(void *memory, std::size_t size);
 
-// An allocator that overwrites what it gives back.
+// An allocator that overwrites memory before it frees it.
 template <typename T>
 struct CleansingAllocator {
   using value_type = T;
@@ -34,13 +34,12 @@ struct CleansingAllocator {
   }
 };
 
-// Bytes whose memory is overwritten whenever it is given back: for frames, which may carry a PIN or
-// a password, while they are received, built and sent. Used like a vector.
+// Bytes whose memory is overwritten before it is freed. For frames while they are received, built
+// and sent: a frame may carry a PIN or a password. Used like a vector.
 using CleansedBytes = std::vector<std::uint8_t, CleansingAllocator<std::uint8_t>>;
 
-// A key, PIN or password in bytes. Cleansed when it goes; it has no == and no log form, and
-// reveal() is the only way to its content, so that one search lists every place that touches a
-// secret.
+// A key, PIN or password in bytes, cleansed on destruction. It has no == and no log form. reveal()
+// is the only way to its content, so that one search lists every place that touches a secret.
 class SecretBytes {
  public:
   SecretBytes() = default;
@@ -55,7 +54,7 @@ class SecretBytes {
   CleansedBytes content_;
 };
 
-// A PIN or password as UTF-8 text. Its characters stand in a SecretBytes, because a short
+// A PIN or password as UTF-8 text. A SecretBytes holds the characters, because a short
 // std::string lives inside its own object, where no allocator cleanses it.
 class SecretText {
  public:

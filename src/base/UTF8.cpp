@@ -11,7 +11,7 @@ bool continues(std::uint8_t byte) {
 }
 
 // How a character may begin (RFC 3629, section 4): its first byte, its length and the range of its
-// second byte, which is where overlong forms, surrogates and numbers past U+10FFFF are kept out.
+// second byte. That range excludes overlong forms, surrogates and code points past U+10FFFF.
 struct Form {
   std::uint8_t first;
   std::uint8_t last;
@@ -26,7 +26,7 @@ constexpr Form kForms[] = {
     {0xF0, 0xF0, 4, 0x90, 0xBF}, {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F},
 };
 
-// The length of the character that the bytes begin with; 0 if it is none.
+// The length of the first character; 0 if the bytes do not begin with a well-formed one.
 std::size_t characterLength(ByteView bytes) {
   const Form *form = std::ranges::find_if(kForms, [&](const Form &candidate) {
     return bytes[0] >= candidate.first && bytes[0] <= candidate.last;
@@ -49,7 +49,7 @@ std::optional<Character> firstCharacter(ByteView bytes) {
   if (length == 0) {
     return std::nullopt;
   }
-  // of a longer character, the first byte begins with a one for each byte and a zero
+  // the first byte of a longer character begins with one 1 bit per byte, then a 0 bit
   char32_t number = length == 1 ? bytes[0] : bytes[0] & (0x7FU >> length);
   for (const std::uint8_t byte : bytes.subspan(1, length - 1)) {
     number = (number << 6U) | (byte & 0x3FU);

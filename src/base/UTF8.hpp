@@ -11,17 +11,17 @@ namespace base {
 // True if the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
 [[nodiscard]] bool isUTF8(ByteView bytes);
 
-// A character: its number in Unicode, and the bytes that it takes.
+// A character: its Unicode code point, and its length in bytes.
 struct Character {
   char32_t number;
   std::size_t length;
 };
 
-// The character that bytes begin with, of which there is one at least; nothing if it is not
-// well-formed UTF-8.
+// The first character of the bytes, which must not be empty. Nothing if it is not well-formed
+// UTF-8.
 [[nodiscard]] std::optional<Character> firstCharacter(ByteView bytes);
 
-// Characters of well-formed UTF-8 text.
+// The number of characters in well-formed UTF-8 text.
 [[nodiscard]] std::size_t characterCount(std::string_view text);
 
 // The first `count` characters of well-formed UTF-8 text; all of it if it has fewer.

@@ -32,6 +32,6 @@ using base::UUID;
 
 template <>
 struct std::hash<base::UUID> {
-  // Peers choose the IDs, so the hash is keyed: no peer can aim many of them at one bucket.
+  // The hash is keyed because peers choose the IDs: no peer can put many of them into one bucket.
   [[nodiscard]] std::size_t operator()(const base::UUID &uuid) const noexcept;
 };
