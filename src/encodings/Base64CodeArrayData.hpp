@@ -9,7 +9,7 @@
 
 namespace encodings {
 
-// A value that the array conversions pass through: its compact JSON text.
+// A value that the array conversions do not change: its compact JSON text.
 struct OtherValue {
   std::string json;
 
@@ -19,10 +19,10 @@ struct OtherValue {
 // One element of an array of values.
 using ArrayElement = std::variant<Bytes, std::string, OtherValue>;
 
-// Replaces each byte buffer by its standard Base64 text, padded, on one line; all else stays.
+// Replaces each byte buffer by its standard Base64 text, padded, on one line. Keeps all else.
 [[nodiscard]] std::vector<ArrayElement> base64DataEncodedArray(std::span<const ArrayElement> array);
 
-// Replaces each text by what dataFromBase64String reads in it; all else stays.
+// Replaces each text by the bytes that dataFromBase64String decodes from it. Keeps all else.
 [[nodiscard]] std::vector<ArrayElement> base64DecodedArray(std::span<const ArrayElement> array);
 
 }  // namespace encodings

@@ -5,8 +5,8 @@
 
 namespace encodings {
 
-// The description of one identity as it travels in certificate lists: the certificate info
-// dictionary. The members are named like its keys.
+// The description of one identity in a certificate list: the certificate info dictionary. The
+// members are named like its keys.
 struct CertificateInfo {
   std::string certificate;  // DER bytes in standard Base64, padded, on one line
   bool canSign = false;

@@ -16,8 +16,7 @@ constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Beside the values 0 to 63 of the alphabet. 65 is skipped by the lenient reader as well as by the
-// other.
+// Marks a character outside the alphabet, whose values are 0 to 63. Both readers skip it.
 constexpr std::uint8_t kSkip = 65;
 
 constexpr std::array<std::uint8_t, 256> kDecodingTable = [] {
@@ -31,7 +30,7 @@ constexpr std::array<std::uint8_t, 256> kDecodingTable = [] {
 
 constexpr int kNoDigit = -1;
 
-// One group of up to four values, written to `output`; returns how many bytes it gave.
+// Decodes one group of up to four values into `output`. Returns the number of bytes written.
 std::size_t decodeGroup(std::span<const std::uint8_t> values, std::uint8_t *output) {
   if (values.size() >= 2) {
     output[0] = static_cast<std::uint8_t>(values[0] << 2 | values[1] >> 4);
@@ -94,8 +93,8 @@ std::optional<Bytes> dataWithHexString(std::string_view text) {
   }
   Bytes bytes(text.size() / 2);
   for (std::size_t index = 0; index < text.size(); index += 2) {
-    // Up to here all were digits, so bytes and characters count alike. A pair that a longer
-    // character begins has its second byte outside the digits as well.
+    // All characters before this one are digits of one byte each, so the index counts characters
+    // too. A character of several bytes fails here: none of its bytes is a digit.
     const int high = base::hexDigitValue(text[index]);
     const int low = index + 1 < text.size() ? base::hexDigitValue(text[index + 1]) : kNoDigit;
     if (high == kNoDigit || low == kNoDigit) {

@@ -23,7 +23,7 @@ struct Hex {
 [[nodiscard]] std::string logText(const Hex &hex, std::size_t most);
 
 // Reads hexadecimal text in either case, with at most one prefix "0x" or "0X". Nothing for an odd
-// number of characters (in silence) and for a character that is no digit (with a log line).
+// number of characters (without a log line) or a character that is no digit (with a log line).
 [[nodiscard]] std::optional<Bytes> dataWithHexString(std::string_view text);
 
 // Digests of all bytes, FIPS 180-4: 20 and 32 bytes.
@@ -39,17 +39,18 @@ struct Hex {
 [[nodiscard]] Bytes dataFromBase64String(std::string_view text);
 
 // The reader of single fields: characters outside the alphabet and "=" are skipped; what remains
-// must be a multiple of four characters with "=" only as the last one or two, else there is
+// must be a multiple of four characters with "=" only as the last one or two, else the result is
 // nothing. Empty text gives an empty buffer.
 [[nodiscard]] std::optional<CleansedBytes> dataFromBase64Field(std::string_view text);
 
-// The routines under these. A line of encoded text takes 48 bytes and gives 64 characters.
+// The routines that the functions above call. A line of encoded text takes 48 bytes and gives 64
+// characters.
 inline constexpr std::size_t kBase64LineBytes = 48;
 inline constexpr std::size_t kBase64LineCharacters = 64;
 [[nodiscard]] std::string base64EncodeBytes(ByteView bytes, bool separateLines);
 [[nodiscard]] Bytes base64DecodeBytes(ByteView text);
 
-// The same for `length` bytes from `input` on. The length kUpToNUL stands for all before a NUL.
+// The same for `length` bytes from `input` on. kUpToNUL as length: all bytes before the first NUL.
 inline constexpr std::size_t kUpToNUL = std::numeric_limits<std::size_t>::max();
 [[nodiscard]] Bytes base64DecodeBytes(const std::uint8_t *input, std::size_t length);
 
