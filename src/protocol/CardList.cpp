@@ -25,7 +25,7 @@ std::optional<std::string> textUnder(const json::object &object, std::string_vie
   return text == nullptr ? std::nullopt : std::optional(std::string(std::string_view(*text)));
 }
 
-// Makes the entry of an element of a new list.
+// Makes the list entry for an element.
 struct EntryMaker {
   CardEntry operator()(const Bytes &bytes) const {
     return entryOf([&](JSONWriter &writer) { writer.base64(bytes, /*separateLines=*/false); });

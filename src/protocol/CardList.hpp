@@ -17,16 +17,15 @@
 
 namespace protocol {
 
-// One element of a card's certificate list, as it is passed on, with what the relay looks for
-// computed once, when the list arrives.
+// One element of a card's certificate list. The relay searches by the digest, which is computed
+// once, when the list arrives.
 struct CardEntry {
   std::string json;             // compact JSON text, "/" escaped
   bool hasCertificate = false;  // a dictionary with a text under "certificate"
   Bytes certificateSHA1;        // of the DER bytes in that text; empty if it decodes to none
 };
 
-// The certificate list of a virtual card. Immutable and shared, so that keeping and passing on
-// copies nothing.
+// The certificate list of a virtual card. Immutable and shared, so that nobody has to copy it.
 class CardList {
  public:
   using Beginning = std::array<std::uint8_t, 8>;  // of a digest
@@ -42,11 +41,11 @@ class CardList {
   // How many entries before this position have a certificate that decodes to no bytes.
   [[nodiscard]] std::size_t unusableBefore(std::size_t position) const;
 
-  // What the list takes in memory, about.
+  // The approximate memory that the list takes, in bytes.
   [[nodiscard]] std::size_t bytes() const { return bytes_; }
 
  private:
-  // By the digests' first bytes and then by position: a search looks at few of these.
+  // Sorted by the digests' first bytes, then by position, for binary search.
   std::vector<std::pair<Beginning, std::size_t>> byDigest_;
   std::vector<std::size_t> unusable_;  // positions
 
@@ -54,8 +53,8 @@ class CardList {
   std::size_t bytes_ = 0;
 };
 
-// What a list may be made of: the description of an identity, or bytes, which travel as Base64
-// text.
+// An element to make a list of: the description of an identity, or bytes, which are encoded as
+// Base64 text.
 using CardElement = std::variant<Bytes, encodings::CertificateInfo>;
 [[nodiscard]] std::shared_ptr<const CardList> makeCardList(std::span<const CardElement> elements);
 
@@ -69,7 +68,7 @@ using CardElement = std::variant<Bytes, encodings::CertificateInfo>;
 // The identities that a list describes, in order; elements without a certificate text are skipped.
 [[nodiscard]] std::vector<encodings::CertificateInfo> certificateInfosOf(const CardList &list);
 
-// The text form for logs: "(a, b)", `most` bytes of it at least where it is longer.
+// The text form for logs: "(a, b)". A text longer than `most` bytes may be cut after `most` bytes.
 [[nodiscard]] std::string logText(const CardList &list, std::size_t most);
 
 }  // namespace protocol

@@ -18,7 +18,7 @@ constexpr const Field *kErrorAlone[] = {&kErrorMessage};
 constexpr const Field *kDecryptRequest[] = {&kDataToDecrypt, &kPIN, &kObjectID};
 constexpr const Field *kDecryptAnswer[] = {&kDecryptedData};
 
-// In the order of their numbers.
+// Sorted by number.
 constexpr Command kCommands[] = {
     {.command = QuillCommandConnect,
      .text = "connect",

@@ -10,7 +10,7 @@ namespace protocol {
 
 using FieldList = std::span<const Field *const>;
 
-// What a request or a response of a command holds besides "type", "command" and "message_id". A
+// The fields of a command's request or response besides "type", "command" and "message_id". A
 // response also has "status".
 struct Form {
   const char *trace;                // when it is written
@@ -19,26 +19,26 @@ struct Form {
   const Field *optional = nullptr;  // written only where set
 };
 
-// A command: all that the protocol says of it. Who may send it, requests/Dispatcher says.
+// All that the protocol says of a command. Who may send it stands in requests/Dispatcher.
 struct Command {
   QuillCommand command;
   std::string_view text;  // on the wire
   const char *trace;      // when it is read
   Form request;
   Form response;
-  // Of a request for a key of the card, which the daemon passes to the key's holder: the hash of
-  // the key's certificate. Null for all others.
+  // The field with the hash of the key's certificate, in requests that the daemon relays to the
+  // key's holder. Null for commands that are not relayed.
   std::optional<Bytes> QuillMessage::*certificateHash = nullptr;
 };
 
-// Null if there is none.
+// Null if there is no such command.
 [[nodiscard]] const Command *commandOf(std::int64_t command);
 [[nodiscard]] const Command *commandNamed(std::string_view text);
 
-// The form that a message of this command takes by its type.
+// The command's request form or response form, depending on the message's type.
 [[nodiscard]] const Form &formOf(const Command &command, const QuillMessage &message);
 
-// Sets what the message requires and does not have to empty values: so a refusal can be written.
+// Sets missing required fields to empty values, so that a refusal can be encoded.
 void setRequiredEmpty(QuillMessage &message);
 
 }  // namespace protocol

@@ -30,7 +30,7 @@ CollectedChunk collectChunk(CleansedBytes &dataBuffer, ByteView chunk) {
   }
   append(dataBuffer, chunk);
   const ByteView buffer(dataBuffer);
-  // a short chunk that is all end marker may stand in an empty buffer: no frame
+  // a chunk that is only the end marker is no frame: the start marker is missing
   if (!base::textOf(buffer).ends_with(kFrameEnd) ||
       buffer.size() < kFrameStart.size() + kFrameEnd.size()) {
     return {ChunkOutcome::collecting, {}};

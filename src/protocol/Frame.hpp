@@ -25,8 +25,8 @@ struct CollectedChunk {
 };
 
 // Adds a chunk to the buffer in which a connection collects its frames, and says whether it now
-// ends with a frame. A chunk that begins with the start marker empties the buffer first; a frame
-// leaves it as it is. One rule for both sides of a connection.
+// ends with a frame. A chunk that begins with the start marker empties the buffer first; a complete
+// frame stays in the buffer. Both sides of a connection use this rule.
 [[nodiscard]] CollectedChunk collectChunk(CleansedBytes &dataBuffer, ByteView chunk);
 
 // The message as a frame; the two markers alone if it can't be written as JSON.

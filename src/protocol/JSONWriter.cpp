@@ -14,8 +14,7 @@ bool needsEscape(char character) {
          static_cast<std::uint8_t>(character) < 0x20;
 }
 
-// The letter behind the backslash (RFC 8259, section 7); 'u' where only the code point's number
-// does.
+// The letter behind the backslash (RFC 8259, section 7); 'u' if the character has no short escape.
 char escapeLetter(char character) {
   switch (character) {
     case '\b':

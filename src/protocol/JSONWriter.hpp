@@ -7,9 +7,9 @@
 
 namespace protocol {
 
-// Writes compact JSON text straight into a buffer. "/" is escaped, as all readers of the protocol
-// accept and some expect. The caller keeps the order of brackets and values; commas come by
-// themselves.
+// Writes compact JSON text straight into a buffer. "/" is escaped: all readers of the protocol
+// accept that, and some expect it. The caller opens and closes brackets in the right order; the
+// writer adds the commas.
 class JSONWriter {
  public:
   explicit JSONWriter(CleansedBytes &output) : output_(output) {}
@@ -24,7 +24,7 @@ class JSONWriter {
   // A text that is the Base64 form of the bytes, with CR LF after every 64 characters where
   // `separateLines`.
   void base64(ByteView bytes, bool separateLines);
-  // JSON text that stands as it is.
+  // Writes JSON text without changing it.
   void raw(std::string_view json);
 
  private:

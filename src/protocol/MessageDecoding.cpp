@@ -25,7 +25,7 @@ void writeNumber(JSONWriter &writer, Number number) {
 }
 
 void writeDouble(JSONWriter &writer, double number) {
-  // "-0" would be read as the integer, which has no sign
+  // "-0" read as an integer would lose its sign
   if (number == 0 && std::signbit(number)) {
     return writer.raw("-0.0");
   }
@@ -77,7 +77,7 @@ std::string compactText(const json::value &value) {
   return std::string(base::textOf(text));
 }
 
-// The text under a key; null counts as absent like a missing key or one of another type.
+// The text under a key. A missing key, null and a value of another type count as absent.
 const json::string *textUnderKey(const json::object &object, std::string_view key) {
   const json::value *value = object.if_contains(key);
   return value == nullptr ? nullptr : value->if_string();
@@ -231,14 +231,14 @@ void logUnusable(const std::string &reason, ByteView data) {
 
 constexpr std::array<std::string_view, 3> kHeadKeys{"type", "message_id", "command"};
 
-// The three texts without which there is no message.
+// The three texts that every message must have.
 struct Head {
   std::string_view type;
   std::string_view messageID;
   std::string_view command;
 };
 
-// Nothing if one is missing (in silence, null included) or is no text (with a log line).
+// Nothing if one is missing or null (without a log line) or is no text (with a log line).
 std::optional<Head> readHead(const json::object &object, ByteView data) {
   std::array<std::string_view, 3> texts;
   std::string_view wrong;
@@ -260,8 +260,8 @@ std::optional<Head> readHead(const json::object &object, ByteView data) {
   return Head{texts[0], texts[1], texts[2]};
 }
 
-// Whether a value under this key is needed. Of all others, which a stranger can make as large as a
-// frame, no memory is taken.
+// True if the decoder needs the value under this key. Other values are not stored: a client that
+// has not authenticated can make them as large as a frame.
 bool isKnownKey(std::string_view key) {
   return key == "status" || std::ranges::find(kHeadKeys, key) != kHeadKeys.end() ||
          std::ranges::find(kFieldsAsRead, key, &Field::key) != kFieldsAsRead.end();
@@ -304,7 +304,7 @@ std::optional<QuillMessage> decode(ByteView data, bool readsList) {
 std::optional<QuillMessage> QuillMessage::initWithJSONData(ByteView data, bool readsList) {
   try {
     return protocol::decode(data, readsList);
-  } catch (const std::exception &failure) {  // no memory, in a library that throws
+  } catch (const std::exception &failure) {  // the JSON library throws when memory runs out
     CVNLog("%s : %@", failure.what(), encodings::Hex{data});
     return std::nullopt;
   }

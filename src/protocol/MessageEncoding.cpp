@@ -113,7 +113,7 @@ bool appendJSON(CleansedBytes &output, const QuillMessage &message) {
   }
   const Command *const command = commandOf(message.command);
   if (command == nullptr || !canWrite(formOf(*command, message), message)) {
-    // the writer has no error of its own to tell
+    // the writer reports no errors of its own
     CVNLog("%s", "(null)");
     return false;
   }

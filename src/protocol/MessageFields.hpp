@@ -10,8 +10,8 @@
 
 namespace protocol {
 
-// Where a field stands in the record; its type says how it travels: bytes as Base64 text with line
-// breaks, texts as they are, arrays element by element.
+// The member of QuillMessage that holds a field. Its type decides the encoding: bytes as Base64
+// text with line breaks, texts unchanged, arrays element by element.
 using FieldPlace = std::variant<std::optional<Bytes> QuillMessage::*,                           //
                                 std::optional<SecretBytes> QuillMessage::*,                     //
                                 std::optional<std::string> QuillMessage::*,                     //

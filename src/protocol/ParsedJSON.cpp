@@ -34,9 +34,9 @@ class CleansingResource final : public json::memory_resource {
   }
 };
 
-// Takes what the parser finds. The library's own handler would do, but for two things. It computes
-// doubles fast and one unit off where they have many digits, and a card entry has to be passed on
-// as it is. And it keeps everything, also what nobody wants.
+// Receives the parser's events. The library's own handler does not fit, for two reasons. It rounds
+// doubles with many digits to a neighbour of the nearest one, but a card entry has to be relayed
+// unchanged. And it stores every value, wanted or not.
 class Handler {
  public:
   // NOLINTBEGIN(readability-identifier-naming): the parser asks for these names
@@ -112,7 +112,7 @@ class Handler {
     number_.clear();
     if (std::isinf(value)) {
       isOutOfRange_ = true;
-      ec = json::error::exception;  // any will do: the parser stops
+      ec = json::error::exception;  // any error makes the parser stop
       return false;
     }
     return take([&] { stack_.push_double(value); });
@@ -138,8 +138,8 @@ class Handler {
     }
   }
 
-  // A value has ended. Behind one that was left out the next member of the outermost object
-  // follows.
+  // Called when a value has ended: stores it unless it is left out. At depth 1 a left-out member
+  // of the outermost object has ended, and the next member may be wanted again.
   template <typename Push>
   bool take(Push push) {
     if (!isLeftOut_) {
@@ -153,9 +153,9 @@ class Handler {
   json::value_stack stack_;
   const ParsedJSON::Wanted &wanted_;
   std::size_t depth_ = 0;
-  bool isLeftOut_ = false;   // what is read now
-  std::size_t leftOut_ = 0;  // members of the outermost object
-  std::string key_;          // that is being read, of the outermost object
+  bool isLeftOut_ = false;   // the value that is being read
+  std::size_t leftOut_ = 0;  // how many members of the outermost object
+  std::string key_;          // of the outermost object, while it is being read
   std::string number_;       // the characters of the number that is being read
   bool isOutOfRange_ = false;
 };
@@ -175,7 +175,7 @@ struct ParsedJSON::State {
 
   void parse(ByteView text, const Wanted &wanted);
 
-  // for what the parser has read of an object or array that has not ended: short texts stand in it
+  // holds the finished values of open objects and arrays; cleansed because short texts lie in it
   std::array<unsigned char, 4096> unfinished;
   alignas(std::max_align_t) std::array<unsigned char, 4096> first;
   CleansingResource upstream;

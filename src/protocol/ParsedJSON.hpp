@@ -13,16 +13,16 @@ class value;
 
 namespace protocol {
 
-// A JSON text (RFC 8259) as values. Strict: nesting to 32 levels, UTF-8 without lone surrogates, no
-// number that no double holds, nothing but white space behind the value; of a key that stands twice
-// the last counts. All that was read is overwritten when this goes, since a message may carry a PIN
-// or a password.
+// A parsed JSON text (RFC 8259). Strict: at most 32 levels of nesting, UTF-8 without lone
+// surrogates, no number beyond the range of a double, only white space behind the value. If a key
+// stands twice, the last one counts. The values are overwritten on destruction, because a message
+// may carry a PIN or a password.
 class ParsedJSON {
  public:
   // Says whether the value under a key of the outermost object is wanted.
   using Wanted = std::function<bool(std::string_view key)>;
 
-  // What is not wanted is checked like all else and then left out. Throws std::bad_alloc.
+  // Values that are not wanted are checked, but not stored. Throws std::bad_alloc.
   explicit ParsedJSON(ByteView text, const Wanted &wanted = [](std::string_view) { return true; });
   ~ParsedJSON();
   ParsedJSON(const ParsedJSON &) = delete;

@@ -42,7 +42,7 @@ std::string textOf(const QuillMessage::CertificateArray &array, std::size_t most
   return text + ")";
 }
 
-// Collects the lines of a description, `most` bytes of it at least where it is longer.
+// Collects the lines of a description. One longer than `most` bytes may be cut after `most` bytes.
 class Description {
  public:
   explicit Description(std::size_t most) : most_(most) {}
@@ -62,7 +62,7 @@ class Description {
       line(name, *value);
     }
   }
-  // A secret or a payload: only that it is there.
+  // For a secret or a payload: says only that it is set.
   void set(const char *name, bool isSet) {
     if (isSet) {
       line(name, "<Set>");

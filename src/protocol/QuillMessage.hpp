@@ -15,8 +15,8 @@
 #include "protocol/CardList.hpp"
 #include "protocol/QuillCommand.hpp"
 
-// One message of the protocol: a request or a response to one of eight commands. A plain record;
-// which fields a message has on the wire, its command and type decide.
+// One message of the protocol: a request or a response of one of eight commands. A plain record:
+// command and type decide which fields are encoded.
 class QuillMessage {
  public:
   using CertificateArray = std::vector<encodings::ArrayElement>;
@@ -44,8 +44,9 @@ class QuillMessage {
   std::optional<UUID> messageID;
 
   // Reads a message from its JSON text (UTF-8, RFC 8259). Nothing, mostly with a log line, if the
-  // bytes are no usable message; an unknown command gives command 0, an unreadable message ID none.
-  // Unless `readsList`, a list of certificates counts as absent: decoding one is what costs most.
+  // bytes are no usable message. An unknown command becomes command 0; an unreadable message ID
+  // stays unset. Without `readsList` a list of certificates counts as absent: decoding it costs
+  // more than all the rest.
   [[nodiscard]] static std::optional<QuillMessage> initWithJSONData(ByteView data,
                                                                     bool readsList = true);
 
@@ -90,5 +91,5 @@ class QuillMessage {
                                                                    std::optional<UUID> messageID);
 };
 
-// For log lines: the description, `most` bytes of it at least where it is longer.
+// For log lines: the description. One longer than `most` bytes may be cut after `most` bytes.
 [[nodiscard]] std::string logText(const QuillMessage &message, std::size_t most);

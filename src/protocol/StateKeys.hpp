@@ -5,10 +5,10 @@ namespace protocol::state_keys {
 
 inline constexpr const char *kStarted = "started";  // seconds since 1970, UTC
 inline constexpr const char *kProcess = "pid";
-inline constexpr const char *kConnections = "connections";  // objects; cut if there are many
-inline constexpr const char *kConnectionCount = "connectionCount";  // all there are
+inline constexpr const char *kConnections = "connections";          // objects; a long list is cut
+inline constexpr const char *kConnectionCount = "connectionCount";  // of all connections
 inline constexpr const char *kPending = "pending";                  // requests that wait
-inline constexpr const char *kRelays = "relays";  // since the start, like the next
+inline constexpr const char *kRelays = "relays";  // since the start, as is the next one
 inline constexpr const char *kRefusals = "refusals";
 inline constexpr const char *kLimits = "limits";  // an object: setting, how often it was reached
 
@@ -17,6 +17,7 @@ inline constexpr const char *kAddress = "address";
 inline constexpr const char *kPort = "port";
 inline constexpr const char *kLocal = "local";
 inline constexpr const char *kAuthenticated = "authenticated";
-inline constexpr const char *kCards = "cards";  // SHA-1 hashes of its certificates; cut likewise
+inline constexpr const char *kCards =
+    "cards";  // SHA-1 hashes of its certificates; a long list is cut
 
 }  // namespace protocol::state_keys
