@@ -26,7 +26,7 @@ std::uint64_t QuillWorker::nextNumber() {
 
 void QuillWorker::startConnection(std::shared_ptr<platform::Connection> connection) {
   g_inbound_connection = std::move(connection);
-  // The callbacks outlive the worker, and may come after the connection was forgotten.
+  // The callbacks outlive the worker and may be called after it has dropped the connection.
   g_inbound_connection->setStateHandler(
       [weak = weak_from_this(), peer = g_inbound_connection->peer()](
           platform::ConnectionState state, int errorNumber) {
@@ -129,7 +129,7 @@ void QuillWorker::rejectedChunk() {
 }
 
 void QuillWorker::peerEndedStream() {
-  const Shared self = shared_from_this();  // the registry lets go of it below
+  const Shared self = shared_from_this();  // the registry drops its reference below
   g_inbound_connection.reset();
   CVNLogDebug("closing connection");
   if (postDisconnected) {
@@ -167,13 +167,13 @@ void QuillWorker::disconnect() {
   if (!connection) {
     return;
   }
-  // Lives until `cancelled` was told, even if the registry forgets it before.
+  // Keeps the worker alive until `cancelled` is reported, even if the registry drops it before.
   connection->setStateHandler([self = shared_from_this(), peer = connection->peer()](
                                   platform::ConnectionState state, int errorNumber) {
     self->stateChanged(peer, state, errorNumber);
   });
   connection->cancel();
-  // Nothing reads these any more, while the worker itself stays registered.
+  // Freed now: nothing reads these any more, but the worker may stay registered for long.
   certificates.reset();
   keysAlike.clear();
   dataBuffer = CleansedBytes();

@@ -29,7 +29,7 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // Takes the connection, reports its states and starts it.
   void startConnection(std::shared_ptr<platform::Connection> connection);
 
-  // Asks for the next chunk, again and again until the stream ends.
+  // Receives chunk after chunk until the stream ends.
   void receiveLoopWithConnection(const std::shared_ptr<platform::Connection> &connection);
 
   // Sends a message as one frame; false, with a log line, if there is no connection any more.
@@ -38,27 +38,27 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // The same with the frame that protocol::frameOf has made of the message.
   bool sendFrame(CleansedBytes frame, const QuillMessage &message);
 
-  // Sends a message and ends the connection; the message still arrives.
+  // Sends a message and ends the connection. The message is still delivered.
   void sendMessageAndDisconnect(const QuillMessage &message);
 
   // Ends the connection, if there is one.
   void disconnect();
 
-  // A client of the public port that has not authenticated: anybody.
+  // True for a client of the public port that has not authenticated.
   [[nodiscard]] bool isStranger() const { return !isLocal && !isAuthenticated; }
 
-  // Rises from worker to worker, and with it the order of acceptance.
+  // Unique; workers that were accepted later have larger numbers.
   const std::uint64_t number = nextNumber();
   bool isLocal = false;  // came in on the loopback listener
   bool isAuthenticated = false;
-  std::uint64_t secondsUnauthenticated = 0;  // as far as they are counted
+  std::uint64_t secondsUnauthenticated = 0;  // counted only with a time limit set
   ReceiveBlock receiveBlock;                 // called for every decoded message
   QuillMessage::Certificates certificates;
   std::optional<Bytes> challenge;
   std::optional<Bytes> authCertificate;
   std::optional<Bytes> selectedCertificateHash;
-  // Whether a certificate of the list, by its digest, has the same key as authCertificate, as far
-  // as it was asked for.
+  // A cache of comparisons: by the digest of a certificate in the list, true if it has the same key
+  // as authCertificate.
   std::map<Bytes, bool> keysAlike;
   std::shared_ptr<platform::Connection> g_inbound_connection;  // null once closed or cancelled
   DisconnectedBlock disconnectedBlock;                         // called when the connection ends
@@ -68,8 +68,8 @@ class QuillWorker : public std::enable_shared_from_this<QuillWorker> {
   // its stream. Set by the manager, which observes it.
   std::function<void(const Shared &worker)> postDisconnected;
 
-  // Whether a list of certificates from this peer would count: if not, it is not even decoded.
-  // Unset: it does.
+  // False if a list of certificates from this peer would be refused: then it is not decoded. Unset:
+  // every list is decoded.
   std::function<bool(const QuillWorker &worker)> mayBringList;
 
  private:
