@@ -17,7 +17,6 @@ inline constexpr const char *kAddress = "address";
 inline constexpr const char *kPort = "port";
 inline constexpr const char *kLocal = "local";
 inline constexpr const char *kAuthenticated = "authenticated";
-inline constexpr const char *kCards =
-    "cards";  // SHA-1 hashes of its certificates; a long list is cut
+inline constexpr const char *kCards = "cards";  // certificates' SHA-1 hashes; a long list is cut
 
 }  // namespace protocol::state_keys
