@@ -97,7 +97,7 @@ Bytes contentOfBlock(std::string_view base64) {
       EVP_DecodeFinal(decoder.get(), content.data() + length, &rest) < 0) {
     return {};
   }
-  content.resize(static_cast<std::size_t>(length + rest));
+  content.resize(static_cast<std::size_t>(length) + static_cast<std::size_t>(rest));
   return content;
 }
 
