@@ -67,14 +67,14 @@ std::optional<std::string> valueOf(const X509_NAME_ENTRY *entry) {
 // Empties this thread's error queue. True if the library failed for want of memory, which it
 // reports as such, as a failed initialisation, or not at all.
 bool takeWantOfMemory() {
-  bool isSaid = false;
-  bool isOther = false;
+  bool isWantSaid = false;
+  bool isAnySaid = false;
   while (const unsigned long code = ERR_get_error()) {
     const int reason = ERR_GET_REASON(code);
-    isSaid = isSaid || reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL;
-    isOther = true;
+    isWantSaid = isWantSaid || reason == ERR_R_MALLOC_FAILURE || reason == ERR_R_INIT_FAIL;
+    isAnySaid = true;
   }
-  return isSaid || !isOther;
+  return isWantSaid || !isAnySaid;
 }
 
 // The library counts in int. No certificate is nearly as long.
@@ -82,6 +82,9 @@ constexpr std::size_t kLongestBlock = std::size_t{16} * 1024 * 1024;
 
 // Decodes the Base64 text of a PEM block (RFC 7468); empty if it is damaged.
 Bytes contentOfBlock(std::string_view base64) {
+  if (base64.size() > kLongestBlock) {
+    return {};
+  }
   const Owned<EVP_ENCODE_CTX, EVP_ENCODE_CTX_free> decoder(EVP_ENCODE_CTX_new());
   if (!decoder) {
     throw std::bad_alloc();
@@ -91,8 +94,7 @@ Bytes contentOfBlock(std::string_view base64) {
   Bytes content(base64.size());
   int length = 0;
   int rest = 0;
-  if (base64.size() > kLongestBlock ||
-      EVP_DecodeUpdate(decoder.get(), content.data(), &length, encoded.data(),
+  if (EVP_DecodeUpdate(decoder.get(), content.data(), &length, encoded.data(),
                        static_cast<int>(encoded.size())) < 0 ||
       EVP_DecodeFinal(decoder.get(), content.data() + length, &rest) < 0) {
     return {};
@@ -140,8 +142,9 @@ std::vector<Certificate> Certificate::allFromPEM(ByteView pem) {
   for (std::size_t begin = 0; (begin = text.find(kBegin)) != std::string_view::npos;) {
     text.remove_prefix(begin + kBegin.size());
     const std::size_t length = text.find(kEnd);
-    const Bytes der = contentOfBlock(text.substr(0, length));
-    if (length == std::string_view::npos || der.empty()) {
+    const Bytes der =
+        length == std::string_view::npos ? Bytes() : contentOfBlock(text.substr(0, length));
+    if (der.empty()) {
       break;
     }
     const std::uint8_t *end = nullptr;

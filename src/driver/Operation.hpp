@@ -39,7 +39,7 @@ class ActiveOperation {
       return CKR_OPERATION_ACTIVE;
     }
     operation_ = std::move(operation);
-    input_.reset();
+    mode_.reset();
     isActive_ = true;
     return CKR_OK;
   }
@@ -49,9 +49,9 @@ class ActiveOperation {
   // CKR_OPERATION_ACTIVE, without a change, if single-part and multiple-part calls are mixed (PKCS
   // #11 v2.40, 5.8 to 5.13), a length query included.
   template <typename Step>
-  [[nodiscard]] CK_RV proceed(PartMode input, Step &&step) {
+  [[nodiscard]] CK_RV proceed(PartMode mode, Step &&step) {
     std::unique_ptr<T> operation;
-    if (const CK_RV result = take(input, operation); result != CKR_OK) {
+    if (const CK_RV result = take(mode, operation); result != CKR_OK) {
       return result;
     }
     Return returned(*this);
@@ -88,22 +88,22 @@ class ActiveOperation {
     ActiveOperation &place_;
   };
 
-  [[nodiscard]] CK_RV take(PartMode input, std::unique_ptr<T> &operation) {
+  [[nodiscard]] CK_RV take(PartMode mode, std::unique_ptr<T> &operation) {
     const std::lock_guard lock(mutex_);
     if (!operation_) {
       return CKR_OPERATION_NOT_INITIALIZED;
     }
-    if (input_.value_or(input) != input) {
+    if (mode_.value_or(mode) != mode) {
       return CKR_OPERATION_ACTIVE;
     }
-    input_ = input;
+    mode_ = mode;
     operation = std::move(operation_);
     return CKR_OK;
   }
 
   std::mutex mutex_;
   std::unique_ptr<T> operation_;
-  std::optional<PartMode> input_;  // nothing before the first step
+  std::optional<PartMode> mode_;  // nothing before the first step
   bool isActive_ = false;
 };
 

@@ -106,14 +106,10 @@ CK_RV verify(const OperationKey &key, ByteView input, ByteView signature) {
   return isGood ? CKR_OK : CKR_SIGNATURE_INVALID;
 }
 
-Progress added(bool isAdded) {
-  return isAdded ? Progress{CKR_OK, /*isOver=*/false} : Progress{CKR_DATA_LEN_RANGE};
-}
-
 }  // namespace
 
-Progress SignOperation::add(ByteView part) {
-  return added(input_.add(part));
+Progress MessageOperation::add(ByteView part) {
+  return input_.add(part) ? Progress{CKR_OK, /*isOver=*/false} : Progress{CKR_DATA_LEN_RANGE};
 }
 
 Progress SignOperation::finish(CardToken &token, ByteView lastPart, const OutputBuffer &output) {
@@ -142,10 +138,6 @@ Progress SignOperation::finish(CardToken &token, ByteView lastPart, const Output
     return {CKR_DEVICE_ERROR};
   }
   return output.put(*signature);
-}
-
-Progress VerifyOperation::add(ByteView part) {
-  return added(input_.add(part));
 }
 
 Progress VerifyOperation::finish(ByteView lastPart, ByteView signature) {

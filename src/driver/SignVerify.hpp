@@ -46,38 +46,37 @@ class MessageInput {
 
 class CardToken;
 
-// A signature operation, from C_SignInit to its end.
-class SignOperation {
+// What signing and verifying share: the key, and the message so far.
+class MessageOperation {
  public:
-  explicit SignOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
+  explicit MessageOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
 
-  // C_SignUpdate.
+  // C_SignUpdate and C_VerifyUpdate.
   [[nodiscard]] Progress add(ByteView part);
+
+ protected:
+  OperationKey key_;
+  MessageInput input_;
+};
+
+// A signature operation, from C_SignInit to its end.
+class SignOperation : public MessageOperation {
+ public:
+  using MessageOperation::MessageOperation;
 
   // C_SignFinal, or C_Sign with the whole message as `lastPart`. The holder is asked only if its
   // answer fits into the buffer. The answer is returned only if it verifies with the certificate's
   // key: a faulty signature can reveal an RSA key.
   [[nodiscard]] Progress finish(CardToken &token, ByteView lastPart, const OutputBuffer &output);
-
- private:
-  OperationKey key_;
-  MessageInput input_;
 };
 
 // A verification operation, from C_VerifyInit to its end.
-class VerifyOperation {
+class VerifyOperation : public MessageOperation {
  public:
-  explicit VerifyOperation(OperationKey key) : key_(std::move(key)), input_(*key_.mechanism) {}
-
-  // C_VerifyUpdate.
-  [[nodiscard]] Progress add(ByteView part);
+  using MessageOperation::MessageOperation;
 
   // C_VerifyFinal, or C_Verify with the whole message as `lastPart`.
   [[nodiscard]] Progress finish(ByteView lastPart, ByteView signature);
-
- private:
-  OperationKey key_;
-  MessageInput input_;
 };
 
 }  // namespace driver

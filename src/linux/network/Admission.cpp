@@ -58,16 +58,16 @@ Candidate Admission::candidateAt(const boost::asio::ip::tcp::socket &socket) con
   return candidate;
 }
 
-std::optional<Limit> Admission::limitOfUsers(const Candidate &candidate,
-                                             const ListenerLimits &limits) const {
+std::optional<Limit> Admission::reachedUserLimit(const Candidate &candidate,
+                                                 const ListenerLimits &limits) const {
   if (isLoopback_ && limits.users && !isAmong(*limits.users, candidate.user)) {
     return Limit{limits.users->size(), "localUsers"};
   }
   return std::nullopt;
 }
 
-std::optional<Limit> Admission::limitOfSource(const Candidate &candidate,
-                                              const ListenerLimits &limits) const {
+std::optional<Limit> Admission::reachedSourceLimit(const Candidate &candidate,
+                                                   const ListenerLimits &limits) const {
   if (candidate.source.empty()) {
     return std::nullopt;
   }
@@ -80,7 +80,7 @@ std::optional<Limit> Admission::limitOfSource(const Candidate &candidate,
   return std::nullopt;
 }
 
-std::optional<Limit> Admission::limitOfAll(const ListenerLimits &limits) const {
+std::optional<Limit> Admission::reachedTotalLimit(const ListenerLimits &limits) const {
   if (handshakes_.all() >= limits.handshakes.most) {
     return limits.handshakes;
   }

@@ -50,15 +50,15 @@ class Admission {
   [[nodiscard]] Candidate candidateAt(const boost::asio::ip::tcp::socket &socket) const;
 
   // The limit that forbids this candidate's user, if one does.
-  [[nodiscard]] std::optional<platform::Limit> limitOfUsers(
+  [[nodiscard]] std::optional<platform::Limit> reachedUserLimit(
       const Candidate &candidate, const platform::ListenerLimits &limits) const;
 
   // The limit that the candidate's source has reached, if any. A handshake that ends makes room.
-  [[nodiscard]] std::optional<platform::Limit> limitOfSource(
+  [[nodiscard]] std::optional<platform::Limit> reachedSourceLimit(
       const Candidate &candidate, const platform::ListenerLimits &limits) const;
 
   // The limit that all sources together have reached, if any. A handshake that ends makes room.
-  [[nodiscard]] std::optional<platform::Limit> limitOfAll(
+  [[nodiscard]] std::optional<platform::Limit> reachedTotalLimit(
       const platform::ListenerLimits &limits) const;
 
   // Take a place for the candidate among the unfinished handshakes and among the connections.

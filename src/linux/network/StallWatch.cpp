@@ -39,25 +39,26 @@ void StallWatch::sweep() {
   arm();  // first: the next look comes even if this one runs out of memory
   std::erase_if(watched_, [this](const std::weak_ptr<TlsLink> &each) {
     const auto link = each.lock();
-    return !link || !staysWatched(*link);
+    return !link || dropIfStalled(*link);
   });
 }
 
-bool StallWatch::staysWatched(TlsLink &link) {
+// True if the watch of this link is over: it was dropped, or no output waits any more.
+bool StallWatch::dropIfStalled(TlsLink &link) {
   const auto missing = link.acknowledgementsMissingFor();
   if (!missing) {
-    return false;
+    return true;
   }
   if (*missing < kBetweenLooks) {  // no limit is shorter
-    return true;
+    return false;
   }
   const platform::Limit longest = limits_().stalledOutput;
   if (*missing < std::chrono::seconds(longest.most)) {
-    return true;
+    return false;
   }
   reporter_({longest, "connection from " + link.peer().host + " dropped"});
   link.lose(ETIMEDOUT);
-  return false;
+  return true;
 }
 
 }  // namespace platform_linux

@@ -26,7 +26,7 @@ class StallWatch : public std::enable_shared_from_this<StallWatch> {
  private:
   void arm();
   void sweep();
-  [[nodiscard]] bool staysWatched(TlsLink &link);
+  [[nodiscard]] bool dropIfStalled(TlsLink &link);
 
   std::function<platform::ConnectionLimits()> limits_;
   platform::LimitReporter reporter_;

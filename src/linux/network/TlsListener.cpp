@@ -164,20 +164,20 @@ void TlsListener::admit(tcp::socket socket) {
 // there. Returns the limit that refuses the candidate all the same.
 std::optional<platform::Limit> TlsListener::makeRoomFor(const Candidate &candidate,
                                                         const platform::ListenerLimits &limits) {
-  if (const auto limit = admission_.limitOfUsers(candidate, limits)) {
+  if (const auto limit = admission_.reachedUserLimit(candidate, limits)) {
     return limit;
   }
   const auto isOfSource = [&candidate](const Unfinished &each) {
     return each.source == candidate.source;
   };
-  const auto ofSource = admission_.limitOfSource(candidate, limits);
+  const auto ofSource = admission_.reachedSourceLimit(candidate, limits);
   if (ofSource &&
-      (!evictOldest(*ofSource, isOfSource) || admission_.limitOfSource(candidate, limits))) {
+      (!evictOldest(*ofSource, isOfSource) || admission_.reachedSourceLimit(candidate, limits))) {
     return ofSource;
   }
   const auto isAny = [](const Unfinished &) { return true; };
-  const auto ofAll = admission_.limitOfAll(limits);
-  if (ofAll && (!evictOldest(*ofAll, isAny) || admission_.limitOfAll(limits))) {
+  const auto ofAll = admission_.reachedTotalLimit(limits);
+  if (ofAll && (!evictOldest(*ofAll, isAny) || admission_.reachedTotalLimit(limits))) {
     return ofAll;
   }
   return std::nullopt;
