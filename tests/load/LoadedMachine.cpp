@@ -13,6 +13,13 @@ namespace load {
 using namespace std::chrono_literals;
 using system_tests::otherRSAIdentity;
 
+namespace {
+
+// What the daemon says when it is asked for a key that nobody holds.
+constexpr std::string_view kUnknownKey = "certificate not found or not authenticated. stopping";
+
+}  // namespace
+
 bool isFull() {
   return std::getenv("KEYFERRY_LOAD") != nullptr;
 }
@@ -53,9 +60,23 @@ void LoadedMachine::openJournal(bool isRead) {
       ssize_t size = 0;
       while ((size = ::recv(journal_.get(), entry.data(), entry.size(), 0)) > 0) {
         journalBytes_ += static_cast<std::size_t>(size);
+        if (std::string_view(entry.data(), static_cast<std::size_t>(size)).find(kUnknownKey) !=
+            std::string_view::npos) {
+          ++refusalLines_;
+        }
       }
     });
   }
+}
+
+void LoadedMachine::expectJournalKeepsUp() {
+  Peer asker = Peer::local();
+  const QuillMessage request = system_tests::signRequest(Bytes(16), system_tests::ecIdentity());
+  // a line may be lost: a journal that falls behind is not waited for
+  EXPECT_TRUE(eventually([&, before = refusalLines_.load()] {
+    EXPECT_FALSE(asker.ask(request).status);
+    return refusalLines_ > before;
+  }));
 }
 
 std::vector<double> LoadedMachine::sign(std::chrono::milliseconds time, bool isSigned) {

@@ -32,6 +32,8 @@ class LoadedMachine : public system_tests::PairedMachine {
 
   // What came in at a journal that is read.
   [[nodiscard]] std::size_t journalBytes() const { return journalBytes_; }
+  // Waits until the lines of all that was asked so far have come in at a journal that is read.
+  void expectJournalKeepsUp();
 
   // Has data signed, one request after the other, until the time is over; how long each took, in
   // microseconds. Each has exactly one answer, with a signature that verifies if it `isSigned`.
@@ -46,6 +48,7 @@ class LoadedMachine : public system_tests::PairedMachine {
  private:
   base::Descriptor journal_;
   std::atomic<std::size_t> journalBytes_ = 0;
+  std::atomic<int> refusalLines_ = 0;  // of keys that nobody holds
   std::jthread reader_;
 };
 
