@@ -80,7 +80,7 @@ Connection::~Connection() {
   if (!isSocketOurs()) {  // without memory, end_ may be unset
     (void)socket_.release();
   } else if (!end_) {
-    channel_.sayGoodbye();
+    channel_.sendCloseNotify();
     (void)channel_.flush();
   }
 }
@@ -286,11 +286,11 @@ void Connection::endWith(ErrorCode code, std::string description) {
   }
 }
 
-void Connection::goodbye(const WaitLimits &limits) {
+void Connection::close(const WaitLimits &limits) {
   if (!checkSocket() || end_) {
     return;
   }
-  channel_.sayGoodbye();
+  channel_.sendCloseNotify();
   flush();
   while (wantsWrite() && base::waitToWrite(socket_.get(), limits.deadline)) {
     flush();

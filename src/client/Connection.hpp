@@ -86,7 +86,7 @@ class Connection {
 
   // Closes the connection gracefully: sends pending output and close_notify, shuts the write side
   // down and waits for the peer to close. Blocks within `limits`.
-  void goodbye(const WaitLimits &limits);
+  void close(const WaitLimits &limits);
 
   // For the child of a fork: closes the descriptor and sends nothing, since any byte would corrupt
   // the parent's TLS stream.

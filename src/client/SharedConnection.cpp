@@ -27,10 +27,10 @@ class SharedConnection::ReconnectState {
   void setCurrent(std::unique_ptr<Connection> connection);
 
   // New requests no longer use this connection.
-  void retire(const std::shared_ptr<MultiplexedConnection> &link);
+  void retire(const std::shared_ptr<MultiplexedConnection> &connection);
 
   // The connection has ended during a call that began at `callStart`.
-  void recordLoss(const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart);
+  void recordLoss(const std::shared_ptr<MultiplexedConnection> &connection, Deadline callStart);
 
   // A connection attempt failed.
   void recordFailure(Error reason);
@@ -72,9 +72,10 @@ void SharedConnection::ReconnectState::setCurrent(std::unique_ptr<Connection> co
   current_ = std::make_shared<MultiplexedConnection>(std::move(connection), descriptors_);
 }
 
-void SharedConnection::ReconnectState::retire(const std::shared_ptr<MultiplexedConnection> &link) {
-  if (current_ == link) {
-    if (!link->failedEarly()) {
+void SharedConnection::ReconnectState::retire(
+    const std::shared_ptr<MultiplexedConnection> &connection) {
+  if (current_ == connection) {
+    if (!connection->failedEarly()) {
       outage_.reset();
     }
     current_ = nullptr;
@@ -82,13 +83,13 @@ void SharedConnection::ReconnectState::retire(const std::shared_ptr<MultiplexedC
 }
 
 void SharedConnection::ReconnectState::recordLoss(
-    const std::shared_ptr<MultiplexedConnection> &link, Deadline callStart) {
+    const std::shared_ptr<MultiplexedConnection> &connection, Deadline callStart) {
   // A server that disconnects at once counts as unreachable. The loss is counted once, not by each
   // waiter, and not if the connection existed before the call.
-  if (current_ == link && link->failedEarly() && link->openedAt() >= callStart) {
-    recordFailure(link->end().value_or(Error()));
+  if (current_ == connection && connection->failedEarly() && connection->openedAt() >= callStart) {
+    recordFailure(connection->end().value_or(Error()));
   }
-  retire(link);
+  retire(connection);
 }
 
 void SharedConnection::ReconnectState::recordFailure(Error reason) {
@@ -138,24 +139,24 @@ class SharedConnection::Call {
       : state_(state), opener_(opener), options_(options), error_(error), lock_(state.mutex) {}
 
   std::optional<QuillMessage> run(const QuillMessage &message) {
-    while (const auto link = usableConnection()) {
-      MultiplexedConnection::Waiter waiter(*link, *message.messageID);
+    while (const auto connection = usableConnection()) {
+      MultiplexedConnection::Waiter waiter(*connection, *message.messageID);
       Error reason;
-      if (!link->send(message, &reason) && reason.code == notSendable) {
+      if (!connection->send(message, &reason) && reason.code == notSendable) {
         end(std::move(reason));
         return std::nullopt;
       }
-      while (!waiter.answer && !link->end() && checkWait(link)) {
-        link->wait(lock_, waiter, nextWakeUp());
+      while (!waiter.answer && !connection->end() && checkWait(connection)) {
+        connection->wait(lock_, waiter, nextWakeUp());
       }
       if (waiter.answer) {
         state_.reconnect.recordAnswer();
         return std::move(waiter.answer);
       }
-      if (!link->end()) {
+      if (!connection->end()) {
         return std::nullopt;
       }
-      state_.reconnect.recordLoss(link, begin_);
+      state_.reconnect.recordLoss(connection, begin_);
     }
     return std::nullopt;
   }
@@ -169,13 +170,13 @@ class SharedConnection::Call {
 
   [[nodiscard]] Deadline nextWakeUp() const { return std::min(options_.deadline, nextCheck_); }
 
-  // Returns false and reports the reason if the call must end. `link` is the connection in use;
-  // null: none.
-  bool checkWait(const std::shared_ptr<MultiplexedConnection> &link) {
+  // Returns false and reports the reason if the call must end. `connection` is the connection in
+  // use; null: none.
+  bool checkWait(const std::shared_ptr<MultiplexedConnection> &connection) {
     const auto now = Clock::now();
     if (now >= options_.deadline) {
-      if (link) {
-        state_.reconnect.retire(link);
+      if (connection) {
+        state_.reconnect.retire(connection);
       }
       end({kErrorDomain, timedOut, "no answer in time"});
       return false;
@@ -184,8 +185,8 @@ class SharedConnection::Call {
       return true;
     }
     if (options_.shouldContinue) {
-      if (link) {
-        link->handOverPolling();
+      if (connection) {
+        connection->handOverPolling();
       }
       const ReverseLock reverseLock(lock_);
       if (!options_.shouldContinue()) {
@@ -200,12 +201,12 @@ class SharedConnection::Call {
   // Returns null and reports the reason if there is none within the limits of the call.
   std::shared_ptr<MultiplexedConnection> usableConnection() {
     while (true) {
-      auto link = state_.reconnect.current();
-      if (link && link->readPending()) {
-        return link;
+      auto connection = state_.reconnect.current();
+      if (connection && connection->readPending()) {
+        return connection;
       }
-      if (link) {
-        state_.reconnect.recordLoss(link, begin_);
+      if (connection) {
+        state_.reconnect.recordLoss(connection, begin_);
       }
       if (!checkWait(nullptr) || !checkRetry()) {
         return nullptr;

@@ -218,7 +218,7 @@ std::size_t TlsChannel::unsentBytes() const {
   return state_->transport.output.size();
 }
 
-void TlsChannel::sayGoodbye() {
+void TlsChannel::sendCloseNotify() {
   state_->begin();
   // fails where there is nobody to greet: before the handshake's end and after a failure
   SSL_shutdown(state_->ssl.get());

@@ -91,7 +91,7 @@ class TlsChannel {
   [[nodiscard]] std::size_t unsentBytes() const;
 
   // Puts close_notify into the output buffer.
-  void sayGoodbye();
+  void sendCloseNotify();
 
   // The errno value of the failure; EPROTO for one of TLS itself.
   [[nodiscard]] int errorNumber() const;

@@ -76,7 +76,7 @@ std::uint64_t quotaBytesPerSecond() {
 bool hasRoom() {
   Logging &state = logging();
   return !state.isForUnauthenticated ||
-         state.quota.admits(quotaBytesPerSecond(), state.platform->clock.now());
+         state.quota.tryAcquire(quotaBytesPerSecond(), state.platform->clock.now());
 }
 
 void spend(std::size_t bytes) {

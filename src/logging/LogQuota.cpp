@@ -6,7 +6,7 @@
 
 namespace logging {
 
-bool LogQuota::admits(std::uint64_t bytesPerSecond, platform::Clock::Time now) {
+bool LogQuota::tryAcquire(std::uint64_t bytesPerSecond, platform::Clock::Time now) {
   if (bytesPerSecond == 0) {
     return true;
   }

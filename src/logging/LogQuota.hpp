@@ -12,7 +12,7 @@ namespace logging {
 class LogQuota {
  public:
   // True if a line may be written now; otherwise it counts as left out. 0 bytes a second: no limit.
-  [[nodiscard]] bool admits(std::uint64_t bytesPerSecond, platform::Clock::Time now);
+  [[nodiscard]] bool tryAcquire(std::uint64_t bytesPerSecond, platform::Clock::Time now);
 
   // Notes that a line of this size was written. A long line delays the following ones.
   void spend(std::size_t bytes) { left_ -= static_cast<double>(bytes); }

@@ -86,7 +86,7 @@ class Connection {
 
   // Tells how many bytes the owner holds of the frame that it collects, and of earlier frames. They
   // count against the limits of this connection; beyond a limit it is lost.
-  virtual void holds(std::size_t frameBytes, std::size_t otherBytes) = 0;
+  virtual void setHeldBytes(std::size_t frameBytes, std::size_t otherBytes) = 0;
 
   // Tells whether the peer has authenticated. Connections of a public listener start without it;
   // all such connections together get at most half of the loop's time.
@@ -94,7 +94,7 @@ class Connection {
 
   // Tells that the owner has rejected a chunk or a frame. After a hundred of them within a second
   // this connection is not read for 100 ms.
-  virtual void rejected() = 0;
+  virtual void countRejection() = 0;
 };
 
 // The limits of one connection and of all together. Beyond a limit a connection is lost.

@@ -42,7 +42,7 @@ void KeyRequests::serve(const QuillMessage &request) {
   if (!verdict.operation) {
     return refuse(*use, verdict.description);
   }
-  if (!source_.quota.admits(use, data->size())) {
+  if (!source_.quota.tryAcquire(use, data->size())) {
     return refuse(*use, "too many requests wait for the keys");
   }
   allow(use, verdict.description);

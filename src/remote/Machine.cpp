@@ -358,7 +358,7 @@ void Machine::closeConnection() {
   requests_.reset();
   services_.consent.withdraw(this);
   if (connection_) {
-    connection_->goodbye(
+    connection_->close(
         client::WaitLimits::within(phase_ == Phase::leaving ? kWaitForGoodbye : milliseconds(0)));
     connection_.reset();
   }

@@ -4,7 +4,7 @@
 
 namespace remote {
 
-bool UseQuota::admits(const std::shared_ptr<const void> &use, std::size_t bytes) {
+bool UseQuota::tryAcquire(const std::shared_ptr<const void> &use, std::size_t bytes) {
   std::erase_if(waiting_, [](const Entry &entry) { return entry.use.expired(); });
   std::size_t held = bytes;
   for (const Entry &entry : waiting_) {

@@ -12,7 +12,7 @@ class UseQuota {
  public:
   // Adds a use with `bytes` of data. It counts until its last owner lets go. False, and nothing is
   // added, if too much waits.
-  [[nodiscard]] bool admits(const std::shared_ptr<const void> &use, std::size_t bytes);
+  [[nodiscard]] bool tryAcquire(const std::shared_ptr<const void> &use, std::size_t bytes);
 
   // True if nothing waits.
   [[nodiscard]] bool isFree() const;

@@ -31,7 +31,7 @@ bool isAdmitted(const Request &request) {
     return true;
   }
   const platform::Endpoint peer = connection->peer();
-  if (request.processor.connectRate.admits(peer.source, most, platform.clock.now())) {
+  if (request.processor.connectRate.tryAcquire(peer.source, most, platform.clock.now())) {
     return true;
   }
   platform.limits.reached(

@@ -12,7 +12,8 @@ constexpr std::size_t kMostSources = 4096;
 
 }  // namespace
 
-bool ConnectRate::admits(const std::string &source, std::uint64_t most, platform::Clock::Time now) {
+bool ConnectRate::tryAcquire(const std::string &source, std::uint64_t most,
+                             platform::Clock::Time now) {
   auto place = times_.find(source);
   if (place != times_.end()) {
     std::erase_if(place->second, [now](auto time) { return time > now || now - time >= kSpan; });

@@ -15,8 +15,8 @@ class ConnectRate {
  public:
   // Counts an attempt and returns true if `source` made fewer than `most` in the minute before
   // `now`. Attempts in the future, which a clock that was set back leaves, are ignored.
-  [[nodiscard]] bool admits(const std::string &source, std::uint64_t most,
-                            platform::Clock::Time now);
+  [[nodiscard]] bool tryAcquire(const std::string &source, std::uint64_t most,
+                                platform::Clock::Time now);
 
  private:
   using Times = std::deque<platform::Clock::Time>;  // of one source, the oldest first; never empty

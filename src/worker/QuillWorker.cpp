@@ -107,7 +107,7 @@ void QuillWorker::receivedContent(ByteView content) {
   }
   if (g_inbound_connection) {
     g_inbound_connection->setAuthenticated(!isStranger());
-    g_inbound_connection->holds(dataBuffer.size(), certificates ? certificates->bytes() : 0);
+    g_inbound_connection->setHeldBytes(dataBuffer.size(), certificates ? certificates->bytes() : 0);
   }
 }
 
@@ -124,7 +124,7 @@ void QuillWorker::receivedFrame(ByteView payload) {
 
 void QuillWorker::rejectedChunk() {
   if (g_inbound_connection) {
-    g_inbound_connection->rejected();
+    g_inbound_connection->countRejection();
   }
 }
 

@@ -79,7 +79,7 @@ TEST_F(ConnectionTest, SendsAllThatWaitsBeforeItSaysGoodbye) {
   ASSERT_TRUE(connection->send(messageOf(1, 23 * kHalfMiB)));
   EXPECT_TRUE(connection->wantsWrite()) << "the system has taken all of it";
   isSent.set_value();
-  connection->goodbye({});
+  connection->close({});
   EXPECT_EQ(received.get_future().get(), 23 * kHalfMiB);
   EXPECT_EQ(connection->end()->code, peerEnded);
 }

@@ -155,7 +155,7 @@ TEST(TlsChannel, SaysGoodbyeAndKnowsWhatItStillHolds) {
   Server server;
   ASSERT_EQ(server.shakeHands(), Result::done);
   EXPECT_FALSE(server.channel->mayHoldMore());
-  server.channel->sayGoodbye();
+  server.channel->sendCloseNotify();
   EXPECT_EQ(server.channel->flush(), Result::done);
   EXPECT_LE(SSL_read(server.foreign.get(), server.buffer.data(), 1), 0);
   EXPECT_EQ(SSL_get_shutdown(server.foreign.get()), SSL_RECEIVED_SHUTDOWN);

@@ -21,7 +21,7 @@ class FakeConnection : public platform::Connection {
     isCancelled = true;
   }
   [[nodiscard]] std::size_t unsentBytes() const override { return unsent; }
-  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
+  void setHeldBytes(std::size_t frameBytes, std::size_t otherBytes) override {
     calls.push_back("holds " + std::to_string(frameBytes) + "+" + std::to_string(otherBytes));
   }
   void setAuthenticated(bool is) override {
@@ -29,7 +29,7 @@ class FakeConnection : public platform::Connection {
       calls.emplace_back(is ? "authenticated" : "not authenticated");
     }
   }
-  void rejected() override { calls.emplace_back("rejected"); }
+  void countRejection() override { calls.emplace_back("rejected"); }
 
   // One chunk from the peer, or the end of its stream.
   void deliver(std::string_view content) {

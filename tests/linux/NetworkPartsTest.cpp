@@ -43,8 +43,8 @@ TEST(BufferQuota, DropsWhoHoldsTooMuch) {
                            std::size_t unsent) {
     const auto drop = [&](int error) { heard += strerrorname_np(error); };
     auto &account = accounts.try_emplace(name, quota, name, drop).first->second;
-    account.holds(frame, other);
-    account.holdsUnsent(unsent);
+    account.setHeldBytes(frame, other);
+    account.setUnsentBytes(unsent);
     return std::exchange(heard, "");
   };
   EXPECT_EQ(heardOf("a", 65536, 0, 0), "");

@@ -111,7 +111,7 @@ TEST_F(NetworkLimits, EveryEndGivesThePlaceBack) {
       {"cancelled", [this] { connection->cancel(); }},
       {"", [this] { connection.reset(); }},
       {"connection from 127.0.0.1 dropped: frame, failed EMSGSIZE, end EMSGSIZE",
-       [this] { connection->holds((2 << 20) + 1, 0); }},
+       [this] { connection->setHeldBytes((2 << 20) + 1, 0); }},
       {"connection from 127.0.0.1 dropped: unsent, failed ENOBUFS, sent ENOBUFS, end ENOBUFS",
        [this] {
          limits.unsentBytes.most = 99999;
@@ -153,14 +153,14 @@ TEST_F(NetworkLimits, CountsUsersOfThisMachineAndLeavesRootOut) {
 TEST_F(NetworkLimits, TheOneThatHoldsMostGoesEvenWhileItCloses) {
   limits.bufferedBytes.most = 20 << 20;
   establish();
-  connection->holds(2 << 20, 0);  // which goes with its connection
+  connection->setHeldBytes(2 << 20, 0);  // which goes with its connection
   const auto closing = std::move(client);
   establish();
   const auto firstClient = std::move(client);
   send(19 << 20);
   connection.reset();
   establish();
-  connection->holds(2 << 20, 0);
+  connection->setHeldBytes(2 << 20, 0);
   connection->send(CleansedBytes(10 << 20), [](int) {});
   expect("connection from 127.0.0.1 dropped: all, sent ENOBUFS");
 }
@@ -199,7 +199,7 @@ TEST_F(NetworkLimits, PeerThatDoesNothingIsNotWaitedForForEver) {
 TEST_F(NetworkLimits, RestsAfterAHundredRejections) {
   establish();
   for (int count = 0; count < 100; ++count) {
-    connection->rejected();
+    connection->countRejection();
   }
   queue.postAfter(90ms, [this] { tell("90 ms later"); });
   sendFromClient("x");

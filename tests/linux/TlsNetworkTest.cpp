@@ -149,7 +149,7 @@ TEST_F(Network, PeerThatDoesNotReadIsNotReadFromAndCompletesEverySendOnce) {
 TEST_F(Network, LostWriteIsToldWhenAllIsRead) {
   establish();
   for (int count = 0; count < 100; ++count) {
-    connection->rejected();  // so that the loss is not met by reading
+    connection->countRejection();  // so that the loss is not met by reading
   }
   sendFromClient("last words");
   fakes::reset(client->socket);

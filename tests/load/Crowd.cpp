@@ -127,7 +127,7 @@ Crowd::Result Crowd::say(Member &member) {
     if (member.next++ != says.size() || says.empty() || !shakesHands) {
       return Result::wantsRead;
     }
-    channel.sayGoodbye();
+    channel.sendCloseNotify();
     return Result::done;
   }
   ByteView rest = says[member.next];

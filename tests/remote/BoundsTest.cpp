@@ -21,7 +21,7 @@ TEST(UseQuota, CountsWhatWaitsInNumberAndBytesUntilNobodyHoldsIt) {
   std::vector<std::shared_ptr<int>> waiting;
   const auto admits = [&](std::size_t bytes) {
     waiting.push_back(std::make_shared<int>());
-    return quota.admits(waiting.back(), bytes);
+    return quota.tryAcquire(waiting.back(), bytes);
   };
   while (waiting.size() < UseQuota::kMostUses) {
     EXPECT_TRUE(admits(32));

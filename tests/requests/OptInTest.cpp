@@ -161,12 +161,12 @@ TEST_F(OptIn, SoManyConnectsAMinuteAreAdmittedOfOneAddress) {
 TEST(ConnectRate, ForgetsWhoWasHeardOfLongestAgo) {
   requests::ConnectRate rate;
   const platform::Clock::Time start{};
-  EXPECT_TRUE(rate.admits("first", 1, start));
+  EXPECT_TRUE(rate.tryAcquire("first", 1, start));
   for (int other = 0; other < 4096; ++other) {
-    EXPECT_EQ(rate.admits("first", 1, start), false);
-    EXPECT_TRUE(rate.admits(std::to_string(other), 1, start + std::chrono::seconds(1)));
+    EXPECT_EQ(rate.tryAcquire("first", 1, start), false);
+    EXPECT_TRUE(rate.tryAcquire(std::to_string(other), 1, start + std::chrono::seconds(1)));
   }
-  EXPECT_TRUE(rate.admits("first", 1, start));
+  EXPECT_TRUE(rate.tryAcquire("first", 1, start));
 }
 
 TEST_F(OptIn, LookUpOfThePairingEndsInTime) {

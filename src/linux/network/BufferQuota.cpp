@@ -22,12 +22,12 @@ BufferQuota::Account::~Account() {
   close();
 }
 
-void BufferQuota::Account::holds(std::size_t frameBytes, std::size_t otherBytes) {
+void BufferQuota::Account::setHeldBytes(std::size_t frameBytes, std::size_t otherBytes) {
   set(frame_, frameBytes);
   set(other_, otherBytes);
 }
 
-void BufferQuota::Account::holdsUnsent(std::size_t bytes) {
+void BufferQuota::Account::setUnsentBytes(std::size_t bytes) {
   set(unsent_, bytes);
 }
 

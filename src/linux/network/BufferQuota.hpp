@@ -25,8 +25,8 @@ class BufferQuota {
     Account(const Account &) = delete;
     Account &operator=(const Account &) = delete;
 
-    void holds(std::size_t frameBytes, std::size_t otherBytes);
-    void holdsUnsent(std::size_t bytes);
+    void setHeldBytes(std::size_t frameBytes, std::size_t otherBytes);
+    void setUnsentBytes(std::size_t bytes);
     void close();  // stops counting
 
    private:

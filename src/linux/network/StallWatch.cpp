@@ -45,7 +45,7 @@ void StallWatch::sweep() {
 
 // True if the watch of this link is over: it was dropped, or no output waits any more.
 bool StallWatch::dropIfStalled(TlsLink &link) {
-  const auto missing = link.acknowledgementsMissingFor();
+  const auto missing = link.checkAcknowledgements();
   if (!missing) {
     return true;
   }

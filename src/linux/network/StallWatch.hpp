@@ -20,7 +20,7 @@ class StallWatch : public std::enable_shared_from_this<StallWatch> {
   StallWatch(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
              platform::LimitReporter reporter);
 
-  // Watches a link until its acknowledgementsMissingFor() returns nothing.
+  // Watches a link until its checkAcknowledgements() returns nothing.
   void watch(std::weak_ptr<TlsLink> link);
 
  private:

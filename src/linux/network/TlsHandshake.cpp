@@ -85,7 +85,7 @@ TlsStream TlsHandshake::takeStream() {
 void TlsHandshake::stepWhen(Wait ready) {
   stream_.socket.async_wait(ready, [self = shared_from_this()](const error_code &aborted) {
     if (!aborted) {
-      self->orEnd(&TlsHandshake::awaitTurn);
+      self->runOrEnd(&TlsHandshake::awaitTurn);
     }
   });
 }
@@ -95,14 +95,14 @@ void TlsHandshake::countPiece() {
   timer_.expires_after(std::min(time_ - counted_, kPiece));
   timer_.async_wait([self = shared_from_this()](const error_code &aborted) {
     if (!aborted) {
-      self->orEnd(&TlsHandshake::pieceIsOver);
+      self->runOrEnd(&TlsHandshake::endPiece);
     }
   });
 }
 
 // The peer's bytes may be waiting while something blocks the loop. Such a time counts as one piece
 // at most, and not at all if the timer shows it.
-void TlsHandshake::pieceIsOver() {
+void TlsHandshake::endPiece() {
   const bool wasBlocked = steady_clock::now() > timer_.expiry() + kPiece;
   if (!wasBlocked) {
     counted_ += std::min(time_ - counted_, kPiece);
@@ -118,10 +118,10 @@ void TlsHandshake::awaitTurn() {
 }
 
 void TlsHandshake::step() {
-  orEnd(&TlsHandshake::goOn);
+  runOrEnd(&TlsHandshake::goOn);
 }
 
-void TlsHandshake::orEnd(void (TlsHandshake::*part)()) {
+void TlsHandshake::runOrEnd(void (TlsHandshake::*part)()) {
   if (!done_) {
     return;
   }

@@ -62,12 +62,12 @@ class TlsHandshake : public std::enable_shared_from_this<TlsHandshake> {
  private:
   using Wait = boost::asio::ip::tcp::socket::wait_type;
 
-  void orEnd(void (TlsHandshake::*part)());  // fails this handshake if there is no memory
+  void runOrEnd(void (TlsHandshake::*part)());  // fails this handshake if there is no memory
   void awaitTurn();
   void goOn();
   void stepWhen(Wait ready);
   void countPiece();
-  void pieceIsOver();
+  void endPiece();
   void end(int errorNumber);
 
   std::shared_ptr<HandshakeTurns> turns_;

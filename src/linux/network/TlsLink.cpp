@@ -25,18 +25,18 @@ constexpr std::chrono::seconds kLinger{2};
 
 }  // namespace
 
-TlsLink::TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream)
-    : commons_(std::move(commons)),
+TlsLink::TlsLink(std::shared_ptr<NetworkResources> resources, TlsStream stream)
+    : resources_(std::move(resources)),
       stream_(std::move(stream)),
       output_(*stream_.channel),
-      account_(commons_->quota, "connection from " + stream_.peer.host,
+      account_(resources_->quota, "connection from " + stream_.peer.host,
                [this](int errorNumber) { evict(errorNumber); }),
-      timer_(commons_->queue.context()) {}
+      timer_(resources_->queue.context()) {}
 
 // Turns. A waiting turn keeps its link alive.
 
 void TlsLink::later(void (TlsLink::*turn)()) {
-  commons_->queue.post([self = shared_from_this(), turn] { self->take(turn); });
+  resources_->queue.post([self = shared_from_this(), turn] { self->take(turn); });
 }
 
 void TlsLink::turnWhen(Wait ready, void (TlsLink::*turn)()) {
@@ -66,7 +66,7 @@ void TlsLink::take(void (TlsLink::*turn)()) {
     lose(ENOMEM);
   }
   if (isCharged) {
-    commons_->unauthenticated->charge(std::chrono::steady_clock::now() - began);
+    resources_->unauthenticated->charge(std::chrono::steady_clock::now() - began);
   }
 }
 
@@ -89,13 +89,13 @@ void TlsLink::receive(platform::Connection::ReceiveCompletion completion) {
 }
 
 void TlsLink::send(CleansedBytes unit, platform::Connection::SendCompletion completion) {
-  if (phase_ == Phase::closed || hasSaidGoodbye_ || writeError_ != 0) {
+  if (phase_ == Phase::closed || hasSentCloseNotify_ || writeError_ != 0) {
     const int cause = writeError_ == 0 ? EPIPE : writeError_;
-    commons_->queue.post([completion = std::move(completion), cause] { completion(cause); });
+    resources_->queue.post([completion = std::move(completion), cause] { completion(cause); });
     return;
   }
   output_.add(std::move(unit), std::move(completion));
-  account_.holdsUnsent(output_.bytes());
+  account_.setUnsentBytes(output_.bytes());
   scheduleFlush();
 }
 
@@ -103,7 +103,7 @@ void TlsLink::cancel() {
   if (phase_ != Phase::open && phase_ != Phase::peerEnded) {
     return;
   }
-  commons_->queue.post([self = shared_from_this()] {
+  resources_->queue.post([self = shared_from_this()] {
     // Removed first: nothing may be reported after it, and the handler may own this link.
     const auto handler = std::exchange(self->stateHandler_, nullptr);
     if (handler) {
@@ -113,7 +113,7 @@ void TlsLink::cancel() {
   beginClosing();
 }
 
-void TlsLink::rejected() {
+void TlsLink::countRejection() {
   if (phase_ == Phase::open && garbage_.add(std::chrono::steady_clock::now())) {
     isReadingPaused_ = true;
     turnAfter(kPauseAfterRejections, &TlsLink::readAgain);
@@ -162,7 +162,7 @@ void TlsLink::readTurn() {
   if (isAuthenticated_ || !mayRead()) {
     return read();
   }
-  commons_->unauthenticated->add(weak_from_this());
+  resources_->unauthenticated->add(weak_from_this());
 }
 
 void TlsLink::read() {
@@ -171,7 +171,7 @@ void TlsLink::read() {
     return;
   }
   ByteView chunk;
-  const TlsChannel::Result result = stream_.channel->readChunk(commons_->buffer, chunk);
+  const TlsChannel::Result result = stream_.channel->readChunk(resources_->buffer, chunk);
   if (stream_.channel->unsentBytes() != 0) {  // TLS has an answer of its own to send
     scheduleFlush();
   }
@@ -200,8 +200,8 @@ void TlsLink::readAgain() {
 void TlsLink::deliver(ByteView chunk) {
   auto completion = std::exchange(receive_, nullptr);
   // All links share the buffer, and the chunk may have held a PIN.
-  const auto cleanse = [this, size = std::min(commons_->buffer.size(), chunk.size())] {
-    base::cleanse(commons_->buffer.data(), size);
+  const auto cleanse = [this, size = std::min(resources_->buffer.size(), chunk.size())] {
+    base::cleanse(resources_->buffer.data(), size);
   };
   try {
     completion({chunk, /*isFinal=*/false, /*errorNumber=*/0});
@@ -237,13 +237,13 @@ void TlsLink::flushTurn() {
     return;
   }
   if (!std::exchange(isWatched_, true)) {
-    commons_->stalls->watch(weak_from_this());
+    resources_->stalls->watch(weak_from_this());
   }
   const TlsChannel::Result result = output_.turn();
-  account_.holdsUnsent(output_.bytes());
+  account_.setUnsentBytes(output_.bytes());
   switch (result) {
     case TlsChannel::Result::done:
-      outputHasLeft();
+      finishFlush();
       break;
     case TlsChannel::Result::wantsRead:
     case TlsChannel::Result::wantsWrite:
@@ -252,21 +252,21 @@ void TlsLink::flushTurn() {
       break;
     case TlsChannel::Result::ended:
     case TlsChannel::Result::failed:
-      return outputIsLost(stream_.channel->errorNumber());
+      return loseOutput(stream_.channel->errorNumber());
   }
   scheduleRead();  // in case reading had stopped because too much waited
 }
 
-void TlsLink::outputHasLeft() {
+void TlsLink::finishFlush() {
   if (!output_.empty()) {
     return scheduleFlush();
   }
   if (phase_ == Phase::closing) {
-    sayGoodbye();
+    sendCloseNotify();
   }
 }
 
-std::optional<std::chrono::steady_clock::duration> TlsLink::acknowledgementsMissingFor() {
+std::optional<std::chrono::steady_clock::duration> TlsLink::checkAcknowledgements() {
   if (phase_ == Phase::closed) {
     return std::nullopt;
   }
@@ -280,10 +280,10 @@ std::optional<std::chrono::steady_clock::duration> TlsLink::acknowledgementsMiss
 
 // Nothing can be sent any more. What the peer sent before it went is still read; the end of its
 // stream then reports this error.
-void TlsLink::outputIsLost(int errorNumber) {
+void TlsLink::loseOutput(int errorNumber) {
   writeError_ = errorNumber;
   output_.lose(errorNumber);
-  account_.holdsUnsent(0);
+  account_.setUnsentBytes(0);
   if (phase_ == Phase::closing) {
     closeNow();
   } else {
@@ -293,7 +293,7 @@ void TlsLink::outputIsLost(int errorNumber) {
 
 // This link holds too much. The owner may be inside send(), so it is told on a later event.
 void TlsLink::evict(int errorNumber) {
-  commons_->queue.post([self = shared_from_this(), errorNumber] { self->lose(errorNumber); });
+  resources_->queue.post([self = shared_from_this(), errorNumber] { self->lose(errorNumber); });
   writeError_ = errorNumber;
 }
 
@@ -326,7 +326,7 @@ void TlsLink::lose(int errorNumber) {
 void TlsLink::beginClosing() {
   phase_ = Phase::closing;
   receive_ = nullptr;
-  account_.holds(0, 0);
+  account_.setHeldBytes(0, 0);
   if (writeError_ != 0) {  // nothing can be sent any more, so there is nothing to wait for
     return closeNow();
   }
@@ -336,10 +336,10 @@ void TlsLink::beginClosing() {
   }
 }
 
-void TlsLink::sayGoodbye() {
-  if (!hasSaidGoodbye_) {
-    hasSaidGoodbye_ = true;
-    stream_.channel->sayGoodbye();
+void TlsLink::sendCloseNotify() {
+  if (!hasSentCloseNotify_) {
+    hasSentCloseNotify_ = true;
+    stream_.channel->sendCloseNotify();
     return scheduleFlush();
   }
   boost::system::error_code ignored;
@@ -364,7 +364,7 @@ void TlsLink::discardTurn() {
     return turnWhen(Wait::wait_read, &TlsLink::discardTurn);
   }
   isPeerGone_ = true;
-  if (got < 0 || hasSaidGoodbye_) {
+  if (got < 0 || hasSentCloseNotify_) {
     closeNow();
   }
 }

@@ -10,7 +10,7 @@
 #include "linux/network/Acknowledgements.hpp"
 #include "linux/network/BufferQuota.hpp"
 #include "linux/network/GarbageLimiter.hpp"
-#include "linux/network/TlsCommons.hpp"
+#include "linux/network/NetworkResources.hpp"
 #include "linux/network/TlsOutput.hpp"
 #include "linux/network/TlsStream.hpp"
 #include "platform/Network.hpp"
@@ -24,8 +24,8 @@ namespace platform_linux {
 // that sends without pause does not keep the others waiting.
 class TlsLink : public std::enable_shared_from_this<TlsLink> {
  public:
-  TlsLink(std::shared_ptr<TlsCommons> commons, TlsStream stream);
-  ~TlsLink() { commons_->heap->connectionGone(); }
+  TlsLink(std::shared_ptr<NetworkResources> resources, TlsStream stream);
+  ~TlsLink() { resources_->heap->connectionGone(); }
   TlsLink(const TlsLink &) = delete;
   TlsLink &operator=(const TlsLink &) = delete;
 
@@ -38,11 +38,11 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void send(CleansedBytes unit, platform::Connection::SendCompletion completion);
   void cancel();
   [[nodiscard]] std::size_t unsentBytes() const { return output_.bytes(); }
-  void holds(std::size_t frameBytes, std::size_t otherBytes) {
-    account_.holds(frameBytes, otherBytes);
+  void setHeldBytes(std::size_t frameBytes, std::size_t otherBytes) {
+    account_.setHeldBytes(frameBytes, otherBytes);
   }
   void setAuthenticated(bool isAuthenticated) { isAuthenticated_ = isAuthenticated; }
-  void rejected();
+  void countRejection();
 
   // Reads a chunk if reading is still allowed. For UnauthenticatedTurns.
   void readInTurn() { take(&TlsLink::read); }
@@ -50,9 +50,9 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   // The last reference to the connection was dropped.
   void release();
 
-  // How long the peer has acknowledged nothing although output waits. Nothing if no output waits;
-  // the stall watch then forgets this link until it sends again.
-  [[nodiscard]] std::optional<std::chrono::steady_clock::duration> acknowledgementsMissingFor();
+  // Looks at the socket: how long the peer has acknowledged nothing although output waits. Nothing
+  // if no output waits; the stall watch then forgets this link until it sends again.
+  [[nodiscard]] std::optional<std::chrono::steady_clock::duration> checkAcknowledgements();
 
   // Reports `failed`, completes the sends and then the receive with the error, and reports nothing
   // more. Must be called on an event of its own, not inside a call of the owner.
@@ -78,16 +78,16 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
 
   void scheduleFlush();
   void flushTurn();
-  void outputHasLeft();
-  void outputIsLost(int errorNumber);
+  void finishFlush();
+  void loseOutput(int errorNumber);
   void evict(int errorNumber);
 
   void beginClosing();
-  void sayGoodbye();
+  void sendCloseNotify();
   void discardTurn();
   void closeNow();
 
-  std::shared_ptr<TlsCommons> commons_;
+  std::shared_ptr<NetworkResources> resources_;
   TlsStream stream_;
   TlsOutput output_;
   BufferQuota::Account account_;
@@ -103,8 +103,8 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   bool isReadScheduled_ = false;
   bool isReadingPaused_ = false;
   bool isFlushScheduled_ = false;
-  bool isWatched_ = false;  // by commons_->stalls
-  bool hasSaidGoodbye_ = false;
+  bool isWatched_ = false;  // by resources_->stalls
+  bool hasSentCloseNotify_ = false;
   bool isPeerGone_ = false;
   int writeError_ = 0;
 };
@@ -128,11 +128,11 @@ class TlsConnection final : public platform::Connection {
   }
   void cancel() override { link_->cancel(); }
   [[nodiscard]] std::size_t unsentBytes() const override { return link_->unsentBytes(); }
-  void holds(std::size_t frameBytes, std::size_t otherBytes) override {
-    link_->holds(frameBytes, otherBytes);
+  void setHeldBytes(std::size_t frameBytes, std::size_t otherBytes) override {
+    link_->setHeldBytes(frameBytes, otherBytes);
   }
   void setAuthenticated(bool isAuthenticated) override { link_->setAuthenticated(isAuthenticated); }
-  void rejected() override { link_->rejected(); }
+  void countRejection() override { link_->countRejection(); }
 
  private:
   std::shared_ptr<TlsLink> link_;

@@ -20,7 +20,7 @@ using boost::system::error_code;
 constexpr int kAcceptancesPerTurn = 4;
 
 // How long accepting pauses when there is no descriptor or memory left.
-constexpr std::chrono::milliseconds kRest{100};
+constexpr std::chrono::milliseconds kRetryAfter{100};
 
 // Younger handshakes are never evicted: they may be legitimate.
 constexpr std::chrono::seconds kLeastAgeToEvict{1};
@@ -33,14 +33,14 @@ std::uint16_t portFrom(const std::string &text) {
 
 }  // namespace
 
-TlsListener::TlsListener(std::shared_ptr<TlsCommons> commons,
+TlsListener::TlsListener(std::shared_ptr<NetworkResources> resources,
                          const platform::ListenerParameters &parameters)
-    : commons_(std::move(commons)),
+    : resources_(std::move(resources)),
       parameters_(parameters),
       admission_(parameters.isLoopback),
-      turns_(std::make_shared<HandshakeTurns>(commons_->queue)),
-      acceptor_(commons_->queue.context()),
-      retry_(commons_->queue.context()),
+      turns_(std::make_shared<HandshakeTurns>(resources_->queue)),
+      acceptor_(resources_->queue.context()),
+      retry_(resources_->queue.context()),
       port_(portFrom(parameters.port)),
       self_(std::make_shared<TlsListener *>(this)) {}
 
@@ -65,7 +65,7 @@ void TlsListener::setFailedHandshakeHandler(FailedHandshakeHandler handler) {
 
 void TlsListener::start() {
   const int errorNumber = open();
-  commons_->queue.post([self = self_, errorNumber] {
+  resources_->queue.post([self = self_, errorNumber] {
     if (*self != nullptr) {
       (*self)->report(
           errorNumber == 0 ? platform::ListenerState::ready : platform::ListenerState::failed,
@@ -108,7 +108,7 @@ void TlsListener::acceptWhatCame() {
   try {
     acceptSockets();
   } catch (const std::bad_alloc &) {  // the accepted socket is closed again
-    rest();
+    retryLater();
   }
 }
 
@@ -136,13 +136,13 @@ void TlsListener::acceptSockets() {
 
 void TlsListener::pauseAccepting(const platform::Limit &descriptors) {
   if (!std::exchange(isPaused_, true)) {
-    commons_->reporter({descriptors, "connections on port " + std::to_string(port_) + " wait"});
+    resources_->reporter({descriptors, "connections on port " + std::to_string(port_) + " wait"});
   }
-  rest();
+  retryLater();
 }
 
-void TlsListener::rest() {
-  retry_.expires_after(kRest);
+void TlsListener::retryLater() {
+  retry_.expires_after(kRetryAfter);
   retry_.async_wait([self = self_](const error_code &aborted) {
     if (!aborted && *self != nullptr) {
       (*self)->waitForSockets();
@@ -154,7 +154,7 @@ void TlsListener::admit(tcp::socket socket) {
   const platform::ListenerLimits limits = parameters_.limits();
   const Candidate candidate = admission_.candidateAt(socket);
   if (const auto limit = makeRoomFor(candidate, limits)) {
-    return commons_->reporter({*limit, candidate.name + " refused"});
+    return resources_->reporter({*limit, candidate.name + " refused"});
   }
   prepareAccepted(socket, parameters_);
   shakeHands(std::move(socket), candidate, limits.handshakeTime);
@@ -190,17 +190,17 @@ bool TlsListener::evictOldest(const platform::Limit &limit,
   if (oldest == unfinished_.end() || oldest->handshake->age() <= kLeastAgeToEvict) {
     return false;
   }
-  commons_->reporter({limit, "handshake of " + oldest->handshake->peer().host + " abandoned"});
+  resources_->reporter({limit, "handshake of " + oldest->handshake->peer().host + " abandoned"});
   oldest->handshake->abandon();
   unfinished_.erase(oldest);
-  commons_->heap->connectionGone();
+  resources_->heap->connectionGone();
   return true;
 }
 
 void TlsListener::shakeHands(tcp::socket socket, const Candidate &candidate,
                              std::chrono::milliseconds time) {
   const auto handshake =
-      std::make_shared<TlsHandshake>(commons_->queue, turns_, std::move(socket), *context_,
+      std::make_shared<TlsHandshake>(resources_->queue, turns_, std::move(socket), *context_,
                                      candidate.peer, admission_.takeConnection(candidate));
   unfinished_.push_back({handshake, candidate.source, admission_.takeHandshake(candidate)});
   try {
@@ -220,14 +220,14 @@ void TlsListener::shakeHands(tcp::socket socket, const Candidate &candidate,
 void TlsListener::handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber) {
   unfinished_.remove_if([&](const Unfinished &each) { return each.handshake == handshake; });
   if (errorNumber != 0) {
-    commons_->heap->connectionGone();
+    resources_->heap->connectionGone();
     if (failedHandshakeHandler_) {
       failedHandshakeHandler_(handshake->peer(), errorNumber);
     }
     return;
   }
   if (connectionHandler_) {
-    auto link = std::make_shared<TlsLink>(commons_, handshake->takeStream());
+    auto link = std::make_shared<TlsLink>(resources_, handshake->takeStream());
     link->setAuthenticated(parameters_.isLoopback);
     connectionHandler_(std::make_shared<TlsConnection>(std::move(link)));
   }

@@ -11,7 +11,7 @@
 
 #include "crypto/TlsChannel.hpp"
 #include "linux/network/Admission.hpp"
-#include "linux/network/TlsCommons.hpp"
+#include "linux/network/NetworkResources.hpp"
 #include "linux/network/TlsHandshake.hpp"
 #include "platform/Network.hpp"
 
@@ -20,7 +20,8 @@ namespace platform_linux {
 // Accepts sockets, does their handshakes and hands over what is established.
 class TlsListener final : public platform::Listener {
  public:
-  TlsListener(std::shared_ptr<TlsCommons> commons, const platform::ListenerParameters &parameters);
+  TlsListener(std::shared_ptr<NetworkResources> resources,
+              const platform::ListenerParameters &parameters);
   ~TlsListener() override;
   TlsListener(const TlsListener &) = delete;
   TlsListener &operator=(const TlsListener &) = delete;
@@ -44,7 +45,7 @@ class TlsListener final : public platform::Listener {
   void acceptWhatCame();
   void acceptSockets();
   void pauseAccepting(const platform::Limit &descriptors);
-  void rest();
+  void retryLater();
   void admit(boost::asio::ip::tcp::socket socket);
   [[nodiscard]] std::optional<platform::Limit> makeRoomFor(const Candidate &candidate,
                                                            const platform::ListenerLimits &limits);
@@ -54,7 +55,7 @@ class TlsListener final : public platform::Listener {
                   std::chrono::milliseconds time);
   void handOver(const std::shared_ptr<TlsHandshake> &handshake, int errorNumber);
 
-  std::shared_ptr<TlsCommons> commons_;
+  std::shared_ptr<NetworkResources> resources_;
   platform::ListenerParameters parameters_;
   Admission admission_;
   std::shared_ptr<HandshakeTurns> turns_;

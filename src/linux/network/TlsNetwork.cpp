@@ -15,7 +15,7 @@ constexpr std::size_t kChunkBytes = crypto::kTlsRecordBytes + 8;
 TlsNetwork::TlsNetwork(AsioMainQueue &queue,
                        const std::function<platform::ConnectionLimits()> &limits,
                        const platform::LimitReporter &reporter)
-    : commons_(std::make_shared<TlsCommons>(TlsCommons{
+    : resources_(std::make_shared<NetworkResources>(NetworkResources{
           queue, CleansedBytes(kChunkBytes), std::make_shared<UnauthenticatedTurns>(queue),
           std::make_shared<BufferQuota>(limits, reporter),
           std::make_shared<StallWatch>(queue, limits, reporter), std::make_shared<HeapTrim>(queue),
@@ -25,7 +25,7 @@ TlsNetwork::TlsNetwork(AsioMainQueue &queue,
 
 std::unique_ptr<platform::Listener> TlsNetwork::createListener(
     const platform::ListenerParameters &parameters) {
-  return std::make_unique<TlsListener>(commons_, parameters);
+  return std::make_unique<TlsListener>(resources_, parameters);
 }
 
 }  // namespace platform_linux

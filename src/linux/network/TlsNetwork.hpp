@@ -8,7 +8,7 @@
 
 #include "linux/network/AsioMainQueue.hpp"
 #include "linux/network/Endpoints.hpp"
-#include "linux/network/TlsCommons.hpp"
+#include "linux/network/NetworkResources.hpp"
 #include "platform/Network.hpp"
 
 namespace platform_linux {
@@ -28,7 +28,7 @@ class TlsNetwork final : public platform::Network {
   }
 
  private:
-  std::shared_ptr<TlsCommons> commons_;
+  std::shared_ptr<NetworkResources> resources_;
 };
 
 }  // namespace platform_linux

@@ -12,7 +12,7 @@
 namespace platform_linux {
 
 // What the links of a network share.
-struct TlsCommons {
+struct NetworkResources {
   AsioMainQueue &queue;
   CleansedBytes buffer;  // for one chunk at a time
   std::shared_ptr<UnauthenticatedTurns> unauthenticated;
