@@ -12,12 +12,11 @@
 
 namespace logging {
 
-// As many bytes of a text as there are.
+// For `most`: all bytes of a text.
 inline constexpr std::size_t kWholeText = std::string::npos;
 
 // A thing with a text of its own for log lines: a function logText(thing, most), found beside its
-// type. It is called only when the line is really written. Of a text longer than `most` bytes it
-// may leave out what is behind them.
+// type. It is called only when the line is written. It may cut a text after `most` bytes.
 template <typename T>
 concept LogObject = requires(const T &thing) {
   { logText(thing, kWholeText) } -> std::convertible_to<std::string>;
@@ -36,8 +35,7 @@ class LogArgument {
   template <Loggable T>
   explicit LogArgument(const T &value) : value_(hold(value)) {}
 
-  // The argument as text, `most` bytes of it at least where it is longer; a missing text is
-  // "(null)".
+  // The argument as text, at least its first `most` bytes; a missing text is "(null)".
   [[nodiscard]] std::string text(std::size_t most) const;
 
  private:
@@ -75,7 +73,7 @@ inline constexpr LogArgumentKind kLogArgumentKind =
 
 // Checks a printf-style format against the kinds of its arguments while the program is compiled: %i
 // %d %u, with or without l, take an integer; %s and %@ a text or an object; %% is a percent sign.
-// Whatever does not fit ends the compilation at one of the calls below that is not constant.
+// A format that does not fit stops the compilation at one of the non-constant calls below.
 void formatHasAnUnknownConversion();
 void formatAndArgumentsDiffer();
 
@@ -123,8 +121,8 @@ class LogFormat {
   std::string_view text_;
 };
 
-// Fills a checked format with its arguments, in order. Ends somewhere behind the first `most` bytes
-// where there are more.
+// Fills a checked format with its arguments, in order. A longer text may be cut anywhere after its
+// first `most` bytes.
 [[nodiscard]] std::string formatted(std::string_view format, std::span<const LogArgument> arguments,
                                     std::size_t most = kWholeText);
 

@@ -58,7 +58,7 @@ Modules startConfigured(const Report &report) {
     report("no PKCS #11 module is used: " + lastReason());
     return {{}, CKR_GENERAL_ERROR};
   }
-  // p11-kit goes on without a module that can't be loaded and keeps the last reason
+  // p11-kit skips a module that can't be loaded; the reason is its last message
   if (const char *const leftOut = p11_kit_message()) {
     report(std::string("a PKCS #11 module is left out: ") + leftOut);
   }
@@ -74,7 +74,7 @@ Modules startConfigured(const Report &report) {
   return modules;
 }
 
-// What the line "module:" of such a file names; empty if it has none.
+// The value of the line "module:" in such a file; empty if it has none.
 std::string modulePathIn(const std::string &file) {
   constexpr std::string_view kKey = "module:";
   const auto content = base::readFile(file, kLargestModuleFile);
@@ -133,7 +133,7 @@ Module::~Module() {
 }
 
 Modules startModules(const std::optional<std::string> &folder, const Report &report) {
-  p11_kit_be_quiet();  // or it writes to standard error by itself
+  p11_kit_be_quiet();  // otherwise it writes to standard error
   return folder ? startIn(*folder, report) : startConfigured(report);
 }
 

@@ -12,11 +12,11 @@
 
 namespace platform_linux {
 
-// A PKCS #11 module that is loaded and initialised, until this goes. Not every module takes calls
-// from several threads, so whoever calls holds `mutex`.
+// A loaded and initialised PKCS #11 module; finalised and unloaded on destruction. Not every module
+// is thread-safe: hold `mutex` during each call.
 class Module {
  public:
-  // Takes over a module that was loaded. Null, with what it answered, if it does not start.
+  // Takes ownership of a loaded module and initialises it. Null, with its answer, if that fails.
   [[nodiscard]] static std::shared_ptr<Module> start(CK_FUNCTION_LIST *functions, CK_RV &result);
   ~Module();
   Module(const Module &) = delete;
@@ -32,20 +32,21 @@ class Module {
   CK_FUNCTION_LIST *functions_;
 };
 
-// Gets a line about what could not be used.
+// Receives one line about each thing that could not be used.
 using Report = std::function<void(const std::string &line)>;
 
-// The modules in use, and the first failure of one that was to be among them.
+// The modules that started, and the first failure of one that did not.
 struct Modules {
   std::vector<std::shared_ptr<Module>> started;
   CK_RV failure = CKR_OK;
 };
 
-// Loads and starts the modules, in a stable order: those that p11-kit's configuration names for
-// this machine, or with `folder` those that its files "*.module" name, by the files' names (the
-// same form, of which the line "module:" with an absolute path counts). Left out are modules that
-// fail, with a line, our own token driver, which would ask the very daemon that asks it, and
-// modules that only say whom to trust. A module that is not installed is no failure.
+// Loads and initialises modules, in a stable order: those that p11-kit's configuration names for
+// this machine or, with `folder`, those named by its files "*.module", sorted by file name
+// (p11-kit's file format, of which only the line "module:" with an absolute path is read). Three
+// kinds are left out: modules that fail, with a line; our own token driver, which would ask this
+// very daemon; and modules that hold only trust anchors. A module that is not installed is no
+// failure.
 [[nodiscard]] Modules startModules(const std::optional<std::string> &folder, const Report &report);
 
 }  // namespace platform_linux

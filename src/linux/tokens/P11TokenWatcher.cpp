@@ -17,10 +17,10 @@ using platform::IdentityRecord;
 
 namespace {
 
-// PKCS #11 v2.40, 4.6.2: a certificate of an authority.
+// CKA_CERTIFICATE_CATEGORY of an authority's certificate (PKCS #11 v2.40, 4.6.2).
 constexpr CK_ULONG kAuthority = 2;
 
-// A certificate that may have its private key beside it.
+// A certificate whose private key may be on the same token.
 struct CertificateObject {
   Bytes id;  // CKA_ID, which the private key shares
   std::string label;
@@ -32,14 +32,14 @@ struct CertificateObject {
   }
 };
 
-// A token, and what it shows.
+// A token and the objects that it shows.
 struct OpenToken {
   std::shared_ptr<Token> token;
   std::vector<IdentityRecord> records;
   std::vector<bool> isHidden;  // of each record: whether the token hides its private key
 };
 
-// In an order of their own: tokens list their objects in any.
+// Sorted, because tokens list their objects in any order.
 std::vector<CertificateObject> certificatesOn(const Token &token) {
   std::vector<CertificateObject> certificates;
   for (const CK_OBJECT_HANDLE object : token.objects(CKO_CERTIFICATE)) {
@@ -56,7 +56,7 @@ std::vector<CertificateObject> certificatesOn(const Token &token) {
   return certificates;
 }
 
-// What a key may do, as it says itself or, while it is hidden, as its public half says.
+// What a key may do: its own attributes say so or, while it is hidden, those of its public key.
 void describe(IdentityRecord &record, const Token &token, const Bytes &id, bool isHidden) {
   const auto objects = token.objects(isHidden ? CKO_PUBLIC_KEY : CKO_PRIVATE_KEY, &id);
   if (!objects.empty()) {
@@ -89,7 +89,7 @@ std::optional<IdentityRecord> recordOf(const CertificateObject &object,
   return record;
 }
 
-// Gives the first failure of a look-up, CKR_OK if all went well.
+// The first failure of a look-up; CKR_OK if there was none.
 CK_RV readRecords(OpenToken &open, const Report &report) {
   const std::lock_guard lock(open.token->mutex());
   open.records.clear();
@@ -115,7 +115,7 @@ CK_RV openAndRead(OpenToken &open, const Report &report) {
   return result == CKR_OK ? readRecords(open, report) : result;
 }
 
-// Those that could be read, with what they show; of those that could not, the first failure.
+// The tokens that could be read, with their objects, and the first failure of one that could not.
 std::vector<OpenToken> openTokens(const std::vector<TokenPlace> &places, const IdentityQuery &query,
                                   const Report &report, CK_RV &failure) {
   std::vector<OpenToken> tokens;
@@ -134,7 +134,8 @@ std::vector<OpenToken> openTokens(const std::vector<TokenPlace> &places, const I
   return tokens;
 }
 
-// A failure as the status of a search: its own number, unless that has another meaning there.
+// A failure as the status of a search: its own number, unless that number means something else
+// there.
 platform::ItemStatus statusOf(CK_RV failure) {
   const auto status = static_cast<platform::ItemStatus>(static_cast<std::int32_t>(failure));
   return status == platform::itemSuccess || status == platform::itemNotFound
@@ -147,7 +148,7 @@ bool takesPIN(const OpenToken &open) {
   return open.token->takesPIN();
 }
 
-// The one token that gets the PIN; null if none wants it.
+// The only token that is given the PIN; null if none wants one.
 OpenToken *tokenForPIN(std::vector<OpenToken> &tokens,
                        const platform::TokenWatcher::IsWanted &isWanted) {
   const auto holder = std::ranges::find_if(tokens, [&](const OpenToken &open) {
@@ -160,7 +161,7 @@ OpenToken *tokenForPIN(std::vector<OpenToken> &tokens,
   return first == tokens.end() ? nullptr : &*first;
 }
 
-// What a token answers that works and does not take this PIN.
+// The answers by which a working token refuses this PIN.
 bool isAboutThePIN(CK_RV result) {
   return (result >= CKR_PIN_INCORRECT && result <= CKR_PIN_LOCKED) ||
          (result >= CKR_USER_ALREADY_LOGGED_IN && result <= CKR_USER_TOO_MANY_TYPES);

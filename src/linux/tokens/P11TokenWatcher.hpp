@@ -11,13 +11,13 @@
 
 namespace platform_linux {
 
-// Tokens through the PKCS #11 modules of this machine. Modules are loaded for each call and let go
-// after it; those whose keys somebody holds stay. A search of which the wanted record's key is
-// hidden, for want of a PIN, says so in a line.
+// Finds tokens through this machine's PKCS #11 modules. Each call loads the modules and unloads
+// them afterwards; those whose keys are still owned stay loaded. If the key of a wanted record is
+// hidden because no PIN was given, the search reports a line.
 class P11TokenWatcher : public platform::TokenWatcher {
  public:
-  // `report` gets lines about modules, tokens and keys that can't be used, also later from keys
-  // that were found, on whichever thread uses them. `moduleFolder`: see startModules.
+  // `report` receives lines about unusable modules, tokens and keys; from the keys that were found
+  // also later, on the thread that uses them. `moduleFolder`: see startModules.
   P11TokenWatcher(Report report, std::optional<std::string> moduleFolder);
 
   // The folder that stands for p11-kit's configuration where the whole system runs in a sandboxed

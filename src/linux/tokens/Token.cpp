@@ -13,11 +13,11 @@ namespace {
 // A signature of an RSA key of 16384 bits.
 constexpr std::size_t kLongestResult = 2048;
 
-// With these a token that works says that it does not give an attribute.
+// The answers by which a working token says that it does not give an attribute.
 constexpr std::array kNoAttribute = {CKR_ATTRIBUTE_TYPE_INVALID, CKR_ATTRIBUTE_SENSITIVE,
                                      CKR_OBJECT_HANDLE_INVALID, CKR_BUFFER_TOO_SMALL};
 
-// Nothing, with the answer in `result`, if the slot can't tell of a token.
+// Nothing, with the answer in `result`, if the slot has no information about a token.
 std::optional<CK_TOKEN_INFO> infoOf(const Module &module, CK_SLOT_ID slot, CK_RV &result) {
   CK_TOKEN_INFO info{};
   result = module.functions().C_GetTokenInfo(slot, &info);
@@ -53,7 +53,7 @@ std::vector<CK_SLOT_ID> slotsOf(const Module &module, CK_RV &result) {
     result = module.functions().C_GetSlotList(CK_TRUE, slots.data(), &count);
   }
   if (result == CKR_BUFFER_TOO_SMALL) {
-    result = CKR_OK;  // one more has just come; all are found the next time
+    result = CKR_OK;  // a slot has just been added; the next search finds all
     return {};
   }
   slots.resize(result == CKR_OK ? std::min<std::size_t>(count, slots.size()) : 0);
@@ -156,7 +156,7 @@ CK_RV Token::login(const SecretText &pin) {
     return CKR_PIN_LOCKED;
   }
   const CK_RV result = giveTo(CKU_USER, pin);
-  // another search of this process may hold the token open
+  // another search in this process may have logged in
   if (result != CKR_OK && result != CKR_USER_ALREADY_LOGGED_IN) {
     return result;
   }

@@ -13,26 +13,26 @@
 
 namespace platform_linux {
 
-// A token that is in a slot now.
+// A token that is present in a slot.
 struct TokenPlace {
   std::shared_ptr<Module> module;
   CK_SLOT_ID slot = 0;
   std::string id;  // a PKCS #11 URI: it names model, manufacturer, serial number and label
 };
 
-// The tokens that were found, and the first failure of a slot or module that may hold more.
+// The tokens that were found, and the first failure of a slot or module that may hold others.
 struct PresentTokens {
   std::vector<TokenPlace> places;
   CK_RV failure = CKR_OK;
 };
 
 // The tokens in the modules' slots, by module and slot; each ID once. A slot that can't be asked is
-// left out with a line, one without a token, or with a card that is none, without.
+// left out with a line; one without a token, or with an unknown card, is left out silently.
 [[nodiscard]] PresentTokens presentTokens(const std::vector<std::shared_ptr<Module>> &modules,
                                           const Report &report);
 
-// A token with one session on it, which is closed with this object. Calls are made with the
-// module's mutex held.
+// A token with one session, which is closed on destruction. Hold the module's mutex during each
+// call.
 class Token {
  public:
   explicit Token(TokenPlace place) : place_(std::move(place)) {}
@@ -43,14 +43,14 @@ class Token {
   [[nodiscard]] const std::string &id() const { return place_.id; }
   [[nodiscard]] std::mutex &mutex() const { return place_.module->mutex; }
 
-  // Opens the session, for reading alone.
+  // Opens a read-only session.
   [[nodiscard]] CK_RV open();
 
-  // The token hides private objects from those that are not logged in.
+  // True if the token hides private objects until a user logs in.
   [[nodiscard]] bool wantsLogin() const;
   [[nodiscard]] bool isLoggedIn() const { return pin_ != nullptr; }
 
-  // True if the PIN can be given to it: it wants one, and it does not want it typed on itself.
+  // True if it wants a PIN that a program can pass: it has no PIN pad of its own.
   [[nodiscard]] bool takesPIN() const;
 
   // Gives the PIN, once, and keeps it for reopen() and for keys that want it with each use. A token

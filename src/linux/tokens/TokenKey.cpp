@@ -7,7 +7,7 @@
 namespace platform_linux {
 namespace {
 
-// After these the token, its session or the key's handle may be found anew.
+// After these answers the token, its session or the key's handle may have to be found again.
 constexpr std::array kLost = {
     CKR_SESSION_HANDLE_INVALID, CKR_SESSION_CLOSED,    CKR_DEVICE_REMOVED,
     CKR_DEVICE_ERROR,           CKR_TOKEN_NOT_PRESENT, CKR_KEY_HANDLE_INVALID,

@@ -10,9 +10,9 @@
 
 namespace platform_linux {
 
-// A private key on a token, named by its CKA_ID. It keeps the token's session, looks the key up
-// when it is first used, and looks for token and key once more where they were lost. Reports what
-// fails, but not the same twice in a row.
+// A private key on a token, identified by its CKA_ID. It keeps the token's session, finds the key
+// at its first use, and finds token and key once more if they were lost. Reports failures, but not
+// the same one twice in a row.
 class TokenKey : public crypto::KeyOperations {
  public:
   TokenKey(std::shared_ptr<Token> token, Bytes id, std::string label, Report report);
