@@ -1,5 +1,6 @@
 #include "base/Secret.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace base {
@@ -8,6 +9,23 @@ void cleanse(void *memory, std::size_t size) {
   if (memory != nullptr) {
     explicit_bzero(memory, size);
   }
+}
+
+std::span<std::uint8_t> extend(CleansedBytes &bytes, std::size_t count) {
+  const std::size_t size = bytes.size();
+  if (bytes.capacity() - size < count) {
+    CleansedBytes larger;
+    larger.reserve(std::max(size + count, 2 * bytes.capacity()));
+    larger.resize(size);
+    std::ranges::copy(bytes, larger.data());
+    bytes.swap(larger);
+  }
+  bytes.resize(size + count);
+  return std::span(bytes).subspan(size);
+}
+
+void append(CleansedBytes &bytes, ByteView more) {
+  std::ranges::copy(more, extend(bytes, more.size()).data());
 }
 
 }  // namespace base

@@ -47,7 +47,8 @@ int readTransport(BIO *bio, char *data, std::size_t size, std::size_t *length) n
 int writeTransport(BIO *bio, const char *data, std::size_t size, std::size_t *length) noexcept {
   Bytes &output = transportOf(bio).output;
   try {
-    output.insert(output.end(), data, data + size);
+    const auto *const bytes = reinterpret_cast<const std::uint8_t *>(data);
+    output.insert(output.end(), bytes, bytes + size);
   } catch (const std::bad_alloc &) {  // no exception may pass the library
     return 0;
   }

@@ -106,14 +106,15 @@ void writeToStandardError(const std::string &text) {
 std::string unifiedLogEntry(std::string_view message) {
   std::string entry = "kfy:";
   entry.reserve(entry.size() + message.size());
-  for (const char character : message) {
-    if (character == '\n') {
-      entry += "\\n";
-    } else {
-      entry += character;
+  for (;;) {
+    const std::size_t end = message.find('\n');
+    entry += message.substr(0, end);
+    if (end == std::string_view::npos) {
+      return entry;
     }
+    entry += "\\n";
+    message.remove_prefix(end + 1);
   }
-  return entry;
 }
 
 }  // namespace

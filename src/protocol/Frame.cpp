@@ -8,15 +8,14 @@ namespace {
 // A buffer that has grown beyond this is not kept for the next frame.
 constexpr std::size_t kKeptCapacity = std::size_t{64} * 1024;
 
+// Room for a signature's request or answer.
+constexpr std::size_t kUsualFrame = 1024;
+
 void startAfresh(CleansedBytes &dataBuffer) {
   if (dataBuffer.capacity() > kKeptCapacity) {
     dataBuffer = CleansedBytes();
   }
   dataBuffer.clear();
-}
-
-void append(CleansedBytes &buffer, ByteView bytes) {
-  buffer.insert(buffer.end(), bytes.begin(), bytes.end());
 }
 
 }  // namespace
@@ -28,7 +27,7 @@ CollectedChunk collectChunk(CleansedBytes &dataBuffer, ByteView chunk) {
   if (base::textOf(chunk).starts_with(kFrameStart)) {
     startAfresh(dataBuffer);
   }
-  append(dataBuffer, chunk);
+  base::append(dataBuffer, chunk);
   const ByteView buffer(dataBuffer);
   // a chunk that is only the end marker is no frame: the start marker is missing
   if (!base::textOf(buffer).ends_with(kFrameEnd) ||
@@ -42,9 +41,10 @@ CollectedChunk collectChunk(CleansedBytes &dataBuffer, ByteView chunk) {
 
 CleansedBytes frameOf(const QuillMessage &message) {
   CleansedBytes frame;
-  append(frame, base::viewOf(kFrameStart));
+  frame.reserve(kUsualFrame);
+  base::append(frame, base::viewOf(kFrameStart));
   appendJSON(frame, message);
-  append(frame, base::viewOf(kFrameEnd));
+  base::append(frame, base::viewOf(kFrameEnd));
   return frame;
 }
 

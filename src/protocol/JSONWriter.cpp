@@ -9,9 +9,15 @@
 namespace protocol {
 namespace {
 
+constexpr std::array<bool, 256> kNeedsEscape = [] {
+  std::array<bool, 256> table{};
+  std::fill_n(table.begin(), 0x20, true);
+  table['"'] = table['\\'] = table['/'] = true;
+  return table;
+}();
+
 bool needsEscape(char character) {
-  return character == '"' || character == '\\' || character == '/' ||
-         static_cast<std::uint8_t>(character) < 0x20;
+  return kNeedsEscape[static_cast<std::uint8_t>(character)];
 }
 
 // The letter behind the backslash (RFC 8259, section 7); 'u' if the character has no short escape.
@@ -57,15 +63,29 @@ void JSONWriter::base64(ByteView bytes, bool separateLines) {
   put("\"");
   while (!bytes.empty()) {
     const ByteView part = bytes.first(std::min(bytes.size(), encodings::kBase64LineBytes));
-    std::array<char, encodings::kBase64LineCharacters> line;
-    putEscaped({line.data(), encodings::base64EncodeLine(part, line)});
-    base::cleanse(line.data(), line.size());
+    putBase64(part);
     bytes = bytes.subspan(part.size());
     if (separateLines && !bytes.empty()) {
       put("\\r\\n");
     }
   }
   put("\"");
+}
+
+// At most one line.
+void JSONWriter::putBase64(ByteView bytes) {
+  std::array<char, encodings::kBase64LineCharacters> line;
+  const std::size_t length = encodings::base64EncodeLine(bytes, line);
+  const std::span<std::uint8_t> room = base::extend(output_, 2 * length);
+  std::size_t written = 0;
+  for (const char character : std::span(line).first(length)) {
+    room[written] = '\\';
+    written += character == '/' ? 1 : 0;
+    room[written] = static_cast<std::uint8_t>(character);
+    ++written;
+  }
+  output_.resize(output_.size() - (room.size() - written));
+  base::cleanse(line.data(), line.size());
 }
 
 void JSONWriter::raw(std::string_view json) {
@@ -93,7 +113,7 @@ void JSONWriter::separate() {
 
 void JSONWriter::put(std::string_view characters) {
   const ByteView bytes = base::viewOf(characters);
-  output_.insert(output_.end(), bytes.begin(), bytes.end());
+  base::append(output_, bytes);
 }
 
 void JSONWriter::putEscaped(std::string_view characters) {

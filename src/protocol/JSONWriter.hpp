@@ -33,6 +33,7 @@ class JSONWriter {
   void separate();
   void put(std::string_view characters);
   void putEscaped(std::string_view characters);
+  void putBase64(ByteView bytes);
 
   CleansedBytes &output_;
   bool needsComma_ = false;

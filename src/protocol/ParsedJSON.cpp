@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <new>
 
 #include "base/Secret.hpp"
@@ -19,19 +20,43 @@ namespace json = boost::json;
 // Deepest nesting, the outermost value counted as 1.
 constexpr std::size_t kDeepestNesting = 32;
 
-// Memory that is overwritten when it is given back.
-class CleansingResource final : public json::memory_resource {
+// Memory of a parsed text, from one block as long as that suffices. Nothing is given back before
+// the end; then all that was used is overwritten.
+class CleansingMemory final : public json::memory_resource {
+ public:
+  CleansingMemory() = default;
+  CleansingMemory(const CleansingMemory &) = delete;
+  CleansingMemory &operator=(const CleansingMemory &) = delete;
+  ~CleansingMemory() override { base::cleanse(block_.data(), used_); }
+
  private:
   void *do_allocate(std::size_t size, std::size_t alignment) override {
+    const std::size_t start = (used_ + alignment - 1) / alignment * alignment;
+    if (start <= block_.size() && size <= block_.size() - start) {
+      used_ = start + size;
+      return block_.data() + start;
+    }
     return ::operator new(size, std::align_val_t(alignment));
   }
   void do_deallocate(void *memory, std::size_t size, std::size_t alignment) override {
-    base::cleanse(memory, size);
-    ::operator delete(memory, std::align_val_t(alignment));
+    if (!isInBlock(memory)) {
+      base::cleanse(memory, size);
+      ::operator delete(memory, std::align_val_t(alignment));
+    }
   }
   [[nodiscard]] bool do_is_equal(const json::memory_resource &other) const noexcept override {
     return this == &other;
   }
+
+  [[nodiscard]] bool isInBlock(const void *memory) const {
+    const std::less_equal<const void *> isNotBehind;
+    return isNotBehind(block_.data(), memory) &&
+           !isNotBehind(block_.data() + block_.size(), memory);
+  }
+
+  // not initialised: most of it is never used
+  alignas(std::max_align_t) std::array<unsigned char, 8192> block_;
+  std::size_t used_ = 0;
 };
 
 // Receives the parser's events. The library's own handler does not fit, for two reasons. It rounds
@@ -46,9 +71,8 @@ class Handler {
   static constexpr std::size_t max_string_size = json::string::max_size();
   // NOLINTEND(readability-identifier-naming)
 
-  Handler(const ParsedJSON::Wanted &wanted, json::storage_ptr storage, unsigned char *unfinished,
-          std::size_t size)
-      : stack_(std::move(storage), unfinished, size), wanted_(wanted) {}
+  Handler(const ParsedJSON::Wanted &wanted, json::storage_ptr storage)
+      : stack_(std::move(storage)), wanted_(wanted) {}
 
   [[nodiscard]] json::value_stack &stack() { return stack_; }
   [[nodiscard]] bool isOutOfRange() const { return isOutOfRange_; }
@@ -163,33 +187,18 @@ class Handler {
 }  // namespace
 
 struct ParsedJSON::State {
-  State() = default;
-  State(const State &) = delete;
-  State &operator=(const State &) = delete;
-  ~State() {
-    value = nullptr;
-    pool.release();
-    base::cleanse(first.data(), first.size());
-    base::cleanse(unfinished.data(), unfinished.size());
-  }
-
   void parse(ByteView text, const Wanted &wanted);
 
-  // holds the finished values of open objects and arrays; cleansed because short texts lie in it
-  std::array<unsigned char, 4096> unfinished;
-  alignas(std::max_align_t) std::array<unsigned char, 4096> first;
-  CleansingResource upstream;
-  json::monotonic_resource pool{first.data(), first.size(), &upstream};
-  json::value value = json::value(json::storage_ptr(&pool));
+  CleansingMemory memory;
+  json::value value = json::value(json::storage_ptr(&memory));
   std::string error;
 };
 
 void ParsedJSON::State::parse(ByteView text, const Wanted &wanted) {
   json::parse_options options;
   options.max_depth = kDeepestNesting;
-  json::basic_parser<Handler> parser(options, wanted, json::storage_ptr(&pool), unfinished.data(),
-                                     unfinished.size());
-  parser.handler().stack().reset(json::storage_ptr(&pool));
+  json::basic_parser<Handler> parser(options, wanted, json::storage_ptr(&memory));
+  parser.handler().stack().reset(json::storage_ptr(&memory));
   json::error_code code;
   const std::string_view characters = base::textOf(text);
   const std::size_t read =
@@ -206,7 +215,8 @@ void ParsedJSON::State::parse(ByteView text, const Wanted &wanted) {
   }
 }
 
-ParsedJSON::ParsedJSON(ByteView text, const Wanted &wanted) : state_(std::make_unique<State>()) {
+ParsedJSON::ParsedJSON(ByteView text, const Wanted &wanted)
+    : state_(std::make_unique_for_overwrite<State>()) {
   state_->parse(text, wanted);
 }
 

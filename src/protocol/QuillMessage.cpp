@@ -49,7 +49,7 @@ class Description {
 
   void line(const char *name, const std::string &value) {
     if (text_.size() < most_) {
-      text_ += std::string(name) + ": " + value + "\n";
+      text_.append(name).append(": ").append(value).append("\n");
     }
   }
   void hex(const char *name, const std::optional<Bytes> &bytes) {
