@@ -50,14 +50,13 @@ std::optional<UUID> UUID::fromText(std::string_view text) {
 
 std::string UUID::text() const {
   static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  text.reserve(kTextLength);
+  std::string text(kTextLength, '-');
+  std::size_t place = 0;
   for (const std::uint8_t byte : bytes) {
-    if (isHyphenAt(text.size())) {
-      text += '-';
-    }
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
+    place += isHyphenAt(place) ? 1 : 0;
+    text[place] = kDigits[byte >> 4];
+    text[place + 1] = kDigits[byte & 0x0F];
+    place += 2;
   }
   return text;
 }

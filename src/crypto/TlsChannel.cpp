@@ -207,11 +207,16 @@ TlsChannel::Result TlsChannel::flush() {
     return state_->failWithErrno(state_->writeFailed, cause);
   }
   if (sent == static_cast<ssize_t>(output.size())) {
-    output = Bytes();
+    output.clear();
     return Result::done;
   }
   output.erase(output.begin(), output.begin() + std::max<ssize_t>(sent, 0));
   return Result::wantsWrite;
+}
+
+void TlsChannel::releaseBuffers() {
+  SSL_free_buffers(state_->ssl.get());
+  state_->transport.output.shrink_to_fit();
 }
 
 std::size_t TlsChannel::unsentBytes() const {

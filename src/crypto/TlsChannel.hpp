@@ -87,6 +87,10 @@ class TlsChannel {
   // Sends what stands in the output buffer: done, wantsWrite or failed.
   [[nodiscard]] Result flush();
 
+  // Gives back the memory that is only needed while bytes flow, some 35 KB. Later calls allocate it
+  // again.
+  void releaseBuffers();
+
   // Bytes in the output buffer.
   [[nodiscard]] std::size_t unsentBytes() const;
 

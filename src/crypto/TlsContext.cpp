@@ -28,7 +28,7 @@ std::shared_ptr<SSL_CTX> newContext(const SSL_METHOD *method, Error *error) {
                                          SSL_OP_CLEANSE_PLAINTEXT | SSL_OP_IGNORE_UNEXPECTED_EOF |
                                          SSL_OP_CIPHER_SERVER_PREFERENCE);
   // No chain is put together from the machine's own certificates: peers pin the one that is shown.
-  SSL_CTX_set_mode(context.get(), SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
+  SSL_CTX_set_mode(context.get(), SSL_MODE_NO_AUTO_CHAIN);
   SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
   SSL_CTX_set_max_early_data(context.get(), 0);
   SSL_CTX_set_read_ahead(context.get(), 1);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <utility>
 
 #include "encodings/HexString.hpp"
 
@@ -42,16 +43,12 @@ char escapeLetter(char character) {
 }  // namespace
 
 void JSONWriter::key(std::string_view name) {
-  text(name);
-  put(":");
+  putText(name, "\":");
   needsComma_ = false;
 }
 
 void JSONWriter::text(std::string_view value) {
-  separate();
-  put("\"");
-  putEscaped(value);
-  put("\"");
+  putText(value, "\"");
 }
 
 void JSONWriter::boolean(bool value) {
@@ -59,17 +56,16 @@ void JSONWriter::boolean(bool value) {
 }
 
 void JSONWriter::base64(ByteView bytes, bool separateLines) {
-  separate();
-  put("\"");
+  put({separator(), "\""});
   while (!bytes.empty()) {
     const ByteView part = bytes.first(std::min(bytes.size(), encodings::kBase64LineBytes));
     putBase64(part);
     bytes = bytes.subspan(part.size());
     if (separateLines && !bytes.empty()) {
-      put("\\r\\n");
+      put({"\\r\\n"});
     }
   }
-  put("\"");
+  put({"\""});
 }
 
 // At most one line.
@@ -89,13 +85,11 @@ void JSONWriter::putBase64(ByteView bytes) {
 }
 
 void JSONWriter::raw(std::string_view json) {
-  separate();
-  put(json);
+  put({separator(), json});
 }
 
 void JSONWriter::open(char bracket) {
-  separate();
-  output_.push_back(static_cast<std::uint8_t>(bracket));
+  put({separator(), {&bracket, 1}});
   needsComma_ = false;
 }
 
@@ -104,23 +98,35 @@ void JSONWriter::close(char bracket) {
   needsComma_ = true;
 }
 
-void JSONWriter::separate() {
-  if (needsComma_) {
-    put(",");
-  }
-  needsComma_ = true;
+std::string_view JSONWriter::separator() {
+  return std::exchange(needsComma_, true) ? "," : "";
 }
 
-void JSONWriter::put(std::string_view characters) {
-  const ByteView bytes = base::viewOf(characters);
-  base::append(output_, bytes);
+void JSONWriter::put(std::initializer_list<std::string_view> pieces) {
+  std::size_t size = 0;
+  for (const std::string_view piece : pieces) {
+    size += piece.size();
+  }
+  auto place = base::extend(output_, size).begin();
+  for (const std::string_view piece : pieces) {
+    place = std::ranges::copy(piece, place).out;
+  }
+}
+
+void JSONWriter::putText(std::string_view characters, std::string_view end) {
+  if (std::ranges::none_of(characters, needsEscape)) {
+    return put({separator(), "\"", characters, end});
+  }
+  put({separator(), "\""});
+  putEscaped(characters);
+  put({end});
 }
 
 void JSONWriter::putEscaped(std::string_view characters) {
   static constexpr std::string_view kDigits = "0123456789abcdef";
   while (!characters.empty()) {
     const auto special = std::ranges::find_if(characters, needsEscape);
-    put({characters.begin(), special});
+    put({{characters.begin(), special}});
     if (special == characters.end()) {
       return;
     }
@@ -131,7 +137,7 @@ void JSONWriter::putEscaped(std::string_view characters) {
                                      '0',
                                      kDigits[static_cast<std::uint8_t>(*special) >> 4],
                                      kDigits[static_cast<std::uint8_t>(*special) & 0x0F]};
-    put({escape.data(), letter == 'u' ? escape.size() : 2});
+    put({{escape.data(), letter == 'u' ? escape.size() : 2}});
     characters = {special + 1, characters.end()};
   }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <initializer_list>
 #include <string_view>
 
 #include "base/Bytes.hpp"
@@ -30,8 +31,10 @@ class JSONWriter {
  private:
   void open(char bracket);
   void close(char bracket);
-  void separate();
-  void put(std::string_view characters);
+  // What stands before the next value: a comma or nothing.
+  [[nodiscard]] std::string_view separator();
+  void put(std::initializer_list<std::string_view> pieces);
+  void putText(std::string_view characters, std::string_view end);
   void putEscaped(std::string_view characters);
   void putBase64(ByteView bytes);
 

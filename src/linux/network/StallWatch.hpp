@@ -13,7 +13,7 @@ namespace platform_linux {
 class TlsLink;
 
 // Drops links whose peers acknowledge nothing any more. It looks once a second at each link that
-// has sent something, until all of it is acknowledged. The kernel's TCP user timeout would not do:
+// has read or sent something, until all is acknowledged. The kernel's TCP user timeout would not do:
 // it replaces the keepalive's count of probes.
 class StallWatch : public std::enable_shared_from_this<StallWatch> {
  public:

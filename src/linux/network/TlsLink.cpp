@@ -170,6 +170,7 @@ void TlsLink::read() {
   if (!mayRead()) {  // whatever lifts the hindrance schedules a read
     return;
   }
+  watchWhileBusy();
   ByteView chunk;
   const TlsChannel::Result result = stream_.channel->readChunk(resources_->buffer, chunk);
   if (stream_.channel->unsentBytes() != 0) {  // TLS has an answer of its own to send
@@ -236,9 +237,7 @@ void TlsLink::flushTurn() {
   if (phase_ == Phase::closed || writeError_ != 0) {
     return;
   }
-  if (!std::exchange(isWatched_, true)) {
-    resources_->stalls->watch(weak_from_this());
-  }
+  watchWhileBusy();
   const TlsChannel::Result result = output_.turn();
   account_.setUnsentBytes(output_.bytes());
   switch (result) {
@@ -273,7 +272,16 @@ std::optional<std::chrono::steady_clock::duration> TlsLink::checkAcknowledgement
   const auto missing = acknowledgements_.missingFor(
       stream_.socket.native_handle(), output_.bytes() != 0, std::chrono::steady_clock::now());
   isWatched_ = missing.has_value();
+  if (!isWatched_) {
+    stream_.channel->releaseBuffers();
+  }
   return missing;
+}
+
+void TlsLink::watchWhileBusy() {
+  if (!std::exchange(isWatched_, true)) {
+    resources_->stalls->watch(weak_from_this());
+  }
 }
 
 // Losing.

@@ -51,7 +51,8 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void release();
 
   // Looks at the socket: how long the peer has acknowledged nothing although output waits. Nothing
-  // if no output waits; the stall watch then forgets this link until it sends again.
+  // if no output waits; the stall watch then forgets this link until it reads or sends again, and
+  // memory that an idle link does not need is given back.
   [[nodiscard]] std::optional<std::chrono::steady_clock::duration> checkAcknowledgements();
 
   // Reports `failed`, completes the sends and then the receive with the error, and reports nothing
@@ -68,6 +69,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   void turnAfter(std::chrono::milliseconds time, void (TlsLink::*turn)());
 
   void beginTurn();
+  void watchWhileBusy();
   [[nodiscard]] bool mayRead() const;
   void scheduleRead();
   void readTurn();
