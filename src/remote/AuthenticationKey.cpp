@@ -37,7 +37,7 @@ std::optional<crypto::Identity> makeKey(const std::string &path, Error *error) {
 }
 
 std::optional<crypto::Identity> readKey(const std::string &path, Error *error) {
-  struct stat status{};
+  struct stat status {};
   if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 077) != 0) {
     base::report(error, "file", 0,
                  path +

@@ -70,9 +70,7 @@ TEST_F(Logger, WithinAnEventDebugModeIsLookedUpOnceAndAgainAfterABlockingStep) {
   CVNLogDebug("off");
   setDebugMode(true);
   CVNLogDebug("still off");
-  {
-    const logging::BlockingStep step;
-  }
+  { const logging::BlockingStep step; }
   EXPECT_EQ(log.flushes, 2) << "the log and standard error leave before the step";
   CVNLogDebug("on");
   logging::eventBegins();

@@ -13,8 +13,8 @@ namespace platform_linux {
 class TlsLink;
 
 // Drops links whose peers acknowledge nothing any more. It looks once a second at each link that
-// has read or sent something, until all is acknowledged. The kernel's TCP user timeout would not do:
-// it replaces the keepalive's count of probes.
+// has read or sent something, until all is acknowledged. The kernel's TCP user timeout would not
+// do: it replaces the keepalive's count of probes.
 class StallWatch : public std::enable_shared_from_this<StallWatch> {
  public:
   StallWatch(AsioMainQueue &queue, std::function<platform::ConnectionLimits()> limits,
