@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "crypto/PSS.hpp"
 #include "crypto/RSAEncryption.hpp"
 #include "fakes/MadeKeys.hpp"
 
@@ -45,6 +46,13 @@ TEST(Padding, TakesTheShortestBlocks) {
   const auto block =
       key.rawRSA(crypto::encryptOAEP(key.publicKey(), {}, {sha256, sha256, Bytes(3)}).value());
   EXPECT_TRUE(holds(crypto::unpadOAEP(block->reveal(), sha256, sha256, Bytes(3)), {}));
+  const crypto::PSSParameters whole{sha512, sha512, 0};  // 64 + 2 bytes
+  const auto padded = crypto::padPSS(Bytes(64), whole, 528);
+  EXPECT_TRUE(padded &&
+              verifyPSS(key.publicKey(), key.rawRSA(*padded)->reveal(), Bytes(64), whole));
+  Bytes tooShort(66, 0xBC);
+  tooShort[0] = 0;
+  EXPECT_FALSE(crypto::hashOfPSSBlock(tooShort, 521));
 }
 
 TEST(Padding, PKCS1RefusesABlockThatIsNotPadded) {

@@ -259,8 +259,8 @@ TEST_F(Program, ShowsItsKeys) {
   transcript_.expect(R"(
 > run XDG_CONFIG_HOME=rel HOME=~in ~remote keys | tail -1; XDG_CONFIG_HOME=~in/.config HOME=/no ~remote keys | tail -1
 2 x   authenticates only, never inserted; kept in ~in/.config/kfy-remote/authentication.pem
-> run cd ~in/.config/kfy-remote; stat -c '%a %n' . *
-700 . | 600 authentication.pem | 600 lock
+> run cd ~in/.config/kfy-remote; stat -c '%a %n' . *; openssl rsa -in auth* -noout -text | head -1
+700 . | 600 authentication.pem | 600 lock | Private-Key: (2048 bit, 2 primes)
 > run ~keys --key ~in/key.pem --json --label 'my	key' | tr -d '\\'
 {"authentication":{"publicKeyHash":"~hash","path":"~in/ann's/authentication.pem"},"keys":[{"label":"my?key","type":"RSA-2048","certificateSHA1":"~sha1","publicKeyHash":"~keyHash"}]}
 > run openssl req -x509 -newkey ed25519 -nodes -subj /O=x -keyout ~in/o.pem 2>&- >~in/c; cat ~in/c >>~in/o.pem
@@ -307,11 +307,11 @@ TEST_F(Program, KnowsMachinesByTheirNamesAndCertificates) {
 ~E --reinsert-seconds: Value -1 not in range 0 to 86400 | ~HELP | status 2
 > play type=no end ; ~connect
 ~ASKS | nothing was sent | ~E the server at ~mac is not trusted | status 1
-> run cd ~in/ann*; printf "~port ~zeros\n~mac AB\n~mac" >known_hosts; chmod 600 *
+> run cd ~in/ann*; printf "~port ~zeros\n~mac AB\nx" >known_hosts; chmod 600 *
 > play type=yes connect authenticate insert term remove ; ~connect
 ~ASKS | ~UP | card removed
 > run cat ~in/ann*/known_hosts
-~port ~zeros | ~mac AB | ~mac | ~mac ~print
+~port ~zeros | ~mac AB | x | ~mac ~print
 > play connect authenticate insert sign= signed=no term remove ; setsid ~remote connect new ~mac ~with
 ~card | ~E new is not known yet, and there is no terminal to ask whether to trust it
 ~T kfy-remote connect new --fingerprint SHA256, as shown there by: sudo kfyctl identity show
