@@ -17,6 +17,7 @@
 #include "linux/accounts/AccountFileDirectory.hpp"
 #include "linux/accounts/ShadowAccounts.hpp"
 #include "linux/clock/SystemClock.hpp"
+#include "linux/defaults/ChangeWatch.hpp"
 #include "linux/defaults/TomlUserDefaults.hpp"
 #include "linux/log/LogCollector.hpp"
 #include "linux/network/AsioMainQueue.hpp"
@@ -25,9 +26,11 @@
 #include "linux/store/SqliteItemStore.hpp"
 #include "linux/tokens/P11TokenWatcher.hpp"
 #include "logging/CVNLog.hpp"
+#include "logging/DebugMode.hpp"
 #include "logging/LimitLog.hpp"
 #include "logging/LogPlatform.hpp"
 #include "settings/SettingFaults.hpp"
+#include "settings/Settings.hpp"
 
 namespace {
 
@@ -79,7 +82,10 @@ int runDaemon() {
   platform_linux::AsioMainQueue queue(reportFromPlatform);
   platform_linux::SystemClock clock;
   platform_linux::TomlUserDefaults defaults(reportFromPlatform, "/etc/keyferry",
-                                            logging::currentEvent, settings::complaintsAbout);
+                                            logging::currentMoment, settings::complaintsAbout);
+  platform_linux::ChangeWatch changes({std::string(logging::kDebugMarker),
+                                       defaults.pathOf(platform::kStandardDefaults),
+                                       defaults.pathOf(settings::kIdentityDomain)});
   platform_linux::LogCollector log(queue, processName());
   platform_linux::SpawnToolRunner tools;
   platform_linux::AccountFileDirectory directory(reportFromPlatform);
@@ -93,7 +99,8 @@ int runDaemon() {
       queue, [&defaults] { return kfyd::connectionLimits(defaults); },
       [&limits](const platform::ReachedLimit &reached) { limits.reached(reached); });
   logging::useLogPlatform(std::make_unique<logging::LogPlatform>(logging::LogPlatform{
-      clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt}));
+      clock, defaults, log, log, processName(), getuid(), /*bundleLogFileName=*/std::nullopt,
+      [&changes] { return changes.mayHaveChanged(); }}));
   queue.setBeforeEvent(logging::eventBegins);
   QuillNetworkManager::usePlatform(
       {{tools, clock, defaults, directory, accounts, limits}, network, store, tokens, queue});

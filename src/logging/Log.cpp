@@ -27,17 +27,26 @@ struct Logging {
   std::unique_ptr<LogPlatform> platform;
   std::unique_ptr<CVNUnifiedLogger> logger;
   bool inEvent = false;
-  std::uint64_t event = 0;  // counts on when logging starts over, so that no number comes twice
-  // as looked up in the current event
+  bool isUpToDate = false;   // what may have changed before this event has been forgotten
+  std::uint64_t moment = 0;  // counts on when logging starts over, so that no number comes twice
+  // as looked up in this moment
   std::optional<bool> debugMode;
   std::optional<bool> redaction;
   bool isForUnauthenticated = false;  // what is written now
   LogQuota quota;                     // of these
 
   void forgetLookUps() {
-    ++event;
+    ++moment;
     debugMode.reset();
     redaction.reset();
+  }
+
+  // To be called in an event, before what was looked up in an earlier one is used.
+  void forgetWhatMayHaveChanged() {
+    if (!std::exchange(isUpToDate, true) &&
+        (!platform->mayHaveChanged || platform->mayHaveChanged())) {
+      forgetLookUps();
+    }
   }
 };
 
@@ -61,6 +70,7 @@ bool isRedacted() {
   if (!state.inEvent) {
     return settings::isOn(settings::kRedactUnifiedLog, state.platform->defaults);
   }
+  state.forgetWhatMayHaveChanged();
   if (!state.redaction) {
     state.redaction = settings::isOn(settings::kRedactUnifiedLog, state.platform->defaults);
   }
@@ -157,6 +167,7 @@ bool debugModeOn() {
   if (!state.inEvent) {
     return lookUpDebugMode(*state.platform);
   }
+  state.forgetWhatMayHaveChanged();
   if (!state.debugMode) {
     // Set before the look-up, which may itself report a broken settings file through CVNLog.
     state.debugMode = false;
@@ -168,16 +179,21 @@ bool debugModeOn() {
 void eventBegins() {
   const std::lock_guard lock(logMutex());
   logging().inEvent = true;
-  logging().forgetLookUps();
+  logging().isUpToDate = false;
   sayWhatWasLeftOut();
 }
 
-std::uint64_t currentEvent() {
-  if (!logging().isOn) {
+std::uint64_t currentMoment() {
+  Logging &state = logging();
+  if (!state.isOn) {
     return 0;
   }
-  const std::lock_guard lock(logMutex());
-  return logging().inEvent ? logging().event : 0;
+  const std::lock_guard lock(state.mutex);
+  if (!state.inEvent) {
+    return 0;
+  }
+  state.forgetWhatMayHaveChanged();
+  return state.moment;
 }
 
 BlockingStep::BlockingStep() {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -24,6 +25,9 @@ struct LogPlatform {
   std::string processName;  // the executable's file name
   uid_t realUserID;
   std::optional<std::string> bundleLogFileName;  // a log file name from bundle information
+  // Whether the debug marker or a setting may have changed since the last call; nothing: always.
+  // Asked once in each event that looks something up.
+  std::function<bool()> mayHaveChanged = nullptr;
 };
 
 // Turns logging on: from now on the front ends use this platform. Called once by a daemon's main

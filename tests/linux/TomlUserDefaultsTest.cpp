@@ -2,7 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <functional>
+
 #include "fakes/TemporaryFolder.hpp"
+#include "linux/defaults/ChangeWatch.hpp"
 
 namespace {
 
@@ -70,6 +76,33 @@ TEST_F(Defaults, GiveEachTypeWhatItAskedFor) {
     EXPECT_EQ(defaults_.integer("other", "k"), integer);
     EXPECT_EQ(defaults_.integer("other", "n"), std::nullopt) << "that is the table's";
   }
+}
+
+TEST(ChangeWatch, NoticesEachChangeAndLittleElse) {
+  const fakes::TemporaryFolder folder;
+  const auto file = [&folder] { return folder / "a/b/kfyd.toml"; };
+  platform_linux::ChangeWatch watch({file()});
+  const auto isNoticed = [&watch](const std::function<void()> &change) {
+    change();
+    return watch.mayHaveChanged();
+  };
+  EXPECT_TRUE(isNoticed([] {})) << "the first time";
+  EXPECT_TRUE(isNoticed([&] { std::filesystem::create_directory(folder / "a"); }));
+  EXPECT_TRUE(isNoticed([&] { std::filesystem::create_directory(folder / "a/b"); }));
+  for (int round = 0; round < 10'000; ++round) {
+    ASSERT_TRUE(isNoticed([&] { folder.write("a/b/kfyd.toml", "n"); })) << round;
+  }
+  int times = 0;  // not never: others also make files in the folder for temporary ones
+  for (int round = 0; round < 10'000; ++round) {
+    times += watch.mayHaveChanged() ? 1 : 0;
+  }
+  EXPECT_LT(times, 1000);
+  EXPECT_TRUE(isNoticed([&] { ::chmod(file().c_str(), 0600); }));
+  EXPECT_TRUE(isNoticed([&] { std::filesystem::rename(folder / "a", folder / "c"); }));
+  EXPECT_TRUE(isNoticed([&] { std::filesystem::rename(folder / "c", folder / "a"); }));
+  EXPECT_TRUE(isNoticed([&] { std::filesystem::remove(file()); }));
+  std::filesystem::create_symlink(folder / "elsewhere", file());
+  EXPECT_TRUE(watch.mayHaveChanged() && watch.mayHaveChanged()) << "a link's target is not watched";
 }
 
 }  // namespace

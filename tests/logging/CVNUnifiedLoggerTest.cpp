@@ -65,7 +65,7 @@ TEST_F(Logger, DebugModeTakesEffectAtOnceBothWays) {
   EXPECT_EQ(log.standardError, "one\ntwo\nthree\n");
 }
 
-TEST_F(Logger, WithinAnEventDebugModeIsLookedUpOnceAndAgainAfterABlockingStep) {
+TEST_F(Logger, DebugModeIsLookedUpAnewAfterAnEventWithChangesOrABlockingStep) {
   logging::eventBegins();
   CVNLogDebug("off");
   setDebugMode(true);
@@ -76,6 +76,16 @@ TEST_F(Logger, WithinAnEventDebugModeIsLookedUpOnceAndAgainAfterABlockingStep) {
   logging::eventBegins();
   setDebugMode(false);
   CVNLogDebug("off again");
+  bool mayHaveChanged = false;
+  logging::logPlatform()->mayHaveChanged = [&mayHaveChanged] { return mayHaveChanged; };
+  const auto moment = logging::currentMoment();
+  for (const bool hasSome : {false, true}) {
+    mayHaveChanged = hasSome;
+    setDebugMode(true);
+    logging::eventBegins();
+    EXPECT_EQ(logging::debugModeOn(), hasSome);
+    EXPECT_EQ(logging::currentMoment() != moment, hasSome);
+  }
   EXPECT_THAT(takeEntries(), ElementsAre("kfy:on"));
 }
 

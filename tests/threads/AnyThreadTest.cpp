@@ -54,7 +54,7 @@ TEST(AnyThread, FindsWritesAndLogs) {
   const base::Descriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   fakes::FakeMainQueue queue;  // stands still: the collector alone uses it, one at a time
   platform_linux::SystemClock clock;
-  platform_linux::TomlUserDefaults defaults(report, "/etc/keyferry", logging::currentEvent,
+  platform_linux::TomlUserDefaults defaults(report, "/etc/keyferry", logging::currentMoment,
                                             settings::complaintsAbout);
   platform_linux::LogCollector log(queue, "kfyd", {}, nowhere.get());
   logging::useLogPlatform(std::make_unique<logging::LogPlatform>(

@@ -83,6 +83,10 @@ TomlUserDefaults::TomlUserDefaults(Reporter reporter, std::string folder, Moment
 
 TomlUserDefaults::~TomlUserDefaults() = default;
 
+std::string TomlUserDefaults::pathOf(std::string_view domain) const {
+  return folder_ + "/" + std::string(domain) + ".toml";
+}
+
 std::optional<std::string> TomlUserDefaults::text(std::string_view domain, std::string_view key) {
   const auto value = find(domain, key);
   const auto *text = value ? std::get_if<std::string>(&*value) : nullptr;
@@ -128,7 +132,7 @@ TomlUserDefaults::File &TomlUserDefaults::current(std::string_view domain, std::
   if (place == files_.end()) {
     auto file = std::make_unique<File>();
     file->domain = domain;
-    file->path = folder_ + "/" + std::string(domain) + ".toml";
+    file->path = pathOf(domain);
     place = files_.emplace(domain, std::move(file)).first;
   }
   File &file = *place->second;
@@ -160,7 +164,8 @@ std::vector<std::string> TomlUserDefaults::refresh(File &file) const {
   Error error;
   const auto content = base::readFile(path, kLargestTomlFile, &error);
   if (!content && (error.code == EMFILE || error.code == ENFILE)) {
-    return {};  // the stamp stays as it was, so the next look-up tries again
+    file.moment = 0;  // the stamp stays as it was: the next look-up tries again
+    return {};
   }
   file.stamp = stamp;
   file.isTrusted = content && time - stamp->changed >= kTrustedAge;

@@ -46,6 +46,9 @@ class TomlUserDefaults : public platform::UserDefaults {
                             Moment moment = nullptr, Check check = nullptr);
   ~TomlUserDefaults() override;
 
+  // The domain's file; not mapped under the root.
+  [[nodiscard]] std::string pathOf(std::string_view domain) const;
+
   [[nodiscard]] std::optional<std::string> text(std::string_view domain,
                                                 std::string_view key) override;
   [[nodiscard]] std::optional<bool> boolean(std::string_view domain, std::string_view key) override;
