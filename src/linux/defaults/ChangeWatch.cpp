@@ -19,10 +19,13 @@ namespace {
 
 constexpr std::chrono::seconds kBetweenLooks{1};
 
-// Of a folder on the way to a file, and of what it holds.
-constexpr std::uint32_t kChanges = IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVED_FROM |
-                                   IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR |
-                                   IN_DONT_FOLLOW;
+// Of the folders on the way to a file: where they are, and what comes and goes in them.
+constexpr std::uint32_t kOnTheWay = IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
+                                    IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_MASK_ADD |
+                                    IN_ONLYDIR | IN_DONT_FOLLOW;
+
+// Of the file's own folder.
+constexpr std::uint32_t kAtTheEnd = kOnTheWay | IN_MODIFY;
 
 // Whether changes on this file system are made by this machine alone, so that the kernel sees all.
 bool isOfThisMachine(const std::string &folder) {
@@ -57,14 +60,10 @@ bool ChangeWatch::mayHaveChanged() {
   return true;
 }
 
-// Takes them all: what changes after this call makes new ones.
+// One read, however many there are: those that are left will be found the next time.
 bool ChangeWatch::hasEvents() const {
   alignas(inotify_event) std::array<char, 4096> events;
-  bool any = false;
-  while (::read(inotify_.get(), events.data(), events.size()) > 0) {
-    any = true;
-  }
-  return any;
+  return ::read(inotify_.get(), events.data(), events.size()) > 0;
 }
 
 bool ChangeWatch::watchAll() const {
@@ -75,9 +74,11 @@ bool ChangeWatch::watchAll() const {
 // From the first folder on: one that does not exist yet shows in the folder before it.
 bool ChangeWatch::watch(const std::string &path) const {
   const std::string file = base::rooted(path);
+  const std::size_t last = file.rfind('/');
   for (std::size_t slash = 0; slash != std::string::npos; slash = file.find('/', slash + 1)) {
     const std::string folder = file.substr(0, std::max<std::size_t>(slash, 1));
-    if (::inotify_add_watch(inotify_.get(), folder.c_str(), kChanges) < 0) {
+    if (::inotify_add_watch(inotify_.get(), folder.c_str(), slash == last ? kAtTheEnd : kOnTheWay) <
+        0) {
       return errno == ENOENT;
     }
     if (!isOfThisMachine(folder)) {
