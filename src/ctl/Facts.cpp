@@ -50,19 +50,17 @@ std::string textOf(const Facts &facts) {
 }
 
 std::string jsonOf(const Facts &facts) {
-  CleansedBytes json;
-  protocol::JSONWriter writer(json);
+  protocol::JSONWriter writer;
   writer.beginObject();
   putFacts(writer, facts);
   writer.endObject();
-  return lineOf(json);
+  return lineOf(writer.take());
 }
 
 std::string jsonOf(std::span<const Facts> list) {
-  CleansedBytes json;
-  protocol::JSONWriter writer(json);
+  protocol::JSONWriter writer;
   putFacts(writer, list);
-  return lineOf(json);
+  return lineOf(writer.take());
 }
 
 void putFacts(protocol::JSONWriter &writer, const Facts &facts) {

@@ -43,8 +43,7 @@ Failure notThere(const Options &options) {
 
 // The output is built in cleansed memory, not in a std::string.
 void printJSON(const Facts &facts, const SecretText *password, Invocation &invocation) {
-  CleansedBytes json;
-  protocol::JSONWriter writer(json);
+  protocol::JSONWriter writer;
   writer.beginObject();
   putFacts(writer, facts);
   if (password != nullptr) {
@@ -52,7 +51,7 @@ void printJSON(const Facts &facts, const SecretText *password, Invocation &invoc
     writer.text(password->reveal());
   }
   writer.endObject();
-  invocation.output << base::textOf(base::displayJSON(json)) << '\n';
+  invocation.output << base::textOf(base::displayJSON(writer.take())) << '\n';
 }
 
 Outcome getPassword(const Options &options, Invocation &invocation) {

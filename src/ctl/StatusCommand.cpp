@@ -222,8 +222,7 @@ std::string jsonOfFindings(const std::vector<Finding> &findings,
                     {"try", "", finding.trouble ? finding.trouble->next : ""}});
     std::ranges::copy(finding.facts, std::back_inserter(list.back()));
   }
-  CleansedBytes json;
-  protocol::JSONWriter writer(json);
+  protocol::JSONWriter writer;
   writer.beginObject();
   putFacts(writer, Facts{{"ok", "", isGood}});
   writer.key("findings");
@@ -235,7 +234,7 @@ std::string jsonOfFindings(const std::vector<Finding> &findings,
     writer.raw(state->json);
   }
   writer.endObject();
-  return lineOf(json);
+  return lineOf(writer.take());
 }
 
 std::string textOfFindings(const std::vector<Finding> &findings) {

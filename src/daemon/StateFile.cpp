@@ -99,8 +99,7 @@ void StateFile::changed() {
 }
 
 CleansedBytes StateFile::content() const {
-  CleansedBytes content;
-  JSONWriter writer(content);
+  JSONWriter writer;
   writer.beginObject();
   putNumber(writer, keys::kStarted, std::chrono::system_clock::to_time_t(started_));
   putNumber(writer, keys::kProcess, ::getpid());
@@ -116,7 +115,7 @@ CleansedBytes StateFile::content() const {
   }
   writer.endObject();
   writer.endObject();
-  return content;
+  return writer.take();
 }
 
 void StateFile::write() {

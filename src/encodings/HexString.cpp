@@ -51,6 +51,20 @@ struct Base64Count {
   bool isPaddedInside = false;  // a character of the alphabet follows a "="
 };
 
+// Decodes the whole groups at the beginning of `text` and removes them from it.
+std::size_t decodeGroups(ByteView &text, std::uint8_t *output) {
+  std::size_t length = 0;
+  for (; text.size() >= 4; text = text.subspan(4)) {
+    const std::array<std::uint8_t, 4> values{kDecodingTable[text[0]], kDecodingTable[text[1]],
+                                             kDecodingTable[text[2]], kDecodingTable[text[3]]};
+    if ((values[0] | values[1] | values[2] | values[3]) >= kAlphabet.size()) {
+      break;
+    }
+    length += decodeGroup(values, output + length);
+  }
+  return length;
+}
+
 // Decodes all alphabet characters of `text`, skipping every other one.
 template <typename Buffer>
 Buffer decodeSkipping(ByteView text, Base64Count &count) {
@@ -58,19 +72,17 @@ Buffer decodeSkipping(ByteView text, Base64Count &count) {
   std::size_t length = 0;
   std::array<std::uint8_t, 4> group{};
   std::size_t collected = 0;
-  for (std::size_t index = 0; index < text.size();) {
-    if (collected == 0 && text.size() - index >= group.size()) {  // the usual case, at once
-      const std::array<std::uint8_t, 4> values{
-          kDecodingTable[text[index]], kDecodingTable[text[index + 1]],
-          kDecodingTable[text[index + 2]], kDecodingTable[text[index + 3]]};
-      if ((values[0] | values[1] | values[2] | values[3]) < kAlphabet.size()) {
-        length += decodeGroup(values, output.data() + length);
-        index += values.size();
-        count.isPaddedInside = count.isPaddedInside || count.padding != 0;
-        continue;
+  while (!text.empty()) {
+    if (collected == 0) {  // the usual case, at once
+      const std::size_t decoded = decodeGroups(text, output.data() + length);
+      length += decoded;
+      count.isPaddedInside = count.isPaddedInside || (decoded != 0 && count.padding != 0);
+      if (text.empty()) {
+        break;
       }
     }
-    const std::uint8_t character = text[index++];
+    const std::uint8_t character = text.front();
+    text = text.subspan(1);
     if (kDecodingTable[character] == kSkip) {
       count.padding += character == '=' ? 1 : 0;
       continue;
@@ -184,15 +196,20 @@ Bytes base64DecodeBytes(const std::uint8_t *input, std::size_t length) {
 
 std::size_t base64EncodeLine(ByteView bytes, std::span<char, kBase64LineCharacters> line) {
   std::size_t length = 0;
-  for (std::size_t index = 0; index < bytes.size(); index += 3) {
-    const std::size_t left = bytes.size() - index;
-    const unsigned first = bytes[index];
-    const unsigned second = left > 1 ? bytes[index + 1] : 0U;
-    const unsigned third = left > 2 ? bytes[index + 2] : 0U;
-    line[length] = kAlphabet[first >> 2];
-    line[length + 1] = kAlphabet[(first & 3U) << 4 | second >> 4];
-    line[length + 2] = left > 1 ? kAlphabet[(second & 15U) << 2 | third >> 6] : '=';
-    line[length + 3] = left > 2 ? kAlphabet[third & 63U] : '=';
+  for (; bytes.size() >= 3; bytes = bytes.subspan(3)) {
+    const unsigned group = unsigned{bytes[0]} << 16 | unsigned{bytes[1]} << 8 | bytes[2];
+    line[length] = kAlphabet[group >> 18];
+    line[length + 1] = kAlphabet[group >> 12 & 63U];
+    line[length + 2] = kAlphabet[group >> 6 & 63U];
+    line[length + 3] = kAlphabet[group & 63U];
+    length += 4;
+  }
+  if (!bytes.empty()) {
+    const unsigned group = unsigned{bytes[0]} << 8 | (bytes.size() > 1 ? bytes[1] : 0U);
+    line[length] = kAlphabet[group >> 10];
+    line[length + 1] = kAlphabet[group >> 4 & 63U];
+    line[length + 2] = bytes.size() > 1 ? kAlphabet[group << 2 & 63U] : '=';
+    line[length + 3] = '=';
     length += 4;
   }
   return length;

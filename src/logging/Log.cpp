@@ -18,6 +18,8 @@
 namespace logging {
 namespace {
 
+enum class Answer : std::uint8_t { unknown, no, yes };
+
 // The process-wide state of logging: the platform, the logger, and the debug mode.
 struct Logging {
   std::recursive_mutex mutex;  // of all below
@@ -32,13 +34,22 @@ struct Logging {
   // as looked up in this moment
   std::optional<bool> debugMode;
   std::optional<bool> redaction;
-  bool isForUnauthenticated = false;  // what is written now
-  LogQuota quota;                     // of these
+  // Known to hold for the rest of this event, and so read without the mutex.
+  std::atomic<Answer> debugModeInEvent = Answer::unknown;
+  std::atomic<std::uint64_t> momentOfEvent = 0;  // 0: unknown
+  bool isForUnauthenticated = false;             // what is written now
+  LogQuota quota;                                // of these
 
   void forgetLookUps() {
     ++moment;
     debugMode.reset();
     redaction.reset();
+    askAgain();
+  }
+
+  void askAgain() {
+    debugModeInEvent = Answer::unknown;
+    momentOfEvent = 0;
   }
 
   // To be called in an event, before what was looked up in an earlier one is used.
@@ -160,6 +171,9 @@ void flushLogs() {
 
 bool debugModeOn() {
   Logging &state = logging();
+  if (const Answer answer = state.debugModeInEvent; answer != Answer::unknown) {
+    return answer == Answer::yes;
+  }
   if (!state.isOn) {
     return false;
   }
@@ -173,6 +187,7 @@ bool debugModeOn() {
     state.debugMode = false;
     state.debugMode = lookUpDebugMode(*state.platform);
   }
+  state.debugModeInEvent = *state.debugMode ? Answer::yes : Answer::no;
   return *state.debugMode;
 }
 
@@ -180,11 +195,15 @@ void eventBegins() {
   const std::lock_guard lock(logMutex());
   logging().inEvent = true;
   logging().isUpToDate = false;
+  logging().askAgain();
   sayWhatWasLeftOut();
 }
 
 std::uint64_t currentMoment() {
   Logging &state = logging();
+  if (const std::uint64_t moment = state.momentOfEvent; moment != 0) {
+    return moment;
+  }
   if (!state.isOn) {
     return 0;
   }
@@ -193,6 +212,7 @@ std::uint64_t currentMoment() {
     return 0;
   }
   state.forgetWhatMayHaveChanged();
+  state.momentOfEvent = state.moment;
   return state.moment;
 }
 

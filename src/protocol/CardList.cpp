@@ -40,11 +40,10 @@ struct EntryMaker {
  private:
   template <typename Write>
   static CardEntry entryOf(Write write) {
-    CleansedBytes text;
-    JSONWriter writer(text);
+    JSONWriter writer;
     write(writer);
     CardEntry entry;
-    entry.json = base::textOf(text);
+    entry.json = base::textOf(writer.take());
     return entry;
   }
   static void write(JSONWriter &writer, const encodings::CertificateInfo &info) {

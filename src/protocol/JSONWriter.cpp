@@ -21,6 +21,9 @@ bool needsEscape(char character) {
   return kNeedsEscape[static_cast<std::uint8_t>(character)];
 }
 
+// The output grows by at least so much. A message without a card's list fits.
+constexpr std::size_t kLeastRoom = 1024;
+
 // The letter behind the backslash (RFC 8259, section 7); 'u' if the character has no short escape.
 char escapeLetter(char character) {
   switch (character) {
@@ -42,13 +45,20 @@ char escapeLetter(char character) {
 
 }  // namespace
 
+CleansedBytes JSONWriter::take() {
+  output_.resize(end_);
+  return std::move(output_);
+}
+
 void JSONWriter::key(std::string_view name) {
-  putText(name, "\":");
+  putText(name);
+  put("\":");
   needsComma_ = false;
 }
 
 void JSONWriter::text(std::string_view value) {
-  putText(value, "\"");
+  putText(value);
+  put("\"");
 }
 
 void JSONWriter::boolean(bool value) {
@@ -56,77 +66,71 @@ void JSONWriter::boolean(bool value) {
 }
 
 void JSONWriter::base64(ByteView bytes, bool separateLines) {
-  put({separator(), "\""});
+  putSeparator();
+  put("\"");
   while (!bytes.empty()) {
     const ByteView part = bytes.first(std::min(bytes.size(), encodings::kBase64LineBytes));
     putBase64(part);
     bytes = bytes.subspan(part.size());
     if (separateLines && !bytes.empty()) {
-      put({"\\r\\n"});
+      put("\\r\\n");
     }
   }
-  put({"\""});
+  put("\"");
 }
 
 // At most one line.
 void JSONWriter::putBase64(ByteView bytes) {
   std::array<char, encodings::kBase64LineCharacters> line;
-  const std::size_t length = encodings::base64EncodeLine(bytes, line);
-  const std::span<std::uint8_t> room = base::extend(output_, 2 * length);
-  std::size_t written = 0;
-  for (const char character : std::span(line).first(length)) {
-    room[written] = '\\';
-    written += character == '/' ? 1 : 0;
-    room[written] = static_cast<std::uint8_t>(character);
-    ++written;
+  std::string_view rest(line.data(), encodings::base64EncodeLine(bytes, line));
+  for (std::size_t slash = rest.find('/'); slash != std::string_view::npos;
+       slash = rest.find('/')) {
+    put(rest.substr(0, slash));
+    put("\\/");
+    rest.remove_prefix(slash + 1);
   }
-  output_.resize(output_.size() - (room.size() - written));
+  put(rest);
   base::cleanse(line.data(), line.size());
 }
 
 void JSONWriter::raw(std::string_view json) {
-  put({separator(), json});
+  putSeparator();
+  put(json);
 }
 
 void JSONWriter::open(char bracket) {
-  put({separator(), {&bracket, 1}});
+  putSeparator();
+  put({&bracket, 1});
   needsComma_ = false;
 }
 
 void JSONWriter::close(char bracket) {
-  output_.push_back(static_cast<std::uint8_t>(bracket));
+  put({&bracket, 1});
   needsComma_ = true;
 }
 
-std::string_view JSONWriter::separator() {
-  return std::exchange(needsComma_, true) ? "," : "";
-}
-
-void JSONWriter::put(std::initializer_list<std::string_view> pieces) {
-  std::size_t size = 0;
-  for (const std::string_view piece : pieces) {
-    size += piece.size();
-  }
-  auto place = base::extend(output_, size).begin();
-  for (const std::string_view piece : pieces) {
-    place = std::ranges::copy(piece, place).out;
+void JSONWriter::putSeparator() {
+  if (std::exchange(needsComma_, true)) {
+    put(",");
   }
 }
 
-void JSONWriter::putText(std::string_view characters, std::string_view end) {
-  if (std::ranges::none_of(characters, needsEscape)) {
-    return put({separator(), "\"", characters, end});
+void JSONWriter::put(std::string_view characters) {
+  if (output_.size() - end_ < characters.size()) {
+    base::extend(output_, std::max(characters.size(), kLeastRoom));
   }
-  put({separator(), "\""});
-  putEscaped(characters);
-  put({end});
+  std::ranges::copy(characters, output_.begin() + static_cast<std::ptrdiff_t>(end_));
+  end_ += characters.size();
 }
 
-void JSONWriter::putEscaped(std::string_view characters) {
+// Without the quote at its end.
+void JSONWriter::putText(std::string_view characters) {
   static constexpr std::string_view kDigits = "0123456789abcdef";
-  while (!characters.empty()) {
+  putSeparator();
+  put("\"");
+  for (;;) {
     const auto special = std::ranges::find_if(characters, needsEscape);
-    put({{characters.begin(), special}});
+    put({characters.begin(), special});
     if (special == characters.end()) {
       return;
     }
@@ -137,7 +141,7 @@ void JSONWriter::putEscaped(std::string_view characters) {
                                      '0',
                                      kDigits[static_cast<std::uint8_t>(*special) >> 4],
                                      kDigits[static_cast<std::uint8_t>(*special) & 0x0F]};
-    put({{escape.data(), letter == 'u' ? escape.size() : 2}});
+    put({escape.data(), letter == 'u' ? escape.size() : 2});
     characters = {special + 1, characters.end()};
   }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include "base/Bytes.hpp"
 #include "base/Secret.hpp"
@@ -13,7 +13,13 @@ namespace protocol {
 // writer adds the commas.
 class JSONWriter {
  public:
-  explicit JSONWriter(CleansedBytes &output) : output_(output) {}
+  JSONWriter() = default;
+  // The text is appended to `beginning`.
+  explicit JSONWriter(CleansedBytes &&beginning)
+      : output_(std::move(beginning)), end_(output_.size()) {}
+
+  // All that was written. The writer is of no use afterwards.
+  [[nodiscard]] CleansedBytes take();
 
   void beginObject() { open('{'); }
   void endObject() { close('}'); }
@@ -31,14 +37,13 @@ class JSONWriter {
  private:
   void open(char bracket);
   void close(char bracket);
-  // What stands before the next value: a comma or nothing.
-  [[nodiscard]] std::string_view separator();
-  void put(std::initializer_list<std::string_view> pieces);
-  void putText(std::string_view characters, std::string_view end);
-  void putEscaped(std::string_view characters);
+  void putSeparator();
+  void put(std::string_view characters);
+  void putText(std::string_view characters);
   void putBase64(ByteView bytes);
 
-  CleansedBytes &output_;
+  CleansedBytes output_;
+  std::size_t end_ = 0;  // of what was written; what stands behind it is room
   bool needsComma_ = false;
 };
 

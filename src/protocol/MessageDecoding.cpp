@@ -71,10 +71,9 @@ void writeValue(JSONWriter &writer, const json::value &value) {
 }
 
 std::string compactText(const json::value &value) {
-  CleansedBytes text;
-  JSONWriter writer(text);
+  JSONWriter writer;
   writeValue(writer, value);
-  return std::string(base::textOf(text));
+  return std::string(base::textOf(writer.take()));
 }
 
 // The text under a key. A missing key, null and a value of another type count as absent.

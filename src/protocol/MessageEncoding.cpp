@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "encodings/HexString.hpp"
 #include "logging/CVNLog.hpp"
@@ -118,8 +119,9 @@ bool appendJSON(CleansedBytes &output, const QuillMessage &message) {
     return false;
   }
   traceForm(formOf(*command, message), message);
-  JSONWriter writer(output);
+  JSONWriter writer(std::move(output));
   writeMessage(writer, *command, message);
+  output = writer.take();
   return true;
 }
 

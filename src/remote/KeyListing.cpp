@@ -34,8 +34,7 @@ std::vector<std::string> keyListing(const std::string &authenticationKeyPath,
 
 std::string keyListingAsJSON(const std::string &authenticationKeyPath,
                              ByteView authenticationKeyHash, const KeyRing &keys) {
-  CleansedBytes output;
-  protocol::JSONWriter writer(output);
+  protocol::JSONWriter writer;
   writer.beginObject();
   writer.key("authentication");
   writer.beginObject();
@@ -54,7 +53,7 @@ std::string keyListingAsJSON(const std::string &authenticationKeyPath,
   }
   writer.endArray();
   writer.endObject();
-  return std::string(base::textOf(base::displayJSON(output)));
+  return std::string(base::textOf(base::displayJSON(writer.take())));
 }
 
 }  // namespace remote

@@ -76,15 +76,14 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
     return fail(console, command.machine.name() + ": " + error.description);
   }
   if (command.asJSON) {
-    CleansedBytes text;
-    protocol::JSONWriter writer(text);
+    protocol::JSONWriter writer;
     writer.beginObject();
     writer.key("account");
     writer.text(account->name);
     writer.key("password");
     writer.text(account->password.reveal());
     writer.endObject();
-    console.saySecret("", SecretText(base::displayJSON(text)));
+    console.saySecret("", SecretText(base::displayJSON(writer.take())));
   } else {
     console.say("account:  " + account->name);
     console.saySecret("password: ", account->password);

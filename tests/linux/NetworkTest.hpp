@@ -90,12 +90,16 @@ class Network : public testing::Test {
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     while (!condition() && std::chrono::steady_clock::now() < deadline) {
       queue.context().run_one_for(1ms);
+      queue.endEvent();
     }
     EXPECT_TRUE(condition());
   }
   // Runs the queue until nothing more is ready.
   void settle() {
-    runUntil([this] { return queue.context().poll_one() == 0; });
+    runUntil([this] {
+      queue.endEvent();
+      return queue.context().poll_one() == 0;
+    });
   }
 
   base::Descriptor dial() const {

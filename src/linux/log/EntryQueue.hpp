@@ -13,9 +13,9 @@
 
 namespace platform_linux {
 
-// Entries on their way to the machine's log. They are sent together, 10 ms after the first of them.
-// While the log takes none, 4,096 of them or 1 MiB wait; those that come after that are dropped,
-// and an entry in their place says how many.
+// Entries on their way to the machine's log. They are sent together, 10 ms after the first of them
+// or as soon as there are 16. While the log takes none, 4,096 of them or 1 MiB wait; those that
+// come after that are dropped, and an entry in their place says how many.
 //
 // Used with the mutex held, which its timer takes by itself.
 class EntryQueue {

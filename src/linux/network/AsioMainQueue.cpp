@@ -13,13 +13,30 @@ void AsioMainQueue::run() {
   const auto staysOpen = boost::asio::make_work_guard(context_);
   context_.restart();
   while (!context_.stopped()) {
-    try {
-      beforeEvent_();
-      context_.run_one();
-    } catch (const std::bad_alloc &) {
-      // Only this event is lost: code that must not be interrupted catches the exception itself.
-      reportLostEvent();
-    }
+    serve([this] { context_.run_one(); });
+    endEvent();
+  }
+}
+
+void AsioMainQueue::endEvent() {
+  while (!atEnd_.empty()) {
+    serve([this] {
+      const auto work = std::move(atEnd_.front());
+      atEnd_.pop_front();
+      work();
+    });
+  }
+}
+
+// If there is no memory, only this event is lost: code that must not be interrupted catches the
+// exception itself.
+template <typename Event>
+void AsioMainQueue::serve(Event event) {
+  try {
+    beforeEvent_();
+    event();
+  } catch (const std::bad_alloc &) {
+    reportLostEvent();
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <string>
 #include <utility>
@@ -25,14 +26,25 @@ class AsioMainQueue final : public platform::MainQueue {
   void postAfter(std::chrono::milliseconds delay, std::function<void()> work) override;
   void setBeforeEvent(std::function<void()> beforeEvent) override;
 
+  // Runs `work` at the end of the present event, in an event of its own. Nothing that has come in
+  // is looked at before, so this is for little that was begun in the event.
+  void postAtEnd(std::function<void()> work) { atEnd_.push_back(std::move(work)); }
+
+  // Runs what was posted to the end of the present event. Called by run(), and by whoever runs the
+  // context instead.
+  void endEvent();
+
   // For the sockets of this folder.
   [[nodiscard]] boost::asio::io_context &context() { return context_; }
 
  private:
+  template <typename Event>
+  void serve(Event event);
   void reportLostEvent();
 
   Reporter reporter_;
   boost::asio::io_context context_{1};  // one thread runs it
+  std::deque<std::function<void()>> atEnd_;
   std::function<void()> beforeEvent_ = [] {};
 };
 

@@ -20,6 +20,10 @@ constexpr std::size_t kMostUnsentWhileReading = std::size_t{256} << 10;
 
 constexpr std::chrono::milliseconds kPauseAfterRejections{100};
 
+// So long after a send a link counts as busy. Longer than a busy loop's events, shorter than an
+// answer takes to come back.
+constexpr std::chrono::microseconds kBusyTime{20};
+
 // How long a peer may take to end its side after all output has left.
 constexpr std::chrono::seconds kLinger{2};
 
@@ -225,11 +229,18 @@ void TlsLink::peerEnded() {
 
 // Writing.
 
+// A link that was quiet sends at once. One that has just sent waits for the turn of the loop to
+// end, so that what other events add leaves in the same system call.
 void TlsLink::scheduleFlush() {
-  if (!isFlushScheduled_) {
-    later(&TlsLink::flushTurn);
-    isFlushScheduled_ = true;
+  if (isFlushScheduled_) {
+    return;
   }
+  if (std::chrono::steady_clock::now() - flushedAt_ < kBusyTime) {
+    later(&TlsLink::flushTurn);
+  } else {
+    resources_->queue.postAtEnd([self = shared_from_this()] { self->take(&TlsLink::flushTurn); });
+  }
+  isFlushScheduled_ = true;
 }
 
 void TlsLink::flushTurn() {
@@ -239,6 +250,7 @@ void TlsLink::flushTurn() {
   }
   watchWhileBusy();
   const TlsChannel::Result result = output_.turn();
+  flushedAt_ = std::chrono::steady_clock::now();
   account_.setUnsentBytes(output_.bytes());
   switch (result) {
     case TlsChannel::Result::done:

@@ -100,6 +100,7 @@ class TlsLink : public std::enable_shared_from_this<TlsLink> {
   platform::Connection::ReceiveCompletion receive_;
   GarbageLimiter garbage_;
   Acknowledgements acknowledgements_;
+  std::chrono::steady_clock::time_point flushedAt_;
   bool isAuthenticated_ = false;
   bool isStarted_ = false;  // `ready` was reported; nothing is read before
   bool isReadScheduled_ = false;
