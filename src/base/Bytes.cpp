@@ -1,6 +1,7 @@
 #include "base/Bytes.hpp"
 
 #include <algorithm>
+#include <cstring>
 
 namespace base {
 
@@ -19,6 +20,12 @@ std::string_view textOf(ByteView bytes) {
 
 bool equal(ByteView left, ByteView right) {
   return std::ranges::equal(left, right);
+}
+
+void copy(ByteView from, std::uint8_t *to) {
+  if (!from.empty()) {  // memcpy may not be given a null pointer
+    std::memcpy(to, from.data(), from.size());
+  }
 }
 
 }  // namespace base

@@ -24,6 +24,10 @@ using ByteView = std::span<const std::uint8_t>;
 // True if both hold the same bytes. Not for secrets: its time reveals where they differ.
 [[nodiscard]] bool equal(ByteView left, ByteView right);
 
+// Copies bytes to where there is room for them, at once: the standard library's ranges::copy goes
+// byte by byte. The two don't overlap.
+void copy(ByteView from, std::uint8_t *to);
+
 }  // namespace base
 
 // At global scope because nearly every file uses them.

@@ -17,7 +17,7 @@ std::span<std::uint8_t> extend(CleansedBytes &bytes, std::size_t count) {
     CleansedBytes larger;
     larger.reserve(std::max(size + count, 2 * bytes.capacity()));
     larger.resize(size);
-    std::ranges::copy(bytes, larger.data());
+    copy(bytes, larger.data());
     bytes.swap(larger);
   }
   bytes.resize(size + count);
@@ -25,7 +25,7 @@ std::span<std::uint8_t> extend(CleansedBytes &bytes, std::size_t count) {
 }
 
 void append(CleansedBytes &bytes, ByteView more) {
-  std::ranges::copy(more, extend(bytes, more.size()).data());
+  copy(more, extend(bytes, more.size()).data());
 }
 
 }  // namespace base

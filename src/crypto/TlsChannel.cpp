@@ -46,7 +46,9 @@ struct TlsChannel::State {
 
   // Before each call of the library: nothing of another connection may show on this one.
   void begin(std::size_t mayReceive = 0) {
-    ERR_clear_error();
+    if (ERR_peek_error() != 0) {  // seldom; clearing what is clear takes four times as long
+      ERR_clear_error();
+    }
     transport.mayReceive = mayReceive;
   }
 

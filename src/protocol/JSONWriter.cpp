@@ -119,7 +119,7 @@ void JSONWriter::put(std::string_view characters) {
   if (output_.size() - end_ < characters.size()) {
     base::extend(output_, std::max(characters.size(), kLeastRoom));
   }
-  std::ranges::copy(characters, output_.begin() + static_cast<std::ptrdiff_t>(end_));
+  base::copy(base::viewOf(characters), output_.data() + end_);
   end_ += characters.size();
 }
 
