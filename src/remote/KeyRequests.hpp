@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/Bytes.hpp"
 #include "base/Secret.hpp"
@@ -37,6 +40,10 @@ class KeyRequests : public std::enable_shared_from_this<KeyRequests> {
   // Handles a request. Messages that ask for no key are ignored.
   void serve(const QuillMessage &request);
 
+  // Performs the uses that were allowed since the last call. To be called when all requests that
+  // have come in are served: a single use of a fast key does not leave the thread.
+  void performAllowed();
+
  private:
   // One use of a key that waits for the person or the key.
   struct Use {
@@ -48,14 +55,26 @@ class KeyRequests : public std::enable_shared_from_this<KeyRequests> {
   };
   using SharedUse = std::shared_ptr<const Use>;
 
+  // What came of a use.
+  struct KeyResult {
+    std::optional<SecretBytes> content;
+    std::string failure;  // why there is none
+    std::chrono::steady_clock::duration time{0};
+  };
+
+  [[nodiscard]] static KeyResult perform(const Use &use);
+
   void allow(const SharedUse &use, const std::string &description);
-  void perform(const SharedUse &use);
-  void answer(const Use &use, std::optional<SecretBytes> result, const std::string &failure);
+  void performElsewhere(const SharedUse &use);
+  void finish(const Use &use, KeyResult result);
+  void answer(const Use &use, SecretBytes content);
   void refuse(const Use &use, const std::string &reason);
   void sendRefusal(std::int64_t command, const UUID &messageID);
 
   Source source_;
   const Services &services_;
+  std::vector<SharedUse> allowed_;                                            // not yet performed
+  std::map<const CardKey *, std::chrono::steady_clock::duration> lastTimes_;  // of uses, by key
 };
 
 }  // namespace remote

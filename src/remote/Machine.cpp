@@ -52,6 +52,9 @@ void Machine::turn() {
       }
       handle(*message);
     }
+    if (const auto requests = requests_) {
+      requests->performAllowed();
+    }
     if (connection_ == connection && connection->end()) {
       loseConnection(connection->end()->description);
     } else if (connection_ == connection && connection->unsentBytes() > kMostUnsentBytes) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "remote/Machine.hpp"
@@ -12,7 +13,9 @@
 namespace remote {
 namespace {
 
-constexpr std::size_t kKeyThreads = 2;
+// Keys in files keep a processor busy each.
+constexpr std::size_t kFewestKeyThreads = 2;
+constexpr std::size_t kMostKeyThreads = 16;
 constexpr std::chrono::seconds kWaitForAttempts(1);
 
 using Machines = std::vector<std::shared_ptr<Machine>>;
@@ -101,7 +104,8 @@ LoopEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHost
   const auto executor = std::make_shared<LoopExecutor>();
   Consent consent(terminal);
   ConnectionAttempts attempts(executor);
-  WorkPool pool(kKeyThreads);
+  WorkPool pool(std::clamp<std::size_t>(std::thread::hardware_concurrency(), kFewestKeyThreads,
+                                        kMostKeyThreads));
   const Services services{keys,
                           authentication,
                           hash,

@@ -29,19 +29,26 @@ void WorkPool::run(std::function<void()> work) {
   changed_.notify_one();
 }
 
+bool WorkPool::isIdle() {
+  const std::scoped_lock lock(mutex_);
+  return waiting_.empty() && running_ == 0;
+}
+
 void WorkPool::serve() {
+  std::unique_lock lock(mutex_);
   while (true) {
-    std::function<void()> work;
-    {
-      std::unique_lock lock(mutex_);
-      changed_.wait(lock, [this] { return isEnding_ || !waiting_.empty(); });
-      if (isEnding_) {
-        return;
-      }
-      work = std::move(waiting_.front());
-      waiting_.pop_front();
+    changed_.wait(lock, [this] { return isEnding_ || !waiting_.empty(); });
+    if (isEnding_) {
+      return;
     }
+    auto work = std::move(waiting_.front());
+    waiting_.pop_front();
+    ++running_;
+    lock.unlock();
     work();
+    work = nullptr;  // what it holds is not freed under the mutex
+    lock.lock();
+    --running_;
   }
 }
 

@@ -22,12 +22,16 @@ class WorkPool {
   // Runs `work` on one of the threads, in the order of the calls.
   void run(std::function<void()> work);
 
+  // True if no work waits or runs.
+  [[nodiscard]] bool isIdle();
+
  private:
   void serve();
 
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::function<void()>> waiting_;
+  std::size_t running_ = 0;
   bool isEnding_ = false;
   std::vector<std::thread> threads_;
 };
