@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 
 #include "base/Places.hpp"
 #include "base/Version.hpp"
@@ -23,6 +24,7 @@ struct Texts {
   KeysCommand keys;
   ConnectCommand connect;
   PasswordCommand password;
+  NewKeyCommand newKey;
   std::string machine;
   std::vector<std::string> machines;
   std::string fingerprint;
@@ -66,14 +68,18 @@ void addFingerprint(CLI::App &command, Texts &texts) {
 
 void addKeyOptions(CLI::App &command, Texts &texts) {
   command
-      .add_option("--key", texts.arguments.keyFiles,
-                  "a key with its certificate to insert: PEM or PKCS#12; may be repeated")
-      ->type_name("FILE");
+      .add_option(
+          "--key", texts.arguments.keyFiles,
+          "a key with its certificate to insert: PEM or PKCS#12; may be repeated; by default "
+          "the one that \"setup\" or \"key new\" has made")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
   command
       .add_option("--label", texts.arguments.labels,
                   "what programs see of the key, by default its certificate's name; once for "
                   "each key, in order")
-      ->type_name("TEXT");
+      ->type_name("TEXT")
+      ->allow_extra_args(false);
   addHome(command, texts);
   auto *file = command.add_option("--password-file", texts.passwordFile,
                                   "file whose first line is the password of the keys");
@@ -99,7 +105,6 @@ CLI::App &addConnect(CLI::App &program, Texts &texts) {
       "connect", "be the smart card of other machines until a signal comes");
   command.add_option("HOST", texts.machines, "machines to serve, " + addressForm())->required();
   addKeyOptions(command, texts);
-  command.get_option("--key")->required();
   addFingerprint(command, texts);
   command.add_flag("--no-confirm", texts.connect.withoutConsent,
                    "allow every use of the keys without asking, for scripts and services");
@@ -110,6 +115,41 @@ CLI::App &addConnect(CLI::App &program, Texts &texts) {
                       ": the end of another connection may have withdrawn it; 0: never")
       ->type_name("N")
       ->check(CLI::Range(0, kLongestReinsertion));
+  return command;
+}
+
+CLI::App &addSetup(CLI::App &program, Texts &texts) {
+  CLI::App &command = *program.add_subcommand(
+      "setup",
+      "make what is missing for being the card of a machine: keys, trust, pairing; then insert "
+      "the card once");
+  command.add_option("HOST", texts.machine, "the machine, " + addressForm())->required();
+  addKeyOptions(command, texts);
+  addFingerprint(command, texts);
+  return command;
+}
+
+CLI::App &addNewKey(CLI::App &program, Texts &texts) {
+  CLI::App &key = *program.add_subcommand("key", "make keys");
+  key.require_subcommand(1);
+  CLI::App &command =
+      *key.add_subcommand("new", "make a card key with a certificate that it signs itself");
+  command
+      .add_option("--out", texts.newKey.file,
+                  "file to write, by default card.pem in the folder of this program, which is "
+                  "inserted where no --key is named")
+      ->type_name("FILE");
+  command.add_option("--type", texts.newKey.type, "p256 (default), rsa2048 or rsa3072")
+      ->transform(
+          CLI::Transformer(std::map<std::string, NewKeyType>{{"p256", NewKeyType::p256},
+                                                             {"rsa2048", NewKeyType::rsa2048},
+                                                             {"rsa3072", NewKeyType::rsa3072}}))
+      ->type_name("TYPE");
+  command
+      .add_option("--name", texts.newKey.name,
+                  "the name in the certificate, by default yours: " + nameOfOwner())
+      ->type_name("TEXT");
+  addHome(command, texts);
   return command;
 }
 
@@ -144,6 +184,16 @@ bool finishPassword(Texts &texts, Error *error) {
     return false;
   }
   texts.password.machine = *address;
+  return true;
+}
+
+bool finishSetup(Texts &texts, Error *error) {
+  auto address = Address::fromText(texts.machine, error);
+  if (!address || !readFingerprint(texts.fingerprint, texts.connect.fingerprint, error)) {
+    return false;
+  }
+  texts.connect.machines.push_back(std::move(*address));
+  texts.connect.isSetup = true;
   return true;
 }
 
@@ -203,6 +253,8 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   program.require_subcommand(1);
   const CLI::App &keys = addKeys(program, texts);
   const CLI::App &connect = addConnect(program, texts);
+  const CLI::App &setup = addSetup(program, texts);
+  const CLI::App &newKey = addNewKey(program, texts);
   const CLI::App &password = addPassword(program, texts);
   try {
     program.parse(count, arguments);
@@ -213,6 +265,7 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   }
   Error error;
   if (!finish(texts, &error) || (connect.parsed() && !finishConnect(texts, &error)) ||
+      (setup.parsed() && !finishSetup(texts, &error)) ||
       (password.parsed() && !finishPassword(texts, &error))) {
     return wrong(console, error.description);
   }
@@ -220,6 +273,8 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
     texts.arguments.command = texts.keys;
   } else if (password.parsed()) {
     texts.arguments.command = texts.password;
+  } else if (newKey.parsed()) {
+    texts.arguments.command = texts.newKey;
   } else {
     texts.arguments.command = texts.connect;
   }

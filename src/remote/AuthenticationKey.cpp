@@ -8,33 +8,12 @@
 
 #include "base/Descriptor.hpp"
 #include "base/Files.hpp"
+#include "remote/NewKey.hpp"
 
 namespace remote {
 namespace {
 
-constexpr int kBits = 2048;
-constexpr int kDays = 20 * 365;
 constexpr std::size_t kLargestKeyFile = 64 * 1024;
-
-std::optional<crypto::Identity> makeKey(const std::string &path, Error *error) {
-  auto key = crypto::PrivateKey::generateRSA(kBits, error);
-  if (!key) {
-    return std::nullopt;
-  }
-  auto certificate = crypto::Certificate::selfSigned(*key, "kfy-remote authentication", kDays,
-                                                     /*serverName=*/false, error);
-  if (!certificate) {
-    return std::nullopt;
-  }
-  const SecretBytes keyText = key->pem();
-  const std::string certificateText = certificate->pem();
-  CleansedBytes content(keyText.reveal().begin(), keyText.reveal().end());
-  content.insert(content.end(), certificateText.begin(), certificateText.end());
-  if (!base::replaceFile(path, content, 0600, error)) {
-    return std::nullopt;
-  }
-  return crypto::Identity{std::move(*certificate), std::move(*key)};
-}
 
 std::optional<crypto::Identity> readKey(const std::string &path, Error *error) {
   struct stat status {};
@@ -74,7 +53,9 @@ std::optional<crypto::Identity> authenticationKey(const std::string &home, Error
     return std::nullopt;
   }
   const std::string path = authenticationKeyPath(home);
-  return base::fileExists(path) ? readKey(path, error) : makeKey(path, error);
+  return base::fileExists(path)
+             ? readKey(path, error)
+             : makeKeyFile(path, NewKeyType::rsa2048, "kfy-remote authentication", error);
 }
 
 std::optional<Bytes> answerToChallenge(const std::optional<Bytes> &challenge,

@@ -169,6 +169,10 @@ void Machine::start() {
   if (!outage_.isOn()) {
     services_.console.say("connected to " + address_.text());
   }
+  if (services_.isSetup) {  // the answer takes half a minute where there is no pairing yet
+    services_.console.say("authenticating; if this device is not paired there yet, do it now");
+    advisePairing();
+  }
   expectReply(Phase::connecting, QuillMessage::initCommandMessageConnectWithCertificate(
                                      {services_.authenticationKeyHash}));
 }
@@ -218,6 +222,7 @@ void Machine::handle(const QuillMessage &message) {
     case Phase::waiting:
     case Phase::opening:
     case Phase::trusting:
+    case Phase::pairing:
     case Phase::serving:
     case Phase::finished:
       return;
@@ -230,10 +235,8 @@ void Machine::authenticate(const QuillMessage &reply) {
     return holdOff("refused to connect", kWaitAfterRefusal);
   }
   if (!reply.status || reply.selectedCertificateHash != services_.authenticationKeyHash) {
-    holdOff("has not paired this key with a user" + (reason.empty() ? "" : ": " + reason),
-            kWaitAfterNoUser);
-    return services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
-                                    encodings::hexString(services_.authenticationKeyHash));
+    return awaitPairing("has not paired this key with a user" +
+                        (reason.empty() ? "" : ": " + reason));
   }
   Error error;
   auto signature = answerToChallenge(reply.challenge, services_.authentication, &error);
@@ -249,6 +252,31 @@ void Machine::authenticate(const QuillMessage &reply) {
                   std::move(*signature), services_.authentication.certificate.der()));
 }
 
+void Machine::awaitPairing(const std::string &reason) {
+  if (!services_.isSetup || !services_.consent.canAsk()) {
+    holdOff(reason, kWaitAfterNoUser);
+    return advisePairing();
+  }
+  services_.console.warn(address_.name() + " " + reason);
+  closeConnection();
+  phase_ = Phase::pairing;
+  dueAt_ = client::Deadline::max();
+  services_.consent.ask(this, "Is it paired now? Then try again", /*inFull=*/false,
+                        [weak = weak_from_this()](Consent::Reply reply) {
+                          const auto self = weak.lock();
+                          if (self && reply == Consent::Reply::yes) {
+                            self->retryAt(client::Deadline::min());
+                          } else if (self && reply == Consent::Reply::no) {
+                            self->giveUp();
+                          }
+                        });
+}
+
+void Machine::advisePairing() const {
+  services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
+                           encodings::hexString(services_.authenticationKeyHash));
+}
+
 void Machine::insert(const QuillMessage &reply) {
   if (!reply.status) {
     return holdOff("did not accept the card", kWaitAfterRefusal);
@@ -262,6 +290,11 @@ void Machine::insert(const QuillMessage &reply) {
   const std::size_t count = services_.keys.keys().size();
   services_.console.say("card inserted: " + std::to_string(count) +
                         (count == 1 ? " key" : " keys") + suffix("at"));
+  hasServed_ = true;
+  if (services_.isSetup) {
+    services_.console.say("all is set up; from now on: kfy-remote connect " + address_.name());
+    leave();
+  }
 }
 
 void Machine::serve() {
@@ -331,11 +364,19 @@ void Machine::loseConnection(const std::string &reason) {
 
 // The wait counts from the beginning of the failed attempt.
 void Machine::retrySoon(const std::string &reason, client::Deadline began) {
+  if (services_.isSetup) {
+    services_.console.complain(address_.name() + ": " + reason);
+    return giveUp();
+  }
   outage_.noteFailure(reason, std::chrono::steady_clock::now());
   retryAt(began + backoff_.next());
 }
 
 void Machine::holdOff(const std::string &reason, minutes wait) {
+  if (services_.isSetup) {
+    services_.console.complain(address_.name() + " " + reason);
+    return giveUp();
+  }
   (void)outage_.end(std::chrono::steady_clock::now());  // it answers, so this is no outage
   services_.console.complain(address_.name() + " " + reason + "; next attempt in " +
                              secondsOf(wait));

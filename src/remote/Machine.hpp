@@ -45,11 +45,15 @@ class Machine : public std::enable_shared_from_this<Machine> {
   // True if nothing more will happen: it has left, or only a person can help.
   [[nodiscard]] bool isFinished() const { return phase_ == Phase::finished; }
 
+  // True if the card was inserted at least once.
+  [[nodiscard]] bool hasServed() const { return hasServed_; }
+
  private:
   enum class Phase {
     waiting,         // for the next attempt
     opening,         // on a thread of its own
     trusting,        // the person is asked whether this is the right server
+    pairing,         // the person is asked whether the key is paired now
     connecting,      // `connect` was sent
     authenticating,  // `authenticate` was sent
     inserting,       // `insert` was sent
@@ -67,6 +71,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   void start();
   void handle(const QuillMessage &message);
   void authenticate(const QuillMessage &reply);
+  void awaitPairing(const std::string &reason);
+  void advisePairing() const;
   void insert(const QuillMessage &reply);
   void serve();
   void checkCard();
@@ -93,6 +99,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   RefusalReporter refusals_;
   OutageReporter outage_;
   client::Deadline attemptBegan_;
+  bool hasServed_ = false;
   bool isReplaced_ = false;    // another device's card has replaced ours
   std::uint64_t attempt_ = 0;  // results of earlier attempts are ignored
   std::optional<UUID> awaitedReply_;

@@ -117,6 +117,7 @@ LoopEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHost
                           executor,
                           attempts,
                           command.reinsertion,
+                          command.isSetup,
                           command.machines.size() == 1};
   Machines machines;
   for (const Address &address : command.machines) {
@@ -124,6 +125,7 @@ LoopEnd serveMachines(const ConnectCommand &command, const KnownHosts &knownHost
   }
   LoopEnd end;
   end.bySignal = runLoop(machines, stop, *executor, consent);
+  end.isSetUp = command.isSetup && machines.front()->hasServed();
   machines.clear();
   end.mayClearUp = attempts.finish(std::chrono::steady_clock::now() + kWaitForAttempts);
   return end;

@@ -12,6 +12,7 @@ namespace remote {
 // How the loop ended.
 struct LoopEnd {
   bool bySignal = false;   // otherwise every machine was given up
+  bool isSetUp = false;    // `setup` has inserted the card
   bool mayClearUp = true;  // false: a thread still runs; the process must exit at once
 };
 

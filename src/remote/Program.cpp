@@ -11,6 +11,7 @@
 
 #include "base/Descriptor.hpp"
 #include "base/DisplayText.hpp"
+#include "base/Files.hpp"
 #include "protocol/JSONWriter.hpp"
 #include "remote/Arguments.hpp"
 #include "remote/AuthenticationKey.hpp"
@@ -91,6 +92,51 @@ int fetchPassword(const PasswordCommand &command, const Arguments &arguments,
   return deliver(console, stop, "the fresh password");
 }
 
+int makeNewKey(const NewKeyCommand &command, const Arguments &arguments, Console &console,
+               const StopSignal &stop) {
+  const std::string path = command.file.empty() ? cardKeyPath(arguments.home) : command.file;
+  if (base::fileExists(path)) {
+    return fail(console, path + " is there already, and its key might be needed: name another " +
+                             "file with --out");
+  }
+  const std::string name = command.name.empty() ? nameOfOwner() : command.name;
+  Error error;
+  if ((command.file.empty() && !base::makeFolders(arguments.home, 0700, &error)) ||
+      !makeKeyFile(path, command.type, name, &error)) {
+    return fail(console, error.description);
+  }
+  console.say("made the key \"" + base::displayText(name) + "\" in " + path);
+  return deliver(console, stop, "the name of the key");
+}
+
+// The key files that were named, else the card key of this program's folder. `setup` makes it where
+// it is missing. Nothing, with the reason, if it can't.
+std::optional<std::vector<std::string>> keyFilesFor(const Arguments &arguments, Console &console,
+                                                    Error *error) {
+  const std::string own = cardKeyPath(arguments.home);
+  const auto *const connect = std::get_if<ConnectCommand>(&arguments.command);
+  if (!arguments.keyFiles.empty()) {
+    return arguments.keyFiles;
+  }
+  if (base::fileExists(own)) {
+    return std::vector{own};
+  }
+  if (connect == nullptr) {
+    return std::vector<std::string>();
+  }
+  if (!connect->isSetup) {
+    base::report(error, "arguments", 0,
+                 "there is no key to insert: name one with --key FILE, or make one with " +
+                     ("kfy-remote setup " + connect->machines.front().name()));
+    return std::nullopt;
+  }
+  if (!makeKeyFile(own, NewKeyType::p256, nameOfOwner(), error)) {
+    return std::nullopt;
+  }
+  console.say("made a card key: " + own);
+  return std::vector{own};
+}
+
 int connect(const ConnectCommand &command, const Arguments &arguments,
             const crypto::Identity &authentication, const KeyRing &keys, Terminal &terminal,
             Console &console, const StopSignal &stop) {
@@ -104,7 +150,7 @@ int connect(const ConnectCommand &command, const Arguments &arguments,
   const KnownHosts knownHosts(arguments.home + "/known_hosts");
   const LoopEnd end =
       serveMachines(command, knownHosts, keys, authentication, terminal, console, stop);
-  const int status = end.bySignal ? kDone : kFailed;
+  const int status = end.bySignal || end.isSetUp ? kDone : kFailed;
   if (!end.mayClearUp) {
     (void)console.flush(client::WaitLimits::within(OutputWriter::kLastWait));
     ::_exit(status);
@@ -114,6 +160,9 @@ int connect(const ConnectCommand &command, const Arguments &arguments,
 
 int run(const Arguments &arguments, Console &console) {
   const StopSignal stop;
+  if (const auto *command = std::get_if<NewKeyCommand>(&arguments.command)) {
+    return makeNewKey(*command, arguments, console, stop);
+  }
   Error error;
   const auto authentication = authenticationKey(arguments.home, &error);
   if (!authentication) {
@@ -124,11 +173,12 @@ int run(const Arguments &arguments, Console &console) {
   }
   const auto hash = authentication->key.publicKey().hash(&error);
   const auto password = readGivenPassword(arguments.passwords, &error);
-  if (!hash || !password) {
+  const auto files = hash && password ? keyFilesFor(arguments, console, &error) : std::nullopt;
+  if (!files) {
     return fail(console, error.description);
   }
   Terminal terminal;
-  const auto keys = KeyRing::load(arguments.keyFiles, arguments.labels, *hash,
+  const auto keys = KeyRing::load(*files, arguments.labels, *hash,
                                   passwordSource(*password, terminal, stop.descriptor()), &error);
   if (!keys) {
     return fail(console, error.description);

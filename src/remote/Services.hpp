@@ -28,6 +28,7 @@ struct Services {
   const std::shared_ptr<LoopExecutor> &executor;
   ConnectionAttempts &attempts;
   std::chrono::seconds reinsertion;  // see ConnectCommand
+  bool isSetup = false;              // see ConnectCommand
   bool isAlone = true;               // there is only one machine, so lines need not name it
 };
 

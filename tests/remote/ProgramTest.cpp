@@ -331,6 +331,30 @@ status 1
 )");
 }
 
+TEST_F(Program, SetsUpWhatIsMissing) {
+  transcript_.name(R"(
+~setup ~remote setup ~mac ~home --fingerprint ~print
+~ASKED connected to ~mac | authenticating; if this device is not paired there yet, do it now | ~T on that machine: ~PAIR
+)");
+  transcript_.expect(R"(
+> run ~remote connect ~mac ~home --fingerprint ~print
+~E there is no key to insert: name one with --key FILE, or make one with kfy-remote setup ~mac | status 1
+> play connect=why end ; setsid ~setup
+made a card key: ~in/ann's/card.pem | ~ASKED
+~E ~mac has not paired this key with a user: nobody? | ~T on that machine: ~PAIR | status 1
+> run ~remote key new ~home; cd ~in/ann*; openssl ec -in card.pem -noout -text 2>&- | tail -1; stat -c %a card.pem
+~E ~in/ann's/card.pem is there already, and its key might be needed: name another file with --out
+NIST CURVE: P-256 | 600
+> run cd ~in; ~remote key new ~home --out k --type rsa3072 --name 'my key'; ~keys --key k | sed -n 3,4p; mv k ann*/card.pem
+made the key "my key" in k | inserted: my key |   type              RSA-3072
+> play connect authenticate insert=taken remove ; ~setup
+my key signs decrypts unwraps | ~ASKED | authenticated | card inserted: 1 key
+all is set up; from now on: kfy-remote connect ~mac | card removed
+> play connect authenticate insert=taken term remove ; ~remote connect --no-confirm ~home --fingerprint ~print ~mac
+my key signs decrypts unwraps | connected to ~mac | authenticated | card inserted: 1 key | card removed
+)");
+}
+
 TEST_F(Program, IsTheCardOfAMachine) {
   transcript_.expect(R"(
 > play connect authenticate insert sign= signed decrypt= decrypted decrypt=short decrypted=no term remove ; ~serve
