@@ -78,4 +78,13 @@ CleansedBytes displayJSON(ByteView json) {
   return copyWith(json, putEscape);
 }
 
+std::string inGroups(std::string_view digits) {
+  std::string groups;
+  for (std::size_t index = 0; index < digits.size(); ++index) {
+    groups += index > 0 && index % 4 == 0 ? " " : "";
+    groups += digits[index];
+  }
+  return groups;
+}
+
 }  // namespace base

@@ -19,4 +19,7 @@ namespace base {
 // become \u escapes. White space between tokens stays. A byte that is no UTF-8 becomes U+FFFD.
 [[nodiscard]] CleansedBytes displayJSON(ByteView json);
 
+// Digits in groups of four, as people compare them: "C296 7355".
+[[nodiscard]] std::string inGroups(std::string_view digits);
+
 }  // namespace base

@@ -7,7 +7,9 @@ namespace ctl {
 
 // Each adds one group of commands to kfyctl. A command that was chosen leaves its outcome in the
 // invocation, which outlives the parser.
+void addSetupCommand(CLI::App &app, Invocation &invocation);
 void addIdentityCommands(CLI::App &app, Invocation &invocation);
+void addPairCommand(CLI::App &app, Invocation &invocation);
 void addPasswordCommands(CLI::App &app, Invocation &invocation);
 void addDefaultsCommands(CLI::App &app, Invocation &invocation);
 void addDebugCommands(CLI::App &app, Invocation &invocation);

@@ -12,6 +12,7 @@
 #include "base/Files.hpp"
 #include "base/Places.hpp"
 #include "base/Root.hpp"
+#include "ctl/PairingHash.hpp"
 #include "protocol/ParsedJSON.hpp"
 #include "protocol/StateKeys.hpp"
 
@@ -40,12 +41,15 @@ const json::array *arrayUnder(const json::object &object, std::string_view key) 
   return value == nullptr ? nullptr : value->if_array();
 }
 
+std::string textUnder(const json::object &object, std::string_view key) {
+  const json::value *value = object.if_contains(key);
+  const json::string *text = value == nullptr ? nullptr : value->if_string();
+  return text == nullptr ? "" : std::string(std::string_view(*text));
+}
+
 DaemonState::Peer peerFrom(const json::object &object) {
   DaemonState::Peer peer;
-  const json::value *address = object.if_contains(keys::kAddress);
-  if (address != nullptr && address->is_string()) {
-    peer.address = std::string_view(address->get_string());
-  }
+  peer.address = textUnder(object, keys::kAddress);
   peer.port = numberUnder(object, keys::kPort);
   peer.isLocal = isTrueUnder(object, keys::kLocal);
   peer.isAuthenticated = isTrueUnder(object, keys::kAuthenticated);
@@ -90,6 +94,22 @@ std::chrono::system_clock::time_point timeFrom(std::int64_t secondsSince1970) {
   return system_clock::time_point(seconds(isTime ? secondsSince1970 : 0));
 }
 
+std::vector<DaemonState::UnpairedDevice> unpairedIn(const json::object &object) {
+  std::vector<DaemonState::UnpairedDevice> devices;
+  const json::array *const list = arrayUnder(object, keys::kUnpaired);
+  for (const json::value &element : list == nullptr ? json::array() : *list) {
+    const json::object *const device = element.if_object();
+    const auto hash = device == nullptr
+                          ? std::nullopt
+                          : publicKeyHashFromText(textUnder(*device, keys::kPublicKeyHash));
+    if (hash) {
+      devices.push_back({textUnder(*device, keys::kAddress), *hash,
+                         timeFrom(numberUnder(*device, keys::kLastTried))});
+    }
+  }
+  return devices;
+}
+
 }  // namespace
 
 std::string daemonStatePath() {
@@ -118,6 +138,7 @@ std::optional<DaemonState> readDaemonState(Error *error) {
   state.relays = numberUnder(*object, keys::kRelays);
   state.refusals = numberUnder(*object, keys::kRefusals);
   state.limits = limitsIn(*object);
+  state.unpaired = unpairedIn(*object);
   return state;
 }
 

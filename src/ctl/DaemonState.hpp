@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/Bytes.hpp"
 #include "base/Error.hpp"
 
 namespace ctl {
@@ -28,6 +29,13 @@ struct DaemonState {
     std::int64_t times = 0;
   };
 
+  // A device that wanted to authenticate and is paired with nobody.
+  struct UnpairedDevice {
+    std::string address;
+    Bytes publicKeyHash;
+    std::chrono::system_clock::time_point lastTried;
+  };
+
   std::string json;  // the file as it is
   std::int64_t pid = 0;
   bool isRunning = false;  // that process is still there
@@ -38,6 +46,7 @@ struct DaemonState {
   std::int64_t relays = 0;       // since the start, like the next
   std::int64_t refusals = 0;
   std::vector<Limit> limits;
+  std::vector<UnpairedDevice> unpaired;  // the newest last
 };
 
 // Where the file lies, under the root.

@@ -155,6 +155,28 @@ Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
   return wasThere || status == platform::itemSuccess ? Outcome() : keychainUnusable(invocation);
 }
 
+std::optional<IdentityRecord> makeIdentity(const std::string &commonName, const std::string &label,
+                                           int days, Invocation &invocation, Failure &failure) {
+  Error error;
+  const auto key = crypto::PrivateKey::generateP256(&error);
+  const auto certificate = key ? crypto::Certificate::selfSigned(*key, commonName, days,
+                                                                 /*serverName=*/true, &error)
+                               : std::nullopt;
+  if (!certificate) {
+    failure = {error.description, "kfyctl identity create --help"};
+    return std::nullopt;
+  }
+  IdentityRecord record;
+  record.reference = std::make_shared<const crypto::Identity>(*certificate, *key);
+  record.label = label;
+  bool wasThere = false;
+  if (auto notAdded = addIdentity({*certificate, *key}, label, invocation, wasThere)) {
+    failure = std::move(*notAdded);
+    return std::nullopt;
+  }
+  return record;
+}
+
 void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation) {
   const std::string hash = hashOf(record);
   const Facts facts{

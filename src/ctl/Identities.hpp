@@ -42,6 +42,15 @@ struct TokenIdentities {
 [[nodiscard]] Outcome addIdentity(const crypto::Identity &identity, const std::string &label,
                                   Invocation &invocation, bool &wasThere);
 
+// Makes a key with a certificate that it signs itself, for a machine of this name, and adds them.
+// Nothing, with `failure` filled, if that is not possible.
+[[nodiscard]] std::optional<IdentityRecord> makeIdentity(const std::string &commonName,
+                                                         const std::string &label, int days,
+                                                         Invocation &invocation, Failure &failure);
+
+// How long a new identity is valid where nobody says it.
+inline constexpr int kDaysOfNewIdentities = 3650;
+
 // Prints the hash of an added or present identity. All other commands name it by this hash.
 void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation);
 

@@ -17,38 +17,27 @@
 namespace ctl {
 namespace {
 
-constexpr int kDaysOfNewOnes = 3650;
 constexpr int kMostDays = 36500;
 
 struct IdentityOptions {
   std::string name;  // of an identity: its hash or label
   std::string commonName;
   std::string label;
-  int days = kDaysOfNewOnes;
+  int days = kDaysOfNewIdentities;
   std::string file;
   PasswordOptions password;
   bool force = false;
 };
 
 Outcome createIdentity(const IdentityOptions &options, Invocation &invocation) {
-  Error error;
-  const auto key = crypto::PrivateKey::generateP256(&error);
-  const auto certificate =
-      key ? crypto::Certificate::selfSigned(*key, options.commonName, options.days,
-                                            /*serverName=*/true, &error)
-          : std::nullopt;
-  if (!certificate) {
-    return Failure{error.description, "kfyctl identity create --help"};
-  }
-  const crypto::Identity identity{*certificate, *key};
-  IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(identity);
-  record.label = options.label.empty() ? options.commonName : options.label;
-  bool wasThere = false;
-  if (auto failure = addIdentity(identity, *record.label, invocation, wasThere)) {
+  Failure failure;
+  const auto record =
+      makeIdentity(options.commonName, options.label.empty() ? options.commonName : options.label,
+                   options.days, invocation, failure);
+  if (!record) {
     return failure;
   }
-  tellOf(record, wasThere, invocation);
+  tellOf(*record, /*wasThere=*/false, invocation);
   return std::nullopt;
 }
 

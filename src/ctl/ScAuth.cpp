@@ -5,12 +5,10 @@
 #include <ostream>
 #include <vector>
 
-#include "base/AccountFile.hpp"
-#include "base/Root.hpp"
 #include "ctl/CommandLine.hpp"
 #include "ctl/Facts.hpp"
+#include "ctl/Pairing.hpp"
 #include "ctl/PairingHash.hpp"
-#include "ctl/Pairings.hpp"
 #include "encodings/HexString.hpp"
 
 namespace ctl {
@@ -23,19 +21,11 @@ struct PairOptions {
   bool replace = false;
 };
 
-PairingFile pairingFile() {
-  return PairingFile(base::rooted(kPairingsPath));
-}
-
-Failure unusable(const Error &error, const std::string &command) {
-  return failureFrom(error, "sc_auth " + command, "sudo ls -l " + base::rooted(kPairingsPath));
-}
-
 Outcome listPairings(Invocation &invocation) {
   Error error;
   const auto pairings = pairingFile().read(&error);
   if (!pairings) {
-    return unusable(error, "identities");
+    return unusablePairings(error, "sc_auth identities");
   }
   if (!invocation.json) {
     invocation.output << listingOf(*pairings);
@@ -58,52 +48,29 @@ Outcome pair(const PairOptions &options, Invocation &invocation) {
   if (!hash) {
     return Failure{error.description, "kfy-remote keys"};
   }
-  // only the account file: network users are not users of this machine
-  const auto accounts = base::accountsNamed(options.user, base::rooted("/etc/passwd"), &error);
-  if (!accounts || accounts->empty()) {
-    return Failure{"no user \"" + options.user + "\" in the account file " +
-                       base::rooted("/etc/passwd") + "; users from the network cannot be paired",
-                   "cut -d: -f1 " + base::rooted("/etc/passwd")};
-  }
-  const Pairing wanted{options.user, *hash};
-  const std::string command =
-      "pair --user " + options.user + " --hash " + encodings::hexString(*hash);
-  const auto pairings = pairingFile().read(&error);
-  if (!pairings) {
-    return unusable(error, command);
-  }
-  const bool isOther = !pairings->empty() && (pairings->size() > 1 || pairings->front() != wanted);
-  if (isOther && !options.replace) {
-    return Failure{"this machine is already paired, key " +
-                       encodings::hexString(pairings->front().publicKeyHash) + " for user \"" +
-                       pairings->front().user + "\", and only one key can be",
-                   "sc_auth " + command + " --replace"};
-  }
-  if (!pairingFile().write(std::span(&wanted, 1), &error)) {
-    return unusable(error, command);
-  }
-  invocation.notes << "sc_auth: key " << encodings::hexString(*hash) << " is paired with user \""
-                   << options.user << "\"\n";
-  return std::nullopt;
+  return pairKey({options.user, *hash},
+                 {options.replace, "sc_auth",
+                  "sc_auth pair --user " + options.user + " --hash " + encodings::hexString(*hash)},
+                 invocation);
 }
 
 Outcome unpair(const std::string &user, Invocation &invocation) {
   Error error;
   auto pairings = pairingFile().read(&error);
   if (!pairings) {
-    return unusable(error, "unpair --user " + user);
+    return unusablePairings(error, "sc_auth unpair --user " + user);
   }
   if (std::erase_if(*pairings, [&](const Pairing &pairing) { return pairing.user == user; }) == 0) {
     return Failure{"no key is paired with user \"" + user + "\"", "sc_auth identities"};
   }
   if (!pairingFile().write(*pairings, &error)) {
-    return unusable(error, "unpair --user " + user);
+    return unusablePairings(error, "sc_auth unpair --user " + user);
   }
   invocation.notes << "sc_auth: no key is paired with user \"" << user << "\" any more\n";
   return std::nullopt;
 }
 
-void addPairCommand(CLI::App &app, Invocation &invocation) {
+void addPairing(CLI::App &app, Invocation &invocation) {
   const auto options = std::make_shared<PairOptions>();
   CLI::App *const command = app.add_subcommand("pair", "let a key stand for a user");
   command->add_option("--user", options->user, "a user of this machine")->required();
@@ -125,7 +92,7 @@ int runScAuth(std::span<const std::string> arguments, Invocation &invocation) {
   addJSONOption(*identities, invocation);
   identities->callback([&invocation] { invocation.outcome = listPairings(invocation); });
 
-  addPairCommand(app, invocation);
+  addPairing(app, invocation);
 
   std::string user;
   CLI::App *const unpairing = app.add_subcommand("unpair", "end a user's pairing");

@@ -125,7 +125,7 @@ Finding lookAtPairing() {
   }
   if (pairings->empty()) {
     return bad("pairing", {"no key is paired with a user, so no remote client can authenticate",
-                           "sudo sc_auth pair --user USER --hash HASH"});
+                           "sudo kfyctl pair USER"});
   }
   return good("pairing", "key " + encodings::hexString(pairings->front().publicKeyHash) +
                              " for user \"" + pairings->front().user + "\"");

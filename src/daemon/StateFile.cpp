@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -61,6 +62,21 @@ void putConnection(JSONWriter &writer, const QuillWorker &worker) {
   writer.endObject();
 }
 
+void putUnpaired(JSONWriter &writer, std::span<const requests::UnpairedDevice> devices) {
+  writer.key(keys::kUnpaired);
+  writer.beginArray();
+  for (const requests::UnpairedDevice &device : devices) {
+    writer.beginObject();
+    writer.key(keys::kAddress);
+    writer.text(device.address);
+    writer.key(keys::kPublicKeyHash);
+    writer.text(encodings::hexString(device.publicKeyHash));
+    putNumber(writer, keys::kLastTried, std::chrono::system_clock::to_time_t(device.lastTried));
+    writer.endObject();
+  }
+  writer.endArray();
+}
+
 // Returns how many there are.
 std::size_t putConnections(JSONWriter &writer, const std::vector<QuillWorker::Shared> &workers) {
   std::size_t count = 0;
@@ -108,6 +124,7 @@ CleansedBytes StateFile::content() const {
   putNumber(writer, keys::kPending, processor_.pendingMessages.size());
   putNumber(writer, keys::kRelays, processor_.counts.relayed);
   putNumber(writer, keys::kRefusals, processor_.counts.refused);
+  putUnpaired(writer, processor_.unpairedDevices.devices());
   writer.key(keys::kLimits);
   writer.beginObject();
   for (const auto &[setting, times] : processor_.platform().limits.counts()) {

@@ -11,6 +11,12 @@ inline constexpr const char *kPending = "pending";                  // requests 
 inline constexpr const char *kRelays = "relays";  // since the start, as is the next one
 inline constexpr const char *kRefusals = "refusals";
 inline constexpr const char *kLimits = "limits";  // an object: setting, how often it was reached
+inline constexpr const char *kUnpaired =
+    "unpaired";  // objects: devices that are paired with nobody
+
+// Of an unpaired device; its address stands under kAddress.
+inline constexpr const char *kPublicKeyHash = "publicKeyHash";  // 40 hexadecimal digits
+inline constexpr const char *kLastTried = "lastTried";          // seconds since 1970, UTC
 
 // Of a connection.
 inline constexpr const char *kAddress = "address";

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/DisplayText.hpp"
 #include "encodings/HexString.hpp"
 #include "identity/FingerprintText.hpp"
 #include "remote/AuthenticationKey.hpp"
@@ -258,6 +259,9 @@ void Machine::awaitPairing(const std::string &reason) {
     return advisePairing();
   }
   services_.console.warn(address_.name() + " " + reason);
+  services_.console.say("this device is " +
+                        base::inGroups(encodings::hexString(services_.authenticationKeyHash)));
+  services_.console.advise("on that machine: sudo kfyctl pair USER");
   closeConnection();
   phase_ = Phase::pairing;
   dueAt_ = client::Deadline::max();
@@ -273,7 +277,7 @@ void Machine::awaitPairing(const std::string &reason) {
 }
 
 void Machine::advisePairing() const {
-  services_.console.advise("on that machine: sudo sc_auth pair --user USER --hash " +
+  services_.console.advise("on that machine: sudo kfyctl pair USER " +
                            encodings::hexString(services_.authenticationKeyHash));
 }
 

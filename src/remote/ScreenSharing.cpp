@@ -29,9 +29,8 @@ bool authenticate(client::Connection &connection, const crypto::Identity &authen
     return false;
   }
   if (!reply->status || reply->selectedCertificateHash != hash) {
-    fail(error,
-         "it has not paired this key with a user; there: sudo sc_auth pair --user USER --hash " +
-             encodings::hexString(*hash));
+    fail(error, "it has not paired this key with a user; there: sudo kfyctl pair USER " +
+                    encodings::hexString(*hash));
     return false;
   }
   Error reason;

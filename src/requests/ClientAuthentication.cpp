@@ -6,6 +6,7 @@
 #include "base/Root.hpp"
 #include "base/UUID.hpp"
 #include "crypto/Certificate.hpp"
+#include "crypto/HashAlgorithm.hpp"
 #include "encodings/HexString.hpp"
 #include "logging/CVNLog.hpp"
 #include "requests/PairingListing.hpp"
@@ -54,8 +55,24 @@ void selectFirstListed(Request &request, const QuillMessage::CertificateArray &l
   select(request, first == nullptr ? std::nullopt : std::optional(*first));
 }
 
+// A device lists one key. Of another client's list the first stands for it.
+void noteUnpaired(const Request &request, const QuillMessage::CertificateArray &listed) {
+  const Bytes *hash = listed.empty() ? nullptr : std::get_if<Bytes>(&listed.front());
+  const auto &connection = request.worker->g_inbound_connection;
+  if (hash != nullptr && hash->size() == crypto::digestSize(crypto::HashAlgorithm::sha1) &&
+      connection) {
+    request.processor.unpairedDevices.note(
+        {connection->peer().host, *hash, request.processor.platform().clock.now()});
+  }
+}
+
 void selectPaired(Request &request, const QuillMessage::CertificateArray &listed) {
   const std::optional<Bytes> paired = findPairedHash(request.processor.platform());
+  const bool isListed =
+      paired && std::ranges::find(listed, encodings::ArrayElement(*paired)) != listed.end();
+  if (!isListed) {
+    noteUnpaired(request, listed);
+  }
   if (!paired) {
     CVNLog("no user found matching pubkey hash returning error");
     request.reply.status = false;
@@ -66,7 +83,7 @@ void selectPaired(Request &request, const QuillMessage::CertificateArray &listed
   }
   // A client that does not hold the paired key is answered all the same and fails at
   // `authenticate`.
-  if (std::ranges::find(listed, encodings::ArrayElement(*paired)) != listed.end()) {
+  if (isListed) {
     CVNLogDebug("found user with pubkeyhash");
   }
   CVNLogDebug("saving selected certificate hash and sending back which one we selected");
@@ -141,6 +158,7 @@ void handleAuthenticate(Request &request) {
     request.worker->isAuthenticated = true;
     request.worker->authCertificate = request.message.certificateUsedToAuthenticate;
     request.worker->keysAlike.clear();
+    request.processor.unpairedDevices.forget(*request.worker->selectedCertificateHash);
     request.reply.status = true;
   }
   if (request.worker->isAuthenticated) {

@@ -15,6 +15,7 @@
 #include "protocol/QuillMessage.hpp"
 #include "requests/ConnectRate.hpp"
 #include "requests/PendingMessages.hpp"
+#include "requests/UnpairedDevices.hpp"
 #include "worker/QuillWorker.hpp"
 
 // The daemon's protocol state machine: what it does with every message that a connection has sent.
@@ -73,6 +74,7 @@ class RequestProcessor {
   std::weak_ptr<QuillWorker> cardInserter;
   PendingMessages pendingMessages;
   requests::ConnectRate connectRate;
+  requests::UnpairedDevices unpairedDevices;
   Counts counts;
 
  private:

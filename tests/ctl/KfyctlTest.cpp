@@ -48,6 +48,21 @@ TEST_F(Kfyctl, NamesAnIdentityByItsLabelAsStoredOrByItsHash) {
   EXPECT_EQ(kfyctl({"identity", "list"}).output, "");
 }
 
+TEST_F(Kfyctl, SetsUpAnIdentityOnceAndChoosesNoneOfSeveral) {
+  const auto setUp = [] { return kfyctl({"setup", "--common-name", "box.example"}); };
+  const ToolRun first = setUp();
+  EXPECT_EQ(first.output.size(), 96U);
+  EXPECT_THAT(kfyctl({"identity", "show"}).output, HasSubstr(first.output));
+  EXPECT_EQ(setUp().output, first.output);
+  EXPECT_THAT(kfyctl({"identity", "list"}).output, testing::EndsWith(" * box.example\n"));
+  std::filesystem::remove(sandboxedRoot() / kIdentitySettings);
+  EXPECT_EQ(setUp().output, first.output) << "the only one";
+  (void)created("Box");
+  EXPECT_EQ(setUp().output, first.output) << "it is used";
+  std::filesystem::remove(sandboxedRoot() / kIdentitySettings);
+  EXPECT_EQ(setUp().status, 1);
+}
+
 TEST_F(Kfyctl, ImportsWhatIsThereAlreadyAlikeFromBothKindsOfFile) {
   const crypto::Identity box = fakes::makeIdentity("Box");
   const std::string hash = encodings::hexString(box.certificate.sha1());

@@ -41,8 +41,9 @@ struct ToolRun {
   std::string notes;
 };
 
-inline ToolRun runTool(const std::function<int(ctl::Invocation &)> &tool) {
-  std::istringstream input;
+inline ToolRun runTool(const std::function<int(ctl::Invocation &)> &tool,
+                       const std::string &typed = "") {
+  std::istringstream input(typed);
   std::ostringstream output;
   std::ostringstream notes;
   ctl::Invocation invocation{input, output, notes};
@@ -57,9 +58,9 @@ inline ToolRun runTool(const std::function<int(ctl::Invocation &)> &tool) {
   return {status, output.str(), notes.str()};
 }
 
-inline ToolRun kfyctl(const std::vector<std::string> &arguments) {
-  return runTool(
-      [&](ctl::Invocation &invocation) { return ctl::runKfyctl(arguments, invocation); });
+inline ToolRun kfyctl(const std::vector<std::string> &arguments, const std::string &typed = "") {
+  return runTool([&](ctl::Invocation &invocation) { return ctl::runKfyctl(arguments, invocation); },
+                 typed);
 }
 
 inline ToolRun scAuth(const std::vector<std::string> &arguments) {

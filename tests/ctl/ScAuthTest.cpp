@@ -1,5 +1,7 @@
 #include "ctl/ScAuth.hpp"
 
+#include <ctime>
+
 #include "ctl/RunningTools.hpp"
 #include "encodings/HexString.hpp"
 #include "fakes/MadeKeys.hpp"
@@ -36,6 +38,34 @@ TEST_F(ScAuth, PairsOneKeyAndAnotherOnlyInsteadOfIt) {
   EXPECT_EQ(scAuth({"unpair", "--user", kOther}).status, 0);
   EXPECT_THAT(sandboxedRoot().read(kFile), testing::StartsWith("# by hand\n"));
   EXPECT_EQ(scAuth({"identities"}).output, "SmartCard: com.corvane.keyferry.ctkextension\n");
+}
+
+TEST_F(ScAuth, PairsTheDeviceThatJustTries) {
+  const auto has = [](const std::string &devices) {
+    sandboxedRoot().write("run/keyferry/state.json", "{\"unpaired\":[" + devices + "]}");
+  };
+  const auto device = [](const std::string &hash, int age) {
+    return R"({"address":"a\u001b","publicKeyHash":")" + hash + R"(","lastTried":)" +
+           std::to_string(std::time(nullptr) - age) + "}";
+  };
+  std::filesystem::create_directories(sandboxedRoot() / "run/keyferry");
+  has(device(kOne, 700) + "," + device(kTwo, -60) + R"(,7,{"publicKeyHash":"11"})");
+  EXPECT_THAT(kfyctl({"pair", "ada"}).notes, HasSubstr("no device that is not paired"));
+  has(device(kOne, 700) + "," + device(kTwo, 5));
+  EXPECT_EQ(kfyctl({"pair", "ada"}, "n\n").status, 1);
+  EXPECT_EQ(kfyctl({"pair", "ada"}).status, 1) << "nobody answers";
+  EXPECT_EQ(kfyctl({"pair", "eve"}, "y\n").status, 1);
+  const ToolRun paired = kfyctl({"pair", "ada"}, "y\n");
+  EXPECT_THAT(paired.notes,
+              HasSubstr("2222 2222 2222 2222 2222 2222 2222 2222 2222 2222  from a?"));
+  EXPECT_THAT(scAuth({"identities"}).output, HasSubstr(kTwo + "\tada\n"));
+  has(device(kOne, 9) + "," + device(kTwo, 5));
+  EXPECT_THAT(kfyctl({"pair", "ada", "--yes"}).notes, HasSubstr("try: kfyctl pair ada " + kTwo))
+      << "not without a name: there are two";
+  EXPECT_THAT(kfyctl({"pair", "ada", kOne}).notes,
+              HasSubstr("try: kfyctl pair ada " + kOne + " --replace"));
+  EXPECT_EQ(kfyctl({"pair", "ada", kOne, "--replace"}).status, 0);
+  EXPECT_THAT(scAuth({"identities"}).output, HasSubstr(kOne + "\tada\n"));
 }
 
 TEST_F(ScAuth, LeavesAFileThatIsWrongAsItIsAndSaysWhy) {

@@ -333,6 +333,7 @@ TEST_F(Listening, TellsItsStateOnceASecond) {
   queue.advance(std::chrono::seconds(1));
   EXPECT_TRUE(base::fileExists(path)) << "with nobody there";
   limits.reached({{1, "maxHandshakes"}, "x"});
+  manager.unpairedDevices.note({"192.0.2.9", Bytes(20, 0xAB), clock.time});
   EXPECT_EQ(queue.waitingEvents(), 1U);
   const auto program = loopbackListener().connect();
   const auto far = publicListener().connect();
@@ -344,7 +345,8 @@ TEST_F(Listening, TellsItsStateOnceASecond) {
           R"(,"connections":[{"address":"192.0.2.7","port":50123,"local":false,)"
           R"("authenticated":false,"cards":[]},{"address":"192.0.2.7","port":50123,"local":true,)"
           R"("authenticated":false,"cards":[]}],"connectionCount":2,"pending":0,)"
-          R"("relays":0,"refusals":0,"limits":{"maxHandshakes":1}})");
+          R"("relays":0,"refusals":0,"unpaired":[{"address":"192.0.2.9","publicKeyHash":"ABABABABABABABABABABABABABABABABABABABAB",)"
+          R"("lastTried":1741940813}],"limits":{"maxHandshakes":1}})");
   EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
   manager.pendingMessages.insert(UUID::random(), {manager.workers[0], manager.workers[1]});
   program->end();

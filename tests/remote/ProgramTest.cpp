@@ -71,7 +71,7 @@ class Program : public testing::Test {
 ~OTHER kfy-remote: warning: refused to sign for ~mac: the request names no key of this card
 ~UP ~card | ~SERVED
 ~NOCHALLENGE sent a challenge that is not 16 bytes long; it was not signed
-~PAIR sudo sc_auth pair --user USER --hash ~hash
+~PAIR sudo kfyctl pair USER ~hash
 ~FORGET sed -i '/^127\.0\.0\.1:~port /d' '~in/ann'\''s/known_hosts'
 ~ASKS ~mac is not known yet. Its certificate has the fingerprint |   ~print | which "sudo kfyctl identity show" has to show on that machine. Trust it? [yes/NO] 
 ~CHANGED is not the one that was trusted: it may have a new certificate, or somebody may be in between; nothing was sent to it

@@ -121,6 +121,28 @@ dbg:Daemon processing request or response | dbg:no message. skipping
                    std::string(list) + "}");
     EXPECT_FALSE(at("far").worker->selectedCertificateHash);
   }
+  EXPECT_TRUE(processor.unpairedDevices.devices().empty()) << "a list does not begin with a hash";
+}
+
+TEST_P(Authentication, RemembersTheLastSixteenThatAreNotPairedUntilTheyAre) {
+  transcript.act("> ~TOOL" + std::string(40, 'A'));
+  for (int device = 0; device < 18; ++device) {
+    transcript.act("> far {~REQUEST:\"connect\",\"authentication_certificates\":[\"" +
+                   encodings::base64EncodeBytes(Bytes(20, static_cast<std::uint8_t>(device % 17)),
+                                                /*separateLines=*/false) +
+                   "\"]}");
+  }
+  transcript.act(R"(> far {~REQUEST:"connect","authentication_certificates":["~KEY"]})");
+  const auto devices = [this] { return processor.unpairedDevices.devices(); };
+  ASSERT_EQ(devices().size(), 16U);
+  EXPECT_EQ(devices().front().publicKeyHash, Bytes(20, 3)) << "0 came again, as the last but one";
+  EXPECT_EQ(devices().back().publicKeyHash, hashOf(kClient));
+  EXPECT_EQ(devices().back().address, "192.0.2.7");
+  for (const char *line :
+       {"> ~TOOL~HEXKEY", "> far ~CONNECT", "> sign far", "> far ~AUTHENTICATE"}) {
+    transcript.act(line);
+  }
+  EXPECT_EQ(devices().back().publicKeyHash, Bytes(20, 0));
 }
 
 TEST_P(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChallenge) {
