@@ -13,8 +13,8 @@ void AsioMainQueue::run() {
   const auto staysOpen = boost::asio::make_work_guard(context_);
   context_.restart();
   while (!context_.stopped()) {
-    serve([this] { context_.run_one(); });
     endEvent();
+    serve([this] { context_.run_one(); });
   }
 }
 
