@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "base/DisplayText.hpp"
+#include "base/Files.hpp"
+#include "base/Root.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/DaemonState.hpp"
 #include "ctl/Identities.hpp"
@@ -15,6 +17,10 @@
 
 namespace ctl {
 namespace {
+
+constexpr const char *kSettingsPath = "/etc/keyferry/kfyd.toml";
+constexpr const char *kHardenedProfile = "/usr/share/keyferry/kfyd.toml";
+constexpr std::size_t kLargestProfile = std::size_t{64} * 1024;
 
 std::string nameOfMachine() {
   std::array<char, 256> name{};
@@ -52,12 +58,32 @@ std::optional<IdentityRecord> identityForUse(const std::string &name, bool &isNe
   return record;
 }
 
+// A new installation begins hardened: where there are no settings, those that came with the
+// programs are taken.
+Outcome putSettings(Invocation &invocation) {
+  const std::string path = base::rooted(kSettingsPath);
+  const std::string profile = base::rooted(kHardenedProfile);
+  Error error;
+  if (base::fileExists(path) || !base::fileExists(profile)) {
+    return std::nullopt;
+  }
+  const auto content = base::readFile(profile, kLargestProfile, &error);
+  if (!content || !base::replaceFile(path, *content, 0644, &error)) {
+    return failureFrom(error, "kfyctl setup");
+  }
+  invocation.notes << "kfyctl: hardened settings are now in " << path << '\n';
+  return std::nullopt;
+}
+
 Outcome setUp(const std::string &name, Invocation &invocation) {
   Failure failure;
   bool isNew = false;
   const auto record = identityForUse(name, isNew, invocation, failure);
   if (!record) {
     return failure;
+  }
+  if (auto notPut = putSettings(invocation)) {
+    return notPut;
   }
   Error ignored;
   const auto state = readDaemonState(&ignored);

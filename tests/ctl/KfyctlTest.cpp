@@ -50,13 +50,20 @@ TEST_F(Kfyctl, NamesAnIdentityByItsLabelAsStoredOrByItsHash) {
 
 TEST_F(Kfyctl, SetsUpAnIdentityOnceAndChoosesNoneOfSeveral) {
   const auto setUp = [] { return kfyctl({"setup", "--common-name", "box.example"}); };
+  sandboxedRoot().write("profile", "maxPending = 7\n");
+  std::filesystem::create_directories(sandboxedRoot() / "usr/share/keyferry");
+  std::filesystem::rename(sandboxedRoot() / "profile",
+                          sandboxedRoot() / "usr/share/keyferry/kfyd.toml");
   const ToolRun first = setUp();
+  EXPECT_EQ(kfyctl({"defaults", "read", "maxPending"}).output, "7\n");
+  EXPECT_EQ(kfyctl({"defaults", "write", "maxPending", "8"}).status, 0);
   EXPECT_EQ(first.output.size(), 96U);
   EXPECT_THAT(kfyctl({"identity", "show"}).output, HasSubstr(first.output));
   EXPECT_EQ(setUp().output, first.output);
   EXPECT_THAT(kfyctl({"identity", "list"}).output, testing::EndsWith(" * box.example\n"));
   std::filesystem::remove(sandboxedRoot() / kIdentitySettings);
   EXPECT_EQ(setUp().output, first.output) << "the only one";
+  EXPECT_EQ(kfyctl({"defaults", "read", "maxPending"}).output, "8\n");
   (void)created("Box");
   EXPECT_EQ(setUp().output, first.output) << "it is used";
   std::filesystem::remove(sandboxedRoot() / kIdentitySettings);
