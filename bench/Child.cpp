@@ -81,6 +81,7 @@ Child runJournal() {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   base::rooted("/run/systemd/journal/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+  ::unlink(address.sun_path);  // of the program before
   const base::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   need(::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0,
        "journal");
