@@ -22,7 +22,7 @@ std::string shown(double value) {
 void Results::add(const Figure &figure, const std::string &subject,
                   const std::vector<double> &rounds) const {
   const auto &[group, condition, quantity] = figure;
-  std::printf("%-11s %-12s %-24s %-22s %7s  (%s to %s)\n", group.c_str(), condition.c_str(),
+  std::printf("%-12s %-36s %-12s %-20s %7s  (%s to %s)\n", group.c_str(), condition.c_str(),
               subject.c_str(), quantity.c_str(), shown(median(rounds)).c_str(),
               shown(std::ranges::min(rounds)).c_str(), shown(std::ranges::max(rounds)).c_str());
   std::fflush(stdout);
