@@ -1,7 +1,6 @@
 #include "BareRelay.hpp"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
@@ -10,16 +9,18 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
+#include <deque>
 #include <memory>
 #include <system_error>
+#include <unordered_map>
 
+#include "Statistics.hpp"
 #include "base/Descriptor.hpp"
 #include "crypto/TlsChannel.hpp"
 
 namespace bench {
 namespace {
-
-using Side = std::unique_ptr<SSL, decltype(&SSL_free)>;
 
 base::Descriptor listenOn(std::uint16_t port) {
   base::Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -27,54 +28,113 @@ base::Descriptor listenOn(std::uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (::bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-      ::listen(listener.get(), 2) != 0) {
+  const int on = 1;
+  ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (::bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+      ::listen(listener.get(), SOMAXCONN) != 0) {
     throw std::system_error(errno, std::generic_category(), "the bare relay can't listen");
   }
   return listener;
 }
 
-// A failed handshake shows at the first read.
-Side acceptSide(SSL_CTX *context, int listener) {
-  const int socket = ::accept(listener, nullptr, nullptr);
-  const int on = 1;
-  ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-  Side side(SSL_new(context), SSL_free);
-  SSL_set_fd(side.get(), socket);
-  (void)SSL_accept(side.get());
-  ::fcntl(socket, F_SETFL, O_NONBLOCK);
-  return side;
-}
+struct Link {
+  base::Descriptor socket;
+  std::unique_ptr<SSL, decltype(&SSL_free)> tls{nullptr, SSL_free};
+};
 
-void relayBetween(const std::array<Side, 2> &sides) {
-  const base::Descriptor waiting(::epoll_create1(EPOLL_CLOEXEC));
-  epoll_event event{};
-  event.events = EPOLLIN;
-  for (; event.data.u32 < sides.size(); ++event.data.u32) {
-    ::epoll_ctl(waiting.get(), EPOLL_CTL_ADD, SSL_get_fd(sides[event.data.u32].get()), &event);
+class BareRelay {
+ public:
+  BareRelay(SSL_CTX *context, int listener) : context_(context), listener_(listener) {
+    watch(listener_, nullptr);
   }
-  std::array<char, crypto::kTlsRecordBytes> buffer{};
-  while (::epoll_wait(waiting.get(), &event, 1, -1) == 1) {
-    SSL *const from = sides[event.data.u32].get();
-    SSL *const into = sides[1 - event.data.u32].get();
-    do {
-      const int length = SSL_read(from, buffer.data(), static_cast<int>(buffer.size()));
-      if (length <= 0 || SSL_write(into, buffer.data(), length) != length) {
-        return;
+
+  void run() {
+    std::array<epoll_event, 64> events{};
+    while (true) {
+      const int count =
+          ::epoll_wait(waiting_.get(), events.data(), static_cast<int>(events.size()), -1);
+      check(count > 0, "the bare relay can't wait");
+      for (int event = 0; event < count; ++event) {
+        auto *const link = static_cast<Link *>(events[static_cast<std::size_t>(event)].data.ptr);
+        if (link == nullptr) {
+          accept();
+        } else if (!serve(*link)) {
+          links_.erase(link);
+        }
       }
-    } while (SSL_has_pending(from) == 1);
+    }
   }
-}
+
+ private:
+  void watch(int descriptor, Link *link) const {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = link;
+    ::epoll_ctl(waiting_.get(), EPOLL_CTL_ADD, descriptor, &event);
+  }
+
+  void accept() {
+    auto link = std::make_unique<Link>();
+    link->socket =
+        base::Descriptor(::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    const int on = 1;
+    ::setsockopt(link->socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    link->tls.reset(SSL_new(context_));
+    SSL_set_fd(link->tls.get(), link->socket.get());
+    SSL_set_accept_state(link->tls.get());
+    watch(link->socket.get(), link.get());
+    if (holder_ == nullptr) {
+      holder_ = link.get();
+    }
+    links_.emplace(link.get(), std::move(link));
+  }
+
+  // False when the link has ended.
+  bool serve(Link &from) {
+    SSL *const tls = from.tls.get();
+    do {
+      const int length = SSL_read(tls, buffer_.data(), static_cast<int>(buffer_.size()));
+      if (length <= 0) {
+        return SSL_get_error(tls, length) == SSL_ERROR_WANT_READ;
+      }
+      check(SSL_write(next(from).tls.get(), buffer_.data(), length) == length,
+            "the bare relay can't write");
+    } while (SSL_has_pending(tls) == 1);
+    return true;
+  }
+
+  // Where what has come from this link goes.
+  Link &next(Link &from) {
+    if (&from != holder_) {
+      unanswered_.push_back(&from);
+      return *holder_;
+    }
+    check(!unanswered_.empty(), "an answer to nobody");
+    Link &asker = *unanswered_.front();
+    unanswered_.pop_front();
+    return asker;
+  }
+
+  SSL_CTX *context_;
+  int listener_;
+  base::Descriptor waiting_{::epoll_create1(EPOLL_CLOEXEC)};
+  std::unordered_map<Link *, std::unique_ptr<Link>> links_;
+  Link *holder_ = nullptr;
+  std::deque<Link *> unanswered_;
+  std::array<char, crypto::kTlsRecordBytes> buffer_{};
+};
 
 }  // namespace
 
-Child runBareRelay(const crypto::Identity &identity, std::uint16_t port) {
+Child runBareRelay(const crypto::Identity &identity, std::uint16_t port, Saves saves) {
   const auto context = crypto::TlsContext::server(identity);
-  SSL_CTX_clear_mode(context->native(), SSL_MODE_RELEASE_BUFFERS);  // saves memory, costs time
+  if (saves == Saves::memory) {
+    SSL_CTX_set_mode(context->native(), SSL_MODE_RELEASE_BUFFERS);
+  }
   const base::Descriptor listener = listenOn(port);
   return Child([&] {
-    relayBetween({acceptSide(context->native(), listener.get()),
-                  acceptSide(context->native(), listener.get())});
+    std::signal(SIGPIPE, SIG_IGN);
+    BareRelay(context->native(), listener.get()).run();
   });
 }
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <fstream>
 #include <system_error>
 
 #include "base/Descriptor.hpp"
@@ -49,15 +50,38 @@ double Child::processorTime() const {
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
-void execute(const char *program) {
-  ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
-  ::execl(program, program, nullptr);
+double Child::mainThreadTime() const {
+  // The first number is nanoseconds (proc(5)). The clock of another process's thread can't be read.
+  double time = 0;
+  std::ifstream file("/proc/" + std::to_string(id_) + "/schedstat");
+  need(static_cast<bool>(file >> time), "processor time of a thread");
+  return time / 1e3;
+}
+
+double Child::residentKiB() const {
+  double pages = 0;
+  std::ifstream file("/proc/" + std::to_string(id_) + "/statm");
+  need(static_cast<bool>(file >> pages >> pages), "memory of a child");  // the first is all
+  return pages * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+void execute(std::vector<std::string> command) {
+  const int nothing = ::open("/dev/null", O_WRONLY);
+  ::dup2(nothing, STDOUT_FILENO);
+  ::dup2(nothing, STDERR_FILENO);
+  std::vector<char *> arguments;
+  for (std::string &argument : command) {
+    arguments.push_back(argument.data());
+  }
+  arguments.push_back(nullptr);
+  ::execv(arguments[0], arguments.data());
 }
 
 Child runJournal() {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   base::rooted("/run/systemd/journal/socket").copy(address.sun_path, sizeof(address.sun_path) - 1);
+  ::unlink(address.sun_path);  // of the program before
   const base::Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   need(::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0,
        "journal");

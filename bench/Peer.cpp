@@ -41,11 +41,30 @@ void Peer::send(ByteView frame) {
 
 ByteView Peer::receive() {
   while (true) {
+    Result wants{};
+    if (const auto frame = take(wants)) {
+      return *frame;
+    }
+    waitFor(wants);
+  }
+}
+
+std::optional<ByteView> Peer::take() {
+  Result wants{};
+  const auto frame = take(wants);
+  if (!frame && wants != Result::wantsRead) {
+    waitFor(wants);
+  }
+  return frame;
+}
+
+// `wants`: what to wait for if there is none.
+std::optional<ByteView> Peer::take(Result &wants) {
+  while (true) {
     ByteView chunk;
-    const Result result = channel_.readChunk(buffer_, chunk);
-    if (result != Result::done) {
-      waitFor(result);
-      continue;
+    wants = channel_.readChunk(buffer_, chunk);
+    if (wants != Result::done) {
+      return std::nullopt;
     }
     const auto collected = protocol::collectChunk(frame_, chunk);
     if (collected.outcome == protocol::ChunkOutcome::frame) {

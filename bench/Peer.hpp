@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "base/Bytes.hpp"
 #include "base/Descriptor.hpp"
@@ -21,10 +22,17 @@ class Peer {
   // The content of the next frame, borrowed until the next call.
   ByteView receive();
 
+  // The same without waiting: nothing if no whole frame has come. As long as this may hold more,
+  // the socket says nothing of it.
+  std::optional<ByteView> take();
+  [[nodiscard]] bool mayHoldMore() const { return channel_.mayHoldMore(); }
+  [[nodiscard]] int descriptor() const { return socket_.get(); }
+
   // Sends a message and reads the next one as its answer, which must be a good one.
   QuillMessage ask(const QuillMessage &message);
 
  private:
+  std::optional<ByteView> take(crypto::TlsChannel::Result &wants);
   void waitFor(crypto::TlsChannel::Result result);
 
   base::Descriptor socket_;

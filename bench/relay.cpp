@@ -1,186 +1,82 @@
-// bench_relay KFYD: what a signature costs on its way through this kfyd, beside the least that a
-// relay of two TLS connections costs. Runs in the root and network that scripts/bench prepares.
+// bench_relay KFYD RESULTS: what a request costs on its way through this kfyd, beside the least
+// that a relay of TLS connections costs. Runs in the root and network that scripts/bench prepares.
 
 #include <algorithm>
-#include <chrono>
+#include <array>
 #include <cstdio>
 #include <exception>
-#include <stdexcept>
-#include <thread>
-#include <vector>
+#include <random>
 
 #include "BareRelay.hpp"
-#include "Child.hpp"
-#include "Peer.hpp"
+#include "Load.hpp"
+#include "Machine.hpp"
+#include "Results.hpp"
 #include "base/Places.hpp"
 #include "base/Root.hpp"
-#include "client/Connection.hpp"
-#include "client/TcpConnect.hpp"
-#include "crypto/HashAlgorithm.hpp"
-#include "encodings/HexString.hpp"
-#include "protocol/Frame.hpp"
 
 namespace bench {
 namespace {
 
-constexpr int kRounds = 20;
-constexpr int kRequests = 100;  // of a round, and as many messages and handshakes
+constexpr std::size_t kRounds = 15;
+constexpr std::size_t kRequests = 3000;  // of a round
+constexpr std::array<std::size_t, 3> kClients{1, 8, 64};
 constexpr std::uint16_t kBarePort = 5117;
 
-// The value that this share of all does not exceed.
-double percentile(std::vector<double> values, double share) {
-  const auto place =
-      values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-  std::ranges::nth_element(values, place);
-  return *place;
-}
-
-double median(const std::vector<double> &values) {
-  return percentile(values, 0.5);
-}
-
-template <typename Work>
-double timed(Work work) {
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
-      .count();
-}
-
-void check(bool isRight, const char *what) {
-  if (!isRight) {
-    throw std::runtime_error(what);
-  }
-}
-
-// The frames of one request and its answer, as long as those of a signature with RSA-2048.
-struct Exchange {
-  explicit Exchange(const crypto::Identity &card) {
-    const auto hash = crypto::HashAlgorithm::sha256;
-    const auto message = QuillMessage::initCommandMessageSignData(
-        crypto::digestInfo(hash, crypto::digestOf(hash, {})), card.certificate.sha1(),
-        SecretText());
-    request = protocol::frameOf(message);
-    answer = protocol::frameOf(QuillMessage::initWithReplyMessageForSignMessage(
-        /*status=*/true, message.messageID, Bytes(256, 0xA5)));
-  }
-
-  CleansedBytes request;
-  CleansedBytes answer;
-};
-
-ByteView payloadOf(ByteView frame) {
-  return frame.subspan(protocol::kFrameStart.size(),
-                       frame.size() - protocol::kFrameStart.size() - protocol::kFrameEnd.size());
-}
-
-// A relay with a peer at either side, and what was measured of it; times are in microseconds.
+// The rounds of one relay with one number of clients.
 struct Course {
-  const Child &relay;
-  Peer requester;
-  Peer holder;
-  std::vector<double> all = {};
-  std::vector<double> processor = {};  // of the relay, for one request, by round
-
-  // One request after the other; the median.
-  double runRound(const Exchange &exchange) {
-    std::vector<double> round;
-    const double before = relay.processorTime();
-    for (int request = 0; request < kRequests; ++request) {
-      round.push_back(timed([&] {
-        requester.send(exchange.request);
-        check(holder.receive().size() == payloadOf(exchange.request).size(), "request changed");
-        holder.send(exchange.answer);
-        check(requester.receive().size() == payloadOf(exchange.answer).size(), "answer changed");
-      }));
-    }
-    processor.push_back((relay.processorTime() - before) / kRequests);
-    all.insert(all.end(), round.begin(), round.end());
-    return median(round);
-  }
-
-  void print(const char *name) const {
-    std::printf("  %-11s p50 %6.1f   p99 %6.1f   CPU of the relay %6.1f\n", name, median(all),
-                percentile(all, 0.99), median(processor));
-  }
+  Load *load;
+  std::size_t clients;
+  std::vector<Round> rounds = {};
 };
 
-void insertCard(Peer &holder, const crypto::Identity &card) {
-  const Bytes hash = encodings::sha1(card.key.publicKey().externalRepresentation().value());
-  const auto reply = holder.ask(QuillMessage::initCommandMessageConnectWithCertificate({hash}));
-  (void)holder.ask(QuillMessage::initCommandMessageAuthenticateWithSignature(
-      card.key.signRawPKCS1(reply.challenge.value()).value(), card.certificate.der()));
-  encodings::CertificateInfo info;
-  info.certificate = encodings::base64EncodeBytes(card.certificate.der(), /*separateLines=*/false);
-  const std::vector<protocol::CardElement> list{info};
-  (void)holder.ask(QuillMessage::initCommandMessageInsertSmartCardWithCertificates(
-      protocol::makeCardList(list)));
+std::vector<double> column(const Course &course, double Round::*quantity) {
+  std::vector<double> values;
+  std::ranges::transform(course.rounds, std::back_inserter(values),
+                         [&](const Round &round) { return round.*quantity; });
+  return values;
 }
 
-void measureRelays(const crypto::TlsContext &context, const Child &daemon,
-                   const crypto::Identity &card) {
-  const Child bareRelay = runBareRelay(card, kBarePort);
-  Course bare{bareRelay, {context, kBarePort}, {context, kBarePort}};
-  Course kfyd{daemon, {context, base::kLoopbackPort}, {context, base::kPublicPort}};
-  insertCard(kfyd.holder, card);
-  const Exchange exchange(card);
-  std::vector<double> ratios;
-  for (int round = 0; round < kRounds; ++round) {
-    const double floor = bare.runRound(exchange);
-    ratios.push_back(kfyd.runRound(exchange) / floor);
-  }
-  std::printf("sign_data, %d requests one at a time, %d rounds, frames of %zu and %zu bytes; µs:\n",
-              kRounds * kRequests, kRounds, exchange.request.size(), exchange.answer.size());
-  bare.print("bare relay");
-  kfyd.print("kfyd");
-  std::printf("  p50(kfyd)/p50(bare relay) %.2f; of the rounds: median %.2f, %.2f to %.2f\n",
-              median(kfyd.all) / median(bare.all), median(ratios), std::ranges::min(ratios),
-              std::ranges::max(ratios));
+void report(const Results &results, const Course &bare, const Course &kfyd) {
+  const std::string condition =
+      std::to_string(bare.clients) + (bare.clients == 1 ? " client" : " clients");
+  const auto add = [&](const char *name, double Round::*quantity) {
+    results.addRatio({"relay", condition, name}, column(bare, quantity), column(kfyd, quantity));
+  };
+  add("p50, µs", &Round::p50);
+  add("p99, µs", &Round::p99);
+  add("relays/s", &Round::perSecond);
+  add("CPU/relay, µs", &Round::processor);
 }
 
-void measureCodec(const crypto::Identity &card) {
-  const Exchange exchange(card);
-  std::vector<double> rounds;
-  for (int round = 0; round < kRounds; ++round) {
-    const double time = timed([&] {
-      for (int message = 0; message < kRequests; ++message) {
-        const auto decoded = QuillMessage::initWithJSONData(payloadOf(exchange.request));
-        check(protocol::frameOf(*decoded).size() == exchange.request.size(), "message changed");
-      }
-    });
-    rounds.push_back(time / kRequests);
-  }
-  std::printf("sign_data decoded and encoded once: %.2f µs\n", median(rounds));
-}
-
-// At the loopback port: the end of a connection to the public one withdraws the card.
-void measureHandshakes(const crypto::TlsContext &context, const Child &daemon) {
-  std::vector<double> times;
-  const double before = daemon.processorTime();
-  for (int handshake = 0; handshake < kRequests; ++handshake) {
-    times.push_back(timed([&] { const Peer peer(context, base::kLoopbackPort); }));
-  }
-  std::printf("handshakes: %.0f a second, one at a time; p50 %.0f µs, CPU of kfyd %.0f µs\n",
-              1e6 / median(times), median(times), (daemon.processorTime() - before) / kRequests);
-}
-
-void measure(const char *kfyd) {
+void measure(const std::string &kfyd, const Results &results) {
   check(!base::root().empty(), "KFYD_ROOT is not set; try: scripts/bench");
-  const auto key = crypto::PrivateKey::generateRSA(2048).value();
-  const crypto::Identity card{
-      crypto::Certificate::selfSigned(key, "card", /*days=*/1, /*serverName=*/false).value(), key};
+  const crypto::Identity card = makeCard();
   const auto context = crypto::TlsContext::client().value();
-  const Child journal = runJournal();
-  const Child daemon([&] { execute(kfyd); });
-  for (int tries = 0;
-       !client::connectTcp(client::kLoopbackHost, base::kLoopbackPort, {}, nullptr).isOpen();
-       ++tries) {
-    check(tries < 1000, "kfyd does not listen");
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  const Child bareRelay = runBareRelay(makeRelayIdentity(), kBarePort, Saves::time);
+  const Machine machine(kfyd);
+  Load bare(context, bareRelay, kBarePort, kBarePort, kClients.back(), card, /*inserts=*/false);
+  Load daemon(context, machine.daemon(), base::kPublicPort, base::kLoopbackPort, kClients.back(),
+              card, /*inserts=*/true);
+  std::vector<Course> courses;
+  for (const std::size_t clients : kClients) {
+    courses.push_back({&bare, clients});
+    courses.push_back({&daemon, clients});
   }
-  measureRelays(context, daemon, card);
-  measureCodec(card);
-  measureHandshakes(context, daemon);
+  for (const Course &course : courses) {
+    (void)course.load->run(course.clients, kRequests);  // not counted: all memory is got once
+  }
+  std::vector<Course *> order;
+  std::ranges::transform(courses, std::back_inserter(order), [](Course &each) { return &each; });
+  std::mt19937 random(std::random_device{}());
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    std::ranges::shuffle(order, random);
+    for (Course *const course : order) {
+      course->rounds.push_back(course->load->run(course->clients, kRequests));
+    }
+  }
+  for (std::size_t each = 0; each < courses.size(); each += 2) {
+    report(results, courses[each], courses[each + 1]);
+  }
 }
 
 }  // namespace
@@ -188,8 +84,8 @@ void measure(const char *kfyd) {
 
 int main(int count, char **arguments) {
   try {
-    bench::check(count == 2, "usage: bench_relay KFYD");
-    bench::measure(arguments[1]);
+    bench::check(count == 3, "usage: bench_relay KFYD RESULTS");
+    bench::measure(arguments[1], bench::Results(arguments[2]));
     return 0;
   } catch (const std::exception &failure) {
     std::fprintf(stderr, "bench_relay: error: %s\n", failure.what());
