@@ -156,6 +156,8 @@ void TlsHandshake::end(int errorNumber) {
   timer_.cancel();
   if (errorNumber != 0) {
     stream_.close();
+  } else {
+    stream_.channel->releaseBuffers();  // many connections do nothing for a long time
   }
   const Done done = std::exchange(done_, nullptr);
   done(errorNumber);
