@@ -51,7 +51,7 @@ bool replace(const std::string &path, ByteView content, unsigned mode, int (*syn
 std::optional<CleansedBytes> readFile(const std::string &path, std::size_t limit, Error *error) {
   // O_NONBLOCK: opening a FIFO must not block the caller
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  struct stat status {};
+  struct stat status{};
   if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
     reportErrno(error, errno, "cannot read " + path);
     return std::nullopt;
@@ -95,8 +95,7 @@ bool replaceFile(const std::string &path, ByteView content, unsigned mode, Error
 }
 
 bool replacePassingFile(const std::string &path, ByteView content, unsigned mode, Error *error) {
-  return replace(
-      path, content, mode, [](int /*file*/) { return 0; }, error);
+  return replace(path, content, mode, [](int /*file*/) { return 0; }, error);
 }
 
 bool makeFolders(const std::string &path, unsigned mode, Error *error) {

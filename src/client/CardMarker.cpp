@@ -28,12 +28,12 @@ std::string cardMarkerPath() {
 }
 
 uid_t ownerOfCardMarkers() {
-  struct stat folder {};
+  struct stat folder{};
   return !base::root().empty() && ::stat(base::root().c_str(), &folder) == 0 ? folder.st_uid : 0;
 }
 
 std::optional<CardMarker> findCardMarker() {
-  struct stat status {};
+  struct stat status{};
   if (::lstat(cardMarkerPath().c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
       status.st_uid != ownerOfCardMarkers()) {
     return std::nullopt;

@@ -15,7 +15,7 @@ struct SocketIdentity {
 
   // Nothing if the descriptor is not open.
   [[nodiscard]] static std::optional<SocketIdentity> of(int descriptor) {
-    struct stat status {};
+    struct stat status{};
     if (::fstat(descriptor, &status) != 0) {
       return std::nullopt;
     }

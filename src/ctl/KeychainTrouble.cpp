@@ -85,8 +85,8 @@ Failure keychainUnusable(const Invocation &invocation) {
 
 std::optional<Failure> troubleAheadOfKeychain() {
   constexpr std::uint64_t kRoomForAChange = 64 * 1024;
-  struct stat file {};
-  struct statvfs disk {};
+  struct stat file{};
+  struct statvfs disk{};
   if (::stat(keychainPath().c_str(), &file) != 0 ||
       ::statvfs(keychainFolder().c_str(), &disk) != 0) {
     return std::nullopt;

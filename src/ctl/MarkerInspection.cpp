@@ -22,7 +22,7 @@ std::string kindOf(mode_t mode) {
 MarkerInspection inspectMarker() {
   MarkerInspection state;
   state.path = client::cardMarkerPath();
-  struct stat status {};
+  struct stat status{};
   if (::lstat(state.path.c_str(), &status) != 0) {
     state.description = "absent";
     return state;

@@ -42,7 +42,7 @@ std::optional<Pairing> pairingFrom(const platform_linux::Setting &setting) {
 PairingFile::PairingFile(std::string path) : path_(std::move(path)) {}
 
 std::optional<std::string> PairingFile::readText(Error *error) const {
-  struct stat status {};
+  struct stat status{};
   if (::lstat(path_.c_str(), &status) != 0) {
     if (errno == ENOENT) {
       return "";

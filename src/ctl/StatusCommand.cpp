@@ -55,7 +55,7 @@ Finding lookAtRoot() {
 }
 
 bool othersCanWrite(const std::string &path) {
-  struct stat status {};
+  struct stat status{};
   return ::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 

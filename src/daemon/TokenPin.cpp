@@ -24,7 +24,7 @@ std::string octal(mode_t mode) {
 }
 
 bool isForThisUserAlone(const std::string &name, const std::string &path) {
-  struct stat status {};
+  struct stat status{};
   // if stat fails, reading fails too and reports it
   if (stat(path.c_str(), &status) != 0 ||
       (status.st_uid == geteuid() && (status.st_mode & kOthers) == 0)) {

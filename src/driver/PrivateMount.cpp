@@ -86,7 +86,7 @@ bool isPrivateMount(std::string_view mountInfo, std::string_view path) {
 
 bool isMarkerFolderPrivate() {
   const std::string folder = client::cardMarkerFolder();
-  struct stat status {};
+  struct stat status{};
   if (::stat(folder.c_str(), &status) != 0 || status.st_uid != client::ownerOfCardMarkers()) {
     return true;
   }

@@ -129,8 +129,8 @@ std::string timeStamp(Clock &clock, Clock::Time time) {
 // True if another user (not root) could replace this folder, by a link for instance, and it is not
 // safely ours. Another user must not redirect log lines.
 bool isAnothersInSharedFolder(int folder) {
-  struct stat parent {};
-  struct stat status {};
+  struct stat parent{};
+  struct stat status{};
   if (::fstatat(folder, "..", &parent, 0) != 0 || ::fstat(folder, &status) != 0) {
     return true;
   }

@@ -23,8 +23,7 @@ class ParsedJSON {
   using Wanted = std::function<bool(std::string_view key)>;
 
   // Values that are not wanted are checked, but not stored. Throws std::bad_alloc.
-  explicit ParsedJSON(
-      ByteView text, const Wanted &wanted = [](std::string_view) { return true; });
+  explicit ParsedJSON(ByteView text, const Wanted &wanted = [](std::string_view) { return true; });
   ~ParsedJSON();
   ParsedJSON(const ParsedJSON &) = delete;
   ParsedJSON &operator=(const ParsedJSON &) = delete;

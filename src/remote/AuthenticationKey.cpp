@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kLargestKeyFile = 64 * 1024;
 
 std::optional<crypto::Identity> readKey(const std::string &path, Error *error) {
-  struct stat status {};
+  struct stat status{};
   if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 077) != 0) {
     base::report(error, "file", 0,
                  path +

@@ -43,7 +43,7 @@ class TemporaryFolder {
 
   // The permissions of something in it, 0 if there is nothing.
   [[nodiscard]] unsigned modeOf(const std::string &name) const {
-    struct stat status {};
+    struct stat status{};
     return ::stat((*this / name).c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
   }
 

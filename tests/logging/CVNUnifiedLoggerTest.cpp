@@ -70,7 +70,9 @@ TEST_F(Logger, DebugModeIsLookedUpAnewAfterAnEventWithChangesOrABlockingStep) {
   CVNLogDebug("off");
   setDebugMode(true);
   CVNLogDebug("still off");
-  { const logging::BlockingStep step; }
+  {
+    const logging::BlockingStep step;
+  }
   EXPECT_EQ(log.flushes, 2) << "the log and standard error leave before the step";
   CVNLogDebug("on");
   logging::eventBegins();

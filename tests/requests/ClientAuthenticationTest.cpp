@@ -161,9 +161,7 @@ TEST_P(Authentication, FailsWithAnythingButTheRSAKeyItsCertificateAndTheChalleng
       {kClient, kClient, [](auto &, auto &worker) { worker.challenge.reset(); }},
       {kClient, kClient, [](auto &message, auto &) { message.challengeSignature.reset(); }},
       {kClient, kClient,
-       [](auto &message, auto &) {
-         message.certificateUsedToAuthenticate = Bytes{1, 2};
-       }},
+       [](auto &message, auto &) { message.certificateUsedToAuthenticate = Bytes{1, 2}; }},
   };
   for (const auto &[paired, signer, change] : kCases) {
     const Peer remote = this->remote();

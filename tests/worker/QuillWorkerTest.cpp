@@ -23,9 +23,7 @@ class Worker : public fakes::LoggedTest {
         {"authenticated", [this](const auto &) { worker->isAuthenticated = true; }},
         {"chunk", [this](const auto &chunk) { connection->deliver(chunk); }},
         {"lastChunk",
-         [this](const auto &chunk) {
-           connection->complete({base::viewOf(chunk), false, 1});
-         }},
+         [this](const auto &chunk) { connection->complete({base::viewOf(chunk), false, 1}); }},
         {"end", [this](const auto &) { connection->end(); }},
         {"send",
          [this](const auto &json) {

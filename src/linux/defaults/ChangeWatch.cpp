@@ -39,7 +39,7 @@ bool isOfThisMachine(const std::string &folder) {
                               long{OVERLAYFS_SUPER_MAGIC},
                               kXFS,
                               kZFS};
-  struct statfs status {};
+  struct statfs status{};
   return ::statfs(folder.c_str(), &status) == 0 &&
          std::ranges::find(kKinds, static_cast<long>(status.f_type)) != kKinds.end();
 }
@@ -85,7 +85,7 @@ bool ChangeWatch::watch(const std::string &path) const {
       return false;
     }
   }
-  struct stat status {};
+  struct stat status{};
   return ::lstat(file.c_str(), &status) == 0 ? !S_ISLNK(status.st_mode) && status.st_nlink <= 1
                                              : errno == ENOENT;
 }

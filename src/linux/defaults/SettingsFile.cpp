@@ -23,7 +23,7 @@ std::string resolved(const std::string &path) {
 }
 
 unsigned modeOf(const std::string &path) {
-  struct stat status {};
+  struct stat status{};
   return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0644U;
 }
 

@@ -38,7 +38,7 @@ struct Stamp {
 };
 
 std::optional<Stamp> stampOf(const std::string &path) {
-  struct stat status {};
+  struct stat status{};
   if (::stat(path.c_str(), &status) != 0) {
     return std::nullopt;
   }

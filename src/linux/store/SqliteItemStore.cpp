@@ -124,7 +124,7 @@ ItemStatus SqliteItemStore::unusable(const Database &database) {
 
 ItemStatus SqliteItemStore::open(Database &database) {
   trouble_ = StoreTrouble::none;
-  struct stat file {};
+  struct stat file{};
   if (::stat(path_.c_str(), &file) != 0) {
     return errno == ENOENT ? platform::itemNotFound
                            : unusable(troubleOfErrno(errno), errnoText(errno));
