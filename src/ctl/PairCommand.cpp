@@ -41,7 +41,7 @@ std::vector<DaemonState::UnpairedDevice> devicesAtHand(const DaemonState &state)
   return devices;
 }
 
-std::string lineOf(const DaemonState::UnpairedDevice &device) {
+std::string lineAbout(const DaemonState::UnpairedDevice &device) {
   const auto age = std::chrono::floor<seconds>(std::chrono::system_clock::now() - device.lastTried);
   return base::inGroups(encodings::hexString(device.publicKeyHash)) + "  from " +
          base::displayText(device.address) + ", " + std::to_string(age.count()) + " s ago";
@@ -81,7 +81,7 @@ Outcome pairDevice(const DeviceOptions &options, Invocation &invocation) {
                    "kfy-remote setup HOST"};
   }
   for (const DaemonState::UnpairedDevice &device : devices) {
-    invocation.notes << lineOf(device) << '\n';
+    invocation.notes << lineAbout(device) << '\n';
   }
   const std::string first = encodings::hexString(devices.front().publicKeyHash);
   if (devices.size() > 1) {
