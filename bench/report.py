@@ -23,6 +23,7 @@ TITLES = {
     "relay": "Relays",
     "connections": "Connections",
     "driver": "Signatures through the driver",
+    "first use": "A program's first use",
     "slow network": "The device is 15 ms away, each way",
     "small": "Single steps",
 }
