@@ -40,7 +40,8 @@ Pkcs11Module::Pkcs11Module(const std::string &path, std::string pin) : pin_(std:
   check(list != nullptr && list(&functions_) == CKR_OK, "no function list");
   CK_C_INITIALIZE_ARGS arguments{};
   arguments.flags = CKF_OS_LOCKING_OK;
-  need(functions_->C_Initialize(&arguments), "C_Initialize");
+  const CK_RV result = functions_->C_Initialize(&arguments);
+  check(result == CKR_OK || result == CKR_CRYPTOKI_ALREADY_INITIALIZED, "C_Initialize");
 }
 
 Pkcs11Module::Signer::Signer(const Pkcs11Module &module) : functions_(*module.functions_) {
