@@ -10,7 +10,8 @@ namespace bench {
 // program that loads a module has nothing loaded before.
 class Pkcs11Module {
  public:
-  // Loads it, and initialises it unless this program has done so. `pin` is for modules that ask for a login; empty: none.
+  // Loads it, and initialises it unless this program has done so. `pin` is for modules that ask for
+  // a login; empty: none.
   Pkcs11Module(const std::string &path, std::string pin);
 
   // A session with the only RSA key that it finds, for one thread.

@@ -20,8 +20,7 @@ constexpr std::size_t kMostUnsentWhileReading = std::size_t{256} << 10;
 
 constexpr std::chrono::milliseconds kPauseAfterRejections{100};
 
-// So long after a send a link counts as busy. Longer than a busy loop's events, shorter than an
-// answer takes to come back.
+// So long after a send a link counts as busy: longer than an event, shorter than an answer takes.
 constexpr std::chrono::microseconds kBusyTime{20};
 
 // How long a peer may take to end its side after all output has left.
@@ -394,9 +393,7 @@ void TlsLink::closeNow() {
   timer_.cancel();
   stream_.close();
   account_.close();
-  if (writeError_ == 0) {
-    writeError_ = ECANCELED;
-  }
+  writeError_ = writeError_ == 0 ? ECANCELED : writeError_;
   output_.lose(writeError_);
 }
 
