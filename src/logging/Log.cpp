@@ -18,7 +18,8 @@
 namespace logging {
 namespace {
 
-enum class Answer : std::uint8_t { unknown, no, yes };
+// Whether debug mode is on.
+enum class Answer : std::uint8_t { unknown, beingLookedUp, no, yes };
 
 // The process-wide state of logging: the platform, the logger, and the debug mode.
 struct Logging {
@@ -29,35 +30,28 @@ struct Logging {
   std::unique_ptr<LogPlatform> platform;
   std::unique_ptr<CVNUnifiedLogger> logger;
   bool inEvent = false;
-  bool isUpToDate = false;   // what may have changed before this event has been forgotten
-  std::uint64_t moment = 0;  // counts on when logging starts over, so that no number comes twice
-  // as looked up in this moment
-  std::optional<bool> debugMode;
+  // In an event: what may have changed before it has been forgotten. While it is true, the next two
+  // hold and are read without the mutex.
+  std::atomic<bool> isUpToDate = false;
+  // Counts on when logging starts over, so that no number comes twice.
+  std::atomic<std::uint64_t> moment = 0;
+  std::atomic<Answer> debugMode = Answer::unknown;  // as looked up in this moment, like the next
   std::optional<bool> redaction;
-  // Known to hold for the rest of this event, and so read without the mutex.
-  std::atomic<Answer> debugModeInEvent = Answer::unknown;
-  std::atomic<std::uint64_t> momentOfEvent = 0;  // 0: unknown
-  bool isForUnauthenticated = false;             // what is written now
-  LogQuota quota;                                // of these
+  bool isForUnauthenticated = false;  // what is written now
+  LogQuota quota;                     // of these
 
   void forgetLookUps() {
     ++moment;
-    debugMode.reset();
+    debugMode = Answer::unknown;
     redaction.reset();
-    askAgain();
-  }
-
-  void askAgain() {
-    debugModeInEvent = Answer::unknown;
-    momentOfEvent = 0;
   }
 
   // To be called in an event, before what was looked up in an earlier one is used.
   void forgetWhatMayHaveChanged() {
-    if (!std::exchange(isUpToDate, true) &&
-        (!platform->mayHaveChanged || platform->mayHaveChanged())) {
+    if (!isUpToDate && (!platform->mayHaveChanged || platform->mayHaveChanged())) {
       forgetLookUps();
     }
+    isUpToDate = true;
   }
 };
 
@@ -149,6 +143,7 @@ void useLogPlatform(std::unique_ptr<LogPlatform> platform) {
   logging().logger.reset();
   logging().forgetLookUps();
   logging().inEvent = false;
+  logging().isUpToDate = false;
   logging().isOn = platform != nullptr;
   logging().platform = std::move(platform);
 }
@@ -171,8 +166,9 @@ void flushLogs() {
 
 bool debugModeOn() {
   Logging &state = logging();
-  if (const Answer answer = state.debugModeInEvent; answer != Answer::unknown) {
-    return answer == Answer::yes;
+  const Answer known = state.isUpToDate ? state.debugMode.load() : Answer::unknown;
+  if (known == Answer::yes || known == Answer::no) {
+    return known == Answer::yes;
   }
   if (!state.isOn) {
     return false;
@@ -182,27 +178,29 @@ bool debugModeOn() {
     return lookUpDebugMode(*state.platform);
   }
   state.forgetWhatMayHaveChanged();
-  if (!state.debugMode) {
+  if (state.debugMode == Answer::unknown) {
     // Set before the look-up, which may itself report a broken settings file through CVNLog.
-    state.debugMode = false;
-    state.debugMode = lookUpDebugMode(*state.platform);
+    state.debugMode = Answer::beingLookedUp;
+    state.debugMode = lookUpDebugMode(*state.platform) ? Answer::yes : Answer::no;
   }
-  state.debugModeInEvent = *state.debugMode ? Answer::yes : Answer::no;
-  return *state.debugMode;
+  return state.debugMode == Answer::yes;
 }
 
 void eventBegins() {
   const std::lock_guard lock(logMutex());
-  logging().inEvent = true;
-  logging().isUpToDate = false;
-  logging().askAgain();
+  Logging &state = logging();
+  state.inEvent = true;
+  state.isUpToDate = false;
+  if (state.debugMode == Answer::beingLookedUp) {  // memory ran out
+    state.debugMode = Answer::unknown;
+  }
   sayWhatWasLeftOut();
 }
 
 std::uint64_t currentMoment() {
   Logging &state = logging();
-  if (const std::uint64_t moment = state.momentOfEvent; moment != 0) {
-    return moment;
+  if (state.isUpToDate) {
+    return state.moment;
   }
   if (!state.isOn) {
     return 0;
@@ -212,7 +210,6 @@ std::uint64_t currentMoment() {
     return 0;
   }
   state.forgetWhatMayHaveChanged();
-  state.momentOfEvent = state.moment;
   return state.moment;
 }
 
