@@ -21,7 +21,7 @@ bool needsEscape(char character) {
   return kNeedsEscape[static_cast<std::uint8_t>(character)];
 }
 
-// The output grows by at least so much. A message without a card's list fits.
+// The output gets at least so much where nothing is reserved. A message without a card's list fits.
 constexpr std::size_t kLeastRoom = 1024;
 
 // The letter behind the backslash (RFC 8259, section 7); 'u' if the character has no short escape.
@@ -117,7 +117,8 @@ void JSONWriter::putSeparator() {
 
 void JSONWriter::put(std::string_view characters) {
   if (output_.size() - end_ < characters.size()) {
-    base::extend(output_, std::max(characters.size(), kLeastRoom));
+    const std::size_t reserved = output_.capacity() - output_.size();
+    base::extend(output_, std::max(characters.size(), reserved == 0 ? kLeastRoom : reserved));
   }
   base::copy(base::viewOf(characters), output_.data() + end_);
   end_ += characters.size();
