@@ -29,16 +29,11 @@ constexpr std::uint32_t kAtTheEnd = kOnTheWay | IN_MODIFY;
 
 // Whether changes on this file system are made by this machine alone, so that the kernel sees all.
 bool isOfThisMachine(const std::string &folder) {
-  constexpr long kXFS = 0x58465342;  // XFS and ZFS name theirs in no header
-  constexpr long kZFS = 0x2FC12FC1;
-  constexpr std::array kKinds{long{EXT4_SUPER_MAGIC},
-                              long{BTRFS_SUPER_MAGIC},
-                              long{F2FS_SUPER_MAGIC},
-                              long{TMPFS_MAGIC},
-                              long{RAMFS_MAGIC},
-                              long{OVERLAYFS_SUPER_MAGIC},
-                              kXFS,
-                              kZFS};
+  constexpr long kZFS = 0x2FC12FC1;  // stands in no header of the system
+  constexpr std::array kKinds{long{EXT4_SUPER_MAGIC},      long{BTRFS_SUPER_MAGIC},
+                              long{F2FS_SUPER_MAGIC},      long{TMPFS_MAGIC},
+                              long{RAMFS_MAGIC},           long{XFS_SUPER_MAGIC},
+                              long{OVERLAYFS_SUPER_MAGIC}, kZFS};
   struct statfs status{};
   return ::statfs(folder.c_str(), &status) == 0 &&
          std::ranges::find(kKinds, static_cast<long>(status.f_type)) != kKinds.end();
@@ -54,7 +49,7 @@ bool ChangeWatch::mayHaveChanged() {
   if (isWatched_ && now < lookAgainAt_ && !hasEvents()) {
     return false;
   }
-  isWatched_ = false;
+  isWatched_ = false;  // also if memory runs out: the events are gone
   isWatched_ = watchAll();
   lookAgainAt_ = now + kBetweenLooks;
   return true;
