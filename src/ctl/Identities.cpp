@@ -166,15 +166,13 @@ std::optional<IdentityRecord> makeIdentity(const std::string &commonName, const 
     failure = {error.description, "kfyctl identity create --help"};
     return std::nullopt;
   }
-  IdentityRecord record;
-  record.reference = std::make_shared<const crypto::Identity>(*certificate, *key);
-  record.label = label;
+  const crypto::Identity identity{*certificate, *key};
   bool wasThere = false;
-  if (auto notAdded = addIdentity({*certificate, *key}, label, invocation, wasThere)) {
+  if (auto notAdded = addIdentity(identity, label, invocation, wasThere)) {
     failure = std::move(*notAdded);
     return std::nullopt;
   }
-  return record;
+  return identity::describeNew(identity, label);
 }
 
 void tellOf(const IdentityRecord &record, bool wasThere, Invocation &invocation) {

@@ -10,7 +10,7 @@
 #include "base/DisplayText.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/DaemonState.hpp"
-#include "ctl/Pairing.hpp"
+#include "ctl/PairKey.hpp"
 #include "ctl/PairingHash.hpp"
 #include "encodings/HexString.hpp"
 
@@ -27,7 +27,6 @@ struct DeviceOptions {
   std::string user;
   std::string hash;
   bool replace = false;
-  bool yes = false;
 };
 
 // Those that have tried just now, the newest first.
@@ -49,14 +48,11 @@ std::string lineAbout(const DaemonState::UnpairedDevice &device) {
 
 Outcome pairWith(Bytes hash, const DeviceOptions &options, Invocation &invocation) {
   const std::string command = "kfyctl pair " + options.user + " " + encodings::hexString(hash);
-  return pairKey({options.user, std::move(hash)}, {options.replace, "kfyctl", command}, invocation);
+  return pairKey({options.user, std::move(hash)}, {"kfyctl", command, options.replace}, invocation);
 }
 
-// False unless a person says yes, or the option has.
+// False unless a person says yes.
 bool isConfirmed(const DeviceOptions &options, Invocation &invocation) {
-  if (options.yes) {
-    return true;
-  }
   invocation.notes << "Does the device show the same digits? Pair it with \"" << options.user
                    << "\"? [y/N] " << std::flush;
   std::string answer;
@@ -105,7 +101,6 @@ void addPairCommand(CLI::App &app, Invocation &invocation) {
                       "the 40 digits of the device's key; default: of a device that has tried "
                       "to connect within ten minutes");
   command->add_flag("--replace", options->replace, "instead of the key that is paired now");
-  command->add_flag("--yes", options->yes, "without asking");
   command->callback(
       [options, &invocation] { invocation.outcome = pairDevice(*options, invocation); });
 }

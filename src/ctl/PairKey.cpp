@@ -1,4 +1,4 @@
-#include "ctl/Pairing.hpp"
+#include "ctl/PairKey.hpp"
 
 #include <ostream>
 #include <span>
@@ -9,15 +9,7 @@
 
 namespace ctl {
 
-PairingFile pairingFile() {
-  return PairingFile(base::rooted(kPairingsPath));
-}
-
-Failure unusablePairings(const Error &error, const std::string &command) {
-  return failureFrom(error, command, "sudo ls -l " + base::rooted(kPairingsPath));
-}
-
-Outcome pairKey(const Pairing &wanted, const PairingStep &step, Invocation &invocation) {
+Outcome pairKey(const Pairing &wanted, const PairingCommand &command, Invocation &invocation) {
   Error error;
   // only the account file: network users are not users of this machine
   const auto accounts = base::accountsNamed(wanted.user, base::rooted("/etc/passwd"), &error);
@@ -28,19 +20,19 @@ Outcome pairKey(const Pairing &wanted, const PairingStep &step, Invocation &invo
   }
   const auto pairings = pairingFile().read(&error);
   if (!pairings) {
-    return unusablePairings(error, step.command);
+    return unusablePairings(error, command.line);
   }
   const bool isOther = !pairings->empty() && (pairings->size() > 1 || pairings->front() != wanted);
-  if (isOther && !step.replaces) {
+  if (isOther && !command.replaces) {
     return Failure{"this machine is already paired, key " +
                        encodings::hexString(pairings->front().publicKeyHash) + " for user \"" +
                        pairings->front().user + "\", and only one key can be",
-                   step.command + " --replace"};
+                   command.line + " --replace"};
   }
   if (!pairingFile().write(std::span(&wanted, 1), &error)) {
-    return unusablePairings(error, step.command);
+    return unusablePairings(error, command.line);
   }
-  invocation.notes << step.tool << ": key " << encodings::hexString(wanted.publicKeyHash)
+  invocation.notes << command.tool << ": key " << encodings::hexString(wanted.publicKeyHash)
                    << " is paired with user \"" << wanted.user << "\"\n";
   return std::nullopt;
 }

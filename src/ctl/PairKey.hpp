@@ -8,21 +8,16 @@
 
 namespace ctl {
 
-// The file of pairings on this system.
-[[nodiscard]] PairingFile pairingFile();
-
-// The failure for a file of pairings that could not be read or written.
-[[nodiscard]] Failure unusablePairings(const Error &error, const std::string &command);
-
-struct PairingStep {
-  bool replaces = false;  // another pairing ends
+// A command that pairs a key.
+struct PairingCommand {
   std::string tool;       // that says what was done
-  std::string command;    // the whole command, for a remedy
+  std::string line;       // all of it, for a remedy
+  bool replaces = false;  // another pairing ends
 };
 
 // Pairs a key with a user of this machine's account file, instead of the key that is paired now
-// only if the step says so.
-[[nodiscard]] Outcome pairKey(const Pairing &wanted, const PairingStep &step,
+// only if the command says so.
+[[nodiscard]] Outcome pairKey(const Pairing &wanted, const PairingCommand &command,
                               Invocation &invocation);
 
 }  // namespace ctl

@@ -9,6 +9,7 @@
 
 #include "base/Files.hpp"
 #include "base/FolderForAll.hpp"
+#include "base/Root.hpp"
 #include "encodings/HexString.hpp"
 #include "identity/ListingTexts.hpp"
 #include "linux/defaults/SettingsFile.hpp"
@@ -16,6 +17,7 @@
 namespace ctl {
 namespace {
 
+constexpr const char *kPairingsPath = "/etc/keyferry/pairings.toml";
 constexpr std::size_t kLargestPairingFile = 1024 * 1024;
 constexpr std::size_t kHashBytes = 20;
 
@@ -103,6 +105,14 @@ bool PairingFile::write(std::span<const Pairing> pairings, Error *error) const {
   }
   return text && base::makeFolderForAll(path_.substr(0, path_.rfind('/')), error) &&
          base::replaceFile(path_, base::viewOf(*text), 0600, error);
+}
+
+PairingFile pairingFile() {
+  return PairingFile(base::rooted(kPairingsPath));
+}
+
+Failure unusablePairings(const Error &error, const std::string &command) {
+  return failureFrom(error, command, "sudo ls -l " + base::rooted(kPairingsPath));
 }
 
 std::string listingOf(std::span<const Pairing> pairings) {

@@ -7,6 +7,7 @@
 
 #include "base/Bytes.hpp"
 #include "base/Error.hpp"
+#include "ctl/Outcome.hpp"
 
 namespace ctl {
 
@@ -17,9 +18,6 @@ struct Pairing {
 
   friend bool operator==(const Pairing &left, const Pairing &right) = default;
 };
-
-// The file of pairings on the system.
-inline constexpr const char *kPairingsPath = "/etc/keyferry/pairings.toml";
 
 // The file of pairings: a TOML file with lines `user = "40 hexadecimal digits"`.
 class PairingFile {
@@ -40,6 +38,12 @@ class PairingFile {
 
   std::string path_;
 };
+
+// The one on this system.
+[[nodiscard]] PairingFile pairingFile();
+
+// The failure of a command that could not read or write it.
+[[nodiscard]] Failure unusablePairings(const Error &error, const std::string &command);
 
 // What `sc_auth identities` prints, which is also what the daemon reads: a header, and if there are
 // pairings, a section line and a line for each.

@@ -7,7 +7,7 @@
 
 #include "ctl/CommandLine.hpp"
 #include "ctl/Facts.hpp"
-#include "ctl/Pairing.hpp"
+#include "ctl/PairKey.hpp"
 #include "ctl/PairingHash.hpp"
 #include "encodings/HexString.hpp"
 
@@ -48,10 +48,11 @@ Outcome pair(const PairOptions &options, Invocation &invocation) {
   if (!hash) {
     return Failure{error.description, "kfy-remote keys"};
   }
-  return pairKey({options.user, *hash},
-                 {options.replace, "sc_auth",
-                  "sc_auth pair --user " + options.user + " --hash " + encodings::hexString(*hash)},
-                 invocation);
+  return pairKey(
+      {options.user, *hash},
+      {"sc_auth", "sc_auth pair --user " + options.user + " --hash " + encodings::hexString(*hash),
+       options.replace},
+      invocation);
 }
 
 Outcome unpair(const std::string &user, Invocation &invocation) {

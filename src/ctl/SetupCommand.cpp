@@ -1,7 +1,4 @@
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
-#include <array>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -9,32 +6,25 @@
 
 #include "base/DisplayText.hpp"
 #include "base/Files.hpp"
+#include "base/HostName.hpp"
 #include "base/Root.hpp"
 #include "ctl/Commands.hpp"
 #include "ctl/DaemonState.hpp"
 #include "ctl/Identities.hpp"
+#include "ctl/StoredSettings.hpp"
 #include "identity/FingerprintText.hpp"
 
 namespace ctl {
 namespace {
 
-constexpr const char *kSettingsPath = "/etc/keyferry/kfyd.toml";
 constexpr const char *kHardenedProfile = "/usr/share/keyferry/kfyd.toml";
 constexpr std::size_t kLargestProfile = std::size_t{64} * 1024;
 
-std::string nameOfMachine() {
-  std::array<char, 256> name{};
-  (void)::gethostname(name.data(), name.size() - 1);
-  return name.data();
-}
-
-// The identity that kfyd uses. Where the keychain holds none yet, one is made; where it holds a
-// single one, that is taken. Among several nothing is chosen for the administrator.
-std::optional<IdentityRecord> identityForUse(const std::string &name, bool &isNew,
-                                             Invocation &invocation, Failure &failure) {
-  if (auto used = identityInUse(invocation, failure)) {
-    return used;
-  }
+// Lets kfyd, which uses none, use an identity. Where the keychain holds none yet, one is made;
+// where it holds a single one, that is taken. Among several nothing is chosen for the
+// administrator: `failure` stays as it is.
+std::optional<IdentityRecord> chooseFirstIdentity(const std::string &name, Invocation &invocation,
+                                                  Failure &failure) {
   Failure unreadable;
   const auto present = allIdentities(invocation, unreadable);
   if (!present) {
@@ -44,7 +34,6 @@ std::optional<IdentityRecord> identityForUse(const std::string &name, bool &isNe
   if (present->size() > 1) {
     return std::nullopt;
   }
-  isNew = true;
   auto record = present->empty()
                     ? makeIdentity(name, name, kDaysOfNewIdentities, invocation, failure)
                     : std::optional(present->front());
@@ -61,7 +50,7 @@ std::optional<IdentityRecord> identityForUse(const std::string &name, bool &isNe
 // A new installation begins hardened: where there are no settings, those that came with the
 // programs are taken.
 Outcome putSettings(Invocation &invocation) {
-  const std::string path = base::rooted(kSettingsPath);
+  const std::string path = pathOfDomain(platform::kStandardDefaults);
   const std::string profile = base::rooted(kHardenedProfile);
   Error error;
   if (base::fileExists(path) || !base::fileExists(profile)) {
@@ -75,10 +64,14 @@ Outcome putSettings(Invocation &invocation) {
   return std::nullopt;
 }
 
-Outcome setUp(const std::string &name, Invocation &invocation) {
+Outcome setUp(const std::string &commonName, Invocation &invocation) {
+  const std::string name = commonName.empty() ? base::hostName() : commonName;
   Failure failure;
-  bool isNew = false;
-  const auto record = identityForUse(name, isNew, invocation, failure);
+  auto record = identityInUse(invocation, failure);
+  const bool isNew = !record;
+  if (isNew) {
+    record = chooseFirstIdentity(name, invocation, failure);
+  }
   if (!record) {
     return failure;
   }
@@ -104,11 +97,12 @@ Outcome setUp(const std::string &name, Invocation &invocation) {
 }  // namespace
 
 void addSetupCommand(CLI::App &app, Invocation &invocation) {
-  const auto name = std::make_shared<std::string>(nameOfMachine());
+  const auto name = std::make_shared<std::string>();
   CLI::App *const command =
       app.add_subcommand("setup", "give kfyd an identity if it has none, and say what comes next");
-  command->add_option("--common-name", *name,
-                      "the name under which devices reach this machine; default: " + *name);
+  command->add_option(
+      "--common-name", *name,
+      "the name under which devices reach this machine; default: the one it gives itself");
   command->callback([name, &invocation] { invocation.outcome = setUp(*name, invocation); });
 }
 

@@ -118,10 +118,9 @@ Finding lookAtIdentity(Invocation &invocation) {
 
 Finding lookAtPairing() {
   Error error;
-  const auto pairings = PairingFile(base::rooted(kPairingsPath)).read(&error);
+  const auto pairings = pairingFile().read(&error);
   if (!pairings) {
-    return bad("pairing",
-               failureFrom(error, "kfyctl status", "sudo ls -l " + base::rooted(kPairingsPath)));
+    return bad("pairing", unusablePairings(error, "kfyctl status"));
   }
   if (pairings->empty()) {
     return bad("pairing", {"no key is paired with a user, so no remote client can authenticate",

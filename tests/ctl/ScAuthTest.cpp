@@ -60,7 +60,7 @@ TEST_F(ScAuth, PairsTheDeviceThatJustTries) {
               HasSubstr("2222 2222 2222 2222 2222 2222 2222 2222 2222 2222  from a?"));
   EXPECT_THAT(scAuth({"identities"}).output, HasSubstr(kTwo + "\tada\n"));
   has(device(kOne, 9) + "," + device(kTwo, 5));
-  EXPECT_THAT(kfyctl({"pair", "ada", "--yes"}).notes, HasSubstr("try: kfyctl pair ada " + kTwo))
+  EXPECT_THAT(kfyctl({"pair", "ada"}, "y\n").notes, HasSubstr("try: kfyctl pair ada " + kTwo))
       << "not without a name: there are two";
   EXPECT_THAT(kfyctl({"pair", "ada", kOne}).notes,
               HasSubstr("try: kfyctl pair ada " + kOne + " --replace"));
