@@ -25,6 +25,7 @@ struct Texts {
   ConnectCommand connect;
   PasswordCommand password;
   NewKeyCommand newKey;
+  std::string keyType = "p256";
   std::string machine;
   std::vector<std::string> machines;
   std::string fingerprint;
@@ -46,6 +47,13 @@ std::string defaultHome() {
   return home == nullptr ? "" : std::string(home) + "/.config/kfy-remote";
 }
 
+// By their names on the command line.
+std::map<std::string, NewKeyType> newKeyTypes() {
+  return {{"p256", NewKeyType::p256},
+          {"rsa2048", NewKeyType::rsa2048},
+          {"rsa3072", NewKeyType::rsa3072}};
+}
+
 // How a machine is written on the command line.
 std::string addressForm() {
   return "HOST or HOST:PORT (default " + std::to_string(base::kPublicPort) + ")";
@@ -64,6 +72,12 @@ void addFingerprint(CLI::App &command, Texts &texts) {
       .add_option("--fingerprint", texts.fingerprint,
                   "SHA-256 of the server's certificate as \"sudo kfyctl identity show\" prints it")
       ->type_name("SHA256");
+}
+
+// Of the commands that go to a single machine.
+void addMachine(CLI::App &command, Texts &texts) {
+  command.add_option("HOST", texts.machine, "the machine, " + addressForm())->required();
+  addFingerprint(command, texts);
 }
 
 void addKeyOptions(CLI::App &command, Texts &texts) {
@@ -123,9 +137,8 @@ CLI::App &addSetup(CLI::App &program, Texts &texts) {
       "setup",
       "make what is missing for being the card of a machine: keys, trust, pairing; then insert "
       "the card once");
-  command.add_option("HOST", texts.machine, "the machine, " + addressForm())->required();
+  addMachine(command, texts);
   addKeyOptions(command, texts);
-  addFingerprint(command, texts);
   return command;
 }
 
@@ -139,15 +152,12 @@ CLI::App &addNewKey(CLI::App &program, Texts &texts) {
                   "file to write, by default card.pem in the folder of this program, which is "
                   "inserted where no --key is named")
       ->type_name("FILE");
-  command.add_option("--type", texts.newKey.type, "p256 (default), rsa2048 or rsa3072")
-      ->transform(
-          CLI::Transformer(std::map<std::string, NewKeyType>{{"p256", NewKeyType::p256},
-                                                             {"rsa2048", NewKeyType::rsa2048},
-                                                             {"rsa3072", NewKeyType::rsa3072}}))
+  command.add_option("--type", texts.keyType, "p256 (default), rsa2048 or rsa3072")
+      ->check(CLI::IsMember(newKeyTypes()))
       ->type_name("TYPE");
   command
       .add_option("--name", texts.newKey.name,
-                  "the name in the certificate, by default yours: " + nameOfOwner())
+                  "the name in the certificate, by default yours: USER@HOST")
       ->type_name("TEXT");
   addHome(command, texts);
   return command;
@@ -158,9 +168,8 @@ CLI::App &addPassword(CLI::App &program, Texts &texts) {
       "password",
       "have a machine make a fresh password for its screen-sharing account; the end "
       "of the connection withdraws a card that is inserted there");
-  command.add_option("HOST", texts.machine, "the machine, " + addressForm())->required();
+  addMachine(command, texts);
   addHome(command, texts);
-  addFingerprint(command, texts);
   command.add_flag("--json", texts.password.asJSON, "as JSON, for scripts");
   return command;
 }
@@ -184,16 +193,6 @@ bool finishPassword(Texts &texts, Error *error) {
     return false;
   }
   texts.password.machine = *address;
-  return true;
-}
-
-bool finishSetup(Texts &texts, Error *error) {
-  auto address = Address::fromText(texts.machine, error);
-  if (!address || !readFingerprint(texts.fingerprint, texts.connect.fingerprint, error)) {
-    return false;
-  }
-  texts.connect.machines.push_back(std::move(*address));
-  texts.connect.isSetup = true;
   return true;
 }
 
@@ -263,9 +262,13 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   } catch (const CLI::ParseError &error) {
     return wrong(console, error.what());
   }
+  if (setup.parsed()) {
+    texts.machines = {texts.machine};
+    texts.connect.isSetup = true;
+  }
   Error error;
-  if (!finish(texts, &error) || (connect.parsed() && !finishConnect(texts, &error)) ||
-      (setup.parsed() && !finishSetup(texts, &error)) ||
+  if (!finish(texts, &error) ||
+      ((connect.parsed() || setup.parsed()) && !finishConnect(texts, &error)) ||
       (password.parsed() && !finishPassword(texts, &error))) {
     return wrong(console, error.description);
   }
@@ -274,6 +277,7 @@ std::variant<Arguments, int> readArguments(int count, const char *const *argumen
   } else if (password.parsed()) {
     texts.arguments.command = texts.password;
   } else if (newKey.parsed()) {
+    texts.newKey.type = newKeyTypes().at(texts.keyType);
     texts.arguments.command = texts.newKey;
   } else {
     texts.arguments.command = texts.connect;

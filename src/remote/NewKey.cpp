@@ -3,9 +3,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <array>
-
 #include "base/Files.hpp"
+#include "base/HostName.hpp"
 
 namespace remote {
 namespace {
@@ -52,11 +51,9 @@ std::string cardKeyPath(const std::string &home) {
 }
 
 std::string nameOfOwner() {
-  std::array<char, 256> host{};
-  (void)::gethostname(host.data(), host.size() - 1);
   const passwd *const entry = ::getpwuid(::getuid());
   return (entry == nullptr ? "user " + std::to_string(::getuid()) : std::string(entry->pw_name)) +
-         "@" + host.data();
+         "@" + base::hostName();
 }
 
 }  // namespace remote

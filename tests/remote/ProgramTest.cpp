@@ -345,6 +345,8 @@ made a card key: ~in/ann's/card.pem | ~ASKED
 > run ~remote key new ~home; cd ~in/ann*; openssl ec -in card.pem -noout -text 2>&- | tail -1; stat -c %a card.pem
 ~E ~in/ann's/card.pem is there already, and its key might be needed: name another file with --out
 NIST CURVE: P-256 | 600
+> run ~remote key new --type 1
+~E --type: 1 not in {p256,rsa2048,rsa3072} | ~HELP | status 2
 > run cd ~in; ~remote key new ~home --out k --type rsa3072 --name 'my key'; ~keys --key k | sed -n 3,4p; mv k ann*/card.pem
 made the key "my key" in k | inserted: my key |   type              RSA-3072
 > play connect authenticate insert=taken remove ; ~setup
