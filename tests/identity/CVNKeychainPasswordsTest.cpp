@@ -45,6 +45,7 @@ TEST_F(Passwords, OfTheirOwnHoldEveryPrintableCharacterButTheBlank) {
   const SecretText all = CVNKeychain::randomPasswordLength(10000);
   const std::set<char> seen(all.reveal().begin(), all.reveal().end());
   EXPECT_EQ(all.reveal().size(), 10000U);
+  EXPECT_EQ(CVNKeychain::randomPassword().reveal().size(), 15U);
   EXPECT_TRUE(seen.size() == 94 && *seen.begin() == '!' && *seen.rbegin() == '~');
   auto item = CVNPassword::initWithService("service", std::nullopt, "group");
   EXPECT_FALSE(item.password());
